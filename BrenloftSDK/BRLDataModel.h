@@ -1,0 +1,158 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/foundation/Date.h"
+#include "platform/foundation/Export.h"
+#include "platform/foundation/Value.h"
+
+/// A text that may be absent; absent and "" are different.
+using OptionalText = std::optional<std::string>;
+
+/// All eighteen properties at one moment, in their declared order.
+struct BRLBeaconSnapshot {
+  uint64_t beaconType = 0;
+  OptionalText beaconId;
+  OptionalText uuid;
+  int64_t major = 0;
+  int64_t minor = 0;
+  int64_t rssi = 0;
+  int64_t txPower = 0;
+  int64_t emergency = 0;
+  int64_t battery = 0;
+  OptionalText temperature;
+  OptionalText humidity;
+  OptionalText uniqueId;
+  OptionalText tbd;
+  int64_t status = 0;
+  std::optional<platform::Date> statusUpdatedDate;
+  OptionalText xAccel;
+  OptionalText yAccel;
+  OptionalText zAccel;
+};
+
+/// The readings that one advertisement refreshes.
+struct BRLBeaconReadings {
+  platform::Date date;
+  int64_t rssi = 0;
+  int64_t emergency = 0;
+  int64_t battery = 0;
+  std::string temperature;
+  std::string humidity;
+  std::string uniqueId;
+  std::string tbd;
+  std::string xAccel;
+  std::string yAccel;
+  std::string zAccel;
+};
+
+/// The live record of one beacon, sensor or iBeacon.
+///
+/// Thread safety: every operation may be called from any thread.
+///  1. beaconType, uuid, major, minor and txPower never change and are read without a lock.
+///  2. rssi, status, emergency and battery are atomics.
+///  3. Texts and the date are guarded by the record's own lock, which is never held over foreign code; a reader
+///     gets a copy. Each mutator is one change; `setUniqueId` changes uniqueId and beaconId together.
+class BRL_EXPORT BRLBeaconDataModel {
+ public:
+  BRLBeaconDataModel() = default;
+  /// -[BRLBeaconDataModel initWithDictionary:]
+  /// Keys are the names of the properties. Integers: the 32-bit value of a number or of the decimal integer at
+  /// the start of a text, else 0. Texts: null marker is "", an absent key stays absent, a value of another kind
+  /// counts as absent. A date is taken from a date; a date given as text stays readable by statusUpdatedDateText.
+  explicit BRLBeaconDataModel(const platform::Dictionary* dictionary);
+  explicit BRLBeaconDataModel(const platform::Dictionary& dictionary) : BRLBeaconDataModel(&dictionary) {}
+  BRLBeaconDataModel(const BRLBeaconDataModel&) = delete;
+  BRLBeaconDataModel& operator=(const BRLBeaconDataModel&) = delete;
+
+  /// 1 = sensor beacon, 2 = iBeacon, 0 = not given.
+  uint64_t beaconType() const { return beaconType_; }
+  /// The device identifier of a sensor beacon, "iBeacon" for an iBeacon.
+  OptionalText beaconId() const;
+  /// The text of the first service UUID, or of the proximity UUID.
+  const OptionalText& uuid() const { return uuid_; }
+  int64_t major() const { return major_; }
+  int64_t minor() const { return minor_; }
+  /// dBm as the platform reported it.
+  int64_t rssi() const { return rssi_.load(std::memory_order_relaxed); }
+  /// 0 to 255, from the first frame only.
+  int64_t txPower() const { return txPower_; }
+  /// 1 or more signals an emergency.
+  int64_t emergency() const { return emergency_.load(std::memory_order_relaxed); }
+  int64_t battery() const { return battery_.load(std::memory_order_relaxed); }
+  /// Two decimals; "" when the frame gave none.
+  OptionalText temperature() const;
+  OptionalText humidity() const;
+  /// XX-XX-XX-XX-XX-XX
+  OptionalText uniqueId() const;
+  /// Six hexadecimal digits.
+  OptionalText tbd() const;
+  /// 1 = present, 2 = lost, 0 = not set.
+  int64_t status() const { return status_.load(std::memory_order_acquire); }
+  /// When the beacon was last heard.
+  std::optional<platform::Date> statusUpdatedDate() const;
+  /// The text that stood for the date in the dictionary, when it was given as a text.
+  OptionalText statusUpdatedDateText() const;
+  /// Signed decimal integers.
+  OptionalText xAccel() const;
+  OptionalText yAccel() const;
+  OptionalText zAccel() const;
+
+  /// Everything at one moment.
+  BRLBeaconSnapshot snapshot() const;
+
+  // -[BRLBeaconDataModel setStatusValue:] and the other mutators; each replaces one value.
+  void setStatusValue(int64_t status) { status_.store(status, std::memory_order_release); }
+  void setRssiValue(int64_t rssi) { rssi_.store(rssi, std::memory_order_relaxed); }
+  void setStatusUpdatedDate(platform::Date date);
+  void setEmergency(int64_t emergency) { emergency_.store(emergency, std::memory_order_relaxed); }
+  void setBattery(int64_t battery) { battery_.store(battery, std::memory_order_relaxed); }
+  void setTemperature(OptionalText temperature);
+  void setHumidity(OptionalText humidity);
+  /// Sets beaconId as well: the identity follows the identifier that was sent last.
+  void setUniqueId(OptionalText uniqueId);
+  void setTbd(OptionalText tbd);
+  void setXAccel(OptionalText xAccel);
+  void setYAccel(OptionalText yAccel);
+  void setZAccel(OptionalText zAccel);
+
+  /// The date and all readings of one advertisement in one change.
+  void refresh(const BRLBeaconReadings& readings);
+  /// Sets status 2 if the record is present and was last heard at `cutoff` (whole seconds since 1970) or
+  /// before, in one step against a concurrent refresh. True when it did.
+  bool markLostIfSilentSince(int64_t cutoff);
+  /// Sets the status and returns the one before, in one step.
+  int64_t exchangeStatus(int64_t status) { return status_.exchange(status, std::memory_order_acq_rel); }
+
+ private:
+  OptionalText copyOf(const OptionalText& text) const;
+  void replace(OptionalText& text, OptionalText value);
+
+  uint64_t beaconType_ = 0;
+  OptionalText uuid_;
+  int64_t major_ = 0;
+  int64_t minor_ = 0;
+  int64_t txPower_ = 0;
+
+  std::atomic<int64_t> rssi_{0};
+  std::atomic<int64_t> status_{0};
+  std::atomic<int64_t> emergency_{0};
+  std::atomic<int64_t> battery_{0};
+
+  mutable std::mutex mutex_;  // guards everything below
+  OptionalText beaconId_;
+  OptionalText temperature_;
+  OptionalText humidity_;
+  OptionalText uniqueId_;
+  OptionalText tbd_;
+  std::optional<platform::Date> statusUpdatedDate_;
+  OptionalText statusUpdatedDateText_;
+  OptionalText xAccel_;
+  OptionalText yAccel_;
+  OptionalText zAccel_;
+};

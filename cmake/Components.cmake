@@ -1,0 +1,41 @@
+# What every target shares: the language, the warnings, hidden visibility, sanitizers.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(brenloft_options INTERFACE)
+target_include_directories(brenloft_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(brenloft_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+  -Wcast-align -Wformat=2 -Wimplicit-fallthrough
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+find_package(Threads REQUIRED)
+target_link_libraries(brenloft_options INTERFACE Threads::Threads)
+
+if(BRENLOFT_SANITIZE)
+  add_compile_options(-fsanitize=${BRENLOFT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${BRENLOFT_SANITIZE})
+endif()
+
+# brl_component(NAME SOURCES ... [LINK ...] [PRIVATE_LINK ...]): one folder of the platform or of the library.
+function(brl_component name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK;PRIVATE_LINK")
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC brenloft_options ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+endfunction()
+
+# brl_test(NAME SOURCES ... LINK ...): one test program per folder; ctest runs each test in its own process.
+function(brl_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK;LABELS")
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE brenloft_options ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE
+    BRENLOFT_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data" BRENLOFT_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]" LABELS "${ARG_LABELS}")
+endfunction()

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/bluetooth/CBCentralManager.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Date.h"
+
+namespace platform {
+
+/// A device address, most significant octet first, with its type.
+struct BluetoothAddress {
+  std::array<uint8_t, 6> octets{};
+  bool isRandom = false;
+
+  /// "C0:00:00:00:00:01"
+  std::string text() const;
+  static std::optional<BluetoothAddress> fromText(std::string_view text);
+  friend auto operator<=>(const BluetoothAddress&, const BluetoothAddress&) = default;
+};
+
+/// The kinds of advertising PDU that a report can stand for. Extended ones carry over 31 octets.
+enum class AdvertisingKind : uint8_t {
+  connectable,      ///< ADV_IND
+  directed,         ///< ADV_DIRECT_IND
+  scannable,        ///< ADV_SCAN_IND
+  nonConnectable,   ///< ADV_NONCONN_IND
+  scanResponse,     ///< SCAN_RSP
+  extended,         ///< ADV_EXT_IND, neither connectable nor scannable
+  extendedConnectable,
+  extendedScannable,
+  extendedScanResponse,
+};
+
+/// "ADV_IND", "SCAN_RSP", "EXT_ADV", …: one text per kind.
+std::string_view textOf(AdvertisingKind kind);
+constexpr bool isScanResponse(AdvertisingKind kind) {
+  return kind == AdvertisingKind::scanResponse || kind == AdvertisingKind::extendedScanResponse;
+}
+
+/// One advertising report as the radio gave it (Bluetooth Core, Vol 4, Part E, 7.7.65.2 and 7.7.65.13).
+struct AdvertisingReport {
+  static constexpr int8_t kNoRssi = 127;
+
+  Date time;                 ///< when it was heard
+  BluetoothAddress address;  ///< the sender
+  AdvertisingKind kind = AdvertisingKind::nonConnectable;
+  int8_t rssi = kNoRssi;     ///< dBm
+  bool isTruncated = false;  ///< the controller said that data is missing
+  DataView data;             ///< AD structures, lent for the call
+};
+
+/// Why a radio is in the state that it is in; the text is for people and may be empty.
+struct RadioState {
+  CBManagerState state = CBManagerState::unknown;
+  std::string reason;
+};
+
+/// A radio, or what stands in for one: it reports what it hears, undecoded.
+///
+/// Threads: operations may be called from any thread. Both handlers are called on the source's own queue, one
+/// at a time, never from inside an operation and never after `close` has returned (unless `close` is called
+/// from inside a handler).
+class AdvertisingReportSource {
+ public:
+  using ReportHandler = std::function<void(const AdvertisingReport&)>;
+  using StateHandler = std::function<void(const RadioState&)>;
+
+  virtual ~AdvertisingReportSource() = default;
+
+  /// Sets the handlers and powers the source up; the first state follows. Call once.
+  virtual void open(ReportHandler onReport, StateHandler onState) = 0;
+  /// Starts hearing, with duplicates. `services` lets a source that shares its radio ask for less; reports of
+  /// other devices may come all the same. No effect, and remembered, while not powered on.
+  virtual void startScan(const std::vector<CBUUID>& services) = 0;
+  virtual void stopScan() = 0;
+  virtual void close() = 0;
+};
+
+}  // namespace platform

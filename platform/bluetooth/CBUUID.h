@@ -1,0 +1,37 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/Export.h"
+#include "platform/foundation/NSUUID.h"
+
+namespace platform {
+
+/// A Bluetooth UUID of 16, 32 or 128 bits (Bluetooth Core, Vol 3, Part B, 2.5.1). UUIDs that mean the same
+/// number are equal, whatever the width in which they came.
+class BRL_EXPORT CBUUID {
+ public:
+  constexpr CBUUID() = default;
+  explicit CBUUID(const NSUUID& uuid) : uuid_(uuid) {}
+  /// On the Bluetooth base UUID.
+  static CBUUID fromShort(uint32_t value);
+
+  /// Accepts 4 or 8 hexadecimal digits or the hyphenated 36-character form, in either case.
+  static std::optional<CBUUID> UUIDWithString(std::string_view text);
+
+  /// Upper case: 4 digits, or 8 when the value needs them, for a UUID on the Bluetooth base UUID; else the
+  /// 36-character form.
+  std::string UUIDString() const;
+
+  const NSUUID& uuid128() const { return uuid_; }
+  friend auto operator<=>(const CBUUID&, const CBUUID&) = default;
+
+ private:
+  NSUUID uuid_;
+};
+
+}  // namespace platform

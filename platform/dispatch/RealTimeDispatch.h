@@ -1,0 +1,25 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/dispatch/Dispatch.h"
+
+namespace platform {
+
+/// Dispatch on the machine's own clocks (CLOCK_MONOTONIC for deadlines, the system clock for dates). Each
+/// created queue has a thread of its own; the main queue runs where the application runs it.
+class BRL_EXPORT RealTimeDispatch : public DispatchService {
+ public:
+  static std::shared_ptr<RealTimeDispatch> make();
+
+  /// Runs blocks of the main queue on the calling thread until `stop`.
+  virtual void run() = 0;
+  /// Runs the blocks that are due now and returns how many ran; for applications with a loop of their own.
+  virtual std::size_t poll() = 0;
+  /// Becomes readable when `poll` has something to do. Owned by the service; watch it, do not read it.
+  virtual int fileDescriptor() const = 0;
+  /// Makes `run` return after the block that it is in. Safe from any thread, not from a signal handler.
+  virtual void stop() = 0;
+};
+
+}  // namespace platform
