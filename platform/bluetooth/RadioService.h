@@ -1,0 +1,25 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/bluetooth/CBCentralManager.h"
+#include "platform/dispatch/Dispatch.h"
+
+namespace platform {
+
+/// Central managers over one source of advertising reports. Reports are merged with the newest report of the
+/// other kind from the same address once, then filtered for each manager and delivered on its queue. The
+/// source hears as long as at least one manager scans.
+class RadioService : public BluetoothService {
+ public:
+  static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,
+                                            std::shared_ptr<DispatchService> dispatch);
+
+  /// Also hands every report, as it was heard, and every change of state to the given handlers, on the
+  /// source's queue, before managers get them. Set before the first manager is made.
+  virtual void observe(AdvertisingReportSource::ReportHandler onReport,
+                       AdvertisingReportSource::StateHandler onState) = 0;
+};
+
+}  // namespace platform
