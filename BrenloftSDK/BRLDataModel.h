@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "BrenloftSDK/BRLSensorFrame.h"
 #include "platform/foundation/Date.h"
 #include "platform/foundation/Export.h"
 #include "platform/foundation/Value.h"
@@ -36,35 +37,22 @@ struct BRLBeaconSnapshot {
   OptionalText zAccel;
 };
 
-/// The readings that one advertisement refreshes.
-struct BRLBeaconReadings {
-  platform::Date date;
-  int64_t rssi = 0;
-  int64_t emergency = 0;
-  int64_t battery = 0;
-  std::string temperature;
-  std::string humidity;
-  std::string uniqueId;
-  std::string tbd;
-  std::string xAccel;
-  std::string yAccel;
-  std::string zAccel;
-};
-
 /// The live record of one beacon, sensor or iBeacon.
 ///
 /// Thread safety: every operation may be called from any thread.
 ///  1. beaconType, uuid, major, minor and txPower never change and are read without a lock.
 ///  2. rssi, status, emergency and battery are atomics.
-///  3. Texts and the date are guarded by the record's own lock, which is never held over foreign code; a reader
+///  3. Texts and the date are guarded by the record's own lock, which is never held over foreign code; a
+///  reader
 ///     gets a copy. Each mutator is one change; `setUniqueId` changes uniqueId and beaconId together.
 class BRL_EXPORT BRLBeaconDataModel {
  public:
   BRLBeaconDataModel() = default;
   /// -[BRLBeaconDataModel initWithDictionary:]
-  /// Keys are the names of the properties. Integers: the 32-bit value of a number or of the decimal integer at
-  /// the start of a text, else 0. Texts: null marker is "", an absent key stays absent, a value of another kind
-  /// counts as absent. A date is taken from a date; a date given as text stays readable by statusUpdatedDateText.
+  /// Keys are the names of the properties. Integers: the 32-bit value of a number or of the decimal integer
+  /// at the start of a text, else 0. Texts: null marker is "", an absent key stays absent, a value of another
+  /// kind counts as absent. A date is taken from a date; a date given as text stays readable by
+  /// statusUpdatedDateText.
   explicit BRLBeaconDataModel(const platform::Dictionary* dictionary);
   explicit BRLBeaconDataModel(const platform::Dictionary& dictionary) : BRLBeaconDataModel(&dictionary) {}
   BRLBeaconDataModel(const BRLBeaconDataModel&) = delete;
@@ -121,13 +109,15 @@ class BRL_EXPORT BRLBeaconDataModel {
   void setYAccel(OptionalText yAccel);
   void setZAccel(OptionalText zAccel);
 
-  /// The date and all readings of one advertisement in one change.
-  void refresh(const BRLBeaconReadings& readings);
-  /// Sets status 2 if the record is present and was last heard at `cutoff` (whole seconds since 1970) or
-  /// before, in one step against a concurrent refresh. True when it did.
+  /// The date, the signal strength and the readings of one advertisement in one change; txPower stays.
+  void refresh(platform::Date date, int64_t rssi, const BRLSensorReadings& readings);
+  /// Status 1 becomes 2, any other stays, in one step. True when it did.
+  bool markLost();
+  /// The same, only if the record was last heard at `cutoff` (whole seconds since 1970) or before; one step
+  /// against a concurrent `refresh`.
   bool markLostIfSilentSince(int64_t cutoff);
-  /// Sets the status and returns the one before, in one step.
-  int64_t exchangeStatus(int64_t status) { return status_.exchange(status, std::memory_order_acq_rel); }
+  /// Any status becomes 1, in one step. True when it was another one.
+  bool markPresent();
 
  private:
   OptionalText copyOf(const OptionalText& text) const;

@@ -1,0 +1,95 @@
+#include "BrenloftSDK/BRLSensorFrame.h"
+
+#include <array>
+#include <charconv>
+
+#include "platform/foundation/Hex.h"
+
+namespace {
+
+using platform::DataView;
+
+uint8_t octetAt(DataView frame, size_t offset) {
+  return std::to_integer<uint8_t>(frame[offset]);
+}
+
+uint16_t littleEndianAt(DataView frame, size_t offset) {
+  return static_cast<uint16_t>(octetAt(frame, offset) | octetAt(frame, offset + 1) << 8);
+}
+
+int16_t bigEndianAt(DataView frame, size_t offset) {
+  return static_cast<int16_t>(octetAt(frame, offset) << 8 | octetAt(frame, offset + 1));
+}
+
+// A single-precision quotient is off by far less than half a hundredth in this range, so that integer
+// arithmetic gives the digits of "%0.2f" on it. Zero means that there is no reading.
+std::string hundredthsText(int32_t value) {
+  if (value == 0) return {};
+  std::array<char, 8> buffer;
+  char* out = buffer.data();
+  if (value < 0) *out++ = '-';
+  const int32_t magnitude = value < 0 ? -value : value;
+  out = std::to_chars(out, buffer.data() + buffer.size(), magnitude / 100).ptr;
+  *out++ = '.';
+  *out++ = static_cast<char>('0' + magnitude / 10 % 10);
+  *out++ = static_cast<char>('0' + magnitude % 10);
+  return {buffer.data(), out};
+}
+
+std::string decimalText(int16_t value) {
+  std::array<char, 6> buffer;
+  return {buffer.data(), std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr};
+}
+
+std::string identifierText(DataView octets) {
+  std::string text;
+  text.reserve(octets.size() * 3);
+  for (const std::byte octet : octets) {
+    if (!text.empty()) text += '-';
+    platform::appendHex(text, std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
+  }
+  return text;
+}
+
+std::string hexDigits(DataView octets) {
+  std::string text;
+  for (const std::byte octet : octets) {
+    platform::appendHex(text, std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::optional<BRLSensorReadings> decodeSensorFrame(DataView manufacturerData) {
+  if (manufacturerData.size() < kBRLSensorFrameLength) return std::nullopt;
+  const DataView frame = manufacturerData.first(kBRLSensorFrameLength);
+  return BRLSensorReadings{
+      .uniqueId = identifierText(frame.subspan(7, 6)),
+      .txPower = octetAt(frame, 4),
+      .temperature = hundredthsText(static_cast<int16_t>(littleEndianAt(frame, 0))),
+      .humidity = hundredthsText(littleEndianAt(frame, 2)),
+      .battery = octetAt(frame, 5),
+      .emergency = octetAt(frame, 6),
+      .tbd = hexDigits(frame.subspan(19, 3)),
+      .xAccel = decimalText(bigEndianAt(frame, 13)),
+      .yAccel = decimalText(bigEndianAt(frame, 15)),
+      .zAccel = decimalText(bigEndianAt(frame, 17)),
+  };
+}
+
+platform::Dictionary dictionaryOf(const BRLSensorReadings& readings) {
+  using platform::NSNumber;
+  return {
+      {"uniqueId", readings.uniqueId},
+      {"txPower", NSNumber(readings.txPower)},
+      {"temperature", readings.temperature},
+      {"humidity", readings.humidity},
+      {"battery", NSNumber(readings.battery)},
+      {"emergency", NSNumber(readings.emergency)},
+      {"tbd", readings.tbd},
+      {"xAccel", readings.xAccel},
+      {"yAccel", readings.yAccel},
+      {"zAccel", readings.zAccel},
+  };
+}
