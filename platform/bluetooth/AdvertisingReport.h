@@ -28,12 +28,12 @@ struct BluetoothAddress {
 
 /// The kinds of advertising PDU that a report can stand for. Extended ones carry over 31 octets.
 enum class AdvertisingKind : uint8_t {
-  connectable,      ///< ADV_IND
-  directed,         ///< ADV_DIRECT_IND
-  scannable,        ///< ADV_SCAN_IND
-  nonConnectable,   ///< ADV_NONCONN_IND
-  scanResponse,     ///< SCAN_RSP
-  extended,         ///< ADV_EXT_IND, neither connectable nor scannable
+  connectable,     ///< ADV_IND
+  directed,        ///< ADV_DIRECT_IND
+  scannable,       ///< ADV_SCAN_IND
+  nonConnectable,  ///< ADV_NONCONN_IND
+  scanResponse,    ///< SCAN_RSP
+  extended,        ///< ADV_EXT_IND, neither connectable nor scannable
   extendedConnectable,
   extendedScannable,
   extendedScanResponse,

@@ -38,7 +38,7 @@ struct CBPeripheral {
 
 /// What an advertisement carries; absent entries were not sent.
 struct CBAdvertisementData {
-  std::optional<Data> manufacturerData;             ///< CBAdvertisementDataManufacturerDataKey, company id first
+  std::optional<Data> manufacturerData;  ///< CBAdvertisementDataManufacturerDataKey, company id first
   std::optional<std::vector<CBUUID>> serviceUUIDs;  ///< CBAdvertisementDataServiceUUIDsKey, in the order sent
   std::optional<std::string> localName;             ///< CBAdvertisementDataLocalNameKey
   std::map<CBUUID, Data> serviceData;               ///< CBAdvertisementDataServiceDataKey
@@ -68,8 +68,8 @@ class BRL_EXPORT CBCentralManager {
   virtual ~CBCentralManager() = default;
 
   virtual CBManagerState state() const = 0;
-  /// Starts the scan, or restarts it with other services. An advertisement is delivered when it lists at least
-  /// one of the services; without services every one is. Nothing happens unless the state is poweredOn.
+  /// Starts the scan, or restarts it with other services. An advertisement is delivered when it lists at
+  /// least one of the services; without services every one is. Nothing happens unless the state is poweredOn.
   virtual void scanForPeripheralsWithServices_options(const std::optional<std::vector<CBUUID>>& services,
                                                       const CBCentralManagerScanOptions& options) = 0;
   virtual void stopScan() = 0;

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "BrenloftSDK/BRLDataModel.h"
+#include "BrenloftSDK/BRLRecordList.h"
+#include "platform/foundation/Export.h"
+
+class BRLContextManager;
+
+/// The four operations that a delegate may have.
+enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray, emergencyCallback };
+
+/// The one channel through which the library reports to an application. All four operations are optional: one
+/// that the application does not override is never called, and what would be logged after it is not logged.
+///
+/// Derive from `BRLDelegateOf<YourClass>`, which knows from the type which operations you override, and mark
+/// each `override`; or use `BRLDelegateHandlers` for lambdas.
+///
+/// Threads: operations are called on the thread of their event, several of them possibly at the same time: the
+/// scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of `start`
+/// and `stop`. No lock is held: an operation may call back into the library.
+/// Ownership: the manager does not own its delegate; keep it alive while it is installed. Records are live and
+/// may be kept; the list is the manager's own.
+class BRL_EXPORT BRLContextManagerDelegate {
+ public:
+  virtual ~BRLContextManagerDelegate() = default;
+
+  /// -[contextManager:forBeacon:]
+  /// A record was made (it is not in the list yet), refreshed by an advertisement, or changed its status.
+  virtual void contextManager_forBeacon(BRLContextManager& manager,
+                                        const std::shared_ptr<BRLBeaconDataModel>& beacon);
+  /// -[contextManager:didRangeBeaconSensors:]
+  /// The end of a ranging report that held a beacon; all known records, sensors and iBeacons alike.
+  virtual void contextManager_didRangeBeaconSensors(BRLContextManager& manager, const BRLRecordList& beacons);
+  /// -[contextManager:didByteArray:]
+  /// Every octet of a sensor advertisement's manufacturer data, as two upper-case hexadecimal digits each.
+  virtual void contextManager_didByteArray(BRLContextManager& manager, const std::vector<std::string>& octets);
+  /// -[emergencyCallback:forBeacon:]
+  /// An advertisement signalled an emergency.
+  virtual void emergencyCallback_forBeacon(BRLContextManager& manager,
+                                           const std::shared_ptr<BRLBeaconDataModel>& beacon);
+
+  /// -[respondsToSelector:]
+  /// Asked before every call.
+  virtual bool respondsTo(BRLDelegateOperation operation) const noexcept = 0;
+};
+
+/// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base` below
+/// it, overrides it. `Application` must be final: a class derived from it would add operations unnoticed. To
+/// extend a delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is a template over
+/// its final class or that says `using BRLOpenDelegate = void;`.
+template <typename Application, typename Base = BRLContextManagerDelegate>
+class BRLDelegateOf : public Base {
+ public:
+  using Base::Base;
+
+  bool respondsTo(BRLDelegateOperation operation) const noexcept override {
+    static_assert(std::is_final_v<Application> || requires { typename Application::BRLOpenDelegate; },
+                  "a delegate class must be final, or declare BRLOpenDelegate");
+    using Root = BRLContextManagerDelegate;
+    switch (operation) {
+      case BRLDelegateOperation::forBeacon:
+        return differ<decltype(&Application::contextManager_forBeacon),
+                      decltype(&Root::contextManager_forBeacon)>;
+      case BRLDelegateOperation::didRangeBeaconSensors:
+        return differ<decltype(&Application::contextManager_didRangeBeaconSensors),
+                      decltype(&Root::contextManager_didRangeBeaconSensors)>;
+      case BRLDelegateOperation::didByteArray:
+        return differ<decltype(&Application::contextManager_didByteArray),
+                      decltype(&Root::contextManager_didByteArray)>;
+      case BRLDelegateOperation::emergencyCallback:
+        return differ<decltype(&Application::emergencyCallback_forBeacon),
+                      decltype(&Root::emergencyCallback_forBeacon)>;
+    }
+    return false;
+  }
+
+ private:
+  // A pointer to an inherited member still has the type of the class that it comes from.
+  template <typename Member, typename Inherited>
+  static constexpr bool differ = !std::is_same_v<Member, Inherited>;
+};
+
+/// A delegate made of functions; an empty function is not responded to. Set them before it is installed.
+class BRL_EXPORT BRLDelegateHandlers final : public BRLContextManagerDelegate {
+ public:
+  using Beacon = std::shared_ptr<BRLBeaconDataModel>;
+
+  std::function<void(BRLContextManager&, const Beacon&)> forBeacon;
+  std::function<void(BRLContextManager&, const BRLRecordList&)> didRangeBeaconSensors;
+  std::function<void(BRLContextManager&, const std::vector<std::string>&)> didByteArray;
+  std::function<void(BRLContextManager&, const Beacon&)> emergencyCallback;
+
+  void contextManager_forBeacon(BRLContextManager& manager, const Beacon& beacon) override;
+  void contextManager_didRangeBeaconSensors(BRLContextManager& manager, const BRLRecordList& beacons) override;
+  void contextManager_didByteArray(BRLContextManager& manager, const std::vector<std::string>& octets) override;
+  void emergencyCallback_forBeacon(BRLContextManager& manager, const Beacon& beacon) override;
+  bool respondsTo(BRLDelegateOperation operation) const noexcept override;
+};
