@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+
+namespace platform {
+
+/// A Bluetooth adapter that the kernel knows.
+struct HCIAdapter {
+  int index = 0;  ///< the N of hciN; may change when an adapter is plugged in again
+  BluetoothAddress address;
+  bool isUp = false;
+  bool isBlocked = false;  ///< by rfkill, by soft or hard switch
+
+  /// "hci0"
+  std::string name() const { return "hci" + std::to_string(index); }
+};
+
+/// The adapters in the order of their numbers. Needs no privilege. When the kernel cannot be asked, `problem`
+/// says why and the list is empty; it is empty without a problem when no adapter is plugged in.
+std::vector<HCIAdapter> listHCIAdapters(std::string& problem);
+
+}  // namespace platform
