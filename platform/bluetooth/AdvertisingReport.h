@@ -22,7 +22,14 @@ struct BluetoothAddress {
 
   /// "C0:00:00:00:00:01"
   std::string text() const;
+  /// Accepts that form in either case; the type is left public.
   static std::optional<BluetoothAddress> fromText(std::string_view text);
+  /// From the six octets of a packet, least significant first.
+  static BluetoothAddress fromPacket(DataView octets, bool isRandom);
+  /// True for the zero address, which stands for a sender that did not tell its address.
+  bool isAnonymous() const { return octets == std::array<uint8_t, 6>{}; }
+  /// The address and its type as one number.
+  uint64_t key() const;
   friend auto operator<=>(const BluetoothAddress&, const BluetoothAddress&) = default;
 };
 
@@ -39,10 +46,18 @@ enum class AdvertisingKind : uint8_t {
   extendedScanResponse,
 };
 
-/// "ADV_IND", "SCAN_RSP", "EXT_ADV", …: one text per kind.
+/// One text per kind: the legacy PDUs by their names in Bluetooth Core, Vol 6, Part B, 2.3 ("ADV_IND",
+/// "ADV_DIRECT_IND", "ADV_SCAN_IND", "ADV_NONCONN_IND", "SCAN_RSP"), the extended ones as "EXT_ADV",
+/// "EXT_ADV_CONN", "EXT_ADV_SCAN" and "EXT_SCAN_RSP", because one PDU type serves them all on the air.
 std::string_view textOf(AdvertisingKind kind);
 constexpr bool isScanResponse(AdvertisingKind kind) {
   return kind == AdvertisingKind::scanResponse || kind == AdvertisingKind::extendedScanResponse;
+}
+
+/// False for a scan response, which does not tell.
+constexpr bool isConnectable(AdvertisingKind kind) {
+  return kind == AdvertisingKind::connectable || kind == AdvertisingKind::directed ||
+         kind == AdvertisingKind::extendedConnectable;
 }
 
 /// One advertising report as the radio gave it (Bluetooth Core, Vol 4, Part E, 7.7.65.2 and 7.7.65.13).

@@ -64,19 +64,23 @@ struct CBCentralManagerScanOptions {
 
 class BRL_EXPORT CBCentralManager {
  public:
-  /// No callback begins once this has returned, unless it runs inside one.
+  /// No callback begins or goes on once this has returned: it waits for one that runs on another thread.
+  /// Called on the manager's own queue it does not wait.
   virtual ~CBCentralManager() = default;
 
   virtual CBManagerState state() const = 0;
   /// Starts the scan, or restarts it with other services. An advertisement is delivered when it lists at
-  /// least one of the services; without services every one is. Nothing happens unless the state is poweredOn.
+  /// least one of the services; without services every one is. Nothing happens unless the state is poweredOn,
+  /// and a scan is over when the state leaves it. Without duplicates a peripheral is delivered once in a
+  /// scan.
   virtual void scanForPeripheralsWithServices_options(const std::optional<std::vector<CBUUID>>& services,
                                                       const CBCentralManagerScanOptions& options) = 0;
+  /// No delivery begins once this has returned, neither what was heard before nor what was on its way.
   virtual void stopScan() = 0;
 };
 
 /// Makes central managers over one radio. The delegate is not owned and must outlive the manager. The first
-/// state callback follows soon after the manager was made.
+/// state callback follows soon after the manager was made. Without a queue it is the main queue.
 class BRL_EXPORT BluetoothService {
  public:
   virtual ~BluetoothService() = default;

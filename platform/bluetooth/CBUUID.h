@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Export.h"
 #include "platform/foundation/NSUUID.h"
 
@@ -19,6 +20,8 @@ class BRL_EXPORT CBUUID {
   explicit CBUUID(const NSUUID& uuid) : uuid_(uuid) {}
   /// On the Bluetooth base UUID.
   static CBUUID fromShort(uint32_t value);
+  /// The 2, 4 or 16 octets of a packet, least significant first; other lengths are nothing.
+  static std::optional<CBUUID> fromPacket(DataView octets);
 
   /// Accepts 4 or 8 hexadecimal digits or the hyphenated 36-character form, in either case.
   static std::optional<CBUUID> UUIDWithString(std::string_view text);
@@ -27,6 +30,8 @@ class BRL_EXPORT CBUUID {
   /// 36-character form.
   std::string UUIDString() const;
 
+  /// The number on the Bluetooth base UUID; nothing for other UUIDs.
+  std::optional<uint32_t> shortValue() const;
   const NSUUID& uuid128() const { return uuid_; }
   friend auto operator<=>(const CBUUID&, const CBUUID&) = default;
 

@@ -8,8 +8,9 @@
 
 namespace platform {
 
-/// Reads HCI events (Bluetooth Core, Vol 4, Part E): LE Advertising Report and LE Extended Advertising Report.
-/// Other events are passed over. Extended reports in fragments are put together before they are handed on.
+/// Reads HCI events (Bluetooth Core, Vol 4, Part E): LE Advertising Report and LE Extended Advertising
+/// Report. Other events are passed over. Extended reports in fragments are put together before they are
+/// handed on.
 ///
 /// Threads: one at a time.
 class HCIAdvertisingEvents {
