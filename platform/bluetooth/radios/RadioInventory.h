@@ -1,0 +1,73 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/bluetooth/bluez/BlueZSource.h"
+#include "platform/bluetooth/hci/HCIAdapters.h"
+
+namespace platform {
+
+/// Where the inventory looks; the defaults are this machine.
+struct RadioProbe {
+  std::filesystem::path root = "/";  ///< holds proc/self/status, proc/self/exe, sys/class/rfkill and dev
+  std::function<std::vector<HCIAdapter>(std::string& problem)> listAdapters = listHCIAdapters;
+  std::function<BlueZInventory()> listBlueZ = [] { return listBlueZAdapters(); };
+};
+
+/// One way to hear that this machine offers, or would.
+struct RadioCandidate {
+  enum class State {
+    usable,
+    absent,        ///< what it needs is not there or not running
+    blocked,       ///< by rfkill
+    off,           ///< switched off
+    inUse,         ///< somebody else has it
+    notPermitted,  ///< this process may not
+  };
+
+  std::string address;  ///< what to give as source: "bluez:hci0", "hci:0", "h4:/dev/ttyACM0"
+  std::string name;     ///< "hci0 (C0:00:00:00:00:01)"
+  State state = State::usable;
+  std::string why;  ///< one line for people: how it hears, or what to do to make it usable
+};
+
+std::string_view textOf(RadioCandidate::State state);
+
+/// What this process may do, from its effective capabilities.
+struct RadioPermissions {
+  bool netRaw = false;    ///< CAP_NET_RAW
+  bool netAdmin = false;  ///< CAP_NET_ADMIN
+
+  bool mayDriveHCI() const { return netRaw && netAdmin; }
+  static RadioPermissions ofThisProcess(const std::filesystem::path& root = "/");
+};
+
+/// What a machine offers, found at one moment.
+struct RadioInventory {
+  RadioPermissions permissions;
+  std::vector<HCIAdapter> adapters;
+  std::string adapterProblem;  ///< why the kernel could not be asked; else empty
+  BlueZInventory bluez;
+  std::string executable;  ///< of this process, for the commands in texts
+  std::vector<RadioCandidate> candidates;
+
+  static RadioInventory take(const RadioProbe& probe = {});
+};
+
+/// What `auto` means on a machine.
+struct RadioChoice {
+  std::string address;  ///< "hci:0", "bluez:hci0"; empty when there is nothing to choose
+  bool isForbidden = false;  ///< there is something, but this process may not
+  std::string why;      ///< one line for people
+};
+
+/// HCI where it is permitted and the adapter is free, bluetoothd otherwise.
+RadioChoice chooseRadio(const RadioInventory& inventory);
+
+/// The exact ways to permit HCI, for a program at `executable`.
+std::string permissionHint(const std::string& executable);
+
+}  // namespace platform

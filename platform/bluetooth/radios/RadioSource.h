@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/bluetooth/radios/RadioInventory.h"
+#include "platform/dispatch/Dispatch.h"
+
+namespace platform {
+
+/// Why there is no source; `text` is one line for people that says what to do about it.
+struct RadioProblem {
+  enum class Kind {
+    noRadio,       ///< nothing there that could hear
+    notPermitted,  ///< there, but not for this process
+    usage,         ///< the address is none
+  };
+  Kind kind = Kind::noRadio;
+  std::string text;
+};
+
+struct RadioSourceResult {
+  std::shared_ptr<AdvertisingReportSource> source;
+  std::optional<RadioProblem> problem;  ///< exactly when there is no source
+};
+
+struct RadioSourceOptions {
+  /// `auto`, `bluez[:hciN|:ADDRESS]`, `hci[:…]` or `h4:…` (as in hci/RadioAddress.h).
+  std::string address = "auto";
+  std::shared_ptr<DispatchService> dispatch;
+  /// One line for people each: what `auto` chose and why, and what a driver meets. May be empty.
+  std::function<void(std::string_view)> onDiagnostic;
+  /// Where to look; for tests.
+  RadioProbe probe = {};
+};
+
+/// The radio that an address names. Looks whether it is there and permitted, which may wait for the system bus
+/// five seconds at most, but opens nothing; what happens later is told by the source's states.
+RadioSourceResult makeRadioSource(const RadioSourceOptions& options);
+
+/// True when the text has the form of a radio's address, whether or not there is such a radio.
+bool isRadioAddress(std::string_view address);
+
+}  // namespace platform
