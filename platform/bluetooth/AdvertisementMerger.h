@@ -45,7 +45,6 @@ class AdvertisementMerger {
   struct Side {
     Data octets;
     Merged merged;  ///< of the newest report of this side; null when out of date
-    bool wasHeard = false;
   };
   struct Entry {
     uint64_t key = 0;

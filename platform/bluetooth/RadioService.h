@@ -10,9 +10,11 @@ namespace platform {
 
 /// Central managers over one source of advertising reports. Reports are merged with the newest report of the
 /// other kind from the same address once, then filtered for each manager and delivered on its queue. The
-/// source hears as long as at least one manager scans.
+/// source hears as long as at least one manager scans. It is opened with the first manager, and closed when
+/// the service and all its managers are gone. Reports are not merged while no manager scans.
 class RadioService : public BluetoothService {
  public:
+  /// `dispatch` gives the main queue to managers that are made without a queue.
   static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,
                                             std::shared_ptr<DispatchService> dispatch);
 
