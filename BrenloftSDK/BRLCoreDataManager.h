@@ -1,0 +1,105 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/coredata/NSManagedObjectContext.h"
+#include "platform/foundation/Export.h"
+
+template <class Receiver>
+struct BRLCoreDataManagerClassOperations;
+
+/// Owns the process's one object store: "ServiceModel.sqlite" in the documents folder, with the entities
+/// SensorLog and BRLUserDataModel of the resource "ServiceModel.momd".
+///
+/// The stack is built when the context is first asked for. A store that cannot be opened, and a save that
+/// fails, end the process (std::abort).
+///
+/// Power cuts: see platform::NSSQLiteSynchronousOption. The user default "StoreSynchronous" set to the text
+/// "FULL" before the stack is built makes every save reach the disk; otherwise it is NORMAL.
+///
+/// Thread safety: every operation may be called from any thread.
+class BRL_EXPORT BRLCoreDataManager {
+ public:
+  struct Class;
+  using Objects = std::vector<std::shared_ptr<platform::NSManagedObject>>;
+
+  /// -[BRLCoreDataManager init]
+  /// Sets the user default "CoredataCreateOnce" the first time; builds nothing.
+  BRLCoreDataManager();
+  virtual ~BRLCoreDataManager() = default;
+  BRLCoreDataManager(const BRLCoreDataManager&) = delete;
+  BRLCoreDataManager& operator=(const BRLCoreDataManager&) = delete;
+
+  /// -[BRLCoreDataManager managedObjectContext]
+  /// The context of the process belongs to the instance that was asked first; every other one has none.
+  std::shared_ptr<platform::NSManagedObjectContext> managedObjectContext();
+  /// -[BRLCoreDataManager managedObjectModel]
+  /// Throws platform::NSInvalidArgumentException when the bundle lacks the model.
+  std::shared_ptr<const platform::NSManagedObjectModel> managedObjectModel();
+  /// -[BRLCoreDataManager persistentStoreCoordinator]
+  std::shared_ptr<platform::NSPersistentStoreCoordinator> persistentStoreCoordinator();
+
+  /// -[BRLCoreDataManager applicationDocumentsDirectory]
+  std::filesystem::path applicationDocumentsDirectory() const;
+  /// -[BRLCoreDataManager saveContext]
+  /// Saves when there are changes; a failure ends the process.
+  void saveContext();
+  /// -[BRLCoreDataManager fetch:]
+  /// All objects of an entity; nothing when they cannot be read.
+  std::optional<Objects> fetch(std::string_view entityName);
+
+ private:
+  template <class Receiver>
+  friend struct BRLCoreDataManagerClassOperations;
+  static BRLCoreDataManager* sharedManagerOfClass(BRLCoreDataManager* (*allocInit)());
+  std::filesystem::path storeURL() const;
+  void buildContext();
+
+  mutable std::recursive_mutex mutex_;  // guards the model and the coordinator
+  std::shared_ptr<const platform::NSManagedObjectModel> model_;
+  std::shared_ptr<platform::NSPersistentStoreCoordinator> coordinator_;
+  std::shared_ptr<platform::NSManagedObjectContext> context_;  // written once, before contextBuilt_
+  std::atomic<bool> contextBuilt_{false};
+};
+
+/// The class operations as the receiving class answers them; `Receiver::Class` derives from this.
+template <class Receiver>
+struct BRLCoreDataManagerClassOperations {
+  /// +[BRLCoreDataManager sharedManager]
+  /// Made once, of the class that is asked first; lives to the end of the process.
+  static BRLCoreDataManager* sharedManager() {
+    return BRLCoreDataManager::sharedManagerOfClass([]() -> BRLCoreDataManager* { return new Receiver; });
+  }
+  /// +[BRLCoreDataManager sharedManagedObjectContext]
+  static std::shared_ptr<platform::NSManagedObjectContext> sharedManagedObjectContext();
+  /// +[BRLCoreDataManager save]
+  /// Saves, changes or not; a failure is ignored and the changes stay pending.
+  static void save() {
+    if (auto context = sharedManagedObjectContext()) context->save();
+  }
+  /// +[BRLCoreDataManager insertNewObjectForEntityForName:]
+  /// Throws platform::NSInvalidArgumentException for an unknown entity.
+  static std::shared_ptr<platform::NSManagedObject> insertNewObjectForEntityForName(std::string_view name) {
+    return platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
+        name, sharedManagedObjectContext().get());
+  }
+};
+
+struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreDataManager> {
+  /// Tries to open the store of the installed platform, making it where there is none, and closes it again:
+  /// the reason why it cannot be used, or nothing. Never ends the process.
+  BRL_EXPORT static std::optional<std::string> storeProblem();
+};
+
+template <class Receiver>
+std::shared_ptr<platform::NSManagedObjectContext>
+BRLCoreDataManagerClassOperations<Receiver>::sharedManagedObjectContext() {
+  return BRLCoreDataManager::Class::sharedManager()->managedObjectContext();
+}

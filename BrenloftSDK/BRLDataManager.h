@@ -1,0 +1,146 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "BrenloftSDK/BRLCoreDataManager.h"
+#include "BrenloftSDK/BRLDataModel.h"
+#include "BrenloftSDK/BRLUserDataModel.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Export.h"
+
+template <class Receiver>
+struct BRLDataManagerClassOperations;
+
+/// The sensor log and the tags, kept in the store of BRLCoreDataManager.
+///
+/// Every completion block may be absent (an empty function). Unless said otherwise it runs on the calling
+/// thread before the operation returns, with no lock held.
+///
+/// Thread safety: every operation may be called from any thread. A record is inserted, filled and saved as
+/// one step; a select, a count and a deletion see whole records only.
+class BRL_EXPORT BRLDataManager {
+ public:
+  struct Class;
+  using Records = std::vector<std::shared_ptr<BRLBeaconDataModel>>;
+  using Tags = std::vector<std::shared_ptr<BRLUserDataModel>>;
+  using RecordsBlock = std::function<void(std::optional<Records> records)>;
+  using DataBlock = std::function<void(std::optional<platform::Data> data)>;
+  using CountBlock = std::function<void(uint64_t count)>;
+  using TagsBlock = std::function<void(std::optional<Tags> tags)>;
+
+  /// -[BRLDataManager init]
+  BRLDataManager();
+  virtual ~BRLDataManager() = default;
+  BRLDataManager(const BRLDataManager&) = delete;
+  BRLDataManager& operator=(const BRLDataManager&) = delete;
+
+  /// -[BRLDataManager load]
+  /// Attaches the shared store owner.
+  void load();
+
+  /// -[BRLDataManager loggingForSensor:]
+  /// Writes the record as one row and saves it at once, whatever `isLogSave` says. A failure ends the
+  /// process.
+  void loggingForSensor(const BRLBeaconDataModel& record);
+
+  /// -[BRLDataManager selectBeaconLogAllWithCompletionBlock:]
+  /// The whole log as records, oldest first, each with its date as text "yyyy-MM-dd HH:mm:ss" in local time.
+  /// What follows a row's first absent value (in the order beaconType, beaconId, uuid, major, minor, rssi,
+  /// status, statusUpdatedDate, txPower, emergency, battery, temperature, humidity, uniqueId, tbd, xAccel,
+  /// yAccel, zAccel) is missing. An empty log delivers nothing, later, on the main queue.
+  void selectBeaconLogAllWithCompletionBlock(RecordsBlock completion);
+  /// -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:]
+  /// The same as a pretty-printed JSON document (RFC 8259), an array of objects, dates as "yyyyMMddHHmmss".
+  /// Octets of a text that are no UTF-8 come out as U+FFFD.
+  void selectBeaconLogAllJSONWithCompletionBlock(DataBlock completion);
+  /// -[BRLDataManager selectBeaconLogAllCountWithCompletionBlock:]
+  /// The number of rows; also 0 is delivered before the operation returns.
+  void selectBeaconLogAllCountWithCompletionBlock(CountBlock completion);
+  /// -[BRLDataManager deleteBeaconLog]
+  /// Deletes every row and saves.
+  void deleteBeaconLog();
+
+  /// -[BRLDataManager setBeaconTagWithData:key:]
+  /// Adds a tag and saves; an earlier tag of the same key stays beside it.
+  void setBeaconTagWithData_key(std::optional<platform::DataView> data, OptionalText key);
+  /// -[BRLDataManager getBeaconTag:completionBlock:]
+  /// The data of the oldest tag of the key, an absent key being one too. Without such a tag nothing is
+  /// delivered, later, on the main queue.
+  void getBeaconTag_completionBlock(OptionalText key, DataBlock completion);
+  /// -[BRLDataManager getBeaconTagListWithCompletionBlock:]
+  /// All tags, oldest first: the store's own objects. Nothing when the store cannot be read.
+  void getBeaconTagListWithCompletionBlock(TagsBlock completion);
+  /// -[BRLDataManager clearBeaconTag]
+  /// Deletes every tag, but leaves that to be written by the next save of anything else.
+  void clearBeaconTag();
+
+  // -[BRLDataManager isLogSave]
+  bool isLogSave() const { return isLogSave_.load(std::memory_order_relaxed); }
+  void setIsLogSave(bool isLogSave) { isLogSave_.store(isLogSave, std::memory_order_relaxed); }
+  // -[BRLDataManager coreDataManager], not owned.
+  BRLCoreDataManager* coreDataManager() const { return coreDataManager_.load(std::memory_order_acquire); }
+  void setCoreDataManager(BRLCoreDataManager* manager) {
+    coreDataManager_.store(manager, std::memory_order_release);
+  }
+
+ protected:
+  /// What `shareInstance` does for any receiving class: the one instance of the process, made by the first
+  /// caller's `allocInit`. Concurrent first calls may each make one; the first to finish is kept.
+  static BRLDataManager* shareInstanceOfClass(BRLDataManager* (*allocInit)());
+
+ private:
+  std::shared_ptr<platform::NSManagedObjectContext> context() const;
+
+  std::atomic<bool> isLogSave_{false};
+  std::atomic<BRLCoreDataManager*> coreDataManager_{nullptr};
+};
+
+/// The class operations, each sent on to the instance operation of the same name of `Receiver::Class`'s
+/// `shareInstance`; `Receiver::Class` derives from this.
+template <class Receiver>
+struct BRLDataManagerClassOperations {
+  using Base = BRLDataManager;
+
+  // +[BRLDataManager selectBeaconLogAllWithCompletionBlock:]
+  static void selectBeaconLogAllWithCompletionBlock(Base::RecordsBlock completion) {
+    instance().selectBeaconLogAllWithCompletionBlock(std::move(completion));
+  }
+  // +[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:]
+  static void selectBeaconLogAllJSONWithCompletionBlock(Base::DataBlock completion) {
+    instance().selectBeaconLogAllJSONWithCompletionBlock(std::move(completion));
+  }
+  // +[BRLDataManager selectBeaconLogAllCountWithCompletionBlock:]
+  static void selectBeaconLogAllCountWithCompletionBlock(Base::CountBlock completion) {
+    instance().selectBeaconLogAllCountWithCompletionBlock(std::move(completion));
+  }
+  // +[BRLDataManager deleteBeaconLog]
+  static void deleteBeaconLog() { instance().deleteBeaconLog(); }
+  // +[BRLDataManager setBeaconTagWithData:key:]
+  static void setBeaconTagWithData_key(std::optional<platform::DataView> data, OptionalText key) {
+    instance().setBeaconTagWithData_key(data, std::move(key));
+  }
+  // +[BRLDataManager getBeaconTag:completionBlock:]
+  static void getBeaconTag_completionBlock(OptionalText key, Base::DataBlock completion) {
+    instance().getBeaconTag_completionBlock(std::move(key), std::move(completion));
+  }
+  // +[BRLDataManager getBeaconTagListWithCompletionBlock:]
+  static void getBeaconTagListWithCompletionBlock(Base::TagsBlock completion) {
+    instance().getBeaconTagListWithCompletionBlock(std::move(completion));
+  }
+  // +[BRLDataManager clearBeaconTag]
+  static void clearBeaconTag() { instance().clearBeaconTag(); }
+
+ private:
+  static BRLDataManager& instance() { return *Receiver::Class::shareInstance(); }
+};
+
+struct BRLDataManager::Class : BRLDataManagerClassOperations<BRLDataManager> {
+  /// +[BRLDataManager shareInstance]
+  /// Made on first use; lives to the end of the process.
+  BRL_EXPORT static BRLDataManager* shareInstance();
+};

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/coredata/NSManagedObject.h"
+#include "platform/foundation/Export.h"
+
+/// A tag: data that the application attached to a beacon under a key of its choice. Several tags may bear the
+/// same key. Thread safety: as NSManagedObject.
+class BRL_EXPORT BRLUserDataModel : public platform::NSManagedObject {
+ public:
+  std::optional<platform::Data> userData() const { return stored<platform::Data>("userData"); }
+  void setUserData(std::optional<platform::Data> data) { setStored(std::move(data), "userData"); }
+  /// The key.
+  std::optional<std::string> uuid() const { return stored<std::string>("uuid"); }
+  void setUuid(std::optional<std::string> uuid) { setStored(std::move(uuid), "uuid"); }
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "BrenloftSDK/BRLDataModel.h"
+#include "platform/foundation/Export.h"
+
+namespace platform {
+class StoreReader;
+}
+
+/// Reads the sensor log of a store file beside whoever else uses it, without making objects: what is saved,
+/// and nothing that is pending. Never writes to the file.
+///
+/// Each operation sees one moment of the file; callers hear of a failure by the result, and what came before
+/// it was handed over. Blocks run with no lock held. Threads: one at a time.
+class BRL_EXPORT SensorLogReader {
+ public:
+  struct Row {
+    /// Grows from row to row.
+    int64_t number = 0;
+    /// The row's values; absent numbers are 0.
+    BRLBeaconSnapshot values;
+  };
+  /// False ends the walk.
+  using RowBlock = std::function<bool(const Row& row)>;
+  using TextSink = std::function<void(std::string_view text)>;
+
+  /// Opens an existing store file, as the store of the installed platform names it (see `storeFile`). Nothing
+  /// when it cannot be used, with the reason in `problem`. Never makes a file.
+  static std::unique_ptr<SensorLogReader> open(const std::filesystem::path& file, std::string* problem);
+  /// The store file of the installed platform.
+  static std::filesystem::path storeFile();
+
+  ~SensorLogReader();
+  SensorLogReader(const SensorLogReader&) = delete;
+  SensorLogReader& operator=(const SensorLogReader&) = delete;
+
+  /// The number of rows; nothing when the file cannot be read (so below).
+  std::optional<uint64_t> count();
+  /// The number of the newest row, 0 for an empty log. When it is below a number seen before, the log was
+  /// deleted meanwhile and numbers began anew.
+  std::optional<int64_t> lastNumber();
+  /// The rows after a number (0: all), oldest first.
+  bool rowsAfter(int64_t number, const RowBlock& block);
+  /// The newest `limit` rows, oldest of them first.
+  bool lastRows(uint64_t limit, const RowBlock& block);
+  /// Writes the document of -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:] in pieces, `[]` for
+  /// an empty log. Memory does not grow with the log.
+  bool exportJSON(const TextSink& sink);
+  /// Why the last operation failed.
+  const std::string& problem() const { return problem_; }
+
+ private:
+  explicit SensorLogReader(std::unique_ptr<platform::StoreReader> reader);
+  std::unique_ptr<platform::StoreReader> reader_;
+  std::string problem_;
+};

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSFetchRequest.h"
+#include "platform/coredata/NSManagedObject.h"
+#include "platform/coredata/NSPersistentStoreCoordinator.h"
+
+namespace platform {
+
+/// The objects of a store and their unsaved changes. Fetches see pending inserts, changes and deletions;
+/// objects come out in the order in which they went in.
+///
+/// Thread safety: every operation may be called from any thread. One recursive lock guards the context, its
+/// objects and the store's connection; blocks given to `performBlockAndWait` and `enumerateRows` run under it
+/// and must not wait for another thread.
+class BRL_EXPORT NSManagedObjectContext {
+ public:
+  /// -[NSManagedObjectContext init]
+  NSManagedObjectContext();
+  /// Unsaved changes are dropped; objects that are still held keep their values.
+  ~NSManagedObjectContext();
+  NSManagedObjectContext(const NSManagedObjectContext&) = delete;
+  NSManagedObjectContext& operator=(const NSManagedObjectContext&) = delete;
+
+  /// -[NSManagedObjectContext setPersistentStoreCoordinator:], once, before any other use.
+  void setPersistentStoreCoordinator(std::shared_ptr<NSPersistentStoreCoordinator> coordinator);
+  const std::shared_ptr<NSPersistentStoreCoordinator>& persistentStoreCoordinator() const {
+    return coordinator_;
+  }
+
+  /// -[NSManagedObjectContext performBlockAndWait:]
+  /// Runs the block at once with the context to itself: no other thread inserts, reads or saves meanwhile.
+  void performBlockAndWait(const std::function<void()>& block);
+
+  /// -[NSManagedObjectContext hasChanges]
+  bool hasChanges() const;
+  /// -[NSManagedObjectContext save:]
+  /// Writes every pending change in one transaction. On failure nothing is written and the changes stay
+  /// pending. Once it returned true, the changes survive the death of the process.
+  bool save(NSError* error = nullptr);
+  /// How often a save was asked for, with or without changes.
+  uint64_t saveCount() const;
+
+  /// -[NSManagedObjectContext executeFetchRequest:error:], nothing when the store cannot be read.
+  std::optional<std::vector<std::shared_ptr<NSManagedObject>>> executeFetchRequest_error(
+      const NSFetchRequest& request, NSError* error = nullptr);
+  /// -[NSManagedObjectContext countForFetchRequest:error:], without making objects.
+  std::optional<uint64_t> countForFetchRequest_error(const NSFetchRequest& request, NSError* error = nullptr);
+  /// Hands over what a fetch would return row by row, without making objects. False when the store cannot be
+  /// read; the rows before the failure were handed over.
+  bool enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block, NSError* error = nullptr);
+
+  /// -[NSManagedObjectContext deleteObject:]
+  void deleteObject(const std::shared_ptr<NSManagedObject>& object);
+  /// Marks everything deleted that a fetch of the entity would return, without making objects. Nothing when
+  /// the store cannot be read, else whether there was something.
+  std::optional<bool> deleteAllObjects(std::string_view entityName, NSError* error = nullptr);
+
+ private:
+  friend class NSEntityDescription;
+  std::shared_ptr<NSManagedObject> insertNewObject(std::string_view entityName);
+  std::optional<std::size_t> entityIndex(std::string_view name, NSError* error) const;
+  bool readable(NSError* error) const;
+
+  std::shared_ptr<NSPersistentStoreCoordinator> coordinator_;
+  std::shared_ptr<ObjectRegistry> registry_;
+};
+
+}  // namespace platform
