@@ -12,6 +12,7 @@ add_library(brenloft_options INTERFACE)
 target_include_directories(brenloft_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(brenloft_options INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+  -Wno-missing-field-initializers  # designated initialisers name what they set
   -Wcast-align -Wformat=2 -Wimplicit-fallthrough
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 find_package(Threads REQUIRED)

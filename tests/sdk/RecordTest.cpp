@@ -1,0 +1,135 @@
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "BrenloftSDK/BRLDataModel.h"
+
+namespace {
+
+using platform::Date;
+using platform::Dictionary;
+using platform::NSNull;
+using platform::NSNumber;
+using std::chrono::microseconds;
+
+BRLSensorReadings someReadings(const std::string& id) {
+  return {.uniqueId = id,
+          .txPower = 9,
+          .temperature = "1.00",
+          .humidity = "2.00",
+          .battery = 3,
+          .emergency = 4,
+          .tbd = "05",
+          .xAccel = "6",
+          .yAccel = "7",
+          .zAccel = "8"};
+}
+
+TEST(Record, WithoutADictionaryHasZerosAndAbsentTexts) {
+  for (const Dictionary* dictionary :
+       {static_cast<const Dictionary*>(nullptr), &std::as_const(*new Dictionary)}) {
+    const BRLBeaconDataModel record(dictionary);
+    EXPECT_EQ(record.beaconType(), 0U);
+    EXPECT_EQ(record.status(), 0);
+    EXPECT_EQ(record.beaconId(), std::nullopt);
+    EXPECT_EQ(record.temperature(), std::nullopt);
+    EXPECT_EQ(record.statusUpdatedDate(), std::nullopt);
+    delete dictionary;
+  }
+}
+
+TEST(Record, IntegerFieldsTakeThe32BitValueOfNumbersAndTextsAndZeroForNull) {
+  struct Row {
+    const char* name;
+    platform::Value value;
+    int64_t expected;
+  };
+  const Row rows[] = {
+      {"number", NSNumber(-67), -67},
+      {"text", std::string("-67"), -67},
+      {"text with a tail", std::string("  +12abc"), 12},
+      {"text without digits", std::string("abc"), 0},
+      {"lone sign", std::string("-"), 0},
+      {"text beyond 32 bits", std::string("99999999999999999999"), 2147483647},
+      {"text below 32 bits", std::string("-99999999999"), -2147483648LL},
+      {"fraction", NSNumber(-3.9), -3},
+      {"wide number keeps its low 32 bits", NSNumber(int64_t{0x1'8000'0000}), -2147483648LL},
+      {"null", NSNull{}, 0},
+      {"date", Date(microseconds(5)), 0},
+  };
+  for (const Row& row : rows) {
+    const BRLBeaconDataModel record(Dictionary{{"major", row.value}, {"beaconType", row.value}});
+    EXPECT_EQ(record.major(), row.expected) << row.name;
+    EXPECT_EQ(record.beaconType(), static_cast<uint64_t>(row.expected)) << row.name;
+  }
+}
+
+TEST(Record, NullIsTheEmptyTextButAnAbsentKeyStaysAbsent) {
+  const BRLBeaconDataModel record(Dictionary{{"temperature", NSNull{}}, {"statusUpdatedDate", NSNull{}}});
+  EXPECT_EQ(record.temperature(), "");
+  EXPECT_EQ(record.humidity(), std::nullopt);
+  EXPECT_EQ(record.statusUpdatedDate(), std::nullopt);
+}
+
+TEST(Record, KeepsADateGivenAsTextUntilARealOneReplacesIt) {
+  BRLBeaconDataModel record(Dictionary{{"statusUpdatedDate", std::string("2016-08-05 14:23:10")}});
+  EXPECT_EQ(record.statusUpdatedDateText(), "2016-08-05 14:23:10");
+  EXPECT_EQ(record.statusUpdatedDate(), std::nullopt);
+  record.setStatusUpdatedDate(Date(microseconds(1)));
+  EXPECT_EQ(record.statusUpdatedDateText(), std::nullopt);
+  EXPECT_EQ(record.statusUpdatedDate(), Date(microseconds(1)));
+}
+
+TEST(Record, IdentityFollowsTheIdentifierAndTxPowerTheFirstFrame) {
+  BRLBeaconDataModel record(
+      Dictionary{{"beaconId", std::string("old")}, {"txPower", NSNumber(197)}, {"status", NSNumber(1)}});
+  record.setUniqueId("0C-61-CF-12-34-56");
+  EXPECT_EQ(record.beaconId(), "0C-61-CF-12-34-56");
+  EXPECT_EQ(record.uniqueId(), record.beaconId());
+  record.refresh(Date(microseconds(7)), -50, someReadings("new"));
+  const BRLBeaconSnapshot snapshot = record.snapshot();
+  EXPECT_EQ(snapshot.txPower, 197);
+  EXPECT_EQ(snapshot.beaconId, "new");
+  EXPECT_EQ(snapshot.rssi, -50);
+  EXPECT_EQ(snapshot.zAccel, "8");
+  EXPECT_EQ(snapshot.status, 1);
+}
+
+TEST(Record, StatusChangesLeaveTheDateAndHappenOnce) {
+  BRLBeaconDataModel record(
+      Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date(microseconds(9))}});
+  EXPECT_TRUE(record.markLost());
+  EXPECT_FALSE(record.markLost());
+  EXPECT_EQ(record.status(), 2);
+  EXPECT_EQ(record.statusUpdatedDate(), Date(microseconds(9)));
+  EXPECT_TRUE(record.markPresent());
+  EXPECT_FALSE(record.markPresent());
+}
+
+TEST(Record, IsLostAtTheCutoffSecondAndNotBefore) {
+  BRLBeaconDataModel record(
+      Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date(microseconds(100'999'999))}});
+  EXPECT_FALSE(record.markLostIfSilentSince(99));
+  EXPECT_TRUE(record.markLostIfSilentSince(100));
+}
+
+// A refresh that has returned is never followed by a loss decided from the date before it.
+TEST(Record, RefreshAndLostCheckDecideOnWholeStates) {
+  BRLBeaconDataModel record(Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date()}});
+  std::atomic<bool> done{false};
+  std::thread sweeper([&] {
+    while (!done) record.markLostIfSilentSince(1);
+  });
+  for (int i = 0; i < 20'000; ++i) {
+    record.setStatusUpdatedDate(Date());
+    record.refresh(Date(std::chrono::seconds(2)), -i % 100, someReadings(std::to_string(i % 3)));
+    record.markPresent();
+    ASSERT_EQ(record.status(), 1);
+    const auto snapshot = record.snapshot();
+    ASSERT_EQ(snapshot.beaconId, snapshot.uniqueId);
+  }
+  done = true;
+  sweeper.join();
+}
+
+}  // namespace
