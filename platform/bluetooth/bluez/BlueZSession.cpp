@@ -1,0 +1,35 @@
+#include "platform/bluetooth/bluez/BlueZSession.h"
+
+#include "platform/bluetooth/bluez/DBusValues.h"
+
+namespace platform::bluez {
+
+std::unique_ptr<BlueZSession> BlueZSession::open(const std::string& busAddress, Handlers handlers,
+                                                 CallError& problem) {
+  auto connection = DBusConnection::open(busAddress, problem);
+  if (!connection) return nullptr;
+  try {
+    std::unique_ptr<BlueZSession> session(new BlueZSession(std::move(connection), handlers));
+    session->connection_->run(std::move(handlers.onLost));
+    return session;
+  } catch (const sdbus::Error& error) {
+    problem = callErrorFrom(error);
+    return nullptr;
+  }
+}
+
+BlueZSession::BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers& handlers)
+    : connection_(std::move(connection)),
+      nameOwner_(*connection_, kService, std::move(handlers.onDaemon)),
+      objects_(*connection_, {std::move(handlers.onAdded), std::move(handlers.onRemoved)}),
+      properties_(*connection_, std::move(handlers.onChanged)) {}
+
+BlueZSession::~BlueZSession() { connection_->stop(); }
+
+Adapter1Client& BlueZSession::adapter(const std::string& path) {
+  auto& client = adapters_[path];
+  if (!client) client = std::make_unique<Adapter1Client>(*connection_, path);
+  return *client;
+}
+
+}  // namespace platform::bluez

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/bluetooth/bluez/DBusClients.h"
+
+namespace platform::bluez {
+
+/// One connection to the bus and the clients on it: what the source asks of the daemon and hears from it.
+/// Handlers are called on the connection's thread until the session is destroyed.
+class BlueZSession {
+ public:
+  struct Handlers {
+    std::function<void(bool isThere)> onDaemon;
+    std::function<void(Object)> onAdded;
+    std::function<void(Object)> onChanged;
+    std::function<void(std::string path, std::vector<std::string> interfaces)> onRemoved;
+    std::function<void(std::string why)> onLost;
+  };
+
+  /// Empty with `problem` set when the bus cannot be reached.
+  static std::unique_ptr<BlueZSession> open(const std::string& busAddress, Handlers handlers,
+                                            CallError& problem);
+  ~BlueZSession();
+
+  BlueZSession(const BlueZSession&) = delete;
+  BlueZSession& operator=(const BlueZSession&) = delete;
+
+  ObjectManagerClient& objects() { return objects_; }
+  Adapter1Client& adapter(const std::string& path);
+
+ private:
+  BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers& handlers);
+
+  std::unique_ptr<DBusConnection> connection_;
+  NameOwnerClient nameOwner_;
+  ObjectManagerClient objects_;
+  PropertiesClient properties_;
+  std::map<std::string, std::unique_ptr<Adapter1Client>> adapters_;
+};
+
+}  // namespace platform::bluez

@@ -1,0 +1,340 @@
+#include "platform/bluetooth/bluez/BlueZSource.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/bluetooth/HandlerGate.h"
+#include "platform/bluetooth/bluez/BlueZAdapters.h"
+#include "platform/bluetooth/bluez/BlueZDevices.h"
+#include "platform/bluetooth/bluez/BlueZSession.h"
+
+namespace platform {
+namespace {
+
+using bluez::CallError;
+
+constexpr std::chrono::milliseconds kLongestPause{30'000};
+
+/// The hearing through one bus. Everything but the public operations runs on the source's queue; what the bus
+/// says hops there first and is dropped when it belongs to an earlier connection.
+class BlueZSource : public AdvertisingReportSource, public std::enable_shared_from_this<BlueZSource> {
+ public:
+  explicit BlueZSource(BlueZOptions options)
+      : options_(std::move(options)),
+        queue_(options_.dispatch->createQueue("platform.bluetooth.bluez")),
+        adapters_(options_.adapter),
+        pause_(options_.firstPause) {}
+
+  void open(ReportHandler onReport, StateHandler onState) override {
+    gate_.open(std::move(onReport), std::move(onState));
+    post(&BlueZSource::connect);
+  }
+
+  void startScan(const std::vector<CBUUID>& services) override {
+    std::vector<std::string> uuids;
+    uuids.reserve(services.size());
+    for (const auto& service : services) uuids.push_back(service.uuid128().UUIDString());
+    post(&BlueZSource::want, std::optional(std::move(uuids)));
+  }
+
+  void stopScan() override { post(&BlueZSource::want, std::optional<std::vector<std::string>>()); }
+
+  void close() override {
+    gate_.close();
+    post(&BlueZSource::disconnect);
+  }
+
+ private:
+  enum class Scan { idle, starting, running, pausing };
+
+  template <class... Parameters, class... Arguments>
+  void post(void (BlueZSource::*step)(Parameters...), Arguments... arguments) {
+    queue_->async([weak = weak_from_this(), step, ... arguments = std::move(arguments)]() mutable {
+      if (const auto self = weak.lock()) (*self.*step)(std::move(arguments)...);
+    });
+  }
+
+  /// A handler for the bus's thread: hops to the queue, where it counts while the connection is the same.
+  template <class... Parameters>
+  auto hop(void (BlueZSource::*step)(Parameters...)) {
+    return [weak = weak_from_this(), queue = queue_, connection = connection_, step](auto... arguments) {
+      queue->async([weak, connection, step, ... arguments = std::move(arguments)]() mutable {
+        const auto self = weak.lock();
+        if (self && self->connection_ == connection) (*self.*step)(std::move(arguments)...);
+      });
+    };
+  }
+
+  /// The same with the time at which the bus's thread had it.
+  auto hopWithTime(void (BlueZSource::*step)(Date, bluez::Object)) {
+    return [forward = hop(step), dispatch = options_.dispatch](bluez::Object object) {
+      forward(dispatch->date(), std::move(object));
+    };
+  }
+
+  // --- the bus and the daemon
+
+  void connect() {
+    if (isClosed_) return;
+    ++connection_;
+    CallError problem;
+    session_ = bluez::BlueZSession::open(options_.busAddress,
+                                         {.onDaemon = hop(&BlueZSource::daemonChanged),
+                                          .onAdded = hopWithTime(&BlueZSource::added),
+                                          .onChanged = hopWithTime(&BlueZSource::changed),
+                                          .onRemoved = hop(&BlueZSource::removed),
+                                          .onLost = hop(&BlueZSource::busLost)},
+                                         problem);
+    if (session_) return load();
+    tell({CBManagerState::unsupported, "the system bus cannot be reached: " + problem.message});
+    later(takePause(), &BlueZSource::connect);
+  }
+
+  void busLost(std::string why) {
+    ++connection_;
+    session_.reset();
+    forgetDaemon();
+    tell({CBManagerState::resetting, "the connection to the system bus ended: " + why});
+    later(takePause(), &BlueZSource::connect);
+  }
+
+  void disconnect() {
+    isClosed_ = true;
+    ++connection_;
+    session_.reset();
+  }
+
+  void daemonChanged(bool isThere) {
+    forgetDaemon();
+    if (isThere) return load();
+    tell({CBManagerState::resetting, "bluetoothd went away; waiting for it to return"});
+  }
+
+  void forgetDaemon() {
+    adapters_.clear();
+    devices_.clear();
+    adapter_.clear();
+    isLoaded_ = false;
+    endAttempt();
+  }
+
+  void load() { session_->objects().getManagedObjects(hop(&BlueZSource::loaded)); }
+
+  void loaded(bluez::ObjectManagerClient::Objects objects, std::optional<CallError> error) {
+    if (error) return loadFailed(*error);
+    isLoaded_ = true;
+    pause_ = options_.firstPause;
+    for (const auto& object : objects) {
+      if (object.adapter) adapters_.update(object.path, *object.adapter);
+      if (object.device) devices_.learn(object.path, *object.device);
+    }
+    settle();
+  }
+
+  void loadFailed(const CallError& error) {
+    if (error.isAbsent()) {
+      tell({CBManagerState::unsupported, "bluetoothd is not running; 'systemctl start bluetooth' starts it"});
+      return;  // its coming is announced
+    }
+    if (error.isAccessDenied())
+      tell(denied(error));
+    else
+      tell({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
+    later(takePause(), &BlueZSource::reload);
+  }
+
+  void reload() {
+    if (session_ && !isLoaded_) load();
+  }
+
+  static RadioState denied(const CallError& error) {
+    return {CBManagerState::unauthorized, "bluetoothd does not let this user hear: " + error.message +
+                                              "; see 'Permissions' in docs/radios.md"};
+  }
+
+  // --- objects
+
+  void added(Date time, bluez::Object object) {
+    if (object.adapter) {
+      adapters_.update(object.path, *object.adapter);
+      settle();
+    }
+    if (object.device) heard(time, object);
+  }
+
+  void changed(Date time, bluez::Object object) {
+    if (object.adapter && adapters_.find(object.path) != nullptr) {
+      adapters_.update(object.path, *object.adapter);
+      settle();
+      if (object.adapter->discovering == false) later(options_.firstPause, &BlueZSource::resumeIfEnded);
+    }
+    if (object.device) heard(time, object);
+  }
+
+  void removed(std::string path, std::vector<std::string> interfaces) {
+    if (std::ranges::find(interfaces, bluez::kDeviceInterface) != interfaces.end()) devices_.forget(path);
+    if (std::ranges::find(interfaces, bluez::kAdapterInterface) == interfaces.end()) return;
+    adapters_.remove(path);
+    devices_.forgetBelow(path);
+    settle();
+  }
+
+  /// What is said of a device outside our own discovery is not heard, only known.
+  void heard(Date time, const bluez::Object& object) {
+    const bool isHearing = scan_ == Scan::starting || scan_ == Scan::running;
+    if (!isHearing || !object.path.starts_with(adapter_ + "/"))
+      return devices_.learn(object.path, *object.device);
+    const auto sighting = devices_.hear(object.path, *object.device);
+    if (!sighting) return;
+    gate_.report({.time = time,
+                  .address = sighting->address,
+                  .kind = sighting->kind,
+                  .rssi = sighting->rssi,
+                  .data = sighting->data});
+  }
+
+  // --- the scan
+
+  void want(std::optional<std::vector<std::string>> uuids) {
+    const bool isRefined = uuids && wanted_ && *uuids != *wanted_;
+    wanted_ = std::move(uuids);
+    if (isRefined && scan_ == Scan::running) scan_ = Scan::idle;  // the filter may change under way
+    settle();
+  }
+
+  /// Brings the daemon to what is wanted, as far as its adapters allow.
+  void settle() {
+    if (!isLoaded_) return;
+    const std::string chosen = adapters_.choose(adapter_);
+    if (chosen != adapter_) {
+      if (scan_ != Scan::idle && adapters_.find(adapter_) != nullptr) stopDiscovery();
+      adapter_ = chosen;
+      endAttempt();
+    }
+    const RadioState state = adapters_.stateOf(adapter_);
+    const bool isOn = state.state == CBManagerState::poweredOn;
+    if (!isOn) endAttempt();
+    if (!isOn || scan_ != Scan::pausing) tell(state);
+    if (isOn && wanted_ && scan_ == Scan::idle) startDiscovery();
+    if (isOn && !wanted_ && scan_ != Scan::idle) {
+      stopDiscovery();
+      endAttempt();
+    }
+  }
+
+  void endAttempt() {
+    ++attempt_;
+    scan_ = Scan::idle;
+    isDiscovering_ = false;
+    pause_ = options_.firstPause;
+  }
+
+  /// A reply counts only for the attempt that asked for it.
+  auto inAttempt(void (BlueZSource::*next)(std::optional<CallError>)) {
+    return [forward = hop(&BlueZSource::replied), attempt = attempt_, next](std::optional<CallError> error) {
+      forward(attempt, next, std::move(error));
+    };
+  }
+
+  using Next = void (BlueZSource::*)(std::optional<CallError>);
+  void replied(uint64_t attempt, Next next, std::optional<CallError> error) {
+    if (attempt == attempt_) (this->*next)(std::move(error));
+  }
+
+  void startDiscovery() {
+    scan_ = Scan::starting;
+    session_->adapter(adapter_).setDiscoveryFilter(*wanted_, inAttempt(&BlueZSource::filterSet));
+  }
+
+  void filterSet(std::optional<CallError> error) {
+    if (error) return discoveryFailed(*error);
+    if (isDiscovering_) return discoveryStarted({});
+    session_->adapter(adapter_).startDiscovery(inAttempt(&BlueZSource::discoveryStarted));
+  }
+
+  void discoveryStarted(std::optional<CallError> error) {
+    if (error) return discoveryFailed(*error);
+    scan_ = Scan::running;
+    isDiscovering_ = true;
+    pause_ = options_.firstPause;
+    tell(adapters_.stateOf(adapter_));
+  }
+
+  void stopDiscovery() {
+    isDiscovering_ = false;
+    session_->adapter(adapter_).stopDiscovery([](const std::optional<CallError>&) {});
+  }
+
+  void discoveryFailed(const CallError& error) {
+    // InProgress: the daemon still holds an earlier request of ours, or is busy with somebody's connection.
+    if (error.name == "org.bluez.Error.InProgress") stopDiscovery();
+    scan_ = Scan::pausing;
+    const auto pause = takePause();
+    if (error.isAccessDenied())
+      tell(denied(error));
+    else
+      tell({CBManagerState::poweredOn, "bluetoothd did not start the scan (" + error.message + "); trying again"});
+    later(pause, &BlueZSource::retry, attempt_);
+  }
+
+  void retry(uint64_t attempt) {
+    if (attempt != attempt_ || scan_ != Scan::pausing) return;
+    scan_ = Scan::idle;
+    startDiscovery();
+  }
+
+  /// The daemon ended the discovery by itself, as it does over a suspend.
+  void resumeIfEnded() {
+    const auto* adapter = adapters_.find(adapter_);
+    if (scan_ != Scan::running || adapter == nullptr || adapter->isDiscovering) return;
+    isDiscovering_ = false;
+    startDiscovery();
+  }
+
+  // --- helpers
+
+  std::chrono::milliseconds takePause() {
+    return std::exchange(pause_, std::min(pause_ * 2, kLongestPause));
+  }
+
+  template <class... Parameters, class... Arguments>
+  void later(std::chrono::milliseconds pause, void (BlueZSource::*step)(Parameters...), Arguments... arguments) {
+    options_.dispatch->after(pause, queue_, [weak = weak_from_this(), connection = connection_, step, arguments...] {
+      const auto self = weak.lock();
+      if (self && self->connection_ == connection) (*self.*step)(arguments...);
+    });
+  }
+
+  void tell(const RadioState& state) {
+    if (state.state == told_.state && state.reason == told_.reason) return;
+    told_ = state;
+    gate_.state(state);
+  }
+
+  const BlueZOptions options_;
+  const dispatch_queue_t queue_;
+  HandlerGate gate_;
+
+  std::unique_ptr<bluez::BlueZSession> session_;
+  uint64_t connection_ = 0;
+  bool isClosed_ = false;
+  bool isLoaded_ = false;
+  bluez::BlueZAdapters adapters_;
+  bluez::BlueZDevices devices_;
+  std::string adapter_;  ///< the path of the one in use
+
+  std::optional<std::vector<std::string>> wanted_;  ///< service UUIDs of the scan that is wanted
+  Scan scan_ = Scan::idle;
+  uint64_t attempt_ = 0;
+  bool isDiscovering_ = false;  ///< the daemon holds a request of ours
+  std::chrono::milliseconds pause_;
+  RadioState told_;
+};
+
+}  // namespace
+
+std::shared_ptr<AdvertisingReportSource> makeBlueZSource(BlueZOptions options) {
+  return std::make_shared<BlueZSource>(std::move(options));
+}
+
+}  // namespace platform

@@ -1,0 +1,75 @@
+#include "platform/bluetooth/bluez/DBusValues.h"
+
+#include <cstring>
+
+namespace platform::bluez {
+namespace {
+
+template <class T>
+std::optional<T> valueOf(const PropertyMap& properties, const char* name) {
+  const auto found = properties.find(name);
+  if (found == properties.end() || !found->second.containsValueOfType<T>()) return std::nullopt;
+  return found->second.get<T>();
+}
+
+Data dataFrom(const std::vector<uint8_t>& octets) {
+  Data data(octets.size());
+  if (!octets.empty()) std::memcpy(data.data(), octets.data(), octets.size());
+  return data;
+}
+
+template <class Key>
+std::optional<std::map<Key, Data>> octetsByKey(const PropertyMap& properties, const char* name) {
+  const auto variants = valueOf<std::map<Key, sdbus::Variant>>(properties, name);
+  if (!variants) return std::nullopt;
+  std::map<Key, Data> result;
+  for (const auto& [key, variant] : *variants) {
+    if (variant.template containsValueOfType<std::vector<uint8_t>>())
+      result.emplace(key, dataFrom(variant.template get<std::vector<uint8_t>>()));
+  }
+  return result;
+}
+
+}  // namespace
+
+bool CallError::isAccessDenied() const {
+  return name == "org.freedesktop.DBus.Error.AccessDenied" || name == "org.bluez.Error.NotAuthorized" ||
+         name == "org.bluez.Error.NotPermitted";
+}
+
+bool CallError::isAbsent() const {
+  return name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
+         name == "org.freedesktop.DBus.Error.NameHasNoOwner" ||
+         name.starts_with("org.freedesktop.DBus.Error.Spawn");
+}
+
+AdapterProperties adapterProperties(const PropertyMap& properties) {
+  return {.address = valueOf<std::string>(properties, "Address"),
+          .powerState = valueOf<std::string>(properties, "PowerState"),
+          .powered = valueOf<bool>(properties, "Powered"),
+          .discovering = valueOf<bool>(properties, "Discovering")};
+}
+
+DeviceProperties deviceProperties(const PropertyMap& properties) {
+  return {.address = valueOf<std::string>(properties, "Address"),
+          .addressType = valueOf<std::string>(properties, "AddressType"),
+          .name = valueOf<std::string>(properties, "Name"),
+          .rssi = valueOf<int16_t>(properties, "RSSI"),
+          .txPower = valueOf<int16_t>(properties, "TxPower"),
+          .uuids = valueOf<std::vector<std::string>>(properties, "UUIDs"),
+          .manufacturerData = octetsByKey<uint16_t>(properties, "ManufacturerData"),
+          .serviceData = octetsByKey<std::string>(properties, "ServiceData")};
+}
+
+Object objectFrom(const std::string& path, const InterfaceMap& interfaces) {
+  Object object{.path = path, .adapter = {}, .device = {}};
+  if (const auto found = interfaces.find(kAdapterInterface); found != interfaces.end())
+    object.adapter = adapterProperties(found->second);
+  if (const auto found = interfaces.find(kDeviceInterface); found != interfaces.end())
+    object.device = deviceProperties(found->second);
+  return object;
+}
+
+CallError callErrorFrom(const sdbus::Error& error) { return {error.getName(), error.getMessage()}; }
+
+}  // namespace platform::bluez

@@ -1,0 +1,24 @@
+#pragma once
+
+// Between sdbus-c++'s values and those of BlueZObjects.h; for the client classes only.
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include "platform/bluetooth/bluez/BlueZObjects.h"
+
+namespace platform::bluez {
+
+using PropertyMap = std::map<std::string, sdbus::Variant>;
+using InterfaceMap = std::map<std::string, PropertyMap>;
+
+/// Keeps what it knows and has the right type; a wrong type counts as absent.
+AdapterProperties adapterProperties(const PropertyMap& properties);
+DeviceProperties deviceProperties(const PropertyMap& properties);
+Object objectFrom(const std::string& path, const InterfaceMap& interfaces);
+CallError callErrorFrom(const sdbus::Error& error);
+
+}  // namespace platform::bluez
