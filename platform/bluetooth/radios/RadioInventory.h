@@ -59,9 +59,9 @@ struct RadioInventory {
 
 /// What `auto` means on a machine.
 struct RadioChoice {
-  std::string address;  ///< "hci:0", "bluez:hci0"; empty when there is nothing to choose
+  std::string address;       ///< "hci:0", "bluez:hci0"; empty when there is nothing to choose
   bool isForbidden = false;  ///< there is something, but this process may not
-  std::string why;      ///< one line for people
+  std::string why;           ///< one line for people
 };
 
 /// HCI where it is permitted and the adapter is free, bluetoothd otherwise.

@@ -38,8 +38,8 @@ struct RadioSourceOptions {
   RadioProbe probe = {};
 };
 
-/// The radio that an address names. Looks whether it is there and permitted, which may wait for the system bus
-/// five seconds at most, but opens nothing; what happens later is told by the source's states.
+/// The radio that an address names. Looks whether it is there and permitted, which may wait for the system
+/// bus five seconds at most, but opens nothing; what happens later is told by the source's states.
 RadioSourceResult makeRadioSource(const RadioSourceOptions& options);
 
 /// True when the text has the form of a radio's address, whether or not there is such a radio.

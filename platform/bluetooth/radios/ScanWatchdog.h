@@ -13,14 +13,14 @@ struct ScanWatchdogOptions {
   /// Makes the watched source; called once at first and once for each reopening.
   std::function<std::shared_ptr<AdvertisingReportSource>()> makeSource;
   std::shared_ptr<DispatchService> dispatch;
-  std::chrono::seconds silence{60};       ///< how long a scan may hear nothing at all
+  std::chrono::seconds silence{60};        ///< how long a scan may hear nothing at all
   std::chrono::seconds longestPause{900};  ///< the most between two restarts
 };
 
 /// Restarts a scan that should hear and hears nothing: first by stopping and starting it, then by closing the
-/// source and opening another one. The first restart comes after `silence`, the pauses to the next ones double
-/// up to `longestPause`, and begin anew only when a restarted scan has been heard from for `silence`. Each
-/// restart is told as a state with its reason.
+/// source and opening another one. The first restart comes after `silence`, the pauses to the next ones
+/// double up to `longestPause`, and begin anew only when a restarted scan has been heard from for `silence`.
+/// Each restart is told as a state with its reason.
 ///
 /// Everything is handed on through a queue of its own, so that reports and states keep one order.
 std::shared_ptr<AdvertisingReportSource> makeScanWatchdog(ScanWatchdogOptions options);

@@ -1,0 +1,189 @@
+#include "platform/bluetooth/radios/ScanWatchdog.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/bluetooth/HandlerGate.h"
+
+namespace platform {
+namespace {
+
+std::string secondsText(dispatch_time_t duration) {
+  return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(duration).count()) + " s";
+}
+
+class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_from_this<ScanWatchdog> {
+ public:
+  explicit ScanWatchdog(ScanWatchdogOptions options)
+      : options_(std::move(options)),
+        queue_(options_.dispatch->createQueue("platform.bluetooth.watchdog")),
+        timer_(options_.dispatch->createTimer(queue_)) {}
+
+  ~ScanWatchdog() override { timer_->cancel(); }
+  ScanWatchdog(const ScanWatchdog&) = delete;
+  ScanWatchdog& operator=(const ScanWatchdog&) = delete;
+
+  void open(ReportHandler onReport, StateHandler onState) override {
+    gate_.open(std::move(onReport), std::move(onState));
+    timer_->setEventHandler([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->check();
+    });
+    timer_->resume();
+    post([](ScanWatchdog& self) { self.openSource(); });
+  }
+
+  void startScan(const std::vector<CBUUID>& services) override {
+    post([services](ScanWatchdog& self) { self.want(services); });
+  }
+
+  void stopScan() override {
+    post([](ScanWatchdog& self) { self.want(std::nullopt); });
+  }
+
+  void close() override {
+    gate_.close();
+    post([](ScanWatchdog& self) { self.closeSource(); });
+  }
+
+ private:
+  template <class Block>
+  void post(Block block) {
+    queue_->async([weak = weak_from_this(), block = std::move(block)] {
+      if (const auto self = weak.lock()) block(*self);
+    });
+  }
+
+  /// The same for what a source says; dropped once that source has been replaced.
+  template <class Block>
+  static void postFrom(const std::weak_ptr<ScanWatchdog>& weak, const dispatch_queue_t& queue, int source,
+                       Block block) {
+    queue->async([weak, source, block = std::move(block)]() mutable {
+      const auto self = weak.lock();
+      if (self && self->opened_ == source) block(*self);
+    });
+  }
+
+  void openSource() {
+    source_ = options_.makeSource();
+    source_->open(
+        [weak = weak_from_this(), queue = queue_, source = opened_](const AdvertisingReport& report) {
+          postFrom(
+              weak, queue, source,
+              [report = AdvertisingReport(report), data = toData(report.data)](ScanWatchdog& self) mutable {
+                report.data = data;
+                self.heard(report);
+              });
+        },
+        [weak = weak_from_this(), queue = queue_, source = opened_](const RadioState& state) {
+          postFrom(weak, queue, source, [state](ScanWatchdog& self) { self.stateChanged(state); });
+        });
+    if (wanted_) source_->startScan(*wanted_);
+  }
+
+  void closeSource() {
+    ++opened_;
+    if (const auto source = std::exchange(source_, nullptr)) source->close();
+    wanted_.reset();
+  }
+
+  void want(std::optional<std::vector<CBUUID>> services) {
+    const bool wasHearing = shouldHear();
+    wanted_ = std::move(services);
+    if (!source_) return;
+    if (wanted_)
+      source_->startScan(*wanted_);
+    else
+      source_->stopScan();
+    if (!wasHearing) beginWatch();
+  }
+
+  void stateChanged(const RadioState& state) {
+    const bool wasHearing = shouldHear();
+    state_ = state.state;
+    if (!wasHearing) beginWatch();
+    gate_.state(state);
+  }
+
+  void heard(const AdvertisingReport& report) {
+    const auto now = options_.dispatch->now();
+    if (restarts_ > 0 && now - lastRestart_ >= options_.silence) restarts_ = 0;
+    if (std::exchange(isSilent_, false))
+      gate_.state({state_, "hearing again after " + secondsText(now - lastHeard_)});
+    lastHeard_ = now;
+    gate_.report(report);
+  }
+
+  bool shouldHear() const { return wanted_ && state_ == CBManagerState::poweredOn; }
+
+  void beginWatch() {
+    if (!shouldHear()) return;
+    watchedSince_ = options_.dispatch->now();
+    if (!isSilent_) lastHeard_ = watchedSince_;
+    arm();
+  }
+
+  /// When the next restart would be due. Reports move it without touching the timer, which looks again.
+  dispatch_time_t due() const {
+    const auto afterSilence = std::max(lastHeard_, watchedSince_) + options_.silence;
+    return restarts_ == 0 ? afterSilence : std::max(afterSilence, lastRestart_ + pause());
+  }
+
+  /// The pause after the newest restart.
+  std::chrono::seconds pause() const {
+    return std::min(options_.silence * (1 << std::min(restarts_, 16)), options_.longestPause);
+  }
+
+  void arm() { timer_->setTimer(due(), DISPATCH_TIME_FOREVER, std::chrono::milliseconds(100)); }
+
+  void check() {
+    if (!shouldHear()) return;
+    if (options_.dispatch->now() >= due()) restart();
+    if (shouldHear()) arm();
+  }
+
+  void restart() {
+    const auto now = options_.dispatch->now();
+    isSilent_ = true;
+    lastRestart_ = now;
+    ++restarts_;
+    const std::string silence = "nothing heard for " + secondsText(now - lastHeard_);
+    const std::string next = "; the next try comes in " + secondsText(pause());
+    if (restarts_ == 1) {
+      source_->stopScan();
+      source_->startScan(*wanted_);
+      gate_.state({state_, silence + ": the scan is started anew" + next});
+      return;
+    }
+    ++opened_;
+    source_->close();
+    state_ = CBManagerState::resetting;
+    gate_.state({state_, silence + ": the radio is opened anew" + next});
+    if (source_) openSource();
+  }
+
+  const ScanWatchdogOptions options_;
+  const dispatch_queue_t queue_;
+  const dispatch_source_t timer_;
+  HandlerGate gate_;
+
+  std::shared_ptr<AdvertisingReportSource> source_;
+  int opened_ = 0;  ///< tells the sources apart
+  std::optional<std::vector<CBUUID>> wanted_;
+  CBManagerState state_ = CBManagerState::unknown;
+
+  dispatch_time_t lastHeard_{};
+  dispatch_time_t watchedSince_{};
+  dispatch_time_t lastRestart_{};
+  int restarts_ = 0;  ///< since the scan was last well
+  bool isSilent_ = false;
+};
+
+}  // namespace
+
+std::shared_ptr<AdvertisingReportSource> makeScanWatchdog(ScanWatchdogOptions options) {
+  return std::make_shared<ScanWatchdog>(std::move(options));
+}
+
+}  // namespace platform
