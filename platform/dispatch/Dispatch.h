@@ -22,6 +22,13 @@ namespace platform {
 using dispatch_time_t = std::chrono::nanoseconds;
 inline constexpr dispatch_time_t DISPATCH_TIME_FOREVER = dispatch_time_t::max();
 
+/// `when + delta`, held at the ends of what can be said instead of running over.
+inline dispatch_time_t dispatch_time(dispatch_time_t when, std::chrono::nanoseconds delta) {
+  dispatch_time_t::rep sum = 0;
+  if (!__builtin_add_overflow(when.count(), delta.count(), &sum)) return dispatch_time_t(sum);
+  return delta.count() > 0 ? DISPATCH_TIME_FOREVER : dispatch_time_t::min();
+}
+
 using dispatch_block_t = std::function<void()>;
 
 class BRL_EXPORT dispatch_queue {
@@ -45,8 +52,8 @@ class BRL_EXPORT dispatch_source_timer {
   /// What runs on the queue at the deadline. Call before the first `resume`.
   virtual void setEventHandler(dispatch_block_t handler) = 0;
   /// Sets the deadline anew; a deadline set before and not yet begun to fire is forgotten. Never fires before
-  /// `start`; may fire up to `leeway` after it. A start that has passed fires at once. No effect once cancelled.
-  /// A later deadline costs no more than storing it.
+  /// `start`; may fire up to `leeway` after it. A start that has passed fires at once. No effect once
+  /// cancelled. A later deadline costs no more than storing it.
   virtual void setTimer(dispatch_time_t start, dispatch_time_t interval, dispatch_time_t leeway) = 0;
   /// Suspensions count; the handler runs only while the count is zero. A deadline that passes meanwhile fires
   /// at the last `resume`.
@@ -72,6 +79,7 @@ class BRL_EXPORT DispatchService {
   /// The queue that the application runs.
   virtual const dispatch_queue_t& mainQueue() const = 0;
   virtual dispatch_queue_t createQueue(std::string_view label) = 0;
+  /// Timers and delayed blocks take queues of this service only; another's is a std::invalid_argument.
   virtual dispatch_source_t createTimer(const dispatch_queue_t& queue) = 0;
   /// Submits a block once `delay` has passed.
   virtual void after(dispatch_time_t delay, const dispatch_queue_t& queue, dispatch_block_t block) = 0;

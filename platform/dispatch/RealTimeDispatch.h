@@ -8,11 +8,16 @@ namespace platform {
 
 /// Dispatch on the machine's own clocks (CLOCK_MONOTONIC for deadlines, the system clock for dates). Each
 /// created queue has a thread of its own; the main queue runs where the application runs it.
+///
+/// The end of the service is the end of its queues: what has not begun is dropped, timers are cancelled, and
+/// threads are waited for (except by themselves). A created queue that nobody holds and that has nothing
+/// pending ends by itself.
 class BRL_EXPORT RealTimeDispatch : public DispatchService {
  public:
   static std::shared_ptr<RealTimeDispatch> make();
 
-  /// Runs blocks of the main queue on the calling thread until `stop`.
+  /// Runs blocks of the main queue on the calling thread until `stop`. One thread at a time, and not from one
+  /// of those blocks. A `stop` that came before makes it return at once.
   virtual void run() = 0;
   /// Runs the blocks that are due now and returns how many ran; for applications with a loop of their own.
   virtual std::size_t poll() = 0;

@@ -10,7 +10,8 @@ namespace platform {
 
 /// Dispatch on virtual time: all queues and timers run on the thread that advances the clock, in the order of
 /// their deadlines, equal deadlines in the order of submission. Nothing sleeps. Blocks may be submitted from
-/// other threads; they run when the clock's thread comes to them.
+/// other threads; they run when the clock's thread comes to them. A block may itself move the clock; what
+/// becomes due then runs inside it. The end of the service cancels its timers and drops its blocks.
 class BRL_EXPORT VirtualDispatch : public DispatchService {
  public:
   /// The date at virtual time zero.
@@ -24,7 +25,8 @@ class BRL_EXPORT VirtualDispatch : public DispatchService {
   virtual void runDue() = 0;
   /// Runs everything, deadlines included, until nothing is pending or `stop` was called.
   virtual void runUntilIdle() = 0;
-  /// Makes the innermost running call return after the current block.
+  /// Makes the innermost running call return after the current block; the clock stays there. No effect when
+  /// nothing runs.
   virtual void stop() = 0;
   /// Moves the clock without running anything, as when every queue was blocked.
   virtual void skip(dispatch_time_t duration) = 0;

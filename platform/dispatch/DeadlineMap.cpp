@@ -1,0 +1,77 @@
+#include "platform/dispatch/DeadlineMap.h"
+
+#include <utility>
+
+namespace platform {
+namespace {
+
+bool isParked(const Deadline& deadline) {
+  return deadline.due == DISPATCH_TIME_FOREVER;
+}
+
+}  // namespace
+
+void DeadlineMap::add(Deadline deadline, PostedBlock block) {
+  // Most often the next thing to happen: a replay posts one advertisement after the other.
+  entries_.emplace_hint(entries_.begin(), deadline, std::move(block));
+  if (isParked(deadline)) ++parked_;
+}
+
+void DeadlineMap::wakeAt(Deadline deadline, const dispatch_queue& queue,
+                         const std::shared_ptr<TimerSource>& source) {
+  const auto known = wakes_.find(source.get());
+  if (known != wakes_.end()) return move(known->second, deadline);
+  wakes_.emplace(source.get(), entries_.emplace(deadline, TimerWake{&queue, source}));
+  if (isParked(deadline)) ++parked_;
+}
+
+void DeadlineMap::move(Entries::iterator entry, Deadline deadline) {
+  if (isParked(entry->first)) --parked_;
+  if (isParked(deadline)) ++parked_;
+  auto node = entries_.extract(entry);
+  node.key() = deadline;
+  const TimerSource* source = std::get<TimerWake>(node.mapped()).source.get();
+  wakes_[source] = entries_.insert(std::move(node));
+}
+
+std::shared_ptr<TimerSource> DeadlineMap::forget(TimerSource& source) {
+  const auto known = wakes_.find(&source);
+  if (known == wakes_.end()) return nullptr;
+  return std::get<TimerWake>(take(known->second)).source;
+}
+
+PendingWork DeadlineMap::take(Entries::iterator entry) {
+  if (isParked(entry->first)) --parked_;
+  PendingWork work = std::move(entry->second);
+  if (const auto* wake = std::get_if<TimerWake>(&work)) wakes_.erase(wake->source.get());
+  entries_.erase(entry);
+  return work;
+}
+
+std::vector<PendingWork> DeadlineMap::takeAll() {
+  std::vector<PendingWork> all;
+  all.reserve(entries_.size());
+  while (!entries_.empty()) all.push_back(take(entries_.begin()));
+  return all;
+}
+
+std::vector<std::shared_ptr<TimerSource>> DeadlineMap::sources() const {
+  std::vector<std::shared_ptr<TimerSource>> sources;
+  sources.reserve(wakes_.size());
+  for (const auto& [_, entry] : wakes_) sources.push_back(std::get<TimerWake>(entry->second).source);
+  return sources;
+}
+
+dispatch_time_t DeadlineMap::nextDue() const {
+  return entries_.empty() ? DISPATCH_TIME_FOREVER : entries_.begin()->first.due;
+}
+
+std::shared_ptr<TimerSource> DeadlineMap::firstPushedBack() const {
+  if (entries_.empty()) return nullptr;
+  const auto& [deadline, work] = *entries_.begin();
+  const auto* wake = std::get_if<TimerWake>(&work);
+  if (wake == nullptr || isParked(deadline) || wake->source->target() <= deadline.due) return nullptr;
+  return wake->source;
+}
+
+}  // namespace platform

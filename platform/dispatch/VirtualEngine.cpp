@@ -1,0 +1,181 @@
+#include "platform/dispatch/VirtualEngine.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace platform {
+namespace {
+
+// The queue whose block this thread is in.
+thread_local const dispatch_queue* currentQueue = nullptr;
+
+std::chrono::microseconds wholeMicroseconds(dispatch_time_t time) {
+  return std::chrono::floor<std::chrono::microseconds>(time);
+}
+
+}  // namespace
+
+VirtualEngine::VirtualEngine(Date start) : dateAtZero_(start.time_since_epoch().count()) {}
+
+Date VirtualEngine::date() const {
+  return Date(std::chrono::microseconds(dateAtZero_.load()) + wholeMicroseconds(now()));
+}
+
+void VirtualEngine::setDate(Date date) {
+  dateAtZero_.store((date.time_since_epoch() - wholeMicroseconds(now())).count());
+}
+
+void VirtualEngine::skip(dispatch_time_t duration) {
+  moveTo(dispatch_time(now(), duration));
+}
+
+void VirtualEngine::moveTo(dispatch_time_t instant) {
+  const std::scoped_lock lock(mutex_);
+  if (instant > now()) now_.store(instant.count(), std::memory_order_release);
+}
+
+void VirtualEngine::post(const dispatch_queue& queue, dispatch_block_t block) {
+  const std::scoped_lock lock(mutex_);
+  if (ended_) return;
+  const Deadline deadline = nextDeadline(now());
+  if (ties_)
+    deadlines_.add(deadline, {&queue, std::move(block)});
+  else
+    line_.push_back({deadline, {&queue, std::move(block)}});
+}
+
+void VirtualEngine::postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t block) {
+  const std::scoped_lock lock(mutex_);
+  if (ended_) return;
+  deadlines_.add(nextDeadline(std::max(due, now())), {&queue, std::move(block)});
+}
+
+void VirtualEngine::wakeAt(dispatch_time_t due, uint64_t order, const dispatch_queue& queue,
+                           const std::shared_ptr<TimerSource>& source) {
+  const std::scoped_lock lock(mutex_);
+  if (!ended_) deadlines_.wakeAt({std::max(due, now()), order}, queue, source);
+}
+
+std::shared_ptr<TimerSource> VirtualEngine::forget(TimerSource& source) {
+  const std::scoped_lock lock(mutex_);
+  return deadlines_.forget(source);
+}
+
+dispatch_time_t VirtualEngine::pick(dispatch_time_t want, dispatch_time_t leeway) const {
+  return late_.load(std::memory_order_relaxed) ? dispatch_time(want, leeway) : want;
+}
+
+bool VirtualEngine::run(dispatch_time_t limit) {
+  ++running_;
+  bool stopped = false;
+  while (!stopped) {
+    std::optional<PendingWork> work = takeNext(limit);
+    if (!work) break;
+    execute(std::move(*work));
+    stopped = stopping_.load(std::memory_order_relaxed) && stopping_.exchange(false);
+  }
+  if (--running_ == 0) stopping_ = false;
+  return !stopped;
+}
+
+void VirtualEngine::stop() {
+  if (running_ > 0) stopping_ = true;
+}
+
+void VirtualEngine::execute(PendingWork work) {
+  const dispatch_queue* outer = std::exchange(currentQueue, queueOf(work));
+  if (auto* posted = std::get_if<PostedBlock>(&work))
+    posted->block();
+  else
+    std::get<TimerWake>(work).source->onWake();
+  currentQueue = outer;
+}
+
+bool VirtualEngine::isCurrent(const dispatch_queue& queue) const {
+  return currentQueue == &queue;
+}
+
+std::optional<PendingWork> VirtualEngine::takeNext(dispatch_time_t limit) {
+  std::unique_lock lock(mutex_);
+  settleFirst(lock);
+  const dispatch_time_t due = firstDue();
+  if (due == DISPATCH_TIME_FOREVER || due > limit) return std::nullopt;
+  if (due > now()) now_.store(due.count(), std::memory_order_release);
+  if (ties_) return takeShuffled(due);
+  if (deadlines_.begin() == deadlines_.end() ||
+      (!line_.empty() && line_.front().deadline < deadlines_.begin()->first)) {
+    PendingWork work = std::move(line_.front().block);
+    line_.pop_front();
+    return work;
+  }
+  return deadlines_.take(deadlines_.begin());
+}
+
+PendingWork VirtualEngine::takeShuffled(dispatch_time_t due) {
+  std::vector<DeadlineMap::Entries::iterator> firstOfEachQueue;
+  for (auto entry = deadlines_.begin(); entry != deadlines_.end() && entry->first.due == due; ++entry) {
+    const bool known = std::ranges::any_of(firstOfEachQueue, [&](const auto& other) {
+      return queueOf(other->second) == queueOf(entry->second);
+    });
+    if (!known) firstOfEachQueue.push_back(entry);
+  }
+  std::uniform_int_distribution<size_t> choice(0, firstOfEachQueue.size() - 1);
+  return deadlines_.take(firstOfEachQueue[choice(*ties_)]);
+}
+
+// A wake-up whose deadline was pushed back is none: the clock must not stop there.
+void VirtualEngine::settleFirst(std::unique_lock<std::mutex>& lock) {
+  while (const std::shared_ptr<TimerSource> source = deadlines_.firstPushedBack()) {
+    lock.unlock();
+    source->settle();
+    lock.lock();
+  }
+}
+
+dispatch_time_t VirtualEngine::firstDue() const {
+  const dispatch_time_t due = deadlines_.nextDue();
+  return line_.empty() ? due : std::min(due, line_.front().deadline.due);
+}
+
+size_t VirtualEngine::pendingCount() const {
+  const std::scoped_lock lock(mutex_);
+  return line_.size() + deadlines_.pendingCount();
+}
+
+dispatch_time_t VirtualEngine::nextDue() {
+  std::unique_lock lock(mutex_);
+  settleFirst(lock);
+  return firstDue();
+}
+
+void VirtualEngine::shuffleTies(uint64_t seed) {
+  const std::scoped_lock lock(mutex_);
+  ties_.emplace(seed);
+  for (Line& waiting : line_) deadlines_.add(waiting.deadline, std::move(waiting.block));
+  line_.clear();
+}
+
+void VirtualEngine::fireLate(bool late) {
+  late_ = late;
+  std::unique_lock lock(mutex_);
+  const auto sources = deadlines_.sources();
+  lock.unlock();
+  for (const auto& source : sources) source->settle();
+}
+
+void VirtualEngine::end() {
+  std::deque<Line> line;
+  std::vector<PendingWork> waiting;
+  {
+    const std::scoped_lock lock(mutex_);
+    ended_ = true;
+    line.swap(line_);
+    waiting = deadlines_.takeAll();
+  }
+  for (const PendingWork& work : waiting) {
+    if (const auto* wake = std::get_if<TimerWake>(&work)) wake->source->cancel();
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+
+#include "platform/dispatch/DeadlineMap.h"
+
+namespace platform {
+
+/// The clock of virtual time and everything that waits on it.
+///
+/// What was posted for now stands in a line, everything else in order of its deadline; the two are merged by
+/// (due, order of submission). Threads: any may submit; one at a time may run.
+class VirtualEngine {
+ public:
+  explicit VirtualEngine(Date start);
+
+  dispatch_time_t now() const { return dispatch_time_t(now_.load(std::memory_order_acquire)); }
+  Date date() const;
+  void setDate(Date date);
+  void skip(dispatch_time_t duration);
+
+  void post(const dispatch_queue& queue, dispatch_block_t block);
+  void postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t block);
+  void wakeAt(dispatch_time_t due, uint64_t order, const dispatch_queue& queue,
+              const std::shared_ptr<TimerSource>& source);
+  std::shared_ptr<TimerSource> forget(TimerSource& source);
+  std::atomic<uint64_t>& submissions() { return submissions_; }
+  dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const;
+
+  /// Runs what is due up to `limit`, moving the clock to each deadline; false when `stop` ended it.
+  bool run(dispatch_time_t limit);
+  void stop();
+  /// Moves the clock to an instant, never back.
+  void moveTo(dispatch_time_t instant);
+  bool isCurrent(const dispatch_queue& queue) const;
+
+  size_t pendingCount() const;
+  dispatch_time_t nextDue();
+  void shuffleTies(uint64_t seed);
+  void fireLate(bool late);
+  /// Cancels every timer and drops every block, for good.
+  void end();
+
+ private:
+  struct Line {
+    Deadline deadline;
+    PostedBlock block;
+  };
+
+  std::optional<PendingWork> takeNext(dispatch_time_t limit);
+  PendingWork takeShuffled(dispatch_time_t due);
+  void settleFirst(std::unique_lock<std::mutex>& lock);
+  dispatch_time_t firstDue() const;
+  void execute(PendingWork work);
+  Deadline nextDeadline(dispatch_time_t due) { return {due, submissions_.fetch_add(1)}; }
+
+  std::atomic<dispatch_time_t::rep> now_{0};
+  std::atomic<Date::rep> dateAtZero_;
+  std::atomic<uint64_t> submissions_{0};
+  std::atomic<bool> late_{false};
+  std::atomic<bool> stopping_{false};
+  std::atomic<int> running_{0};  // nested calls
+
+  mutable std::mutex mutex_;
+  std::deque<Line> line_;                // guarded by mutex_, in order of its deadlines
+  DeadlineMap deadlines_;                // guarded by mutex_
+  std::optional<std::mt19937_64> ties_;  // guarded by mutex_
+  bool ended_ = false;                   // guarded by mutex_
+};
+
+}  // namespace platform
