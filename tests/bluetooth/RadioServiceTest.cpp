@@ -1,0 +1,300 @@
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/bluetooth/ADBuilder.h"
+#include "platform/bluetooth/RadioService.h"
+#include "platform/dispatch/VirtualDispatch.h"
+#include "platform/foundation/Hex.h"
+#include "tests/support/ScriptedReportSource.h"
+
+using namespace platform;
+using support::ScriptedReportSource;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::optional<std::vector<CBUUID>> services(const std::vector<uint32_t>& values) {
+  std::vector<CBUUID> list;
+  for (const uint32_t value : values) list.push_back(CBUUID::fromShort(value));
+  return list;
+}
+
+Data advertising(const std::vector<uint32_t>& values, const char* name = nullptr) {
+  ADBuilder builder;
+  builder.serviceUUIDs(*services(values));
+  if (name) builder.localName(name);
+  return builder.octets();
+}
+
+/// Notes callbacks as "state 5" and "01 rssi name"; `onCallback` runs inside each.
+class Listener : public CBCentralManagerDelegate {
+ public:
+  void centralManagerDidUpdateState(CBCentralManager& central) override {
+    note("state " + std::to_string(static_cast<int>(central.state())));
+  }
+  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(CBCentralManager& /*central*/,
+                                                                   const CBPeripheral& peripheral,
+                                                                   const CBAdvertisementData& data,
+                                                                   int64_t rssi) override {
+    note((peripheral.identifier.empty() ? "anonymous" : peripheral.identifier.substr(15)) + " " +
+         std::to_string(rssi) + " " + data.localName.value_or("-"));
+  }
+  Texts take() { return std::exchange(notes, {}); }
+
+  Texts notes;
+  std::function<void()> onCallback;
+  dispatch_queue_t queue;
+
+ private:
+  void note(std::string text) {
+    notes.push_back(std::move(text));
+    EXPECT_TRUE(!queue || queue->isCurrent());
+    if (onCallback) onCallback();
+  }
+};
+
+class Central : public testing::Test {
+ protected:
+  std::unique_ptr<CBCentralManager> make(Listener& to) {
+    to.queue = dispatch->createQueue("listener");
+    return service->makeCentralManager(to, to.queue);
+  }
+  std::unique_ptr<CBCentralManager> makeScanning(Listener& to, const std::vector<uint32_t>& filter = {},
+                                                 bool allowDuplicates = true) {
+    auto central = make(to);
+    dispatch->runDue();
+    to.take();
+    scan(*central, filter, allowDuplicates);
+    return central;
+  }
+  static void scan(CBCentralManager& central, const std::vector<uint32_t>& filter = {},
+                   bool allowDuplicates = true) {
+    central.scanForPeripheralsWithServices_options(filter.empty() ? std::nullopt : services(filter),
+                                                   {allowDuplicates});
+  }
+  void post(const char* device, const Data& data, AdvertisingKind kind = AdvertisingKind::connectable,
+            int8_t rssi = -60) {
+    source->hear(std::string("C0:00:00:00:00:") + device, kind, data, rssi);
+  }
+  void hear(const char* device, const Data& data, AdvertisingKind kind = AdvertisingKind::connectable,
+            int8_t rssi = -60) {
+    post(device, data, kind, rssi);
+    dispatch->runDue();
+  }
+  void become(CBManagerState state) {
+    source->setState(state);
+    dispatch->runDue();
+  }
+
+  std::shared_ptr<VirtualDispatch> dispatch = VirtualDispatch::make();
+  dispatch_queue_t sourceQueue = dispatch->createQueue("source");
+  std::shared_ptr<ScriptedReportSource> source = std::make_shared<ScriptedReportSource>(sourceQueue);
+  std::shared_ptr<RadioService> service = RadioService::make(source, dispatch);
+  Listener listener;
+};
+
+TEST_F(Central, TellsItsFirstStateSoonAndEveryChange) {
+  EXPECT_EQ(source->takeNotes(), Texts{});
+  const auto central = make(listener);
+  EXPECT_EQ(source->takeNotes(), Texts{"open"});
+  EXPECT_EQ(central->state(), CBManagerState::unknown);
+  EXPECT_EQ(listener.take(), Texts{});
+  dispatch->runDue();
+  EXPECT_EQ(listener.take(), Texts{"state 5"});
+  source->setState(CBManagerState::poweredOff, "switched off");
+  source->setState(CBManagerState::poweredOff, "blocked");
+  dispatch->runDue();
+  become(CBManagerState::unauthorized);
+  EXPECT_EQ(listener.take(), (Texts{"state 4", "state 3"}));
+
+  Listener second;
+  const auto late = make(second);
+  EXPECT_EQ(second.take(), Texts{});
+  dispatch->runDue();
+  EXPECT_EQ(second.take(), Texts{"state 3"});
+  EXPECT_EQ(listener.take(), Texts{});
+  EXPECT_EQ(source->takeNotes(), Texts{});
+}
+
+TEST_F(Central, WithoutAQueueUsesTheMainQueue) {
+  listener.queue = dispatch->mainQueue();
+  const auto central = service->makeCentralManager(listener, nullptr);
+  dispatch->runDue();
+  EXPECT_EQ(listener.take(), Texts{"state 5"});
+}
+
+TEST_F(Central, DeliversNothingBeforeAScanAndEverythingInIt) {
+  const auto central = make(listener);
+  dispatch->runDue();
+  listener.take();
+  hear("01", advertising({0xFFE0}));
+  EXPECT_EQ(listener.take(), Texts{});
+  scan(*central);
+  hear("01", advertising({0xFFE0}, "A"));
+  hear("01", advertising({0xFFE0}, "A"), AdvertisingKind::connectable, 127);
+  hear("02", {});
+  EXPECT_EQ(listener.take(), (Texts{"01 -60 A", "01 127 A", "02 -60 -"}));
+}
+
+TEST_F(Central, IgnoresAScanWhileTheRadioIsNotOn) {
+  const auto central = make(listener);
+  scan(*central);
+  dispatch->runDue();
+  become(CBManagerState::resetting);
+  scan(*central);
+  become(CBManagerState::poweredOn);
+  hear("01", {});
+  EXPECT_EQ(listener.take(), (Texts{"state 5", "state 1", "state 5"}));
+  EXPECT_EQ(source->takeNotes(), Texts{"open"});
+}
+
+TEST_F(Central, LosesItsScanWithTheRadio) {
+  const auto central = makeScanning(listener);
+  source->takeNotes();
+  become(CBManagerState::poweredOff);
+  become(CBManagerState::poweredOn);
+  hear("01", {});
+  EXPECT_EQ(listener.take(), (Texts{"state 4", "state 5"}));
+  EXPECT_EQ(source->takeNotes(), Texts{"stop"});
+}
+
+TEST_F(Central, MayScanFromInsideItsStateCallback) {
+  std::unique_ptr<CBCentralManager> central;
+  listener.onCallback = [&] {
+    if (central->state() == CBManagerState::poweredOn && listener.notes.back() == "state 5") scan(*central);
+  };
+  central = make(listener);
+  dispatch->runDue();
+  become(CBManagerState::resetting);
+  become(CBManagerState::poweredOn);
+  hear("01", {});
+  EXPECT_EQ(listener.take(), (Texts{"state 5", "state 1", "state 5", "01 -60 -"}));
+  EXPECT_EQ(source->takeNotes(), (Texts{"open", "scan", "stop", "scan"}));
+}
+
+TEST_F(Central, FiltersByServicesOfTheMergedAdvertisementInAnyWidth) {
+  const auto central = makeScanning(listener, {0xFFE0, 0x180F});
+  hear("01", advertising({0x180A}));
+  hear("02", advertising({0x180A, 0x180F}));
+  hear("03", advertising({}));
+  hear("04", octetsFromHex("1107fb349b5f8000008000100000e0ff0000").value());
+  hear("05", advertising({}, "response"), AdvertisingKind::scanResponse);
+  hear("05", advertising({0xFFE0}));
+  hear("05", advertising({}, "again"), AdvertisingKind::scanResponse);
+  EXPECT_EQ(listener.take(), (Texts{"02 -60 -", "04 -60 -", "05 -60 response", "05 -60 again"}));
+}
+
+TEST_F(Central, WithoutDuplicatesDeliversAPeripheralOnceInAScan) {
+  const auto central = makeScanning(listener, {0xFFE0}, false);
+  hear("01", advertising({}));
+  hear("01", advertising({0xFFE0}, "A"));
+  hear("01", advertising({0xFFE0}, "B"));
+  hear("02", advertising({0xFFE0}));
+  hear("02", {}, AdvertisingKind::scanResponse);
+  EXPECT_EQ(listener.take(), (Texts{"01 -60 A", "02 -60 -"}));
+  scan(*central, {0xFFE0}, false);
+  hear("01", advertising({0xFFE0}, "B"));
+  hear("01", advertising({0xFFE0}, "B"));
+  EXPECT_EQ(listener.take(), Texts{"01 -60 B"});
+}
+
+TEST_F(Central, DeliversNothingThatWasOnItsWayWhenTheScanStoppedOrRestarted) {
+  const auto central = makeScanning(listener);
+  const auto heardButNotDelivered = [&](const std::function<void()>& meanwhile) {
+    post("01", {});
+    sourceQueue->async(meanwhile);  // runs after the report was heard and before the listener's block
+    listener.queue->async([&] { listener.notes.emplace_back("block"); });
+    dispatch->runDue();
+    return listener.take();
+  };
+  EXPECT_EQ(heardButNotDelivered([] {}).size(), 2U);
+  EXPECT_EQ(heardButNotDelivered([&] { central->stopScan(); }), Texts{"block"});
+  scan(*central);
+  EXPECT_EQ(heardButNotDelivered([&] { scan(*central, {0xFFE0}); }), Texts{"block"});
+  scan(*central);
+  hear("02", {});
+  EXPECT_EQ(listener.take(), Texts{"02 -60 -"});
+}
+
+TEST_F(Central, SharesTheRadioWithOthers) {
+  Listener second;
+  auto one = makeScanning(listener, {0xFFE0});
+  auto two = makeScanning(second, {0x180F, 0xFFE0}, false);
+  EXPECT_EQ(source->takeNotes(), (Texts{"open", "scan FFE0", "scan FFE0 180F"}));
+  hear("01", advertising({0xFFE0}));
+  hear("02", advertising({0x180F}));
+  hear("01", advertising({0xFFE0}));
+  EXPECT_EQ(listener.take(), (Texts{"01 -60 -", "01 -60 -"}));
+  EXPECT_EQ(second.take(), (Texts{"01 -60 -", "02 -60 -"}));
+
+  scan(*two);
+  EXPECT_EQ(source->takeNotes(), Texts{"scan"});
+  two->stopScan();
+  EXPECT_EQ(source->takeNotes(), Texts{"scan FFE0"});
+  hear("01", advertising({0xFFE0}));
+  EXPECT_EQ(second.take(), Texts{});
+  two->stopScan();
+  scan(*one, {0xFFE0});
+  EXPECT_EQ(source->takeNotes(), Texts{});
+  one.reset();
+  EXPECT_EQ(source->takeNotes(), Texts{"stop"});
+}
+
+TEST_F(Central, CallsNothingOnceDestroyed) {
+  auto central = makeScanning(listener);
+  post("01", {});
+  source->setState(CBManagerState::poweredOff);
+  sourceQueue->async([&] { central.reset(); });
+  dispatch->runDue();
+  hear("02", {});
+  EXPECT_EQ(listener.take(), Texts{});
+}
+
+TEST_F(Central, MayBeDestroyedInsideACallback) {
+  auto central = makeScanning(listener);
+  listener.onCallback = [&] { central.reset(); };
+  post("01", {});
+  post("02", {});
+  dispatch->runDue();
+  EXPECT_EQ(listener.take(), Texts{"01 -60 -"});
+}
+
+TEST_F(Central, KeepsTheServiceOpenAsLongAsItLives) {
+  auto central = makeScanning(listener);
+  service.reset();
+  hear("01", {});
+  EXPECT_EQ(listener.take(), Texts{"01 -60 -"});
+  source->takeNotes();
+  central.reset();
+  EXPECT_EQ(source->takeNotes(), (Texts{"stop", "close"}));
+}
+
+TEST_F(Central, AnonymousSendersAreNeverDuplicates) {
+  const auto central = makeScanning(listener, {}, false);
+  for (int i = 0; i < 2; ++i) source->hear("00:00:00:00:00:00", AdvertisingKind::extended, {});
+  dispatch->runDue();
+  EXPECT_EQ(listener.take(), (Texts{"anonymous -60 -", "anonymous -60 -"}));
+}
+
+TEST_F(Central, LetsObserversHearEverythingFirst) {
+  Texts seen;
+  service->observe(
+      [&](const AdvertisingReport& report) { seen.push_back("heard " + report.address.text().substr(15)); },
+      [&](const RadioState& radio) { seen.push_back(radio.reason); });
+  listener.onCallback = [&] { seen.push_back(listener.notes.back()); };
+  const auto central = makeScanning(listener);
+  hear("01", {});
+  central->stopScan();
+  hear("01", {});
+  source->setState(CBManagerState::poweredOff, "switched off");
+  source->setState(CBManagerState::poweredOff, "blocked");
+  dispatch->runDue();
+  EXPECT_EQ(seen,
+            (Texts{"", "state 5", "heard 01", "01 -60 -", "heard 01", "switched off", "blocked", "state 4"}));
+}
+
+}  // namespace
