@@ -1,0 +1,233 @@
+#include "platform/bluetooth/hci/DescriptorTransport.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+#include <utility>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "platform/bluetooth/hci/HCIPackets.h"
+
+namespace platform::hci {
+namespace {
+
+constexpr std::size_t kChunk = 65536;
+constexpr std::size_t kLargestPacket = 4096;
+// Two, so that one is read while the other is dealt with.
+constexpr int kMostChunksUnderway = 2;
+
+bool isWholePacket(DataView packet) {
+  const auto header = packet.empty() ? std::nullopt : headerSize(octetAt(packet, 0));
+  if (!header || packet.size() < *header) return false;
+  if (*header == 5) return packet.size() == *header + (uint16At(packet, 3) & 0x3FFFU);
+  return packet.size() == *header + octetAt(packet, *header - 1);
+}
+
+bool isTransient(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+/// Never raises SIGPIPE, which would end an application that does not expect it.
+ssize_t writeQuietly(int descriptor, DataView octets) {
+  const ssize_t count = ::send(descriptor, octets.data(), octets.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (count >= 0 || errno != ENOTSOCK) return count;
+  return ::write(descriptor, octets.data(), octets.size());
+}
+
+HCITransport::Failure failureOf(int error) {
+  switch (error) {
+    case EPERM:
+    case EACCES:
+      return HCITransport::Failure::notPermitted;
+    case ENETDOWN:
+    case ERFKILL:
+      return HCITransport::Failure::off;
+    case ENOENT:
+    case ENODEV:
+    case ENXIO:
+    case ECONNREFUSED:
+      return HCITransport::Failure::absent;
+    case EAFNOSUPPORT:
+    case EPROTONOSUPPORT:
+      return HCITransport::Failure::unsupported;
+    default:
+      return HCITransport::Failure::lost;
+  }
+}
+
+}  // namespace
+
+void FileDescriptor::reset() {
+  if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+}
+
+HCITransport::Closed closedByError(int error, const std::string& what) {
+  return {failureOf(error), what + ": " + std::generic_category().message(error)};
+}
+
+DescriptorTransport::DescriptorTransport(Opener opener)
+    : opener_(std::move(opener)), buffer_(kChunk), wakeUp_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+
+DescriptorTransport::~DescriptorTransport() {
+  close();
+}
+
+void DescriptorTransport::open(Handlers handlers) {
+  handlers_ = std::move(handlers);
+  thread_ = std::thread([this] { run(); });
+}
+
+void DescriptorTransport::send(Data packet) {
+  {
+    const std::lock_guard lock(mutex_);
+    outgoing_.push_back(std::move(packet));
+  }
+  wake();
+}
+
+void DescriptorTransport::consumed() {
+  bool wasFull = false;
+  {
+    const std::lock_guard lock(mutex_);
+    wasFull = chunksUnderway_-- == kMostChunksUnderway;
+  }
+  if (wasFull) wake();
+}
+
+void DescriptorTransport::close() {
+  if (!thread_.joinable()) return;
+  {
+    const std::lock_guard lock(mutex_);
+    isStopping_ = true;
+  }
+  wake();
+  thread_.join();
+}
+
+void DescriptorTransport::wake() {
+  const uint64_t one = 1;
+  (void)!::write(wakeUp_.get(), &one, sizeof one);  // fails only when it is readable already
+}
+
+void DescriptorTransport::run() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);  // signals are the application's threads' business
+  auto opened = opener_();
+  std::optional<Closed> closed;
+  if (auto* line = std::get_if<Line>(&opened)) {
+    line_ = std::move(*line);
+    handlers_.onOpened(line_.opened);
+    closed = serve();
+    line_.descriptor.reset();
+  } else {
+    closed = std::get<Closed>(std::move(opened));
+  }
+  if (closed) handlers_.onClosed(*closed);
+}
+
+/// Until the line breaks, which it returns, or `close` is called.
+std::optional<HCITransport::Closed> DescriptorTransport::serve() {
+  while (true) {
+    const short wanted = static_cast<short>((mayRead() ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
+    std::array<pollfd, 2> polled{
+        {{wanted != 0 ? line_.descriptor.get() : -1, wanted, 0}, {wakeUp_.get(), POLLIN, 0}}};
+    const int rc =
+        ::poll(polled.data(), polled.size(), line_.check ? static_cast<int>(kCheckInterval.count()) : -1);
+    if (rc < 0 && errno != EINTR) return closedByError(errno, line_.opened.description);
+    if (polled[1].revents != 0) {
+      uint64_t count = 0;
+      (void)!::read(wakeUp_.get(), &count, sizeof count);
+    }
+    auto closed = writeWaiting();
+    {
+      const std::lock_guard lock(mutex_);
+      if (isStopping_) return std::nullopt;
+    }
+    if (!closed && (polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && mayRead()) closed = readOnce();
+    if (!closed && rc == 0 && line_.check) closed = line_.check();
+    if (closed) return closed;
+  }
+}
+
+bool DescriptorTransport::mayRead() {
+  const std::lock_guard lock(mutex_);
+  return chunksUnderway_ < kMostChunksUnderway;
+}
+
+bool DescriptorTransport::hasToWrite() {
+  const std::lock_guard lock(mutex_);
+  return !outgoing_.empty();
+}
+
+std::optional<HCITransport::Closed> DescriptorTransport::readOnce() {
+  return line_.keepsPackets ? readPackets() : readStream();
+}
+
+std::optional<HCITransport::Closed> DescriptorTransport::readStream() {
+  const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), buffer_.size());
+  if (count > 0) {
+    deliver(toData(DataView(buffer_).first(static_cast<std::size_t>(count))));
+    return std::nullopt;
+  }
+  if (count == 0) return Closed{Failure::lost, line_.opened.description + ": the other side closed the line"};
+  if (isTransient(errno)) return std::nullopt;
+  return closedByError(errno, line_.opened.description);
+}
+
+/// Collects the packets that are there; a packet whose length is wrong would upset those behind it.
+std::optional<HCITransport::Closed> DescriptorTransport::readPackets() {
+  Data collected;
+  std::optional<Closed> closed;
+  while (collected.size() + kLargestPacket <= kChunk) {
+    const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), kLargestPacket);
+    if (count <= 0) {
+      if (count == 0) closed = Closed{Failure::lost, line_.opened.description + ": end of stream"};
+      if (count < 0 && !isTransient(errno)) closed = closedByError(errno, line_.opened.description);
+      break;
+    }
+    const auto packet = DataView(buffer_).first(static_cast<std::size_t>(count));
+    if (isWholePacket(packet)) {
+      collected.insert(collected.end(), packet.begin(), packet.end());
+    } else {
+      handlers_.onFault("a packet of " + std::to_string(count) + " octets that says another length");
+    }
+  }
+  if (!collected.empty()) deliver(std::move(collected));
+  return closed;
+}
+
+void DescriptorTransport::deliver(Data octets) {
+  {
+    const std::lock_guard lock(mutex_);
+    ++chunksUnderway_;
+  }
+  handlers_.onOctets(std::move(octets));
+}
+
+std::optional<HCITransport::Closed> DescriptorTransport::writeWaiting() {
+  while (true) {
+    Data packet;
+    {
+      const std::lock_guard lock(mutex_);
+      if (outgoing_.empty()) return std::nullopt;
+      packet = std::move(outgoing_.front());
+      outgoing_.pop_front();
+    }
+    const ssize_t count = writeQuietly(line_.descriptor.get(), packet);
+    if (count < 0 && !isTransient(errno)) return closedByError(errno, line_.opened.description);
+    const std::size_t done = count < 0 ? 0 : static_cast<std::size_t>(count);
+    if (done == packet.size()) continue;
+    packet.erase(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(done));
+    const std::lock_guard lock(mutex_);
+    outgoing_.push_front(std::move(packet));
+    return std::nullopt;
+  }
+}
+
+}  // namespace platform::hci

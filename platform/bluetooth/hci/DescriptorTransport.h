@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <variant>
+
+#include "platform/bluetooth/hci/FileDescriptor.h"
+#include "platform/bluetooth/hci/HCITransport.h"
+
+namespace platform::hci {
+
+/// A transport over anything that can be polled, read and written. It has one thread, which opens the line,
+/// reads it and writes it.
+class DescriptorTransport : public HCITransport {
+ public:
+  /// How often a line is asked whether it is still good.
+  static constexpr std::chrono::milliseconds kCheckInterval{1000};
+
+  struct Line {
+    FileDescriptor descriptor;  ///< non-blocking
+    Opened opened;
+    bool keepsPackets = false;  ///< one read is one packet
+    /// For what no read would tell; empty when there is nothing such.
+    std::function<std::optional<Closed>()> check;
+  };
+  using Opener = std::function<std::variant<Line, Closed>()>;
+
+  /// `open` is called on the transport's thread.
+  explicit DescriptorTransport(Opener opener);
+  ~DescriptorTransport() override;
+
+  void open(Handlers handlers) override;
+  void send(Data packet) override;
+  void consumed() override;
+  void close() override;
+
+ private:
+  void run();
+  std::optional<Closed> serve();
+  std::optional<Closed> readOnce();
+  std::optional<Closed> readPackets();
+  std::optional<Closed> readStream();
+  std::optional<Closed> writeWaiting();
+  bool mayRead();
+  bool hasToWrite();
+  void deliver(Data octets);
+  void wake();
+
+  Opener opener_;
+  Handlers handlers_;
+  Line line_;
+  Data buffer_;  ///< of the thread
+  FileDescriptor wakeUp_;
+  std::thread thread_;
+
+  std::mutex mutex_;
+  std::deque<Data> outgoing_;  ///< guarded by mutex_
+  int chunksUnderway_ = 0;     ///< guarded by mutex_
+  bool isStopping_ = false;    ///< guarded by mutex_
+};
+
+/// What an error number says about a line named `what`.
+HCITransport::Closed closedByError(int error, const std::string& what);
+
+}  // namespace platform::hci

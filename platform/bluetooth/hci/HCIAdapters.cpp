@@ -1,0 +1,79 @@
+#include "platform/bluetooth/hci/HCIAdapters.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <span>
+#include <system_error>
+
+#include <sys/socket.h>
+
+#include "platform/bluetooth/hci/HCISocket.h"
+
+namespace platform {
+namespace hci {
+
+FileDescriptor openHCISocket() {
+  return FileDescriptor(::socket(kBluetoothFamily, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kHCIProtocol));
+}
+
+bool readDeviceInfo(const FileDescriptor& socket, int index, HCIDeviceInfo& info) {
+  info = {};
+  info.index = static_cast<uint16_t>(index);
+  return ::ioctl(socket.get(), kGetDeviceInfo, &info) == 0;
+}
+
+}  // namespace hci
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool saysOne(const fs::path& file) {
+  std::ifstream stream(file);
+  char first = '0';
+  return stream.get(first) && first == '1';
+}
+
+bool isBlockedByRfkill(const std::string& name) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator("/sys/class/bluetooth/" + name, error)) {
+    if (!entry.path().filename().string().starts_with("rfkill")) continue;
+    if (saysOne(entry.path() / "soft") || saysOne(entry.path() / "hard")) return true;
+  }
+  return false;
+}
+
+std::string noSocketText(int error) {
+  if (error == EAFNOSUPPORT || error == EPROTONOSUPPORT) return "this machine's kernel has no Bluetooth";
+  return "the kernel gives no Bluetooth socket: " + std::generic_category().message(error);
+}
+
+}  // namespace
+
+std::vector<HCIAdapter> listHCIAdapters(std::string& problem) {
+  problem.clear();
+  const auto socket = hci::openHCISocket();
+  hci::HCIDeviceList list;
+  if (!socket || ::ioctl(socket.get(), hci::kGetDeviceList, &list) != 0) {
+    problem = noSocketText(errno);
+    return {};
+  }
+  std::vector<HCIAdapter> adapters;
+  for (const auto& entry :
+       std::span(list.entries).first(std::min<std::size_t>(list.count, hci::kMostAdapters))) {
+    hci::HCIDeviceInfo info;
+    if (!hci::readDeviceInfo(socket, entry.index, info)) continue;
+    HCIAdapter adapter;
+    adapter.index = entry.index;
+    adapter.address = BluetoothAddress::fromPacket(std::as_bytes(std::span(info.address)), false);
+    adapter.isUp = (info.flags & hci::kFlagUp) != 0;
+    adapter.isBlocked = isBlockedByRfkill(adapter.name());
+    adapters.push_back(adapter);
+  }
+  std::sort(adapters.begin(), adapters.end(), [](const auto& a, const auto& b) { return a.index < b.index; });
+  return adapters;
+}
+
+}  // namespace platform

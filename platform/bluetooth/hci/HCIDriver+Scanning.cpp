@@ -1,0 +1,183 @@
+#include <algorithm>
+#include <chrono>
+
+#include "platform/bluetooth/hci/HCIDriverCore.h"
+
+namespace platform::hci {
+namespace {
+
+using Command = HCICommandQueue::Command;
+using Result = HCICommandQueue::Result;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// Window equal to interval, so that the radio always listens: 30 ms, in units of 0.625 ms.
+constexpr unsigned kWindow = 0x0030;
+constexpr unsigned kActive = 1;
+
+// Another program ends its scan, sets parameters and begins anew; it is left to finish.
+constexpr dispatch_time_t kFirstDisturbancePause = milliseconds(200);
+constexpr dispatch_time_t kLongestDisturbancePause = seconds(60);
+constexpr dispatch_time_t kQuietAfterDisturbance = seconds(5);
+
+constexpr dispatch_time_t kLongestSilence = seconds(960);
+
+constexpr dispatch_time_t kFirstRefusalPause = seconds(1);
+constexpr int kRefusalsBeforeReset = 3;
+
+Command parametersCommand(bool isExtended, bool withCodedPhy) {
+  if (!isExtended) {
+    return {opcode::kLESetScanParameters, parameters({kActive, kWindow, 0, kWindow, 0, 0, 0}), 0};
+  }
+  Data content = parameters({0, 0, withCodedPhy ? 0x05U : 0x01U});
+  const Data phy = parameters({kActive, kWindow, 0, kWindow, 0});
+  content.insert(content.end(), phy.begin(), phy.end());
+  if (withCodedPhy) content.insert(content.end(), phy.begin(), phy.end());
+  return {opcode::kLESetExtendedScanParameters, std::move(content), 0};
+}
+
+// Duplicates are wanted; an extended scan goes on without limit.
+Command enableCommand(bool isExtended, bool on) {
+  const unsigned enable = on ? 1 : 0;
+  if (!isExtended) return {opcode::kLESetScanEnable, parameters({enable, 0}), 0};
+  return {opcode::kLESetExtendedScanEnable, parameters({enable, 0, 0, 0, 0, 0}), 0};
+}
+
+}  // namespace
+
+void HCIDriverCore::reconcileScan() {
+  if (phase_ != Phase::ready || state_ != CBManagerState::poweredOn) return;
+  if (wantScan_ && scan_ == Scan::off) {
+    beginScan(false);
+  } else if (!wantScan_ && scan_ == Scan::on) {
+    endScan();
+  }
+}
+
+/// Lists the ways to a scan, the likeliest first, and tries them in turn. The two families of commands
+/// exclude each other until a reset, and neither may set parameters during a scan; somebody else may have
+/// begun either.
+void HCIDriverCore::beginScan(bool disableFirst) {
+  disarm(scanTimer_);
+  std::vector<ScanPlan> ways;
+  if (provenPlan_) ways.push_back(*provenPlan_);
+  if (features_.hasExtendedScanning()) {
+    if (features_.hasCodedPhy()) ways.push_back({.isExtended = true, .withCodedPhy = true});
+    ways.push_back({.isExtended = true});
+  }
+  if (features_.hasLegacyScanning() || ways.empty()) ways.push_back({});
+  plans_.clear();
+  for (ScanPlan way : ways) {
+    for (const bool first : {false, true}) {
+      way.disableFirst = first;
+      if (first || !disableFirst) plans_.push_back(way);
+    }
+  }
+  planIndex_ = 0;
+  scan_ = Scan::starting;
+  tryPlan();
+}
+
+void HCIDriverCore::tryPlan() {
+  if (planIndex_ == plans_.size()) return scanRefused();
+  if (!plan().disableFirst) return sendScanParameters();
+  commands_.send(enableCommand(plan().isExtended, false), [this](const Result&) { sendScanParameters(); });
+}
+
+void HCIDriverCore::sendScanParameters() {
+  const Command command = parametersCommand(plan().isExtended, plan().withCodedPhy);
+  commands_.send(command, [this, command](const Result& result) {
+    if (!result.isGood()) return nextPlan(command, result);
+    sendScanEnable();
+  });
+}
+
+void HCIDriverCore::sendScanEnable() {
+  const Command command = enableCommand(plan().isExtended, true);
+  commands_.send(command, [this, command](const Result& result) {
+    if (!result.isGood()) return nextPlan(command, result);
+    scanAgreed();
+  });
+}
+
+void HCIDriverCore::nextPlan(const Command& refused, const Result& result) {
+  refusal_ =
+      "the controller refused " + textOfOpcode(refused.opcode) + " with " + textOfStatus(result.status);
+  ++planIndex_;
+  tryPlan();
+}
+
+void HCIDriverCore::scanRefused() {
+  scan_ = Scan::off;
+  provenPlan_.reset();
+  if (!wantScan_) return;
+  if (++refusals_ >= kRefusalsBeforeReset && !connectionTraits_.isShared) {
+    refusals_ = 0;
+    return fail(HCITransport::Failure::lost, refusal_);
+  }
+  const dispatch_time_t pause = kFirstRefusalPause * (1LL << std::min(refusals_ - 1, 6));
+  const auto shown = std::chrono::duration_cast<seconds>(std::min<dispatch_time_t>(pause, seconds(60)));
+  diagnostics_.say(refusal_ + "; next try in " + std::to_string(shown.count()) + " s");
+  wakeAfter(scanTimer_, shown);
+}
+
+void HCIDriverCore::scanAgreed() {
+  ++counts_.scanStarts;
+  refusals_ = 0;
+  provenPlan_ = plan();
+  scan_ = Scan::on;
+  lastHeard_ = options_.dispatch->now();
+  wakeAfter(silenceTimer_, silenceLimit_);
+  reconcileScan();
+}
+
+void HCIDriverCore::endScan() {
+  scan_ = Scan::stopping;
+  disarm(silenceTimer_);
+  commands_.send(enableCommand(plan().isExtended, false), [this](const Result&) {
+    scan_ = Scan::off;
+    reconcileScan();
+  });
+}
+
+Data HCIDriverCore::scanDisablePacket() const {
+  const Command command = enableCommand(plan().isExtended, false);
+  return commandPacket(command.opcode, command.parameters);
+}
+
+/// Somebody else ended the scan, or began one that hides duplicates.
+void HCIDriverCore::scanDisturbed() {
+  if (!wantScan_ || scan_ != Scan::on) return;
+  if (!toldOfOthers_) diagnostics_.say("another program also scans with " + connectionTraits_.description);
+  toldOfOthers_ = true;
+  const dispatch_time_t now = options_.dispatch->now();
+  const bool wasQuiet =
+      disturbancePause_ == dispatch_time_t{} || now - lastDisturbance_ >= kQuietAfterDisturbance;
+  disturbancePause_ =
+      wasQuiet ? kFirstDisturbancePause : std::min(disturbancePause_ * 2, kLongestDisturbancePause);
+  lastDisturbance_ = now;
+  wakeAfter(scanTimer_, disturbancePause_);
+}
+
+void HCIDriverCore::scanTimerFired() {
+  if (!wantScan_ || phase_ != Phase::ready || scan_ == Scan::starting || scan_ == Scan::stopping) return;
+  beginScan(scan_ == Scan::on);
+}
+
+/// A scan that hears nothing may be one that no longer is: it is begun anew, less and less often.
+void HCIDriverCore::silenceTimerFired() {
+  if (scan_ != Scan::on) return;
+  const dispatch_time_t silence = options_.dispatch->now() - lastHeard_;
+  if (silence < silenceLimit_) {
+    wakeAfter(silenceTimer_, silenceLimit_ - silence);
+    return;
+  }
+  diagnostics_.say("nothing heard for " +
+                   std::to_string(std::chrono::duration_cast<seconds>(silence).count()) +
+                   " s; the scan is started anew");
+  silenceLimit_ = std::min(silenceLimit_ * 2, kLongestSilence);
+  if (connectionTraits_.isShared) return beginScan(true);
+  initialise();
+}
+
+}  // namespace platform::hci

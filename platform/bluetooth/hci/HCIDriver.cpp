@@ -1,0 +1,242 @@
+#include "platform/bluetooth/hci/HCIDriver.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/bluetooth/hci/HCIDriverCore.h"
+
+namespace platform {
+
+std::shared_ptr<HCIDriver> HCIDriver::make(HCIDriverOptions options) {
+  return std::make_shared<hci::HCIDriverCore>(std::move(options));
+}
+
+namespace hci {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr dispatch_time_t kFirstPause = seconds(1);
+constexpr dispatch_time_t kLongestPause = seconds(60);
+// Looking whether an adapter is back costs nothing and disturbs nobody.
+constexpr dispatch_time_t kLongestPauseForAbsent = seconds(4);
+// A connection that held for so long was a good one: the pauses start again with the shortest.
+constexpr dispatch_time_t kGoodConnection = seconds(60);
+
+CBManagerState stateOf(HCITransport::Failure failure) {
+  switch (failure) {
+    case HCITransport::Failure::lost:
+      return CBManagerState::resetting;
+    case HCITransport::Failure::absent:
+    case HCITransport::Failure::off:
+      return CBManagerState::poweredOff;
+    case HCITransport::Failure::notPermitted:
+      return CBManagerState::unauthorized;
+    case HCITransport::Failure::unsupported:
+      break;
+  }
+  return CBManagerState::unsupported;
+}
+
+bool isWaitingForAdapter(HCITransport::Failure failure) {
+  return failure == HCITransport::Failure::absent || failure == HCITransport::Failure::off;
+}
+
+}  // namespace
+
+HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
+    : options_(std::move(options)),
+      queue_(options_.dispatch->createQueue("HCIDriver")),
+      diagnostics_(*options_.dispatch, options_.onDiagnostic),
+      pause_(kFirstPause),
+      silenceLimit_(kFirstSilence),
+      commandTimer_(options_.dispatch->createTimer(queue_)),
+      commands_(*options_.dispatch, commandTimer_,
+                {.send =
+                     [this](Data packet) {
+                       if (transport_) transport_->send(std::move(packet));
+                     },
+                 .onTimeout =
+                     [this](uint16_t opcode) {
+                       ++counts_.commandTimeouts;
+                       diagnostics_.say("no answer to " + textOfOpcode(opcode));
+                     },
+                 .onDead =
+                     [this](uint16_t opcode) {
+                       fail(HCITransport::Failure::lost,
+                            "the controller does not answer " + textOfOpcode(opcode));
+                     }}) {}
+
+HCIDriverCore::~HCIDriverCore() {
+  if (gate_.close(true)) tearDown();
+}
+
+void HCIDriverCore::open(ReportHandler onReport, StateHandler onState) {
+  onReport_ = std::move(onReport);
+  onState_ = std::move(onState);
+  post([this] {
+    commandTimer_->setEventHandler([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->run([&self] { self->commands_.timerFired(); });
+    });
+    commandTimer_->resume();
+    connectTimer_ = makeTimer(&HCIDriverCore::connect);
+    scanTimer_ = makeTimer(&HCIDriverCore::scanTimerFired);
+    silenceTimer_ = makeTimer(&HCIDriverCore::silenceTimerFired);
+    connect();
+  });
+}
+
+void HCIDriverCore::startScan(const std::vector<CBUUID>& services) {
+  (void)services;  // the controller has nothing that could look for them; the central does
+  post([this] {
+    wantScan_ = true;
+    reconcileScan();
+  });
+}
+
+void HCIDriverCore::stopScan() {
+  post([this] {
+    wantScan_ = false;
+    reconcileScan();
+  });
+}
+
+void HCIDriverCore::close() {
+  const bool fromInside = queue_->isCurrent();
+  const bool isFirst = gate_.close(fromInside);
+  if (isFirst && !fromInside) tearDown();
+}
+
+HCIDriverCounters HCIDriverCore::counters() const {
+  return {.reports = counts_.reports,
+          .malformed = counts_.malformed,
+          .skippedOctets = counts_.skippedOctets,
+          .commandTimeouts = counts_.commandTimeouts,
+          .connections = counts_.connections,
+          .scanStarts = counts_.scanStarts};
+}
+
+void HCIDriverCore::post(dispatch_block_t block) {
+  queue_->async([weak = weak_from_this(), block = std::move(block)] {
+    if (const auto self = weak.lock()) self->run(block);
+  });
+}
+
+void HCIDriverCore::run(const dispatch_block_t& block) {
+  if (!gate_.enter()) return;
+  block();
+  if (gate_.isClosedFromInside()) tearDown();
+  gate_.leave();
+}
+
+dispatch_source_t HCIDriverCore::makeTimer(void (HCIDriverCore::*handler)()) {
+  auto timer = options_.dispatch->createTimer(queue_);
+  timer->setEventHandler([weak = weak_from_this(), handler] {
+    if (const auto self = weak.lock()) self->run([&] { (*self.*handler)(); });
+  });
+  timer->resume();
+  return timer;
+}
+
+void HCIDriverCore::wakeAfter(const dispatch_source_t& timer, dispatch_time_t delay) {
+  timer->setTimer(options_.dispatch->now() + delay, DISPATCH_TIME_FOREVER, {});
+}
+
+void HCIDriverCore::disarm(const dispatch_source_t& timer) {
+  timer->setTimer(DISPATCH_TIME_FOREVER, DISPATCH_TIME_FOREVER, {});
+}
+
+void HCIDriverCore::tearDown() {
+  for (const auto& timer : {commandTimer_, connectTimer_, scanTimer_, silenceTimer_}) {
+    if (timer) timer->cancel();
+  }
+  if (!transport_) return;
+  // Past the queue and without waiting for the answer: whoever uses the controller next finds it quiet.
+  if (scan_ == Scan::on || scan_ == Scan::starting) transport_->send(scanDisablePacket());
+  transport_->close();
+  transport_.reset();
+}
+
+void HCIDriverCore::connect() {
+  phase_ = Phase::opening;
+  ++connection_;
+  transport_ = options_.makeTransport();
+  transport_->open(transportHandlers());
+}
+
+HCITransport::Handlers HCIDriverCore::transportHandlers() {
+  // Called on the transport's thread; a block of a transport that was given up finds another connection's
+  // number.
+  const auto hop = [weak = weak_from_this(), connection = connection_](auto block) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->post([self = self.get(), connection, block = std::move(block)] {
+      if (self->connection_ == connection && self->transport_) block(*self);
+    });
+  };
+  return {
+      .onOpened =
+          [hop](const HCITransport::Opened& traits) {
+            hop([traits](HCIDriverCore& self) { self.opened(traits); });
+          },
+      .onOctets =
+          [hop](Data octets) {
+            hop([octets = std::move(octets)](HCIDriverCore& self) { self.takeOctets(octets); });
+          },
+      .onFault =
+          [hop](std::string fault) {
+            hop([fault = std::move(fault)](HCIDriverCore& self) { self.countMalformed(fault); });
+          },
+      .onClosed =
+          [hop](const HCITransport::Closed& closed) {
+            hop([closed](HCIDriverCore& self) { self.fail(closed.failure, closed.reason); });
+          },
+  };
+}
+
+void HCIDriverCore::opened(const HCITransport::Opened& opened) {
+  ++counts_.connections;
+  connectionTraits_ = opened;
+  toldOfOthers_ = false;
+  decoder_ = {};
+  provenPlan_.reset();
+  initialise();
+}
+
+void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reason) {
+  commands_.stop();
+  disarm(scanTimer_);
+  disarm(silenceTimer_);
+  transport_->close();
+  transport_.reset();
+  scan_ = Scan::off;
+  const dispatch_time_t pause = nextPause(failure);
+  phase_ = Phase::idle;
+  diagnostics_.say(reason + "; next try in " +
+                   std::to_string(std::chrono::duration_cast<seconds>(pause).count()) + " s");
+  wakeAfter(connectTimer_, pause);
+  setState(stateOf(failure), reason);
+}
+
+dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
+  const bool wasGood = phase_ == Phase::ready && options_.dispatch->now() - readySince_ >= kGoodConnection;
+  if (wasGood) pause_ = kFirstPause;
+  const auto longest = isWaitingForAdapter(failure) ? kLongestPauseForAbsent : kLongestPause;
+  const dispatch_time_t pause = std::min(pause_, longest);
+  pause_ = std::min(pause * 2, kLongestPause);
+  return pause;
+}
+
+void HCIDriverCore::setState(CBManagerState state, std::string reason) {
+  if (state == state_ || gate_.isClosed()) return;
+  state_ = state;
+  if (onState_) onState_({state, std::move(reason)});
+}
+
+void HCIDriverCore::countMalformed(std::string_view what) {
+  ++counts_.malformed;
+  diagnostics_.say("malformed packet passed over: " + std::string(what));
+}
+
+}  // namespace hci
+}  // namespace platform

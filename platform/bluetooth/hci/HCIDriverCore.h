@@ -1,0 +1,140 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/bluetooth/HCIAdvertisingEvents.h"
+#include "platform/bluetooth/hci/CallGate.h"
+#include "platform/bluetooth/hci/DiagnosticLimiter.h"
+#include "platform/bluetooth/hci/H4Decoder.h"
+#include "platform/bluetooth/hci/HCICommandQueue.h"
+#include "platform/bluetooth/hci/HCIDriver.h"
+#include "platform/bluetooth/hci/HCIFeatures.h"
+
+namespace platform::hci {
+
+/// The driver's state machine.
+///
+/// Threads: everything private lives on `queue_`, where each block passes through `gate_`; once the gate is
+/// closed and empty, the closing thread has it all to itself. Public operations only submit blocks.
+class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_this<HCIDriverCore> {
+ public:
+  explicit HCIDriverCore(HCIDriverOptions options);
+  ~HCIDriverCore() override;
+  HCIDriverCore(const HCIDriverCore&) = delete;
+  HCIDriverCore& operator=(const HCIDriverCore&) = delete;
+
+  void open(ReportHandler onReport, StateHandler onState) override;
+  void startScan(const std::vector<CBUUID>& services) override;
+  void stopScan() override;
+  void close() override;
+  HCIDriverCounters counters() const override;
+
+ private:
+  static constexpr dispatch_time_t kFirstSilence = std::chrono::seconds(60);
+
+  enum class Phase { idle, opening, initialising, ready };
+  enum class Scan { off, starting, on, stopping };
+
+  /// One way to get a scan going; the next is tried when the controller refuses.
+  struct ScanPlan {
+    bool isExtended = false;
+    bool withCodedPhy = false;
+    bool disableFirst = false;
+  };
+
+  struct Counts {
+    std::atomic<uint64_t> reports{0}, malformed{0}, skippedOctets{0}, commandTimeouts{0}, connections{0},
+        scanStarts{0};
+  };
+
+  // HCIDriver.cpp: queue, timers, connection
+  void post(dispatch_block_t block);
+  void run(const dispatch_block_t& block);
+  dispatch_source_t makeTimer(void (HCIDriverCore::*handler)());
+  void wakeAfter(const dispatch_source_t& timer, dispatch_time_t delay);
+  static void disarm(const dispatch_source_t& timer);
+  void tearDown();
+  void connect();
+  HCITransport::Handlers transportHandlers();
+  void opened(const HCITransport::Opened& opened);
+  void fail(HCITransport::Failure failure, const std::string& reason);
+  dispatch_time_t nextPause(HCITransport::Failure failure);
+  void setState(CBManagerState state, std::string reason);
+  void countMalformed(std::string_view what);
+
+  // HCIDriver+Events.cpp: what comes in
+  void takeOctets(const Data& octets);
+  void takePacket(DataView packet);
+  void takeAnswer(DataView packet);
+  void takeAdvertisingEvent(DataView packet);
+  void takeForeignCommand(DataView packet);
+  void takeForeignAnswer(const CommandAnswer& answer);
+
+  // HCIDriver+Initialisation.cpp
+  void initialise();
+  void initialiseFrom(std::size_t step);
+  void becomeReady();
+
+  // HCIDriver+Scanning.cpp
+  void reconcileScan();
+  void beginScan(bool disableFirst);
+  void tryPlan();
+  void sendScanParameters();
+  void sendScanEnable();
+  void nextPlan(const HCICommandQueue::Command& refused, const HCICommandQueue::Result& result);
+  void scanRefused();
+  void scanAgreed();
+  void endScan();
+  void scanDisturbed();
+  void scanTimerFired();
+  void silenceTimerFired();
+  Data scanDisablePacket() const;
+  const ScanPlan& plan() const { return plans_[planIndex_]; }
+
+  const HCIDriverOptions options_;
+  const dispatch_queue_t queue_;
+  CallGate gate_;
+  DiagnosticLimiter diagnostics_;
+  Counts counts_;
+  ReportHandler onReport_;
+  StateHandler onState_;
+
+  std::unique_ptr<HCITransport> transport_;
+  uint64_t connection_ = 0;  ///< tells a transport's late blocks from those of the present one
+  HCITransport::Opened connectionTraits_;
+  H4Decoder decoder_;
+  HCIAdvertisingEvents events_;
+  Phase phase_ = Phase::idle;
+  CBManagerState state_ = CBManagerState::unknown;
+  HCIFeatures features_;
+  dispatch_time_t readySince_{};
+  dispatch_time_t pause_;  ///< before the next try
+
+  bool wantScan_ = false;
+  Scan scan_ = Scan::off;
+  std::vector<ScanPlan> plans_;
+  std::size_t planIndex_ = 0;
+  std::optional<ScanPlan> provenPlan_;  ///< the one that the controller agreed to last
+  std::string refusal_;                 ///< of the latest plan
+  int refusals_ = 0;                    ///< of all plans, in a row
+  dispatch_time_t disturbancePause_{};
+  dispatch_time_t lastDisturbance_{};
+  bool toldOfOthers_ = false;
+  uint16_t foreignOpcode_ = opcode::kNone;  ///< of a command that another program sent, until its answer
+  Data foreignParameters_;
+
+  dispatch_time_t lastHeard_{};
+  dispatch_time_t silenceLimit_;
+
+  dispatch_source_t commandTimer_;
+  dispatch_source_t connectTimer_;
+  dispatch_source_t scanTimer_;
+  dispatch_source_t silenceTimer_;
+  HCICommandQueue commands_;
+};
+
+}  // namespace platform::hci

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/foundation/Data.h"
+
+namespace platform::hci {
+
+/// What a controller said that it can do.
+struct HCIFeatures {
+  static constexpr std::size_t kCommandOctets = 64;
+
+  uint8_t version = 0;  ///< of the host controller interface, by the assigned numbers: 9 is 5.0
+  bool hasLE = true;    ///< believed until denied
+  uint64_t leFeatures = 0;
+  /// Supported_Commands (Bluetooth Core, Vol 4, Part E, 6.27); absent when the controller would not tell.
+  std::optional<std::array<uint8_t, kCommandOctets>> commands;
+
+  void setCommands(DataView octets);
+  bool hasLegacyScanning() const;
+  bool hasExtendedScanning() const;
+  bool hasCodedPhy() const;
+  /// "Bluetooth 5.0"
+  std::string versionText() const;
+};
+
+}  // namespace platform::hci

@@ -1,0 +1,130 @@
+#include "platform/bluetooth/hci/HCISocketTransport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <sys/socket.h>
+
+#include "platform/bluetooth/hci/DescriptorTransport.h"
+#include "platform/bluetooth/hci/HCIAdapters.h"
+#include "platform/bluetooth/hci/HCIPackets.h"
+#include "platform/bluetooth/hci/HCISocket.h"
+
+namespace platform::hci {
+namespace {
+
+using Closed = HCITransport::Closed;
+using Failure = HCITransport::Failure;
+using Line = DescriptorTransport::Line;
+
+constexpr int kReceiveBuffer = 1 << 20;
+
+Closed notPermitted(const HCIAdapter& adapter, const std::string& capabilities) {
+  return {Failure::notPermitted, adapter.name() + ": not permitted, " + capabilities +
+                                     " is needed (setcap 'cap_net_raw,cap_net_admin+eip' on the program, or "
+                                     "AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN in its unit)"};
+}
+
+Closed noSuchAdapter(const HCIAdapterAddress& address, const std::vector<HCIAdapter>& present) {
+  std::string text = "no adapter " + textOf(RadioAddress(HCIAdapterAddress{address.adapter, {}})).substr(4);
+  text += present.empty() ? "; none is plugged in" : "; there is";
+  for (const auto& adapter : present) text += " " + adapter.name() + " (" + adapter.address.text() + ")";
+  return {Failure::absent, text};
+}
+
+bool isNamed(const HCIAdapter& adapter, const HCIAdapterAddress& address) {
+  if (const int* index = std::get_if<int>(&address.adapter)) return adapter.index == *index;
+  return adapter.address.octets == std::get<BluetoothAddress>(address.adapter).octets;
+}
+
+bool bindTo(const FileDescriptor& socket, int index, uint16_t channel) {
+  HCISocketAddress name;
+  name.device = static_cast<uint16_t>(index);
+  name.channel = channel;
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
+void enlargeBuffer(const FileDescriptor& socket) {
+  const int size = kReceiveBuffer;
+  if (::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+}
+
+constexpr uint32_t bit(uint8_t number) {
+  return 1U << (number & 31U);
+}
+
+/// Answers, advertising reports and hardware errors; and the commands of other programs, of which the kernel
+/// gives copies.
+bool setRawFilter(const FileDescriptor& socket) {
+  HCISocketFilter filter;
+  filter.types = bit(kEventPacket) | bit(kCommandPacket);
+  filter.events[0] = bit(event::kCommandComplete) | bit(event::kCommandStatus) | bit(event::kHardwareError);
+  filter.events[1] = bit(event::kLEMeta);
+  return ::setsockopt(socket.get(), kHCILevel, kHCIFilterOption, &filter, sizeof filter) == 0;
+}
+
+/// The raw channel stays open and silent when the adapter goes down.
+std::optional<Closed> checkUp(int index) {
+  HCIDeviceInfo info;
+  const FileDescriptor socket = openHCISocket();
+  const std::string name = "hci" + std::to_string(index);
+  if (!readDeviceInfo(socket, index, info)) return Closed{Failure::absent, name + " was unplugged"};
+  if ((info.flags & kFlagUp) == 0) return Closed{Failure::off, name + " went down"};
+  return std::nullopt;
+}
+
+using Opening = std::variant<Line, Closed>;
+
+Opening openRaw(const HCIAdapter& adapter) {
+  if (!adapter.isUp) {
+    return Closed{Failure::off, adapter.name() + (adapter.isBlocked ? " is blocked by rfkill" : " is down")};
+  }
+  FileDescriptor socket = openHCISocket();
+  if (!socket || !setRawFilter(socket) || !bindTo(socket, adapter.index, kRawChannel)) {
+    return errno == EPERM ? notPermitted(adapter, "CAP_NET_RAW") : closedByError(errno, adapter.name());
+  }
+  enlargeBuffer(socket);
+  Line line{std::move(socket), {adapter.name() + ", raw channel", true}, true, {}};
+  line.check = [index = adapter.index] { return checkUp(index); };
+  return line;
+}
+
+Opening openUser(const HCIAdapter& adapter) {
+  FileDescriptor socket = openHCISocket();
+  if (socket && bindTo(socket, adapter.index, kUserChannel)) {
+    enlargeBuffer(socket);
+    return Line{std::move(socket), {adapter.name() + ", user channel", false}, true, {}};
+  }
+  switch (errno) {
+    case EPERM:
+      return notPermitted(adapter, "CAP_NET_ADMIN");
+    case ERFKILL:
+      return Closed{Failure::off, adapter.name() + " is blocked by rfkill"};
+    case EBUSY:
+      return Closed{Failure::lost, adapter.name() + " is in use; the user channel needs it down"};
+    default:
+      return closedByError(errno, adapter.name());
+  }
+}
+
+Opening openAdapter(const HCIAdapterAddress& address) {
+  std::string problem;
+  const auto adapters = listHCIAdapters(problem);
+  if (!problem.empty()) return Closed{Failure::unsupported, problem};
+  const auto found = std::find_if(adapters.begin(), adapters.end(),
+                                  [&](const auto& adapter) { return isNamed(adapter, address); });
+  if (found == adapters.end()) return noSuchAdapter(address, adapters);
+  const bool takesUser =
+      address.channel == HCIChannel::automatic ? !found->isUp : address.channel == HCIChannel::user;
+  return takesUser ? openUser(*found) : openRaw(*found);
+}
+
+}  // namespace
+
+std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address) {
+  return std::make_unique<DescriptorTransport>([address] { return openAdapter(address); });
+}
+
+}  // namespace platform::hci

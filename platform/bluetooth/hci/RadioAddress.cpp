@@ -1,0 +1,107 @@
+#include "platform/bluetooth/hci/RadioAddress.h"
+
+#include <charconv>
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kUnixPrefix = "unix:";
+constexpr unsigned kHighestBaud = 20'000'000;
+constexpr int kHighestAdapter = 65534;
+
+bool takePrefix(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) return false;
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+template <class Number>
+std::optional<Number> numberFrom(std::string_view text, Number highest) {
+  Number value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool isWhole = error == std::errc() && end == text.data() + text.size();
+  return isWhole && value >= 0 && value <= highest ? std::optional(value) : std::nullopt;
+}
+
+std::optional<RadioAddress> parseH4(std::string_view text, std::string& problem) {
+  if (takePrefix(text, kUnixPrefix)) {
+    if (!text.empty()) return H4UnixAddress{std::string(text)};
+    problem = "h4:unix: needs the path of a socket";
+    return std::nullopt;
+  }
+  H4SerialAddress address;
+  if (const auto comma = text.rfind(','); comma != std::string_view::npos) {
+    const auto baud = numberFrom<unsigned>(text.substr(comma + 1), kHighestBaud);
+    if (!baud || *baud == 0) {
+      problem = "\"" + std::string(text.substr(comma + 1)) + "\" is no baud rate";
+      return std::nullopt;
+    }
+    address.baud = *baud;
+    text = text.substr(0, comma);
+  }
+  address.device = text;
+  if (!address.device.empty()) return address;
+  problem = "h4: needs a serial device, such as h4:/dev/ttyACM0,1000000";
+  return std::nullopt;
+}
+
+std::optional<HCIChannel> channelFrom(std::string_view& text) {
+  const auto mark = text.find('?');
+  if (mark == std::string_view::npos) return HCIChannel::automatic;
+  const auto name = text.substr(mark + 1);
+  text = text.substr(0, mark);
+  if (name == "user") return HCIChannel::user;
+  if (name == "raw") return HCIChannel::raw;
+  return std::nullopt;
+}
+
+std::optional<RadioAddress> parseHCI(std::string_view text, std::string& problem) {
+  HCIAdapterAddress address;
+  const auto channel = channelFrom(text);
+  if (!channel) {
+    problem = "the channel of an adapter is ?user or ?raw";
+    return std::nullopt;
+  }
+  address.channel = *channel;
+  if (const auto device = BluetoothAddress::fromText(text)) {
+    address.adapter = *device;
+    return address;
+  }
+  takePrefix(text, "hci");
+  if (const auto index = numberFrom<int>(text, kHighestAdapter)) {
+    address.adapter = *index;
+    return address;
+  }
+  problem = "hci: needs an adapter: a number, hciN or its Bluetooth address";
+  return std::nullopt;
+}
+
+std::string textOfChannel(HCIChannel channel) {
+  if (channel == HCIChannel::automatic) return "";
+  return channel == HCIChannel::user ? "?user" : "?raw";
+}
+
+}  // namespace
+
+std::optional<RadioAddress> parseRadioAddress(std::string_view text, std::string& problem) {
+  problem.clear();
+  if (takePrefix(text, "h4:")) return parseH4(text, problem);
+  if (takePrefix(text, "hci:")) return parseHCI(text, problem);
+  problem = "a radio begins with h4: or hci:";
+  return std::nullopt;
+}
+
+std::string textOf(const RadioAddress& address) {
+  if (const auto* serial = std::get_if<H4SerialAddress>(&address)) {
+    const bool isUsual = serial->baud == H4SerialAddress{}.baud;
+    return "h4:" + serial->device + (isUsual ? "" : "," + std::to_string(serial->baud));
+  }
+  if (const auto* local = std::get_if<H4UnixAddress>(&address)) return "h4:unix:" + local->path;
+  const auto& adapter = std::get<HCIAdapterAddress>(address);
+  const auto* index = std::get_if<int>(&adapter.adapter);
+  const std::string name =
+      index != nullptr ? std::to_string(*index) : std::get<BluetoothAddress>(adapter.adapter).text();
+  return "hci:" + name + textOfChannel(adapter.channel);
+}
+
+}  // namespace platform
