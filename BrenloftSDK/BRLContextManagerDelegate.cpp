@@ -2,7 +2,8 @@
 
 void BRLContextManagerDelegate::contextManager_forBeacon(BRLContextManager&,
                                                          const std::shared_ptr<BRLBeaconDataModel>&) {}
-void BRLContextManagerDelegate::contextManager_didRangeBeaconSensors(BRLContextManager&, const BRLRecordList&) {}
+void BRLContextManagerDelegate::contextManager_didRangeBeaconSensors(BRLContextManager&,
+                                                                     const BRLRecordList&) {}
 void BRLContextManagerDelegate::contextManager_didByteArray(BRLContextManager&,
                                                             const std::vector<std::string>&) {}
 void BRLContextManagerDelegate::emergencyCallback_forBeacon(BRLContextManager&,
@@ -28,10 +29,14 @@ void BRLDelegateHandlers::emergencyCallback_forBeacon(BRLContextManager& manager
 
 bool BRLDelegateHandlers::respondsTo(BRLDelegateOperation operation) const noexcept {
   switch (operation) {
-    case BRLDelegateOperation::forBeacon: return static_cast<bool>(forBeacon);
-    case BRLDelegateOperation::didRangeBeaconSensors: return static_cast<bool>(didRangeBeaconSensors);
-    case BRLDelegateOperation::didByteArray: return static_cast<bool>(didByteArray);
-    case BRLDelegateOperation::emergencyCallback: return static_cast<bool>(emergencyCallback);
+    case BRLDelegateOperation::forBeacon:
+      return static_cast<bool>(forBeacon);
+    case BRLDelegateOperation::didRangeBeaconSensors:
+      return static_cast<bool>(didRangeBeaconSensors);
+    case BRLDelegateOperation::didByteArray:
+      return static_cast<bool>(didByteArray);
+    case BRLDelegateOperation::emergencyCallback:
+      return static_cast<bool>(emergencyCallback);
   }
   return false;
 }

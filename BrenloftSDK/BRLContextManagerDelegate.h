@@ -20,11 +20,11 @@ enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray
 /// Derive from `BRLDelegateOf<YourClass>`, which knows from the type which operations you override, and mark
 /// each `override`; or use `BRLDelegateHandlers` for lambdas.
 ///
-/// Threads: operations are called on the thread of their event, several of them possibly at the same time: the
-/// scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of `start`
-/// and `stop`. No lock is held: an operation may call back into the library.
-/// Ownership: the manager does not own its delegate; keep it alive while it is installed. Records are live and
-/// may be kept; the list is the manager's own.
+/// Threads: operations are called on the thread of their event, several of them possibly at the same time:
+/// the scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of
+/// `start` and `stop`. No lock is held: an operation may call back into the library. Ownership: the manager
+/// does not own its delegate; keep it alive while it is installed. Records are live and may be kept; the list
+/// is the manager's own.
 class BRL_EXPORT BRLContextManagerDelegate {
  public:
   virtual ~BRLContextManagerDelegate() = default;
@@ -38,7 +38,8 @@ class BRL_EXPORT BRLContextManagerDelegate {
   virtual void contextManager_didRangeBeaconSensors(BRLContextManager& manager, const BRLRecordList& beacons);
   /// -[contextManager:didByteArray:]
   /// Every octet of a sensor advertisement's manufacturer data, as two upper-case hexadecimal digits each.
-  virtual void contextManager_didByteArray(BRLContextManager& manager, const std::vector<std::string>& octets);
+  virtual void contextManager_didByteArray(BRLContextManager& manager,
+                                           const std::vector<std::string>& octets);
   /// -[emergencyCallback:forBeacon:]
   /// An advertisement signalled an emergency.
   virtual void emergencyCallback_forBeacon(BRLContextManager& manager,
@@ -49,18 +50,19 @@ class BRL_EXPORT BRLContextManagerDelegate {
   virtual bool respondsTo(BRLDelegateOperation operation) const noexcept = 0;
 };
 
-/// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base` below
-/// it, overrides it. `Application` must be final: a class derived from it would add operations unnoticed. To
-/// extend a delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is a template over
-/// its final class or that says `using BRLOpenDelegate = void;`.
+/// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base`
+/// below it, overrides it. `Application` must be final: a class derived from it would add operations
+/// unnoticed. To extend a delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is
+/// a template over its final class or that says `using BRLOpenDelegate = void;`.
 template <typename Application, typename Base = BRLContextManagerDelegate>
 class BRLDelegateOf : public Base {
  public:
   using Base::Base;
 
   bool respondsTo(BRLDelegateOperation operation) const noexcept override {
-    static_assert(std::is_final_v<Application> || requires { typename Application::BRLOpenDelegate; },
-                  "a delegate class must be final, or declare BRLOpenDelegate");
+    static_assert(
+        std::is_final_v<Application> || requires { typename Application::BRLOpenDelegate; },
+        "a delegate class must be final, or declare BRLOpenDelegate");
     using Root = BRLContextManagerDelegate;
     switch (operation) {
       case BRLDelegateOperation::forBeacon:
@@ -96,8 +98,10 @@ class BRL_EXPORT BRLDelegateHandlers final : public BRLContextManagerDelegate {
   std::function<void(BRLContextManager&, const Beacon&)> emergencyCallback;
 
   void contextManager_forBeacon(BRLContextManager& manager, const Beacon& beacon) override;
-  void contextManager_didRangeBeaconSensors(BRLContextManager& manager, const BRLRecordList& beacons) override;
-  void contextManager_didByteArray(BRLContextManager& manager, const std::vector<std::string>& octets) override;
+  void contextManager_didRangeBeaconSensors(BRLContextManager& manager,
+                                            const BRLRecordList& beacons) override;
+  void contextManager_didByteArray(BRLContextManager& manager,
+                                   const std::vector<std::string>& octets) override;
   void emergencyCallback_forBeacon(BRLContextManager& manager, const Beacon& beacon) override;
   bool respondsTo(BRLDelegateOperation operation) const noexcept override;
 };

@@ -32,9 +32,12 @@ constexpr std::array kIdentities{BRLRecordList::Identity::uuid, BRLRecordList::I
 
 Key keyOf(BRLRecordList::Identity identity, std::string_view uuid, int64_t major, int64_t minor) {
   switch (identity) {
-    case BRLRecordList::Identity::uuid: return {uuid, 0, 0};
-    case BRLRecordList::Identity::uuidAndMajor: return {uuid, major, 0};
-    case BRLRecordList::Identity::uuidMajorAndMinor: break;
+    case BRLRecordList::Identity::uuid:
+      return {uuid, 0, 0};
+    case BRLRecordList::Identity::uuidAndMajor:
+      return {uuid, major, 0};
+    case BRLRecordList::Identity::uuidMajorAndMinor:
+      break;
   }
   return {uuid, major, minor};
 }

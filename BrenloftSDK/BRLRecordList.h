@@ -12,8 +12,8 @@
 
 /// All known beacons in the order in which they were found. Records are never removed.
 ///
-/// Thread safety: any thread may read or append; a walk over `view()` needs no lock and sees every record that
-/// was there when it began. Delegates and applications only read.
+/// Thread safety: any thread may read or append; a walk over `view()` needs no lock and sees every record
+/// that was there when it began. Delegates and applications only read.
 class BRL_EXPORT BRLRecordList {
  public:
   using Record = std::shared_ptr<BRLBeaconDataModel>;

@@ -16,13 +16,15 @@ struct NativePlatformOptions {
   std::string applicationName = "brenloft";
   /// Holds documents and settings instead of the data folder, when not empty.
   std::filesystem::path container;
-  /// Where the radio comes from; without one, the machine's own is chosen when the first scan starts.
+  /// Where the radio comes from; without one, the machine's own is looked for.
   std::shared_ptr<AdvertisingReportSource> radio;
   /// The dispatch service; without one, real time.
   std::shared_ptr<DispatchService> dispatch;
 };
 
-/// What this machine offers.
+/// What this machine offers. Settings are in "settings.json" and documents directly in the container or the
+/// data folder. The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4),
+/// else always.
 BRL_EXPORT Platform nativePlatform(NativePlatformOptions options);
 
 }  // namespace platform

@@ -1,0 +1,79 @@
+#include "BrenloftSDK/BRLContextManager.h"
+#include "platform/Platform.h"
+
+// Ranging reports into records.
+
+namespace {
+
+using platform::CLBeacon;
+using platform::NSNumber;
+using platform::Platform;
+
+constexpr uint64_t kIBeacon = 2;
+constexpr int64_t kPresent = 1;
+
+std::optional<BRLRecordList::Identity> identityOf(int64_t groupType) {
+  switch (groupType) {
+    case 0:
+      return BRLRecordList::Identity::uuid;
+    case 1:
+      return BRLRecordList::Identity::uuidAndMajor;
+    case 2:
+      return BRLRecordList::Identity::uuidMajorAndMinor;
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+void BRLContextManager::locationManager_didRangeBeacons_inRegion(
+    platform::CLLocationManager& /*manager*/, const std::vector<CLBeacon>& beacons,
+    const platform::CLBeaconRegionPtr& /*region*/) {
+  if (beacons.empty()) return;
+  for (const CLBeacon& beacon : beacons) {
+    const std::string uuid = beacon.proximityUUID.UUIDString();
+    if (!refreshRanged(beacon, uuid)) addRangedBeacon(beacon, uuid);
+  }
+  reportRanged();
+}
+
+// Every record that stands for the beacon is refreshed. The grouping mode is read anew for each comparison: a
+// delegate may change it on the way.
+bool BRLContextManager::refreshRanged(const CLBeacon& beacon, const std::string& uuid) {
+  const auto known = rangeBeaconSensors_.view();
+  bool matched = false;
+  for (size_t next = 0; next < known.size();) {
+    const auto identity = identityOf(beaconGroupType_);
+    if (!identity) break;
+    const auto match =
+        rangeBeaconSensors_.find(*identity, uuid, beacon.major, beacon.minor, next, known.size());
+    if (!match) break;
+    const Record& record = known[*match];
+    record->setStatusUpdatedDate(Platform::installed().dispatch->date());
+    record->setRssiValue(beacon.rssi);
+    if (record->markPresent()) {
+      reportBeacon(record);
+      if (isLogSave()) loggingForSensor(*record);
+    }
+    matched = true;
+    next = *match + 1;
+  }
+  return matched;
+}
+
+void BRLContextManager::addRangedBeacon(const CLBeacon& beacon, const std::string& uuid) {
+  const auto record = std::make_shared<BRLBeaconDataModel>(platform::Dictionary{
+      {"beaconType", NSNumber(kIBeacon)},
+      {"beaconId", "iBeacon"},
+      {"uuid", uuid},
+      {"major", NSNumber(beacon.major)},
+      {"minor", NSNumber(beacon.minor)},
+      {"rssi", NSNumber(beacon.rssi)},
+      {"status", NSNumber(kPresent)},
+      {"statusUpdatedDate", Platform::installed().dispatch->date()},
+  });
+  reportBeacon(record);
+  rangeBeaconSensors_.append(record);
+  if (isLogSave()) loggingForSensor(*record);
+}

@@ -1,0 +1,179 @@
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "BrenloftSDK/BRLContextManager.h"
+#include "platform/Platform.h"
+#include "platform/foundation/Hex.h"
+#include "platform/foundation/NSLog.h"
+
+// The sensor search: the scan, what an advertisement does to the records, and the lost check.
+
+namespace {
+
+using platform::CBManagerState;
+using platform::CBUUID;
+using platform::Date;
+using platform::Dictionary;
+using platform::NSLog;
+using platform::NSNumber;
+using platform::Platform;
+
+constexpr uint64_t kSensorBeacon = 1;
+constexpr int64_t kPresent = 1;
+
+Date currentDate() {
+  return Platform::installed().dispatch->date();
+}
+
+// The whole second up to which a beacon heard last counts as lost.
+int64_t lostCutoff(Date now, double exitTime) {
+  constexpr double kLongest = 1e12;  // seconds; keeps the microseconds within 64 bits
+  const double seconds = std::isnan(exitTime) ? 0.0 : std::clamp(exitTime, -kLongest, kLongest);
+  return platform::wholeSecondsSince1970(now - std::chrono::microseconds(std::llround(seconds * 1e6)));
+}
+
+}  // namespace
+
+void BRLContextManager::BrenloftStart() {
+  beaconOperationsQueue_->async([this] { startScanning(); });
+}
+
+void BRLContextManager::startScanning() {
+  const CBManagerState state = centralManager_->state();
+  if (state != CBManagerState::poweredOn) {
+    NSLog("CBCentralManager state is " + std::to_string(static_cast<int>(state)) +
+          ", cannot start or stop scanning");
+    return;
+  }
+  NSLog("Starting to scan for Eddystones");
+  std::optional<std::vector<CBUUID>> services;
+  if (const auto text = beaconUUID(); text && !text->empty()) {
+    const auto uuid = CBUUID::UUIDWithString(*text);
+    if (!uuid) {
+      NSLog("Not a service UUID: " + *text);
+      return;
+    }
+    services.emplace({*uuid});
+  }
+  centralManager_->scanForPeripheralsWithServices_options(services, {.allowDuplicates = true});
+}
+
+void BRLContextManager::centralManagerDidUpdateState(platform::CBCentralManager& central) {
+  if (central.state() == CBManagerState::poweredOn && isStart_ && beaconType_ == kSensorBeacon) start();
+}
+
+void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+    platform::CBCentralManager& /*central*/, const platform::CBPeripheral& /*peripheral*/,
+    const platform::CBAdvertisementData& advertisementData, int64_t rssi) {
+  const auto& manufacturerData = advertisementData.manufacturerData;
+  const auto& services = advertisementData.serviceUUIDs;
+  if (!manufacturerData || !services || services->empty()) return;
+  const auto readings = decodeSensorFrame(*manufacturerData);
+  if (!readings) return;
+  reportOctets(*manufacturerData);
+  const std::string key = services->front().UUIDString();
+  if (!refreshMatches(key, rssi, *readings)) addSensorBeacon(key, rssi, *readings);
+}
+
+void BRLContextManager::reportOctets(platform::DataView manufacturerData) {
+  BRLContextManagerDelegate* delegate = delegateFor(BRLDelegateOperation::didByteArray);
+  if (delegate == nullptr) return;
+  std::vector<std::string> octets;
+  octets.reserve(manufacturerData.size());
+  for (const std::byte octet : manufacturerData) {
+    platform::appendHex(octets.emplace_back(), std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
+  }
+  delegate->contextManager_didByteArray(*this, octets);
+}
+
+// Every record that is visited, matching or not, keeps the lost timer of `key` up to date. A run of records
+// that do not match does so with its first one: pushing the same timer back again at the same moment changes
+// nothing, and only the first can find the timer missing.
+bool BRLContextManager::refreshMatches(const std::string& key, int64_t rssi,
+                                       const BRLSensorReadings& readings) {
+  const auto known = rangeBeaconSensors_.view();
+  size_t next = 0;
+  bool matched = false;
+  while (const auto match =
+             rangeBeaconSensors_.find(BRLRecordList::Identity::uuid, key, 0, 0, next, known.size())) {
+    if (*match > next) keepLostTimer(key, known[next]);
+    refreshKnownBeacon(known[*match], rssi, readings);
+    keepLostTimer(key, known[*match]);
+    next = *match + 1;
+    matched = true;
+  }
+  if (next < known.size()) keepLostTimer(key, known[next]);
+  return matched;
+}
+
+void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
+                                           const BRLSensorReadings& readings) {
+  record->refresh(currentDate(), rssi, readings);
+  if (!record->markPresent()) {
+    if (readings.emergency >= 1) {
+      reportEmergency(record);
+      if (isLogSave()) loggingForSensor(*record);
+    }
+    // Deliberately after the refresh, which has made the two equal.
+    if (record->beaconId() != readings.uniqueId && isLogSave()) loggingForSensor(*record);
+  } else if (isLogSave()) {
+    loggingForSensor(*record);
+  }
+  reportBeacon(record);
+}
+
+void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
+                                        const BRLSensorReadings& readings) {
+  Dictionary dictionary = dictionaryOf(readings);
+  dictionary.emplace("beaconType", NSNumber(kSensorBeacon));
+  dictionary.emplace("beaconId", readings.uniqueId);
+  dictionary.emplace("uuid", key);
+  dictionary.emplace("rssi", NSNumber(rssi));
+  dictionary.emplace("status", NSNumber(kPresent));
+  dictionary.emplace("statusUpdatedDate", currentDate());
+  const auto record = std::make_shared<BRLBeaconDataModel>(dictionary);
+  reportBeacon(record);
+  rangeBeaconSensors_.append(record);
+  if (readings.emergency >= 1) reportEmergency(record);
+  if (isLogSave()) loggingForSensor(*record);
+}
+
+void BRLContextManager::keepLostTimer(const std::string& key, const Record& record) {
+  const std::scoped_lock lock(seenMutex_);
+  if (const auto seen = seenBRLCache_.find(key); seen != seenBRLCache_.end()) {
+    seen->second.on_lost_timer->reschedule();
+    return;
+  }
+  auto timer = BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
+      beaconExitTime_, Platform::installed().dispatch->mainQueue(), [this](const auto& /*timer*/) { checkLost(); });
+  seenBRLCache_.emplace(key, SeenBeacon{record, std::move(timer)});
+}
+
+void BRLContextManager::checkLost() {
+  for (const Record& record : rangeBeaconSensors_.view()) {
+    if (!record->markLostIfSilentSince(lostCutoff(currentDate(), beaconExitTime_))) continue;
+    if (reportBeacon(record) && isLogSave()) loggingForSensor(*record);
+    forgetSeen(record);
+  }
+}
+
+// An advertisement on the scanner queue may have brought the record back meanwhile and pushed back the timer
+// that has already fired; it gets a new one then, or its next loss would go unnoticed.
+void BRLContextManager::forgetSeen(const Record& record) {
+  if (!record->uuid()) return;
+  {
+    const std::scoped_lock lock(seenMutex_);
+    seenBRLCache_.erase(*record->uuid());
+  }
+  if (record->status() == kPresent) keepLostTimer(*record->uuid(), record);
+}
+
+void BRLContextManager::clearRemainingTimers() {
+  const std::scoped_lock lock(seenMutex_);
+  for (auto& [key, seen] : seenBRLCache_) seen.on_lost_timer->cancel();
+}
+
+void BRLContextManager::Class::clearRemainingTimers() {
+  sharedContextManager("clearRemainingTimers")->clearRemainingTimers();
+}

@@ -1,0 +1,232 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "BrenloftSDK/BRLContextManagerDelegate.h"
+#include "BrenloftSDK/BRLDataManager.h"
+#include "BrenloftSDK/BRLRecordList.h"
+#include "BrenloftSDK/BRLSensorFrame.h"
+#include "BrenloftSDK/BRLTimer.h"
+#include "BrenloftSDK/BrenloftSDK_vers.h"
+#include "platform/bluetooth/CBCentralManager.h"
+#include "platform/dispatch/Dispatch.h"
+#include "platform/foundation/Export.h"
+#include "platform/location/CLLocationManager.h"
+
+extern "C" {
+/// 2; for applications.
+BRL_EXPORT extern const int64_t NearestBeaconSensorFindingBuffer;
+/// "SaftyRegionIdentifier": the identifier of a region that the application may register, and the settings
+/// key under which its last state is kept.
+BRL_EXPORT extern const char* const SAFETY_REGION_IDENTIFIER;
+/// "BeaconExitTime": the settings key of the exit time.
+BRL_EXPORT extern const char* const kBeaconExitTime;
+/// "BrenloftBeaconGroup": the identifier of every region that the library builds.
+BRL_EXPORT extern const char* const kBRLBeaconRegionID;
+}
+
+/// The facade: holds what to search for, starts and stops the search, keeps one record per beacon and reports
+/// to one delegate.
+///
+///     BRLContextManager::Class::brlWithProximityUUID("FFF0");
+///     BRLContextManager::Class::setBeaconType(1);
+///     BRLContextManager::Class::setDelegate(&application);
+///     BRLContextManager::Class::startLeScan();
+///
+/// The application then runs its main queue (`platform::RealTimeDispatch::run` or `poll`).
+///
+/// Thread safety: every operation may be called from any thread; ask for the shared instance first from one.
+///  1. Configuration is atomic; the UUID text has its own lock.
+///  2. Records and their list keep the promises of their own headers.
+///  3. `seenMutex_` guards the seen cache and is never held while a delegate or a completion runs.
+class BRL_EXPORT BRLContextManager final : public BRLDataManager,
+                                           private platform::CLLocationManagerDelegate,
+                                           private platform::CBCentralManagerDelegate {
+ public:
+  /// Class operations. Each obtains the shared instance and forwards. The log and tag operations of
+  /// `BRLDataManager::Class` reach the context manager's shared instance here.
+  ///
+  /// When an application asked `BRLDataManager` for its shared instance first, that plain data manager is the
+  /// shared instance here too; log and tag operations work on it, and an operation that only a context
+  /// manager has ends the process with a line that names it.
+  struct BRL_EXPORT Class : BRLDataManagerClassOperations<BRLContextManager> {
+    /// +[BRLContextManager shareInstance]
+    static BRLDataManager* shareInstance();
+    /// +[BRLContextManager brlWithProximityUUID:]
+    static BRLContextManager* brlWithProximityUUID(std::optional<std::string> uuid);
+    /// +[BRLContextManager brlWithProximityUUID:major:]
+    static BRLContextManager* brlWithProximityUUID_major(std::optional<std::string> uuid, int64_t major);
+    /// +[BRLContextManager brlWithProximityUUID:major:minor:]
+    /// Sets the UUID, then the major to `major` and then to `minor`; the minor is set only by the instance's
+    /// `setBeaconMinor`.
+    static BRLContextManager* brlWithProximityUUID_major_minor(std::optional<std::string> uuid, int64_t major,
+                                                               int64_t minor);
+    /// +[BRLContextManager setBeaconType:]
+    static void setBeaconType(uint64_t beaconType);
+    /// +[BRLContextManager setBeaconGroupType:]
+    static void setBeaconGroupType(int64_t beaconGroupType);
+    /// +[BRLContextManager setBeaconExitTime:]
+    /// Seconds; 0 or less is logged and changes nothing.
+    static void setBeaconExitTime(double seconds);
+    /// +[BRLContextManager getBeaconExitTime]
+    static double getBeaconExitTime();
+    /// +[BRLContextManager setDelegate:]
+    static void setDelegate(BRLContextManagerDelegate* delegate);
+    /// +[BRLContextManager startLeScan]
+    static void startLeScan();
+    /// +[BRLContextManager stopLeScan]
+    static void stopLeScan();
+    /// +[BRLContextManager isLeScan]
+    static bool isLeScan();
+    /// +[BRLContextManager clearRemainingTimers]
+    static void clearRemainingTimers();
+  };
+
+  ~BRLContextManager() override;
+
+  // Properties.
+
+  /// Which search `start` runs: 1 = sensor advertisements, 2 = iBeacon regions, any other = none.
+  uint64_t beaconType() const { return beaconType_; }
+  void setBeaconType(uint64_t beaconType) { beaconType_ = beaconType; }
+  /// How regions are built and iBeacons told apart: 0 = UUID, 1 = UUID and major, 2 = UUID, major and minor.
+  int64_t beaconGroupType() const { return beaconGroupType_; }
+  void setBeaconGroupType(int64_t beaconGroupType) { beaconGroupType_ = beaconGroupType; }
+  BRLContextManagerDelegate* delegate() const { return delegate_; }
+  /// Not owned.
+  void setDelegate(BRLContextManagerDelegate* delegate) { delegate_ = delegate; }
+  platform::CLLocationManager& locationManager() const { return *locationManager_; }
+  /// From `start` until `stop`.
+  bool isStart() const { return isStart_; }
+  void setIsStart(bool isStart) { isStart_ = isStart; }
+  const BRLRecordList& rangeBeaconSensors() const { return rangeBeaconSensors_; }
+  /// Seconds of silence after which a present beacon counts as lost.
+  double beaconExitTime() const { return beaconExitTime_; }
+  /// -[BRLContextManager setBeaconExitTime:]
+  /// Stores a changed value in the settings at once, whatever it is; 0 becomes 5 at the next launch.
+  void setBeaconExitTime(double seconds);
+  /// The service to scan for in sensor mode (absent or "": every device), the proximity UUID in iBeacon mode.
+  std::optional<std::string> beaconUUID() const;
+  void setBeaconUUID(std::optional<std::string> uuid);
+  int64_t beaconMajor() const { return beaconMajor_; }
+  void setBeaconMajor(int64_t major) { beaconMajor_ = major; }
+  int64_t beaconMinor() const { return beaconMinor_; }
+  void setBeaconMinor(int64_t minor) { beaconMinor_ = minor; }
+
+  /// -[BRLContextManager getBeaconExitTime]
+  double getBeaconExitTime() const { return beaconExitTime_; }
+  /// -[BRLContextManager start]
+  /// Starts the search of `beaconType`; one that runs is stopped first, in full.
+  void start();
+  /// -[BRLContextManager stop]
+  /// Ends either search, marks every present record lost and reports it. Records, timers and the
+  /// configuration stay.
+  void stop();
+  /// -[BRLContextManager isLeScan]
+  bool isLeScan() const { return isStart_; }
+
+  /// -[BRLContextManager BrenloftStart]
+  /// Starts the scan on the scanner queue.
+  void BrenloftStart();
+  /// -[BRLContextManager responseDataSetting:]
+  /// The ten readings of manufacturer data; nothing when it is shorter than 22 octets.
+  std::optional<platform::Dictionary> responseDataSetting(platform::DataView manufacturerData) const;
+  /// -[BRLContextManager clearRemainingTimers]
+  /// Cancels every lost timer; the beacons they watched are not found lost until they were lost otherwise.
+  void clearRemainingTimers();
+
+  /// -[BRLContextManager BeaconStart]
+  /// The authorization gate of the iBeacon search.
+  void BeaconStart();
+  /// -[BRLContextManager updateMonitoring]
+  /// Submits the regions of the configuration that are not monitored yet.
+  void updateMonitoring();
+
+ private:
+  using Record = std::shared_ptr<BRLBeaconDataModel>;
+
+  // One entry of the seen cache.
+  struct SeenBeacon {
+    Record beacon_info;
+    std::shared_ptr<BRLTimer> on_lost_timer;
+  };
+
+  BRLContextManager();
+  static BRLDataManager* allocInit();
+  static BRLContextManager* sharedContextManager(const char* operation);
+
+  // Delegate calls, each only when the delegate responds to it. True when it was called.
+  bool reportBeacon(const Record& record);
+  void reportEmergency(const Record& record);
+  void reportOctets(platform::DataView manufacturerData);
+  void reportRanged();
+  BRLContextManagerDelegate* delegateFor(BRLDelegateOperation operation) const;
+
+  // The scan (BRLContextManager+Scanning.cpp).
+  void startScanning();
+  void refreshKnownBeacon(const Record& record, int64_t rssi, const BRLSensorReadings& readings);
+  bool refreshMatches(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
+  void addSensorBeacon(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
+  void keepLostTimer(const std::string& key, const Record& record);
+  void checkLost();
+  void forgetSeen(const Record& record);
+  void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
+  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+      platform::CBCentralManager& central, const platform::CBPeripheral& peripheral,
+      const platform::CBAdvertisementData& advertisementData, int64_t rssi) override;
+
+  // Regions (BRLContextManager+Regions.cpp).
+  void addMissingRegions(const platform::NSUUID& uuid, const std::string& text);
+  void determinedSafetyState(platform::CLRegionState state);
+  void leaveRegion();
+  void locationManager_didChangeAuthorizationStatus(platform::CLLocationManager& manager,
+                                                    int32_t status) override;
+  void locationManager_didStartMonitoringForRegion(platform::CLLocationManager& manager,
+                                                   const platform::CLRegionPtr& region) override;
+  void locationManager_monitoringDidFailForRegion_withError(platform::CLLocationManager& manager,
+                                                            const platform::CLRegionPtr& region,
+                                                            const platform::CLError& error) override;
+  void locationManager_didFailWithError(platform::CLLocationManager& manager,
+                                        const platform::CLError& error) override;
+  void locationManager_didEnterRegion(platform::CLLocationManager& manager,
+                                      const platform::CLRegionPtr& region) override;
+  void locationManager_didExitRegion(platform::CLLocationManager& manager,
+                                     const platform::CLRegionPtr& region) override;
+  void locationManager_didDetermineState_forRegion(platform::CLLocationManager& manager,
+                                                   platform::CLRegionState state,
+                                                   const platform::CLRegionPtr& region) override;
+
+  // Ranging (BRLContextManager+Ranging.cpp).
+  bool refreshRanged(const platform::CLBeacon& beacon, const std::string& uuid);
+  void addRangedBeacon(const platform::CLBeacon& beacon, const std::string& uuid);
+  void locationManager_didRangeBeacons_inRegion(platform::CLLocationManager& manager,
+                                                const std::vector<platform::CLBeacon>& beacons,
+                                                const platform::CLBeaconRegionPtr& region) override;
+
+  std::atomic<uint64_t> beaconType_{0};
+  std::atomic<int64_t> beaconGroupType_{0};
+  std::atomic<BRLContextManagerDelegate*> delegate_{nullptr};
+  std::atomic<bool> isStart_{false};
+  std::atomic<double> beaconExitTime_{0.0};
+  std::atomic<int64_t> beaconMajor_{0};
+  std::atomic<int64_t> beaconMinor_{0};
+
+  mutable std::mutex uuidMutex_;
+  std::optional<std::string> beaconUUID_;
+
+  BRLRecordList rangeBeaconSensors_;
+
+  std::mutex seenMutex_;
+  std::unordered_map<std::string, SeenBeacon> seenBRLCache_;
+
+  platform::dispatch_queue_t beaconOperationsQueue_;
+  std::unique_ptr<platform::CLLocationManager> locationManager_;
+  std::unique_ptr<platform::CBCentralManager> centralManager_;
+};

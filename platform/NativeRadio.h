@@ -1,0 +1,16 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/dispatch/Dispatch.h"
+#include "platform/foundation/NSLog.h"
+
+namespace platform {
+
+/// The radio that this machine offers, looked for when the source is opened and again, with growing pauses,
+/// while there is none. What was found, and why not, goes to `log`.
+std::shared_ptr<AdvertisingReportSource> makeNativeRadio(std::shared_ptr<DispatchService> dispatch,
+                                                         LogSink log);
+
+}  // namespace platform
