@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+
+namespace platform {
+
+/// Writes advertising reports as a btsnoop file of HCI events (data link 1002), so that reading it gives the
+/// same reports. Legacy kinds with data of up to 31 octets become LE Advertising Reports, others LE Extended
+/// Advertising Reports, in fragments where one event cannot hold them. Data is cut at 1,650 octets, the most
+/// that an advertisement can have.
+///
+/// Octets are kept back until there are many, until a report is a second younger than those, or until
+/// `flush`. Threads: one at a time.
+class BtsnoopWriter {
+ public:
+  /// Begins the file anew. Nothing, and one line that names the file, when that fails.
+  static std::unique_ptr<BtsnoopWriter> create(const std::string& path, std::string& error);
+  virtual ~BtsnoopWriter() = default;
+
+  /// Returns the line that says what went wrong, once; empty when all is well and ever after a failure, from
+  /// which on nothing is written.
+  virtual std::string write(const AdvertisingReport& report) = 0;
+  /// Hands everything to the file; returns as `write` does. The destructor does the same without a word.
+  virtual std::string flush() = 0;
+};
+
+}  // namespace platform

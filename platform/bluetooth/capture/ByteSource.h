@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "platform/foundation/Data.h"
+
+namespace platform {
+
+/// Where the octets of a capture come from. Threads: one at a time.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+
+  /// Fills the front of `octets` and returns how many there were; 0 at the end or after an error.
+  virtual std::size_t read(std::span<std::byte> octets) = 0;
+  /// What ended the reading before the end, for people; empty when nothing did.
+  virtual std::string error() const { return {}; }
+  /// Octets in all, when that is known beforehand.
+  virtual std::optional<uint64_t> size() const { return std::nullopt; }
+};
+
+/// A file, a pipe or a device. Nothing, and the reason, when it cannot be opened.
+std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error);
+
+/// Octets in memory, which must outlive the source.
+class MemoryByteSource : public ByteSource {
+ public:
+  explicit MemoryByteSource(DataView octets) : rest_(octets), size_(octets.size()) {}
+
+  std::size_t read(std::span<std::byte> octets) override;
+  std::optional<uint64_t> size() const override { return size_; }
+
+ private:
+  DataView rest_;
+  std::size_t size_;
+};
+
+}  // namespace platform

@@ -1,0 +1,132 @@
+#include "platform/bluetooth/capture/CaptureReader.h"
+
+#include <map>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "platform/bluetooth/HCIAdvertisingEvents.h"
+#include "platform/bluetooth/capture/LinkContent.h"
+#include "platform/bluetooth/capture/PacketReader.h"
+
+namespace platform {
+namespace {
+
+// More controllers than this in one capture are not believed; their unfinished fragments are forgotten.
+constexpr std::size_t kMaximumChannels = 64;
+
+std::unique_ptr<PacketReader> openPackets(CaptureBuffer& buffer, std::string& error) {
+  for (const auto openFormat : {openBtsnoop, openPcap, openPcapng}) {
+    auto packets = openFormat(buffer, error);
+    if (packets || !error.empty()) return packets;
+  }
+  const bool isEmpty = buffer.peek(1).empty();
+  error = isEmpty ? "is empty" : "is no capture file (btsnoop, pcap or pcapng)";
+  const std::string cause = buffer.source().error();
+  if (!cause.empty()) error = "cannot be read: " + cause;
+  return nullptr;
+}
+
+}  // namespace
+
+std::string CaptureDiagnostic::line() const {
+  return fmt::format("{}: record {}: {}", file, record, text);
+}
+
+struct CaptureReader::State {
+  State(std::unique_ptr<ByteSource> source, std::string fileName, DiagnosticHandler handler)
+      : buffer(std::move(source)), name(std::move(fileName)), onDiagnostic(std::move(handler)) {}
+
+  CaptureBuffer buffer;
+  std::string name;
+  DiagnosticHandler onDiagnostic;
+  std::unique_ptr<PacketReader> packets;
+  CapturePacket packet;
+  LinkContent content;
+  std::map<uint32_t, HCIAdvertisingEvents> events;  // by controller
+  uint64_t record = 0;
+  bool hasEnded = false;
+
+  void report(std::string_view fault) const {
+    if (!fault.empty() && onDiagnostic) onDiagnostic({name, record, std::string(fault)});
+  }
+
+  HCIAdvertisingEvents& eventsOf(uint32_t channel) {
+    if (events.size() >= kMaximumChannels && !events.contains(channel)) events.clear();
+    return events[channel];
+  }
+
+  Next end(const std::string& fault) {
+    hasEnded = true;
+    const std::string cause = buffer.source().error();
+    if (!fault.empty() || !cause.empty()) ++record;
+    report(cause.empty() ? fault : "cannot be read: " + cause);
+    return Next::end;
+  }
+
+  Next next() {
+    std::string fault;
+    content = {};
+    if (hasEnded) return Next::end;
+    const auto result = packets->next(packet, fault);
+    if (result == PacketReader::Next::end) return end(fault);
+    ++record;
+    if (result == PacketReader::Next::packet) content = linkContentOf(packet);
+    report(fault.empty() ? content.fault : fault);
+    return content.report || !content.event.empty() ? Next::record : Next::skipped;
+  }
+
+  void read(const ReportHandler& handler) {
+    LinkContent now = std::exchange(content, {});
+    if (now.report) {
+      now.report->time = packet.time;
+      handler(*now.report);
+    } else if (!now.event.empty()) {
+      report(eventsOf(now.channel).read(now.event, packet.time, handler));
+    }
+  }
+};
+
+CaptureReader::CaptureReader(std::unique_ptr<State> state) : state_(std::move(state)) {}
+CaptureReader::~CaptureReader() = default;
+
+std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, DiagnosticHandler onDiagnostic,
+                                                   std::string& error) {
+  std::string cause;
+  auto source = openFileSource(path, cause);
+  if (source) return open(std::move(source), path, std::move(onDiagnostic), error);
+  error = fmt::format("{}: cannot be opened: {}", path, cause);
+  return nullptr;
+}
+
+std::unique_ptr<CaptureReader> CaptureReader::open(std::unique_ptr<ByteSource> source,
+                                                   const std::string& name, DiagnosticHandler onDiagnostic,
+                                                   std::string& error) {
+  auto state = std::make_unique<State>(std::move(source), name, std::move(onDiagnostic));
+  std::string cause;
+  state->packets = openPackets(state->buffer, cause);
+  if (state->packets) return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(state)));
+  error = fmt::format("{}: {}", name, cause);
+  return nullptr;
+}
+
+CaptureReader::Next CaptureReader::next() {
+  return state_->next();
+}
+void CaptureReader::read(const ReportHandler& handler) {
+  state_->read(handler);
+}
+uint64_t CaptureReader::record() const {
+  return state_->record;
+}
+Date CaptureReader::time() const {
+  return state_->packet.time;
+}
+uint64_t CaptureReader::position() const {
+  return state_->buffer.position();
+}
+std::optional<uint64_t> CaptureReader::size() const {
+  return state_->buffer.source().size();
+}
+
+}  // namespace platform

@@ -1,0 +1,200 @@
+#include "platform/bluetooth/capture/CaptureSource.h"
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "platform/bluetooth/HandlerGate.h"
+#include "platform/dispatch/VirtualDispatch.h"
+
+namespace platform {
+namespace {
+
+// The clock of a capture may jump by centuries; virtual time stays below half of what it can count.
+constexpr dispatch_time_t kLatestInstant{int64_t{1} << 62};
+constexpr uint64_t kProgressSteps = 100;
+// Rounds that what the last record set going may take; a chain of blocks without an end must not go on for
+// ever.
+constexpr int kMaximumRounds = 10'000;
+// The same on real time, where nobody can tell whether other queues are done.
+constexpr dispatch_time_t kRealTimeGrace = std::chrono::milliseconds(100);
+
+dispatch_time_t timeBetween(Date earlier, Date later) {
+  if (later <= earlier) return dispatch_time_t::zero();
+  const auto passed = (later - earlier).count();  // dates are within the years 1 to 9999
+  return dispatch_time_t(std::min(passed, kLatestInstant.count() / 1000) * 1000);
+}
+
+class Replay : public CaptureSource, public std::enable_shared_from_this<Replay> {
+ public:
+  Replay(CaptureSourceOptions options, std::shared_ptr<DispatchService> dispatch)
+      : options_(std::move(options)),
+        dispatch_(std::move(dispatch)),
+        clock_(std::dynamic_pointer_cast<VirtualDispatch>(dispatch_)),
+        queue_(dispatch_->createQueue("capture")) {}
+
+  bool load(std::string& error) {
+    const auto keep = [this](const CaptureDiagnostic& diagnostic) { diagnostics_.push_back(diagnostic); };
+    reader_ = CaptureReader::open(options_.path, keep, error);
+    if (!reader_) return false;
+    next_ = reader_->next();
+    time_ = reader_->time();
+    if (next_ != CaptureReader::Next::end) followDate();
+    return true;
+  }
+
+  void open(ReportHandler onReport, StateHandler onState) override {
+    gate_.open(std::move(onReport), std::move(onState));
+    queue_->async(block(&Replay::powerOn));
+  }
+  void startScan(const std::vector<CBUUID>&) override {
+    isScanning_ = true;
+    queue_->async(block(&Replay::scanStarted));
+  }
+  void stopScan() override { isScanning_ = false; }
+  void close() override {
+    isClosed_ = true;
+    gate_.close();
+  }
+
+ private:
+  /// A block that does nothing once the source is closed or gone.
+  dispatch_block_t block(void (Replay::*operation)()) {
+    return [weak = weak_from_this(), operation] {
+      const auto self = weak.lock();
+      if (self && !self->isClosed_) (*self.*operation)();
+    };
+  }
+  void afterwards(dispatch_time_t delay, void (Replay::*operation)()) {
+    if (delay > dispatch_time_t::zero())
+      dispatch_->after(delay, queue_, block(operation));
+    else
+      queue_->async(block(operation));
+  }
+
+  void powerOn() {
+    isPowered_ = true;
+    gate_.state({CBManagerState::poweredOn, {}});
+    scanStarted();
+  }
+
+  void scanStarted() {
+    if (!isPowered_ || !isScanning_) return;
+    if (isHeld_) return deliver();
+    if (std::exchange(hasBegun_, true)) return;
+    due_ = dispatch_->now();
+    if (next_ == CaptureReader::Next::skipped)
+      advance();
+    else
+      schedule();
+  }
+
+  /// Reads on to the next record that matters; the time that lies between adds up.
+  void advance() {
+    do {
+      next_ = reader_->next();
+      if (next_ == CaptureReader::Next::end) break;
+      due_ = std::min(due_ + timeBetween(time_, reader_->time()), kLatestInstant);
+      time_ = reader_->time();
+    } while (next_ == CaptureReader::Next::skipped);
+    showProgress();
+    schedule();
+  }
+
+  void schedule() {
+    const bool takesTime = clock_ || options_.paced;
+    afterwards(takesTime ? due_ - dispatch_->now() : dispatch_time_t::zero(),
+               next_ == CaptureReader::Next::end ? &Replay::finish : &Replay::deliver);
+  }
+
+  void deliver() {
+    sayDiagnostics();
+    followDate();
+    if (!isScanning_) return hold();
+    ++heldRecords_;  // lets a pending `letGo` know that its record is done
+    isHeld_ = false;
+    reader_->read([this](const AdvertisingReport& report) { gate_.report(report); });
+    sayDiagnostics();
+    advance();
+  }
+
+  /// A record that nobody listens to waits for a new scan, until time goes on.
+  void hold() {
+    isHeld_ = true;
+    if (!clock_ && !options_.paced) return;
+    const auto goOn = [weak = weak_from_this(), held = heldRecords_] {
+      if (const auto self = weak.lock()) self->letGo(held);
+    };
+    dispatch_->after(dispatch_time_t(1), queue_, goOn);
+  }
+  void letGo(uint64_t held) {
+    if (isClosed_ || held != heldRecords_) return;
+    ++heldRecords_;
+    isHeld_ = false;
+    advance();
+  }
+
+  void finish() {
+    sayDiagnostics();
+    if (!clock_) {
+      dispatch_->after(kRealTimeGrace, queue_, block(&Replay::end));
+      return;
+    }
+    followDate();
+    const auto due = clock_->nextDue();
+    if (due && *due <= clock_->now() && ++rounds_ < kMaximumRounds)
+      return queue_->async(block(&Replay::finish));
+    end();
+  }
+  void end() { gate_.call(options_.onEnd); }
+
+  void followDate() {
+    if (clock_ && clock_->date() != time_) clock_->setDate(time_);
+  }
+
+  void sayDiagnostics() {
+    for (const auto& diagnostic : std::exchange(diagnostics_, {}))
+      gate_.call(options_.onDiagnostic, diagnostic);
+  }
+
+  void showProgress() {
+    const auto size = reader_->size();
+    if (!size || reader_->position() < progress_) return;
+    progress_ = reader_->position() + *size / kProgressSteps + 1;
+    gate_.call(options_.onProgress, reader_->position(), *size);
+  }
+
+  CaptureSourceOptions options_;
+  std::shared_ptr<DispatchService> dispatch_;
+  std::shared_ptr<VirtualDispatch> clock_;  // null on real time
+  dispatch_queue_t queue_;
+  HandlerGate gate_;
+  std::atomic<bool> isScanning_ = false;
+  std::atomic<bool> isClosed_ = false;
+
+  // Everything below is used on the queue only.
+  std::unique_ptr<CaptureReader> reader_;
+  std::vector<CaptureDiagnostic> diagnostics_;
+  CaptureReader::Next next_ = CaptureReader::Next::end;
+  Date time_;              // of the record that comes next
+  dispatch_time_t due_{};  // its instant
+  bool isPowered_ = false;
+  bool hasBegun_ = false;
+  bool isHeld_ = false;
+  uint64_t heldRecords_ = 0;
+  uint64_t progress_ = 0;
+  int rounds_ = 0;
+};
+
+}  // namespace
+
+std::shared_ptr<CaptureSource> CaptureSource::make(CaptureSourceOptions options,
+                                                   std::shared_ptr<DispatchService> dispatch,
+                                                   std::string& error) {
+  auto replay = std::make_shared<Replay>(std::move(options), std::move(dispatch));
+  return replay->load(error) ? replay : nullptr;
+}
+
+}  // namespace platform
