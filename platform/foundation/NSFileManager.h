@@ -18,8 +18,8 @@ class BRL_EXPORT NSFileManager {
 
   /// The folders of a kind, the preferred one last. A folder is made, with its parents, when it is asked for;
   /// one that cannot be made is named all the same, and its first use fails.
-  virtual std::vector<std::filesystem::path> URLsForDirectory_inDomains(NSSearchPathDirectory directory,
-                                                                        NSSearchPathDomainMask domain) const = 0;
+  virtual std::vector<std::filesystem::path> URLsForDirectory_inDomains(
+      NSSearchPathDirectory directory, NSSearchPathDomainMask domain) const = 0;
 };
 
 /// Documents directly in one folder of the application's choice.

@@ -7,7 +7,9 @@ namespace {
 
 constexpr size_t kTextLength = 36;
 
-constexpr bool isHyphenPosition(size_t i) { return i == 8 || i == 13 || i == 18 || i == 23; }
+constexpr bool isHyphenPosition(size_t i) {
+  return i == 8 || i == 13 || i == 18 || i == 23;
+}
 
 }  // namespace
 

@@ -22,17 +22,25 @@ template <typename Integer>
 Integer convert(const NSNumber::Storage& storage) {
   return std::visit(
       [](auto value) {
-        if constexpr (std::floating_point<decltype(value)>) return saturated<Integer>(value);
-        else return static_cast<Integer>(value);
+        if constexpr (std::floating_point<decltype(value)>)
+          return saturated<Integer>(value);
+        else
+          return static_cast<Integer>(value);
       },
       storage);
 }
 
 }  // namespace
 
-int32_t NSNumber::intValue() const { return convert<int32_t>(storage_); }
-int64_t NSNumber::integerValue() const { return convert<int64_t>(storage_); }
-uint64_t NSNumber::unsignedIntegerValue() const { return convert<uint64_t>(storage_); }
+int32_t NSNumber::intValue() const {
+  return convert<int32_t>(storage_);
+}
+int64_t NSNumber::integerValue() const {
+  return convert<int64_t>(storage_);
+}
+uint64_t NSNumber::unsignedIntegerValue() const {
+  return convert<uint64_t>(storage_);
+}
 
 double NSNumber::doubleValue() const {
   return std::visit([](auto value) { return static_cast<double>(value); }, storage_);

@@ -23,7 +23,7 @@ class BRL_EXPORT NSNumber {
   using Storage = std::variant<bool, int32_t, uint32_t, int64_t, uint64_t, double>;
 
   template <typename T>
-    requires std::is_arithmetic_v<T>
+  requires std::is_arithmetic_v<T>
   constexpr explicit NSNumber(T value) : storage_(widen(value)) {}
 
   /// The value as a 32-bit signed integer: a fraction is dropped, wider integers keep their low 32 bits,
@@ -41,13 +41,19 @@ class BRL_EXPORT NSNumber {
  private:
   template <typename T>
   static constexpr Storage widen(T value) {
-    if constexpr (std::same_as<T, bool>) return value;
-    else if constexpr (std::floating_point<T>) return static_cast<double>(value);
+    if constexpr (std::same_as<T, bool>)
+      return value;
+    else if constexpr (std::floating_point<T>)
+      return static_cast<double>(value);
     else if constexpr (std::is_signed_v<T>) {
-      if constexpr (sizeof(T) <= 4) return static_cast<int32_t>(value);
-      else return static_cast<int64_t>(value);
-    } else if constexpr (sizeof(T) <= 4) return static_cast<uint32_t>(value);
-    else return static_cast<uint64_t>(value);
+      if constexpr (sizeof(T) <= 4)
+        return static_cast<int32_t>(value);
+      else
+        return static_cast<int64_t>(value);
+    } else if constexpr (sizeof(T) <= 4)
+      return static_cast<uint32_t>(value);
+    else
+      return static_cast<uint64_t>(value);
   }
 
   Storage storage_;
