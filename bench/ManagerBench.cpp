@@ -1,0 +1,129 @@
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include <benchmark/benchmark.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "BrenloftSDK/BRLContextManager.h"
+#include "platform/bluetooth/RadioService.h"
+#include "platform/bluetooth/capture/BtsnoopWriter.h"
+#include "platform/bluetooth/capture/CaptureSource.h"
+#include "platform/simulated/SimulatedPlatform.h"
+
+// The whole path of an advertisement: capture octets, AD structures, merging, queue, record, delegate, with a
+// number of known beacons. The manager lives to the end of its process, so each run is a child of its own.
+//
+//   bench_manager                    all figures
+//   bench_manager --replay=1000      one run in this process, for callgrind
+
+namespace {
+
+using platform::BluetoothAddress;
+using platform::CBUUID;
+using platform::Platform;
+using std::chrono::microseconds;
+
+constexpr int kAdvertisements = 200'000;
+constexpr microseconds kInterval{125};  // 8,000 a second: a legacy radio's full air
+
+std::string writeCapture(int beacons) {
+  const std::string path =
+      (std::filesystem::temp_directory_path() / ("manager-bench-" + std::to_string(getpid()))).string();
+  std::string error;
+  const auto writer = platform::BtsnoopWriter::create(path, error);
+  if (!writer) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    std::exit(1);
+  }
+  platform::Date time = platform::dateWithTimeIntervalSince1970(1'767'225'600);
+  for (int i = 0; i < kAdvertisements; ++i, time += kInterval) {
+    const int beacon = i % beacons;
+    BluetoothAddress address{
+        .octets = {0xC0, 0, 0, 0, static_cast<uint8_t>(beacon >> 8), static_cast<uint8_t>(beacon)}};
+    const auto packet =
+        platform::sensorAdvertisement(address, CBUUID::fromShort(static_cast<uint32_t>(0x1000 + beacon)),
+                                      {.battery = static_cast<uint8_t>(i % 101)});
+    const platform::Data octets = packet.octets();
+    writer->write(
+        {.time = time, .address = address, .kind = packet.kind, .rssi = packet.rssi, .data = octets});
+  }
+  return path;
+}
+
+class Counter final : public BRLDelegateOf<Counter> {
+ public:
+  int bytes = 0;
+  int beacons = 0;
+  void contextManager_forBeacon(BRLContextManager&, const std::shared_ptr<BRLBeaconDataModel>&) override {
+    ++beacons;
+  }
+  void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>&) override { ++bytes; }
+};
+
+// Seconds for one replay.
+double replay(int beacons) {
+  const std::string path = writeCapture(beacons);
+  platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
+  Platform services = simulated.services();
+  std::string error;
+  auto source = platform::CaptureSource::make({.path = path, .onEnd = [&] { simulated.clock().stop(); }},
+                                              services.dispatch, error);
+  services.bluetooth = platform::RadioService::make(source, services.dispatch);
+  Platform::install(services);
+  Counter counter;
+  BRLContextManager::Class::setDelegate(&counter);
+  BRLContextManager::Class::setBeaconType(1);
+  const auto begin = std::chrono::steady_clock::now();
+  BRLContextManager::Class::startLeScan();
+  simulated.clock().runUntilIdle();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+  std::filesystem::remove(path);
+  if (counter.beacons != kAdvertisements || counter.bytes != kAdvertisements) {
+    std::fprintf(stderr, "%d of %d advertisements arrived\n", counter.beacons, kAdvertisements);
+    std::exit(1);
+  }
+  return taken.count();
+}
+
+double replayInChild(int beacons) {
+  int channel[2];
+  if (pipe(channel) != 0) std::abort();
+  if (fork() == 0) {
+    const double seconds = replay(beacons);
+    _exit(write(channel[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
+  }
+  close(channel[1]);
+  double seconds = 0;
+  const bool arrived = read(channel[0], &seconds, sizeof seconds) == sizeof seconds;
+  close(channel[0]);
+  wait(nullptr);
+  return arrived ? seconds : 0;
+}
+
+void advertisementsToDelegate(benchmark::State& state) {
+  for (auto _ : state) {
+    const double seconds = replayInChild(static_cast<int>(state.range(0)));
+    if (seconds == 0) state.SkipWithError("the replay failed");
+    state.SetIterationTime(seconds);
+  }
+  state.SetItemsProcessed(state.iterations() * kAdvertisements);
+}
+BENCHMARK(advertisementsToDelegate)->Arg(1)->Arg(100)->Arg(1000)->Arg(10000)->UseManualTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  constexpr std::string_view kReplay = "--replay=";
+  if (argc == 2 && std::string_view(argv[1]).starts_with(kReplay)) {
+    const int beacons = std::atoi(argv[1] + kReplay.size());
+    std::printf("%d advertisements, %d beacons: %.3f s\n", kAdvertisements, beacons, replay(beacons));
+    return 0;
+  }
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+}
