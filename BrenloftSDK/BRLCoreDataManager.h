@@ -59,7 +59,6 @@ class BRL_EXPORT BRLCoreDataManager {
   template <class Receiver>
   friend struct BRLCoreDataManagerClassOperations;
   static BRLCoreDataManager* sharedManagerOfClass(BRLCoreDataManager* (*allocInit)());
-  std::filesystem::path storeURL() const;
   void buildContext();
 
   mutable std::recursive_mutex mutex_;  // guards the model and the coordinator
@@ -96,6 +95,11 @@ struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreData
   /// Tries to open the store of the installed platform, making it where there is none, and closes it again:
   /// the reason why it cannot be used, or nothing. Never ends the process.
   BRL_EXPORT static std::optional<std::string> storeProblem();
+  /// Where the store of the installed platform is.
+  BRL_EXPORT static std::filesystem::path storeFile();
+  /// The model of the installed platform's bundle, loaded anew. Throws platform::NSInvalidArgumentException
+  /// when the bundle lacks it.
+  BRL_EXPORT static std::shared_ptr<const platform::NSManagedObjectModel> serviceModel();
 };
 
 template <class Receiver>

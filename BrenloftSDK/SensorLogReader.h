@@ -59,6 +59,9 @@ class BRL_EXPORT SensorLogReader {
 
  private:
   explicit SensorLogReader(std::unique_ptr<platform::StoreReader> reader);
+  template <typename Operation>
+  auto attempt(const Operation& operation);
+
   std::unique_ptr<platform::StoreReader> reader_;
   std::string problem_;
 };

@@ -16,7 +16,7 @@ namespace platform {
 class NSManagedObject;
 class NSManagedObjectContext;
 
-enum class NSAttributeType { Integer64, UnsignedInteger64, String, Date, BinaryData };
+enum class NSAttributeType { Integer64, UnsignedInteger64, String, DateTime, BinaryData };
 
 /// One attribute of an entity. Every attribute is optional.
 struct NSAttributeDescription {

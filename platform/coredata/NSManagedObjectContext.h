@@ -14,6 +14,8 @@
 
 namespace platform {
 
+struct FetchQuery;
+
 /// The objects of a store and their unsaved changes. Fetches see pending inserts, changes and deletions;
 /// objects come out in the order in which they went in.
 ///
@@ -66,8 +68,9 @@ class BRL_EXPORT NSManagedObjectContext {
  private:
   friend class NSEntityDescription;
   std::shared_ptr<NSManagedObject> insertNewObject(std::string_view entityName);
-  std::optional<std::size_t> entityIndex(std::string_view name, NSError* error) const;
-  bool readable(NSError* error) const;
+  SQLiteStore* store(NSError* error) const;
+  bool run(const NSFetchRequest& request, NSError* error,
+           const std::function<void(SQLiteStore&, const FetchQuery&)>& operation) const;
 
   std::shared_ptr<NSPersistentStoreCoordinator> coordinator_;
   std::shared_ptr<ObjectRegistry> registry_;

@@ -1,0 +1,141 @@
+#include "BrenloftSDK/BRLCoreDataManager.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "BrenloftSDK/BRLUserDataModel.h"
+#include "BrenloftSDK/SensorLog.h"
+#include "platform/Platform.h"
+
+using platform::NSManagedObjectContext;
+using platform::NSManagedObjectModel;
+using platform::NSPersistentStoreCoordinator;
+using platform::Platform;
+
+namespace {
+
+constexpr std::string_view kCreateOnce = "CoredataCreateOnce";
+constexpr std::string_view kSynchronous = "StoreSynchronous";
+constexpr std::string_view kModelName = "ServiceModel";
+
+platform::Dictionary storeOptions() {
+  const auto setting = Platform::installed().userDefaults->objectForKey(kSynchronous);
+  const auto* text = setting ? std::get_if<std::string>(&*setting) : nullptr;
+  if (text == nullptr || *text != "FULL") return {};
+  return {{std::string(platform::NSSQLiteSynchronousOption), *text}};
+}
+
+bool addStore(NSPersistentStoreCoordinator& coordinator, const std::filesystem::path& url,
+              platform::NSError* error) {
+  const auto options = storeOptions();
+  return coordinator.addPersistentStoreWithType_configuration_URL_options_error(
+      platform::NSSQLiteStoreType, std::nullopt, url, &options, error);
+}
+
+std::filesystem::path documentsDirectory() {
+  using platform::NSSearchPathDirectory;
+  using platform::NSSearchPathDomainMask;
+  return Platform::installed()
+      .fileManager
+      ->URLsForDirectory_inDomains(NSSearchPathDirectory::NSDocumentDirectory,
+                                   NSSearchPathDomainMask::NSUserDomainMask)
+      .back();
+}
+
+// One for the whole process, whichever instance comes first.
+std::once_flag& contextOnce() {
+  static auto& flag = *new std::once_flag;
+  return flag;
+}
+
+}  // namespace
+
+BRLCoreDataManager::BRLCoreDataManager() {
+  platform::NSLog("CoreDataManager initializing");
+  auto& defaults = *Platform::installed().userDefaults;
+  if (!defaults.boolForKey(kCreateOnce)) defaults.setBool_forKey(true, kCreateOnce);
+}
+
+BRLCoreDataManager* BRLCoreDataManager::sharedManagerOfClass(BRLCoreDataManager* (*allocInit)()) {
+  static BRLCoreDataManager* const shared = allocInit();
+  return shared;
+}
+
+std::shared_ptr<NSManagedObjectContext> BRLCoreDataManager::managedObjectContext() {
+  if (contextBuilt_.load(std::memory_order_acquire)) return context_;
+  platform::NSLog("QQ");
+  std::call_once(contextOnce(), [this] { buildContext(); });
+  return contextBuilt_.load(std::memory_order_acquire) ? context_ : nullptr;
+}
+
+void BRLCoreDataManager::buildContext() {
+  platform::NSLog("AA");
+  auto coordinator = persistentStoreCoordinator();
+  context_ = std::make_shared<NSManagedObjectContext>();
+  context_->setPersistentStoreCoordinator(std::move(coordinator));
+  contextBuilt_.store(true, std::memory_order_release);
+}
+
+std::shared_ptr<NSPersistentStoreCoordinator> BRLCoreDataManager::persistentStoreCoordinator() {
+  const std::scoped_lock lock(mutex_);
+  platform::NSLog("-[BRLCoreDataManager persistentStoreCoordinator]");
+  if (coordinator_) return coordinator_;
+  coordinator_ = std::make_shared<NSPersistentStoreCoordinator>(managedObjectModel());
+  // Running without a store is worse than not running.
+  if (!addStore(*coordinator_, Class::storeFile(), nullptr)) std::abort();
+  return coordinator_;
+}
+
+std::shared_ptr<const NSManagedObjectModel> BRLCoreDataManager::managedObjectModel() {
+  const std::scoped_lock lock(mutex_);
+  if (!model_) model_ = Class::serviceModel();
+  return model_;
+}
+
+std::filesystem::path BRLCoreDataManager::applicationDocumentsDirectory() const {
+  return documentsDirectory();
+}
+
+void BRLCoreDataManager::saveContext() {
+  const auto context = managedObjectContext();
+  if (!context) return;
+  bool saved = true;
+  context->performBlockAndWait([&] {
+    if (context->hasChanges()) saved = context->save();
+  });
+  if (!saved) std::abort();
+}
+
+std::optional<BRLCoreDataManager::Objects> BRLCoreDataManager::fetch(std::string_view entityName) {
+  const auto context = managedObjectContext();
+  if (!context) return std::nullopt;
+  return context->executeFetchRequest_error(platform::NSFetchRequest::fetchRequestWithEntityName(entityName));
+}
+
+std::filesystem::path BRLCoreDataManager::Class::storeFile() {
+  return documentsDirectory() / (std::string(kModelName) + ".sqlite");
+}
+
+std::shared_ptr<const NSManagedObjectModel> BRLCoreDataManager::Class::serviceModel() {
+  const auto& bundle = *Platform::installed().bundle;
+  std::vector<std::shared_ptr<NSManagedObjectModel>> models;
+  const auto url = bundle.URLForResource_withExtension(kModelName, "momd");
+  models.push_back(url ? NSManagedObjectModel::initWithContentsOfURL(bundle, *url) : nullptr);
+  auto model = NSManagedObjectModel::modelByMergingModels(models);
+  model->setObjectMaker_forEntityName([] { return std::make_shared<SensorLog>(); }, "SensorLog");
+  model->setObjectMaker_forEntityName([] { return std::make_shared<BRLUserDataModel>(); },
+                                      "BRLUserDataModel");
+  return model;
+}
+
+std::optional<std::string> BRLCoreDataManager::Class::storeProblem() {
+  const auto file = storeFile();
+  try {
+    NSPersistentStoreCoordinator coordinator(serviceModel());
+    platform::NSError error;
+    if (addStore(coordinator, file, &error)) return std::nullopt;
+    return file.string() + ": " + error.localizedDescription;
+  } catch (const platform::NSInvalidArgumentException& missing) {
+    return std::string("the library's bundle: ") + missing.what();
+  }
+}

@@ -1,0 +1,121 @@
+#include "BrenloftSDK/SensorLogReader.h"
+
+#include <utility>
+
+#include "BrenloftSDK/BRLCoreDataManager.h"
+#include "BrenloftSDK/SensorLogJSON.h"
+#include "platform/coredata/StoreReader.h"
+
+using platform::StoredRow;
+using platform::StoredView;
+using platform::StoreReader;
+
+namespace {
+
+const platform::NSEntityDescription& sensorLogOf(const StoreReader& reader) {
+  return *reader.model().entityNamed("SensorLog");
+}
+
+int64_t integerOf(const StoredView& value) {
+  const auto* integer = std::get_if<int64_t>(&value);
+  return integer != nullptr ? *integer : 0;
+}
+
+OptionalText textOf(const StoredView& value) {
+  const auto* text = std::get_if<std::string_view>(&value);
+  return text != nullptr ? OptionalText(*text) : std::nullopt;
+}
+
+std::optional<platform::Date> dateOf(const StoredView& value) {
+  const auto* seconds = std::get_if<double>(&value);
+  return seconds != nullptr ? std::optional(platform::dateWithTimeIntervalSince1970(*seconds)) : std::nullopt;
+}
+
+// In the order of SensorLogColumns::kMembers.
+SensorLogReader::Row rowFrom(const SensorLogColumns& columns, const StoredRow& stored) {
+  std::size_t next = 0;
+  const auto value = [&]() -> const StoredView& { return columns.valueAt(stored, next++); };
+  SensorLogReader::Row row{stored.number, {}};
+  BRLBeaconSnapshot& values = row.values;
+  values.beaconType = static_cast<uint64_t>(integerOf(value()));
+  values.beaconId = textOf(value());
+  values.uuid = textOf(value());
+  values.major = integerOf(value());
+  values.minor = integerOf(value());
+  values.rssi = integerOf(value());
+  values.status = integerOf(value());
+  values.statusUpdatedDate = dateOf(value());
+  values.txPower = integerOf(value());
+  values.emergency = integerOf(value());
+  values.battery = integerOf(value());
+  for (auto* text : {&values.temperature, &values.humidity, &values.uniqueId, &values.tbd, &values.xAccel,
+                     &values.yAccel, &values.zAccel}) {
+    *text = textOf(value());
+  }
+  return row;
+}
+
+}  // namespace
+
+SensorLogReader::SensorLogReader(std::unique_ptr<StoreReader> reader) : reader_(std::move(reader)) {}
+
+SensorLogReader::~SensorLogReader() = default;
+
+std::filesystem::path SensorLogReader::storeFile() {
+  return BRLCoreDataManager::Class::storeFile();
+}
+
+std::unique_ptr<SensorLogReader> SensorLogReader::open(const std::filesystem::path& file,
+                                                       std::string* problem) {
+  platform::NSError error;
+  std::unique_ptr<StoreReader> reader;
+  try {
+    reader = StoreReader::open(BRLCoreDataManager::Class::serviceModel(), file, &error);
+  } catch (const platform::NSInvalidArgumentException& missing) {
+    error.localizedDescription = missing.what();
+  }
+  if (!reader && problem != nullptr) *problem = file.string() + ": " + error.localizedDescription;
+  return reader ? std::unique_ptr<SensorLogReader>(new SensorLogReader(std::move(reader))) : nullptr;
+}
+
+template <typename Operation>
+auto SensorLogReader::attempt(const Operation& operation) {
+  platform::NSError error;
+  auto result = operation(sensorLogOf(*reader_), &error);
+  if (!result) problem_ = error.localizedDescription;
+  return result;
+}
+
+std::optional<uint64_t> SensorLogReader::count() {
+  return attempt([&](const auto& entity, auto* error) { return reader_->count(entity, error); });
+}
+
+std::optional<int64_t> SensorLogReader::lastNumber() {
+  return attempt([&](const auto& entity, auto* error) { return reader_->lastRow(entity, error); });
+}
+
+bool SensorLogReader::rowsAfter(int64_t number, const RowBlock& block) {
+  return attempt([&](const auto& entity, auto* error) {
+    const SensorLogColumns columns(entity);
+    const auto take = [&](const StoredRow& row) { return block(rowFrom(columns, row)); };
+    return reader_->rowsAfter(entity, number, take, error);
+  });
+}
+
+bool SensorLogReader::lastRows(uint64_t limit, const RowBlock& block) {
+  return attempt([&](const auto& entity, auto* error) {
+    const SensorLogColumns columns(entity);
+    const auto take = [&](const StoredRow& row) { return block(rowFrom(columns, row)); };
+    return reader_->lastRows(entity, limit, take, error);
+  });
+}
+
+bool SensorLogReader::exportJSON(const TextSink& sink) {
+  return attempt([&](const auto& entity, auto* error) {
+    SensorLogJSON json(entity, sink);
+    const auto add = [&](const StoredRow& row) { return json.add(row), true; };
+    const bool read = reader_->rowsAfter(entity, 0, add, error);
+    if (read) json.finish();
+    return read;
+  });
+}

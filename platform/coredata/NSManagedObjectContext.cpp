@@ -1,0 +1,146 @@
+#include "platform/coredata/NSManagedObjectContext.h"
+
+#include <string>
+#include <utility>
+
+#include "platform/coredata/ObjectRegistry.h"
+#include "platform/coredata/SQLiteStore.h"
+
+namespace platform {
+
+NSManagedObjectContext::NSManagedObjectContext() : registry_(std::make_shared<ObjectRegistry>()) {}
+
+NSManagedObjectContext::~NSManagedObjectContext() {
+  const auto lock = registry_->lock();
+  registry_->abandon();
+}
+
+void NSManagedObjectContext::setPersistentStoreCoordinator(
+    std::shared_ptr<NSPersistentStoreCoordinator> coordinator) {
+  const auto lock = registry_->lock();
+  if (coordinator_ || !coordinator)
+    throw NSInvalidArgumentException("a context has one coordinator for good");
+  registry_->setModel(coordinator->managedObjectModel());
+  coordinator_ = std::move(coordinator);
+}
+
+void NSManagedObjectContext::performBlockAndWait(const std::function<void()>& block) {
+  const auto lock = registry_->lock();
+  block();
+}
+
+bool NSManagedObjectContext::hasChanges() const {
+  const auto lock = registry_->lock();
+  return registry_->changes() != 0;
+}
+
+uint64_t NSManagedObjectContext::saveCount() const {
+  const auto lock = registry_->lock();
+  return registry_->saveCount;
+}
+
+SQLiteStore* NSManagedObjectContext::store(NSError* error) const {
+  SQLiteStore* store = coordinator_ ? coordinator_->store() : nullptr;
+  if (store == nullptr && error != nullptr) *error = {0, "the context has no store"};
+  return store;
+}
+
+bool NSManagedObjectContext::save(NSError* error) {
+  const auto lock = registry_->lock();
+  ++registry_->saveCount;
+  if (registry_->changes() == 0) return true;
+  SQLiteStore* store = this->store(error);
+  if (store == nullptr) return false;
+  std::vector<int64_t> newRows;
+  const auto write = [&] { newRows = registry_->writeTo(*store); };
+  if (!reportingTo(error, [&] { store->write(registry_->isSingleStatement(), write); })) return false;
+  registry_->didSave(newRows);
+  return true;
+}
+
+bool NSManagedObjectContext::run(
+    const NSFetchRequest& request, NSError* error,
+    const std::function<void(SQLiteStore&, const FetchQuery&)>& operation) const {
+  SQLiteStore* store = this->store(error);
+  if (store == nullptr) return false;
+  const auto query = FetchQuery::make(*registry_->model(), request, error);
+  return query && reportingTo(error, [&] { operation(*store, *query); });
+}
+
+std::optional<std::vector<std::shared_ptr<NSManagedObject>>>
+NSManagedObjectContext::executeFetchRequest_error(const NSFetchRequest& request, NSError* error) {
+  const auto lock = registry_->lock();
+  std::vector<std::shared_ptr<NSManagedObject>> objects;
+  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+    const auto addRow = [&](const StoredRow& row) {
+      objects.push_back(registry_->objectFor(query.entity, row));
+      return true;
+    };
+    const auto addObject = [&](const ObjectRegistry::Object& object, const auto&) {
+      objects.push_back(object);
+      return true;
+    };
+    registry_->walk(store, query, addRow, addObject);
+  });
+  return done ? std::optional(std::move(objects)) : std::nullopt;
+}
+
+std::optional<uint64_t> NSManagedObjectContext::countForFetchRequest_error(const NSFetchRequest& request,
+                                                                           NSError* error) {
+  const auto lock = registry_->lock();
+  uint64_t count = 0;
+  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+    const auto& entity = registry_->entity(query.entity);
+    if (!query.predicate && entity.deleted.empty()) {
+      count = store.count(query.entity, entity.deletedThrough) + entity.inserted.size();
+      return;
+    }
+    const auto add = [&](const auto&...) { return ++count, true; };
+    registry_->walk(store, query, add, add);
+  });
+  return done ? std::optional(count) : std::nullopt;
+}
+
+bool NSManagedObjectContext::enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block,
+                                           NSError* error) {
+  const auto lock = registry_->lock();
+  std::vector<StoredView> views;
+  const auto visitObject = [&](const ObjectRegistry::Object&, const std::vector<StoredValue>& values) {
+    views.clear();
+    for (const auto& value : values) views.push_back(viewOf(value));
+    return block({0, views});
+  };
+  return run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+    registry_->walk(store, query, block, visitObject);
+  });
+}
+
+void NSManagedObjectContext::deleteObject(const std::shared_ptr<NSManagedObject>& object) {
+  const auto lock = registry_->lock();
+  registry_->deleteObject(object);
+}
+
+std::optional<bool> NSManagedObjectContext::deleteAllObjects(std::string_view entityName, NSError* error) {
+  const auto lock = registry_->lock();
+  bool any = false;
+  const auto request = NSFetchRequest::fetchRequestWithEntityName(entityName);
+  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+    const auto& entity = registry_->entity(query.entity);
+    auto lastRow = store.lastRow(query.entity);
+    // Rows that are deleted already count no more.
+    if (lastRow && *lastRow <= entity.deletedThrough) lastRow.reset();
+    any = lastRow || !entity.inserted.empty();
+    registry_->deleteAll(query.entity, lastRow);
+  });
+  return done ? std::optional(any) : std::nullopt;
+}
+
+std::shared_ptr<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view entityName) {
+  const auto lock = registry_->lock();
+  const auto* model = registry_->model();
+  const auto* entity = model != nullptr ? model->entityNamed(entityName) : nullptr;
+  if (entity == nullptr) throw NSInvalidArgumentException("no entity named " + std::string(entityName));
+  return registry_->insert(static_cast<std::size_t>(entity - model->entities().data()));
+}
+
+}  // namespace platform

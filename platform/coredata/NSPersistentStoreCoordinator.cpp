@@ -1,0 +1,38 @@
+#include "platform/coredata/NSPersistentStoreCoordinator.h"
+
+#include <utility>
+
+#include "platform/coredata/SQLiteStore.h"
+
+namespace platform {
+namespace {
+
+SQLiteStoreOptions optionsFrom(const Dictionary* options) {
+  const auto* synchronous =
+      options != nullptr ? find<std::string>(*options, NSSQLiteSynchronousOption) : nullptr;
+  if (synchronous == nullptr || *synchronous == "NORMAL") return {};
+  if (*synchronous == "FULL") return {.create = true, .synchronousFull = true};
+  throw SQLiteFailure(0, "unknown synchronous setting " + *synchronous);
+}
+
+}  // namespace
+
+NSPersistentStoreCoordinator::NSPersistentStoreCoordinator(std::shared_ptr<const NSManagedObjectModel> model)
+    : model_(std::move(model)) {
+  if (!model_) throw NSInvalidArgumentException("a coordinator needs a model");
+}
+
+NSPersistentStoreCoordinator::~NSPersistentStoreCoordinator() = default;
+
+bool NSPersistentStoreCoordinator::addPersistentStoreWithType_configuration_URL_options_error(
+    std::string_view type, std::optional<std::string> configuration, const std::filesystem::path& url,
+    const Dictionary* options, NSError* error) {
+  return reportingTo(error, [&] {
+    if (type != NSSQLiteStoreType) throw SQLiteFailure(0, "unknown store type " + std::string(type));
+    if (configuration) throw SQLiteFailure(0, "the model has no configuration " + *configuration);
+    if (store_) throw SQLiteFailure(0, "there is a store already");
+    store_ = std::make_unique<SQLiteStore>(*model_, url, optionsFrom(options));
+  });
+}
+
+}  // namespace platform

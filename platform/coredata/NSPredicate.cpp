@@ -1,0 +1,18 @@
+#include "platform/coredata/NSPredicate.h"
+
+#include <utility>
+
+#include "platform/coredata/NSError.h"
+
+namespace platform {
+
+NSPredicate NSPredicate::predicateWithFormat(std::string_view format, std::optional<std::string> argument) {
+  constexpr std::string_view tail = " = %@";
+  const auto key = format.substr(0, format.find(' '));
+  if (key.empty() || format.substr(key.size()) != tail) {
+    throw NSInvalidArgumentException("predicate format not supported: " + std::string(format));
+  }
+  return {std::string(key), std::move(argument)};
+}
+
+}  // namespace platform

@@ -1,0 +1,205 @@
+#include "platform/coredata/SQLiteDatabase.h"
+
+#include <utility>
+
+#include <sqlite3.h>
+
+namespace platform {
+namespace {
+
+constexpr int kBusyTimeoutMilliseconds = 10'000;
+
+[[noreturn]] void fail(sqlite3* database, int code) {
+  throw SQLiteFailure(code, database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(code));
+}
+
+void check(sqlite3* database, int code) {
+  if (code != SQLITE_OK) fail(database, code);
+}
+
+int bindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
+  // A null pointer would bind an absent value.
+  const char* start = text.data() != nullptr ? text.data() : "";
+  return sqlite3_bind_text64(statement, parameter, start, text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+int bindData(sqlite3_stmt* statement, int parameter, DataView data) {
+  if (data.empty()) return sqlite3_bind_zeroblob(statement, parameter, 0);
+  return sqlite3_bind_blob64(statement, parameter, data.data(), data.size(), SQLITE_STATIC);
+}
+
+// https://www.sqlite.org/uri.html
+std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access access) {
+  std::string uri = "file:";
+  for (const char c : std::filesystem::absolute(file).string()) {
+    if (c == '%')
+      uri += "%25";
+    else if (c == '?')
+      uri += "%3f";
+    else if (c == '#')
+      uri += "%23";
+    else
+      uri += c;
+  }
+  return access == SQLiteDatabase::Access::Glance ? uri + "?immutable=1" : uri;
+}
+
+int flagsOf(SQLiteDatabase::Access access) {
+  constexpr int common = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI;
+  switch (access) {
+    case SQLiteDatabase::Access::Glance:
+      return common | SQLITE_OPEN_READONLY;
+    case SQLiteDatabase::Access::ReadWrite:
+      return common | SQLITE_OPEN_READWRITE;
+    case SQLiteDatabase::Access::Create:
+      break;
+  }
+  return common | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+}
+
+}  // namespace
+
+bool reportingTo(NSError* error, const std::function<void()>& operation) {
+  try {
+    operation();
+    return true;
+  } catch (const SQLiteFailure& failure) {
+    if (error != nullptr) *error = {failure.code(), failure.what()};
+    return false;
+  }
+}
+
+void SQLiteStatement::Finalizer::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+SQLiteStatement::SQLiteStatement(sqlite3* database, const std::string& sql) {
+  sqlite3_stmt* statement = nullptr;
+  check(database, sqlite3_prepare_v3(database, sql.c_str(), static_cast<int>(sql.size()) + 1,
+                                     SQLITE_PREPARE_PERSISTENT, &statement, nullptr));
+  statement_.reset(statement);
+}
+
+void SQLiteStatement::bind(int parameter, const StoredView& value) {
+  sqlite3_stmt* statement = statement_.get();
+  const int code = std::visit(
+      [&](const auto& held) {
+        using Held = std::decay_t<decltype(held)>;
+        if constexpr (std::is_same_v<Held, int64_t>)
+          return sqlite3_bind_int64(statement, parameter, held);
+        else if constexpr (std::is_same_v<Held, double>)
+          return sqlite3_bind_double(statement, parameter, held);
+        else if constexpr (std::is_same_v<Held, std::string_view>)
+          return bindText(statement, parameter, held);
+        else if constexpr (std::is_same_v<Held, DataView>)
+          return bindData(statement, parameter, held);
+        else
+          return sqlite3_bind_null(statement, parameter);
+      },
+      value);
+  check(sqlite3_db_handle(statement), code);
+}
+
+bool SQLiteStatement::step() {
+  const int code = sqlite3_step(statement_.get());
+  if (code == SQLITE_ROW) return true;
+  if (code == SQLITE_DONE) return false;
+  sqlite3* database = sqlite3_db_handle(statement_.get());
+  const SQLiteFailure failure(sqlite3_extended_errcode(database), sqlite3_errmsg(database));
+  sqlite3_reset(statement_.get());
+  throw failure;
+}
+
+void SQLiteStatement::reset() {
+  sqlite3_reset(statement_.get());
+}
+
+void SQLiteStatement::run() {
+  step();
+  reset();
+}
+
+int64_t SQLiteStatement::integerAt(int column) const {
+  return sqlite3_column_int64(statement_.get(), column);
+}
+
+std::string SQLiteStatement::textAt(int column) const {
+  const auto view = viewAt(column, NSAttributeType::String);
+  const auto* text = std::get_if<std::string_view>(&view);
+  return text != nullptr ? std::string(*text) : std::string();
+}
+
+StoredView SQLiteStatement::viewAt(int column, NSAttributeType type) const {
+  sqlite3_stmt* statement = statement_.get();
+  if (sqlite3_column_type(statement, column) == SQLITE_NULL) return {};
+  switch (type) {
+    case NSAttributeType::Integer64:
+    case NSAttributeType::UnsignedInteger64:
+      return int64_t{sqlite3_column_int64(statement, column)};
+    case NSAttributeType::DateTime:
+      return sqlite3_column_double(statement, column);
+    case NSAttributeType::String: {
+      const auto* text = sqlite3_column_text(statement, column);
+      return textOf({reinterpret_cast<const std::byte*>(text),
+                     static_cast<std::size_t>(sqlite3_column_bytes(statement, column))});
+    }
+    case NSAttributeType::BinaryData: {
+      const auto* data = static_cast<const std::byte*>(sqlite3_column_blob(statement, column));
+      return DataView(data, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+    }
+  }
+  return {};
+}
+
+void SQLiteDatabase::Closer::operator()(sqlite3* database) const {
+  sqlite3_close_v2(database);
+}
+
+SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access) {
+  sqlite3* database = nullptr;
+  const int code = sqlite3_open_v2(uriOf(file, access).c_str(), &database, flagsOf(access), nullptr);
+  database_.reset(database);
+  check(database, code);
+  sqlite3_extended_result_codes(database, 1);
+  sqlite3_busy_timeout(database, kBusyTimeoutMilliseconds);
+}
+
+void SQLiteDatabase::execute(const std::string& sql) {
+  check(database_.get(), sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr));
+}
+
+std::optional<int64_t> SQLiteDatabase::integer(const std::string& sql) {
+  auto statement = prepare(sql);
+  return statement.step() ? std::optional(statement.integerAt(0)) : std::nullopt;
+}
+
+std::optional<std::string> SQLiteDatabase::text(const std::string& sql) {
+  auto statement = prepare(sql);
+  return statement.step() ? std::optional(statement.textAt(0)) : std::nullopt;
+}
+
+int64_t SQLiteDatabase::lastInsertedRow() const {
+  return sqlite3_last_insert_rowid(database_.get());
+}
+
+bool SQLiteDatabase::isReadOnly() const {
+  return sqlite3_db_readonly(database_.get(), "main") == 1;
+}
+
+void SQLiteDatabase::leaveLogOnClose(bool leave) {
+  sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leave ? 1 : 0, nullptr);
+}
+
+void SQLiteDatabase::transaction(const std::function<void()>& operation) {
+  execute("BEGIN IMMEDIATE");
+  try {
+    operation();
+    execute("COMMIT");
+  } catch (...) {
+    // Where SQLite has rolled back by itself, this one fails and changes nothing.
+    sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+}
+
+}  // namespace platform

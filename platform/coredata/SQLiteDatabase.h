@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/coredata/NSEntityDescription.h"
+#include "platform/coredata/NSError.h"
+#include "platform/coredata/StoredValue.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace platform {
+
+/// An operation of SQLite that failed. Never leaves this folder: the store's operations turn it into NSError.
+class SQLiteFailure : public std::runtime_error {
+ public:
+  SQLiteFailure(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
+  int code() const { return code_; }
+
+ private:
+  int code_;
+};
+
+/// Runs an operation; a failure goes into `error` and makes the result false.
+bool reportingTo(NSError* error, const std::function<void()>& operation);
+
+/// One prepared statement. Every operation throws SQLiteFailure.
+class SQLiteStatement {
+ public:
+  SQLiteStatement(sqlite3* database, const std::string& sql);
+
+  /// Parameters count from 1. What is lent must live until `step` returned.
+  void bind(int parameter, const StoredView& value);
+  /// True when there is a row.
+  bool step();
+  /// Ready to be bound and run again.
+  void reset();
+  /// Runs a statement that gives no rows, and resets it.
+  void run();
+
+  int64_t integerAt(int column) const;
+  std::string textAt(int column) const;
+  /// A column as the attribute's type says; lent until the next step.
+  StoredView viewAt(int column, NSAttributeType type) const;
+
+ private:
+  struct Finalizer {
+    void operator()(sqlite3_stmt* statement) const;
+  };
+  std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+};
+
+/// One connection. Every operation throws SQLiteFailure. Not locked: its owner serialises.
+class SQLiteDatabase {
+ public:
+  enum class Access {
+    /// Leaves no trace and takes no lock, but sees only what stands in the file itself.
+    Glance,
+    ReadWrite,
+    /// Makes the file when it is missing.
+    Create,
+  };
+  SQLiteDatabase(const std::filesystem::path& file, Access access);
+
+  void execute(const std::string& sql);
+  SQLiteStatement prepare(const std::string& sql) { return {database_.get(), sql}; }
+  /// The first column of a query's first row.
+  std::optional<int64_t> integer(const std::string& sql);
+  std::optional<std::string> text(const std::string& sql);
+
+  int64_t lastInsertedRow() const;
+  bool isReadOnly() const;
+  /// Whether the write-ahead log is left as it is when the connection closes.
+  void leaveLogOnClose(bool leave);
+
+  /// Runs an operation as one transaction that is rolled back when it throws.
+  void transaction(const std::function<void()>& operation);
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* database) const;
+  };
+  std::unique_ptr<sqlite3, Closer> database_;
+};
+
+}  // namespace platform

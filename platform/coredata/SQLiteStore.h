@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "platform/coredata/NSPredicate.h"
+#include "platform/coredata/SQLiteStoreFile.h"
+
+namespace platform {
+
+/// The rows of a store. Entities are named by their place in the model. Every operation throws SQLiteFailure.
+/// Not locked: the context serialises.
+class SQLiteStore {
+ public:
+  /// Before every row.
+  static constexpr int64_t kBeforeAll = std::numeric_limits<int64_t>::min();
+
+  /// The model must live as long as the store.
+  SQLiteStore(const NSManagedObjectModel& model, const std::filesystem::path& file,
+              SQLiteStoreOptions options);
+
+  /// Hands over the rows after a number that the predicate lets through, in order.
+  void eachRow(std::size_t entity, int64_t after, const std::optional<NSPredicate>& predicate,
+               const StoredRowBlock& block);
+  uint64_t count(std::size_t entity, int64_t after);
+  /// Nothing when there is no row.
+  std::optional<int64_t> lastRow(std::size_t entity);
+
+  /// Runs changes as one transaction. A single statement is one by itself.
+  void write(bool singleStatement, const std::function<void()>& changes);
+  /// Returns the row's number, which is above that of every row that is there.
+  int64_t insertRow(std::size_t entity, std::span<const StoredValue> values);
+  void updateRow(std::size_t entity, int64_t number, std::span<const StoredValue> values);
+  void deleteRow(std::size_t entity, int64_t number);
+  void deleteRowsThrough(std::size_t entity, int64_t number);
+
+ private:
+  struct Table {
+    Table(SQLiteDatabase& database, const NSEntityDescription& entity);
+    EntityTable sql;
+    SQLiteStatement insert;
+    SQLiteStatement update;
+    SQLiteStatement remove;
+    SQLiteStatement removeThrough;
+    SQLiteStatement removeAll;
+  };
+
+  SQLiteDatabase database_;
+  std::vector<Table> tables_;
+};
+
+}  // namespace platform

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/coredata/NSManagedObjectModel.h"
+#include "platform/coredata/SQLiteDatabase.h"
+
+namespace platform {
+
+/// The SQL of one entity's table, and how its rows are read.
+class EntityTable {
+ public:
+  explicit EntityTable(const NSEntityDescription& entity);
+
+  std::string create() const;
+  std::string insert() const;
+  std::string update() const;
+  std::string remove() const { return "DELETE FROM " + table_ + " WHERE rowid = ?1"; }
+  std::string removeThrough() const { return "DELETE FROM " + table_ + " WHERE rowid <= ?1"; }
+  std::string removeAll() const { return "DELETE FROM " + table_; }
+  std::string count() const { return "SELECT count(*) FROM " + table_; }
+  std::string lastRow() const { return "SELECT max(rowid) FROM " + table_; }
+  /// The row's number and every attribute, in the order of the rows; `condition` begins with a space.
+  std::string select(std::string_view condition) const;
+  std::string selectLast() const;
+
+  /// Hands over the rows of a select until the block ends the walk.
+  void readRows(SQLiteStatement& statement, const StoredRowBlock& block) const;
+  /// A column's name as SQL.
+  static std::string quoted(std::string_view name);
+
+ private:
+  std::string columns(std::string_view between) const;
+
+  const std::vector<NSAttributeDescription>& attributes_;
+  std::string table_;
+};
+
+struct SQLiteStoreOptions {
+  bool create = true;
+  bool synchronousFull = false;
+};
+
+/// Opens a model's store file; see NSPersistentStoreCoordinator for what does not open and for what is in the
+/// file. Throws SQLiteFailure, in words for the operator.
+SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file,
+                             SQLiteStoreOptions options);
+
+}  // namespace platform

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSManagedObjectModel.h"
+#include "platform/coredata/StoredValue.h"
+#include "platform/foundation/Export.h"
+
+namespace platform {
+
+class SQLiteDatabase;
+
+/// Reads the saved rows of a store file on a connection of its own, beside whoever else uses the file. Each
+/// operation sees one moment of the file. Never writes rows; never makes a file.
+///
+/// Threads: one at a time. Blocks run with no lock held.
+class BRL_EXPORT StoreReader {
+ public:
+  /// Nothing when the file does not open, for the reasons of NSPersistentStoreCoordinator or because there is
+  /// none.
+  static std::unique_ptr<StoreReader> open(std::shared_ptr<const NSManagedObjectModel> model,
+                                           const std::filesystem::path& file, NSError* error);
+  ~StoreReader();
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
+
+  const NSManagedObjectModel& model() const { return *model_; }
+  std::optional<uint64_t> count(const NSEntityDescription& entity, NSError* error);
+  /// The number of the newest row, 0 without one; nothing on failure.
+  std::optional<int64_t> lastRow(const NSEntityDescription& entity, NSError* error);
+  /// Hands over the rows after a number, in their order. False on failure.
+  bool rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block,
+                 NSError* error);
+  /// Hands over the newest rows, in their order. False on failure.
+  bool lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block,
+                NSError* error);
+
+ private:
+  StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::unique_ptr<SQLiteDatabase> database);
+
+  std::shared_ptr<const NSManagedObjectModel> model_;
+  std::unique_ptr<SQLiteDatabase> database_;
+};
+
+}  // namespace platform
