@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include <gmock/gmock.h>
 
 #include "tests/sdk/ManagerFixture.h"
@@ -62,15 +64,16 @@ TEST_F(ContextManager, ConfigurationCallPutsTheMinorIntoTheMajor) {
 }
 
 TEST_F(ContextManager, BothClassesShareOneObjectWhenTheContextManagerIsAskedFirst) {
-  EXPECT_EQ(Class::shareInstance(), BRLDataManager::Class::shareInstance());
-  EXPECT_EQ(Class::shareInstance(), &manager());
+  BRLDataManager* shared = Class::shareInstance();
+  EXPECT_EQ(BRLDataManager::Class::shareInstance(), shared);
+  EXPECT_EQ(shared, &manager());
 }
 
 TEST_F(ContextManager, APlainDataManagerAskedFirstStaysTheSharedInstanceAndEndsOnForeignOperations) {
   BRLDataManager* plain = BRLDataManager::Class::shareInstance();
   EXPECT_EQ(Class::shareInstance(), plain);
   EXPECT_EQ(dynamic_cast<BRLContextManager*>(plain), nullptr);
-  Class::setBeaconTagWithData_key(platform::viewOf("tag"), "key");  // the base class has this one
+  Class::setBeaconTagWithData_key(platform::Data(3), "key");  // the base class has this one
   simulated.services().log = nullptr;
   platform::Platform loud = simulated.services();
   loud.log = [](std::string_view text) {
