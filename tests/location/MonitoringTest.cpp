@@ -1,0 +1,228 @@
+#include "LocationFixture.h"
+
+namespace {
+
+class Monitoring : public BeaconLocationTest {
+ protected:
+  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
+};
+
+TEST_F(Monitoring, ARegionIsUnknownUntilThirtySecondsOfSilenceMakeItOutside) {
+  monitor(region);
+  EXPECT_EQ(listener.take(), Lines{"started R"});
+  simulated.advance(seconds(30) - milliseconds(1));
+  EXPECT_EQ(stateOf(region), Lines{"unknown R"});
+  simulated.advance(milliseconds(1));
+  EXPECT_EQ(listener.take(), Lines{"outside R"});
+  EXPECT_EQ(stateOf(region), Lines{"outside R"});
+}
+
+TEST_F(Monitoring, TheFirstStateIsAStateAndEachLaterOneACrossing) {
+  monitor(region);
+  hear(kUUID, 1, 2);
+  hear(kUUID, 1, 2);
+  EXPECT_EQ(listener.take(), (Lines{"started R", "inside R"}));
+  simulated.advance(seconds(30));
+  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+  hear(kUUID, 7, 8);
+  EXPECT_EQ(listener.take(), (Lines{"inside R", "entered R"}));
+}
+
+TEST_F(Monitoring, TheRegionIsLeftThirtySecondsAfterItsLastBeaconWasHeard) {
+  monitor(region);
+  hear(kUUID, 1, 1);
+  simulated.advance(seconds(10));
+  hear(kUUID, 1, 2);
+  simulated.advance(seconds(19));
+  hear(kUUID, 1, 1);
+  listener.take();
+  simulated.advance(seconds(30) - milliseconds(1));
+  EXPECT_EQ(listener.take(), Lines{});
+  simulated.advance(milliseconds(1));
+  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+}
+
+TEST_F(Monitoring, MajorAndMinorOfARegionDecideWhichFramesMatch) {
+  monitor(beaconRegion("major", kUUID, 5));
+  monitor(beaconRegion("both", kUUID, 5, 6));
+  monitor(beaconRegion("other", kOtherUUID));
+  listener.take();
+  hear(kUUID, 4, 6);
+  EXPECT_EQ(listener.take(), Lines{});
+  hear(kUUID, 5, 7);
+  EXPECT_EQ(listener.take(), Lines{"inside major"});
+  hear(kUUID, 5, 6);
+  EXPECT_EQ(listener.take(), Lines{"inside both"});
+  hear(kOtherUUID, 5, 6);
+  EXPECT_EQ(listener.take(), Lines{"inside other"});
+}
+
+TEST_F(Monitoring, ACrossingThatARegionDoesNotAskForIsNotReportedButKnown) {
+  region->setNotifyOnEntry(false);
+  monitor(region);
+  simulated.advance(seconds(30));
+  listener.take();
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(stateOf(region), Lines{"inside R"});
+  simulated.advance(seconds(30));
+  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+}
+
+TEST_F(Monitoring, ARegionStartedWhileItsBeaconIsKnownIsInsideAtOnce) {
+  monitor(region);
+  hear(kUUID, 1, 1);
+  listener.take();
+  monitor(beaconRegion("second", kUUID, 1));
+  EXPECT_EQ(listener.take(), (Lines{"started second", "inside second"}));
+}
+
+TEST_F(Monitoring, TheTwentyFirstRegionFailsUnlessItReplacesOne) {
+  for (int i = 0; i < 20; ++i) monitor(beaconRegion("R" + std::to_string(i), kUUID, i));
+  listener.take();
+  monitor(beaconRegion("R20", kUUID, 20));
+  EXPECT_EQ(listener.take(), Lines{"failed R20 5"});
+  EXPECT_EQ(manager->monitoredRegions().size(), 20U);
+  monitor(beaconRegion("R7", kOtherUUID));
+  EXPECT_EQ(listener.take(), Lines{"started R7"});
+  manager->stopMonitoringForRegion(beaconRegion("R3", kUUID));
+  monitor(beaconRegion("R20", kUUID, 20));
+  EXPECT_EQ(listener.take(), Lines{"started R20"});
+}
+
+TEST_F(Monitoring, ARegionOfTheSameIdentifierReplacesTheEarlierOne) {
+  monitor(region);
+  const auto replacement = beaconRegion("R", kOtherUUID);
+  hear(kUUID, 1, 1);
+  monitor(replacement);
+  EXPECT_EQ(manager->monitoredRegions(), std::vector<CLRegionPtr>{replacement});
+  EXPECT_EQ(stateOf(replacement), Lines{"unknown R"});
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{});
+  hear(kOtherUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{"inside R"});
+}
+
+TEST_F(Monitoring, ARegionThatIsNoBeaconRegionIsMonitoredAndStaysUnknown) {
+  const auto plain = std::make_shared<platform::CLRegion>("place");
+  monitor(plain);
+  simulated.advance(seconds(60));
+  EXPECT_EQ(listener.take(), Lines{"started place"});
+  EXPECT_EQ(stateOf(plain), Lines{"unknown place"});
+}
+
+TEST_F(Monitoring, NothingIsReportedOfARegionThatIsNoLongerMonitored) {
+  monitor(region);
+  listener.take();
+  simulated.radio().advertise(platform::iBeaconAdvertisement({}, {kUUID, 1, 1}));
+  manager->stopMonitoringForRegion(region);
+  simulated.advance(seconds(60));
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_TRUE(manager->monitoredRegions().empty());
+}
+
+TEST_F(Monitoring, TheRadioScansOnlyWhileSomethingIsMonitoredOrRanged) {
+  EXPECT_FALSE(simulated.radio().isScanning());
+  monitor(region);
+  manager->startRangingBeaconsInRegion(region);
+  manager->stopMonitoringForRegion(region);
+  simulated.advance({});
+  EXPECT_TRUE(simulated.radio().isScanning());
+  manager->stopRangingBeaconsInRegion(region);
+  simulated.advance({});
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+TEST_F(Monitoring, ARadioThatIsAwayChangesNoStateAndItsSilenceCountsFromItsReturn) {
+  monitor(region);
+  hear(kUUID, 1, 1);
+  listener.take();
+  simulated.radio().setState(platform::CBManagerState::resetting);
+  simulated.advance(seconds(100));
+  EXPECT_EQ(stateOf(region), Lines{"inside R"});
+  simulated.radio().setState(platform::CBManagerState::poweredOn);
+  simulated.advance(seconds(30) - milliseconds(1));
+  EXPECT_EQ(listener.take(), Lines{});
+  simulated.advance(milliseconds(1));
+  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+}
+
+TEST_F(Monitoring, ARadioThatWentAndCameBackAtOnceIsListenedToAgain) {
+  monitor(region);
+  simulated.radio().setState(platform::CBManagerState::poweredOff);
+  simulated.radio().setState(platform::CBManagerState::poweredOn);
+  simulated.advance({});
+  listener.take();
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{"inside R"});
+}
+
+TEST_F(Monitoring, CrossingsReachEveryManagerAndAnswersTheOneThatAsked) {
+  LocationListener second;
+  const auto other = makeManager(second);
+  monitor(region);
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), (Lines{"started R", "inside R"}));
+  EXPECT_EQ(second.take(), (Lines{"authorization 3", "inside R"}));
+  EXPECT_EQ(stateOf(region), Lines{"inside R"});
+  EXPECT_EQ(second.take(), Lines{});
+  EXPECT_EQ(other->monitoredRegions(), std::vector<CLRegionPtr>{region});
+}
+
+TEST_F(Monitoring, ADestroyedManagerHearsNothingMoreAndItsRegionsStay) {
+  monitor(region);
+  listener.take();
+  manager->requestStateForRegion(region);
+  simulated.radio().advertise(platform::iBeaconAdvertisement({}, {kUUID, 1, 1}));
+  manager.reset();
+  simulated.advance(seconds(60));
+  EXPECT_EQ(listener.take(), Lines{});
+  manager = makeManager(listener);
+  EXPECT_EQ(manager->monitoredRegions(), std::vector<CLRegionPtr>{region});
+}
+
+TEST_F(Monitoring, AManagerCanBeDestroyedFromItsOwnCallback) {
+  manager->startRangingBeaconsInRegion(region);
+  listener.onLine = [&] { manager.reset(); };
+  monitor(region);
+  simulated.advance(seconds(5));
+  EXPECT_EQ(listener.take(), Lines{"started R"});
+}
+
+TEST_F(Monitoring, DescriptionsNameWhatARegionIsMadeOf) {
+  EXPECT_EQ(platform::CLRegion("X").description(), "CLRegion (identifier:'X')");
+  EXPECT_EQ(beaconRegion("X", kUUID)->description(),
+            "CLBeaconRegion (identifier:'X', uuid:0A1B2C3D-4E5F-4061-8273-8495A6B7C8D9, major:(null), "
+            "minor:(null))");
+  EXPECT_EQ(
+      beaconRegion("X", kUUID, 65535, 0)->description(),
+      "CLBeaconRegion (identifier:'X', uuid:0A1B2C3D-4E5F-4061-8273-8495A6B7C8D9, major:65535, minor:0)");
+}
+
+TEST(IBeaconFrame, IsToldFromOtherManufacturerData) {
+  struct Case {
+    const char* what;
+    const char* hex;
+    bool isFrame;
+  };
+  const Case cases[] = {{"whole", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", true},
+                        {"longer", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec500", true},
+                        {"no power", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffe", false},
+                        {"swapped company", "004c02150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                        {"other type", "4c0010150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                        {"other length", "4c0002140a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                        {"empty", "", false}};
+  for (const auto& [what, hex, isFrame] : cases) {
+    const auto frame = platform::parseIBeaconFrame(platform::octetsFromHex(hex).value());
+    EXPECT_EQ(frame.has_value(), isFrame) << what;
+    EXPECT_TRUE(!frame || *frame == (platform::iBeaconFrame{kUUID, 0x0102, 0xFFFE, -59})) << what;
+  }
+}
+
+TEST(IBeaconFrame, IsBuiltAsItIsRead) {
+  const platform::iBeaconFrame frame{kUUID, 0x0102, 0xFFFE, -59};
+  EXPECT_EQ(platform::hexText(platform::iBeaconManufacturerData(frame)),
+            "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec5");
+}
+
+}  // namespace

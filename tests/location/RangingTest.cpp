@@ -1,0 +1,224 @@
+#include "LocationFixture.h"
+
+namespace {
+
+class Ranging : public BeaconLocationTest {
+ protected:
+  void startRanging(const platform::CLBeaconRegionPtr& of) {
+    manager->startRangingBeaconsInRegion(of);
+    simulated.advance({});
+  }
+
+  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
+};
+
+TEST_F(Ranging, ReportsOnceASecondAlsoWhenNothingIsHeard) {
+  startRanging(region);
+  simulated.advance(seconds(1) - milliseconds(1));
+  EXPECT_EQ(listener.take(), Lines{});
+  simulated.advance(milliseconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+  simulated.advance(seconds(3));
+  EXPECT_EQ(listener.take(), (Lines{"ranged R:", "ranged R:", "ranged R:"}));
+}
+
+TEST_F(Ranging, GivesTheMeanOfEachSecondStrongestFirstAndZeroLast) {
+  startRanging(region);
+  hear(kUUID, 1, 1, -70);
+  hear(kUUID, 1, 1, -73);
+  hear(kUUID, 1, 2, -50);
+  hear(kUUID, 1, 3, platform::AdvertisingReport::kNoRssi);
+  hear(kUUID, 1, 4, -90);
+  hear(kUUID, 1, 4, platform::AdvertisingReport::kNoRssi);
+  hear(kOtherUUID, 1, 5, -40);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/2=-50 1/1=-72 1/4=-90 1/3=0"});
+  hear(kUUID, 1, 1, -60);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/1=-60 1/2=0 1/3=0 1/4=0"});
+}
+
+TEST_F(Ranging, LeavesOutABeaconThatWasNotHeardForTenSeconds) {
+  startRanging(region);
+  simulated.advance(milliseconds(500));
+  hear(kUUID, 1, 1, -70);
+  simulated.advance(seconds(10));
+  const Lines lines = listener.take();
+  ASSERT_EQ(lines.size(), 10U);
+  EXPECT_EQ(lines.front(), "ranged R: 1/1=-70");
+  EXPECT_EQ(lines.back(), "ranged R: 1/1=0");
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+}
+
+TEST_F(Ranging, AFirstReportTellsOnlyOfItsOwnSecond) {
+  manager->startMonitoringForRegion(region);
+  simulated.advance({});
+  hear(kUUID, 1, 1, -40);
+  startRanging(region);
+  hear(kUUID, 1, 1, -80);
+  listener.take();
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/1=-80"});
+}
+
+TEST_F(Ranging, OneIdentifierAndUUIDIsOneRangingAndStoppingEndsAllOfAnIdentifier) {
+  startRanging(region);
+  startRanging(beaconRegion("R", kUUID, 2));
+  startRanging(beaconRegion("R", kOtherUUID));
+  hear(kUUID, 1, 1);
+  hear(kUUID, 2, 1);
+  hear(kOtherUUID, 3, 1);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), (Lines{"ranged R: 2/1=-60", "ranged R: 3/1=-60"}));
+  manager->stopRangingBeaconsInRegion(region);
+  simulated.advance(seconds(3));
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+TEST_F(Ranging, ReportsReachTheManagerThatRangesAndEndWithIt) {
+  LocationListener second;
+  auto other = makeManager(second);
+  other->startRangingBeaconsInRegion(region);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(second.take(), (Lines{"authorization 3", "ranged R:"}));
+  other.reset();
+  simulated.advance(seconds(2));
+  EXPECT_EQ(second.take(), Lines{});
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+TEST_F(Ranging, SecondsInWhichTheQueuesStoodStillAreNotMadeUpFor) {
+  startRanging(region);
+  simulated.clock().skip(seconds(5) + milliseconds(500));
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+  simulated.advance(milliseconds(500));
+  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+}
+
+TEST_F(Ranging, AFrameInTheScanResponseCounts) {
+  startRanging(region);
+  platform::SimulatedAdvertisement response = platform::iBeaconAdvertisement({}, {kUUID, 9, 9}, -55);
+  response.kind = platform::AdvertisingKind::scanResponse;
+  simulated.radio().advertise(response);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), Lines{"ranged R: 9/9=-55"});
+}
+
+platform::SimulatedPlatformOptions undecided(std::optional<CLAuthorizationStatus> answer) {
+  platform::SimulatedPlatformOptions options;
+  options.authorization = CLAuthorizationStatus::notDetermined;
+  options.answerToRequest = answer;
+  return options;
+}
+
+class Authorization : public BeaconLocationTest {
+ protected:
+  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
+};
+
+TEST_F(Authorization, IsReportedOnceToANewManager) {
+  LocationListener second;
+  const auto other = makeManager(second);
+  EXPECT_EQ(second.take(), Lines{});
+  simulated.advance(seconds(10));
+  EXPECT_EQ(second.take(), Lines{"authorization 3"});
+}
+
+TEST_F(Authorization, WithdrawnSilencesEverythingAndGivenBackStartsFromUnknown) {
+  monitor(region);
+  manager->startRangingBeaconsInRegion(region);
+  hear(kUUID, 1, 1);
+  listener.take();
+  manager->requestStateForRegion(region);
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
+  hear(kUUID, 1, 1);
+  manager->requestStateForRegion(region);
+  simulated.advance(seconds(60));
+  EXPECT_EQ(listener.take(), Lines{"authorization 2"});
+  EXPECT_FALSE(simulated.radio().isScanning());
+  EXPECT_EQ(manager->monitoredRegions().size(), 1U);
+
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedWhenInUse);
+  manager->requestStateForRegion(region);
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), (Lines{"authorization 4", "unknown R"}));
+  hear(kUUID, 1, 1);
+  simulated.advance(seconds(1));
+  EXPECT_EQ(listener.take(), (Lines{"inside R", "ranged R: 1/1=-60"}));
+}
+
+TEST_F(Authorization, WithdrawnAndGivenBackBetweenTwoEventsIsToldInOrder) {
+  monitor(region);
+  listener.take();
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), (Lines{"authorization 2", "authorization 3"}));
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{"inside R"});
+}
+
+TEST_F(Authorization, SwitchedOffLocationServicesHearNothing) {
+  monitor(region);
+  simulated.beaconLocation().setLocationServicesEnabled(false);
+  hear(kUUID, 1, 1);
+  EXPECT_FALSE(simulated.services().location->locationServicesEnabled());
+  EXPECT_FALSE(simulated.radio().isScanning());
+  listener.take();
+  simulated.beaconLocation().setLocationServicesEnabled(true);
+  simulated.advance({});
+  hear(kUUID, 1, 1);
+  EXPECT_EQ(listener.take(), Lines{"inside R"});
+}
+
+class UndecidedUser : public BeaconLocationTest {
+ protected:
+  UndecidedUser() : BeaconLocationTest(undecided(CLAuthorizationStatus::authorizedAlways)) {}
+};
+
+TEST_F(UndecidedUser, GrantsWhenAskedAndIsNotAskedAgain) {
+  EXPECT_TRUE(manager->respondsToRequestAlwaysAuthorization());
+  manager->requestAlwaysAuthorization();
+  EXPECT_EQ(listener.take(), Lines{});
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), Lines{"authorization 3"});
+  simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
+  manager->startMonitoringSignificantLocationChanges();
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), Lines{"authorization 2"});
+}
+
+class SilentUser : public BeaconLocationTest {
+ protected:
+  SilentUser() : BeaconLocationTest(undecided(std::nullopt)) {}
+};
+
+TEST_F(SilentUser, LeavesTheQuestionOpen) {
+  manager->requestAlwaysAuthorization();
+  monitor(beaconRegion("R", kUUID));
+  simulated.advance(seconds(40));
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(simulated.services().location->authorizationStatus(), CLAuthorizationStatus::notDetermined);
+}
+
+TEST(StoredAuthorization, IsHandedOutAfterEveryChangeAndOnlyThen) {
+  platform::SimulatedPlatform simulated;
+  std::vector<CLAuthorizationStatus> stored;
+  const auto service = platform::makeBeaconLocationService(
+      {.bluetooth = simulated.services().bluetooth,
+       .dispatch = simulated.services().dispatch,
+       .authorization = CLAuthorizationStatus::notDetermined,
+       .storeAuthorization = [&](CLAuthorizationStatus status) { stored.push_back(status); }});
+  service->setAuthorizationStatus(CLAuthorizationStatus::notDetermined);
+  service->makeLocationManager()->requestAlwaysAuthorization();
+  service->setAuthorizationStatus(CLAuthorizationStatus::restricted);
+  EXPECT_EQ(stored,
+            (std::vector{CLAuthorizationStatus::authorizedAlways, CLAuthorizationStatus::restricted}));
+}
+
+}  // namespace
