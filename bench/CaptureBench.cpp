@@ -1,0 +1,70 @@
+// Advertising reports a second, from the octets of a capture file to merged advertisements.
+
+#include <memory>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include "platform/bluetooth/AdvertisementMerger.h"
+#include "platform/bluetooth/capture/BtsnoopWriter.h"
+#include "platform/bluetooth/capture/CaptureReader.h"
+
+namespace platform {
+namespace {
+
+constexpr int kReports = 200'000;
+
+/// Sensor frames of as many beacons as `beacons` says, each with its service UUID; one in four changes.
+std::string writeCapture(int64_t beacons) {
+  const std::string path = "capture-bench.btsnoop";
+  std::string error;
+  const auto writer = BtsnoopWriter::create(path, error);
+  Data data{std::byte{2},    std::byte{1},    std::byte{6},  std::byte{3},   std::byte{3},
+            std::byte{0x0F}, std::byte{0x18}, std::byte{23}, std::byte{0xFF}};
+  data.resize(31);
+  for (int i = 0; writer && i < kReports; ++i) {
+    AdvertisingReport report;
+    const auto beacon = static_cast<uint64_t>(i % beacons);
+    report.time = Date(std::chrono::milliseconds(i));
+    report.address.isRandom = true;
+    report.address.octets = {0xC0, 0, 0, 0, static_cast<uint8_t>(beacon >> 8), static_cast<uint8_t>(beacon)};
+    report.rssi = -60;
+    data[20] = static_cast<std::byte>(i / beacons / 4);
+    report.data = data;
+    writer->write(report);
+  }
+  return path;
+}
+
+void captureToMergedAdvertisement(benchmark::State& state) {
+  const std::string path = writeCapture(state.range(0));
+  int64_t reports = 0;
+  for (auto _ : state) {
+    std::string error;
+    const auto reader = CaptureReader::open(path, {}, error);
+    AdvertisementMerger merger;
+    while (reader && reader->next() != CaptureReader::Next::end)
+      reader->read([&](const AdvertisingReport& report) {
+        benchmark::DoNotOptimize(merger.merge(report));
+        ++reports;
+      });
+  }
+  state.SetItemsProcessed(reports);
+}
+BENCHMARK(captureToMergedAdvertisement)->Arg(1)->Arg(100)->Arg(10'000)->Unit(benchmark::kMillisecond);
+
+void captureToReport(benchmark::State& state) {
+  const std::string path = writeCapture(100);
+  int64_t reports = 0;
+  for (auto _ : state) {
+    std::string error;
+    const auto reader = CaptureReader::open(path, {}, error);
+    while (reader && reader->next() != CaptureReader::Next::end)
+      reader->read([&](const AdvertisingReport&) { ++reports; });
+  }
+  state.SetItemsProcessed(reports);
+}
+BENCHMARK(captureToReport)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace platform
