@@ -1,0 +1,94 @@
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+#include "BrenloftSDK/BRLTimer.h"
+#include "platform/Platform.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/dispatch/VirtualDispatch.h"
+
+namespace {
+
+using platform::dispatch_time_t;
+using platform::RealTimeDispatch;
+using platform::VirtualDispatch;
+
+void install(std::shared_ptr<platform::DispatchService> dispatch) {
+  platform::Platform installed;
+  installed.dispatch = std::move(dispatch);
+  platform::Platform::install(std::move(installed));
+}
+
+// An armed timer on another thread's queue, pushed back from this one.
+void rescheduleOnRealTime(benchmark::State& state) {
+  const auto dispatch = RealTimeDispatch::make();
+  install(dispatch);
+  const auto queue = dispatch->createQueue("timers");
+  const auto timer = BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
+      static_cast<double>(state.range(0)), queue, [](BRLTimer&) {});
+  for (auto _ : state) timer->reschedule();
+  state.SetItemsProcessed(state.iterations());
+  timer->cancel();
+}
+BENCHMARK(rescheduleOnRealTime)->ArgName("delay")->Arg(5)->Arg(25)->UseRealTime();
+
+void rescheduleOnVirtualTime(benchmark::State& state) {
+  const auto dispatch = VirtualDispatch::make();
+  install(dispatch);
+  const auto timer =
+      BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(5.0, dispatch->mainQueue(), [](BRLTimer&) {});
+  for (auto _ : state) timer->reschedule();
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(rescheduleOnVirtualTime);
+
+// Blocks for now, posted in bursts as from a loop that reads ahead.
+void postOnVirtualTime(benchmark::State& state) {
+  constexpr int kBurst = 1000;
+  const auto dispatch = VirtualDispatch::make();
+  const auto queue = dispatch->createQueue("blocks");
+  int64_t ran = 0;
+  while (state.KeepRunningBatch(kBurst)) {
+    for (int i = 0; i < kBurst; ++i) queue->async([&ran] { ++ran; });
+    dispatch->runDue();
+  }
+  state.SetItemsProcessed(ran);
+}
+BENCHMARK(postOnVirtualTime);
+
+// One block after the other, each a little later, beside many armed timers: a replay.
+void replayOnVirtualTime(benchmark::State& state) {
+  const auto dispatch = VirtualDispatch::make();
+  install(dispatch);
+  const auto queue = dispatch->createQueue("blocks");
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(1e6, queue, [](BRLTimer&) {});
+  }
+  int64_t ran = 0;
+  for (auto _ : state) {
+    dispatch->after(std::chrono::microseconds(100), queue, [&ran] { ++ran; });
+    dispatch->advance(std::chrono::microseconds(100));
+  }
+  state.SetItemsProcessed(ran);
+}
+BENCHMARK(replayOnVirtualTime)->ArgName("timers")->Arg(1)->Arg(10'000);
+
+// Blocks from this thread to a queue with a thread of its own, counted once all have run.
+void postOnRealTime(benchmark::State& state) {
+  constexpr int kBurst = 10'000;
+  const auto dispatch = RealTimeDispatch::make();
+  const auto queue = dispatch->createQueue("blocks");
+  std::atomic<int64_t> ran = 0;
+  int64_t posted = 0;
+  while (state.KeepRunningBatch(kBurst)) {
+    for (int i = 0; i < kBurst; ++i) queue->async([&ran] { ran.fetch_add(1, std::memory_order_relaxed); });
+    posted += kBurst;
+    while (ran.load(std::memory_order_relaxed) < posted) std::this_thread::yield();
+  }
+  state.SetItemsProcessed(posted);
+}
+BENCHMARK(postOnRealTime)->UseRealTime();
+
+}  // namespace

@@ -1,0 +1,214 @@
+#include <atomic>
+#include <functional>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include "platform/dispatch/RealTimeDispatch.h"
+
+namespace platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+class RealTimeDispatchTest : public testing::Test {
+ protected:
+  std::shared_ptr<RealTimeDispatch> dispatch_ = RealTimeDispatch::make();
+  const dispatch_queue_t main_ = dispatch_->mainQueue();
+
+  dispatch_source_t mainTimer(dispatch_time_t delay, dispatch_block_t handler, dispatch_time_t leeway = 0s) {
+    dispatch_source_t source = dispatch_->createTimer(main_);
+    source->setEventHandler(std::move(handler));
+    source->setTimer(dispatch_->now() + delay, DISPATCH_TIME_FOREVER, leeway);
+    source->resume();
+    return source;
+  }
+  bool readable() const {
+    pollfd descriptor{dispatch_->fileDescriptor(), POLLIN, 0};
+    return poll(&descriptor, 1, 0) == 1;
+  }
+};
+
+TEST_F(RealTimeDispatchTest, RunsUntilStoppedAndKeepsTheRestForTheNextRun) {
+  std::vector<int> order;
+  main_->async([&] {
+    order.push_back(1);
+    dispatch_->stop();
+    order.push_back(2);
+  });
+  main_->async([&] {
+    order.push_back(3);
+    dispatch_->stop();
+  });
+  dispatch_->run();
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  dispatch_->run();
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+  dispatch_->stop();
+  dispatch_->run();  // the stop came before
+}
+
+TEST_F(RealTimeDispatchTest, StopsFromAnotherThreadWhileItSleeps) {
+  std::atomic<bool> running = false;
+  main_->async([&] { running = true; });
+  std::thread stopper([&] {
+    while (!running) std::this_thread::yield();
+    dispatch_->stop();
+  });
+  dispatch_->run();
+  stopper.join();
+  EXPECT_TRUE(running);
+}
+
+TEST_F(RealTimeDispatchTest, PollRunsWhatIsDueAndNotWhatThatSubmits) {
+  int ran = 0;
+  std::function<void()> again = [&] {
+    ++ran;
+    main_->async(again);
+  };
+  main_->async(again);
+  main_->async([&] { ++ran; });
+  dispatch_->after(1h, main_, [&] { ++ran; });
+  EXPECT_EQ(dispatch_->poll(), 2U);
+  EXPECT_EQ(dispatch_->poll(), 1U);
+  EXPECT_EQ(ran, 3);
+}
+
+TEST_F(RealTimeDispatchTest, PollCountsNoWakeUpThatOnlyWentToSleepAgain) {
+  int fired = 0;
+  const auto source = mainTimer(1ms, [&] { ++fired; });
+  source->setTimer(dispatch_->now() + 1h, DISPATCH_TIME_FOREVER, 0s);
+  std::this_thread::sleep_for(3ms);
+  EXPECT_EQ(dispatch_->poll(), 0U);
+  EXPECT_EQ(fired, 0);
+}
+
+TEST_F(RealTimeDispatchTest, ShowsOnItsDescriptorWhetherPollHasSomethingToDo) {
+  main_->async([] {});
+  EXPECT_TRUE(readable()) << "posted before the descriptor was asked for";
+  dispatch_->poll();
+  EXPECT_FALSE(readable());
+
+  dispatch_->createQueue("other")->async([this] { main_->async([] {}); });
+  while (!readable()) std::this_thread::yield();
+  EXPECT_EQ(dispatch_->poll(), 1U);
+
+  const auto source = mainTimer(1h, [] {});
+  EXPECT_FALSE(readable());
+  source->setTimer(dispatch_->now(), DISPATCH_TIME_FOREVER, 0s);
+  EXPECT_TRUE(readable()) << "a deadline that is due";
+  source->cancel();
+  EXPECT_FALSE(readable()) << "a cancelled one";
+}
+
+TEST_F(RealTimeDispatchTest, IsDrivenByAForeignEpollLoop) {
+  const int loop = epoll_create1(EPOLL_CLOEXEC);
+  epoll_event interest{};
+  interest.events = EPOLLIN;
+  ASSERT_EQ(epoll_ctl(loop, EPOLL_CTL_ADD, dispatch_->fileDescriptor(), &interest), 0);
+
+  const dispatch_queue_t worker = dispatch_->createQueue("worker");
+  int timers = 0;
+  int blocks = 0;
+  const auto source = mainTimer(5ms, [&] { ++timers; });
+  const auto pushedBack = mainTimer(2ms, [&] { ++timers; });
+  pushedBack->setTimer(dispatch_->now() + 20ms, DISPATCH_TIME_FOREVER, 0s);
+  for (int i = 0; i < 100; ++i) {
+    worker->async([&] { main_->async([&] { ++blocks; }); });
+  }
+  dispatch_->after(10ms, main_, [&] { ++blocks; });
+  int idleWakeUps = 0;
+  while (timers < 2 || blocks < 101) {
+    epoll_event event{};
+    ASSERT_EQ(epoll_wait(loop, &event, 1, 60'000), 1) << "slept through something that was due";
+    if (dispatch_->poll() == 0) ++idleWakeUps;
+  }
+  EXPECT_LE(idleWakeUps, 20) << "the descriptor stays readable with nothing to do";
+  close(loop);
+}
+
+TEST_F(RealTimeDispatchTest, GoesFromPollingToRunningAndBack) {
+  int ran = 0;
+  const auto source = mainTimer(2ms, [&] {
+    ++ran;
+    dispatch_->stop();
+  });
+  dispatch_->fileDescriptor();
+  dispatch_->poll();
+  dispatch_->run();
+  main_->async([&] { ++ran; });
+  EXPECT_TRUE(readable());
+  EXPECT_EQ(dispatch_->poll(), 1U);
+  source->setTimer(dispatch_->now() + 2ms, DISPATCH_TIME_FOREVER, 0s);
+  dispatch_->run();
+  EXPECT_EQ(ran, 3);
+}
+
+TEST_F(RealTimeDispatchTest, GathersTimersWithLeewayOnCommonInstants) {
+  std::set<int64_t> turns;
+  int64_t turn = 0;
+  int fired = 0;
+  std::vector<dispatch_source_t> sources;
+  for (int i = 0; i < 8; ++i) {
+    sources.push_back(mainTimer(
+        std::chrono::milliseconds(10 + i),
+        [&] {
+          EXPECT_GE(dispatch_->now(), sources.at(0)->start());
+          turns.insert(turn);
+          if (++fired == 8) dispatch_->stop();
+        },
+        1s));
+  }
+  while (fired < 8) {
+    ++turn;
+    pollfd descriptor{dispatch_->fileDescriptor(), POLLIN, 0};
+    poll(&descriptor, 1, -1);
+    dispatch_->poll();
+  }
+  EXPECT_LE(turns.size(), 2U) << "two, when the common instant lies between their deadlines";
+}
+
+TEST_F(RealTimeDispatchTest, EndsAQueueFromItsOwnBlock) {
+  auto dropped = std::make_shared<std::atomic<bool>>(false);
+  auto queue = dispatch_->createQueue("own end");
+  auto* raw = &queue;
+  queue->async([raw, dropped] {
+    raw->reset();
+    *dropped = true;
+  });
+  while (!*dropped) std::this_thread::yield();
+
+  auto service = RealTimeDispatch::make();
+  auto ended = std::make_shared<std::atomic<bool>>(false);
+  const auto last = service->createQueue("last");
+  last->async([held = std::move(service), ended]() mutable {
+    held.reset();
+    *ended = true;
+  });
+  while (!*ended) std::this_thread::yield();
+}
+
+TEST_F(RealTimeDispatchTest, EndsTheServiceFromAMainQueueBlock) {
+  bool ended = false;
+  auto* dispatch = dispatch_.get();
+  main_->async([&] {
+    dispatch_.reset();
+    ended = true;
+  });
+  dispatch->run();
+  EXPECT_TRUE(ended);
+}
+
+TEST_F(RealTimeDispatchTest, TellsMonotonicTimeAndTheDate) {
+  const auto before = std::chrono::steady_clock::now().time_since_epoch();
+  EXPECT_LE(before, dispatch_->now());
+  EXPECT_GT(dispatch_->date(), Date(std::chrono::sys_days(std::chrono::year(2024) / 1 / 1)));
+}
+
+}  // namespace
+}  // namespace platform
