@@ -53,8 +53,6 @@ void HCIDriverCore::takeAnswer(DataView packet) {
 }
 
 void HCIDriverCore::takeAdvertisingEvent(DataView packet) {
-  lastHeard_ = options_.dispatch->now();
-  silenceLimit_ = kFirstSilence;
   if (!wantScan_ || !onReport_) return;
   const auto fault = events_.read(packet.subspan(1), options_.dispatch->date(), [this](const auto& report) {
     if (gate_.isClosed()) return;

@@ -72,7 +72,6 @@ void HCIDriverCore::initialise() {
   events_.reset();
   foreignOpcode_ = opcode::kNone;
   disarm(scanTimer_);
-  disarm(silenceTimer_);
   commands_.start(!connectionTraits_.isShared);
   initialiseFrom(0);
 }

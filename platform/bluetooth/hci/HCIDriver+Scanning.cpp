@@ -20,8 +20,6 @@ constexpr dispatch_time_t kFirstDisturbancePause = milliseconds(200);
 constexpr dispatch_time_t kLongestDisturbancePause = seconds(60);
 constexpr dispatch_time_t kQuietAfterDisturbance = seconds(5);
 
-constexpr dispatch_time_t kLongestSilence = seconds(960);
-
 constexpr dispatch_time_t kFirstRefusalPause = seconds(1);
 constexpr int kRefusalsBeforeReset = 3;
 
@@ -59,6 +57,7 @@ void HCIDriverCore::reconcileScan() {
 /// begun either.
 void HCIDriverCore::beginScan(bool disableFirst) {
   disarm(scanTimer_);
+  isDisturbed_ = false;
   std::vector<ScanPlan> ways;
   if (provenPlan_) ways.push_back(*provenPlan_);
   if (features_.hasExtendedScanning()) {
@@ -126,14 +125,12 @@ void HCIDriverCore::scanAgreed() {
   refusals_ = 0;
   provenPlan_ = plan();
   scan_ = Scan::on;
-  lastHeard_ = options_.dispatch->now();
-  wakeAfter(silenceTimer_, silenceLimit_);
+  scanBegan_ = options_.dispatch->now();
   reconcileScan();
 }
 
 void HCIDriverCore::endScan() {
   scan_ = Scan::stopping;
-  disarm(silenceTimer_);
   commands_.send(enableCommand(plan().isExtended, false), [this](const Result&) {
     scan_ = Scan::off;
     reconcileScan();
@@ -145,39 +142,23 @@ Data HCIDriverCore::scanDisablePacket() const {
   return commandPacket(command.opcode, command.parameters);
 }
 
-/// Somebody else ended the scan, or began one that hides duplicates.
+/// Somebody else ended the scan, or began one that hides duplicates. Who does so soon after each new
+/// beginning is given way to for longer and longer.
 void HCIDriverCore::scanDisturbed() {
-  if (!wantScan_ || scan_ != Scan::on) return;
+  if (!wantScan_ || scan_ != Scan::on || isDisturbed_) return;
+  isDisturbed_ = true;
   if (!toldOfOthers_) diagnostics_.say("another program also scans with " + connectionTraits_.description);
   toldOfOthers_ = true;
-  const dispatch_time_t now = options_.dispatch->now();
-  const bool wasQuiet =
-      disturbancePause_ == dispatch_time_t{} || now - lastDisturbance_ >= kQuietAfterDisturbance;
+  const bool wasQuiet = options_.dispatch->now() - scanBegan_ >= kQuietAfterDisturbance;
   disturbancePause_ =
-      wasQuiet ? kFirstDisturbancePause : std::min(disturbancePause_ * 2, kLongestDisturbancePause);
-  lastDisturbance_ = now;
+      wasQuiet ? kFirstDisturbancePause
+               : std::clamp(disturbancePause_ * 2, kFirstDisturbancePause, kLongestDisturbancePause);
   wakeAfter(scanTimer_, disturbancePause_);
 }
 
 void HCIDriverCore::scanTimerFired() {
   if (!wantScan_ || phase_ != Phase::ready || scan_ == Scan::starting || scan_ == Scan::stopping) return;
   beginScan(scan_ == Scan::on);
-}
-
-/// A scan that hears nothing may be one that no longer is: it is begun anew, less and less often.
-void HCIDriverCore::silenceTimerFired() {
-  if (scan_ != Scan::on) return;
-  const dispatch_time_t silence = options_.dispatch->now() - lastHeard_;
-  if (silence < silenceLimit_) {
-    wakeAfter(silenceTimer_, silenceLimit_ - silence);
-    return;
-  }
-  diagnostics_.say("nothing heard for " +
-                   std::to_string(std::chrono::duration_cast<seconds>(silence).count()) +
-                   " s; the scan is started anew");
-  silenceLimit_ = std::min(silenceLimit_ * 2, kLongestSilence);
-  if (connectionTraits_.isShared) return beginScan(true);
-  initialise();
 }
 
 }  // namespace platform::hci

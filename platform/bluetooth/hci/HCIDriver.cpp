@@ -49,7 +49,6 @@ HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
       queue_(options_.dispatch->createQueue("HCIDriver")),
       diagnostics_(*options_.dispatch, options_.onDiagnostic),
       pause_(kFirstPause),
-      silenceLimit_(kFirstSilence),
       commandTimer_(options_.dispatch->createTimer(queue_)),
       commands_(*options_.dispatch, commandTimer_,
                 {.send =
@@ -81,7 +80,6 @@ void HCIDriverCore::open(ReportHandler onReport, StateHandler onState) {
     commandTimer_->resume();
     connectTimer_ = makeTimer(&HCIDriverCore::connect);
     scanTimer_ = makeTimer(&HCIDriverCore::scanTimerFired);
-    silenceTimer_ = makeTimer(&HCIDriverCore::silenceTimerFired);
     connect();
   });
 }
@@ -147,7 +145,7 @@ void HCIDriverCore::disarm(const dispatch_source_t& timer) {
 }
 
 void HCIDriverCore::tearDown() {
-  for (const auto& timer : {commandTimer_, connectTimer_, scanTimer_, silenceTimer_}) {
+  for (const auto& timer : {commandTimer_, connectTimer_, scanTimer_}) {
     if (timer) timer->cancel();
   }
   if (!transport_) return;
@@ -206,7 +204,6 @@ void HCIDriverCore::opened(const HCITransport::Opened& opened) {
 void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reason) {
   commands_.stop();
   disarm(scanTimer_);
-  disarm(silenceTimer_);
   transport_->close();
   transport_.reset();
   scan_ = Scan::off;

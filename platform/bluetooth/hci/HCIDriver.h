@@ -33,7 +33,8 @@ struct HCIDriverOptions {
 /// Initialises the controller, scans actively with the legacy or the extended commands as the controller has
 /// them, and survives what goes wrong: a command without an answer is repeated, a dead controller or
 /// transport makes the state `resetting` and is tried again after 1, 2, 4 … 60 seconds, a scan that somebody
-/// else ended or that falls silent for a minute is started anew.
+/// else ended is started anew. A controller that merely falls silent is for its user to notice; `stopScan`
+/// and `startScan` begin the scan anew, `close` and another driver the controller too.
 class HCIDriver : public AdvertisingReportSource {
  public:
   static std::shared_ptr<HCIDriver> make(HCIDriverOptions options);

@@ -34,8 +34,6 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   HCIDriverCounters counters() const override;
 
  private:
-  static constexpr dispatch_time_t kFirstSilence = std::chrono::seconds(60);
-
   enum class Phase { idle, opening, initialising, ready };
   enum class Scan { off, starting, on, stopping };
 
@@ -91,7 +89,6 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   void endScan();
   void scanDisturbed();
   void scanTimerFired();
-  void silenceTimerFired();
   Data scanDisablePacket() const;
   const ScanPlan& plan() const { return plans_[planIndex_]; }
 
@@ -121,19 +118,16 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   std::optional<ScanPlan> provenPlan_;  ///< the one that the controller agreed to last
   std::string refusal_;                 ///< of the latest plan
   int refusals_ = 0;                    ///< of all plans, in a row
+  dispatch_time_t scanBegan_{};
   dispatch_time_t disturbancePause_{};
-  dispatch_time_t lastDisturbance_{};
+  bool isDisturbed_ = false;
   bool toldOfOthers_ = false;
   uint16_t foreignOpcode_ = opcode::kNone;  ///< of a command that another program sent, until its answer
   Data foreignParameters_;
 
-  dispatch_time_t lastHeard_{};
-  dispatch_time_t silenceLimit_;
-
   dispatch_source_t commandTimer_;
   dispatch_source_t connectTimer_;
   dispatch_source_t scanTimer_;
-  dispatch_source_t silenceTimer_;
   HCICommandQueue commands_;
 };
 

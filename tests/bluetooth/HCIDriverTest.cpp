@@ -1,0 +1,221 @@
+#include <chrono>
+
+#include <gmock/gmock.h>
+
+#include "platform/foundation/Hex.h"
+#include "tests/bluetooth/HCIDriverFixture.h"
+
+namespace {
+
+using namespace platform;
+using namespace platform::hci;
+using namespace std::chrono_literals;
+using support::ControllerModel;
+using support::HCIDriverTest;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(HCIDriverTest, InitialisesTheControllerBeforeItIsPoweredOn) {
+  start();
+  EXPECT_THAT(states, IsEmpty());
+  dispatch->runDue();
+  EXPECT_THAT(controller->takeCommands(),
+              ElementsAre(opcode::kReset, opcode::kReadLocalVersion, opcode::kReadLocalSupportedCommands,
+                          opcode::kReadLocalSupportedFeatures, opcode::kLEReadLocalSupportedFeatures,
+                          opcode::kSetEventMask, opcode::kLESetEventMask));
+  ASSERT_THAT(takeStates(), ElementsAre(CBManagerState::poweredOn));
+  EXPECT_FALSE(isScanning());
+}
+
+TEST_F(HCIDriverTest, RemembersAScanAskedForBeforeTheRadioIsOn) {
+  start();
+  driver->startScan({});
+  dispatch->runDue();
+  EXPECT_TRUE(isScanning());
+}
+
+struct ScanCase {
+  const char* name;
+  ControllerModel::Traits traits;
+  bool isExtended;
+  const char* parameters;
+};
+
+class HCIDriverScanTest : public HCIDriverTest, public testing::WithParamInterface<ScanCase> {};
+
+TEST_P(HCIDriverScanTest, AsksForAnActiveScanThatAlwaysListensAndHidesNothing) {
+  startScanning(GetParam().traits);
+  const auto& scan = *controller->model().scan();
+  EXPECT_EQ(scan.isExtended, GetParam().isExtended);
+  EXPECT_FALSE(scan.hidesDuplicates);
+  EXPECT_EQ(hexText(scan.parameters), GetParam().parameters);
+  hear(1, GetParam().isExtended);
+  hear(1, GetParam().isExtended);
+  EXPECT_THAT(reports, ElementsAre(Report{"C0:00:00:00:00:01", data}, Report{"C0:00:00:00:00:01", data}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Controllers, HCIDriverScanTest,
+    testing::Values(ScanCase{"legacyOnly", {}, false, "01300030000000"},
+                    ScanCase{"extended", {.hasExtended = true}, true, "0000010130003000"},
+                    ScanCase{
+                        "extendedOnly", {.hasLegacy = false, .hasExtended = true}, true, "0000010130003000"},
+                    ScanCase{"extendedWithCodedPhy",
+                             {.hasExtended = true, .hasCodedPhy = true},
+                             true,
+                             "00000501300030000130003000"},
+                    ScanCase{"silentAboutItsCommands",
+                             {.hasExtended = true, .answersSupportedCommands = false},
+                             true,
+                             "0000010130003000"}),
+    [](const auto& tested) { return tested.param.name; });
+
+TEST_F(HCIDriverTest, StopsTheScanAndReportsNothingAfterwards) {
+  startScanning();
+  driver->stopScan();
+  // What the controller had sent already arrives behind the stop.
+  controller->send(ControllerModel::legacyReport(1, data));
+  dispatch->runDue();
+  EXPECT_FALSE(isScanning());
+  EXPECT_THAT(reports, IsEmpty());
+  driver->startScan({});
+  dispatch->runDue();
+  EXPECT_TRUE(isScanning());
+}
+
+TEST_F(HCIDriverTest, FollowsTheLatestWishWhenStartAndStopComeFasterThanAnswers) {
+  startScanning();
+  for (int i = 0; i < 5; ++i) {
+    driver->stopScan();
+    driver->startScan({});
+  }
+  dispatch->runDue();
+  EXPECT_TRUE(isScanning());
+  driver->startScan({});
+  driver->stopScan();
+  dispatch->runDue();
+  EXPECT_FALSE(isScanning());
+}
+
+TEST_F(HCIDriverTest, IsUnsupportedWithoutLowEnergy) {
+  start({.hasLE = false});
+  driver->startScan({});
+  dispatch->advance(10s);
+  EXPECT_THAT(takeStates(), ElementsAre(CBManagerState::unsupported));
+  EXPECT_FALSE(isScanning());
+}
+
+TEST_F(HCIDriverTest, TurnsTheScanOffWhenItIsClosed) {
+  startScanning();
+  driver->close();
+  dispatch->runDue();
+  EXPECT_FALSE(controller->isConnected());
+  EXPECT_THAT(controller->takeCommands(), IsEmpty()) << "the line is gone before the queue runs";
+}
+
+TEST_F(HCIDriverTest, ClosedFromInsideAHandlerItReportsNothingMore) {
+  startScanning();
+  onReport = [this] { driver->close(); };
+  Data three;
+  for (uint16_t i = 1; i <= 3; ++i) {
+    const Data one = ControllerModel::legacyReport(i, data);
+    three.insert(three.end(), one.begin(), one.end());
+  }
+  controller->send(three);
+  dispatch->advance(300s);
+  EXPECT_EQ(reports.size(), 1U);
+  EXPECT_FALSE(controller->isConnected());
+  EXPECT_THAT(states, IsEmpty());
+}
+
+TEST_F(HCIDriverTest, ClosedDuringInitialisationItStaysSilent) {
+  start();
+  controller->loseAnswers(opcode::kReadLocalVersion, 1);
+  dispatch->advance(1s);
+  driver->close();
+  dispatch->advance(300s);
+  EXPECT_THAT(states, IsEmpty());
+  EXPECT_FALSE(controller->isConnected());
+  EXPECT_EQ(controller->connectionCount(), 1);
+}
+
+TEST_F(HCIDriverTest, BesideOthersItNeitherResetsNorMasks) {
+  startScanning({}, true);
+  driver->stopScan();
+  driver->startScan({});
+  dispatch->runDue();
+  EXPECT_TRUE(isScanning());
+  driver->close();
+  openDriver();
+  dispatch->runDue();
+  const auto commands = controller->takeCommands();
+  EXPECT_THAT(commands, testing::Not(Contains(opcode::kReset)));
+  EXPECT_THAT(commands, testing::Not(Contains(opcode::kSetEventMask)));
+  EXPECT_THAT(commands, testing::Not(Contains(opcode::kLESetEventMask)));
+}
+
+TEST_F(HCIDriverTest, BesideOthersItBeginsAnewWhenTheyEndTheScan) {
+  startScanning({}, true);
+  controller->commandByOther(commandPacket(opcode::kLESetScanEnable, parameters({0, 0})));
+  dispatch->runDue();
+  EXPECT_FALSE(isScanning()) << "the other one is left to finish";
+  dispatch->advance(250ms);
+  EXPECT_TRUE(isScanning());
+  EXPECT_TRUE(wasSaid("another program"));
+}
+
+TEST_F(HCIDriverTest, BesideOthersItReplacesAScanThatHidesDuplicates) {
+  startScanning({}, true);
+  controller->commandByOther(commandPacket(opcode::kLESetScanEnable, parameters({0, 0})));
+  controller->commandByOther(
+      commandPacket(opcode::kLESetScanParameters, parameters({0, 0x12, 0, 0x12, 0, 0, 0})));
+  controller->commandByOther(commandPacket(opcode::kLESetScanEnable, parameters({1, 1})));
+  dispatch->advance(1s);
+  ASSERT_TRUE(isScanning());
+  EXPECT_FALSE(controller->model().scan()->hidesDuplicates);
+  EXPECT_EQ(octetAt(controller->model().scan()->parameters, 0), 1) << "active";
+}
+
+TEST_F(HCIDriverTest, BesideOthersAScanThatHearsEverythingIsLeftAlone) {
+  startScanning({}, true);
+  controller->commandByOther(commandPacket(opcode::kLESetScanEnable, parameters({1, 0})));
+  dispatch->advance(10s);
+  EXPECT_THAT(controller->takeCommands(), IsEmpty());
+}
+
+TEST_F(HCIDriverTest, BesideOthersItGivesWayMoreAndMoreToOneThatInsists) {
+  startScanning({}, true);
+  const auto disable = commandPacket(opcode::kLESetScanEnable, parameters({0, 0}));
+  const auto starts = driver->counters().scanStarts;
+  for (int i = 0; i < 600; ++i) {  // ten times a second, a minute long
+    if (isScanning()) controller->commandByOther(disable);
+    dispatch->advance(100ms);
+  }
+  EXPECT_LT(driver->counters().scanStarts - starts, 10U);
+  dispatch->advance(70s);
+  EXPECT_TRUE(isScanning());
+}
+
+TEST_F(HCIDriverTest, TakesAnotherProgramsScanOverWhenParametersAreRefusedDuringIt) {
+  start({}, true);
+  dispatch->runDue();
+  controller->commandByOther(commandPacket(opcode::kLESetScanEnable, parameters({1, 1})));
+  driver->startScan({});
+  dispatch->runDue();
+  ASSERT_TRUE(isScanning());
+  EXPECT_FALSE(controller->model().scan()->hidesDuplicates);
+}
+
+TEST_F(HCIDriverTest, UsesTheFamilyOfCommandsThatAnotherProgramHasClaimed) {
+  start({.hasExtended = true}, true);
+  dispatch->runDue();
+  controller->commandByOther(
+      commandPacket(opcode::kLESetScanParameters, parameters({1, 0x10, 0, 0x10, 0, 0, 0})));
+  driver->startScan({});
+  dispatch->runDue();
+  ASSERT_TRUE(isScanning());
+  EXPECT_FALSE(controller->model().scan()->isExtended);
+}
+
+}  // namespace
