@@ -33,7 +33,8 @@ class BRL_EXPORT CBUUID {
   /// The number on the Bluetooth base UUID; nothing for other UUIDs.
   std::optional<uint32_t> shortValue() const;
   const NSUUID& uuid128() const { return uuid_; }
-  friend auto operator<=>(const CBUUID&, const CBUUID&) = default;
+  // The check takes the zero inside the compiler's comparison for a pointer.
+  friend auto operator<=>(const CBUUID&, const CBUUID&) = default;  // NOLINT(modernize-use-nullptr)
 
  private:
   NSUUID uuid_;

@@ -75,68 +75,6 @@ DataStatus dataStatus(unsigned eventType) {
   return status == 1 ? DataStatus::moreToCome : DataStatus::truncated;  // 3 is reserved and promises nothing
 }
 
-struct Unfinished {
-  BluetoothAddress address;
-  uint8_t set = 0;
-  bool isScanResponse = false;
-  bool isOverlong = false;
-  Data data;
-};
-
-}  // namespace
-
-struct HCIAdvertisingEvents::State {
-  std::vector<Unfinished> unfinished;  ///< oldest first
-
-  std::vector<Unfinished>::iterator find(const AdvertisingReport& report, uint8_t set);
-  Unfinished& open(const AdvertisingReport& report, uint8_t set);
-  void take(AdvertisingReport& report, uint8_t set, DataStatus status, const Handler& handler);
-};
-
-std::vector<Unfinished>::iterator HCIAdvertisingEvents::State::find(const AdvertisingReport& report,
-                                                                    uint8_t set) {
-  return std::find_if(unfinished.begin(), unfinished.end(), [&](const Unfinished& one) {
-    return one.address == report.address && one.set == set &&
-           one.isScanResponse == platform::isScanResponse(report.kind);
-  });
-}
-
-Unfinished& HCIAdvertisingEvents::State::open(const AdvertisingReport& report, uint8_t set) {
-  const auto found = find(report, set);
-  if (found != unfinished.end()) return *found;
-  if (unfinished.size() == kMostUnfinished) unfinished.erase(unfinished.begin());
-  return unfinished.emplace_back(
-      Unfinished{report.address, set, platform::isScanResponse(report.kind), false, {}});
-}
-
-namespace {
-
-void append(Unfinished& to, DataView data) {
-  const size_t room = kLongestData - to.data.size();
-  if (data.size() > room) to.isOverlong = true;
-  const DataView kept = data.first(std::min(room, data.size()));
-  to.data.insert(to.data.end(), kept.begin(), kept.end());
-}
-
-}  // namespace
-
-void HCIAdvertisingEvents::State::take(AdvertisingReport& report, uint8_t set, DataStatus status,
-                                       const Handler& handler) {
-  report.isTruncated = status == DataStatus::truncated;
-  if (status == DataStatus::moreToCome) return append(open(report, set), report.data);
-  const auto found = unfinished.empty() ? unfinished.end() : find(report, set);
-  if (found == unfinished.end()) return handler(report);
-
-  append(*found, report.data);
-  const Unfinished whole = std::move(*found);
-  unfinished.erase(found);
-  report.data = whole.data;
-  report.isTruncated = report.isTruncated || whole.isOverlong;
-  handler(report);
-}
-
-namespace {
-
 std::string_view readLegacyReport(OctetReader& reader, AdvertisingReport& report) {
   constexpr size_t kHead = 9;
   if (!reader.has(kHead)) return kReportCut;
@@ -149,6 +87,24 @@ std::string_view readLegacyReport(OctetReader& reader, AdvertisingReport& report
   if (type > static_cast<uint8_t>(AdvertisingKind::scanResponse)) return kUnknownType;
   report.kind = static_cast<AdvertisingKind>(type);
   return {};
+}
+
+// A report of an unknown type does not hide those behind it.
+std::string_view readLegacyReports(OctetReader& reader, Date time,
+                                   const HCIAdvertisingEvents::Handler& handler) {
+  std::string_view unknown;
+  AdvertisingReport report;
+  report.time = time;
+  for (unsigned count = reader.octet(); count > 0; --count) {
+    const std::string_view fault = readLegacyReport(reader, report);
+    if (fault == kReportCut) return fault;
+    if (fault.empty()) {
+      handler(report);
+    } else {
+      unknown = fault;
+    }
+  }
+  return unknown;
 }
 
 struct ExtendedHead {
@@ -173,7 +129,75 @@ std::string_view readExtendedReport(OctetReader& reader, AdvertisingReport& repo
   return {};
 }
 
+struct Unfinished {
+  BluetoothAddress address;
+  uint8_t set = 0;
+  bool isScanResponse = false;
+  bool isOverlong = false;
+  Data data;
+};
+
+void append(Unfinished& to, DataView data) {
+  const size_t room = kLongestData - to.data.size();
+  if (data.size() > room) to.isOverlong = true;
+  const DataView kept = data.first(std::min(room, data.size()));
+  to.data.insert(to.data.end(), kept.begin(), kept.end());
+}
+
 }  // namespace
+
+struct HCIAdvertisingEvents::State {
+  std::vector<Unfinished> unfinished;  ///< oldest first
+
+  std::vector<Unfinished>::iterator find(const AdvertisingReport& report, uint8_t set);
+  Unfinished& open(const AdvertisingReport& report, uint8_t set);
+  std::string_view readReports(OctetReader& reader, Date time, const Handler& handler);
+  void take(AdvertisingReport& report, uint8_t set, DataStatus status, const Handler& handler);
+};
+
+std::vector<Unfinished>::iterator HCIAdvertisingEvents::State::find(const AdvertisingReport& report,
+                                                                    uint8_t set) {
+  return std::find_if(unfinished.begin(), unfinished.end(), [&](const Unfinished& one) {
+    return one.address == report.address && one.set == set &&
+           one.isScanResponse == platform::isScanResponse(report.kind);
+  });
+}
+
+Unfinished& HCIAdvertisingEvents::State::open(const AdvertisingReport& report, uint8_t set) {
+  const auto found = find(report, set);
+  if (found != unfinished.end()) return *found;
+  if (unfinished.size() == kMostUnfinished) unfinished.erase(unfinished.begin());
+  return unfinished.emplace_back(
+      Unfinished{report.address, set, platform::isScanResponse(report.kind), false, {}});
+}
+
+void HCIAdvertisingEvents::State::take(AdvertisingReport& report, uint8_t set, DataStatus status,
+                                       const Handler& handler) {
+  report.isTruncated = status == DataStatus::truncated;
+  if (status == DataStatus::moreToCome) return append(open(report, set), report.data);
+  const auto found = unfinished.empty() ? unfinished.end() : find(report, set);
+  if (found == unfinished.end()) return handler(report);
+
+  append(*found, report.data);
+  const Unfinished whole = std::move(*found);
+  unfinished.erase(found);
+  report.data = whole.data;
+  report.isTruncated = report.isTruncated || whole.isOverlong;
+  handler(report);
+}
+
+std::string_view HCIAdvertisingEvents::State::readReports(OctetReader& reader, Date time,
+                                                          const Handler& handler) {
+  AdvertisingReport report;
+  report.time = time;
+  for (unsigned count = reader.octet(); count > 0; --count) {
+    ExtendedHead head;
+    const std::string_view fault = readExtendedReport(reader, report, head);
+    if (!fault.empty()) return fault;
+    take(report, head.set, dataStatus(head.eventType), handler);
+  }
+  return {};
+}
 
 HCIAdvertisingEvents::HCIAdvertisingEvents() : state_(std::make_unique<State>()) {}
 HCIAdvertisingEvents::~HCIAdvertisingEvents() = default;
@@ -188,29 +212,13 @@ std::string_view HCIAdvertisingEvents::read(DataView event, Date time, const Han
   const uint8_t code = head.octet();
   const size_t length = head.octet();
   const bool isCut = !head.has(length);
-  OctetReader reader(isCut ? event.subspan(2) : head.take(length));
-  if (code != kLEMetaEvent || !reader.has(2)) return isCut ? kEventCut : std::string_view();
+  OctetReader parameters(isCut ? event.subspan(2) : head.take(length));
 
-  const uint8_t subevent = reader.octet();
-  if (subevent != kAdvertisingReport && subevent != kExtendedAdvertisingReport) {
-    return isCut ? kEventCut : std::string_view();
-  }
   std::string_view fault;
-  AdvertisingReport report;
-  report.time = time;
-  for (unsigned count = reader.octet(); count > 0 && fault != kReportCut; --count) {
-    ExtendedHead extended;
-    const std::string_view wrong = subevent == kAdvertisingReport
-                                       ? readLegacyReport(reader, report)
-                                       : readExtendedReport(reader, report, extended);
-    if (!wrong.empty()) {
-      fault = wrong;
-    } else if (subevent == kAdvertisingReport) {
-      report.isTruncated = false;
-      handler(report);
-    } else {
-      state_->take(report, extended.set, dataStatus(extended.eventType), handler);
-    }
+  if (code == kLEMetaEvent && parameters.has(2)) {
+    const uint8_t subevent = parameters.octet();
+    if (subevent == kAdvertisingReport) fault = readLegacyReports(parameters, time, handler);
+    if (subevent == kExtendedAdvertisingReport) fault = state_->readReports(parameters, time, handler);
   }
   return isCut ? kEventCut : fault;
 }

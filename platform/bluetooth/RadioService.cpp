@@ -107,7 +107,7 @@ void SourceRadio::observe(AdvertisingReportSource::ReportHandler onReport,
 std::unique_ptr<CBCentralManager> SourceRadio::makeCentralManager(CBCentralManagerDelegate& delegate,
                                                                   dispatch_queue_t queue) {
   return std::make_unique<RadioCentralManager>(shared_from_this(), delegate,
-                                               queue ? std::move(queue) : dispatch_->mainQueue());
+                                               queue ? queue : dispatch_->mainQueue());
 }
 
 CBManagerState SourceRadio::state() const {

@@ -19,6 +19,7 @@ using Texts = std::vector<std::string>;
 
 std::optional<std::vector<CBUUID>> services(const std::vector<uint32_t>& values) {
   std::vector<CBUUID> list;
+  list.reserve(values.size());
   for (const uint32_t value : values) list.push_back(CBUUID::fromShort(value));
   return list;
 }
