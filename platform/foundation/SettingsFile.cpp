@@ -164,8 +164,10 @@ std::optional<Dictionary> readSettings(const std::filesystem::path& file) {
   document.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(text);
   if (document.HasParseError() || !document.IsObject()) return std::nullopt;
   Dictionary settings;
-  for (const auto& member : document.GetObject()) {
-    if (auto value = valueOf(member.value)) settings.insert_or_assign(textOf(member.name), std::move(*value));
+  auto member = document.MemberBegin();
+  for (auto left = document.MemberCount(); left > 0; --left, ++member) {
+    if (auto value = valueOf(member->value))
+      settings.insert_or_assign(textOf(member->name), std::move(*value));
   }
   return settings;
 }
