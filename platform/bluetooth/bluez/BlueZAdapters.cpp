@@ -22,7 +22,8 @@ std::string BlueZAdapters::choose(const std::string& current) const {
   }
   const Adapter* known = find(current);
   if (known != nullptr && known->isPowered) return current;
-  const auto powered = std::ranges::find_if(adapters_, [](const auto& entry) { return entry.second.isPowered; });
+  const auto powered =
+      std::ranges::find_if(adapters_, [](const auto& entry) { return entry.second.isPowered; });
   if (powered != adapters_.end()) return powered->first;
   if (known != nullptr) return current;
   return adapters_.empty() ? std::string() : adapters_.begin()->first;
@@ -54,6 +55,8 @@ std::vector<BlueZAdapter> BlueZAdapters::list() const {
   return result;
 }
 
-std::string BlueZAdapters::nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+std::string BlueZAdapters::nameOf(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
 
 }  // namespace platform::bluez

@@ -26,8 +26,8 @@ class BlueZAdapters {
   void remove(const std::string& path) { adapters_.erase(path); }
   void clear() { adapters_.clear(); }
 
-  /// The path of the adapter to use, empty when there is none. Without a wish, stays with `current` while that
-  /// is powered.
+  /// The path of the adapter to use, empty when there is none. Without a wish, stays with `current` while
+  /// that is powered.
   std::string choose(const std::string& current) const;
   const Adapter* find(const std::string& path) const;
   /// The state of the adapter at `path` for hearing; an empty path means that there is none.

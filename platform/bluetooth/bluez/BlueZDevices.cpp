@@ -84,7 +84,8 @@ Data BlueZDevices::encode(const Device& device) {
   for (const auto& [text, octets] : device.serviceData) {
     if (const auto uuid = CBUUID::UUIDWithString(text)) builder.serviceData(*uuid, octets);
   }
-  if (device.txPower) builder.txPowerLevel(static_cast<int8_t>(std::clamp<int16_t>(*device.txPower, -127, 127)));
+  if (device.txPower)
+    builder.txPowerLevel(static_cast<int8_t>(std::clamp<int16_t>(*device.txPower, -127, 127)));
   if (device.name) builder.localName(*device.name);
   return builder.octets();
 }

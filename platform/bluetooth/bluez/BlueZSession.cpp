@@ -24,7 +24,9 @@ BlueZSession::BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers&
       objects_(*connection_, {std::move(handlers.onAdded), std::move(handlers.onRemoved)}),
       properties_(*connection_, std::move(handlers.onChanged)) {}
 
-BlueZSession::~BlueZSession() { connection_->stop(); }
+BlueZSession::~BlueZSession() {
+  connection_->stop();
+}
 
 Adapter1Client& BlueZSession::adapter(const std::string& path) {
   auto& client = adapters_[path];

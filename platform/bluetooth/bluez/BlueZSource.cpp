@@ -179,10 +179,10 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     settle();
   }
 
-  /// What is said of a device outside our own discovery is not heard, only known.
+  /// What is said of a device outside our own discovery is not heard, only known. The daemon answers
+  /// StartDiscovery before it tells what that finds.
   void heard(Date time, const bluez::Object& object) {
-    const bool isHearing = scan_ == Scan::starting || scan_ == Scan::running;
-    if (!isHearing || !object.path.starts_with(adapter_ + "/"))
+    if (!isDiscovering_ || !object.path.starts_with(adapter_ + "/"))
       return devices_.learn(object.path, *object.device);
     const auto sighting = devices_.hear(object.path, *object.device);
     if (!sighting) return;
@@ -273,7 +273,8 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     if (error.isAccessDenied())
       tell(denied(error));
     else
-      tell({CBManagerState::poweredOn, "bluetoothd did not start the scan (" + error.message + "); trying again"});
+      tell({CBManagerState::poweredOn,
+            "bluetoothd did not start the scan (" + error.message + "); trying again"});
     later(pause, &BlueZSource::retry, attempt_);
   }
 
@@ -293,16 +294,16 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   // --- helpers
 
-  std::chrono::milliseconds takePause() {
-    return std::exchange(pause_, std::min(pause_ * 2, kLongestPause));
-  }
+  std::chrono::milliseconds takePause() { return std::exchange(pause_, std::min(pause_ * 2, kLongestPause)); }
 
   template <class... Parameters, class... Arguments>
-  void later(std::chrono::milliseconds pause, void (BlueZSource::*step)(Parameters...), Arguments... arguments) {
-    options_.dispatch->after(pause, queue_, [weak = weak_from_this(), connection = connection_, step, arguments...] {
-      const auto self = weak.lock();
-      if (self && self->connection_ == connection) (*self.*step)(arguments...);
-    });
+  void later(std::chrono::milliseconds pause, void (BlueZSource::*step)(Parameters...),
+             Arguments... arguments) {
+    options_.dispatch->after(pause, queue_,
+                             [weak = weak_from_this(), connection = connection_, step, arguments...] {
+                               const auto self = weak.lock();
+                               if (self && self->connection_ == connection) (*self.*step)(arguments...);
+                             });
   }
 
   void tell(const RadioState& state) {

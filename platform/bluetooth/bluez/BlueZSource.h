@@ -12,13 +12,13 @@ namespace platform {
 
 // Hearing through bluetoothd, by its D-Bus interface (org.bluez: Adapter1, Device1).
 //
-// What arrives is a device's merged state, not its packets: an advertisement and its scan response come as one
-// report, an advertisement without manufacturer data shows the device's earlier one, and how often a device is
-// reported is up to the daemon and the controller (docs/radios.md).
+// What arrives is a device's merged state, not its packets: an advertisement and its scan response come as
+// one report, an advertisement without manufacturer data shows the device's earlier one, and how often a
+// device is reported is up to the daemon and the controller (docs/radios.md).
 
 struct BlueZOptions {
-  /// Empty: the first adapter that is powered. Else "hci1" or the adapter's Bluetooth address, which is looked
-  /// up anew whenever an adapter comes, so that it may be renumbered.
+  /// Empty: the first adapter that is powered. Else "hci1" or the adapter's Bluetooth address, which is
+  /// looked up anew whenever an adapter comes, so that it may be renumbered.
   std::string adapter;
   /// The message bus, in D-Bus address syntax; empty for the system bus.
   std::string busAddress;

@@ -109,9 +109,13 @@ void Adapter1Client::setDiscoveryFilter(const std::vector<std::string>& uuids, R
           [onReply = std::move(onReply)](const sdbus::Error* error) { onReply(optionalError(error)); });
 }
 
-void Adapter1Client::startDiscovery(Reply onReply) { call("StartDiscovery", std::move(onReply)); }
+void Adapter1Client::startDiscovery(Reply onReply) {
+  call("StartDiscovery", std::move(onReply));
+}
 
-void Adapter1Client::stopDiscovery(Reply onReply) { call("StopDiscovery", std::move(onReply)); }
+void Adapter1Client::stopDiscovery(Reply onReply) {
+  call("StopDiscovery", std::move(onReply));
+}
 
 void Adapter1Client::call(const std::string& method, Reply onReply) {
   proxy_->callMethodAsync(method)

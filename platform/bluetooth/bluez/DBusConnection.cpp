@@ -17,7 +17,9 @@ std::unique_ptr<DBusConnection> DBusConnection::open(const std::string& busAddre
 
 DBusConnection::DBusConnection(std::unique_ptr<sdbus::IConnection> bus) : bus_(std::move(bus)) {}
 
-DBusConnection::~DBusConnection() { stop(); }
+DBusConnection::~DBusConnection() {
+  stop();
+}
 
 void DBusConnection::run(std::function<void(const std::string& why)> onLost) {
   thread_ = std::thread([this, onLost = std::move(onLost)] { readUntilStopped(onLost); });

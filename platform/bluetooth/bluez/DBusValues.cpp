@@ -70,6 +70,8 @@ Object objectFrom(const std::string& path, const InterfaceMap& interfaces) {
   return object;
 }
 
-CallError callErrorFrom(const sdbus::Error& error) { return {error.getName(), error.getMessage()}; }
+CallError callErrorFrom(const sdbus::Error& error) {
+  return {error.getName(), error.getMessage()};
+}
 
 }  // namespace platform::bluez

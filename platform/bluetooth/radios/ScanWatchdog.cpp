@@ -108,10 +108,12 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
 
   void heard(const AdvertisingReport& report) {
     const auto now = options_.dispatch->now();
-    if (restarts_ > 0 && now - lastRestart_ >= options_.silence) restarts_ = 0;
+    const bool isWell = restarts_ > 0 && now - lastRestart_ >= options_.silence;
+    if (isWell) restarts_ = 0;
     if (std::exchange(isSilent_, false))
       gate_.state({state_, "hearing again after " + secondsText(now - lastHeard_)});
     lastHeard_ = now;
+    if (isWell) arm();  // the pause that it was armed for counts no more
     gate_.report(report);
   }
 

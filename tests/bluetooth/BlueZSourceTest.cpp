@@ -1,0 +1,315 @@
+#include <algorithm>
+#include <mutex>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/bluetooth/bluez/BlueZSource.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/foundation/Hex.h"
+#include "tests/bluetooth/BlueZFakeDaemon.h"
+
+using namespace platform;
+using support::FakeBlueZ;
+using support::manufacturerData;
+using support::Properties;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+const std::string kBeacon = "/org/bluez/hci0/dev_C0_00_00_00_00_01";
+const std::string kFilter = "hci0.SetDiscoveryFilter Transport=le DuplicateData=1";
+
+template <class Predicate>
+testing::AssertionResult comesTrue(Predicate predicate) {
+  for (int i = 0; i < 10'000; ++i) {
+    if (predicate()) return testing::AssertionSuccess();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return testing::AssertionFailure() << "it never came true";
+}
+
+Properties appearance(const std::string& address, int16_t rssi, const std::vector<uint8_t>& octets) {
+  return {{"Address", sdbus::Variant(address)},
+          {"AddressType", sdbus::Variant(std::string("random"))},
+          {"Alias", sdbus::Variant(std::string("C0-00"))},
+          {"RSSI", sdbus::Variant(rssi)},
+          {"ManufacturerData", manufacturerData({{0x1234, octets}})}};
+}
+
+/// A source on a private bus, and what it said: "C0:00:00:00:00:01 -55 ADV_NONCONN_IND 04ff…", "5 reason".
+class BlueZSource : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!support::PrivateBus::isAvailable()) GTEST_SKIP() << "dbus-daemon is not installed";
+    bus_.start();
+  }
+
+  void TearDown() override {
+    if (source_) source_->close();
+  }
+
+  void startDaemon(const std::vector<FakeBlueZ::Adapter>& adapters = {FakeBlueZ::Adapter()}) {
+    daemon_ = std::make_unique<FakeBlueZ>(bus_.address());
+    for (const auto& adapter : adapters) daemon_->addAdapter(adapter);
+    daemon_->start();
+  }
+
+  void openSource(const std::string& adapter = {}) {
+    source_ = makeBlueZSource({.adapter = adapter,
+                               .busAddress = bus_.address(),
+                               .dispatch = dispatch_,
+                               .firstPause = std::chrono::milliseconds(5)});
+    source_->open(
+        [this](const AdvertisingReport& report) {
+          const std::lock_guard lock(mutex_);
+          reports_.push_back(report.address.text() + (report.address.isRandom ? " random " : " public ") +
+                             std::to_string(report.rssi) + " " + std::string(textOf(report.kind)) + " " +
+                             hexText(report.data));
+        },
+        [this](const RadioState& state) {
+          const std::lock_guard lock(mutex_);
+          states_.push_back(std::to_string(static_cast<int>(state.state)) + " " + state.reason);
+        });
+  }
+
+  void scan() {
+    source_->startScan({});
+    ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") > 0; }));
+  }
+
+  std::vector<std::string> reports() const {
+    const std::lock_guard lock(mutex_);
+    return reports_;
+  }
+  std::string state() const {
+    const std::lock_guard lock(mutex_);
+    return states_.empty() ? std::string() : states_.back();
+  }
+  bool isState(const std::string& part) const { return state().find(part) != std::string::npos; }
+  bool wasState(const std::string& part) const {
+    const std::lock_guard lock(mutex_);
+    return std::ranges::any_of(states_,
+                               [&](const auto& text) { return text.find(part) != std::string::npos; });
+  }
+
+  support::PrivateBus bus_;
+  std::shared_ptr<RealTimeDispatch> dispatch_ = RealTimeDispatch::make();
+  std::unique_ptr<FakeBlueZ> daemon_;
+  std::shared_ptr<AdvertisingReportSource> source_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> reports_;
+  std::vector<std::string> states_;
+};
+
+TEST_F(BlueZSource, AsksForLowEnergyWithDuplicatesAndTheServices) {
+  startDaemon();
+  openSource();
+  source_->startScan({CBUUID::fromShort(0xFFF0)});
+  const std::string filtered = kFilter + " UUIDs=0000FFF0-0000-1000-8000-00805F9B34FB";
+  ASSERT_TRUE(comesTrue([&] { return daemon_->calls().size() == 2; }));
+  EXPECT_THAT(daemon_->calls(), ElementsAre(filtered, "hci0.StartDiscovery"));
+  EXPECT_EQ(state(), "5 hci0 (00:AA:01:00:00:42) through bluetoothd");
+
+  // Another scan changes the filter of the discovery that goes on.
+  source_->startScan({});
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count(kFilter) == 1; }));
+  source_->stopScan();
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StopDiscovery") == 1; }));
+  EXPECT_EQ(daemon_->count("hci0.StartDiscovery"), 1U);
+}
+
+TEST_F(BlueZSource, ReportsEveryRefreshWithWhatWasHeardLast) {
+  startDaemon();
+  openSource();
+  scan();
+  daemon_->deviceAppears(kBeacon, appearance("C0:00:00:00:00:01", -55, {0x01, 0x02}));
+  daemon_->deviceChanges(kBeacon, {{"RSSI", sdbus::Variant(int16_t{-60})}});
+  daemon_->deviceChanges(kBeacon, {{"ManufacturerData", manufacturerData({{0x1234, {0x03}}})}});
+  // Another company's data is added to what is known; later the first one's changes again.
+  daemon_->deviceChanges(kBeacon,
+                         {{"ManufacturerData", manufacturerData({{0x004C, {0x09}}, {0x1234, {0x03}}})}});
+  daemon_->deviceChanges(kBeacon, {{"RSSI", sdbus::Variant(int16_t{-61})}});
+  daemon_->deviceChanges(kBeacon,
+                         {{"ManufacturerData", manufacturerData({{0x004C, {0x09}}, {0x1234, {0x04}}})}});
+  // Not from the air, and not a signal strength.
+  daemon_->deviceChanges(kBeacon, {{"Connected", sdbus::Variant(true)}});
+  daemon_->deviceChanges(
+      kBeacon, {{"RSSI", sdbus::Variant(int16_t{127})},
+                {"Name", sdbus::Variant(std::string("A"))},
+                {"TxPower", sdbus::Variant(int16_t{-4})},
+                {"UUIDs", sdbus::Variant(
+                              std::vector<std::string>{"0000fff0-0000-1000-8000-00805f9b34fb", "nonsense"})},
+                {"ServiceData", support::serviceData({{"0000180f-0000-1000-8000-00805f9b34fb", {0x64}}})}});
+  daemon_->deviceChanges(kBeacon,
+                         {{"ManufacturerData", manufacturerData({{0x1234, std::vector<uint8_t>(27, 7)}})}});
+  ASSERT_TRUE(comesTrue([&] { return reports().size() == 8; }));
+  const std::string sender = "C0:00:00:00:00:01 random ";
+  EXPECT_THAT(
+      reports(),
+      ElementsAre(sender + "-55 ADV_NONCONN_IND 05ff34120102", sender + "-60 ADV_NONCONN_IND 05ff34120102",
+                  sender + "-60 ADV_NONCONN_IND 04ff341203", sender + "-60 ADV_NONCONN_IND 04ff4c0009",
+                  sender + "-61 ADV_NONCONN_IND 04ff4c0009", sender + "-61 ADV_NONCONN_IND 04ff341204",
+                  sender + "127 ADV_NONCONN_IND 0303f0ff04ff3412040416" + "0f1864020afc020941",
+                  testing::StartsWith(sender + "127 EXT_ADV 0303f0ff1eff341207070707")));
+}
+
+TEST_F(BlueZSource, ReportsNothingThatWasKnownBefore) {
+  daemon_ = std::make_unique<FakeBlueZ>(bus_.address());
+  daemon_->addAdapter({});
+  daemon_->addKnownDevice(kBeacon, appearance("C0:00:00:00:00:01", -40, {0x01}));
+  daemon_->start();
+  openSource();
+  ASSERT_TRUE(comesTrue([&] { return isState("5 "); }));
+  // Somebody else's discovery is not ours.
+  daemon_->deviceChanges(kBeacon, {{"ManufacturerData", manufacturerData({{0x1234, {0x02}}})}});
+  scan();
+  // A change that lacks the signal strength does not show the one of back then.
+  daemon_->deviceChanges(kBeacon, {{"ManufacturerData", manufacturerData({{0x1234, {0x03}}})}});
+  ASSERT_TRUE(comesTrue([&] { return !reports().empty(); }));
+  source_->stopScan();
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StopDiscovery") == 1; }));
+  daemon_->deviceChanges(kBeacon, {{"RSSI", sdbus::Variant(int16_t{-50})}});
+  daemon_->setPowered("hci0", false, "off");
+  ASSERT_TRUE(comesTrue([&] { return isState("4 hci0 is switched off"); }));
+  EXPECT_THAT(reports(), ElementsAre("C0:00:00:00:00:01 random 127 ADV_NONCONN_IND 04ff341203"));
+}
+
+TEST_F(BlueZSource, HearsOnWhenTheDaemonReturns) {
+  openSource();
+  source_->startScan({});
+  ASSERT_TRUE(comesTrue([&] { return isState("2 bluetoothd is not running"); }));
+  for (int round = 1; round <= 2; ++round) {
+    startDaemon();
+    ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 1; }));
+    daemon_->deviceAppears(kBeacon, appearance("C0:00:00:00:00:01", -55, {0x01}));
+    ASSERT_TRUE(comesTrue([&] { return reports().size() == static_cast<std::size_t>(round); }));
+    daemon_.reset();
+    ASSERT_TRUE(comesTrue([&] { return isState("1 bluetoothd went away"); }));
+  }
+}
+
+TEST_F(BlueZSource, HearsOnWhenTheBusReturns) {
+  startDaemon();
+  openSource();
+  scan();
+  bus_.stop();
+  ASSERT_TRUE(comesTrue([&] { return isState("2 the system bus cannot be reached"); }));
+  EXPECT_TRUE(wasState("1 the connection to the system bus ended"));
+  bus_.start();
+  startDaemon();
+  EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 1; }));
+}
+
+TEST_F(BlueZSource, FollowsItsAdapterThroughPowerAndNumbers) {
+  startDaemon({{.name = "hci0", .address = "00:AA:01:00:00:41"}, {.name = "hci1"}});
+  openSource("00:AA:01:00:00:42");
+  source_->startScan({});
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 1; }));
+  daemon_->setPowered("hci1", false, "off-blocked");
+  ASSERT_TRUE(comesTrue([&] { return isState("4 hci1 is blocked; 'rfkill unblock bluetooth'"); }));
+  daemon_->setPowered("hci1", true, "on");
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 2; }));
+  daemon_->removeAdapter("hci1");
+  ASSERT_TRUE(comesTrue([&] { return isState("2 bluetoothd has no adapter 00:AA:01:00:00:42"); }));
+  daemon_->addAdapter({.name = "hci2"});
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci2.StartDiscovery") == 1; }));
+  EXPECT_EQ(daemon_->count("hci0.StartDiscovery"), 0U);
+}
+
+TEST_F(BlueZSource, TakesThePoweredAdapterAndMovesWhenItGoes) {
+  startDaemon({{.name = "hci0", .powered = false, .powerState = "off"}, {.name = "hci1"}, {.name = "hci10"}});
+  openSource();
+  source_->startScan({});
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 1; }));
+  daemon_->setPowered("hci0", true, "on");  // no reason to move
+  daemon_->removeAdapter("hci1");
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 1; }));
+  daemon_->deviceAppears("/org/bluez/hci10/dev_C0_00_00_00_00_02",
+                         appearance("C0:00:00:00:00:02", -55, {0x01}));
+  daemon_->deviceAppears(kBeacon, appearance("C0:00:00:00:00:01", -55, {0x01}));
+  ASSERT_TRUE(comesTrue([&] { return !reports().empty(); }));
+  EXPECT_THAT(reports(), ElementsAre(HasSubstr("C0:00:00:00:00:01")));
+}
+
+TEST_F(BlueZSource, TriesAgainUntilTheDaemonStartsTheScan) {
+  startDaemon();
+  daemon_->failStarts({"org.bluez.Error.InProgress", "org.bluez.Error.NotReady", "org.bluez.Error.Failed",
+                       "org.bluez.Error.NotAuthorized"});
+  openSource();
+  scan();
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 5 && isState("5 hci0 ("); }));
+  EXPECT_TRUE(wasState("5 bluetoothd did not start the scan (not now)"));
+  EXPECT_TRUE(wasState("3 bluetoothd does not let this user hear"));
+  EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), 1U) << "to be rid of a request that the daemon still held";
+
+  // The daemon ends the discovery by itself, as over a suspend.
+  daemon_->endDiscovery("hci0");
+  EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 6; }));
+}
+
+TEST_F(BlueZSource, SaysWhenTheBusDoesNotLetItAsk) {
+  bus_.stop();
+  bus_.start("<deny send_destination='org.bluez' send_interface='org.freedesktop.DBus.ObjectManager'/>");
+  startDaemon();
+  openSource();
+  EXPECT_TRUE(comesTrue([&] { return isState("3 bluetoothd does not let this user hear"); }));
+  EXPECT_EQ(listBlueZAdapters(bus_.address()).daemon, BlueZInventory::Daemon::notPermitted);
+}
+
+TEST_F(BlueZSource, PassesOverMessagesThatAreNotAsTheyShouldBe) {
+  startDaemon();
+  openSource();
+  scan();
+  const std::string other = "/org/bluez/hci0/dev_C0_00_00_00_00_02";
+  daemon_->deviceChanges(other, {{"RSSI", sdbus::Variant(int16_t{-50})}});  // nobody said its address
+  daemon_->deviceAppears(other, {{"Address", sdbus::Variant(std::string("no address"))},
+                                 {"RSSI", sdbus::Variant(int16_t{-50})}});
+  daemon_->deviceAppears(kBeacon, {{"Address", sdbus::Variant(std::string("C0:00:00:00:00:01"))},
+                                   {"RSSI", sdbus::Variant(std::string("loud"))},
+                                   {"UUIDs", sdbus::Variant(7)},
+                                   {"ManufacturerData", sdbus::Variant(std::map<uint16_t, sdbus::Variant>{
+                                                            {1, sdbus::Variant(std::string("text"))},
+                                                            {2, sdbus::Variant(std::vector<uint8_t>{9})}})}});
+  ASSERT_TRUE(comesTrue([&] { return !reports().empty(); }));
+  EXPECT_THAT(reports(), ElementsAre("C0:00:00:00:00:01 public 127 ADV_NONCONN_IND 04ff020009"));
+}
+
+TEST_F(BlueZSource, IsSilentOnceClosed) {
+  startDaemon();
+  openSource();
+  scan();
+  std::thread air([&] {
+    for (int i = 0; i < 200; ++i)
+      daemon_->deviceAppears(kBeacon, appearance("C0:00:00:00:00:01", -55, {0x01}));
+  });
+  EXPECT_TRUE(comesTrue([&] { return reports().size() > 3; }));
+  source_->close();
+  const std::size_t heard = reports().size();
+  air.join();
+  daemon_.reset();
+  EXPECT_EQ(reports().size(), heard);
+}
+
+TEST_F(BlueZSource, ListsTheDaemonsAdapters) {
+  EXPECT_EQ(listBlueZAdapters(bus_.address()).daemon, BlueZInventory::Daemon::absent);
+  startDaemon(
+      {{}, {.name = "hci1", .address = "00:AA:01:00:00:43", .powered = false, .powerState = "off-blocked"}});
+  const auto inventory = listBlueZAdapters(bus_.address());
+  EXPECT_EQ(inventory.daemon, BlueZInventory::Daemon::present);
+  ASSERT_EQ(inventory.adapters.size(), 2U);
+  EXPECT_EQ(inventory.adapters[0].name, "hci0");
+  EXPECT_TRUE(inventory.adapters[0].isPowered);
+  EXPECT_EQ(inventory.adapters[1].address, "00:AA:01:00:00:43");
+  EXPECT_TRUE(inventory.adapters[1].isBlocked);
+  daemon_.reset();
+  bus_.stop();
+  const auto nothing = listBlueZAdapters(bus_.address());
+  EXPECT_EQ(nothing.daemon, BlueZInventory::Daemon::noBus);
+  EXPECT_THAT(nothing.problem, HasSubstr("the system bus cannot be reached"));
+}
+
+}  // namespace
