@@ -48,9 +48,7 @@ inline int readCapture(const Magics& magics, const uint8_t* octets, std::size_t 
     reader->read([&](const platform::AdvertisingReport& report) {
       for (const std::byte octet : report.data) sum += std::to_integer<unsigned>(octet);
     });
-  static volatile unsigned sink;
-  sink = sum;
-  return 0;
+  return sum == UINT32_MAX ? -1 : 0;  // depends on every octet, so that each is read
 }
 
 }  // namespace fuzz
