@@ -37,10 +37,11 @@ class Merging : public testing::Test {
     }
     return text;
   }
-  static Data services(std::vector<uint32_t> values, ADBuilder builder = {}) {
+  static Data services(const std::vector<uint32_t>& values) {
     std::vector<CBUUID> list;
+    list.reserve(values.size());
     for (const uint32_t value : values) list.push_back(CBUUID::fromShort(value));
-    return builder.serviceUUIDs(list).octets();
+    return ADBuilder().serviceUUIDs(list).octets();
   }
   static Data named(const char* name) { return ADBuilder().localName(name).octets(); }
 

@@ -128,7 +128,7 @@ TEST(ExtendedReports, MapTheirTypes) {
               {"0500", "EXT_ADV_CONN"},    {"81ff", "EXT_ADV_CONN"}};
   for (const auto& row : rows) {
     expectHeard(row.type, {event("0d", {extended(row.type, "01", "aa")})},
-                {"01r " + std::string(row.kind) + " -60 aa"});
+                {std::string("01r ").append(row.kind).append(" -60 aa")});
   }
   expectHeard("anonymous", {event("0d", {extended("0000", "01", "aa", "00", "ff")})}, {"00p EXT_ADV -60 aa"});
 }
@@ -174,12 +174,12 @@ TEST(Fragments, TellWhenDataIsMissing) {
 }
 
 TEST(Fragments, AreBoundedInLengthAndNumber) {
-  const std::string most(2 * 220, 'a');
+  const std::string most(440, 'a');
   Texts events(7, event("0d", {extended("2000", "01", most)}));
   events.push_back(event("0d", {extended("0000", "01", most)}));
   const Heard overlong = hear(events);
   ASSERT_EQ(overlong.reports.size(), 1U);
-  EXPECT_EQ(overlong.reports[0], "01r EXT_ADV -60 " + std::string(2 * 1650, 'a') + "!");
+  EXPECT_EQ(overlong.reports[0], "01r EXT_ADV -60 " + std::string(3300, 'a') + "!");
 
   Texts many;
   for (size_t device = 0; device < 65; ++device) {
