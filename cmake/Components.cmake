@@ -14,6 +14,7 @@ target_compile_options(brenloft_options INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wno-missing-field-initializers  # designated initialisers name what they set
   -Wcast-align -Wformat=2 -Wimplicit-fallthrough
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>  # GCC 12 sees overlaps within std::string that are none
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 find_package(Threads REQUIRED)
 target_link_libraries(brenloft_options INTERFACE Threads::Threads)
@@ -28,6 +29,9 @@ function(brl_component name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK;PRIVATE_LINK")
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC brenloft_options ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+  # What the shared library is made of.
+  set_property(GLOBAL APPEND PROPERTY BRENLOFT_COMPONENTS ${name})
+  set_property(GLOBAL APPEND PROPERTY BRENLOFT_DEPENDENCIES ${ARG_PRIVATE_LINK})
 endfunction()
 
 # brl_test(NAME SOURCES ... LINK ...): one test program per folder; ctest runs each test in its own process.
