@@ -1,0 +1,142 @@
+#include "tests/tool/RunTool.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace brenloft_test {
+namespace {
+
+struct Pipe {
+  std::array<int, 2> ends{-1, -1};
+  Pipe() {
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  }
+};
+
+struct Child {
+  pid_t pid = -1;
+  int in = -1;
+  int out = -1;
+  int err = -1;
+};
+
+Child spawn(const std::vector<std::string>& command) {
+  const Pipe in;
+  const Pipe out;
+  const Pipe err;
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(in.ends[0], STDIN_FILENO);
+    ::dup2(out.ends[1], STDOUT_FILENO);
+    ::dup2(err.ends[1], STDERR_FILENO);
+    std::vector<char*> argv;
+    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+  ::close(in.ends[0]);
+  ::close(out.ends[1]);
+  ::close(err.ends[1]);
+  return {pid, in.ends[1], out.ends[0], err.ends[0]};
+}
+
+// Both outputs at once, so that neither fills its pipe; `onFirstLine` once.
+template <typename FirstLine>
+Ended collect(const Child& child, FirstLine onFirstLine) {
+  Ended ended;
+  std::array<pollfd, 2> polled{{{child.out, POLLIN, 0}, {child.err, POLLIN, 0}}};
+  std::array<std::string*, 2> texts{&ended.out, &ended.err};
+  bool hasLine = false;
+  while (polled[0].fd >= 0 || polled[1].fd >= 0) {
+    ::poll(polled.data(), polled.size(), -1);
+    for (std::size_t i = 0; i < polled.size(); ++i) {
+      if (polled.at(i).fd < 0 || polled.at(i).revents == 0) continue;
+      std::array<char, 65536> buffer;
+      const ssize_t count = ::read(polled.at(i).fd, buffer.data(), buffer.size());
+      if (count > 0)
+        texts.at(i)->append(buffer.data(), static_cast<std::size_t>(count));
+      else
+        ::close(std::exchange(polled.at(i).fd, -1));
+    }
+    if (!hasLine && ended.out.find('\n') != std::string::npos) {
+      hasLine = true;
+      onFirstLine();
+    }
+  }
+  int status = 0;
+  ::waitpid(child.pid, &status, 0);
+  ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return ended;
+}
+
+std::vector<std::string> toolCommand(const std::vector<std::string>& arguments) {
+  std::vector<std::string> command{BRENLOFT_TOOL};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
+}  // namespace
+
+std::vector<std::string> Ended::lines() const {
+  std::vector<std::string> result;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);) result.push_back(line);
+  return result;
+}
+
+Ended runProgram(const std::vector<std::string>& command, const std::string& input) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const Child child = spawn(command);
+  // Inputs of tests fit a pipe.
+  if (::write(child.in, input.data(), input.size()) < 0) return {};
+  ::close(child.in);
+  return collect(child, [] {});
+}
+
+Ended runTool(const std::vector<std::string>& arguments, const std::string& input) {
+  return runProgram(toolCommand(arguments), input);
+}
+
+Ended runToolUntilFirstLine(const std::vector<std::string>& arguments, int signal) {
+  const Child child = spawn(toolCommand(arguments));
+  ::close(child.in);
+  return collect(child, [&] { ::kill(child.pid, signal); });
+}
+
+bool hasProgram(const std::string& name) {
+  return runProgram({"sh", "-c", "command -v " + name}).status == 0;
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "brenloft-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string contentsOf(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void writeFile(const std::string& file, const std::string& contents) {
+  std::ofstream(file, std::ios::binary) << contents;
+}
+
+}  // namespace brenloft_test

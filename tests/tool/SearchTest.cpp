@@ -1,0 +1,200 @@
+#include <algorithm>
+#include <cctype>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/RunTool.h"
+
+namespace brenloft_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string simulated(const TemporaryFolder& folder, const std::vector<std::string>& more = {}) {
+  const std::string capture = folder.file("simulated.btsnoop");
+  std::vector<std::string> arguments{"simulate", "--out", capture, "--seconds", "30", "--seed", "7"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const Ended ended = runTool(arguments);
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  return "capture:" + capture;
+}
+
+// The value of a key, up to the next comma or end.
+std::string valueOf(const std::string& line, const std::string& key) {
+  const std::size_t at = line.find('"' + key + "\":");
+  if (at == std::string::npos) return "";
+  const std::size_t begin = at + key.size() + 3;
+  return line.substr(begin, line.find_first_of(",}]", begin) - begin);
+}
+
+TEST(Simulate, WritesTheSameWorldForTheSameSeed) {
+  TemporaryFolder folder;
+  const std::vector<std::string> common{"--beacons", "3", "--ibeacons", "2", "--seconds", "20"};
+  const auto write = [&](const std::string& name, const std::string& seed) {
+    std::vector<std::string> arguments{"simulate", "--out", folder.file(name), "--seed", seed};
+    arguments.insert(arguments.end(), common.begin(), common.end());
+    EXPECT_EQ(runTool(arguments).status, 0);
+    return contentsOf(folder.file(name));
+  };
+  const std::string first = write("a", "1");
+  EXPECT_GT(first.size(), 1000U);
+  EXPECT_EQ(first, write("b", "1"));
+  EXPECT_NE(first, write("c", "2"));
+
+  const Ended ended = runTool({"simulate", "--out", folder.file("no/such/folder")});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_NE(ended.err.find("no/such/folder"), std::string::npos);
+}
+
+TEST(Hear, PrintsEveryReportOnceAndRecordsItForAnEqualReplay) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder, {"--ibeacons", "3"});
+  const std::string copy = folder.file("copy.btsnoop");
+  const Ended heard = runTool({"hear", "--source", source, "--format", "jsonl", "--record", copy});
+  ASSERT_EQ(heard.status, 0) << heard.err;
+  ASSERT_GT(heard.lines().size(), 100U);
+  EXPECT_EQ(runTool({"hear", "--source", "capture:" + copy, "--format", "jsonl"}).out, heard.out);
+
+  const Ended merged = runTool({"hear", "--source", source, "--format", "jsonl", "--merged"});
+  EXPECT_EQ(merged.lines().size(), heard.lines().size());
+  EXPECT_NE(merged.out, heard.out);
+
+  const Ended two = runTool({"hear", "--source", source, "--format", "jsonl", "--count", "2"});
+  EXPECT_EQ(two.out, heard.lines()[0] + "\n" + heard.lines()[1] + "\n");
+}
+
+TEST(Hear, SaysInOneLineWhatIsWrongWithAFile) {
+  TemporaryFolder folder;
+  const std::string whole = simulated(folder).substr(8);
+  const std::string octets = contentsOf(whole);
+  writeFile(folder.file("cut"), octets.substr(0, octets.size() - 3));
+  const Ended cut = runTool({"hear", "--source", "capture:" + folder.file("cut"), "-F", "jsonl"});
+  const Ended complete = runTool({"hear", "--source", "capture:" + whole, "-F", "jsonl"});
+  EXPECT_EQ(cut.status, 0);
+  EXPECT_EQ(cut.lines().size(), complete.lines().size() - 1);
+  EXPECT_NE(cut.err.find(folder.file("cut") + ": record "), std::string::npos) << cut.err;
+
+  writeFile(folder.file("text"), "this is no capture\n");
+  for (const std::string name : {"text", "absent"}) {
+    const Ended ended = runTool({"hear", "--source", "capture:" + folder.file(name)});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find(folder.file(name)), std::string::npos) << ended.err;
+  }
+}
+
+TEST(Scan, GivesTheSameLinesForEveryReplay) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder);
+  const std::vector<std::string> arguments{"scan", "--source", source, "--format", "jsonl", "-q"};
+  const Ended first = runTool(arguments);
+  EXPECT_EQ(first.status, 0) << first.err;
+  EXPECT_GT(first.lines().size(), 100U);
+  EXPECT_EQ(runTool(arguments).out, first.out);
+  EXPECT_EQ(valueOf(first.lines()[0], "event"), "\"bytes\"");
+  EXPECT_EQ(valueOf(first.lines()[1], "event"), "\"beacon\"");
+}
+
+TEST(Scan, LaysOutEachLineAsPromised) {
+  TemporaryFolder folder;
+  const std::string line =
+      runTool({"scan", "--source", simulated(folder), "--format", "jsonl", "-q", "-n", "2"}).lines().back();
+  std::size_t at = 0;
+  for (const char* key :
+       {"event",    "time", "beacon",  "beaconType",        "beaconId", "uuid",        "major",
+        "minor",    "rssi", "txPower", "emergency",         "battery",  "temperature", "humidity",
+        "uniqueId", "tbd",  "status",  "statusUpdatedDate", "xAccel",   "yAccel",      "zAccel"}) {
+    const std::size_t found = line.find('"' + std::string(key) + "\":");
+    ASSERT_NE(found, std::string::npos) << key;
+    EXPECT_GE(found, at) << key;
+    at = found;
+  }
+  const std::string time = valueOf(line, "time");
+  EXPECT_EQ(time.size() - time.find('.') - 1, 6U);
+  EXPECT_EQ(valueOf(line, "statusUpdatedDate"), time);
+}
+
+TEST(Scan, StopsAtTheTimeOfTheLastRecordAndReportsWhatIsPresentAsLost) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder);
+  const auto heard = runTool({"hear", "--source", source, "--format", "jsonl"}).lines();
+  const auto lines = runTool({"scan", "--source", source, "--format", "jsonl", "-q"}).lines();
+  ASSERT_FALSE(heard.empty());
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(valueOf(lines.back(), "time"), valueOf(heard.back(), "time"));
+  EXPECT_EQ(valueOf(lines.back(), "status"), "2");
+  std::set<std::string> present;
+  for (const std::string& line : lines) {
+    if (valueOf(line, "event") != "\"beacon\"") continue;
+    if (valueOf(line, "status") == "1")
+      present.insert(valueOf(line, "uuid"));
+    else
+      present.erase(valueOf(line, "uuid"));
+  }
+  EXPECT_TRUE(present.empty());
+}
+
+TEST(Scan, AnInterruptedSearchStopsInOrder) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder) + "?paced";
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const Ended ended =
+        runToolUntilFirstLine({"scan", "--source", source, "--format", "jsonl", "-q"}, signal);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(valueOf(ended.lines().back(), "status"), "2");
+  }
+}
+
+TEST(Scan, CsvHasAHeaderAndTwentyFieldsInEachLine) {
+  TemporaryFolder folder;
+  const auto lines = runTool({"scan", "--source", simulated(folder), "--format", "csv", "-q"}).lines();
+  ASSERT_GT(lines.size(), 10U);
+  for (const std::string& line : lines) EXPECT_EQ(std::count(line.begin(), line.end(), ','), 19) << line;
+}
+
+// On the real captures, which are no part of the project: each UUID's beacons are those of the dissector.
+TEST(Range, FindsTheBeaconsThatAnIndependentDissectorSaw) {
+  const char* folderName = std::getenv("BRENLOFT_CAPTURES");
+  const fs::path captures = folderName != nullptr
+                                ? fs::path(folderName)
+                                : fs::path(BRENLOFT_SOURCE_DIR) / ".." / "shared" / "captures";
+  if (!fs::exists(captures)) GTEST_SKIP() << "no real captures in " << captures;
+  using Identities = std::set<std::string>;  // "UUID/major/minor"
+  for (const auto& entry : fs::directory_iterator(captures)) {
+    if (entry.path().extension() == ".tsv" || !fs::exists(entry.path().string() + ".tsv")) continue;
+    std::map<std::string, Identities> seen;
+    std::ifstream table(entry.path().string() + ".tsv");
+    for (std::string row; std::getline(table, row);) {
+      std::istringstream fields(row);
+      std::vector<std::string> columns;
+      for (std::string field; std::getline(fields, field, '\t');) columns.push_back(field);
+      // ibeacon, malformed, crc
+      if (columns.size() < 13 || columns[10].find('/') == std::string::npos) continue;
+      if (columns[12] == "1" || columns[10].size() < 36) continue;
+      std::string identity = columns[10].substr(0, columns[10].rfind('/'));
+      std::transform(identity.begin(), identity.end(), identity.begin(), ::toupper);
+      seen[identity.substr(0, 36)].insert(identity);
+    }
+    for (const auto& [uuid, identities] : seen) {
+      const Ended ended = runTool({"range", "--source", "capture:" + entry.path().string(), "--uuid", uuid,
+                                   "--group", "2", "--format", "jsonl", "-q"});
+      EXPECT_EQ(ended.status, 0) << ended.err;
+      Identities found;
+      for (const std::string& line : ended.lines()) {
+        if (valueOf(line, "event") != "\"beacon\"") continue;
+        const std::string text = valueOf(line, "uuid");
+        found.insert(text.substr(1, 36) + "/" + valueOf(line, "major") + "/" + valueOf(line, "minor"));
+      }
+      EXPECT_EQ(found, identities) << entry.path();
+    }
+  }
+}
+
+}  // namespace
+}  // namespace brenloft_test

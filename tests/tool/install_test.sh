@@ -1,0 +1,38 @@
+#!/bin/sh
+# Installs the build into a folder of its own and builds the example against it in both ways that applications
+# have: install_test.sh BUILD_DIR SOURCE_DIR COMPILER
+set -eu
+build=$1 source=$2 compiler=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+
+# cmake --install moves a prefix; the package file must name the one it was installed to.
+cmake -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
+cmake --build "$work/cmake" >/dev/null
+"$work/cmake/thermometer" simulated >"$work/by-cmake" 2>/dev/null
+
+# shellcheck disable=SC2046
+"$compiler" "$source/examples/thermometer.cpp" -o "$work/thermometer" \
+  $(pkg-config --define-prefix --cflags --libs brenloftsdk)
+"$work/thermometer" simulated >"$work/by-pkg-config" 2>/dev/null
+
+cmp "$work/by-cmake" "$work/by-pkg-config"
+grep -q ' is silent$' "$work/by-cmake"
+grep -Eq '^[0-9A-F-]+ -?[0-9]+\.[0-9]{2}$' "$work/by-cmake"
+
+library=$prefix/lib/libBrenloftSDK.so.1
+[ -e "$library" ] || { echo "no $library"; exit 1; }
+foreign=$(nm -DC --defined-only "$library" | cut -d' ' -f3- |
+  sed -E 's/^(typeinfo name for|typeinfo for|vtable for|VTT for|non-virtual thunk to|guard variable for) //' |
+  grep -Ev '^(BRL|SensorLog|platform::|kBRL|kBeacon|SAFETY_|Nearest|BrenloftSDKVersion|BRENLOFTSDK_1|decodeSensorFrame|dictionaryOf)' ||
+  true)
+[ -z "$foreign" ] || { echo "exported beside the interface:"; echo "$foreign" | head -20; exit 1; }
+for name in NearestBeaconSensorFindingBuffer SAFETY_REGION_IDENTIFIER kBeaconExitTime kBRLBeaconRegionID \
+  BrenloftSDKVersionNumber BrenloftSDKVersionString; do
+  nm -D --defined-only "$library" | grep -q " $name" || { echo "not exported: $name"; exit 1; }
+done
+"$prefix/bin/brenloft" --version

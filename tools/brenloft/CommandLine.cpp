@@ -1,0 +1,223 @@
+#include "tools/brenloft/CommandLine.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/bluetooth/CBUUID.h"
+#include "tools/brenloft/Commands.h"
+#include "tools/brenloft/Source.h"
+#include "tools/brenloft/Texts.h"
+
+namespace brenloft {
+namespace {
+
+// CLI11 stays in this file: it is the dearest header of the program.
+
+using Run = std::function<ExitStatus()>;
+
+const std::map<std::string, Format> kTwoFormats{{"table", Format::table}, {"jsonl", Format::jsonl}};
+const std::map<std::string, Format> kAllFormats{
+    {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
+
+template <typename Value>
+void addFormat(CLI::App& command, Value& format, const std::map<std::string, Format>& choices) {
+  const bool hasCsv = choices.count("csv") != 0;
+  command
+      .add_option_function<std::string>(
+          "-F,--format", [&format, &choices](const std::string& name) { format = choices.at(name); },
+          hasCsv ? "table, jsonl or csv" : "table or jsonl")
+      ->check(CLI::IsMember(choices));
+}
+
+template <typename Duration>
+CLI::Option* addDuration(CLI::App& command, const std::string& name, Duration& duration,
+                         const std::string& help) {
+  return command.add_option_function<std::string>(
+      name,
+      [&duration, name](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value)
+          throw CLI::ValidationError(name, "'" + text + "' is no duration such as 10, 2.5 or 1h30m");
+        duration = *value;
+      },
+      help);
+}
+
+void addContainer(CLI::App& command, std::filesystem::path& container) {
+  command.add_option_function<std::string>(
+      "-C,--container", [&container](const std::string& folder) { container = folder; },
+      "folder of the log, the tags and the settings; default: the user's data folder for brenloft");
+}
+
+void addSource(CLI::App& command, std::string& source, bool isRequired) {
+  auto* option = command.add_option("-s,--source", source, std::string("where to hear: ") + kSourceForms);
+  if (isRequired)
+    option->required();
+  else
+    option->capture_default_str();
+}
+
+// Each `add` function declares one command; `run` is what the command line chose in the end.
+
+void addDecode(CLI::App& app, Run& run) {
+  auto options = std::make_shared<DecodeOptions>();
+  auto* command = app.add_subcommand("decode", "Decode sensor frames, given as hexadecimal text");
+  command->add_option("HEX", options->frames, "one frame each; none: one per line on standard input");
+  addFormat(*command, options->format, kTwoFormats);
+  command->callback([&run, options] { run = [options] { return runDecode(*options); }; });
+}
+
+void addHear(CLI::App& app, Run& run) {
+  auto options = std::make_shared<HearOptions>();
+  auto* command = app.add_subcommand("hear", "Print every advertising report as it was heard");
+  addSource(*command, options->source, true);
+  command->add_flag("--merged", options->merged,
+                    "each report merged with its scan response or advertisement");
+  addFormat(*command, options->format, kTwoFormats);
+  addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
+  command->add_option("-n,--count", options->count, "end after so many reports")->check(CLI::PositiveNumber);
+  command->add_option("--record", options->record, "write everything heard to a btsnoop file");
+  command->callback([&run, options] { run = [options] { return runHear(*options); }; });
+}
+
+void addSimulate(CLI::App& app, Run& run) {
+  auto options = std::make_shared<SimulateOptions>();
+  auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
+  command->add_option("-o,--out", options->out, "the file to write")->required();
+  command->add_option("--beacons", options->beacons, "sensor beacons")->capture_default_str();
+  command->add_option("--ibeacons", options->iBeacons, "iBeacons")->capture_default_str();
+  addDuration(*command, "--seconds", options->duration, "how long it lasts; default 60");
+  command->add_option("--seed", options->seed, "another seed, another world")->capture_default_str();
+  command->callback([&run, options] { run = [options] { return runSimulate(*options); }; });
+}
+
+void addSearchOptions(CLI::App& command, SearchOptions& options) {
+  addSource(command, options.source, false);
+  command.add_option("--exit-time", options.exitTime, "seconds of silence after which a beacon is lost")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  command.add_flag("--log", options.log, "write what is reported to the sensor log");
+  addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
+  command.add_option("-n,--count", options.count, "end after so many events")->check(CLI::PositiveNumber);
+  addFormat(command, options.format, kAllFormats);
+  addContainer(command, options.container);
+  command.add_option("--record", options.record, "write everything heard to a btsnoop file");
+  command.add_flag("-q,--quiet", options.quiet, "without the library's diagnostic lines");
+}
+
+std::string checkServiceUUID(const std::string& text) {
+  return platform::CBUUID::UUIDWithString(text) ? "" : "'" + text + "' is no UUID of 4, 8 or 32 digits";
+}
+
+std::string checkProximityUUID(const std::string& text) {
+  return platform::NSUUID::initWithUUIDString(text) ? "" : "'" + text + "' is no UUID of 36 characters";
+}
+
+void addScan(CLI::App& app, Run& run) {
+  auto options = std::make_shared<SearchOptions>();
+  auto* command = app.add_subcommand("scan", "Find sensor beacons and tell their readings");
+  command->add_option("--uuid", options->uuid, "only this service; default: every one")
+      ->check(checkServiceUUID);
+  addSearchOptions(*command, *options);
+  command->callback([&run, options] { run = [options] { return runSearch(*options); }; });
+}
+
+void addRange(CLI::App& app, Run& run) {
+  auto options = std::make_shared<SearchOptions>();
+  options->mode = SearchOptions::Mode::iBeacons;
+  auto* command = app.add_subcommand("range", "Find iBeacons of one proximity UUID");
+  command->add_option("--uuid", options->uuid, "the proximity UUID")->required()->check(checkProximityUUID);
+  auto* major = command->add_option("--major", options->major, "major number")->check(CLI::Range(0, 65535));
+  auto* minor = command->add_option("--minor", options->minor, "minor number")->check(CLI::Range(0, 65535));
+  auto* group =
+      command
+          ->add_option("--group", options->group,
+                       "what tells beacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: "
+                       "what is given")
+          ->check(CLI::Range(0, 2));
+  addSearchOptions(*command, *options);
+  command->callback([&run, options, major, minor, group] {
+    if (group->count() == 0 && minor->count() != 0)
+      options->group = 2;
+    else if (group->count() == 0 && major->count() != 0)
+      options->group = 1;
+    run = [options] { return runSearch(*options); };
+  });
+}
+
+void addLog(CLI::App& app, Run& run) {
+  auto options = std::make_shared<LogOptions>();
+  auto* log = app.add_subcommand("log", "Read and delete the sensor log")->require_subcommand(1);
+  const auto add = [&](const char* name, const char* help, LogOptions::Action action) {
+    auto* command = log->add_subcommand(name, help);
+    addContainer(*command, options->container);
+    command->callback([&run, options, action] {
+      options->action = action;
+      run = [options] { return runLog(*options); };
+    });
+    return command;
+  };
+  auto* show = add("show", "Print the rows", LogOptions::Action::show);
+  addFormat(*show, options->format, kTwoFormats);
+  show->add_option("--last", options->last, "only the newest so many");
+  show->add_flag("-f,--follow", options->follow, "wait for new rows");
+  add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument)
+      ->add_option("-o,--out", options->out, "the file to write; default: standard output");
+  add("count", "Print the number of rows", LogOptions::Action::count);
+  add("delete", "Delete every row", LogOptions::Action::deleteAll)
+      ->add_flag("-y,--yes", options->yes, "without asking");
+}
+
+void addTag(CLI::App& app, Run& run) {
+  auto options = std::make_shared<TagOptions>();
+  auto* tag = app.add_subcommand("tag", "Set and read the tags of beacons")->require_subcommand(1);
+  const auto add = [&](const char* name, const char* help, TagOptions::Action action) {
+    auto* command = tag->add_subcommand(name, help);
+    addContainer(*command, options->container);
+    command->callback([&run, options, action] {
+      options->action = action;
+      run = [options] { return runTag(*options); };
+    });
+    return command;
+  };
+  auto* set = add("set", "Add a tag; an earlier one of the key stays", TagOptions::Action::set);
+  set->add_option("KEY", options->key, "what to find it by")->required();
+  set->add_option("--file", options->file, "the file that holds it; default: standard input");
+  add("get", "Write the oldest tag of a key as it is", TagOptions::Action::get)
+      ->add_option("KEY", options->key, "what it was set by")
+      ->required();
+  addFormat(*add("list", "List all tags", TagOptions::Action::list), options->format, kTwoFormats);
+  add("clear", "Delete all tags", TagOptions::Action::clear)
+      ->add_flag("-y,--yes", options->yes, "without asking");
+}
+
+void addSources(CLI::App& app, Run& run) {
+  auto* command = app.add_subcommand("sources", "List what this machine can hear with");
+  command->callback([&run] { run = [] { return runSources(); }; });
+}
+
+}  // namespace
+
+ExitStatus runCommandLine(int argc, char** argv) {
+  CLI::App app("Sensor beacons and iBeacons over Bluetooth Low Energy", "brenloft");
+  app.footer(
+      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no radio, 4 not permitted, 5 the store cannot be "
+      "used.");
+  app.set_version_flag("--version", "brenloft " BRENLOFT_VERSION);
+  app.require_subcommand(1);
+  Run run;
+  for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources})
+    add(app, run);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? ExitStatus::done : ExitStatus::usage;
+  }
+  return run();
+}
+
+}  // namespace brenloft

@@ -1,0 +1,171 @@
+#include <atomic>
+#include <mutex>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "platform/bluetooth/ADStructures.h"
+#include "platform/bluetooth/AdvertisementMerger.h"
+#include "platform/bluetooth/capture/CaptureReader.h"
+#include "platform/foundation/Hex.h"
+#include "tools/brenloft/Commands.h"
+#include "tools/brenloft/JsonLine.h"
+#include "tools/brenloft/Listener.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/Output.h"
+#include "tools/brenloft/Readings.h"
+#include "tools/brenloft/Source.h"
+#include "tools/brenloft/StopSignals.h"
+#include "tools/brenloft/Texts.h"
+
+namespace brenloft {
+namespace {
+
+using platform::AdvertisingReport;
+using platform::CBUUID;
+using platform::DataView;
+
+// Prints what was heard, report by report or as a central delivers it.
+class HeardPrinter {
+ public:
+  HeardPrinter(const HearOptions& options, Output& out) : options_(options), out_(out) {
+    if (options_.format == Format::table)
+      out_.write(fmt::format("{:<27}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", "address", "kind", "rssi",
+                             "uuids", "manufacturer data, readings"));
+  }
+
+  void print(const AdvertisingReport& report) {
+    if (isFull()) return;
+    ++printed_;
+    if (options_.merged) {
+      const auto merged = merger_.merge(report);
+      const auto& data = merged->data;
+      print(report, data.serviceUUIDs.value_or(std::vector<CBUUID>()),
+            data.manufacturerData ? std::optional<DataView>(*data.manufacturerData) : std::nullopt);
+    } else {
+      structures_.read(report.data);
+      print(report, structures_.serviceUUIDs, structures_.manufacturerData);
+    }
+  }
+
+  bool isFull() const { return options_.count != 0 && printed_ >= options_.count; }
+
+ private:
+  void print(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
+             std::optional<DataView> manufacturer) {
+    const auto readings = manufacturer ? decodeSensorFrame(*manufacturer) : std::nullopt;
+    if (options_.format == Format::table)
+      writeRow(report, uuids, manufacturer, readings);
+    else
+      writeLine(report, uuids, manufacturer, readings);
+  }
+
+  void writeLine(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
+                 std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
+    line_.beginObject();
+    line_.key("time").date(report.time);
+    line_.key("address").text(report.address.text());
+    line_.key("kind").text(textOf(report.kind));
+    line_.key("rssi").number(report.rssi);
+    line_.key("uuids").beginArray();
+    for (const CBUUID& uuid : uuids) line_.text(uuid.UUIDString());
+    line_.endArray();
+    line_.key("manufacturer");
+    if (manufacturer)
+      line_.text(platform::hexText(*manufacturer));
+    else
+      line_.null();
+    line_.key("readings");
+    writeReadings(line_, readings);
+    line_.endObject();
+    out_.write(line_.take());
+  }
+
+  void writeRow(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
+                std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
+    std::string texts;
+    for (const CBUUID& uuid : uuids) texts += (texts.empty() ? "" : ",") + uuid.UUIDString();
+    out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", dateText(report.time),
+                           report.address.text(), textOf(report.kind), report.rssi,
+                           texts.empty() ? "-" : texts, manufacturer ? platform::hexText(*manufacturer) : "-",
+                           readings ? "  " + readingsText(*readings) : ""));
+  }
+
+  const HearOptions& options_;
+  Output& out_;
+  JsonLine line_;
+  platform::ADStructures structures_;
+  platform::AdvertisementMerger merger_;
+  std::atomic<uint64_t> printed_{0};
+};
+
+// Straight through, in the order of the file, whatever its clock does.
+void readCapture(const HearOptions& options, const std::string& file, HeardPrinter& printer, Output& out) {
+  StopSignals signals;
+  signals.watch([] {});
+  ProgressBar progress;
+  std::string error;
+  const auto reader = platform::CaptureReader::open(
+      file, [](const platform::CaptureDiagnostic& diagnostic) { say(diagnostic.line()); }, error);
+  if (!reader) throw Failure(ExitStatus::failed, error);
+  const auto listener = Listener::make({.record = options.record});
+  const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
+
+  std::optional<platform::Date> end;
+  while (!signals.isStopped() && !out.isClosed() && !printer.isFull()) {
+    const auto next = reader->next();
+    if (next == platform::CaptureReader::Next::end) break;
+    if (reader->size()) progress.show(reader->position(), *reader->size());
+    if (next != platform::CaptureReader::Next::record) continue;
+    if (!end && options.duration) end = reader->time() + *options.duration;
+    if (end && reader->time() >= *end) break;
+    reader->read(recorded);
+  }
+  progress.clear();
+  listener->finish();
+}
+
+// Everything else comes at its own time.
+void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) {
+  StopSignals signals;
+  RunLoop* running = nullptr;
+  Source source = openSource(options.source, {.onEnd = [&] { running->stop(); }, .onMessage = say});
+  RunLoop& loop = *source.loop;
+  running = &loop;
+  signals.watch([&] { loop.stop(); });
+  const auto listener = Listener::make({.record = options.record,
+                                        .isRadio = source.isRadio,
+                                        .onMessage = say,
+                                        .onRadioState = [](const auto& state) { say(radioLine(state)); },
+                                        .onUnusable = [&] { loop.stop(); }});
+  const auto reports = listener->wrap(source.reports);
+  reports->open(
+      [&](const AdvertisingReport& report) {
+        printer.print(report);
+        if (out.isClosed() || printer.isFull()) loop.stop();
+      },
+      [](const platform::RadioState&) {});
+  reports->startScan({});
+  if (options.duration)
+    loop.dispatch()->after(*options.duration, loop.dispatch()->mainQueue(), [&] { loop.stop(); });
+  loop.run();
+  reports->stopScan();
+  reports->close();
+  listener->finish();
+}
+
+}  // namespace
+
+ExitStatus runHear(const HearOptions& options) {
+  const std::string file = captureFileOf(options.source);
+  Output out(file.empty() ? Output::Buffering::lines : Output::Buffering::blocks);
+  HeardPrinter printer(options, out);
+  if (file.empty())
+    hearSource(options, printer, out);
+  else
+    readCapture(options, file, printer, out);
+  out.finish();
+  return ExitStatus::done;
+}
+
+}  // namespace brenloft

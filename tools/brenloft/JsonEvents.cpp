@@ -1,0 +1,67 @@
+#include "tools/brenloft/JsonLine.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/Readings.h"
+#include "tools/brenloft/SearchEvents.h"
+
+namespace brenloft {
+namespace {
+
+class JsonEvents : public SearchEvents {
+ public:
+  explicit JsonEvents(Output& out) : out_(out) {}
+
+  void bytes(platform::Date time, const Octets& octets) override {
+    begin("bytes", time).key("bytes").beginArray();
+    for (const std::string& octet : octets) line_.text(octet);
+    line_.endArray();
+    end();
+  }
+
+  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override { one("beacon", time, record); }
+  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    one("emergency", time, record);
+  }
+
+  void ranged(platform::Date time, const BRLRecordList& records) override {
+    begin("ranged", time).key("beacons").beginArray();
+    for (const auto& record : records.view()) writeRecord(line_, record->snapshot());
+    line_.endArray();
+    end();
+  }
+
+  void radio(platform::Date time, const platform::RadioState& state) override {
+    begin("radio", time).key("state").text(textOf(state.state)).key("reason");
+    if (state.reason.empty())
+      line_.null();
+    else
+      line_.text(state.reason);
+    end();
+  }
+
+ private:
+  JsonLine& begin(std::string_view event, platform::Date time) {
+    return line_.beginObject().key("event").text(event).key("time").date(time);
+  }
+
+  void end() {
+    line_.endObject();
+    out_.write(line_.take());
+  }
+
+  void one(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+    begin(event, time).key("beacon");
+    writeRecord(line_, record);
+    end();
+  }
+
+  Output& out_;
+  JsonLine line_;
+};
+
+}  // namespace
+
+std::unique_ptr<SearchEvents> makeJsonEvents(Output& out) {
+  return std::make_unique<JsonEvents>(out);
+}
+
+}  // namespace brenloft

@@ -1,0 +1,122 @@
+#include "tools/brenloft/JsonLine.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+#include <rapidjson/encodings.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace brenloft {
+namespace {
+
+using Utf8 = rapidjson::UTF8<>;
+
+// Only what is no UTF-8 takes the slow road.
+std::string repaired(std::string_view text) {
+  rapidjson::StringBuffer out;
+  while (!text.empty()) {
+    rapidjson::MemoryStream in(text.data(), text.size());
+    unsigned codepoint = 0;
+    const bool valid = Utf8::Decode(in, &codepoint) && in.Tell() <= text.size();
+    Utf8::Encode(out, valid ? codepoint : 0xFFFDU);
+    text.remove_prefix(valid ? in.Tell() : 1);
+  }
+  return {out.GetString(), out.GetSize()};
+}
+
+}  // namespace
+
+struct JsonLine::State {
+  using Writer = rapidjson::Writer<rapidjson::StringBuffer, Utf8, Utf8, rapidjson::CrtAllocator,
+                                   rapidjson::kWriteValidateEncodingFlag>;
+
+  // The one for the next value; the first after `take` begins a line.
+  Writer& next() {
+    if (taken) {
+      buffer.Clear();
+      writer.Reset(buffer);
+      taken = false;
+    }
+    return writer;
+  }
+
+  rapidjson::StringBuffer buffer;
+  Writer writer{buffer};
+  bool taken = false;
+};
+
+JsonLine::JsonLine() : state_(std::make_unique<State>()) {}
+JsonLine::~JsonLine() = default;
+
+JsonLine& JsonLine::beginObject() {
+  state_->next().StartObject();
+  return *this;
+}
+
+JsonLine& JsonLine::endObject() {
+  state_->next().EndObject();
+  return *this;
+}
+
+JsonLine& JsonLine::beginArray() {
+  state_->next().StartArray();
+  return *this;
+}
+
+JsonLine& JsonLine::endArray() {
+  state_->next().EndArray();
+  return *this;
+}
+
+JsonLine& JsonLine::key(std::string_view key) {
+  state_->next().Key(key.data(), static_cast<rapidjson::SizeType>(key.size()));
+  return *this;
+}
+
+JsonLine& JsonLine::text(std::string_view text) {
+  const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+  if (std::all_of(text.begin(), text.end(), isAscii)) {
+    state_->next().String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  } else {
+    const std::string whole = repaired(text);
+    state_->next().String(whole.data(), static_cast<rapidjson::SizeType>(whole.size()));
+  }
+  return *this;
+}
+
+JsonLine& JsonLine::textOrNull(const std::optional<std::string>& optional) {
+  return optional ? text(*optional) : null();
+}
+
+JsonLine& JsonLine::number(int64_t number) {
+  state_->next().Int64(number);
+  return *this;
+}
+
+JsonLine& JsonLine::date(platform::Date date) {
+  const std::string seconds = secondsText(date);
+  state_->next().RawValue(seconds.data(), seconds.size(), rapidjson::kNumberType);
+  return *this;
+}
+
+JsonLine& JsonLine::null() {
+  state_->next().Null();
+  return *this;
+}
+
+std::string_view JsonLine::take() {
+  state_->buffer.Put('\n');
+  state_->taken = true;
+  return {state_->buffer.GetString(), state_->buffer.GetSize()};
+}
+
+std::string secondsText(platform::Date date) {
+  constexpr int64_t kMillion = 1'000'000;
+  const int64_t micros = date.time_since_epoch().count();
+  const uint64_t magnitude = micros < 0 ? 0 - static_cast<uint64_t>(micros) : static_cast<uint64_t>(micros);
+  return fmt::format("{}{}.{:06}", micros < 0 ? "-" : "", magnitude / kMillion, magnitude % kMillion);
+}
+
+}  // namespace brenloft

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/Date.h"
+
+namespace brenloft {
+
+/// Writes one line of JSON after the other, each one value.
+///
+/// Threads: one at a time.
+class JsonLine {
+ public:
+  JsonLine();
+  ~JsonLine();
+  JsonLine(const JsonLine&) = delete;
+  JsonLine& operator=(const JsonLine&) = delete;
+
+  JsonLine& beginObject();
+  JsonLine& endObject();
+  JsonLine& beginArray();
+  JsonLine& endArray();
+  JsonLine& key(std::string_view key);
+  /// Octets that are no UTF-8 come out as replacement characters.
+  JsonLine& text(std::string_view text);
+  JsonLine& textOrNull(const std::optional<std::string>& text);
+  JsonLine& number(int64_t number);
+  /// Seconds since 1970 with six decimals.
+  JsonLine& date(platform::Date date);
+  JsonLine& null();
+
+  /// The line with its end; the next one begins. Valid until then.
+  std::string_view take();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+/// Seconds since 1970 with exactly six decimals, "-0.000001" for the microsecond before.
+std::string secondsText(platform::Date date);
+
+}  // namespace brenloft

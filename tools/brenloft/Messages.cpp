@@ -1,0 +1,63 @@
+#include "tools/brenloft/Messages.h"
+
+#include <cstdio>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace brenloft {
+
+void say(std::string_view line) {
+  fmt::print(stderr, "{}\n", line);
+}
+
+std::string_view textOf(platform::CBManagerState state) {
+  using platform::CBManagerState;
+  switch (state) {
+    case CBManagerState::unknown:
+      return "unknown";
+    case CBManagerState::resetting:
+      return "resetting";
+    case CBManagerState::unsupported:
+      return "unsupported";
+    case CBManagerState::unauthorized:
+      return "unauthorized";
+    case CBManagerState::poweredOff:
+      return "poweredOff";
+    case CBManagerState::poweredOn:
+      return "poweredOn";
+  }
+  return "unknown";
+}
+
+std::string radioLine(const platform::RadioState& state) {
+  const std::string reason = state.reason.empty() ? std::string() : fmt::format(" ({})", state.reason);
+  return fmt::format("radio: {}{}", textOf(state.state), reason);
+}
+
+namespace {
+
+constexpr uint64_t kLongFile = 4 * 1024 * 1024;
+constexpr int kWidth = 40;
+
+}  // namespace
+
+ProgressBar::ProgressBar() : isTerminal_(::isatty(STDERR_FILENO) == 1) {}
+
+void ProgressBar::show(uint64_t position, uint64_t size) {
+  if (!isTerminal_ || size < kLongFile) return;
+  const uint64_t percent = position >= size ? 100 : position * 100 / size;
+  if (percent == shown_) return;
+  shown_ = percent;
+  const auto full = static_cast<std::size_t>(percent) * kWidth / 100;
+  fmt::print(stderr, "\r[{:<{}}] {:3} %", std::string(full, '='), kWidth, percent);
+  std::fflush(stderr);
+}
+
+void ProgressBar::clear() {
+  if (shown_ == UINT64_MAX) return;
+  shown_ = UINT64_MAX;
+  fmt::print(stderr, "\r\x1b[K");
+}
+
+}  // namespace brenloft

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+
+namespace brenloft {
+
+/// One line on standard error. Threads: any.
+void say(std::string_view line);
+
+/// "poweredOn", …: one text per state.
+std::string_view textOf(platform::CBManagerState state);
+/// "radio: poweredOff (blocked by rfkill)"
+std::string radioLine(const platform::RadioState& state);
+
+/// How far a long file was read, on standard error when that is a terminal. Threads: one at a time.
+class ProgressBar {
+ public:
+  ProgressBar();
+  ~ProgressBar() { clear(); }
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+
+  void show(uint64_t position, uint64_t size);
+  void clear();
+
+ private:
+  bool isTerminal_;
+  uint64_t shown_ = UINT64_MAX;  // percent
+};
+
+}  // namespace brenloft

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brenloft {
+
+// What the command line asked for, one structure per command; `CommandLine.cpp` fills them.
+
+enum class Format { table, jsonl, csv };
+
+struct DecodeOptions {
+  std::vector<std::string> frames;  ///< hexadecimal; none: one per line on standard input
+  Format format = Format::table;
+};
+
+struct HearOptions {
+  std::string source;
+  bool merged = false;  ///< what a central delivers instead of single reports
+  Format format = Format::table;
+  std::optional<std::chrono::microseconds> duration;
+  uint64_t count = 0;  ///< ends after so many; 0: never
+  std::string record;  ///< capture file to write, if any
+};
+
+struct SimulateOptions {
+  std::string out;
+  uint32_t beacons = 5;
+  uint32_t iBeacons = 0;
+  std::chrono::microseconds duration = std::chrono::seconds(60);
+  uint64_t seed = 1;
+};
+
+/// `scan` and `range`.
+struct SearchOptions {
+  enum class Mode : uint8_t { sensors = 1, iBeacons = 2 };
+  Mode mode = Mode::sensors;
+  std::string source = "auto";
+  std::optional<std::string> uuid;
+  int64_t major = 0;
+  int64_t minor = 0;
+  int64_t group = 0;    ///< as `beaconGroupType`
+  double exitTime = 5;  ///< seconds
+  bool log = false;
+  std::optional<std::chrono::microseconds> duration;
+  uint64_t count = 0;            ///< ends after so many events; 0: never
+  std::optional<Format> format;  ///< absent: a table on a terminal, else JSON lines
+  std::filesystem::path container;
+  std::string record;
+  bool quiet = false;  ///< without the library's diagnostic lines
+};
+
+struct LogOptions {
+  enum class Action { show, exportDocument, count, deleteAll };
+  Action action = Action::show;
+  std::filesystem::path container;
+  std::string out;                ///< of `export`; none: standard output
+  Format format = Format::table;  ///< of `show`
+  std::optional<uint64_t> last;   ///< of `show`: only so many
+  bool follow = false;
+  bool yes = false;
+};
+
+struct TagOptions {
+  enum class Action { set, get, list, clear };
+  Action action = Action::list;
+  std::filesystem::path container;
+  std::string key;
+  std::string file;
+  Format format = Format::table;
+  bool yes = false;
+};
+
+}  // namespace brenloft

@@ -1,0 +1,204 @@
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "BrenloftSDK/BRLContextManager.h"
+#include "BrenloftSDK/BRLCoreDataManager.h"
+#include "platform/NativePlatform.h"
+#include "tools/brenloft/Commands.h"
+#include "tools/brenloft/Listener.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/SearchEvents.h"
+#include "tools/brenloft/Source.h"
+#include "tools/brenloft/StopSignals.h"
+
+namespace brenloft {
+namespace {
+
+constexpr std::chrono::milliseconds kTick{250};
+
+Format formatOf(const SearchOptions& options) {
+  if (options.format) return *options.format;
+  return Output::isTerminal() ? Format::table : Format::jsonl;
+}
+
+std::unique_ptr<SearchEvents> makeEvents(Format format, Output& out) {
+  switch (format) {
+    case Format::jsonl:
+      return makeJsonEvents(out);
+    case Format::csv:
+      return makeCsvEvents(out);
+    case Format::table:
+      break;
+  }
+  return Output::isTerminal() ? makeLiveTable(out) : makeRowEvents(out);
+}
+
+// Passes the library's calls on, one at a time: they come on several threads.
+class Reporter final : public BRLDelegateOf<Reporter> {
+ public:
+  Reporter(SearchEvents& events, Output& out, uint64_t count)
+      : events_(events), out_(out), isCounted_(count != 0), left_(count) {}
+
+  /// Where the time of an event comes from, and what ends the search.
+  void attach(RunLoop& loop) { loop_ = &loop; }
+
+  void contextManager_forBeacon(BRLContextManager&,
+                                const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
+    report([&](auto time) { events_.beacon(time, beacon->snapshot()); });
+  }
+  void contextManager_didRangeBeaconSensors(BRLContextManager&, const BRLRecordList& beacons) override {
+    report([&](auto time) { events_.ranged(time, beacons); });
+  }
+  void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>& octets) override {
+    report([&](auto time) { events_.bytes(time, octets); });
+  }
+  void emergencyCallback_forBeacon(BRLContextManager&,
+                                   const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
+    report([&](auto time) { events_.emergency(time, beacon->snapshot()); });
+  }
+  void radio(const platform::RadioState& state) {
+    report([&](auto time) { events_.radio(time, state); });
+  }
+
+  void tick() {
+    const std::scoped_lock lock(mutex_);
+    events_.tick();
+  }
+  /// Writes to standard error, beside what stands on the terminal.
+  template <typename Write>
+  void aside(Write write) {
+    const std::scoped_lock lock(mutex_);
+    events_.makeRoom();
+    write();
+  }
+  void finish() {
+    const std::scoped_lock lock(mutex_);
+    events_.finish();
+  }
+
+ private:
+  template <typename Event>
+  void report(Event event) {
+    const std::scoped_lock lock(mutex_);
+    if (isCounted_ && left_ == 0) return;
+    event(loop_->dispatch()->date());
+    if ((isCounted_ && --left_ == 0) || out_.isClosed()) loop_->stop();
+  }
+
+  std::mutex mutex_;  // guards what follows; never taken while the library is called
+  SearchEvents& events_;
+  Output& out_;
+  RunLoop* loop_ = nullptr;
+  const bool isCounted_;
+  uint64_t left_;
+};
+
+// One search from its source to its end. Lives to the end of the process, as the library's own objects do:
+// their queues may still hold calls into it.
+class Search {
+ public:
+  explicit Search(SearchOptions options)
+      : options_(std::move(options)),
+        out_(captureFileOf(options_.source).empty() ? Output::Buffering::lines : Output::Buffering::blocks),
+        events_(makeEvents(formatOf(options_), out_)),
+        reporter_(*events_, out_, options_.count) {}
+
+  void run() {
+    StopSignals signals;
+    openSourceAndListener();
+    installPlatform();
+    signals.watch([this] { source_.loop->stop(); });
+    begin();
+    source_.loop->run();
+    end();
+  }
+
+ private:
+  void openSourceAndListener() {
+    const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
+    source_ = openSource(options_.source, {.onEnd = [this] { source_.loop->stop(); }, .onMessage = message});
+    reporter_.attach(*source_.loop);
+    listener_ = Listener::make(
+        {.record = options_.record,
+         .isRadio = source_.isRadio,
+         .exitTime =
+             options_.mode == SearchOptions::Mode::sensors ? std::optional(options_.exitTime) : std::nullopt,
+         .onMessage = message,
+         .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
+         .onUnusable = [this] { source_.loop->stop(); }});
+    reports_ = listener_->wrap(source_.reports);
+  }
+
+  void installPlatform() {
+    auto platform = platform::nativePlatform(
+        {.container = options_.container, .radio = reports_, .dispatch = source_.loop->dispatch()});
+    // A search that keeps nothing leaves no trace.
+    if (!options_.log && options_.container.empty())
+      platform.userDefaults = platform::makeInMemoryUserDefaults();
+    if (options_.quiet)
+      platform.log = [](std::string_view) {};
+    else
+      platform.log = [this, log = platform.log](std::string_view line) {
+        reporter_.aside([&] { log(line); });
+      };
+    platform::Platform::install(std::move(platform));
+    if (!options_.log) return;
+    if (const auto problem = BRLCoreDataManager::Class::storeProblem())
+      throw Failure(ExitStatus::storeUnusable, *problem);
+  }
+
+  void begin() {
+    using Class = BRLContextManager::Class;
+    BRLContextManager* manager = Class::brlWithProximityUUID(options_.uuid);
+    manager->setBeaconMajor(options_.major);
+    manager->setBeaconMinor(options_.minor);
+    manager->setIsLogSave(options_.log);
+    Class::setBeaconType(static_cast<uint64_t>(options_.mode));
+    Class::setBeaconGroupType(options_.group);
+    Class::setBeaconExitTime(options_.exitTime);
+    Class::setDelegate(&reporter_);
+    const auto& dispatch = *source_.loop->dispatch();
+    if (options_.duration)
+      source_.loop->dispatch()->after(*options_.duration, dispatch.mainQueue(),
+                                      [this] { source_.loop->stop(); });
+    tick();
+    Class::startLeScan();
+  }
+
+  void tick() {
+    reporter_.tick();
+    source_.loop->dispatch()->after(kTick, source_.loop->dispatch()->mainQueue(), [this] { tick(); });
+  }
+
+  void end() {
+    BRLContextManager::Class::stopLeScan();
+    BRLContextManager::Class::setDelegate(nullptr);
+    source_.loop->settle();
+    reports_->close();
+    reporter_.finish();
+    out_.finish();
+    listener_->finish();
+  }
+
+  const SearchOptions options_;
+  Output out_;
+  std::unique_ptr<SearchEvents> events_;
+  Reporter reporter_;
+  Source source_;
+  std::shared_ptr<Listener> listener_;
+  std::shared_ptr<platform::AdvertisingReportSource> reports_;
+};
+
+}  // namespace
+
+ExitStatus runSearch(const SearchOptions& options) {
+  static Search& search = *new Search(options);
+  search.run();
+  return ExitStatus::done;
+}
+
+}  // namespace brenloft

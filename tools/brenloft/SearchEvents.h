@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BrenloftSDK/BRLDataModel.h"
+#include "BrenloftSDK/BRLRecordList.h"
+#include "platform/bluetooth/AdvertisingReport.h"
+#include "tools/brenloft/Output.h"
+
+namespace brenloft {
+
+/// What a search tells, in one of the forms in which it can be shown. Times are those of the delegate calls.
+///
+/// Threads: one call at a time.
+class SearchEvents {
+ public:
+  using Octets = std::vector<std::string>;
+
+  virtual ~SearchEvents() = default;
+  virtual void bytes(platform::Date time, const Octets& octets) = 0;
+  virtual void beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual void emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual void ranged(platform::Date time, const BRLRecordList& records) = 0;
+  virtual void radio(platform::Date time, const platform::RadioState& state) = 0;
+  /// A few times a second.
+  virtual void tick() {}
+  /// Somebody is about to write to standard error.
+  virtual void makeRoom() {}
+  virtual void finish() {}
+};
+
+/// One JSON line per event.
+std::unique_ptr<SearchEvents> makeJsonEvents(Output& out);
+/// A header, then one line per record that an event shows.
+std::unique_ptr<SearchEvents> makeCsvEvents(Output& out);
+/// One line for people per record that changed.
+std::unique_ptr<SearchEvents> makeRowEvents(Output& out);
+/// A table on a terminal that is redrawn in place, one line per beacon.
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out);
+
+}  // namespace brenloft

@@ -1,0 +1,48 @@
+#include "tools/brenloft/StopSignals.h"
+
+#include <array>
+#include <csignal>
+#include <utility>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace brenloft {
+
+StopSignals::StopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signals_ = ::signalfd(-1, &set, SFD_CLOEXEC);
+  end_ = ::eventfd(0, EFD_CLOEXEC);
+}
+
+StopSignals::~StopSignals() {
+  if (thread_.joinable()) {
+    ::eventfd_write(end_, 1);
+    thread_.join();
+  }
+  ::close(signals_);
+  ::close(end_);
+}
+
+void StopSignals::watch(std::function<void()> onStop) {
+  thread_ = std::thread([this, onStop = std::move(onStop)] { wait(onStop); });
+}
+
+void StopSignals::wait(const std::function<void()>& onStop) {
+  std::array<pollfd, 2> events{{{signals_, POLLIN, 0}, {end_, POLLIN, 0}}};
+  while (true) {
+    if (::poll(events.data(), events.size(), -1) < 0) continue;
+    if (events[1].revents != 0) return;
+    signalfd_siginfo info{};
+    if (::read(signals_, &info, sizeof info) != sizeof info) continue;
+    if (stopped_.exchange(true)) ::_exit(128 + static_cast<int>(info.ssi_signo));
+    onStop();
+  }
+}
+
+}  // namespace brenloft

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace brenloft {
+
+/// Turns Ctrl-C, SIGTERM and a terminal that went away into one orderly stop; a second one ends the process.
+/// Make it before any other thread, so that all of them leave the signals alone.
+class StopSignals {
+ public:
+  StopSignals();
+  ~StopSignals();
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+  /// Calls `onStop` once, on a thread of its own, when a signal comes or came already. Call once.
+  void watch(std::function<void()> onStop);
+  bool isStopped() const { return stopped_; }
+
+ private:
+  void wait(const std::function<void()>& onStop);
+
+  int signals_ = -1;  // signalfd
+  int end_ = -1;      // eventfd that ends the thread
+  std::atomic<bool> stopped_{false};
+  std::thread thread_;
+};
+
+}  // namespace brenloft
