@@ -32,7 +32,7 @@ void rescheduleOnRealTime(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
   timer->cancel();
 }
-BENCHMARK(rescheduleOnRealTime)->ArgName("delay")->Arg(5)->Arg(25)->UseRealTime();
+BENCHMARK(rescheduleOnRealTime)->ArgName("delay")->Arg(5)->Arg(25);
 
 void rescheduleOnVirtualTime(benchmark::State& state) {
   const auto dispatch = VirtualDispatch::make();
