@@ -65,7 +65,8 @@ void H4Server::run() {
   }
 }
 
-void H4Server::serve(int line) {
+void H4Server::serve(int descriptor) {
+  const auto line = std::make_shared<hci::FileDescriptor>(descriptor);
   {
     const std::lock_guard lock(mutex_);
     line_ = line;
@@ -74,29 +75,29 @@ void H4Server::serve(int line) {
   hci::H4Decoder decoder;
   std::array<std::byte, 4096> buffer{};
   while (true) {
-    pollfd polled{line, POLLIN, 0};
+    pollfd polled{descriptor, POLLIN, 0};
     const int rc = ::poll(&polled, 1, kStopCheck);
     std::unique_lock lock(mutex_);
-    if (isStopping_ || line_ < 0) break;
+    if (isStopping_ || !line_) break;
     if (rc <= 0) continue;
-    const ssize_t count = ::read(line, buffer.data(), buffer.size());
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
     if (count <= 0) break;
     decoder.feed(DataView(buffer).first(static_cast<std::size_t>(count)), [&](DataView command) {
       const Data answer = model_.answer(command);
-      (void)!::write(line, answer.data(), answer.size());
+      (void)!::write(descriptor, answer.data(), answer.size());
     });
     changed_.notify_all();
   }
   const std::lock_guard lock(mutex_);
-  ::close(line);
-  line_ = -1;
+  ::shutdown(descriptor, SHUT_RDWR);
+  line_.reset();
   hasEnded_ = true;
   changed_.notify_all();
 }
 
 bool H4Server::waitForScan() {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [this] { return line_ >= 0 && model_.scan().has_value(); });
+  return changed_.wait_for(lock, kPatience, [this] { return line_ && model_.scan().has_value(); });
 }
 
 bool H4Server::waitForEnd() {
@@ -109,34 +110,36 @@ bool H4Server::isScanning() {
   return model_.scan().has_value();
 }
 
-int H4Server::line() {
+std::shared_ptr<hci::FileDescriptor> H4Server::line() {
   const std::lock_guard lock(mutex_);
   return line_;
 }
 
 void H4Server::send(DataView octets) {
-  while (!octets.empty()) {
-    const ssize_t count = ::write(line(), octets.data(), octets.size());
+  const auto line = this->line();
+  while (line && !octets.empty()) {
+    const ssize_t count = ::write(line->get(), octets.data(), octets.size());
     if (count <= 0) return;
     octets = octets.subspan(static_cast<std::size_t>(count));
   }
 }
 
 bool H4Server::sendSome(DataView octets) {
-  while (!octets.empty()) {
-    pollfd polled{line(), POLLOUT, 0};
-    if (polled.fd < 0 || ::poll(&polled, 1, 500) <= 0) return false;
+  const auto line = this->line();
+  while (line && !octets.empty()) {
+    pollfd polled{line->get(), POLLOUT, 0};
+    if (::poll(&polled, 1, 500) <= 0) return false;
     const ssize_t count = ::send(polled.fd, octets.data(), octets.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count <= 0) return false;
     octets = octets.subspan(static_cast<std::size_t>(count));
   }
-  return true;
+  return line != nullptr;
 }
 
 void H4Server::drop() {
   const std::lock_guard lock(mutex_);
   model_.reset();
-  line_ = -1;
+  line_.reset();
 }
 
 }  // namespace support

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,17 +38,18 @@ class H4Server {
 
  private:
   void run();
-  void serve(int line);
-  int line();
+  void serve(int descriptor);
+  /// Kept open by whoever sends on it.
+  std::shared_ptr<platform::hci::FileDescriptor> line();
 
   ControllerModel model_{{}};  ///< guarded by mutex_
   std::string path_;
   platform::hci::FileDescriptor listener_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  int line_ = -1;            ///< guarded by mutex_; closed by the thread
-  bool isStopping_ = false;  ///< guarded by mutex_
-  bool hasEnded_ = false;    ///< guarded by mutex_
+  std::shared_ptr<platform::hci::FileDescriptor> line_;  ///< guarded by mutex_
+  bool isStopping_ = false;                              ///< guarded by mutex_
+  bool hasEnded_ = false;                                ///< guarded by mutex_
   std::thread thread_;
 };
 
