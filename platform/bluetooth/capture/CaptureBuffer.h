@@ -10,7 +10,7 @@ namespace platform {
 /// A window on a byte source that moves forward, filled in large reads. Its memory does not grow.
 class CaptureBuffer {
  public:
-  static constexpr std::size_t kCapacity = 256 * 1024;
+  static constexpr std::size_t kCapacity = 1U << 18U;
 
   explicit CaptureBuffer(std::unique_ptr<ByteSource> source);
 

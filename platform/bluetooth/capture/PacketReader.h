@@ -50,7 +50,7 @@ class PacketReader {
     end,      ///< nothing more can be read
   };
   /// No packet of any supported link is longer.
-  static constexpr std::size_t kMaximumLength = 128 * 1024;
+  static constexpr std::size_t kMaximumLength = 1U << 17U;
 
   explicit PacketReader(CaptureBuffer& buffer) : buffer_(buffer) {}
   virtual ~PacketReader() = default;

@@ -22,7 +22,7 @@ constexpr uint32_t kEnhancedPacketBlock = 6;
 
 constexpr uint32_t kOrderMagic = 0x1A2B3C4D;
 constexpr std::size_t kBlockFrame = 12;  // type and both lengths
-constexpr std::size_t kMaximumBlock = PacketReader::kMaximumLength + 16 * 1024;
+constexpr std::size_t kMaximumBlock = PacketReader::kMaximumLength + (1U << 14U);
 constexpr std::size_t kMaximumInterfaces = 4096;
 
 struct Interface {
