@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What ./run and ./test share: installing packages and building quietly. Sourced, with $root set.
 
 say() { printf '%s\n' "$*" >&2; }
