@@ -129,7 +129,12 @@ std::optional<bool> NSManagedObjectContext::deleteAllObjects(std::string_view en
     auto lastRow = store.lastRow(query.entity);
     // Rows that are deleted already count no more.
     if (lastRow && *lastRow <= entity.deletedThrough) lastRow.reset();
-    any = lastRow || !entity.inserted.empty();
+    if (entity.deleted.empty()) {
+      any = lastRow || !entity.inserted.empty();
+    } else {
+      const auto found = [&](const auto&...) { return any = true, false; };
+      registry_->walk(store, query, found, found);
+    }
     registry_->deleteAll(query.entity, lastRow);
   });
   return done ? std::optional(any) : std::nullopt;

@@ -162,6 +162,8 @@ SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access)
   check(database, code);
   sqlite3_extended_result_codes(database, 1);
   sqlite3_busy_timeout(database, kBusyTimeoutMilliseconds);
+  // A quoted name that is no column is a mistake, not a text.
+  sqlite3_db_config(database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
 }
 
 void SQLiteDatabase::execute(const std::string& sql) {

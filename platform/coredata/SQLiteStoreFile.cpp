@@ -11,6 +11,9 @@ namespace {
 // "BRLS": the store files of this library.
 constexpr int64_t kApplicationId = 0x42524c53;
 
+// Every database file has a header, https://www.sqlite.org/fileformat.html
+constexpr std::uintmax_t kHeaderSize = 100;
+
 [[noreturn]] void refuse(const std::string& why) {
   throw SQLiteFailure(0, why);
 }
@@ -37,7 +40,9 @@ bool holdsStore(const NSManagedObjectModel& model, const std::filesystem::path& 
   if (status.type() == std::filesystem::file_type::not_found) return false;
   if (error) refuse(error.message());
   if (!std::filesystem::is_regular_file(status)) refuse("not a file");
-  if (std::filesystem::file_size(file, error) == 0) return false;
+  const auto size = std::filesystem::file_size(file, error);
+  if (size == 0) return false;
+  if (size < kHeaderSize) refuse("not a database");
   SQLiteDatabase glance(file, SQLiteDatabase::Access::Glance);
   if (glance.integer("PRAGMA application_id") != kApplicationId) refuse("another application's database");
   if (glance.integer("PRAGMA user_version") != versionOf(model)) refuse("a store of another model");

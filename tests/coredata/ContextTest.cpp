@@ -1,0 +1,178 @@
+#include <limits>
+
+#include <gmock/gmock.h>
+
+#include "tests/coredata/StoreFixture.h"
+
+namespace {
+
+using platform::Data;
+using platform::NSFetchRequest;
+using platform::NSInvalidArgumentException;
+using platform::NSNumber;
+using platform::NSPredicate;
+using platform::Value;
+using test::insertThing;
+using test::names;
+using test::things;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::string_view kAllKinds = "entity Kind\ni integer\nu unsigned\ns string\nd date\nb binary\n";
+
+struct Kept {
+  const char* name;
+  const char* key;
+  std::optional<Value> value;
+};
+
+const std::vector<Kept>& keptValues() {
+  static const std::vector<Kept> values = {
+      {"least integer", "i", NSNumber(std::numeric_limits<int64_t>::min())},
+      {"greatest integer", "i", NSNumber(std::numeric_limits<int64_t>::max())},
+      {"greatest unsigned", "u", NSNumber(std::numeric_limits<uint64_t>::max())},
+      {"absent number", "i", std::nullopt},
+      {"empty text", "s", std::string()},
+      {"absent text", "s", std::nullopt},
+      {"text with a NUL inside", "s", std::string("a\0b", 3)},
+      {"octets that are no UTF-8", "s", std::string("\xff\xfe\xc0 \xed\xa0\x80")},
+      {"hangul", "s", std::string("위치정보")},
+      {"microseconds", "d", platform::Date(std::chrono::microseconds(1'470'406'990'123'457))},
+      {"before 1970", "d", platform::Date(std::chrono::microseconds(-1))},
+      {"no octets", "b", Data()},
+      {"absent data", "b", std::nullopt},
+      {"any octets", "b", Data{std::byte{0}, std::byte{255}, std::byte{0}}},
+  };
+  return values;
+}
+
+TEST(Context, ValuesComeBackFromTheFileUnchanged) {
+  const test::TemporaryFolder folder;
+  {
+    auto context = test::openContext(folder / "s", kAllKinds);
+    for (const auto& kept : keptValues()) {
+      auto object = platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
+          "Kind", context.get());
+      object->setValue_forKey(kept.value, kept.key);
+    }
+    ASSERT_TRUE(context->save());
+  }
+  auto context = test::openContext(folder / "s", kAllKinds);
+  const auto objects = context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName("Kind"));
+  ASSERT_EQ(objects->size(), keptValues().size());
+  for (std::size_t i = 0; i < objects->size(); ++i) {
+    const Kept& kept = keptValues()[i];
+    EXPECT_EQ((*objects)[i]->valueForKey(kept.key), kept.value) << kept.name;
+  }
+}
+
+TEST(Context, MistakesOfTheProgramThrow) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto thing = insertThing(*context, "a");
+  EXPECT_THROW(thing->setValue_forKey(std::string("x"), "colour"), NSInvalidArgumentException);
+  EXPECT_THROW(thing->setValue_forKey(std::string("x"), "size"), NSInvalidArgumentException);
+  EXPECT_THROW((void)thing->valueForKey("colour"), NSInvalidArgumentException);
+  using platform::NSEntityDescription;
+  EXPECT_THROW(
+      NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext("Nothing", context.get()),
+      NSInvalidArgumentException);
+  EXPECT_THROW(NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext("Thing", nullptr),
+               NSInvalidArgumentException);
+  for (const char* format : {"", "name", "name == %@", "name = %@ OR 1", "= %@"}) {
+    EXPECT_THROW(NSPredicate::predicateWithFormat(format, "x"), NSInvalidArgumentException) << format;
+  }
+  platform::NSError error;
+  EXPECT_FALSE(context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName("No"), &error));
+  EXPECT_FALSE(error.localizedDescription.empty());
+}
+
+TEST(Context, ARowIsOneObjectWhileSomebodyHoldsIt) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto first = insertThing(*context, "first");
+  insertThing(*context, "second");
+  EXPECT_TRUE(first->isInserted());
+  ASSERT_TRUE(context->save());
+  EXPECT_FALSE(first->isInserted());
+  EXPECT_EQ(things(*context)[0], first);
+  // Another process changes the row; the object follows, unless it has changes of its own.
+  test::sql(folder / "s", "UPDATE Thing SET name = name || '!'");
+  EXPECT_THAT(names(things(*context)), ElementsAre("first!", "second!"));
+  EXPECT_EQ(names({first})[0], "first!");
+  first->setValue_forKey(std::string("mine"), "name");
+  EXPECT_TRUE(first->isUpdated());
+  EXPECT_THAT(names(things(*context)), ElementsAre("mine", "second!"));
+}
+
+TEST(Context, PredicatesSeeWhatIsPending) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto a = insertThing(*context, "a");
+  auto b = insertThing(*context, "b");
+  ASSERT_TRUE(context->save());
+  a->setValue_forKey(std::string("b"), "name");
+  b->setValue_forKey(std::nullopt, "name");
+  insertThing(*context, "b");
+  const auto named = [](std::optional<std::string> name) {
+    return NSPredicate::predicateWithFormat("name = %@", std::move(name));
+  };
+  EXPECT_EQ(things(*context, named("b")).size(), 2U);
+  EXPECT_EQ(things(*context, named("b"))[0], a);
+  EXPECT_THAT(things(*context, named("a")), IsEmpty());
+  EXPECT_THAT(things(*context, named(std::nullopt)), ElementsAre(b));
+  EXPECT_THAT(things(*context, named("B")), IsEmpty());
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(things(*context, named(std::nullopt)), ElementsAre(b));
+  EXPECT_EQ(things(*context, named("b")).size(), 2U);
+}
+
+TEST(Context, DeletedObjectsKeepTheirValuesAndDoNotComeBack) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto kept = insertThing(*context, "kept");
+  ASSERT_TRUE(context->save());
+  EXPECT_EQ(context->deleteAllObjects("Thing"), true);
+  EXPECT_TRUE(kept->isDeleted());
+  EXPECT_EQ(context->deleteAllObjects("Thing"), false);
+  insertThing(*context, "new");
+  ASSERT_TRUE(context->save());
+  EXPECT_FALSE(context->hasChanges());
+  kept->setValue_forKey(std::string("changed"), "name");
+  EXPECT_FALSE(context->hasChanges());
+  // The new row may bear the number of the deleted one, yet it is another object.
+  ASSERT_EQ(things(*context).size(), 1U);
+  EXPECT_NE(things(*context)[0], kept);
+  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("new"));
+  context.reset();
+  EXPECT_EQ(names({kept})[0], "changed");
+}
+
+// What another process adds between the deletion and the save was never seen, so it stays.
+TEST(Context, ADeletionOfEverythingSparesRowsAddedMeanwhile) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  insertThing(*context, "old");
+  ASSERT_TRUE(context->save());
+  context->deleteAllObjects("Thing");
+  test::sql(folder / "s", "INSERT INTO Thing (name) VALUES ('meanwhile')");
+  EXPECT_THAT(names(things(*context)), ElementsAre("meanwhile"));
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("meanwhile"));
+}
+
+TEST(Context, AReaderInAnotherConnectionDisturbsNoSave) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  insertThing(*context, "a");
+  ASSERT_TRUE(context->save());
+  sqlite3* reader = nullptr;
+  ASSERT_EQ(sqlite3_open((folder / "s").c_str(), &reader), SQLITE_OK);
+  sqlite3_exec(reader, "BEGIN; SELECT * FROM Thing", nullptr, nullptr, nullptr);
+  insertThing(*context, "b");
+  EXPECT_TRUE(context->save());
+  sqlite3_close(reader);
+  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("a", "b"));
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <random>
+
+#include "tests/coredata/StoreFixture.h"
+
+namespace {
+
+using platform::NSFetchRequest;
+using platform::NSPredicate;
+using test::names;
+using test::things;
+
+// The store beside a list that does the same.
+class Twin {
+ public:
+  explicit Twin(unsigned seed) : random_(seed) { reopen(); }
+
+  void step() {
+    const std::string name(1, static_cast<char>('a' + random_() % 4));
+    switch (random_() % 10) {
+      case 0:
+      case 1:
+      case 2:
+        held_.push_back(test::insertThing(*context_, name));
+        now_.push_back(name);
+        break;
+      case 3:
+        change([&](auto& object, std::size_t i) {
+          object->setValue_forKey(name, "name");
+          now_[i] = name;
+        });
+        break;
+      case 4:
+        change([&](auto& object, std::size_t i) {
+          context_->deleteObject(object);
+          now_.erase(now_.begin() + static_cast<std::ptrdiff_t>(i));
+        });
+        break;
+      case 5:
+        if (random_() % 4 != 0) break;
+        EXPECT_EQ(context_->deleteAllObjects("Thing"), !now_.empty());
+        now_.clear();
+        break;
+      case 6:
+        ASSERT_TRUE(context_->save());
+        saved_ = now_;
+        break;
+      case 7:
+        held_.clear();
+        break;
+      case 8:
+        if (random_() % 4 == 0) reopen();
+        break;
+      default:
+        break;
+    }
+    compare(name);
+  }
+
+ private:
+  void reopen() {
+    held_.clear();
+    context_ = test::openContext(folder_ / "s");
+    now_ = saved_;
+  }
+
+  template <typename Change>
+  void change(const Change& change) {
+    if (now_.empty()) return;
+    auto objects = things(*context_);
+    const auto i = random_() % now_.size();
+    ASSERT_LT(i, objects.size());
+    change(objects[i], i);
+    held_.push_back(objects[i]);
+  }
+
+  void compare(const std::string& name) {
+    EXPECT_EQ(names(things(*context_)), now_);
+    auto request = NSFetchRequest::fetchRequestWithEntityName("Thing");
+    EXPECT_EQ(context_->countForFetchRequest_error(request), now_.size());
+    std::vector<std::string> rows;
+    context_->enumerateRows(request, [&](const platform::StoredRow& row) {
+      rows.emplace_back(std::get<std::string_view>(row.values[0]));
+      return true;
+    });
+    EXPECT_EQ(rows, now_);
+    request.setPredicate(NSPredicate::predicateWithFormat("name = %@", name));
+    EXPECT_EQ(context_->countForFetchRequest_error(request), std::count(now_.begin(), now_.end(), name));
+  }
+
+  test::TemporaryFolder folder_;
+  std::mt19937 random_;
+  std::unique_ptr<platform::NSManagedObjectContext> context_;
+  std::vector<std::shared_ptr<platform::NSManagedObject>> held_;
+  std::vector<std::string> now_;
+  std::vector<std::string> saved_;
+};
+
+TEST(RandomOperations, TheStoreDoesWhatAListDoes) {
+  for (unsigned round = 0; round < 20; ++round) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Twin twin(seed);
+    for (int i = 0; i < 150 && !testing::Test::HasFailure(); ++i) twin.step();
+  }
+}
+
+}  // namespace

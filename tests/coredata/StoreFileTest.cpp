@@ -1,0 +1,161 @@
+#include <functional>
+
+#include <gmock/gmock.h>
+
+#include "platform/coredata/StoreReader.h"
+#include "tests/coredata/StoreFixture.h"
+
+namespace {
+
+using std::filesystem::path;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+void write(const path& file, const std::string& octets) {
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << octets;
+}
+
+std::string read(const path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void makeStore(const path& file, std::string_view model = test::kThings) {
+  auto context = test::openContext(file, model);
+  for (int i = 0; i < 2000; ++i) {
+    platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext("Thing",
+                                                                                          context.get())
+        ->setValue_forKey(std::string(50, 'x'), "name");
+  }
+  ASSERT_TRUE(context->save());
+}
+
+// A store whose octets someone has changed.
+void makeDamaged(const path& file, const std::function<void(std::string&)>& damage) {
+  makeStore(file);
+  std::string octets = read(file);
+  damage(octets);
+  write(file, octets);
+}
+
+struct Refused {
+  const char* name;
+  const char* reason;
+  std::function<void(const path&)> make;
+};
+
+const std::vector<Refused>& refusedFiles() {
+  static const std::vector<Refused> files = {
+      {"a text", "not a database", [](const path& file) { write(file, "hello, this is a text\n"); }},
+      {"one octet", "not a database", [](const path& file) { write(file, "x"); }},
+      {"zeros", "not a database", [](const path& file) { write(file, std::string(8192, '\0')); }},
+      {"another application's database", "another application",
+       [](const path& file) { test::sql(file, "CREATE TABLE Thing (name TEXT, size INTEGER)"); }},
+      {"another application's database with a log", "another application",
+       [](const path& file) {
+         test::sql(file, "PRAGMA journal_mode = WAL; CREATE TABLE Thing (name TEXT, size INTEGER)");
+       }},
+      {"a store of another model", "another model",
+       [](const path& file) { makeStore(file, "entity Thing\nname string\nsize unsigned\n"); }},
+      {"a store whose fingerprint differs in the rest only", "another model",
+       [](const path& file) {
+         makeStore(file);
+         test::sql(file, "UPDATE NSStoreMetadata SET value = '0123456789abcdef'");
+       }},
+      {"a store that lacks a column", "no such column",
+       [](const path& file) {
+         makeStore(file);
+         test::sql(file, "ALTER TABLE Thing DROP COLUMN size");
+       }},
+      {"a store cut off", "malformed",
+       [](const path& file) { makeDamaged(file, [](auto& octets) { octets.resize(octets.size() / 2); }); }},
+      {"a store with a damaged first page", "",
+       [](const path& file) {
+         makeDamaged(file, [](auto& octets) { octets.replace(100, 300, std::string(300, '\xff')); });
+       }},
+      {"a store with damaged rows at the end", "malformed",
+       [](const path& file) {
+         makeDamaged(file, [](auto& octets) {
+           octets.replace(8192, octets.size() - 8192, std::string(octets.size() - 8192, '\xff'));
+         });
+       }},
+      {"a folder", "not a file", [](const path& file) { std::filesystem::create_directory(file); }},
+  };
+  return files;
+}
+
+TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
+  for (const auto& refused : refusedFiles()) {
+    SCOPED_TRACE(refused.name);
+    const test::TemporaryFolder folder;
+    refused.make(folder / "s");
+    const auto before = folder.contents();
+    platform::NSError error;
+    EXPECT_EQ(test::openContext(folder / "s", test::kThings, &error), nullptr);
+    EXPECT_THAT(error.localizedDescription, HasSubstr(refused.reason));
+    EXPECT_EQ(platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", &error), nullptr);
+    EXPECT_TRUE(folder.contents() == before) << "the files have changed";
+  }
+}
+
+TEST(StoreFile, APlaceWhereNoFileCanBeDoesNotOpen) {
+  const test::TemporaryFolder folder;
+  write(folder / "file", "x");
+  platform::NSError error;
+  for (const char* place : {"file/s", "missing/s"}) {
+    EXPECT_EQ(test::openContext(folder / place, test::kThings, &error), nullptr) << place;
+  }
+  EXPECT_EQ(platform::StoreReader::open(test::modelOf(test::kThings), folder / "none", &error), nullptr);
+  EXPECT_FALSE(std::filesystem::exists(folder / "none"));
+  const platform::Dictionary options = {
+      {std::string(platform::NSSQLiteSynchronousOption), std::string("SOMETIMES")}};
+  EXPECT_EQ(test::openContext(folder / "s", test::kThings, &error, &options), nullptr);
+  EXPECT_FALSE(std::filesystem::exists(folder / "s"));
+}
+
+// As a process leaves it that is killed while it makes the file.
+TEST(StoreFile, AFileOfNoOctetsBecomesAStore) {
+  const test::TemporaryFolder folder;
+  write(folder / "s", "");
+  EXPECT_NE(test::openContext(folder / "s"), nullptr);
+}
+
+TEST(StoreFile, AnyToolFindsTheEntitiesAsTables) {
+  const test::TemporaryFolder folder;
+  const platform::Dictionary options = {
+      {std::string(platform::NSSQLiteSynchronousOption), std::string("FULL")}};
+  const auto file = folder / "a file%20 with?odd#name";
+  auto context = test::openContext(file, "entity E\ni integer\nu unsigned\ns string\nd date\nb binary\n",
+                                   nullptr, &options);
+  ASSERT_NE(context, nullptr);
+  EXPECT_THAT(test::sql(file, "SELECT name, type FROM pragma_table_info('E')"),
+              ElementsAre("i|INTEGER", "u|INTEGER", "s|TEXT", "d|REAL", "b|BLOB"));
+  EXPECT_THAT(test::sql(file, "PRAGMA journal_mode"), ElementsAre("wal"));
+  context.reset();
+  EXPECT_EQ(folder.contents().size(), 1U) << "SQLite's own files are left behind";
+}
+
+TEST(StoreReader, FollowsWhatIsSavedWhileTheStoreIsInUse) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto reader = platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", nullptr);
+  ASSERT_NE(reader, nullptr);
+  const auto& entity = reader->model().entities()[0];
+  EXPECT_EQ(reader->lastRow(entity, nullptr), 0);
+  for (const char* name : {"a", "b", "c"}) test::insertThing(*context, name);
+  EXPECT_EQ(reader->count(entity, nullptr), 0U) << "pending is not saved";
+  ASSERT_TRUE(context->save());
+  std::string seen;
+  const auto take = [&](const platform::StoredRow& row) {
+    seen += std::get<std::string_view>(row.values[0]);
+    return true;
+  };
+  EXPECT_TRUE(reader->rowsAfter(entity, 1, take, nullptr));
+  EXPECT_TRUE(reader->lastRows(entity, 2, take, nullptr));
+  EXPECT_TRUE(reader->lastRows(entity, 100, take, nullptr));
+  EXPECT_EQ(seen, "bcbcabc");
+  EXPECT_EQ(reader->count(entity, nullptr), 3U);
+  EXPECT_EQ(reader->lastRow(entity, nullptr), 3);
+}
+
+}  // namespace
