@@ -57,7 +57,7 @@ class BeaconLocationCore final : public BeaconLocationService,
   void makeQueue();
   void refresh();
   void checkPresence();
-  void armCheck();
+  void armCheck(std::optional<dispatch_time_t> next);
   void armTick();
   void post(BeaconLocationManager& manager, Condition condition, Report report);
   void postAuthorization(BeaconLocationManager& manager);

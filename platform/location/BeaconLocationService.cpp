@@ -258,12 +258,11 @@ void BeaconLocationCore::checkPresence() {
   presence_.check(options_.dispatch->now(), changes);
   postChanges(changes);
   checkTime_.reset();
-  armCheck();
+  armCheck(presence_.nextCheck(options_.dispatch->now()));
 }
 
 /// A check that is due earlier than needed stays: it finds out what is next.
-void BeaconLocationCore::armCheck() {
-  const auto next = presence_.nextCheck(options_.dispatch->now());
+void BeaconLocationCore::armCheck(std::optional<dispatch_time_t> next) {
   if (!next || (checkTime_ && *checkTime_ <= *next)) return;
   checkTime_ = next;
   checkTimer_->setTimer(*next, DISPATCH_TIME_FOREVER, dispatch_time_t::zero());
@@ -314,9 +313,10 @@ void BeaconLocationCore::centralManager_didDiscoverPeripheral_advertisementData_
   if (!frame) return;
   const std::scoped_lock lock(mutex_);
   BeaconPresence::Changes changes;
-  if (!presence_.hear(*frame, rssi, options_.dispatch->now(), changes)) return;
+  const dispatch_time_t now = options_.dispatch->now();
+  if (!presence_.hear(*frame, rssi, now, changes)) return;
   postChanges(changes);
-  armCheck();
+  armCheck(now + kExitDelay);
 }
 
 }  // namespace platform

@@ -93,7 +93,8 @@ class BRL_EXPORT CLLocationManagerDelegate {
  public:
   virtual ~CLLocationManagerDelegate() = default;
   virtual void locationManager_didChangeAuthorizationStatus(CLLocationManager& manager, int32_t status) = 0;
-  virtual void locationManager_didStartMonitoringForRegion(CLLocationManager& manager, const CLRegionPtr& region) = 0;
+  virtual void locationManager_didStartMonitoringForRegion(CLLocationManager& manager,
+                                                           const CLRegionPtr& region) = 0;
   virtual void locationManager_monitoringDidFailForRegion_withError(CLLocationManager& manager,
                                                                     const CLRegionPtr& region,
                                                                     const CLError& error) = 0;

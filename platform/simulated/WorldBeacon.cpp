@@ -159,10 +159,12 @@ bool WorldEpisodes::covers(WorldTime time, WorldRandom& random) {
 }
 
 WorldBeacon::WorldBeacon(BluetoothAddress address, WorldTime interval, WorldRandom randomNumbers)
-    : random(randomNumbers), address_(address), interval_(interval) {
-  rssi_ = static_cast<int8_t>(random.between(-85, -48));
-  nextTime_ = packetTime_ = WorldTime(random.between(0, interval_.count()));
-}
+    : random(randomNumbers),
+      address_(address),
+      interval_(interval),
+      packetTime_(random.between(0, interval_.count())),
+      nextTime_(packetTime_),
+      rssi_(static_cast<int8_t>(random.between(-85, -48))) {}
 
 SimulatedAdvertisement WorldBeacon::send() {
   if (response) {
