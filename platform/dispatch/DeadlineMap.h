@@ -15,6 +15,8 @@ namespace platform {
 struct Deadline {
   dispatch_time_t due;
   uint64_t order;
+  // The check takes the comparison's hidden 0 for a pointer.
+  // NOLINTNEXTLINE(modernize-use-nullptr)
   friend auto operator<=>(const Deadline&, const Deadline&) = default;
 };
 

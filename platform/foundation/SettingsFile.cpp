@@ -180,7 +180,7 @@ std::error_code writeSettings(const std::filesystem::path& file, const Dictionar
   return flushFolder(folderOf(file));
 }
 
-SettingsLock::SettingsLock(const std::filesystem::path& file) : folder_(-1) {
+SettingsLock::SettingsLock(const std::filesystem::path& file) {
   const std::filesystem::path folder = folderOf(file);
   std::error_code unwritable;  // writing says so
   std::filesystem::create_directories(folder, unwritable);

@@ -29,7 +29,7 @@ class SettingsLock {
   SettingsLock& operator=(const SettingsLock&) = delete;
 
  private:
-  int folder_;
+  int folder_ = -1;
 };
 
 }  // namespace platform
