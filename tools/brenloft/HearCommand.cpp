@@ -28,7 +28,10 @@ using platform::DataView;
 // Prints what was heard, report by report or as a central delivers it.
 class HeardPrinter {
  public:
-  HeardPrinter(const HearOptions& options, Output& out) : options_(options), out_(out) {
+  HeardPrinter(const HearOptions& options, Output& out) : options_(options), out_(out) {}
+
+  /// Once the source is there.
+  void begin() {
     if (options_.format == Format::table)
       out_.write(fmt::format("{:<27}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", "address", "kind", "rssi",
                              "uuids", "manufacturer data, readings"));
@@ -111,6 +114,7 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   const auto listener = Listener::make({.record = options.record});
   const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
 
+  printer.begin();
   std::optional<platform::Date> end;
   while (!signals.isStopped() && !out.isClosed() && !printer.isFull()) {
     const auto next = reader->next();
@@ -139,6 +143,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
                                         .onRadioState = [](const auto& state) { say(radioLine(state)); },
                                         .onUnusable = [&] { loop.stop(); }});
   const auto reports = listener->wrap(source.reports);
+  printer.begin();
   reports->open(
       [&](const AdvertisingReport& report) {
         printer.print(report);

@@ -1,10 +1,18 @@
 #include "tools/brenloft/RunLoop.h"
 
+#include <chrono>
+
 namespace brenloft {
+namespace {
+
+// Where virtual time begins unless a capture brings its own.
+constexpr platform::Date kVirtualStart = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
+
+}  // namespace
 
 RunLoop::RunLoop(Clock clock) {
   if (clock == Clock::virtualTime)
-    dispatch_ = virtual_ = platform::VirtualDispatch::make();
+    dispatch_ = virtual_ = platform::VirtualDispatch::make(kVirtualStart);
   else
     dispatch_ = real_ = platform::RealTimeDispatch::make();
 }

@@ -112,6 +112,7 @@ class Search {
     openSourceAndListener();
     installPlatform();
     signals.watch([this] { source_.loop->stop(); });
+    events_->begin();
     begin();
     source_.loop->run();
     end();

@@ -19,6 +19,8 @@ class SearchEvents {
   using Octets = std::vector<std::string>;
 
   virtual ~SearchEvents() = default;
+  /// Before the first event.
+  virtual void begin() {}
   virtual void bytes(platform::Date time, const Octets& octets) = 0;
   virtual void beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;

@@ -1,6 +1,8 @@
 #include "tools/brenloft/Store.h"
 
+#include <csignal>
 #include <iostream>
+#include <utility>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -12,9 +14,28 @@
 
 namespace brenloft {
 
+namespace {
+
+// The library's diagnostic lines, which matter only when it ends the process. Never destroyed.
+std::string& keptLines() {
+  static std::string& lines = *new std::string;
+  return lines;
+}
+
+void tellKeptLines(int) {
+  const std::string& lines = keptLines();
+  if (::write(STDERR_FILENO, lines.data(), lines.size()) < 0) ::_exit(static_cast<int>(ExitStatus::failed));
+}
+
+}  // namespace
+
 void installForStore(const std::filesystem::path& container) {
-  platform::Platform::install(
-      platform::nativePlatform({.container = container, .dispatch = platform::VirtualDispatch::make()}));
+  auto platform =
+      platform::nativePlatform({.container = container, .dispatch = platform::VirtualDispatch::make()});
+  keptLines().clear();
+  platform.log = [](std::string_view line) { (keptLines() += line) += '\n'; };
+  std::signal(SIGABRT, tellKeptLines);
+  platform::Platform::install(std::move(platform));
 }
 
 void requireStore() {

@@ -19,7 +19,9 @@ std::string csvField(const OptionalText& text) {
 
 class CsvEvents : public SearchEvents {
  public:
-  explicit CsvEvents(Output& out) : out_(out) {
+  explicit CsvEvents(Output& out) : out_(out) {}
+
+  void begin() override {
     out_.write(
         "event,time,beaconType,beaconId,uuid,major,minor,rssi,txPower,emergency,battery,temperature,humidity,"
         "uniqueId,tbd,status,statusUpdatedDate,xAccel,yAccel,zAccel\n");
@@ -50,9 +52,9 @@ class CsvEvents : public SearchEvents {
 
 class RowEvents : public SearchEvents {
  public:
-  explicit RowEvents(Output& out) : out_(out) {
-    out_.write(fmt::format("{:<27}  {:<9}  {}\n", "time", "event", recordHeader()));
-  }
+  explicit RowEvents(Output& out) : out_(out) {}
+
+  void begin() override { out_.write(fmt::format("{:<27}  {:<9}  {}\n", "time", "event", recordHeader())); }
 
   void bytes(platform::Date, const Octets&) override {}
   void beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
