@@ -66,7 +66,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   /// The same with the time at which the bus's thread had it.
-  auto hopWithTime(void (BlueZSource::*step)(Date, bluez::Object)) {
+  auto hopWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
     return [forward = hop(step), dispatch = options_.dispatch](bluez::Object object) {
       forward(dispatch->date(), std::move(object));
     };
@@ -90,7 +90,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     later(takePause(), &BlueZSource::connect);
   }
 
-  void busLost(std::string why) {
+  void busLost(const std::string& why) {
     ++connection_;
     session_.reset();
     forgetDaemon();
@@ -120,7 +120,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void load() { session_->objects().getManagedObjects(hop(&BlueZSource::loaded)); }
 
-  void loaded(bluez::ObjectManagerClient::Objects objects, std::optional<CallError> error) {
+  void loaded(const bluez::ObjectManagerClient::Objects& objects, const std::optional<CallError>& error) {
     if (error) return loadFailed(*error);
     isLoaded_ = true;
     pause_ = options_.firstPause;
@@ -154,7 +154,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   // --- objects
 
-  void added(Date time, bluez::Object object) {
+  void added(Date time, const bluez::Object& object) {
     if (object.adapter) {
       adapters_.update(object.path, *object.adapter);
       settle();
@@ -162,7 +162,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     if (object.device) heard(time, object);
   }
 
-  void changed(Date time, bluez::Object object) {
+  void changed(Date time, const bluez::Object& object) {
     if (object.adapter && adapters_.find(object.path) != nullptr) {
       adapters_.update(object.path, *object.adapter);
       settle();
@@ -171,7 +171,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     if (object.device) heard(time, object);
   }
 
-  void removed(std::string path, std::vector<std::string> interfaces) {
+  void removed(const std::string& path, const std::vector<std::string>& interfaces) {
     if (std::ranges::find(interfaces, bluez::kDeviceInterface) != interfaces.end()) devices_.forget(path);
     if (std::ranges::find(interfaces, bluez::kAdapterInterface) == interfaces.end()) return;
     adapters_.remove(path);
@@ -230,15 +230,15 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   /// A reply counts only for the attempt that asked for it.
-  auto inAttempt(void (BlueZSource::*next)(std::optional<CallError>)) {
+  auto inAttempt(void (BlueZSource::*next)(const std::optional<CallError>&)) {
     return [forward = hop(&BlueZSource::replied), attempt = attempt_, next](std::optional<CallError> error) {
       forward(attempt, next, std::move(error));
     };
   }
 
-  using Next = void (BlueZSource::*)(std::optional<CallError>);
-  void replied(uint64_t attempt, Next next, std::optional<CallError> error) {
-    if (attempt == attempt_) (this->*next)(std::move(error));
+  using Next = void (BlueZSource::*)(const std::optional<CallError>&);
+  void replied(uint64_t attempt, Next next, const std::optional<CallError>& error) {
+    if (attempt == attempt_) (this->*next)(error);
   }
 
   void startDiscovery() {
@@ -246,13 +246,13 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     session_->adapter(adapter_).setDiscoveryFilter(*wanted_, inAttempt(&BlueZSource::filterSet));
   }
 
-  void filterSet(std::optional<CallError> error) {
+  void filterSet(const std::optional<CallError>& error) {
     if (error) return discoveryFailed(*error);
     if (isDiscovering_) return discoveryStarted({});
     session_->adapter(adapter_).startDiscovery(inAttempt(&BlueZSource::discoveryStarted));
   }
 
-  void discoveryStarted(std::optional<CallError> error) {
+  void discoveryStarted(const std::optional<CallError>& error) {
     if (error) return discoveryFailed(*error);
     scan_ = Scan::running;
     isDiscovering_ = true;

@@ -76,9 +76,10 @@ void ObjectManagerClient::getManagedObjects(std::function<void(Objects, std::opt
   proxy_->callMethodAsync("GetManagedObjects")
       .onInterface(kObjectManager)
       .withTimeout(kCallTimeout)
-      .uponReplyInvoke([onReply = std::move(onReply)](const sdbus::Error* error, ManagedObjects managed) {
-        onReply(objectsFrom(managed), optionalError(error));
-      });
+      .uponReplyInvoke(
+          [onReply = std::move(onReply)](const sdbus::Error* error, const ManagedObjects& managed) {
+            onReply(objectsFrom(managed), optionalError(error));
+          });
 }
 
 PropertiesClient::PropertiesClient(DBusConnection& connection, std::function<void(Object)> onChanged)
