@@ -14,11 +14,8 @@ finish() { rig_log "$failures failed"; [ "$failures" -eq 0 ]; exit; }
 radio() { i=$1; shift; echo "$*" > "/run/vb$i"; }  # radio INDEX COMMAND...: to the scripted controller
 
 # The unprivileged user, without and with what a unit's AmbientCapabilities gives.
-as_tester() { setpriv --reuid tester --regid tester --clear-groups "$@"; }
-with_capabilities() {
-    setpriv --reuid tester --regid tester --clear-groups --inh-caps +net_raw,+net_admin \
-        --ambient-caps +net_raw,+net_admin "$@"
-}
+TESTER="setpriv --reuid tester --regid tester --clear-groups"
+CAPABLE="$TESTER --inh-caps +net_raw,+net_admin --ambient-caps +net_raw,+net_admin"
 
 # hear NAME WRAPPER OPTION...: starts `brenloft hear`; its output in /out/NAME.jsonl and /out/NAME.err
 hear() {

@@ -37,7 +37,7 @@ ok "the recording replays the same" cmp /out/extended.jsonl /out/replay-extended
 rig_log "--- bluetoothd"
 radio 0 dup none
 rig_bluetoothd 0 || exit 1
-hear bluez as_tester --source bluez:00:AA:01:00:00:42
+hear bluez "$TESTER" --source bluez:00:AA:01:00:00:42
 rig_wait 15 more_than bluez $SENSOR 3
 kill $RIG_BLUETOOTHD_PID; wait $RIG_BLUETOOTHD_PID
 ok "says that bluetoothd went away" rig_wait 5 says bluez 'bluetoothd went away'

@@ -5,18 +5,18 @@ rig_vbeacon 0 -s /tmp/beacons || exit 1
 
 rig_log "--- what is offered"
 brenloft sources > /out/sources-root.txt 2>&1
-as_tester brenloft sources > /out/sources-tester.txt 2>&1
+$TESTER brenloft sources > /out/sources-tester.txt 2>&1
 ok "root is offered HCI"             grep -q '^hci:0 *usable' /out/sources-root.txt
 ok "auto takes it"                   grep -q 'auto: hci:0' /out/sources-root.txt
 ok "others are told what permits it" grep -q "^hci:0 *not permitted.*setcap 'cap_net_raw,cap_net_admin+eip' /stage/bin/brenloft" /out/sources-tester.txt
-ok "not permitted: status 4"         status_is 4 as_tester brenloft hear --source hci:0
+ok "not permitted: status 4"         status_is 4 $TESTER brenloft hear --source hci:0
 ok "and one line that helps"         grep -q 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' /run/status.out
 ok "no such adapter: status 3"       status_is 3 brenloft hear --source hci:7
-ok "nothing permitted for auto: 4"   status_is 4 as_tester brenloft hear --source auto
+ok "nothing permitted for auto: 4"   status_is 4 $TESTER brenloft hear --source auto
 
 rig_log "--- user channel"
 for who in root tester; do
-    wrapper=; [ $who = root ] || wrapper=with_capabilities
+    wrapper=; [ $who = root ] || wrapper=$CAPABLE
     hear "user-$who" "$wrapper" --source hci:0?user --record "/tmp/$who.btsnoop"
     rig_wait 10 rig_scanning 0 active; sleep 3
     ok "$who: stopped by a signal with status 0" stop_hearing
@@ -30,15 +30,15 @@ done
 rig_log "--- raw channel"
 hciconfig hci0 up
 for who in root tester; do
-    wrapper=; [ $who = root ] || wrapper=with_capabilities
+    wrapper=; [ $who = root ] || wrapper=$CAPABLE
     hear "raw-$who" "$wrapper" --source hci:00:AA:01:00:00:42?raw
     rig_wait 10 rig_scanning 0 active; sleep 3
     stop_hearing
     ok_heard "raw-$who"
 done
 if [ -x /stage/bin/setcap ]; then
-    install -m 755 /stage/bin/brenloft /tmp/brenloft && setcap 'cap_net_raw,cap_net_admin+eip' /tmp/brenloft
-    as_tester /tmp/brenloft hear --format jsonl --source hci:0 -n 20 > /out/setcap.jsonl 2> /out/setcap.err
+    cp /stage/bin/brenloft /tmp/brenloft; setcap 'cap_net_raw,cap_net_admin+eip' /tmp/brenloft
+    $TESTER /tmp/brenloft hear --format jsonl --source hci:0 -n 20 > /out/setcap.jsonl 2> /out/setcap.err
     ok "with setcap, too" more_than setcap '"address"' 19
 fi
 
