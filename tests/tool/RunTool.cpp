@@ -1,5 +1,6 @@
 #include "tests/tool/RunTool.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -52,13 +53,13 @@ Child spawn(const std::vector<std::string>& command) {
   return {pid, in.ends[1], out.ends[0], err.ends[0]};
 }
 
-// Both outputs at once, so that neither fills its pipe; `onFirstLine` once.
-template <typename FirstLine>
-Ended collect(const Child& child, FirstLine onFirstLine) {
+// Both outputs at once, so that neither fills its pipe; `onLines` once, after so many lines.
+template <typename OnLines>
+Ended collect(const Child& child, std::ptrdiff_t lines, OnLines onLines) {
   Ended ended;
   std::array<pollfd, 2> polled{{{child.out, POLLIN, 0}, {child.err, POLLIN, 0}}};
   std::array<std::string*, 2> texts{&ended.out, &ended.err};
-  bool hasLine = false;
+  bool hasLines = false;
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
     ::poll(polled.data(), polled.size(), -1);
     for (std::size_t i = 0; i < polled.size(); ++i) {
@@ -70,9 +71,9 @@ Ended collect(const Child& child, FirstLine onFirstLine) {
       else
         ::close(std::exchange(polled.at(i).fd, -1));
     }
-    if (!hasLine && ended.out.find('\n') != std::string::npos) {
-      hasLine = true;
-      onFirstLine();
+    if (!hasLines && std::count(ended.out.begin(), ended.out.end(), '\n') >= lines) {
+      hasLines = true;
+      onLines();
     }
   }
   int status = 0;
@@ -102,17 +103,17 @@ Ended runProgram(const std::vector<std::string>& command, const std::string& inp
   // Inputs of tests fit a pipe.
   if (::write(child.in, input.data(), input.size()) < 0) return {};
   ::close(child.in);
-  return collect(child, [] {});
+  return collect(child, 0, [] {});
 }
 
 Ended runTool(const std::vector<std::string>& arguments, const std::string& input) {
   return runProgram(toolCommand(arguments), input);
 }
 
-Ended runToolUntilFirstLine(const std::vector<std::string>& arguments, int signal) {
+Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal) {
   const Child child = spawn(toolCommand(arguments));
   ::close(child.in);
-  return collect(child, [&] { ::kill(child.pid, signal); });
+  return collect(child, lines, [&] { ::kill(child.pid, signal); });
 }
 
 bool hasProgram(const std::string& name) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,8 +20,8 @@ struct Ended {
 Ended runTool(const std::vector<std::string>& arguments, const std::string& input = {});
 /// Any program of this machine, found in PATH.
 Ended runProgram(const std::vector<std::string>& command, const std::string& input = {});
-/// The tool, sent a signal once it has written its first line.
-Ended runToolUntilFirstLine(const std::vector<std::string>& arguments, int signal);
+/// The tool, sent a signal once it has written so many lines.
+Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal);
 
 bool hasProgram(const std::string& name);
 

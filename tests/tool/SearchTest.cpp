@@ -144,8 +144,7 @@ TEST(Scan, AnInterruptedSearchStopsInOrder) {
   TemporaryFolder folder;
   const std::string source = simulated(folder) + "?paced";
   for (const int signal : {SIGINT, SIGTERM}) {
-    const Ended ended =
-        runToolUntilFirstLine({"scan", "--source", source, "--format", "jsonl", "-q"}, signal);
+    const Ended ended = runToolUntil(20, {"scan", "--source", source, "--format", "jsonl", "-q"}, signal);
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(valueOf(ended.lines().back(), "status"), "2");
   }

@@ -105,8 +105,8 @@ TEST_F(LoggedDemo, DeletesOnlyWithYesWhereNobodyCanBeAsked) {
 }
 
 TEST_F(LoggedDemo, FollowsNewRowsUntilItIsStopped) {
-  const Ended followed = runToolUntilFirstLine(
-      {"log", "show", "--follow", "--format", "jsonl", "--container", container()}, SIGTERM);
+  const Ended followed =
+      runToolUntil(1, {"log", "show", "--follow", "--format", "jsonl", "--container", container()}, SIGTERM);
   EXPECT_EQ(followed.status, 0);
   EXPECT_EQ(followed.out, log("show", {"--format", "jsonl"}).out);
 }

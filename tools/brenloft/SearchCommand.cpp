@@ -1,6 +1,8 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -75,6 +77,12 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     events_.makeRoom();
     write();
   }
+  /// From here on only what the calling thread causes is reported: an advertisement that is still on its way
+  /// on the scanner queue comes too late.
+  void beginEnd() {
+    const std::scoped_lock lock(mutex_);
+    endingThread_ = std::this_thread::get_id();
+  }
   void finish() {
     const std::scoped_lock lock(mutex_);
     events_.finish();
@@ -85,6 +93,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   void report(Event event) {
     const std::scoped_lock lock(mutex_);
     if (isCounted_ && left_ == 0) return;
+    if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return;
     event(loop_->dispatch()->date());
     if ((isCounted_ && --left_ == 0) || out_.isClosed()) loop_->stop();
   }
@@ -95,6 +104,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   RunLoop* loop_ = nullptr;
   const bool isCounted_;
   uint64_t left_;
+  std::optional<std::thread::id> endingThread_;
 };
 
 // One search from its source to its end. Lives to the end of the process, as the library's own objects do:
@@ -176,6 +186,7 @@ class Search {
   }
 
   void end() {
+    reporter_.beginEnd();
     BRLContextManager::Class::stopLeScan();
     BRLContextManager::Class::setDelegate(nullptr);
     source_.loop->settle();
