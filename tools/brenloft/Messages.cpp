@@ -37,7 +37,7 @@ std::string radioLine(const platform::RadioState& state) {
 
 namespace {
 
-constexpr uint64_t kLongFile = 4 * 1024 * 1024;
+constexpr uint64_t kLongFile = 4'194'304;
 constexpr int kWidth = 40;
 
 }  // namespace

@@ -10,7 +10,7 @@
 namespace brenloft {
 namespace {
 
-constexpr std::size_t kBlock = 64 * 1024;
+constexpr std::size_t kBlock = 65'536;
 
 }  // namespace
 
