@@ -20,7 +20,8 @@ void TimerSource::setTimer(dispatch_time_t start, dispatch_time_t /*interval*/, 
   if (submissions_ != nullptr) order_.store(submissions_->fetch_add(1, std::memory_order_relaxed));
   want_.store(start.count(), std::memory_order_seq_cst);
   const Rep armed = armed_.load(std::memory_order_seq_cst);
-  if (armed != kForever && armed <= start.count()) return;
+  const bool wakesInTime = armed <= start.count() || armed <= targetFor(start.count()).count();
+  if (armed != kForever && wakesInTime) return;
   std::shared_ptr<TimerSource> dropped;
   const std::scoped_lock lock(mutex_);
   if (armed_.load() > target().count() || armed_.load() == kForever) dropped = place();
