@@ -74,7 +74,7 @@ DescriptorTransport::DescriptorTransport(Opener opener)
     : opener_(std::move(opener)), buffer_(kChunk), wakeUp_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
 DescriptorTransport::~DescriptorTransport() {
-  close();
+  stop();
 }
 
 void DescriptorTransport::open(Handlers handlers) {
@@ -100,6 +100,10 @@ void DescriptorTransport::consumed() {
 }
 
 void DescriptorTransport::close() {
+  stop();
+}
+
+void DescriptorTransport::stop() {
   if (!thread_.joinable()) return;
   {
     const std::lock_guard lock(mutex_);
@@ -134,7 +138,7 @@ void DescriptorTransport::run() {
 /// Until the line breaks, which it returns, or `close` is called.
 std::optional<HCITransport::Closed> DescriptorTransport::serve() {
   while (true) {
-    const short wanted = static_cast<short>((mayRead() ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
+    const auto wanted = static_cast<short>((mayRead() ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
     std::array<pollfd, 2> polled{
         {{wanted != 0 ? line_.descriptor.get() : -1, wanted, 0}, {wakeUp_.get(), POLLIN, 0}}};
     const int rc =

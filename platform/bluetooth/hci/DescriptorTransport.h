@@ -40,6 +40,7 @@ class DescriptorTransport : public HCITransport {
   void close() override;
 
  private:
+  void stop();
   void run();
   std::optional<Closed> serve();
   std::optional<Closed> readOnce();
