@@ -243,6 +243,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void startDiscovery() {
     scan_ = Scan::starting;
+    filter_ = *wanted_;
     session_->adapter(adapter_).setDiscoveryFilter(*wanted_, inAttempt(&BlueZSource::filterSet));
   }
 
@@ -258,6 +259,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     isDiscovering_ = true;
     pause_ = options_.firstPause;
     tell(adapters_.stateOf(adapter_));
+    if (wanted_ && *wanted_ != filter_) startDiscovery();  // it was changed meanwhile
   }
 
   void stopDiscovery() {
@@ -325,6 +327,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   std::string adapter_;  ///< the path of the one in use
 
   std::optional<std::vector<std::string>> wanted_;  ///< service UUIDs of the scan that is wanted
+  std::vector<std::string> filter_;                 ///< what the daemon was asked for last
   Scan scan_ = Scan::idle;
   uint64_t attempt_ = 0;
   bool isDiscovering_ = false;  ///< the daemon holds a request of ours
