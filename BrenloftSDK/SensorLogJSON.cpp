@@ -1,6 +1,5 @@
 #include "BrenloftSDK/SensorLogJSON.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -53,9 +52,18 @@ std::size_t sequenceLength(std::string_view text) {
   return 0;
 }
 
-bool isPlain(char c) {
-  const auto octet = static_cast<unsigned char>(c);
-  return octet >= 0x20 && octet < 0x80 && c != '"' && c != '\\';
+constexpr std::array<bool, 256> plainOctets() {
+  std::array<bool, 256> plain{};
+  for (std::size_t octet = 0x20; octet < 0x80; ++octet) plain[octet] = octet != '"' && octet != '\\';
+  return plain;
+}
+constexpr auto kPlain = plainOctets();
+
+// How much of a text stands for itself in a JSON string.
+std::size_t plainLength(std::string_view text) {
+  std::size_t length = 0;
+  while (length < text.size() && kPlain[static_cast<unsigned char>(text[length])]) ++length;
+  return length;
 }
 
 }  // namespace
@@ -63,8 +71,7 @@ bool isPlain(char c) {
 void appendJSONString(std::string& out, std::string_view text) {
   out += '"';
   while (!text.empty()) {
-    const auto special = std::find_if_not(text.begin(), text.end(), isPlain);
-    const auto plain = static_cast<std::size_t>(special - text.begin());
+    const std::size_t plain = plainLength(text);
     out.append(text.data(), plain);
     text.remove_prefix(plain);
     if (text.empty()) break;

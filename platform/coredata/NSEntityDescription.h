@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/foundation/Export.h"
@@ -47,9 +47,15 @@ class BRL_EXPORT NSEntityDescription {
       std::string_view name, NSManagedObjectContext* context);
 
  private:
+  // Looks a name up without making a text of it.
+  struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+  };
+
   std::string name_;
   std::vector<NSAttributeDescription> attributes_;
-  std::map<std::string, std::size_t, std::less<>> indexes_;
+  std::unordered_map<std::string, std::size_t, NameHash, std::equal_to<>> indexes_;
   ObjectMaker maker_;
 };
 
