@@ -30,7 +30,7 @@ Platform nativePlatform(NativePlatformOptions options) {
   Platform platform;
   platform.dispatch = options.dispatch ? std::move(options.dispatch) : RealTimeDispatch::make();
   platform.log = standardErrorLog(platform.dispatch);
-  platform.userDefaults = makeFileUserDefaults(folder / "settings.json");
+  platform.userDefaults = makeFileUserDefaults(folder / "settings.json", platform.log);
   platform.fileManager = makeFileManager(folder);
   platform.bundle = libraryBundle();
   auto radio = options.radio ? std::move(options.radio) : makeNativeRadio(platform.dispatch, platform.log);

@@ -12,11 +12,12 @@
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Date.h"
+#include "platform/foundation/Export.h"
 
 namespace platform {
 
 /// A device address, most significant octet first, with its type.
-struct BluetoothAddress {
+struct BRL_EXPORT BluetoothAddress {
   std::array<uint8_t, 6> octets{};
   bool isRandom = false;
 
@@ -49,7 +50,7 @@ enum class AdvertisingKind : uint8_t {
 /// One text per kind: the legacy PDUs by their names in Bluetooth Core, Vol 6, Part B, 2.3 ("ADV_IND",
 /// "ADV_DIRECT_IND", "ADV_SCAN_IND", "ADV_NONCONN_IND", "SCAN_RSP"), the extended ones as "EXT_ADV",
 /// "EXT_ADV_CONN", "EXT_ADV_SCAN" and "EXT_SCAN_RSP", because one PDU type serves them all on the air.
-std::string_view textOf(AdvertisingKind kind);
+BRL_EXPORT std::string_view textOf(AdvertisingKind kind);
 constexpr bool isScanResponse(AdvertisingKind kind) {
   return kind == AdvertisingKind::scanResponse || kind == AdvertisingKind::extendedScanResponse;
 }
@@ -83,7 +84,7 @@ struct RadioState {
 /// Threads: operations may be called from any thread. Both handlers are called on the source's own queue, one
 /// at a time, never from inside an operation and never after `close` has returned (unless `close` is called
 /// from inside a handler).
-class AdvertisingReportSource {
+class BRL_EXPORT AdvertisingReportSource {
  public:
   using ReportHandler = std::function<void(const AdvertisingReport&)>;
   using StateHandler = std::function<void(const RadioState&)>;

@@ -5,6 +5,7 @@
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
+#include "platform/foundation/Export.h"
 
 namespace platform {
 
@@ -12,7 +13,7 @@ namespace platform {
 /// other kind from the same address once, then filtered for each manager and delivered on its queue. The
 /// source hears as long as at least one manager scans. It is opened with the first manager, and closed when
 /// the service and all its managers are gone. Reports are not merged while no manager scans.
-class RadioService : public BluetoothService {
+class BRL_EXPORT RadioService : public BluetoothService {
  public:
   /// `dispatch` gives the main queue to managers that are made without a queue.
   static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,

@@ -11,7 +11,7 @@ class JsonEvents : public SearchEvents {
   explicit JsonEvents(Output& out) : out_(out) {}
 
   void bytes(platform::Date time, const Octets& octets) override {
-    begin("bytes", time).key("bytes").beginArray();
+    beginLine("bytes", time).key("bytes").beginArray();
     for (const std::string& octet : octets) line_.text(octet);
     line_.endArray();
     end();
@@ -23,14 +23,14 @@ class JsonEvents : public SearchEvents {
   }
 
   void ranged(platform::Date time, const BRLRecordList& records) override {
-    begin("ranged", time).key("beacons").beginArray();
+    beginLine("ranged", time).key("beacons").beginArray();
     for (const auto& record : records.view()) writeRecord(line_, record->snapshot());
     line_.endArray();
     end();
   }
 
   void radio(platform::Date time, const platform::RadioState& state) override {
-    begin("radio", time).key("state").text(textOf(state.state)).key("reason");
+    beginLine("radio", time).key("state").text(textOf(state.state)).key("reason");
     if (state.reason.empty())
       line_.null();
     else
@@ -39,7 +39,7 @@ class JsonEvents : public SearchEvents {
   }
 
  private:
-  JsonLine& begin(std::string_view event, platform::Date time) {
+  JsonLine& beginLine(std::string_view event, platform::Date time) {
     return line_.beginObject().key("event").text(event).key("time").date(time);
   }
 
@@ -49,7 +49,7 @@ class JsonEvents : public SearchEvents {
   }
 
   void one(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    begin(event, time).key("beacon");
+    beginLine(event, time).key("beacon");
     writeRecord(line_, record);
     end();
   }

@@ -1,5 +1,6 @@
 #include "platform/bluetooth/hci/HCIPackets.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -64,9 +65,13 @@ bool isPlausibleEvent(uint8_t code, uint8_t length, uint8_t firstParameter) {
 }
 
 Data commandPacket(uint16_t opcode, DataView parameters) {
-  Data packet{std::byte{kCommandPacket}, std::byte(opcode & 0xFF), std::byte(opcode >> 8),
-              static_cast<std::byte>(parameters.size())};
-  packet.insert(packet.end(), parameters.begin(), parameters.end());
+  constexpr size_t kHeader = 4;
+  Data packet(kHeader + parameters.size());
+  packet[0] = std::byte{kCommandPacket};
+  packet[1] = std::byte(opcode & 0xFF);
+  packet[2] = std::byte(opcode >> 8);
+  packet[3] = static_cast<std::byte>(parameters.size());
+  std::copy(parameters.begin(), parameters.end(), packet.begin() + kHeader);
   return packet;
 }
 

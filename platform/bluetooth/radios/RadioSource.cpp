@@ -37,10 +37,10 @@ std::optional<std::string> bluezAdapterFrom(std::string_view text) {
   return isNumber(text) ? std::optional("hci" + std::string(text)) : std::nullopt;
 }
 
-RadioSourceResult watchedBlueZ(const RadioSourceOptions& options, const std::string& adapter) {
-  const BlueZOptions bluez{.adapter = adapter, .busAddress = {}, .dispatch = options.dispatch};
-  return {makeScanWatchdog(
-              {.makeSource = [bluez] { return makeBlueZSource(bluez); }, .dispatch = options.dispatch}),
+/// A radio that is restarted when it falls silent.
+RadioSourceResult watched(const RadioSourceOptions& options,
+                          std::function<std::shared_ptr<AdvertisingReportSource>()> makeSource) {
+  return {makeScanWatchdog({.makeSource = std::move(makeSource), .dispatch = options.dispatch}),
           std::nullopt};
 }
 
@@ -68,7 +68,8 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
   if (!isThere)
     return failed(Kind::noRadio,
                   "looked for " + (adapter.empty() ? "an adapter" : adapter) + " at bluetoothd: not there");
-  return watchedBlueZ(options, adapter);
+  const BlueZOptions bluez{.adapter = adapter, .busAddress = {}, .dispatch = options.dispatch};
+  return watched(options, [bluez] { return makeBlueZSource(bluez); });
 }
 
 std::optional<RadioProblem> problemOf(const HCIAdapterAddress& address, const RadioProbe& probe) {
@@ -115,9 +116,9 @@ RadioSourceResult makeHCI(const RadioSourceOptions& options) {
   if (!address) return failed(Kind::usage, problem);
   if (auto found = std::visit([&](const auto& known) { return problemOf(known, options.probe); }, *address))
     return failed(found->kind, std::move(found->text));
-  return {makeHCISource(
-              {.address = *address, .dispatch = options.dispatch, .onDiagnostic = options.onDiagnostic}),
-          std::nullopt};
+  const HCISourceOptions hci{
+      .address = *address, .dispatch = options.dispatch, .onDiagnostic = options.onDiagnostic};
+  return watched(options, [hci] { return makeHCISource(hci); });
 }
 
 RadioSourceResult makeChosen(RadioSourceOptions options) {
