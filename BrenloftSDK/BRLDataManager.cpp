@@ -47,7 +47,6 @@ void fill(SensorLog& row, BRLBeaconSnapshot record) {
   row.setZAccel(std::move(record.zAccel));
 }
 
-// A document grows by doubling; from the second piece on its size is known well enough to make room at once.
 void appendPiece(Data& document, std::string_view piece) {
   const auto octets = platform::viewOf(piece);
   document.insert(document.end(), octets.begin(), octets.end());
@@ -93,7 +92,7 @@ void BRLDataManager::loggingForSensor(const BRLBeaconDataModel& record) {
   context->performBlockAndWait([&] {
     const auto row = NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
         kSensorLog, context.get());
-    fill(static_cast<SensorLog&>(*row), record.snapshot());
+    fill(dynamic_cast<SensorLog&>(*row), record.snapshot());
     coreDataManager()->saveContext();
   });
 }
@@ -129,7 +128,7 @@ void BRLDataManager::selectBeaconLogAllJSONWithCompletionBlock(DataBlock complet
   if (completion) completion(std::move(document));
 }
 
-void BRLDataManager::selectBeaconLogAllCountWithCompletionBlock(CountBlock completion) {
+void BRLDataManager::selectBeaconLogAllCountWithCompletionBlock(const CountBlock& completion) {
   const auto context = this->context();
   const uint64_t count = context ? context->countForFetchRequest_error(allReadings()).value_or(0) : 0;
   if (completion) completion(count);
@@ -150,7 +149,7 @@ void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> 
   context->performBlockAndWait([&] {
     const auto object =
         NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(kTag, context.get());
-    auto& tag = static_cast<BRLUserDataModel&>(*object);
+    auto& tag = dynamic_cast<BRLUserDataModel&>(*object);
     tag.setUserData(data ? std::optional(platform::toData(*data)) : std::nullopt);
     tag.setUuid(std::move(key));
     coreDataManager()->saveContext();
@@ -163,10 +162,10 @@ void BRLDataManager::getBeaconTag_completionBlock(OptionalText key, DataBlock co
   const auto context = this->context();
   const auto tags = context ? context->executeFetchRequest_error(request) : std::nullopt;
   if (!tags || tags->empty()) return deliverNothingLater(std::move(completion));
-  if (completion) completion(static_cast<BRLUserDataModel&>(*tags->front()).userData());
+  if (completion) completion(dynamic_cast<BRLUserDataModel&>(*tags->front()).userData());
 }
 
-void BRLDataManager::getBeaconTagListWithCompletionBlock(TagsBlock completion) {
+void BRLDataManager::getBeaconTagListWithCompletionBlock(const TagsBlock& completion) {
   const auto context = this->context();
   const auto objects =
       context ? context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName(kTag))

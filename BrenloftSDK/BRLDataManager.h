@@ -60,7 +60,7 @@ class BRL_EXPORT BRLDataManager {
   void selectBeaconLogAllJSONWithCompletionBlock(DataBlock completion);
   /// -[BRLDataManager selectBeaconLogAllCountWithCompletionBlock:]
   /// The number of rows; also 0 is delivered before the operation returns.
-  void selectBeaconLogAllCountWithCompletionBlock(CountBlock completion);
+  void selectBeaconLogAllCountWithCompletionBlock(const CountBlock& completion);
   /// -[BRLDataManager deleteBeaconLog]
   /// Deletes every row and saves.
   void deleteBeaconLog();
@@ -74,7 +74,7 @@ class BRL_EXPORT BRLDataManager {
   void getBeaconTag_completionBlock(OptionalText key, DataBlock completion);
   /// -[BRLDataManager getBeaconTagListWithCompletionBlock:]
   /// All tags, oldest first: the store's own objects. Nothing when the store cannot be read.
-  void getBeaconTagListWithCompletionBlock(TagsBlock completion);
+  void getBeaconTagListWithCompletionBlock(const TagsBlock& completion);
   /// -[BRLDataManager clearBeaconTag]
   /// Deletes every tag, but leaves that to be written by the next save of anything else.
   void clearBeaconTag();
@@ -115,8 +115,8 @@ struct BRLDataManagerClassOperations {
     instance().selectBeaconLogAllJSONWithCompletionBlock(std::move(completion));
   }
   // +[BRLDataManager selectBeaconLogAllCountWithCompletionBlock:]
-  static void selectBeaconLogAllCountWithCompletionBlock(Base::CountBlock completion) {
-    instance().selectBeaconLogAllCountWithCompletionBlock(std::move(completion));
+  static void selectBeaconLogAllCountWithCompletionBlock(const Base::CountBlock& completion) {
+    instance().selectBeaconLogAllCountWithCompletionBlock(completion);
   }
   // +[BRLDataManager deleteBeaconLog]
   static void deleteBeaconLog() { instance().deleteBeaconLog(); }
@@ -129,8 +129,8 @@ struct BRLDataManagerClassOperations {
     instance().getBeaconTag_completionBlock(std::move(key), std::move(completion));
   }
   // +[BRLDataManager getBeaconTagListWithCompletionBlock:]
-  static void getBeaconTagListWithCompletionBlock(Base::TagsBlock completion) {
-    instance().getBeaconTagListWithCompletionBlock(std::move(completion));
+  static void getBeaconTagListWithCompletionBlock(const Base::TagsBlock& completion) {
+    instance().getBeaconTagListWithCompletionBlock(completion);
   }
   // +[BRLDataManager clearBeaconTag]
   static void clearBeaconTag() { instance().clearBeaconTag(); }

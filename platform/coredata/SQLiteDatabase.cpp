@@ -105,9 +105,10 @@ bool SQLiteStatement::step() {
   if (code == SQLITE_ROW) return true;
   if (code == SQLITE_DONE) return false;
   sqlite3* database = sqlite3_db_handle(statement_.get());
-  const SQLiteFailure failure(sqlite3_extended_errcode(database), sqlite3_errmsg(database));
+  const int extended = sqlite3_extended_errcode(database);
+  const std::string text = sqlite3_errmsg(database);
   sqlite3_reset(statement_.get());
-  throw failure;
+  throw SQLiteFailure(extended, text);
 }
 
 void SQLiteStatement::reset() {
