@@ -9,9 +9,6 @@ using platform::CLBeacon;
 using platform::NSNumber;
 using platform::Platform;
 
-constexpr uint64_t kIBeacon = 2;
-constexpr int64_t kPresent = 1;
-
 std::optional<BRLRecordList::Identity> identityOf(int64_t groupType) {
   switch (groupType) {
     case 0:
@@ -64,13 +61,13 @@ bool BRLContextManager::refreshRanged(const CLBeacon& beacon, const std::string&
 
 void BRLContextManager::addRangedBeacon(const CLBeacon& beacon, const std::string& uuid) {
   const auto record = std::make_shared<BRLBeaconDataModel>(platform::Dictionary{
-      {"beaconType", NSNumber(kIBeacon)},
+      {"beaconType", NSNumber(kBRLIBeacon)},
       {"beaconId", "iBeacon"},
       {"uuid", uuid},
       {"major", NSNumber(beacon.major)},
       {"minor", NSNumber(beacon.minor)},
       {"rssi", NSNumber(beacon.rssi)},
-      {"status", NSNumber(kPresent)},
+      {"status", NSNumber(kBRLPresent)},
       {"statusUpdatedDate", Platform::installed().dispatch->date()},
   });
   reportBeacon(record);

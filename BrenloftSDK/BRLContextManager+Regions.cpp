@@ -21,8 +21,6 @@ using platform::NSNumber;
 using platform::NSUUID;
 using platform::Platform;
 
-constexpr uint64_t kBeaconRegions = 2;
-
 CLBeaconRegionPtr asBeaconRegion(const CLRegionPtr& region) {
   return std::dynamic_pointer_cast<const CLBeaconRegion>(region);
 }
@@ -141,7 +139,7 @@ void BRLContextManager::locationManager_didChangeAuthorizationStatus(CLLocationM
   for (const auto& region : locationManager_->monitoredRegions()) {
     locationManager_->requestStateForRegion(region);
   }
-  if (beaconType_ == kBeaconRegions && isStart_) updateMonitoring();
+  if (beaconType_ == kBRLIBeacon && isStart_) updateMonitoring();
 }
 
 void BRLContextManager::locationManager_didStartMonitoringForRegion(CLLocationManager& manager,

@@ -19,9 +19,6 @@ using platform::NSLog;
 using platform::NSNumber;
 using platform::Platform;
 
-constexpr uint64_t kSensorBeacon = 1;
-constexpr int64_t kPresent = 1;
-
 Date currentDate() {
   return Platform::installed().dispatch->date();
 }
@@ -60,7 +57,7 @@ void BRLContextManager::startScanning() {
 }
 
 void BRLContextManager::centralManagerDidUpdateState(platform::CBCentralManager& central) {
-  if (central.state() == CBManagerState::poweredOn && isStart_ && beaconType_ == kSensorBeacon) start();
+  if (central.state() == CBManagerState::poweredOn && isStart_ && beaconType_ == kBRLSensorBeacon) start();
 }
 
 void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
@@ -126,11 +123,11 @@ void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
 void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
                                         const BRLSensorReadings& readings) {
   Dictionary dictionary = dictionaryOf(readings);
-  dictionary.emplace("beaconType", NSNumber(kSensorBeacon));
+  dictionary.emplace("beaconType", NSNumber(kBRLSensorBeacon));
   dictionary.emplace("beaconId", readings.uniqueId);
   dictionary.emplace("uuid", key);
   dictionary.emplace("rssi", NSNumber(rssi));
-  dictionary.emplace("status", NSNumber(kPresent));
+  dictionary.emplace("status", NSNumber(kBRLPresent));
   dictionary.emplace("statusUpdatedDate", currentDate());
   const auto record = std::make_shared<BRLBeaconDataModel>(dictionary);
   reportBeacon(record);
@@ -166,7 +163,7 @@ void BRLContextManager::forgetSeen(const Record& record) {
     const std::scoped_lock lock(seenMutex_);
     seenBRLCache_.erase(*record->uuid());
   }
-  if (record->status() == kPresent) keepLostTimer(*record->uuid(), record);
+  if (record->status() == kBRLPresent) keepLostTimer(*record->uuid(), record);
 }
 
 void BRLContextManager::clearRemainingTimers() {

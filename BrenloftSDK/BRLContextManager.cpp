@@ -74,9 +74,9 @@ void BRLContextManager::setBeaconUUID(std::optional<std::string> uuid) {
 void BRLContextManager::start() {
   if (isStart_) stop();
   isStart_ = true;
-  if (beaconType_ == 2) {
+  if (beaconType_ == kBRLIBeacon) {
     BeaconStart();
-  } else if (beaconType_ == 1) {
+  } else if (beaconType_ == kBRLSensorBeacon) {
     BrenloftStart();
   }
 }

@@ -12,9 +12,6 @@ using platform::Dictionary;
 using platform::NSNull;
 using platform::NSNumber;
 
-constexpr int64_t kPresent = 1;
-constexpr int64_t kLost = 2;
-
 // The decimal integer at the start of a text, stopped at the ends of 32 bits; 0 when there is none.
 int32_t leadingInteger(std::string_view text) {
   const size_t begin = text.find_first_not_of(" \t\n\v\f\r");
@@ -187,12 +184,12 @@ void BRLBeaconDataModel::refresh(Date date, int64_t rssi, const BRLSensorReading
 }
 
 bool BRLBeaconDataModel::markLost() {
-  int64_t expected = kPresent;
-  return status_.compare_exchange_strong(expected, kLost, std::memory_order_acq_rel);
+  int64_t expected = kBRLPresent;
+  return status_.compare_exchange_strong(expected, kBRLLost, std::memory_order_acq_rel);
 }
 
 bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff) {
-  if (status() != kPresent) return false;
+  if (status() != kBRLPresent) return false;
   const std::scoped_lock lock(mutex_);
   // A record without a date was last heard at the beginning of time.
   const int64_t last = statusUpdatedDate_ ? platform::wholeSecondsSince1970(*statusUpdatedDate_) : 0;
@@ -200,5 +197,5 @@ bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff) {
 }
 
 bool BRLBeaconDataModel::markPresent() {
-  return status_.exchange(kPresent, std::memory_order_acq_rel) != kPresent;
+  return status_.exchange(kBRLPresent, std::memory_order_acq_rel) != kBRLPresent;
 }

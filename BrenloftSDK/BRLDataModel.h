@@ -15,6 +15,13 @@
 /// A text that may be absent; absent and "" are different.
 using OptionalText = std::optional<std::string>;
 
+/// Values of beaconType; the same two select the search.
+inline constexpr uint64_t kBRLSensorBeacon = 1;
+inline constexpr uint64_t kBRLIBeacon = 2;
+/// Values of status.
+inline constexpr int64_t kBRLPresent = 1;
+inline constexpr int64_t kBRLLost = 2;
+
 /// All eighteen properties at one moment, in their declared order.
 struct BRLBeaconSnapshot {
   uint64_t beaconType = 0;

@@ -8,7 +8,7 @@ namespace platform {
 namespace {
 
 // The queue whose block this thread is in.
-thread_local const dispatch_queue* currentQueue = nullptr;
+thread_local const dispatch_queue* runningQueue = nullptr;
 
 std::chrono::microseconds wholeMicroseconds(dispatch_time_t time) {
   return std::chrono::floor<std::chrono::microseconds>(time);
@@ -84,16 +84,16 @@ void VirtualEngine::stop() {
 }
 
 void VirtualEngine::execute(PendingWork work) {
-  const dispatch_queue* outer = std::exchange(currentQueue, queueOf(work));
+  const dispatch_queue* outer = std::exchange(runningQueue, queueOf(work));
   if (auto* posted = std::get_if<PostedBlock>(&work))
     posted->block();
   else
     std::get<TimerWake>(work).source->onWake();
-  currentQueue = outer;
+  runningQueue = outer;
 }
 
 bool VirtualEngine::isCurrent(const dispatch_queue& queue) const {
-  return currentQueue == &queue;
+  return runningQueue == &queue;
 }
 
 std::optional<PendingWork> VirtualEngine::takeNext(dispatch_time_t limit) {

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-using Gate = DelegateGate<CBCentralManagerDelegate>;
+using CentralGate = DelegateGate<CBCentralManagerDelegate>;
 
 class Bluetooth final : public ScriptedBluetooth, public std::enable_shared_from_this<Bluetooth> {
  public:
@@ -30,7 +30,7 @@ class Bluetooth final : public ScriptedBluetooth, public std::enable_shared_from
   using Call = std::function<void(CBCentralManager&, CBCentralManagerDelegate&)>;
   struct Entry {
     CBCentralManager* central;
-    std::shared_ptr<Gate> gate;
+    std::shared_ptr<CentralGate> gate;
     dispatch_queue_t queue;
   };
 
@@ -45,7 +45,7 @@ class Bluetooth final : public ScriptedBluetooth, public std::enable_shared_from
 
 class Central final : public CBCentralManager {
  public:
-  Central(std::shared_ptr<Bluetooth> bluetooth, std::shared_ptr<Gate> gate)
+  Central(std::shared_ptr<Bluetooth> bluetooth, std::shared_ptr<CentralGate> gate)
       : bluetooth_(std::move(bluetooth)), gate_(std::move(gate)) {}
   ~Central() override {
     gate_->setDelegate(nullptr);
@@ -61,12 +61,12 @@ class Central final : public CBCentralManager {
 
  private:
   const std::shared_ptr<Bluetooth> bluetooth_;
-  const std::shared_ptr<Gate> gate_;
+  const std::shared_ptr<CentralGate> gate_;
 };
 
 std::unique_ptr<CBCentralManager> Bluetooth::makeCentralManager(CBCentralManagerDelegate& delegate,
                                                                 dispatch_queue_t queue) {
-  auto gate = std::make_shared<Gate>();
+  auto gate = std::make_shared<CentralGate>();
   gate->setDelegate(&delegate);
   auto central = std::make_unique<Central>(shared_from_this(), gate);
   record({Operation::Kind::makeCentralManager, {}, {}});

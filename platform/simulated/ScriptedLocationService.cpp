@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-using Gate = DelegateGate<CLLocationManagerDelegate>;
+using ManagerGate = DelegateGate<CLLocationManagerDelegate>;
 
 class Location final : public ScriptedLocationService, public std::enable_shared_from_this<Location> {
  public:
@@ -51,7 +51,7 @@ class Location final : public ScriptedLocationService, public std::enable_shared
   using Call = std::function<void(CLLocationManager&, CLLocationManagerDelegate&)>;
   struct Entry {
     CLLocationManager* manager;
-    std::shared_ptr<Gate> gate;
+    std::shared_ptr<ManagerGate> gate;
 
     void run(const Call& call) const {
       gate->call([&](CLLocationManagerDelegate& delegate) { call(*manager, delegate); });
@@ -83,7 +83,7 @@ class Location final : public ScriptedLocationService, public std::enable_shared
 
 class Manager final : public CLLocationManager {
  public:
-  Manager(std::shared_ptr<Location> service, std::shared_ptr<Gate> gate)
+  Manager(std::shared_ptr<Location> service, std::shared_ptr<ManagerGate> gate)
       : service_(std::move(service)), gate_(std::move(gate)) {}
   ~Manager() override {
     gate_->setDelegate(nullptr);
@@ -117,11 +117,11 @@ class Manager final : public CLLocationManager {
 
  private:
   const std::shared_ptr<Location> service_;
-  const std::shared_ptr<Gate> gate_;
+  const std::shared_ptr<ManagerGate> gate_;
 };
 
 std::unique_ptr<CLLocationManager> Location::makeLocationManager() {
-  auto gate = std::make_shared<Gate>();
+  auto gate = std::make_shared<ManagerGate>();
   auto manager = std::make_unique<Manager>(shared_from_this(), gate);
   const std::scoped_lock lock(mutex_);
   entries_.push_back({manager.get(), std::move(gate)});

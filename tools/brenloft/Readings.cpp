@@ -15,7 +15,7 @@ std::string orDash(const OptionalText& text) {
 }
 
 // rssi, temperature, humidity, battery, emergency, acceleration, who.
-constexpr const char* kRow = "{:>4}  {:>7}  {:>6}  {:>3}  {:>3}  {:<20}  {}";
+constexpr const char* kRecordRow = "{:>4}  {:>7}  {:>6}  {:>3}  {:>3}  {:<20}  {}";
 
 // A sensor is its service and device identifier, an iBeacon its UUID, major and minor.
 std::string whoText(const BRLBeaconSnapshot& record) {
@@ -83,13 +83,13 @@ std::string recordRow(const BRLBeaconSnapshot& record) {
   const std::string acceleration =
       isSensor ? fmt::format("{} {} {}", orDash(record.xAccel), orDash(record.yAccel), orDash(record.zAccel))
                : "-";
-  return fmt::format(fmt::runtime(kRow), record.rssi, orDash(record.temperature), orDash(record.humidity),
+  return fmt::format(fmt::runtime(kRecordRow), record.rssi, orDash(record.temperature), orDash(record.humidity),
                      isSensor ? std::to_string(record.battery) : "-",
                      isSensor ? std::to_string(record.emergency) : "-", acceleration, whoText(record));
 }
 
 std::string recordHeader() {
-  return fmt::format(fmt::runtime(kRow), "rssi", "temp", "humid", "bat", "emg", "acceleration", "beacon");
+  return fmt::format(fmt::runtime(kRecordRow), "rssi", "temp", "humid", "bat", "emg", "acceleration", "beacon");
 }
 
 }  // namespace brenloft

@@ -94,9 +94,9 @@ uint32_t advertisingCrc(DataView pdu) {
 }
 
 LinkLayerContent readLinkLayerPacket(DataView packet, const LinkLayerReception& reception) {
-  using Check = LinkLayerReception::Check;
+  using CrcCheck = LinkLayerReception::Check;
   constexpr std::string_view kCut = "its link-layer packet is cut";
-  if (reception.check == Check::bad) return {};
+  if (reception.check == CrcCheck::bad) return {};
   if (packet.size() < kAccessAddress) return {{}, kCut};
   if (wire::littleEndian(packet, 0, 4) != kAdvertisingAccessAddress) return {};
   const std::size_t start = kAccessAddress + (reception.isCoded ? 1 : 0);
@@ -105,7 +105,7 @@ LinkLayerContent readLinkLayerPacket(DataView packet, const LinkLayerReception& 
   const std::size_t length = kPduHeader + wire::octet(packet, start + 1);
   if (packet.size() < start + length + kCrc) return {{}, kCut};
   const DataView pdu = packet.subspan(start, length);
-  if (reception.check == Check::unknown &&
+  if (reception.check == CrcCheck::unknown &&
       advertisingCrc(pdu) != wire::littleEndian(packet, start + length, kCrc))
     return {};
   const bool isRandom = (head & 0x40U) != 0;

@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kFileHeader = 24;
+constexpr std::size_t kPcapHeader = 24;
 constexpr std::size_t kRecordHeader = 16;
 
 struct Flavour {
@@ -56,10 +56,10 @@ class PcapReader : public PacketReader {
 }  // namespace
 
 std::unique_ptr<PacketReader> openPcap(CaptureBuffer& buffer, std::string& error) {
-  const DataView header = buffer.peek(kFileHeader);
+  const DataView header = buffer.peek(kPcapHeader);
   const auto flavour = flavourOf(header);
   if (!flavour) return nullptr;
-  if (header.size() < kFileHeader) {
+  if (header.size() < kPcapHeader) {
     error = "ends inside its pcap header";
     return nullptr;
   }
@@ -69,7 +69,7 @@ std::unique_ptr<PacketReader> openPcap(CaptureBuffer& buffer, std::string& error
     error = fmt::format("is pcap with link type {}, which is not supported", linkType);
     return nullptr;
   }
-  buffer.drop(kFileHeader);
+  buffer.drop(kPcapHeader);
   return std::make_unique<PcapReader>(buffer, *flavour, link);
 }
 
