@@ -10,9 +10,9 @@
 /// same key. Thread safety: as NSManagedObject.
 class BRL_EXPORT BRLUserDataModel : public platform::NSManagedObject {
  public:
-  std::optional<platform::Data> userData() const { return stored<platform::Data>("userData"); }
-  void setUserData(std::optional<platform::Data> data) { setStored(std::move(data), "userData"); }
+  std::optional<platform::Data> userData() const { return stored<platform::Data>({"userData", 0}); }
+  void setUserData(std::optional<platform::Data> data) { setStored(std::move(data), {"userData", 0}); }
   /// The key.
-  std::optional<std::string> uuid() const { return stored<std::string>("uuid"); }
-  void setUuid(std::optional<std::string> uuid) { setStored(std::move(uuid), "uuid"); }
+  std::optional<std::string> uuid() const { return stored<std::string>({"uuid", 1}); }
+  void setUuid(std::optional<std::string> uuid) { setStored(std::move(uuid), {"uuid", 1}); }
 };

@@ -62,13 +62,13 @@ NSManagedObject::~NSManagedObject() {
 }
 
 std::optional<Value> NSManagedObject::valueForKey(std::string_view key) const {
-  return toValue(storedValue(key), entity_->attributes()[indexOf(key)].attributeType);
+  return toValue(storedValue({key}), entity_->attributes()[indexOf({key})].attributeType);
 }
 
 void NSManagedObject::setValue_forKey(std::optional<Value> value, std::string_view key) {
-  const NSAttributeDescription& attribute = entity_->attributes()[indexOf(key)];
+  const NSAttributeDescription& attribute = entity_->attributes()[indexOf({key})];
   const bool absent = !value || std::holds_alternative<NSNull>(*value);
-  setStoredValue(absent ? StoredValue() : toStored(*value, attribute), key);
+  setStoredValue(absent ? StoredValue() : toStored(*value, attribute), {key});
 }
 
 bool NSManagedObject::stateIs(State state) const {
@@ -76,19 +76,22 @@ bool NSManagedObject::stateIs(State state) const {
   return state_ == state;
 }
 
-std::size_t NSManagedObject::indexOf(std::string_view key) const {
-  const auto index = entity_->indexOfAttribute(key);
-  if (!index) throw NSInvalidArgumentException(entity_->name() + " has no attribute " + std::string(key));
+std::size_t NSManagedObject::indexOf(AttributeKey key) const {
+  const auto& attributes = entity_->attributes();
+  if (key.place < attributes.size() && attributes[key.place].name == key.name) return key.place;
+  const auto index = entity_->indexOfAttribute(key.name);
+  if (!index)
+    throw NSInvalidArgumentException(entity_->name() + " has no attribute " + std::string(key.name));
   return *index;
 }
 
-StoredValue NSManagedObject::storedValue(std::string_view key) const {
+StoredValue NSManagedObject::storedValue(AttributeKey key) const {
   const std::size_t index = indexOf(key);
   const auto lock = registry_->lock();
   return values_[index];
 }
 
-void NSManagedObject::setStoredValue(StoredValue value, std::string_view key) {
+void NSManagedObject::setStoredValue(StoredValue value, AttributeKey key) {
   const std::size_t index = indexOf(key);
   const auto lock = registry_->lock();
   values_[index] = std::move(value);

@@ -44,15 +44,20 @@ class BRL_EXPORT NSManagedObject : public std::enable_shared_from_this<NSManaged
   bool isDeleted() const { return stateIs(State::Deleted); }
 
  protected:
+  /// An attribute by its name, and the place where a subclass expects it, which is looked at first.
+  struct AttributeKey {
+    std::string_view name;
+    std::size_t place = 0;
+  };
   /// The value of an attribute as it is stored; a subclass asks for the kind that its entity declares.
   template <typename Kind>
-  std::optional<Kind> stored(std::string_view key) const {
+  std::optional<Kind> stored(AttributeKey key) const {
     StoredValue value = storedValue(key);
     if (auto* held = std::get_if<Kind>(&value)) return std::move(*held);
     return std::nullopt;
   }
   template <typename Kind>
-  void setStored(std::optional<Kind> value, std::string_view key) {
+  void setStored(std::optional<Kind> value, AttributeKey key) {
     setStoredValue(value ? StoredValue(std::move(*value)) : StoredValue(), key);
   }
 
@@ -62,9 +67,9 @@ class BRL_EXPORT NSManagedObject : public std::enable_shared_from_this<NSManaged
   enum class State { Detached, Inserted, Clean, Updated, Deleted };
 
   bool stateIs(State state) const;
-  std::size_t indexOf(std::string_view key) const;
-  StoredValue storedValue(std::string_view key) const;
-  void setStoredValue(StoredValue value, std::string_view key);
+  std::size_t indexOf(AttributeKey key) const;
+  StoredValue storedValue(AttributeKey key) const;
+  void setStoredValue(StoredValue value, AttributeKey key);
 
   // Set once, before anybody else sees the object.
   const NSEntityDescription* entity_ = nullptr;
