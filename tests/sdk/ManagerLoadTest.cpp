@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <thread>
@@ -33,12 +34,14 @@ CBUUID serviceOf(int beacon) {
 }
 
 TEST(ManagerUnderLoad, LosesNoBeaconWhileEverythingHappensAtOnce) {
-  platform::SimulatedPlatform simulated({.clock = platform::SimulatedPlatformOptions::Clock::realTime,
-                                         .bluetooth = platform::SimulatedPlatformOptions::Bluetooth::scripted,
-                                         .location = platform::SimulatedPlatformOptions::Location::scripted});
+  auto& simulated =
+      *new platform::SimulatedPlatform({.clock = platform::SimulatedPlatformOptions::Clock::realTime,
+                                        .bluetooth = platform::SimulatedPlatformOptions::Bluetooth::scripted,
+                                        .location = platform::SimulatedPlatformOptions::Location::scripted});
   simulated.install();
-  BRLDelegateHandlers handlers;
-  std::atomic<uint64_t> calls{0};
+  // The manager's queues outlive the test, and with them what they call.
+  auto& handlers = *new BRLDelegateHandlers;
+  auto& calls = *new std::atomic<uint64_t>{0};
   handlers.forBeacon = [&](BRLContextManager&, const auto&) { ++calls; };
   handlers.didRangeBeaconSensors = [&](BRLContextManager&, const BRLRecordList& list) {
     calls += list.size();
@@ -83,6 +86,11 @@ TEST(ManagerUnderLoad, LosesNoBeaconWhileEverythingHappensAtOnce) {
     }
     std::this_thread::sleep_for(milliseconds(25));  // 20,000 a second
   }
+  const auto sensors = [&] {
+    const auto view = manager->rangeBeaconSensors().view();
+    return std::count_if(view.begin(), view.end(), [](const auto& r) { return r->beaconType() == 1; });
+  };
+  while (sensors() < kBeacons) std::this_thread::sleep_for(milliseconds(5));
   done = true;
   application.join();
   ranging.join();
@@ -90,14 +98,11 @@ TEST(ManagerUnderLoad, LosesNoBeaconWhileEverythingHappensAtOnce) {
   mainQueue.join();
 
   std::set<std::string> heard;
-  size_t sensors = 0;
   for (const auto& record : manager->rangeBeaconSensors()) {
-    if (record->beaconType() != 1) continue;
-    ++sensors;
-    heard.insert(*record->uuid());
+    if (record->beaconType() == 1) heard.insert(*record->uuid());
   }
   EXPECT_EQ(heard.size(), static_cast<size_t>(kBeacons));
-  EXPECT_EQ(sensors, heard.size()) << "a beacon has two records";
+  EXPECT_EQ(sensors(), kBeacons) << "a beacon has two records";
   EXPECT_GT(calls, 0U);
 }
 

@@ -1,7 +1,8 @@
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -80,8 +81,7 @@ class RowPrinter {
   int64_t newest_ = 0;
 };
 
-void follow(SensorLogReader& reader, RowPrinter& printer, Output& out) {
-  StopSignals signals;
+void follow(SensorLogReader& reader, RowPrinter& printer, Output& out, StopSignals& signals) {
   RunLoop loop(RunLoop::Clock::realTime);
   signals.watch([&] { loop.stop(); });
   while (!signals.isStopped() && !out.isClosed()) {
@@ -92,13 +92,16 @@ void follow(SensorLogReader& reader, RowPrinter& printer, Output& out) {
 }
 
 void show(const LogOptions& options) {
+  // Before the first row, so that whoever waits for that may stop the rest.
+  std::optional<StopSignals> signals;
+  if (options.follow) signals.emplace();
   const auto reader = openLog();
   Output out(options.follow ? Output::Buffering::lines : Output::Buffering::blocks);
   RowPrinter printer(out, options.format);
   require(
       options.last ? reader->lastRows(*options.last, printer.block()) : reader->rowsAfter(0, printer.block()),
       *reader);
-  if (options.follow) follow(*reader, printer, out);
+  if (signals) follow(*reader, printer, out, *signals);
   out.finish();
 }
 
