@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iostream>
 #include <mutex>
 #include <thread>
 
@@ -50,6 +51,9 @@ class BlueZSource : public testing::Test {
 
   void TearDown() override {
     if (source_) source_->close();
+    if (!HasFailure()) return;
+    for (const auto& state : states_) std::cerr << "told: " << state << '\n';
+    for (const auto& call : daemon_->calls()) std::cerr << "asked: " << call << '\n';
   }
 
   void startDaemon(const std::vector<FakeBlueZ::Adapter>& adapters = {FakeBlueZ::Adapter()}) {

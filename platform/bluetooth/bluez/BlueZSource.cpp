@@ -164,9 +164,11 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void changed(Date time, const bluez::Object& object) {
     if (object.adapter && adapters_.find(object.path) != nullptr) {
+      const bool isOurs = object.path == adapter_ && scan_ == Scan::running;
       adapters_.update(object.path, *object.adapter);
       settle();
-      if (object.adapter->discovering == false) later(options_.firstPause, &BlueZSource::resumeIfEnded);
+      if (isOurs && object.adapter->discovering == false)
+        later(options_.firstPause, &BlueZSource::resumeIfEnded, attempt_);
     }
     if (object.device) heard(time, object);
   }
@@ -287,9 +289,9 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   /// The daemon ended the discovery by itself, as it does over a suspend.
-  void resumeIfEnded() {
+  void resumeIfEnded(uint64_t attempt) {
     const auto* adapter = adapters_.find(adapter_);
-    if (scan_ != Scan::running || adapter == nullptr || adapter->isDiscovering) return;
+    if (attempt != attempt_ || scan_ != Scan::running || adapter == nullptr || adapter->isDiscovering) return;
     isDiscovering_ = false;
     startDiscovery();
   }

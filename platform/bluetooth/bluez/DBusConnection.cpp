@@ -1,8 +1,22 @@
 #include "platform/bluetooth/bluez/DBusConnection.h"
 
+#include <algorithm>
+#include <array>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include "platform/bluetooth/bluez/DBusValues.h"
 
 namespace platform::bluez {
+namespace {
+
+// What another thread's call has read and queued inside the library wakes no poll; this bounds how long it
+// waits.
+constexpr int kLongestPoll = 200;  // milliseconds
+
+}  // namespace
 
 std::unique_ptr<DBusConnection> DBusConnection::open(const std::string& busAddress, CallError& problem) {
   try {
@@ -15,10 +29,12 @@ std::unique_ptr<DBusConnection> DBusConnection::open(const std::string& busAddre
   }
 }
 
-DBusConnection::DBusConnection(std::unique_ptr<sdbus::IConnection> bus) : bus_(std::move(bus)) {}
+DBusConnection::DBusConnection(std::unique_ptr<sdbus::IConnection> bus)
+    : bus_(std::move(bus)), stopEvent_(::eventfd(0, EFD_CLOEXEC)) {}
 
 DBusConnection::~DBusConnection() {
   stop();
+  ::close(stopEvent_);
 }
 
 void DBusConnection::run(std::function<void(const std::string& why)> onLost) {
@@ -28,17 +44,26 @@ void DBusConnection::run(std::function<void(const std::string& why)> onLost) {
 void DBusConnection::readUntilStopped(const std::function<void(const std::string& why)>& onLost) {
   std::string why = "the connection ended";
   try {
-    bus_->enterEventLoop();
+    while (!isStopping_) readOnce();
   } catch (const std::exception& error) {
     why = error.what();
   }
   if (!isStopping_) onLost(why);
 }
 
+void DBusConnection::readOnce() {
+  while (!isStopping_ && bus_->processPendingRequest()) {
+  }
+  const auto wanted = bus_->getEventLoopPollData();
+  const int due = wanted.getPollTimeout();
+  std::array<pollfd, 2> ready{{{wanted.fd, wanted.events, 0}, {stopEvent_, POLLIN, 0}}};
+  ::poll(ready.data(), ready.size(), due < 0 ? kLongestPoll : std::min(due, kLongestPoll));
+}
+
 void DBusConnection::stop() {
   if (!thread_.joinable()) return;
   isStopping_ = true;
-  bus_->leaveEventLoop();
+  ::eventfd_write(stopEvent_, 1);
   thread_.join();
 }
 

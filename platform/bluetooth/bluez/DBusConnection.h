@@ -37,8 +37,10 @@ class DBusConnection {
  private:
   explicit DBusConnection(std::unique_ptr<sdbus::IConnection> bus);
   void readUntilStopped(const std::function<void(const std::string& why)>& onLost);
+  void readOnce();
 
   std::unique_ptr<sdbus::IConnection> bus_;
+  const int stopEvent_;
   std::atomic<bool> isStopping_ = false;
   std::thread thread_;
 };
