@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>
@@ -90,11 +91,33 @@ double replay(int beacons) {
   return taken.count();
 }
 
-double replayInChild(int beacons) {
+constexpr int kRangingReports = 200;
+
+// Seconds for the ranging reports of so many beacons, each of which has a record.
+double range(int beacons) {
+  using Delivery = platform::ScriptedLocationService::Delivery;
+  platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
+  simulated.install();
+  BRLDelegateHandlers handlers;
+  handlers.didRangeBeaconSensors = [](BRLContextManager&, const BRLRecordList&) {};
+  BRLContextManager::Class::setDelegate(&handlers);
+  BRLContextManager::Class::setBeaconGroupType(2);
+  simulated.clock().runDue();
+  std::vector<platform::CLBeacon> report;
+  for (int i = 0; i < beacons; ++i) report.push_back({{}, 1, static_cast<uint16_t>(i), -60});
+  simulated.scriptedLocation().ranged(report, nullptr, Delivery::callingThread);
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < kRangingReports; ++i) {
+    simulated.scriptedLocation().ranged(report, nullptr, Delivery::callingThread);
+  }
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+double inChild(double (*run)(int beacons), int beacons) {
   int channel[2];
   if (pipe(channel) != 0) std::abort();
   if (fork() == 0) {
-    const double seconds = replay(beacons);
+    const double seconds = run(beacons);
     _exit(write(channel[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
   }
   close(channel[1]);
@@ -107,13 +130,24 @@ double replayInChild(int beacons) {
 
 void advertisementsToDelegate(benchmark::State& state) {
   for (auto _ : state) {
-    const double seconds = replayInChild(static_cast<int>(state.range(0)));
+    const double seconds = inChild(replay, static_cast<int>(state.range(0)));
     if (seconds == 0) state.SkipWithError("the replay failed");
     state.SetIterationTime(seconds);
   }
   state.SetItemsProcessed(state.iterations() * kAdvertisements);
 }
+
+void rangingReports(benchmark::State& state) {
+  for (auto _ : state) {
+    const double seconds = inChild(range, static_cast<int>(state.range(0)));
+    if (seconds == 0) state.SkipWithError("the child failed");
+    state.SetIterationTime(seconds);
+  }
+  state.SetItemsProcessed(state.iterations() * kRangingReports);
+}
+
 BENCHMARK(advertisementsToDelegate)->Arg(1)->Arg(100)->Arg(1000)->Arg(10000)->UseManualTime();
+BENCHMARK(rangingReports)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();
 
 }  // namespace
 

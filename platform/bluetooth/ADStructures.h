@@ -30,8 +30,8 @@ enum class ADType : uint8_t {
   manufacturerData = 0xFF,
 };
 
-/// What the AD structures of one report say (Bluetooth Core, Vol 3, Part C, 11; Core Specification
-/// Supplement, Part A). The first structure of a kind counts, except that UUID lists add up. A structure
+/// What the AD structures of one report say (Bluetooth Core, Vol 3, Part C, 11, and its Supplement,
+/// Part A). The first structure of a kind counts, except that UUID lists add up. A structure
 /// without room for what its type promises is passed over. Views lend from the octets that were read; an
 /// object can be read into again and keeps its buffers.
 class ADStructures {
