@@ -44,6 +44,8 @@ bool holdsStore(const NSManagedObjectModel& model, const std::filesystem::path& 
   if (size == 0) return false;
   if (size < kHeaderSize) refuse("not a database");
   SQLiteDatabase glance(file, SQLiteDatabase::Access::Glance);
+  // A kill amid a checkpoint leaves a header that promises more pages than the file has yet; its log has them.
+  glance.execute("PRAGMA writable_schema = ON");
   if (glance.integer("PRAGMA application_id") != kApplicationId) refuse("another application's database");
   if (glance.integer("PRAGMA user_version") != versionOf(model)) refuse("a store of another model");
   return true;

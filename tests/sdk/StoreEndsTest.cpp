@@ -1,4 +1,5 @@
 #include <chrono>
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -93,6 +94,24 @@ TEST(StoreEnds, TheSaveOfTheApplicationForgivesAFailureAndKeepsTheChanges) {
   };
   EXPECT_EQ(test::launch(folder.path(), application), 0);
   EXPECT_EQ(test::launch(folder.path(), [] { EXPECT_EQ(test::logCount(), 1U); }), 0);
+}
+
+// A checkpoint copies the first page, with the new number of pages, before the pages that are new.
+TEST(StoreEnds, AKillAmidACheckpointLeavesAStoreThatOpens) {
+  const test::TemporaryFolder folder;
+  const auto file = folder / "ServiceModel.sqlite";
+  const auto logAndDie = [] {
+    for (int i = 0; i < 300; ++i) test::logSensor();
+    kill(getpid(), SIGKILL);
+  };
+  ASSERT_EQ(test::launch(folder.path(), logAndDie), -SIGKILL);
+  ASSERT_GT(std::filesystem::file_size(file.string() + "-wal"), 0U);
+  std::fstream header(file, std::ios::in | std::ios::out | std::ios::binary);
+  header.seekp(30);  // the low octets of the number of pages
+  header.write("\x01\x00", 2);
+  header.close();
+  EXPECT_EQ(test::launch(folder.path(), [] { EXPECT_EQ(test::logCount(), 300U); }), 0);
+  EXPECT_EQ(test::sql(file, "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
 }
 
 // Logs until it is killed and reports each record on a pipe once its logging has returned.

@@ -11,7 +11,7 @@ export PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 # cmake --install moves a prefix; the package file must name the one it was installed to.
-cmake -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
+cmake -G Ninja -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
 cmake --build "$work/cmake" >/dev/null
 "$work/cmake/thermometer" simulated >"$work/by-cmake" 2>/dev/null
 
