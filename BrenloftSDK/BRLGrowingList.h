@@ -75,7 +75,7 @@ class BRLGrowingList {
     const Place place = placeOf(index);
     Element* segment = segments_[place.segment].load(std::memory_order_relaxed);
     if (segment == nullptr) {
-      segment = new Element[kFirstSegment << place.segment];
+      segment = new Element[place.capacity];
       segments_[place.segment].store(segment, std::memory_order_release);
     }
     segment[place.offset] = std::move(element);
@@ -91,11 +91,13 @@ class BRLGrowingList {
   struct Place {
     size_t segment;
     size_t offset;
+    size_t capacity;  // of the segment
   };
 
   static Place placeOf(size_t index) {
-    const auto segment = static_cast<size_t>(std::bit_width(index / kFirstSegment + 1)) - 1;
-    return {segment, index - kFirstSegment * ((size_t{1} << segment) - 1)};
+    const size_t run = std::bit_floor(index / kFirstSegment + 1);
+    return {static_cast<size_t>(std::countr_zero(run)), index - kFirstSegment * (run - 1),
+            kFirstSegment * run};
   }
 
   const Element& at(size_t index) const {

@@ -14,7 +14,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kManyOctets = 64 * 1024;
+constexpr std::size_t kManyOctets = 65'536;
 constexpr std::size_t kLongestLegacyData = 31;
 constexpr std::size_t kLongestFragment = 229;  // what is left of an event's 255 octets
 constexpr std::size_t kLongestData = 1650;
@@ -62,7 +62,7 @@ class FileBtsnoopWriter : public BtsnoopWriter {
     putBigEndian(btsnoop::kLinkH4, 4);
   }
   ~FileBtsnoopWriter() override {
-    flush();
+    FileBtsnoopWriter::flush();
     close(descriptor_);
   }
 
@@ -107,7 +107,7 @@ class FileBtsnoopWriter : public BtsnoopWriter {
     for (int i = 0; i < count; ++i) putOctet(0);
   }
   void putAddress(const BluetoothAddress& address) {
-    for (auto octet = address.octets.rbegin(); octet != address.octets.rend(); ++octet) putOctet(*octet);
+    std::for_each(address.octets.rbegin(), address.octets.rend(), [this](uint8_t octet) { putOctet(octet); });
   }
 
   /// A record with the beginning of an LE Meta event; `parameters` octets follow the subevent code.
