@@ -18,16 +18,8 @@ using platform::CLBeacon;
 using platform::NSUUID;
 using std::chrono::milliseconds;
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(thread_sanitizer) || __has_feature(address_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr int kBeacons = 500;
-constexpr int kRounds = kSanitized ? 20 : 400;  // of one advertisement of each beacon
+constexpr int kRounds = 400;  // of one advertisement of each beacon: ten seconds
 
 CBUUID serviceOf(int beacon) {
   return CBUUID::fromShort(static_cast<uint32_t>(0x1000 + beacon));
