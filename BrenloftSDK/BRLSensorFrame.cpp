@@ -41,22 +41,18 @@ std::string decimalText(int16_t value) {
   return {buffer.data(), std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr};
 }
 
-std::string identifierText(DataView octets) {
-  std::string text;
-  text.reserve(octets.size() * 3);
-  for (const std::byte octet : octets) {
-    if (!text.empty()) text += '-';
-    platform::appendHex(text, std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
+// Two digits of each octet, with room for a separator where there is one.
+template <size_t Octets, char Separator = 0>
+std::string hexDigits(DataView frame, size_t offset) {
+  constexpr size_t kStep = Separator == 0 ? 2 : 3;
+  std::array<char, Octets * kStep> digits;
+  for (size_t i = 0; i < Octets; ++i) {
+    const uint8_t octet = octetAt(frame, offset + i);
+    digits[i * kStep] = platform::kUpperHexDigits[octet >> 4];
+    digits[i * kStep + 1] = platform::kUpperHexDigits[octet & 15];
+    if (Separator != 0) digits[i * kStep + 2] = Separator;
   }
-  return text;
-}
-
-std::string hexDigits(DataView octets) {
-  std::string text;
-  for (const std::byte octet : octets) {
-    platform::appendHex(text, std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
-  }
-  return text;
+  return {digits.data(), digits.size() - (Separator == 0 ? 0 : 1)};
 }
 
 }  // namespace
@@ -65,13 +61,13 @@ std::optional<BRLSensorReadings> decodeSensorFrame(DataView manufacturerData) {
   if (manufacturerData.size() < kBRLSensorFrameLength) return std::nullopt;
   const DataView frame = manufacturerData.first(kBRLSensorFrameLength);
   return BRLSensorReadings{
-      .uniqueId = identifierText(frame.subspan(7, 6)),
+      .uniqueId = hexDigits<6, '-'>(frame, 7),
       .txPower = octetAt(frame, 4),
       .temperature = hundredthsText(static_cast<int16_t>(littleEndianAt(frame, 0))),
       .humidity = hundredthsText(littleEndianAt(frame, 2)),
       .battery = octetAt(frame, 5),
       .emergency = octetAt(frame, 6),
-      .tbd = hexDigits(frame.subspan(19, 3)),
+      .tbd = hexDigits<3>(frame, 19),
       .xAccel = decimalText(bigEndianAt(frame, 13)),
       .yAccel = decimalText(bigEndianAt(frame, 15)),
       .zAccel = decimalText(bigEndianAt(frame, 17)),

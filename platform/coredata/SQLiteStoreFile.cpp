@@ -31,6 +31,12 @@ std::string fingerprintText(const NSManagedObjectModel& model) {
   return text.data();
 }
 
+bool hasLog(const std::filesystem::path& file) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(file.string() + "-wal", error);
+  return !error && size > 0;
+}
+
 // A glance, because opening a stranger's database leaves SQLite's files beside it. (Reading the header
 // without SQLite would be worse: closing a file drops every lock that this process holds on it.) False when
 // there is nothing yet: no file, or one of no octets, as a creation that was cut short leaves it.
@@ -44,8 +50,9 @@ bool holdsStore(const NSManagedObjectModel& model, const std::filesystem::path& 
   if (size == 0) return false;
   if (size < kHeaderSize) refuse("not a database");
   SQLiteDatabase glance(file, SQLiteDatabase::Access::Glance);
-  // A kill amid a checkpoint leaves a header that promises more pages than the file has yet; its log has them.
-  glance.execute("PRAGMA writable_schema = ON");
+  // A kill amid a checkpoint leaves a header that promises more pages than the file has yet; its log has
+  // them.
+  if (hasLog(file)) glance.execute("PRAGMA writable_schema = ON");
   if (glance.integer("PRAGMA application_id") != kApplicationId) refuse("another application's database");
   if (glance.integer("PRAGMA user_version") != versionOf(model)) refuse("a store of another model");
   return true;
@@ -75,12 +82,6 @@ void verify(const NSManagedObjectModel& model, SQLiteDatabase& database) {
   for (const auto& entity : model.entities()) {
     database.prepare(EntityTable(entity).select(" ORDER BY rowid DESC LIMIT 1")).step();
   }
-}
-
-bool hasLog(const std::filesystem::path& file) {
-  std::error_code error;
-  const auto size = std::filesystem::file_size(file.string() + "-wal", error);
-  return !error && size > 0;
 }
 
 }  // namespace

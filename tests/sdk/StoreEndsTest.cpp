@@ -53,7 +53,11 @@ TEST(StoreEnds, AStoreThatCannotBeOpenedEndsTheProcessAndStaysAsItIs) {
     make(folder / "ServiceModel.sqlite");
     const auto before = folder.contents();
     EXPECT_EQ(test::launch(folder.path(), [] { quietAbort(), test::logCount(); }), -SIGABRT);
-    EXPECT_TRUE(folder.contents() == before);
+    for (const auto& [name, octets] : folder.contents()) {
+      ASSERT_TRUE(before.contains(name)) << name;
+      if (name.ends_with("-shm")) continue;  // whoever reads the log makes its index anew
+      EXPECT_TRUE(octets == before.at(name)) << name;
+    }
   }
   const test::TemporaryFolder folder;
   std::ofstream(folder / "file") << "in place of the folder";
