@@ -32,8 +32,8 @@ TEST(ManagerUnderLoad, LosesNoBeaconWhileEverythingHappensAtOnce) {
                                         .location = platform::SimulatedPlatformOptions::Location::scripted});
   simulated.install();
   // The manager's queues outlive the test, and with them what they call.
-  auto& handlers = *new BRLDelegateHandlers;
-  auto& calls = *new std::atomic<uint64_t>{0};
+  static auto& handlers = *new BRLDelegateHandlers;
+  static auto& calls = *new std::atomic<uint64_t>{0};
   handlers.forBeacon = [&](BRLContextManager&, const auto&) { ++calls; };
   handlers.didRangeBeaconSensors = [&](BRLContextManager&, const BRLRecordList& list) {
     calls += list.size();
