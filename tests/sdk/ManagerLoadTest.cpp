@@ -26,7 +26,7 @@ CBUUID serviceOf(int beacon) {
 }
 
 TEST(ManagerUnderLoad, LosesNoBeaconWhileEverythingHappensAtOnce) {
-  auto& simulated =
+  static auto& simulated =
       *new platform::SimulatedPlatform({.clock = platform::SimulatedPlatformOptions::Clock::realTime,
                                         .bluetooth = platform::SimulatedPlatformOptions::Bluetooth::scripted,
                                         .location = platform::SimulatedPlatformOptions::Location::scripted});
