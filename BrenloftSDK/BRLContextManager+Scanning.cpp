@@ -143,7 +143,8 @@ void BRLContextManager::keepLostTimer(const std::string& key, const Record& reco
     return;
   }
   auto timer = BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
-      beaconExitTime_, Platform::installed().dispatch->mainQueue(), [this](const auto& /*timer*/) { checkLost(); });
+      beaconExitTime_, Platform::installed().dispatch->mainQueue(),
+      [this](const auto& /*timer*/) { checkLost(); });
   seenBRLCache_.emplace(key, SeenBeacon{record, std::move(timer)});
 }
 

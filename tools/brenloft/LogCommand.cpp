@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>

@@ -83,13 +83,14 @@ std::string recordRow(const BRLBeaconSnapshot& record) {
   const std::string acceleration =
       isSensor ? fmt::format("{} {} {}", orDash(record.xAccel), orDash(record.yAccel), orDash(record.zAccel))
                : "-";
-  return fmt::format(fmt::runtime(kRecordRow), record.rssi, orDash(record.temperature), orDash(record.humidity),
-                     isSensor ? std::to_string(record.battery) : "-",
+  return fmt::format(fmt::runtime(kRecordRow), record.rssi, orDash(record.temperature),
+                     orDash(record.humidity), isSensor ? std::to_string(record.battery) : "-",
                      isSensor ? std::to_string(record.emergency) : "-", acceleration, whoText(record));
 }
 
 std::string recordHeader() {
-  return fmt::format(fmt::runtime(kRecordRow), "rssi", "temp", "humid", "bat", "emg", "acceleration", "beacon");
+  return fmt::format(fmt::runtime(kRecordRow), "rssi", "temp", "humid", "bat", "emg", "acceleration",
+                     "beacon");
 }
 
 }  // namespace brenloft
