@@ -168,15 +168,18 @@ void FakeBlueZ::registerAdapter(LiveAdapter& live) {
 
 void FakeBlueZ::startDiscovery(LiveAdapter& live) {
   record(live.adapter.name + ".StartDiscovery");
-  const std::lock_guard lock(mutex_);
-  if (!startErrors_.empty()) {
-    const std::string error = startErrors_.front();
-    startErrors_.pop_front();
-    throw sdbus::Error(error, "not now");
+  {
+    const std::lock_guard lock(mutex_);
+    if (!startErrors_.empty()) {
+      const std::string error = startErrors_.front();
+      startErrors_.pop_front();
+      throw sdbus::Error(error, "not now");
+    }
+    if (!live.adapter.powered) throw sdbus::Error("org.bluez.Error.NotReady", "Resource Not Ready");
+    if (live.isDiscovering) throw sdbus::Error("org.bluez.Error.InProgress", "Operation already in progress");
+    live.isDiscovering = true;
   }
-  if (!live.adapter.powered) throw sdbus::Error("org.bluez.Error.NotReady", "Resource Not Ready");
-  if (live.isDiscovering) throw sdbus::Error("org.bluez.Error.InProgress", "Operation already in progress");
-  live.isDiscovering = true;
+  live.object->emitPropertiesChangedSignal(kAdapter, {"Discovering"});
 }
 
 void FakeBlueZ::addKnownDevice(const std::string& path, const Properties& properties) {

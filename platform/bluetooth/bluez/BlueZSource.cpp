@@ -165,10 +165,11 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   void changed(Date time, const bluez::Object& object) {
     if (object.adapter && adapters_.find(object.path) != nullptr) {
       const bool isOurs = object.path == adapter_ && scan_ == Scan::running;
+      const uint64_t attempt = attempt_;  // settling may end it, and nothing is to be resumed then
       adapters_.update(object.path, *object.adapter);
       settle();
       if (isOurs && object.adapter->discovering == false)
-        later(options_.firstPause, &BlueZSource::resumeIfEnded, attempt_);
+        later(options_.firstPause, &BlueZSource::resumeIfEnded, attempt);
     }
     if (object.device) heard(time, object);
   }
