@@ -16,11 +16,9 @@ std::size_t ObjectRegistry::changes() const {
   return changes;
 }
 
-// Emptying a table asks for its last row first, and nobody may add one in between.
 bool ObjectRegistry::isSingleStatement() const {
-  return changes() == 1 && std::all_of(entities_.begin(), entities_.end(), [](const Entity& entity) {
-           return entity.deletedThrough == SQLiteStore::kBeforeAll;
-         });
+  return changes() == 1 && std::none_of(entities_.begin(), entities_.end(),
+                                        [](const Entity& entity) { return entity.hasDeletions(); });
 }
 
 // Letting go of an object may take it out of `live`, so whoever walks that holds all of them meanwhile.
@@ -131,7 +129,8 @@ std::vector<int64_t> ObjectRegistry::writeTo(SQLiteStore& store) {
   std::vector<int64_t> newRows;
   for (std::size_t i = 0; i < entities_.size(); ++i) {
     const Entity& entity = entities_[i];
-    if (entity.deletedThrough != SQLiteStore::kBeforeAll) store.deleteRowsThrough(i, entity.deletedThrough);
+    if (entity.hasDeletions()) store.noteLastRow(i);
+    if (entity.isDeletedThrough()) store.deleteRowsThrough(i, entity.deletedThrough);
     for (const auto& [number, object] : entity.deleted) store.deleteRow(i, number);
     for (const auto& [number, object] : entity.updated) store.updateRow(i, number, object->values_);
     for (const auto& [order, object] : entity.inserted) {
@@ -147,8 +146,9 @@ void ObjectRegistry::finishDeletions(Entity& entity) {
     entity.live.erase(number);
   }
   entity.deleted.clear();
-  if (entity.deletedThrough == SQLiteStore::kBeforeAll) return;
+  if (!entity.isDeletedThrough()) return;
   for (const Object& object : heldObjects(entity)) {
+    if (object->number_ > entity.deletedThrough) continue;  // another process has added it since
     object->state_ = State::Detached;
     entity.live.erase(object->number_);
   }

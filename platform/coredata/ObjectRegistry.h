@@ -37,9 +37,10 @@ class ObjectRegistry : public std::enable_shared_from_this<ObjectRegistry> {
     /// The one object of a row that somebody holds.
     std::unordered_map<int64_t, std::weak_ptr<NSManagedObject>> live;
 
+    bool isDeletedThrough() const { return deletedThrough != SQLiteStore::kBeforeAll; }
+    bool hasDeletions() const { return isDeletedThrough() || !deleted.empty(); }
     std::size_t changes() const {
-      return inserted.size() + updated.size() + deleted.size() +
-             (deletedThrough != SQLiteStore::kBeforeAll ? 1U : 0U);
+      return inserted.size() + updated.size() + deleted.size() + (isDeletedThrough() ? 1U : 0U);
     }
   };
 

@@ -20,6 +20,7 @@ SQLiteStore::Table::Table(SQLiteDatabase& database, const NSEntityDescription& e
     : sql(entity),
       insert(database.prepare(sql.insert())),
       update(database.prepare(sql.update())),
+      noteLast(database.prepare(sql.noteLastRow())),
       remove(database.prepare(sql.remove())),
       removeThrough(database.prepare(sql.removeThrough())),
       removeAll(database.prepare(sql.removeAll())) {}

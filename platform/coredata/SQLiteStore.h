@@ -33,9 +33,11 @@ class SQLiteStore {
 
   /// Runs changes as one transaction. A single statement is one by itself.
   void write(bool singleStatement, const std::function<void()>& changes);
-  /// Returns the row's number, which is above that of every row that is there.
+  /// Returns the row's number, which is above that of every row that is or was there.
   int64_t insertRow(std::size_t entity, std::span<const StoredValue> values);
   void updateRow(std::size_t entity, int64_t number, std::span<const StoredValue> values);
+  /// Call before the first row of a transaction is deleted.
+  void noteLastRow(std::size_t entity) { tables_[entity].noteLast.run(); }
   void deleteRow(std::size_t entity, int64_t number);
   void deleteRowsThrough(std::size_t entity, int64_t number);
 
@@ -45,6 +47,7 @@ class SQLiteStore {
     EntityTable sql;
     SQLiteStatement insert;
     SQLiteStatement update;
+    SQLiteStatement noteLast;
     SQLiteStatement remove;
     SQLiteStatement removeThrough;
     SQLiteStatement removeAll;

@@ -87,7 +87,9 @@ void verify(const NSManagedObjectModel& model, SQLiteDatabase& database) {
 }  // namespace
 
 EntityTable::EntityTable(const NSEntityDescription& entity)
-    : attributes_(entity.attributes()), table_(quoted(entity.name())) {}
+    : attributes_(entity.attributes()),
+      table_(quoted(entity.name())),
+      lastRowKey_("'lastRow." + entity.name() + "'") {}
 
 std::string EntityTable::quoted(std::string_view name) {
   return '"' + std::string(name) + '"';
@@ -126,10 +128,18 @@ std::string EntityTable::create() const {
   return "CREATE TABLE " + table_ + " (" + text + ")";
 }
 
+// SQLite numbers a row after the newest one that is there. Where a newer one was deleted, its number counts.
 std::string EntityTable::insert() const {
-  std::string marks = "?";
-  for (std::size_t i = 1; i < attributes_.size(); ++i) marks += ", ?";
-  return "INSERT INTO " + table_ + " (" + columns(", ") + ") VALUES (" + marks + ")";
+  std::string marks;
+  for (std::size_t i = 0; i < attributes_.size(); ++i) marks += ", ?";
+  return "INSERT INTO " + table_ + " (rowid, " + columns(", ") +
+         ") VALUES ((SELECT value + 1 FROM NSStoreMetadata WHERE key = " + lastRowKey_ +
+         " AND value + 0 >= (SELECT coalesce(max(rowid), 0) FROM " + table_ + "))" + marks + ")";
+}
+
+std::string EntityTable::noteLastRow() const {
+  return "INSERT INTO NSStoreMetadata SELECT " + lastRowKey_ + ", max(rowid) FROM " + table_ +
+         " HAVING max(rowid) ON CONFLICT (key) DO UPDATE SET value = max(value + 0, excluded.value + 0)";
 }
 
 // The row's number is the last parameter.

@@ -21,6 +21,8 @@ class EntityTable {
   std::string remove() const { return "DELETE FROM " + table_ + " WHERE rowid = ?1"; }
   std::string removeThrough() const { return "DELETE FROM " + table_ + " WHERE rowid <= ?1"; }
   std::string removeAll() const { return "DELETE FROM " + table_; }
+  /// Notes the newest row's number before rows go, so that no later row gets it.
+  std::string noteLastRow() const;
   std::string count() const { return "SELECT count(*) FROM " + table_; }
   std::string lastRow() const { return "SELECT max(rowid) FROM " + table_; }
   /// The row's number and every attribute, in the order of the rows; `condition` begins with a space.
@@ -37,6 +39,7 @@ class EntityTable {
 
   const std::vector<NSAttributeDescription>& attributes_;
   std::string table_;
+  std::string lastRowKey_;
 };
 
 struct SQLiteStoreOptions {

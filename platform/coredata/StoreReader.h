@@ -16,7 +16,8 @@ namespace platform {
 class SQLiteDatabase;
 
 /// Reads the saved rows of a store file on a connection of its own, beside whoever else uses the file. Each
-/// operation sees one moment of the file. Never writes rows; never makes a file.
+/// operation sees one moment of the file. Never changes rows, though what a killed process left in the file's
+/// log may move into the file; never makes a file.
 ///
 /// Threads: one at a time. Blocks run with no lock held.
 class BRL_EXPORT StoreReader {

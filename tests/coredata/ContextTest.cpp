@@ -140,7 +140,6 @@ TEST(Context, DeletedObjectsKeepTheirValuesAndDoNotComeBack) {
   EXPECT_FALSE(context->hasChanges());
   kept->setValue_forKey(std::string("changed"), "name");
   EXPECT_FALSE(context->hasChanges());
-  // The new row may bear the number of the deleted one, yet it is another object.
   ASSERT_EQ(things(*context).size(), 1U);
   EXPECT_NE(things(*context)[0], kept);
   EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("new"));
@@ -156,9 +155,39 @@ TEST(Context, ADeletionOfEverythingSparesRowsAddedMeanwhile) {
   ASSERT_TRUE(context->save());
   context->deleteAllObjects("Thing");
   test::sql(folder / "s", "INSERT INTO Thing (name) VALUES ('meanwhile')");
-  EXPECT_THAT(names(things(*context)), ElementsAre("meanwhile"));
+  const auto found = things(*context);
+  EXPECT_THAT(names(found), ElementsAre("meanwhile"));
   ASSERT_TRUE(context->save());
-  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("meanwhile"));
+  // It is still the row's one object.
+  EXPECT_EQ(things(*context), found);
+  found[0]->setValue_forKey(std::string("changed"), "name");
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("changed"));
+}
+
+TEST(Context, NoRowGetsTheNumberOfADeletedOne) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  auto other = test::openContext(folder / "s");
+  insertThing(*context, "1");
+  insertThing(*context, "2");
+  ASSERT_TRUE(context->save());
+  // What another process empties and fills again is not taken for what was there.
+  context->deleteAllObjects("Thing");
+  other->deleteAllObjects("Thing");
+  ASSERT_TRUE(other->save());
+  insertThing(*other, "3");
+  ASSERT_TRUE(other->save());
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(test::sql(folder / "s", "SELECT rowid, name FROM Thing"), ElementsAre("3|3"));
+  context->deleteObject(things(*context)[0]);
+  ASSERT_TRUE(context->save());
+  context->deleteAllObjects("Thing");
+  ASSERT_TRUE(context->save());
+  insertThing(*context, "4");
+  insertThing(*context, "5");
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(test::sql(folder / "s", "SELECT rowid, name FROM Thing"), ElementsAre("4|4", "5|5"));
 }
 
 TEST(Context, AReaderInAnotherConnectionDisturbsNoSave) {
