@@ -57,7 +57,8 @@ SensorLogReader::Row rowFrom(const SensorLogColumns& columns, const StoredRow& s
 
 }  // namespace
 
-SensorLogReader::SensorLogReader(std::unique_ptr<StoreReader> reader) : reader_(std::move(reader)) {}
+SensorLogReader::SensorLogReader(std::unique_ptr<StoreReader> reader, std::string file)
+    : reader_(std::move(reader)), file_(std::move(file)) {}
 
 SensorLogReader::~SensorLogReader() = default;
 
@@ -75,14 +76,15 @@ std::unique_ptr<SensorLogReader> SensorLogReader::open(const std::filesystem::pa
     error.localizedDescription = missing.what();
   }
   if (!reader && problem != nullptr) *problem = file.string() + ": " + error.localizedDescription;
-  return reader ? std::unique_ptr<SensorLogReader>(new SensorLogReader(std::move(reader))) : nullptr;
+  if (!reader) return nullptr;
+  return std::unique_ptr<SensorLogReader>(new SensorLogReader(std::move(reader), file.string()));
 }
 
 template <typename Operation>
 auto SensorLogReader::attempt(const Operation& operation) {
   platform::NSError error;
   auto result = operation(sensorLogOf(*reader_), &error);
-  if (!result) problem_ = error.localizedDescription;
+  if (!result) problem_ = file_ + ": " + error.localizedDescription;
   return result;
 }
 

@@ -16,14 +16,15 @@ class StoreReader;
 }
 
 /// Reads the sensor log of a store file beside whoever else uses it, without making objects: what is saved,
-/// and nothing that is pending. Never writes to the file.
+/// and nothing that is pending. Never changes rows; what a killed process left in the file's log may move
+/// into the file.
 ///
 /// Each operation sees one moment of the file; callers hear of a failure by the result, and what came before
 /// it was handed over. Blocks run with no lock held. Threads: one at a time.
 class BRL_EXPORT SensorLogReader {
  public:
   struct Row {
-    /// Grows from row to row.
+    /// Grows from row to row. No later row gets the number of a deleted one.
     int64_t number = 0;
     /// The row's values; absent numbers are 0.
     BRLBeaconSnapshot values;
@@ -44,8 +45,7 @@ class BRL_EXPORT SensorLogReader {
 
   /// The number of rows; nothing when the file cannot be read (so below).
   std::optional<uint64_t> count();
-  /// The number of the newest row, 0 for an empty log. When it is below a number seen before, the log was
-  /// deleted meanwhile and numbers began anew.
+  /// The number of the newest row, 0 for an empty log.
   std::optional<int64_t> lastNumber();
   /// The rows after a number (0: all), oldest first.
   bool rowsAfter(int64_t number, const RowBlock& block);
@@ -54,14 +54,15 @@ class BRL_EXPORT SensorLogReader {
   /// Writes the document of -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:] in pieces, `[]` for
   /// an empty log. Memory does not grow with the log.
   bool exportJSON(const TextSink& sink);
-  /// Why the last operation failed.
+  /// The file, and why the last operation failed.
   const std::string& problem() const { return problem_; }
 
  private:
-  explicit SensorLogReader(std::unique_ptr<platform::StoreReader> reader);
+  SensorLogReader(std::unique_ptr<platform::StoreReader> reader, std::string file);
   template <typename Operation>
   auto attempt(const Operation& operation);
 
   std::unique_ptr<platform::StoreReader> reader_;
+  std::string file_;
   std::string problem_;
 };
