@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -13,8 +14,12 @@ inline double timeIntervalSince1970(Date date) {
   return std::chrono::duration<double>(date.time_since_epoch()).count();
 }
 
+/// Held at the ends of the years 1 to 9999; what is no number counts as 1970.
 inline Date dateWithTimeIntervalSince1970(double seconds) {
-  return Date(std::chrono::microseconds(std::llround(seconds * 1e6)));
+  constexpr double kFirst = -62'135'596'800;
+  constexpr double kLast = 253'402'300'799;
+  if (std::isnan(seconds)) return Date();
+  return Date(std::chrono::microseconds(std::llround(std::clamp(seconds, kFirst, kLast) * 1e6)));
 }
 
 /// Seconds since 1970, truncated toward zero.

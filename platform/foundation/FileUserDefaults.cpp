@@ -10,8 +10,12 @@ namespace {
 
 class FileUserDefaults final : public NSUserDefaults {
  public:
-  FileUserDefaults(std::filesystem::path file, LogSink log)
-      : file_(std::move(file)), log_(std::move(log)), values_(readSettings(file_).value_or(Dictionary())) {}
+  FileUserDefaults(std::filesystem::path file, LogSink log) : file_(std::move(file)), log_(std::move(log)) {
+    StoredSettings stored = readSettings(file_);
+    values_ = std::move(stored.values);
+    if (!stored.problem.empty() && log_)
+      log_("settings cannot be read: " + file_.string() + ": " + stored.problem);
+  }
 
   std::optional<Value> objectForKey(std::string_view key) const override;
   void setObject_forKey(Value value, std::string_view key) override { change(key, std::move(value)); }
@@ -24,6 +28,7 @@ class FileUserDefaults final : public NSUserDefaults {
 
   static void apply(const Changes& changes, Dictionary& values);
   void change(std::string_view key, std::optional<Value> value);
+  std::error_code setAside() const;
   std::error_code store();
 
   const std::filesystem::path file_;
@@ -45,9 +50,6 @@ std::optional<Value> FileUserDefaults::objectForKey(std::string_view key) const 
 void FileUserDefaults::change(std::string_view key, std::optional<Value> value) {
   {
     const std::scoped_lock lock(mutex_);
-    const auto known = values_.find(key);
-    const bool same = known == values_.end() ? !value : value && known->second == *value;
-    if (same) return;
     const auto& kept = pending_.insert_or_assign(std::string(key), std::move(value)).first;
     apply({*kept}, values_);
   }
@@ -74,20 +76,31 @@ bool FileUserDefaults::synchronize() {
   return false;
 }
 
+// Somebody's slip of the pen must not cost them the rest of their settings.
+std::error_code FileUserDefaults::setAside() const {
+  std::filesystem::path aside = file_;
+  aside += ".bad";
+  std::error_code error;
+  std::filesystem::rename(file_, aside, error);
+  if (!error && log_) log_("settings that cannot be read are kept as " + aside.string());
+  return error;
+}
+
 std::error_code FileUserDefaults::store() {
   const std::scoped_lock storing(storing_);
   Changes changes;
-  Dictionary settings;
   {
     const std::scoped_lock lock(mutex_);
     if (pending_.empty()) return {};
     changes.swap(pending_);
-    settings = values_;
   }
   const SettingsLock others(file_);
-  if (auto stored = readSettings(file_)) settings = std::move(*stored);
+  const StoredSettings stored = readSettings(file_);
+  Dictionary settings = stored.values;
   apply(changes, settings);
-  const std::error_code error = writeSettings(file_, settings);
+  std::error_code error;
+  if (!stored.problem.empty()) error = setAside();
+  if (!error && settings != stored.values) error = writeSettings(file_, settings);
   const std::scoped_lock lock(mutex_);
   if (error) {
     pending_.merge(changes);  // what was changed again meanwhile stays

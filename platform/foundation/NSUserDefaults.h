@@ -41,8 +41,8 @@ BRL_EXPORT std::shared_ptr<NSUserDefaults> makeInMemoryUserDefaults();
 /// Settings in one JSON file. A change is written to a new file that then takes the old one's name, so that a
 /// kill at any moment leaves either the old settings or the new ones. Several processes may share the file: a
 /// change goes onto what the file holds by then, key by key; what others changed is seen after an own change.
-/// An unreadable file counts as empty and is left as it is until the first change. A failure to write is
-/// logged once.
+/// An unreadable file counts as empty, with one line in the log; the first change sets it aside under its
+/// name and ".bad". A failure to write is logged once.
 BRL_EXPORT std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log = {});
 
 }  // namespace platform

@@ -10,9 +10,11 @@
 
 #include <fcntl.h>
 #include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/foundation/Hex.h"
@@ -128,11 +130,17 @@ std::error_code writeAndFlush(int descriptor, std::string_view text) {
   return fsync(descriptor) == 0 ? std::error_code() : lastError();
 }
 
-std::error_code writeFile(const std::filesystem::path& file, std::string_view text) {
+mode_t modeOf(const std::filesystem::path& file) {
   constexpr mode_t kReadableByAll = 0644;
-  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kReadableByAll);
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : kReadableByAll;
+}
+
+std::error_code writeFile(const std::filesystem::path& file, mode_t mode, std::string_view text) {
+  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
   if (descriptor < 0) return lastError();
-  const std::error_code error = writeAndFlush(descriptor, text);
+  std::error_code error = fchmod(descriptor, mode) == 0 ? std::error_code() : lastError();
+  if (!error) error = writeAndFlush(descriptor, text);
   if (close(descriptor) != 0 && !error) return lastError();
   return error;
 }
@@ -156,26 +164,32 @@ std::error_code flushFolder(const std::filesystem::path& folder) {
 
 }  // namespace
 
-std::optional<Dictionary> readSettings(const std::filesystem::path& file) {
+StoredSettings readSettings(const std::filesystem::path& file) {
+  errno = 0;
   std::ifstream stream(file, std::ios::binary);
-  if (!stream) return std::nullopt;
+  if (!stream) return {{}, errno == ENOENT || errno == ENOTDIR ? "" : lastError().message()};
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   rapidjson::Document document;
   document.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(text);
-  if (document.HasParseError() || !document.IsObject()) return std::nullopt;
-  Dictionary settings;
+  if (document.HasParseError()) {
+    return {{},
+            "octet " + std::to_string(document.GetErrorOffset()) + ": " +
+                rapidjson::GetParseError_En(document.GetParseError())};
+  }
+  if (!document.IsObject()) return {{}, "it holds no JSON object"};
+  StoredSettings stored;
   auto member = document.MemberBegin();
   for (auto left = document.MemberCount(); left > 0; --left, ++member) {
     if (auto value = valueOf(member->value))
-      settings.insert_or_assign(textOf(member->name), std::move(*value));
+      stored.values.insert_or_assign(textOf(member->name), std::move(*value));
   }
-  return settings;
+  return stored;
 }
 
 std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings) {
   std::filesystem::path next = file;
   next += ".new";
-  if (const std::error_code error = writeFile(next, jsonText(settings))) return error;
+  if (const std::error_code error = writeFile(next, modeOf(file), jsonText(settings))) return error;
   if (std::rename(next.c_str(), file.c_str()) != 0) return lastError();
   return flushFolder(folderOf(file));
 }

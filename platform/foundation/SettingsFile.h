@@ -1,7 +1,7 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
+#include <string>
 #include <system_error>
 
 #include "platform/foundation/Value.h"
@@ -13,10 +13,16 @@ namespace platform {
 /// "nan"), date (microseconds since 1970) and data (hexadecimal). What fits none of these is skipped when
 /// read.
 
-/// Nothing when there is no such file or when it holds no JSON object.
-std::optional<Dictionary> readSettings(const std::filesystem::path& file);
+struct StoredSettings {
+  Dictionary values;
+  /// Why the file's values are not known: it cannot be read, or holds no JSON object. Empty when there is no
+  /// file.
+  std::string problem;
+};
 
-/// Replaces the file as a whole; returns once it is in storage. Call with the lock.
+StoredSettings readSettings(const std::filesystem::path& file);
+
+/// Replaces the file as a whole and keeps its mode; returns once it is in storage. Call with the lock.
 std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings);
 
 /// Keeps other processes from changing settings in the same folder, as far as its file system knows locks.

@@ -108,16 +108,28 @@ TEST_F(UserDefaultsTest, RestoresEveryKindOfValueExactly) {
   EXPECT_TRUE(std::isnan(defaults->doubleForKey("nan")));
 }
 
-TEST_F(UserDefaultsTest, LeavesAnUnreadableFileAloneUntilTheFirstChange) {
-  for (const std::string text : {"", "{", "[1]", "5", "{\"a\":1} x", "\xFF\xFE"}) {
+TEST_F(UserDefaultsTest, SetsAnUnreadableFileAsideAtTheFirstChange) {
+  for (const std::string text : {"", "{", "[1]", "5", "{\"a\":1,}", "\xFF\xFE"}) {
     write(text);
-    const auto defaults = open();
+    std::vector<std::string> lines;
+    const auto defaults =
+        makeFileUserDefaults(file_, [&](std::string_view line) { lines.emplace_back(line); });
     EXPECT_EQ(defaults->objectForKey("a"), std::nullopt);
     EXPECT_TRUE(defaults->synchronize());
     EXPECT_EQ(contents(), text);
+    EXPECT_EQ(lines.size(), 1U) << "why it cannot be read";
     defaults->setBool_forKey(true, "b");
     EXPECT_TRUE(open()->boolForKey("b"));
+    std::ifstream aside(file_.string() + ".bad");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(aside), {}), text);
   }
+}
+
+TEST_F(UserDefaultsTest, KeepsTheModeOfTheFile) {
+  write("{}");
+  fs::permissions(file_, fs::perms::owner_read | fs::perms::owner_write);
+  open()->setBool_forKey(true, "b");
+  EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST_F(UserDefaultsTest, ReadsWhatAPersonWroteAndSkipsWhatIsNoValue) {
