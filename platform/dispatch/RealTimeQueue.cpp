@@ -206,16 +206,16 @@ bool RealTimeQueue::runFirst(size_t& handled) {
 
 void RealTimeQueue::run() {
   const std::shared_ptr<Loop> loop = loop_;
-  {
-    const std::scoped_lock lock(mutex_);
-    running_ = true;
-    requestTurn();
-  }
+  std::unique_lock lock(mutex_);
+  running_ = true;
+  requestTurn();
+  // Asked under the lock: a stop before the restart would be undone by it.
   while (!stopping_.exchange(false)) {
     loop->context.restart();
+    lock.unlock();
     loop->context.run();
+    lock.lock();
   }
-  const std::scoped_lock lock(mutex_);
   running_ = false;
 }
 

@@ -65,6 +65,26 @@ TEST_F(RealTimeDispatchTest, StopsFromAnotherThreadWhileItSleeps) {
   EXPECT_TRUE(running);
 }
 
+TEST_F(RealTimeDispatchTest, EveryStopEndsOneRunWheneverItComes) {
+  constexpr int kRounds = 20'000;
+  std::atomic<int> asked = 0;
+  std::atomic<int> ended = 0;
+  std::thread stopper([&] {
+    for (int round = 0; round < kRounds; ++round) {
+      while (ended < round) {  // the run before may still be on its way out
+      }
+      ++asked;
+      dispatch_->stop();
+    }
+  });
+  for (int round = 0; round < kRounds; ++round) {
+    dispatch_->run();
+    ended = round + 1;
+  }
+  stopper.join();
+  EXPECT_EQ(asked, kRounds);
+}
+
 TEST_F(RealTimeDispatchTest, PollRunsWhatIsDueAndNotWhatThatSubmits) {
   int ran = 0;
   std::function<void()> again = [&] {
@@ -81,9 +101,11 @@ TEST_F(RealTimeDispatchTest, PollRunsWhatIsDueAndNotWhatThatSubmits) {
 
 TEST_F(RealTimeDispatchTest, PollCountsNoWakeUpThatOnlyWentToSleepAgain) {
   int fired = 0;
+  const int descriptor = dispatch_->fileDescriptor();
   const auto source = mainTimer(1ms, [&] { ++fired; });
   source->setTimer(dispatch_->now() + 1h, DISPATCH_TIME_FOREVER, 0s);
-  std::this_thread::sleep_for(3ms);
+  pollfd due{descriptor, POLLIN, 0};
+  ASSERT_EQ(poll(&due, 1, -1), 1);
   EXPECT_EQ(dispatch_->poll(), 0U);
   EXPECT_EQ(fired, 0);
 }
