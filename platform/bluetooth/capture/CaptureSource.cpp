@@ -12,7 +12,10 @@
 namespace platform {
 namespace {
 
-// The clock of a capture may jump by centuries; virtual time stays below half of what it can count.
+// The clock of a capture may jump by years, as on a board that learns the date while it records. Whatever
+// repeats, such as ranging, would run for every second of that.
+constexpr dispatch_time_t kLongestGap = std::chrono::hours(24);
+// Virtual time stays below half of what it can count.
 constexpr dispatch_time_t kLatestInstant{int64_t{1} << 62};
 constexpr uint64_t kProgressSteps = 100;
 // Rounds that what the last record set going may take; a chain of blocks without an end must not go on for
@@ -23,8 +26,8 @@ constexpr dispatch_time_t kRealTimeGrace = std::chrono::milliseconds(100);
 
 dispatch_time_t timeBetween(Date earlier, Date later) {
   if (later <= earlier) return dispatch_time_t::zero();
-  const auto passed = (later - earlier).count();  // dates are within the years 1 to 9999
-  return dispatch_time_t(std::min(passed, kLatestInstant.count() / 1000) * 1000);
+  // Compared in microseconds: dates are within the years 1 to 9999.
+  return later - earlier < kLongestGap ? dispatch_time_t(later - earlier) : kLongestGap;
 }
 
 class Replay : public CaptureSource, public std::enable_shared_from_this<Replay> {

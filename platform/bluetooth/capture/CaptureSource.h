@@ -26,10 +26,11 @@ struct CaptureSourceOptions {
 /// A radio that hears what a capture holds.
 ///
 /// The replay begins with the first scan. On virtual time (a `VirtualDispatch`) it follows the capture's
-/// clock: the time between two records passes, nothing passes where that clock went back, and the date is the
-/// record's own when its reports are delivered; timers that are due before then fire before. Records that
-/// come while no scan runs are not heard. A scan that ends and begins anew within one instant misses nothing.
-/// At the pace of real time the same holds, without the date; without a pace the replay waits for the scan.
+/// clock: the time between two records passes, though never more than a day, nothing passes where that clock
+/// went back, and the date is the record's own when its reports are delivered; timers that are due before
+/// then fire before. Records that come while no scan runs are not heard. A scan that ends and begins anew
+/// within one instant misses nothing. At the pace of real time the same holds, without the date; without a
+/// pace the replay waits for the scan.
 class CaptureSource : public AdvertisingReportSource {
  public:
   /// Opens the file and, on virtual time, sets the date to that of the first record. Nothing, and one line
