@@ -20,6 +20,11 @@ Slot& slot() {
   return instance;
 }
 
+const Platform* current() {
+  const std::scoped_lock lock(slot().mutex);
+  return slot().platform.get();
+}
+
 }  // namespace
 
 void Platform::install(Platform platform) {
@@ -32,12 +37,12 @@ void Platform::install(Platform platform) {
 }
 
 const Platform& Platform::installed() {
-  {
-    const std::scoped_lock lock(slot().mutex);
-    if (slot().platform) return *slot().platform;
-  }
-  install(nativePlatform({}));
-  return installed();
+  if (const Platform* platform = current()) return *platform;
+  // Making a platform asks for services, so the slot is not locked meanwhile; yet only one is made.
+  static std::mutex& making = *new std::mutex;
+  const std::scoped_lock lock(making);
+  if (current() == nullptr) install(nativePlatform({}));
+  return *current();
 }
 
 void NSLog(std::string_view text) {
