@@ -53,7 +53,7 @@ class BRL_EXPORT BRLContextManagerDelegate {
 /// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base`
 /// below it, overrides it. `Application` must be final: a class derived from it would add operations
 /// unnoticed. To extend a delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is
-/// a template over its final class or that says `using BRLOpenDelegate = void;`.
+/// a template over its final class or that says `using BRLOpenDelegate = Earlier;`.
 template <typename Application, typename Base = BRLContextManagerDelegate>
 class BRLDelegateOf : public Base {
  public:
@@ -61,8 +61,9 @@ class BRLDelegateOf : public Base {
 
   bool respondsTo(BRLDelegateOperation operation) const noexcept override {
     static_assert(
-        std::is_final_v<Application> || requires { typename Application::BRLOpenDelegate; },
-        "a delegate class must be final, or declare BRLOpenDelegate");
+        std::is_final_v<Application> ||
+            requires { requires std::is_same_v<typename Application::BRLOpenDelegate, Application>; },
+        "a delegate class must be final, or say 'using BRLOpenDelegate =' and its own name");
     using Root = BRLContextManagerDelegate;
     switch (operation) {
       case BRLDelegateOperation::forBeacon:

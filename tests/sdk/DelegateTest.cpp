@@ -16,7 +16,7 @@ class BytesOnly final : public BRLDelegateOf<BytesOnly> {
 
 class Earlier : public BRLDelegateOf<Earlier> {
  public:
-  using BRLOpenDelegate = void;
+  using BRLOpenDelegate = Earlier;
   void contextManager_forBeacon(BRLContextManager&, const Beacon&) override {}
 };
 
