@@ -1,9 +1,12 @@
 // Advertising reports a second, from the octets of a capture file to merged advertisements.
 
+#include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
@@ -14,15 +17,34 @@ namespace {
 
 constexpr int kReports = 200'000;
 
-/// Sensor frames of as many beacons as `beacons` says, each with its service UUID; one in four changes.
-std::string writeCapture(int64_t beacons) {
-  const std::string path = "capture-bench.btsnoop";
+/// A capture in a file that goes with the object: sensor frames of as many beacons as `beacons` says, each
+/// with its service UUID; one in four changes.
+class BenchCapture {
+ public:
+  explicit BenchCapture(int64_t beacons) : path_(temporaryPath()) { write(beacons); }
+  ~BenchCapture() { std::filesystem::remove(path_); }
+  BenchCapture(const BenchCapture&) = delete;
+  BenchCapture& operator=(const BenchCapture&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  static std::string temporaryPath() {
+    const auto name = "capture-bench-" + std::to_string(::getpid()) + ".btsnoop";
+    return (std::filesystem::temp_directory_path() / name).string();
+  }
+  void write(int64_t beacons);
+
+  const std::string path_;
+};
+
+void BenchCapture::write(int64_t beacons) {
   std::string error;
-  const auto writer = BtsnoopWriter::create(path, error);
+  const auto writer = BtsnoopWriter::create(path_, error);
+  if (!writer) throw std::runtime_error(error);
   Data data{std::byte{2},    std::byte{1},    std::byte{6},  std::byte{3},   std::byte{3},
             std::byte{0x0F}, std::byte{0x18}, std::byte{23}, std::byte{0xFF}};
   data.resize(31);
-  for (int i = 0; writer && i < kReports; ++i) {
+  for (int i = 0; i < kReports; ++i) {
     AdvertisingReport report;
     const auto beacon = static_cast<uint64_t>(i % beacons);
     report.time = Date(std::chrono::milliseconds(i));
@@ -33,15 +55,14 @@ std::string writeCapture(int64_t beacons) {
     report.data = data;
     writer->write(report);
   }
-  return path;
 }
 
 void captureToMergedAdvertisement(benchmark::State& state) {
-  const std::string path = writeCapture(state.range(0));
+  const BenchCapture capture(state.range(0));
   int64_t reports = 0;
   for (auto _ : state) {
     std::string error;
-    const auto reader = CaptureReader::open(path, {}, error);
+    const auto reader = CaptureReader::open(capture.path(), {}, error);
     AdvertisementMerger merger;
     while (reader && reader->next() != CaptureReader::Next::end)
       reader->read([&](const AdvertisingReport& report) {
@@ -54,11 +75,11 @@ void captureToMergedAdvertisement(benchmark::State& state) {
 BENCHMARK(captureToMergedAdvertisement)->Arg(1)->Arg(100)->Arg(10'000)->Unit(benchmark::kMillisecond);
 
 void captureToReport(benchmark::State& state) {
-  const std::string path = writeCapture(100);
+  const BenchCapture capture(100);
   int64_t reports = 0;
   for (auto _ : state) {
     std::string error;
-    const auto reader = CaptureReader::open(path, {}, error);
+    const auto reader = CaptureReader::open(capture.path(), {}, error);
     while (reader && reader->next() != CaptureReader::Next::end)
       reader->read([&](const AdvertisingReport&) { ++reports; });
   }
