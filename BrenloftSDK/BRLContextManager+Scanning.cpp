@@ -86,7 +86,7 @@ void BRLContextManager::reportOctets(platform::DataView manufacturerData) {
 
 // Every record that is visited, matching or not, keeps the lost timer of `key` up to date. A run of records
 // that do not match does so with its first one: pushing the same timer back again at the same moment changes
-// nothing, and only the first can find the timer missing.
+// nothing, and only the first can find it missing or fired.
 bool BRLContextManager::refreshMatches(const std::string& key, int64_t rssi,
                                        const BRLSensorReadings& readings) {
   const auto known = rangeBeaconSensors_.view();
@@ -136,16 +136,38 @@ void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
   if (isLogSave()) loggingForSensor(*record);
 }
 
+// A timer that has fired is replaced; one that was cleared stays dead. Asked after the push-back: either the
+// timer was cancelled by then, or `replaceOvertakenTimer` sees the push-back.
 void BRLContextManager::keepLostTimer(const std::string& key, const Record& record) {
   const std::scoped_lock lock(seenMutex_);
-  if (const auto seen = seenBRLCache_.find(key); seen != seenBRLCache_.end()) {
-    seen->second.on_lost_timer->reschedule();
+  const auto found = seenBRLCache_.find(key);
+  if (found == seenBRLCache_.end()) {
+    seenBRLCache_.emplace(key, SeenBeacon{record, makeLostTimer(key)});
     return;
   }
-  auto timer = BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
-      beaconExitTime_, Platform::installed().dispatch->mainQueue(),
-      [this](const auto& /*timer*/) { checkLost(); });
-  seenBRLCache_.emplace(key, SeenBeacon{record, std::move(timer)});
+  SeenBeacon& seen = found->second;
+  seen.on_lost_timer->reschedule();
+  if (seen.on_lost_timer->source()->testCancel() && !seen.isCleared) seen.on_lost_timer = makeLostTimer(key);
+}
+
+std::shared_ptr<BRLTimer> BRLContextManager::makeLostTimer(const std::string& key) {
+  return BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
+      beaconExitTime_, Platform::installed().dispatch->mainQueue(), [this, key](BRLTimer& timer) {
+        replaceOvertakenTimer(key, timer);
+        checkLost();
+      });
+}
+
+// An advertisement may push the timer back after its firing was decided and before it counts as cancelled.
+// The deadline then lies ahead, and nothing else would watch for the silence after that advertisement.
+void BRLContextManager::replaceOvertakenTimer(const std::string& key, const BRLTimer& timer) {
+  const std::scoped_lock lock(seenMutex_);
+  const auto found = seenBRLCache_.find(key);
+  if (found == seenBRLCache_.end()) return;
+  SeenBeacon& seen = found->second;
+  if (seen.on_lost_timer.get() != &timer || seen.isCleared) return;
+  if (timer.source()->start() > Platform::installed().dispatch->now())
+    seen.on_lost_timer = makeLostTimer(key);
 }
 
 void BRLContextManager::checkLost() {
@@ -156,8 +178,8 @@ void BRLContextManager::checkLost() {
   }
 }
 
-// An advertisement on the scanner queue may have brought the record back meanwhile and pushed back the timer
-// that has already fired; it gets a new one then, or its next loss would go unnoticed.
+// An advertisement on the scanner queue may have brought the record back meanwhile, while the entry was still
+// there; the record gets a new one then, or its next loss would go unnoticed.
 void BRLContextManager::forgetSeen(const Record& record) {
   if (!record->uuid()) return;
   {
@@ -169,7 +191,10 @@ void BRLContextManager::forgetSeen(const Record& record) {
 
 void BRLContextManager::clearRemainingTimers() {
   const std::scoped_lock lock(seenMutex_);
-  for (auto& [key, seen] : seenBRLCache_) seen.on_lost_timer->cancel();
+  for (auto& [key, seen] : seenBRLCache_) {
+    seen.isCleared = true;
+    seen.on_lost_timer->cancel();
+  }
 }
 
 void BRLContextManager::Class::clearRemainingTimers() {

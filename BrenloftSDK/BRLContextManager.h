@@ -139,7 +139,8 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// The ten readings of manufacturer data; nothing when it is shorter than 22 octets.
   std::optional<platform::Dictionary> responseDataSetting(platform::DataView manufacturerData) const;
   /// -[BRLContextManager clearRemainingTimers]
-  /// Cancels every lost timer; the beacons they watched are not found lost until they were lost otherwise.
+  /// Cancels every lost timer. The beacons they watched are found lost only by another beacon's check or
+  /// `stop`; after such a check they are watched anew.
   void clearRemainingTimers();
 
   /// -[BRLContextManager BeaconStart]
@@ -156,6 +157,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   struct SeenBeacon {
     Record beacon_info;
     std::shared_ptr<BRLTimer> on_lost_timer;
+    bool isCleared = false;  // by clearRemainingTimers: no timer until the entry is removed
   };
 
   BRLContextManager();
@@ -175,6 +177,8 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   bool refreshMatches(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
   void addSensorBeacon(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
   void keepLostTimer(const std::string& key, const Record& record);
+  std::shared_ptr<BRLTimer> makeLostTimer(const std::string& key);
+  void replaceOvertakenTimer(const std::string& key, const BRLTimer& timer);
   void checkLost();
   void forgetSeen(const Record& record);
   void centralManagerDidUpdateState(platform::CBCentralManager& central) override;

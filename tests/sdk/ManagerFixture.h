@@ -69,6 +69,16 @@ class ManagerTest : public testing::Test {
     simulated.advance({});
   }
 
+  /// One advertisement of the sensor beacon with this service, now.
+  void hear(const char* service, platform::SensorFrame frame = {}, int8_t rssi = -60) {
+    simulated.radio().advertise(
+        platform::sensorAdvertisement(*platform::BluetoothAddress::fromText("C0:00:00:00:00:01"),
+                                      *platform::CBUUID::UUIDWithString(service), frame, rssi));
+    simulated.advance({});
+  }
+
+  const BRLBeaconDataModel& record(size_t index) { return *manager().rangeBeaconSensors()[index]; }
+
   uint64_t loggedRows() {
     uint64_t rows = 0;
     manager().selectBeaconLogAllCountWithCompletionBlock([&](uint64_t count) { rows = count; });

@@ -4,7 +4,6 @@
 
 namespace {
 
-using platform::BluetoothAddress;
 using platform::CBManagerState;
 using platform::CBUUID;
 using platform::SensorFrame;
@@ -14,15 +13,6 @@ using testing::IsEmpty;
 class Scanning : public ManagerTest {
  protected:
   Scanning() { startSearch(1); }
-
-  // One advertisement of the beacon with this service, now.
-  void hear(const char* service, SensorFrame frame = {}, int8_t rssi = -60) {
-    simulated.radio().advertise(platform::sensorAdvertisement(
-        *BluetoothAddress::fromText("C0:00:00:00:00:01"), *CBUUID::UUIDWithString(service), frame, rssi));
-    simulated.advance({});
-  }
-
-  const BRLBeaconDataModel& record(size_t index) { return *manager().rangeBeaconSensors()[index]; }
 
   const SensorFrame alarm{.emergency = 1};
 };
@@ -78,62 +68,6 @@ TEST_F(Scanning, CallsTheEmergencyAfterANewBeaconAndBeforeAKnownOneAndNotOnARetu
   EXPECT_THAT(listener.take(), ElementsAre("bytes 22 29", "beacon FFF0 1"));
   hear("FFF0", alarm);
   EXPECT_THAT(listener.take(), ElementsAre("bytes 22 29", "emergency FFF0 1", "beacon FFF0 1"));
-}
-
-TEST_F(Scanning, LosesASilentBeaconAtItsDeadlineAndKeepsItsLastDate) {
-  hear("FFF0");
-  simulated.advance(milliseconds(300));
-  hear("FFF0");
-  const auto heard = record(0).statusUpdatedDate();
-  simulated.advance(seconds(5) - std::chrono::nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(std::chrono::nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 2);
-  EXPECT_EQ(record(0).statusUpdatedDate(), heard);
-}
-
-TEST_F(Scanning, ABeaconHeardOnceOnAnEmptyListIsSweptOnlyByAnothersTimer) {
-  hear("FFF0");
-  simulated.advance(seconds(600));
-  EXPECT_EQ(record(0).status(), 1);
-  hear("FFF1");  // its timer is made by the walk over the first record
-  simulated.advance(seconds(5));
-  EXPECT_EQ(record(0).status(), 2);
-  EXPECT_EQ(record(1).status(), 2);
-}
-
-TEST_F(Scanning, AdvertisementsPushTheLossBackWhateverTheOrderOfTheRecords) {
-  for (const char* service : {"FFF0", "FFF1", "FFF0", "FFF1"}) hear(service);
-  for (int i = 0; i < 10; ++i) {
-    simulated.advance(seconds(1));
-    hear(i % 2 != 0 ? "FFF0" : "FFF1");
-  }
-  EXPECT_EQ(record(0).status(), 1);
-  EXPECT_EQ(record(1).status(), 1);
-  listener.take();
-  simulated.advance(seconds(10));
-  EXPECT_THAT(listener.take(), ElementsAre("beacon FFF1 2", "beacon FFF0 2"));
-}
-
-TEST_F(Scanning, AnExitTimeRaisedBeforeTheCheckSparesTheRecordForGood) {
-  hear("FFF0");
-  hear("FFF0");
-  manager().setBeaconExitTime(60.0);
-  simulated.advance(seconds(30));
-  EXPECT_EQ(record(0).status(), 1);
-  hear("FFF0");  // pushes back a timer that has fired
-  simulated.advance(seconds(300));
-  EXPECT_EQ(record(0).status(), 1);
-}
-
-TEST_F(Scanning, ClearedTimersFindNoLossUntilTheEntryIsGone) {
-  hear("FFF0");
-  hear("FFF0");
-  manager().clearRemainingTimers();
-  simulated.advance(seconds(60));
-  hear("FFF0");
-  simulated.advance(seconds(60));
-  EXPECT_EQ(record(0).status(), 1);
 }
 
 TEST_F(Scanning, BeaconsOfOneServiceShareARecordThatFollowsTheOneHeardLast) {
