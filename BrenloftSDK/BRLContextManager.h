@@ -100,7 +100,8 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   int64_t beaconGroupType() const { return beaconGroupType_; }
   void setBeaconGroupType(int64_t beaconGroupType) { beaconGroupType_ = beaconGroupType; }
   BRLContextManagerDelegate* delegate() const { return delegate_; }
-  /// Not owned.
+  /// Not owned. A call that has begun on another thread may still run after `setDelegate` has returned: keep
+  /// the earlier delegate until the queues are quiet, or to the end of the process.
   void setDelegate(BRLContextManagerDelegate* delegate) { delegate_ = delegate; }
   platform::CLLocationManager& locationManager() const { return *locationManager_; }
   /// From `start` until `stop`.
@@ -128,6 +129,9 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// -[BRLContextManager stop]
   /// Ends either search, marks every present record lost and reports it. Records, timers and the
   /// configuration stay.
+  ///
+  /// `start` leaves the scan to the scanner queue. A `stop` that comes before the queue has begun it does not
+  /// hold it back: the radio then scans, and sensors are reported, until the next `stop`.
   void stop();
   /// -[BRLContextManager isLeScan]
   bool isLeScan() const { return isStart_; }

@@ -23,8 +23,9 @@ enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray
 /// Threads: operations are called on the thread of their event, several of them possibly at the same time:
 /// the scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of
 /// `start` and `stop`. No lock is held: an operation may call back into the library. Ownership: the manager
-/// does not own its delegate; keep it alive while it is installed. Records are live and may be kept; the list
-/// is the manager's own.
+/// does not own its delegate. Keep it alive while it is installed and beyond: a call that has begun on
+/// another thread may still run after `setDelegate` installed another one, so until the queues are quiet, or
+/// to the end of the process. Records are live and may be kept; the list is the manager's own.
 class BRL_EXPORT BRLContextManagerDelegate {
  public:
   virtual ~BRLContextManagerDelegate() = default;

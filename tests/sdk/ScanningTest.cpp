@@ -125,6 +125,19 @@ TEST_F(Scanning, StartWhileStartedStopsFirst) {
   EXPECT_TRUE(simulated.radio().isScanning());
 }
 
+TEST_F(Scanning, AStopRightAfterAStartLeavesTheRadioScanning) {
+  manager().stop();
+  manager().start();
+  manager().stop();  // before the scanner queue has come to the start
+  simulated.advance({});
+  EXPECT_FALSE(manager().isStart());
+  EXPECT_TRUE(simulated.radio().isScanning());
+  hear("FFF0");
+  EXPECT_THAT(listener.take(), ElementsAre("bytes 22 29", "new FFF0 1"));
+  manager().stop();
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
 TEST_F(Scanning, TheRadiosReturnRestartsASensorSearchOnly) {
   const auto scansAfterReturn = [&] {
     simulated.radio().setState(CBManagerState::poweredOff);
