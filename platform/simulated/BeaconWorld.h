@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -22,7 +23,7 @@ struct BeaconWorldOptions {
 /// A believable place full of beacons, the same for the same options on every machine.
 ///
 /// Sensor beacons walk randomly in their readings and signal strength; now and then one signals an emergency
-/// for some seconds, and of every four one falls silent from time to time and returns. Every fourth
+/// for some seconds, and one in four falls silent from time to time and returns. Every fourth
 /// advertises a 128-bit service UUID in its scan response, the others a 16-bit one beside the frame. iBeacons
 /// come in two proximity UUIDs and several majors and minors; every third leaves for a while and comes back.
 /// From two beacons on, the first ten seconds show a silence long enough for an exit time of five; from three
@@ -31,6 +32,10 @@ struct BeaconWorldOptions {
 /// Threads: one at a time.
 class BRL_EXPORT BeaconWorld {
  public:
+  /// Of the iBeacons; two of every three have the first one.
+  static constexpr std::array<const char*, 2> kProximityUUIDs{"51C70E2A-9B44-4D1F-8A63-2FD075E81C36",
+                                                              "A90D46F3-127B-4AE5-9C08-6D31BE52F784"};
+
   explicit BeaconWorld(const BeaconWorldOptions& options);
   BeaconWorld(const BeaconWorld&) = delete;
   BeaconWorld& operator=(const BeaconWorld&) = delete;

@@ -66,8 +66,12 @@ void SimulatedPlatform::Parts::makeBluetooth(const Options& options) {
     services.bluetooth = scriptedBluetooth = ScriptedBluetooth::make(options.radioState);
     return;
   }
-  radio = SimulatedRadio::make(services.dispatch, {options.radioState, {}});
-  services.bluetooth = radioService = RadioService::make(radio, services.dispatch);
+  std::shared_ptr<AdvertisingReportSource> source;
+  if (options.makeRadio)
+    source = options.makeRadio(services.dispatch);
+  else
+    source = radio = SimulatedRadio::make(services.dispatch, {options.radioState, {}});
+  services.bluetooth = radioService = RadioService::make(std::move(source), services.dispatch);
 }
 
 void SimulatedPlatform::Parts::makeLocation(const Options& options) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -34,8 +35,12 @@ struct SimulatedPlatformOptions {
   Clock clock = Clock::virtualTime;
   Bluetooth bluetooth = Bluetooth::radio;
   Location location = Location::advertisements;
+  /// Makes the radio that centrals and regions hear, on the platform's dispatch service; without it, a
+  /// SimulatedRadio, which only then is `radio()`. Not used when both are scripted. Must not return null.
+  std::function<std::shared_ptr<AdvertisingReportSource>(const std::shared_ptr<DispatchService>&)> makeRadio;
   /// The date at which virtual time begins.
   Date start = dateWithTimeIntervalSince1970(1'767'225'600);  // 2026-01-01T00:00:00Z
+  /// The state in which a SimulatedRadio or a scripted central begins.
   CBManagerState radioState = CBManagerState::poweredOn;
   CLAuthorizationStatus authorization = CLAuthorizationStatus::authorizedAlways;
   /// What the user answers when the application asks for the authorization (location from advertisements).

@@ -12,9 +12,6 @@ using std::chrono::seconds;
 
 constexpr NSUUID::Octets kSensorUUID = {0x3D, 0x81, 0x5F, 0x0A, 0x6E, 0x27, 0x4C, 0x93,
                                         0xB1, 0x58, 0x90, 0x4E, 0x2C, 0x00, 0x00, 0x00};
-constexpr NSUUID::Octets kProximityUUIDs[] = {
-    {0x51, 0xC7, 0x0E, 0x2A, 0x9B, 0x44, 0x4D, 0x1F, 0x8A, 0x63, 0x2F, 0xD0, 0x75, 0xE8, 0x1C, 0x36},
-    {0xA9, 0x0D, 0x46, 0xF3, 0x12, 0x7B, 0x4A, 0xE5, 0x9C, 0x08, 0x6D, 0x31, 0xBE, 0x52, 0xF7, 0x84}};
 /// Sensors beyond these do not get a 16-bit UUID of their own.
 constexpr uint32_t kShortUUIDs = 0x5000;
 constexpr uint32_t kFirstShortUUID = 0xA000;
@@ -113,7 +110,8 @@ class WorldIBeacon final : public WorldBeacon {
  public:
   WorldIBeacon(const BeaconWorldOptions& options, uint32_t index)
       : WorldBeacon(addressFor(options, 1, index), options.interval, randomFor(options, 2, index)),
-        frame_{.proximityUUID = NSUUID(kProximityUUIDs[index % 3 == 2 ? 1 : 0]),
+        frame_{.proximityUUID =
+                   *NSUUID::initWithUUIDString(BeaconWorld::kProximityUUIDs[index % 3 == 2 ? 1 : 0]),
                .major = static_cast<uint16_t>(1 + index % 4 + (index >> 16U) * 4),
                .minor = static_cast<uint16_t>(index & 0xFFFFU)} {
     if (index % 3 == 1)
