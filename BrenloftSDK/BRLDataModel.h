@@ -49,9 +49,8 @@ struct BRLBeaconSnapshot {
 /// Thread safety: every operation may be called from any thread.
 ///  1. beaconType, uuid, major, minor and txPower never change and are read without a lock.
 ///  2. rssi, status, emergency and battery are atomics.
-///  3. Texts and the date are guarded by the record's own lock, which is never held over foreign code; a
-///  reader
-///     gets a copy. Each mutator is one change; `setUniqueId` changes uniqueId and beaconId together.
+///  3. Texts and the date are guarded by the record's own lock, which is never held over foreign code. A
+///     reader gets a copy. Each mutator is one change; `setUniqueId` changes uniqueId and beaconId together.
 class BRL_EXPORT BRLBeaconDataModel {
  public:
   BRLBeaconDataModel() = default;

@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 
 #include "BrenloftSDK/SensorLog.h"
+#include "tests/sdk/RecordingUserDefaults.h"
 #include "tests/sdk/StoreOnPlatform.h"
 
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using Class = BRLCoreDataManager::Class;
 
 class CoreDataManager : public testing::Test {
@@ -52,11 +54,14 @@ TEST_F(CoreDataManager, OnlyTheInstanceThatWasFirstHasAContext) {
 }
 
 TEST_F(CoreDataManager, SetsTheCreationFlagOnce) {
-  auto& defaults = *platform->services().userDefaults;
+  const auto defaults = std::make_shared<test::RecordingUserDefaults>();
+  platform->services().userDefaults = defaults;
+  platform->install();
   const BRLCoreDataManager first;
-  EXPECT_TRUE(defaults.boolForKey("CoredataCreateOnce"));
+  EXPECT_THAT(defaults->take(), ElementsAre("set CoredataCreateOnce"));
+  EXPECT_TRUE(defaults->boolForKey("CoredataCreateOnce"));
   const BRLCoreDataManager second;
-  EXPECT_TRUE(defaults.boolForKey("CoredataCreateOnce"));
+  EXPECT_THAT(defaults->take(), IsEmpty());
 }
 
 TEST_F(CoreDataManager, SaveContextSavesChangesOnlyAndSaveAlways) {
