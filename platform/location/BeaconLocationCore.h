@@ -60,6 +60,7 @@ class BeaconLocationCore final : public BeaconLocationService,
   void armCheck(std::optional<dispatch_time_t> next);
   void armTick();
   void post(BeaconLocationManager& manager, Condition condition, Report report);
+  Condition whileMonitored(CLRegionPtr region) const;
   void postAuthorization(BeaconLocationManager& manager);
   void postChanges(const BeaconPresence::Changes& changes);
   void postRanging(BeaconLocationManager& manager, const CLBeaconRegionPtr& region, dispatch_time_t now);

@@ -104,7 +104,7 @@ void BeaconLocationCore::startMonitoring(BeaconLocationManager& manager, const C
     });
     return;
   }
-  post(manager, {}, [region](auto& reporter, auto& delegate) {
+  post(manager, whileMonitored(region), [region](auto& reporter, auto& delegate) {
     delegate.locationManager_didStartMonitoringForRegion(reporter, region);
   });
   refresh();
@@ -118,7 +118,8 @@ void BeaconLocationCore::stopMonitoring(const CLRegionPtr& region) {
 
 void BeaconLocationCore::requestState(BeaconLocationManager& manager, const CLRegionPtr& region) {
   const std::scoped_lock lock(mutex_);
-  post(manager, {},
+  // An answer that outlives the monitoring would let the asker begin what its stop was to end.
+  post(manager, presence_.isMonitored(region) ? whileMonitored(region) : Condition{},
        [region, state = presence_.state(region, options_.dispatch->now())](auto& reporter, auto& delegate) {
          delegate.locationManager_didDetermineState_forRegion(reporter, state, region);
        });
@@ -177,6 +178,10 @@ void BeaconLocationCore::post(BeaconLocationManager& manager, Condition conditio
       });
 }
 
+BeaconLocationCore::Condition BeaconLocationCore::whileMonitored(CLRegionPtr region) const {
+  return [this, region = std::move(region)](const auto&) { return presence_.isMonitored(region); };
+}
+
 void BeaconLocationCore::postChanges(const BeaconPresence::Changes& changes) {
   for (const auto& [region, before, now] : changes) {
     const bool isFirst = before == CLRegionState::unknown;
@@ -190,8 +195,7 @@ void BeaconLocationCore::postChanges(const BeaconPresence::Changes& changes) {
       else
         delegate.locationManager_didExitRegion(reporter, region);
     };
-    const auto isMonitored = [this, region = region](const auto&) { return presence_.isMonitored(region); };
-    for (BeaconLocationManager* manager : managers_) post(*manager, isMonitored, report);
+    for (BeaconLocationManager* manager : managers_) post(*manager, whileMonitored(region), report);
   }
 }
 

@@ -25,9 +25,11 @@ namespace platform {
 /// heard or not measured in it; a beacon not heard for ten seconds is left out.
 ///
 /// Monitored regions belong to the service, as all managers of an application share them: crossings reach
-/// every manager's delegate, answers the manager that asked, ranging reports the manager that ranges. The
-/// 21st region fails. While the authorization is neither always nor when-in-use, or location services are
-/// switched off, nothing is heard and nothing but the authorization is reported; states are then forgotten.
+/// every manager's delegate, answers the manager that asked, ranging reports the manager that ranges. Of a
+/// region that was stopped or replaced nothing more is reported, not even that it started or what was asked
+/// while it was monitored. The 21st region fails. While the authorization is neither always nor when-in-use,
+/// or location services are switched off, nothing is heard and nothing but the authorization is reported;
+/// states are then forgotten.
 ///
 /// Threads: every operation may be called from any thread. Callbacks arrive on the main queue of the dispatch
 /// service. Once a manager is destroyed, or its delegate replaced, no callback to it begins; either waits for

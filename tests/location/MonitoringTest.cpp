@@ -119,6 +119,13 @@ TEST_F(Monitoring, NothingIsReportedOfARegionThatIsNoLongerMonitored) {
   simulated.advance(seconds(60));
   EXPECT_EQ(listener.take(), Lines{});
   EXPECT_TRUE(manager->monitoredRegions().empty());
+
+  manager->startMonitoringForRegion(region);
+  manager->requestStateForRegion(region);
+  manager->stopMonitoringForRegion(region);
+  simulated.advance({});
+  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(stateOf(region), Lines{"unknown R"}) << "who asks about any other region is answered";
 }
 
 TEST_F(Monitoring, TheRadioScansOnlyWhileSomethingIsMonitoredOrRanged) {
