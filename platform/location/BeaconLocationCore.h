@@ -18,7 +18,6 @@ class BeaconLocationManager;
 /// both timers belong to a private queue that is made for the first region or ranging. Blocks are submitted,
 /// but no foreign code is called, with the mutex held: so reports keep the order in which things happened.
 class BeaconLocationCore final : public BeaconLocationService,
-                                 public CBCentralManagerDelegate,
                                  public std::enable_shared_from_this<BeaconLocationCore> {
  public:
   explicit BeaconLocationCore(BeaconLocationOptions options);
@@ -29,11 +28,6 @@ class BeaconLocationCore final : public BeaconLocationService,
   std::unique_ptr<CLLocationManager> makeLocationManager() override;
   void setAuthorizationStatus(CLAuthorizationStatus status) override;
   void setLocationServicesEnabled(bool enabled) override;
-
-  void centralManagerDidUpdateState(CBCentralManager& central) override;
-  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
-      CBCentralManager& central, const CBPeripheral& peripheral, const CBAdvertisementData& advertisementData,
-      int64_t rssi) override;
 
   // For managers.
   void remove(BeaconLocationManager& manager);
@@ -48,6 +42,20 @@ class BeaconLocationCore final : public BeaconLocationService,
  private:
   using Report = std::function<void(BeaconLocationManager&, CLLocationManagerDelegate&)>;
   using Condition = std::function<bool(const BeaconLocationManager&)>;
+
+  /// Holds the service while it handles a callback, and drops those that come once its end has begun: the
+  /// central waits for callbacks when it is destroyed, and they must not find the service half gone.
+  class CentralListener final : public CBCentralManagerDelegate {
+   public:
+    explicit CentralListener(BeaconLocationCore& core) : core_(core) {}
+    void centralManagerDidUpdateState(CBCentralManager& central) override;
+    void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+        CBCentralManager& central, const CBPeripheral& peripheral,
+        const CBAdvertisementData& advertisementData, int64_t rssi) override;
+
+   private:
+    BeaconLocationCore& core_;
+  };
 
   // With the mutex held.
   bool isAllowed() const;
@@ -69,6 +77,8 @@ class BeaconLocationCore final : public BeaconLocationService,
   void update();
   void check();
   void tick();
+  void radioChanged();
+  void heard(const CBAdvertisementData& advertisementData, int64_t rssi);
 
   const BeaconLocationOptions options_;
   mutable std::mutex mutex_;
@@ -82,6 +92,7 @@ class BeaconLocationCore final : public BeaconLocationService,
   std::optional<dispatch_time_t> checkTime_;  ///< when `check` runs at the latest
   std::optional<dispatch_time_t> tickTime_;   ///< when `tick` runs next
 
+  CentralListener centralListener_{*this};
   bool isScanning_ = false;                    ///< private queue only
   std::unique_ptr<CBCentralManager> central_;  ///< private queue only
 };

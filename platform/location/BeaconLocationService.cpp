@@ -240,7 +240,7 @@ void BeaconLocationCore::update() {
     const std::scoped_lock lock(mutex_);
     return isAllowed() && (!presence_.regions().empty() || isRanging());
   }();
-  if (isWanted && !central_) central_ = options_.bluetooth->makeCentralManager(*this, queue_);
+  if (isWanted && !central_) central_ = options_.bluetooth->makeCentralManager(centralListener_, queue_);
   if (!central_) return;
   const bool isOn = central_->state() == CBManagerState::poweredOn;
   if (isWanted && isOn && !isScanning_)
@@ -300,8 +300,17 @@ void BeaconLocationCore::tick() {
   tickTimer_->setTimer(*tickTime_, DISPATCH_TIME_FOREVER, dispatch_time_t::zero());
 }
 
+void BeaconLocationCore::CentralListener::centralManagerDidUpdateState(CBCentralManager&) {
+  if (const auto self = core_.weak_from_this().lock()) self->radioChanged();
+}
+
+void BeaconLocationCore::CentralListener::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+    CBCentralManager&, const CBPeripheral&, const CBAdvertisementData& advertisementData, int64_t rssi) {
+  if (const auto self = core_.weak_from_this().lock()) self->heard(advertisementData, rssi);
+}
+
 // A radio that was away has ended the scan, even if it is back already.
-void BeaconLocationCore::centralManagerDidUpdateState(CBCentralManager&) {
+void BeaconLocationCore::radioChanged() {
   isScanning_ = false;
   {
     const std::scoped_lock lock(mutex_);
@@ -310,8 +319,7 @@ void BeaconLocationCore::centralManagerDidUpdateState(CBCentralManager&) {
   update();
 }
 
-void BeaconLocationCore::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
-    CBCentralManager&, const CBPeripheral&, const CBAdvertisementData& advertisementData, int64_t rssi) {
+void BeaconLocationCore::heard(const CBAdvertisementData& advertisementData, int64_t rssi) {
   if (!advertisementData.manufacturerData) return;
   const auto frame = parseIBeaconFrame(*advertisementData.manufacturerData);
   if (!frame) return;

@@ -110,4 +110,29 @@ TEST(LocationThreads, NoCallbackBeginsOrRunsOnceAManagerIsGone) {
   mainQueue.join();
 }
 
+// The last manager takes the service with it, while the service's queue is busy with the radio's states.
+TEST(LocationThreads, AServiceMayGoWhileItsCentralReports) {
+  SimulatedPlatform simulated(realTime());
+  std::atomic<bool> isDone = false;
+  std::thread mainQueue([&] { simulated.realTime().run(); });
+  std::thread air([&] {
+    while (!isDone) {
+      simulated.radio().setState(platform::CBManagerState::poweredOff);
+      simulated.radio().setState(platform::CBManagerState::poweredOn);
+    }
+  });
+  for (int round = 0; round < 2000; ++round) {
+    auto service = platform::makeBeaconLocationService(
+        {.bluetooth = simulated.services().bluetooth, .dispatch = simulated.services().dispatch});
+    const auto manager = service->makeLocationManager();
+    service.reset();
+    manager->startMonitoringForRegion(beaconRegion("R", kUUID));
+    std::this_thread::sleep_for(std::chrono::microseconds(round % 300));
+  }
+  isDone = true;
+  air.join();
+  simulated.realTime().stop();
+  mainQueue.join();
+}
+
 }  // namespace
