@@ -57,6 +57,8 @@ class BeaconLocationCore final : public BeaconLocationService,
     BeaconLocationCore& core_;
   };
 
+  void changeAuthorization(CLAuthorizationStatus status);  ///< with the change mutex held
+
   // With the mutex held.
   bool isAllowed() const;
   bool isRanging() const;
@@ -81,6 +83,9 @@ class BeaconLocationCore final : public BeaconLocationService,
   void heard(const CBAdvertisementData& advertisementData, int64_t rssi);
 
   const BeaconLocationOptions options_;
+  /// Held over a change of the authorization and its storing, so that the last change is stored last. Taken
+  /// before the other mutex, and by nothing else.
+  std::mutex changeMutex_;
   mutable std::mutex mutex_;
   CLAuthorizationStatus authorization_;
   bool enabled_;

@@ -56,6 +56,11 @@ bool BeaconLocationCore::isAllowed() const {
 }
 
 void BeaconLocationCore::setAuthorizationStatus(CLAuthorizationStatus status) {
+  const std::scoped_lock changing(changeMutex_);
+  changeAuthorization(status);
+}
+
+void BeaconLocationCore::changeAuthorization(CLAuthorizationStatus status) {
   {
     const std::scoped_lock lock(mutex_);
     if (authorization_ == status) return;
@@ -75,8 +80,9 @@ void BeaconLocationCore::setLocationServicesEnabled(bool enabled) {
 }
 
 void BeaconLocationCore::requestAuthorization() {
+  const std::scoped_lock changing(changeMutex_);
   if (options_.answerToRequest && authorizationStatus() == CLAuthorizationStatus::notDetermined)
-    setAuthorizationStatus(*options_.answerToRequest);
+    changeAuthorization(*options_.answerToRequest);
 }
 
 void BeaconLocationCore::postAuthorization(BeaconLocationManager& manager) {

@@ -57,7 +57,8 @@ struct BeaconLocationOptions {
   bool locationServicesEnabled = true;
   /// What the user answers when asked; without one the question stays open.
   std::optional<CLAuthorizationStatus> answerToRequest = CLAuthorizationStatus::authorizedAlways;
-  /// Called after each change, on the thread that made it, so that it can be kept for the next start.
+  /// Called after each change, on the thread that made it, so that it can be kept for the next start: one
+  /// call at a time, in the order of the changes. It must not change the authorization itself.
   std::function<void(CLAuthorizationStatus)> storeAuthorization;
 };
 

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "LocationFixture.h"
@@ -133,6 +134,29 @@ TEST(LocationThreads, AServiceMayGoWhileItsCentralReports) {
   air.join();
   simulated.realTime().stop();
   mainQueue.join();
+}
+
+TEST(LocationThreads, TheAuthorizationIsStoredInTheOrderOfItsChanges) {
+  SimulatedPlatform simulated;
+  std::promise<void> storing;
+  std::promise<void> overtaken;
+  CLAuthorizationStatus stored{};
+  const auto service = platform::makeBeaconLocationService(
+      {.bluetooth = simulated.services().bluetooth,
+       .dispatch = simulated.services().dispatch,
+       .storeAuthorization = [&](CLAuthorizationStatus status) {
+         if (status == CLAuthorizationStatus::denied) {
+           storing.set_value();
+           overtaken.get_future().wait_for(milliseconds(50));  // no later change may come between
+         }
+         stored = status;
+         if (status == CLAuthorizationStatus::restricted) overtaken.set_value();
+       }});
+  std::thread first([&] { service->setAuthorizationStatus(CLAuthorizationStatus::denied); });
+  storing.get_future().wait();
+  service->setAuthorizationStatus(CLAuthorizationStatus::restricted);
+  first.join();
+  EXPECT_EQ(stored, service->authorizationStatus());
 }
 
 }  // namespace
