@@ -68,6 +68,7 @@ class Location final : public ScriptedLocationService, public std::enable_shared
     const std::scoped_lock lock(mutex_);
     field = std::move(value);
   }
+  void forget(const CLRegion& region);  ///< with the mutex held
   void deliver(Delivery delivery, const Call& call);
   void submit(const Entry& entry, const Call& call);
 
@@ -158,13 +159,17 @@ std::vector<std::string> Location::operationNames() const {
 }
 
 void Location::monitor(const CLRegionPtr& region) {
-  stopMonitoring(*region);
   const std::scoped_lock lock(mutex_);
+  forget(*region);
   monitored_.push_back(region);
 }
 
 void Location::stopMonitoring(const CLRegion& region) {
   const std::scoped_lock lock(mutex_);
+  forget(region);
+}
+
+void Location::forget(const CLRegion& region) {
   std::erase_if(monitored_, [&](const CLRegionPtr& old) { return old->identifier() == region.identifier(); });
 }
 

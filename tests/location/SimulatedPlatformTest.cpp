@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -188,6 +189,19 @@ TEST_F(AScriptedLocation, KeepsTheMonitoredRegionsByIdentifierUnlessToldOtherwis
   EXPECT_EQ(manager->monitoredRegions().size(), 2U);
   manager->stopMonitoringForRegion(region);
   EXPECT_TRUE(manager->monitoredRegions().empty());
+}
+
+TEST_F(AScriptedLocation, ShowsNobodyThatARegionIsMissingWhileItIsReplaced) {
+  manager->startMonitoringForRegion(region);
+  std::atomic<bool> isDone = false;
+  std::thread replacer([&] {
+    for (int time = 0; time < 20'000; ++time) manager->startMonitoringForRegion(region);
+    isDone = true;
+  });
+  int missing = 0;
+  while (!isDone) missing += manager->monitoredRegions().empty() ? 1 : 0;
+  replacer.join();
+  EXPECT_EQ(missing, 0);
 }
 
 TEST_F(AScriptedLocation, ReportsWhatItIsToldOnTheMainQueue) {
