@@ -117,7 +117,7 @@ TEST_F(Ranging, AGroupTypeChangedByTheDelegateCountsFromTheNextComparison) {
 }
 
 TEST_F(Ranging, MatchesASensorRecordByItsExactText) {
-  // A sensor beacon whose service UUID is the proximity UUID, and a record in other letters.
+  // A sensor beacon whose service UUID is the proximity UUID.
   manager().setBeaconType(1);
   manager().start();
   simulated.advance({});
@@ -142,21 +142,40 @@ TEST_F(Ranging, TheLostCheckOfTheSensorPathTakesRangedRecordsToo) {
 }
 
 // The whole road on the location service that finds regions in advertisements.
-class RangingFromAdvertisements : public ManagerTest {};
+class RangingFromAdvertisements : public ManagerTest {
+ protected:
+  RangingFromAdvertisements() { manager().setBeaconUUID(kUUID); }
 
-TEST_F(RangingFromAdvertisements, BeaconsAppearStayAndLeave) {
-  manager().setBeaconUUID(kUUID);
-  manager().setBeaconGroupType(2);
-  manager().setBeaconMajor(1);
-  manager().setBeaconMinor(1);
-  startSearch(2);
-  const auto advertise = [&](uint16_t minor) {
+  int advertise(uint16_t minor) {
     return simulated.radio().startAdvertising(
         platform::iBeaconAdvertisement(
             {.octets = {0xC0, 0, 0, 0, 0, static_cast<uint8_t>(minor)}},
             {.proximityUUID = uuid, .major = 1, .minor = minor, .measuredPower = -59}),
         milliseconds(200));
+  }
+
+  // What the next seconds bring: whether it holds ranging reports, and advertisements of sensors.
+  struct Brought {
+    bool ranging;
+    bool sensors;
+    bool operator==(const Brought&) const = default;
   };
+  Brought after(seconds duration) {
+    listener.take();
+    simulated.advance(duration);
+    const auto holds = [lines = listener.take()](const char* word) {
+      return std::any_of(lines.begin(), lines.end(),
+                         [&](const auto& line) { return line.starts_with(word); });
+    };
+    return {holds("ranged"), holds("bytes")};
+  }
+};
+
+TEST_F(RangingFromAdvertisements, BeaconsAppearStayAndLeave) {
+  manager().setBeaconGroupType(2);
+  manager().setBeaconMajor(1);
+  manager().setBeaconMinor(1);
+  startSearch(2);
   const int first = advertise(1);
   const int second = advertise(2);
   simulated.advance(seconds(3));
@@ -174,6 +193,49 @@ TEST_F(RangingFromAdvertisements, BeaconsAppearStayAndLeave) {
   simulated.radio().stopAdvertising(second);
   manager().stop();
   simulated.advance(seconds(1));
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+TEST_F(RangingFromAdvertisements, AStopStraightAfterTheStartEndsTheSearch) {
+  manager().setBeaconType(2);
+  manager().setDelegate(&listener);
+  simulated.advance({});
+  manager().start();
+  manager().stop();
+  advertise(1);
+  simulated.advance(seconds(40));
+  EXPECT_FALSE(simulated.radio().isScanning());
+  EXPECT_THAT(manager().locationManager().monitoredRegions(), IsEmpty());
+  EXPECT_THAT(listener.take(), IsEmpty());
+}
+
+TEST_F(RangingFromAdvertisements, AStartInTheOtherModeEndsTheSearchOfTheFirst) {
+  advertise(1);
+  simulated.radio().startAdvertising(
+      platform::sensorAdvertisement(*BluetoothAddress::fromText("C0:00:00:00:00:02"),
+                                    *CBUUID::UUIDWithString(kUUID), {}),
+      milliseconds(200));
+  startSearch(2);
+  EXPECT_EQ(after(seconds(3)), (Brought{.ranging = true, .sensors = false}));
+  startSearch(1);
+  EXPECT_EQ(after(seconds(3)), (Brought{.ranging = false, .sensors = true}));
+  EXPECT_THAT(manager().locationManager().monitoredRegions(), IsEmpty());
+  startSearch(2);
+  EXPECT_EQ(after(seconds(3)), (Brought{.ranging = true, .sensors = false}));
+}
+
+TEST_F(RangingFromAdvertisements, ASearchOutlivesAWithdrawnAuthorization) {
+  advertise(1);
+  startSearch(2);
+  EXPECT_TRUE(after(seconds(3)).ranging);
+  simulated.beaconLocation().setAuthorizationStatus(platform::CLAuthorizationStatus::denied);
+  EXPECT_FALSE(after(seconds(3)).ranging);
+  EXPECT_FALSE(simulated.radio().isScanning());
+  simulated.beaconLocation().setAuthorizationStatus(platform::CLAuthorizationStatus::authorizedAlways);
+  EXPECT_TRUE(after(seconds(3)).ranging);
+  EXPECT_EQ(manager().locationManager().monitoredRegions().size(), 1U);
+  manager().stop();
+  EXPECT_FALSE(after(seconds(1)).ranging);
   EXPECT_FALSE(simulated.radio().isScanning());
 }
 

@@ -46,6 +46,16 @@ TEST(RecordList, FindsWhatALinearWalkFinds) {
   }
 }
 
+TEST(RecordList, LettersInAnotherCaseAreAnotherUUID) {
+  BRLRecordList list;
+  list.append(recordOf("e2c56db5-dffb-48d2-b060-d0f5a71096e0", 1, 1));
+  list.append(recordOf("E2C56DB5-DFFB-48D2-B060-D0F5A71096E0", 1, 1));
+  for (const auto identity : {Identity::uuid, Identity::uuidAndMajor, Identity::uuidMajorAndMinor}) {
+    EXPECT_EQ(list.find(identity, "E2C56DB5-DFFB-48D2-B060-D0F5A71096E0", 1, 1, 0, 2), 1U);
+    EXPECT_EQ(list.find(identity, "E2C56DB5-DFFB-48D2-B060-D0F5A71096E0", 1, 1, 0, 1), std::nullopt);
+  }
+}
+
 TEST(RecordList, WalksSeeWholeElementsWhileAnotherThreadAppends) {
   constexpr size_t kRecords = 5000;
   BRLRecordList list;

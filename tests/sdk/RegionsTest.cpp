@@ -41,7 +41,7 @@ class Regions : public ManagerTest {
     return texts;
   }
 
-  // The names of what was asked for about ranging since the last call.
+  // How often ranging was asked for since the last call.
   size_t rangingRequests() {
     const auto names = location().operationNames();
     location().clearOperations();
