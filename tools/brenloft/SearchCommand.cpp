@@ -10,6 +10,7 @@
 #include "BrenloftSDK/BRLContextManager.h"
 #include "BrenloftSDK/BRLCoreDataManager.h"
 #include "platform/NativePlatform.h"
+#include "platform/location/BeaconLocationService.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Listener.h"
 #include "tools/brenloft/Messages.h"
@@ -131,7 +132,7 @@ class Search {
  private:
   void openSourceAndListener() {
     const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
-    source_ = openSource(options_.source, {.onEnd = [this] { source_.loop->stop(); }, .onMessage = message});
+    source_ = openSource(options_.source, {.onEnd = [this] { sourceEnded(); }, .onMessage = message});
     reporter_.attach(*source_.loop);
     listener_ = Listener::make(
         {.record = options_.record,
@@ -142,6 +143,13 @@ class Search {
          .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
          .onUnusable = [this] { source_.loop->stop(); }});
     reports_ = listener_->wrap(source_.reports);
+  }
+
+  // iBeacons are reported once a second: the last, unfinished one is waited for.
+  void sourceEnded() {
+    if (options_.mode == SearchOptions::Mode::sensors) return source_.loop->stop();
+    source_.loop->dispatch()->after(platform::BeaconLocationService::kRangingPeriod,
+                                    source_.loop->dispatch()->mainQueue(), [this] { source_.loop->stop(); });
   }
 
   void installPlatform() {
