@@ -15,7 +15,9 @@ class BRLContextManager;
 enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray, emergencyCallback };
 
 /// The one channel through which the library reports to an application. All four operations are optional: one
-/// that the application does not override is never called, and what would be logged after it is not logged.
+/// that the application does not override is never called. A loss found by silence or by a region's exit is
+/// logged only when the delegate heard of it, a loss by `stop` never; all else is logged whatever the
+/// delegate.
 ///
 /// Derive from `BRLDelegateOf<YourClass>`, which knows from the type which operations you override, and mark
 /// each `override`; or use `BRLDelegateHandlers` for lambdas.

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kAuthorizationKey = "LocationAuthorizationStatus";
 
-// What the settings hold, else always.
+// What the settings hold; without a number, always.
 CLAuthorizationStatus storedAuthorization(const NSUserDefaults& defaults) {
   const auto value = defaults.objectForKey(kAuthorizationKey);
   const auto* number = value ? std::get_if<NSNumber>(&*value) : nullptr;

@@ -23,8 +23,8 @@ struct NativePlatformOptions {
 };
 
 /// What this machine offers. Settings are in "settings.json" and documents directly in the container or the
-/// data folder. The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4),
-/// else always.
+/// data folder. The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4);
+/// another number counts as restricted; without a number, always.
 BRL_EXPORT Platform nativePlatform(NativePlatformOptions options);
 
 }  // namespace platform

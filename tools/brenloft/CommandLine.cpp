@@ -97,7 +97,8 @@ void addSimulate(CLI::App& app, Run& run) {
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
-  command.add_option("--exit-time", options.exitTime, "seconds of silence after which a beacon is lost")
+  command
+      .add_option("--exit-time", options.exitTime, "seconds of silence after which a sensor beacon is lost")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   command.add_flag("--log", options.log, "write what is reported to the sensor log");
@@ -131,8 +132,10 @@ void addRange(CLI::App& app, Run& run) {
   options->mode = SearchOptions::Mode::iBeacons;
   auto* command = app.add_subcommand("range", "Find iBeacons of one proximity UUID");
   command->add_option("--uuid", options->uuid, "the proximity UUID")->required()->check(checkProximityUUID);
-  auto* major = command->add_option("--major", options->major, "major number")->check(CLI::Range(0, 65535));
-  auto* minor = command->add_option("--minor", options->minor, "minor number")->check(CLI::Range(0, 65535));
+  auto* major = command->add_option("--major", options->major, "the major of the region that is monitored")
+                    ->check(CLI::Range(0, 65535));
+  auto* minor = command->add_option("--minor", options->minor, "the minor of the region that is monitored")
+                    ->check(CLI::Range(0, 65535));
   auto* group =
       command
           ->add_option("--group", options->group,
