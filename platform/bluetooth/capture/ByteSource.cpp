@@ -1,10 +1,14 @@
 #include "platform/bluetooth/capture/ByteSource.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,39 +21,67 @@ std::string textOfErrno(int code) {
 
 class FileByteSource : public ByteSource {
  public:
-  explicit FileByteSource(int descriptor) : descriptor_(descriptor) {
+  /// Takes both descriptors over; `stopped` is an eventfd.
+  FileByteSource(int descriptor, int stopped, std::stop_token stop)
+      : descriptor_(descriptor),
+        stopped_(stopped),
+        onStop_(std::in_place, std::move(stop), TellStop{stopped}) {
     struct stat status {};
     if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode))
       size_ = static_cast<uint64_t>(status.st_size);
   }
-  ~FileByteSource() override { close(descriptor_); }
+  ~FileByteSource() override {
+    onStop_.reset();  // may be writing on another thread
+    close(descriptor_);
+    close(stopped_);
+  }
 
   std::size_t read(std::span<std::byte> octets) override {
-    ssize_t count = 0;
-    do {
-      count = ::read(descriptor_, octets.data(), octets.size());
-    } while (count < 0 && errno == EINTR);
-    if (count < 0) error_ = textOfErrno(errno);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
+    while (error_.empty() && wait()) {
+      const ssize_t count = ::read(descriptor_, octets.data(), octets.size());
+      if (count >= 0) return static_cast<std::size_t>(count);
+      if (errno != EINTR && errno != EAGAIN) error_ = textOfErrno(errno);
+    }
+    return 0;
   }
   std::string error() const override { return error_; }
+  bool isStopped() const override { return isStopped_; }
   std::optional<uint64_t> size() const override { return size_; }
 
  private:
+  struct TellStop {
+    int stopped;
+    void operator()() const { eventfd_write(stopped, 1); }
+  };
+
+  /// False after a stop. Without waiting, a named pipe that nobody writes to yet would read as empty.
+  bool wait() {
+    std::array<pollfd, 2> polled{{{descriptor_, POLLIN, 0}, {stopped_, POLLIN, 0}}};
+    while (poll(polled.data(), polled.size(), -1) < 0 && errno == EINTR) {
+    }
+    isStopped_ = polled[1].revents != 0;
+    return !isStopped_;
+  }
+
   int descriptor_;
+  int stopped_;
+  std::optional<std::stop_callback<TellStop>> onStop_;
   std::optional<uint64_t> size_;
   std::string error_;
+  bool isStopped_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    error = textOfErrno(errno);
-    return nullptr;
-  }
-  return std::make_unique<FileByteSource>(descriptor);
+std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error,
+                                           std::stop_token stop) {
+  // Not blocking: the opening of a named pipe would wait for a writer.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int stopped = descriptor < 0 ? -1 : eventfd(0, EFD_CLOEXEC);
+  if (stopped >= 0) return std::make_unique<FileByteSource>(descriptor, stopped, std::move(stop));
+  error = textOfErrno(errno);
+  if (descriptor >= 0) close(descriptor);
+  return nullptr;
 }
 
 std::size_t MemoryByteSource::read(std::span<std::byte> octets) {

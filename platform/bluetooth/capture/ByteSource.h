@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <string>
 
 #include "platform/foundation/Data.h"
@@ -20,12 +21,16 @@ class ByteSource {
   virtual std::size_t read(std::span<std::byte> octets) = 0;
   /// What ended the reading before the end, for people; empty when nothing did.
   virtual std::string error() const { return {}; }
+  /// Whether a stop ended the reading: what is missing then is no fault.
+  virtual bool isStopped() const { return false; }
   /// Octets in all, when that is known beforehand.
   virtual std::optional<uint64_t> size() const { return std::nullopt; }
 };
 
-/// A file, a pipe or a device. Nothing, and the reason, when it cannot be opened.
-std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error);
+/// A file, a pipe or a device. Reading waits for octets, and for somebody to write into a named pipe, until
+/// `stop` is requested; that may be done on any thread. Nothing, and the reason, when it cannot be opened.
+std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error,
+                                           std::stop_token stop = {});
 
 /// Octets in memory, which must outlive the source.
 class MemoryByteSource : public ByteSource {

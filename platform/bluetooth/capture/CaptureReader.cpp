@@ -58,6 +58,7 @@ struct CaptureReader::State {
 
   Next end(const std::string& fault) {
     hasEnded = true;
+    if (buffer.source().isStopped()) return Next::end;
     const std::string cause = buffer.source().error();
     if (!fault.empty() || !cause.empty()) ++record;
     report(cause.empty() ? fault : "cannot be read: " + cause);
@@ -91,9 +92,9 @@ CaptureReader::CaptureReader(std::unique_ptr<State> state) : state_(std::move(st
 CaptureReader::~CaptureReader() = default;
 
 std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, DiagnosticHandler onDiagnostic,
-                                                   std::string& error) {
+                                                   std::string& error, std::stop_token stop) {
   std::string cause;
-  auto source = openFileSource(path, cause);
+  auto source = openFileSource(path, cause, std::move(stop));
   if (source) return open(std::move(source), path, std::move(onDiagnostic), error);
   error = fmt::format("{}: cannot be opened: {}", path, cause);
   return nullptr;
@@ -105,7 +106,9 @@ std::unique_ptr<CaptureReader> CaptureReader::open(std::unique_ptr<ByteSource> s
   auto state = std::make_unique<State>(std::move(source), name, std::move(onDiagnostic));
   std::string cause;
   state->packets = openPackets(state->buffer, cause);
-  if (state->packets) return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(state)));
+  state->hasEnded = state->buffer.source().isStopped();
+  if (state->packets || state->hasEnded)
+    return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(state)));
   error = fmt::format("{}: {}", name, cause);
   return nullptr;
 }

@@ -40,7 +40,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
 
   bool load(std::string& error) {
     const auto keep = [this](const CaptureDiagnostic& diagnostic) { diagnostics_.push_back(diagnostic); };
-    reader_ = CaptureReader::open(options_.path, keep, error);
+    reader_ = CaptureReader::open(options_.path, keep, error, options_.stop);
     if (!reader_) return false;
     next_ = reader_->next();
     time_ = reader_->time();

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 #include "platform/bluetooth/AdvertisingReport.h"
@@ -21,6 +22,8 @@ struct CaptureSourceOptions {
   std::function<void(const CaptureDiagnostic&)> onDiagnostic;
   /// Octets read so far and in all; about a hundred times, and only for files whose size is known.
   std::function<void(uint64_t position, uint64_t size)> onProgress;
+  /// Ends the wait for what a pipe does not bring, and with it the capture.
+  std::stop_token stop;
 };
 
 /// A radio that hears what a capture holds.
