@@ -116,6 +116,13 @@ Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& argumen
   return collect(child, lines, [&] { ::kill(child.pid, signal); });
 }
 
+std::string valueOf(const std::string& line, const std::string& key) {
+  const std::size_t at = line.find('"' + key + "\":");
+  if (at == std::string::npos) return "";
+  const std::size_t begin = at + key.size() + 3;
+  return line.substr(begin, line.find_first_of(",}]", begin) - begin);
+}
+
 bool hasProgram(const std::string& name) {
   return runProgram({"sh", "-c", "command -v " + name}).status == 0;
 }

@@ -23,6 +23,9 @@ Ended runProgram(const std::vector<std::string>& command, const std::string& inp
 /// The tool, sent a signal once it has written so many lines.
 Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal);
 
+/// The value of a key in a JSON line, up to the next comma or end; "" without it.
+std::string valueOf(const std::string& line, const std::string& key);
+
 bool hasProgram(const std::string& name);
 
 /// A folder that goes away with the object.

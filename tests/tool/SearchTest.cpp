@@ -26,14 +26,6 @@ std::string simulated(const TemporaryFolder& folder, const std::vector<std::stri
   return "capture:" + capture;
 }
 
-// The value of a key, up to the next comma or end.
-std::string valueOf(const std::string& line, const std::string& key) {
-  const std::size_t at = line.find('"' + key + "\":");
-  if (at == std::string::npos) return "";
-  const std::size_t begin = at + key.size() + 3;
-  return line.substr(begin, line.find_first_of(",}]", begin) - begin);
-}
-
 TEST(Simulate, WritesTheSameWorldForTheSameSeed) {
   TemporaryFolder folder;
   const std::vector<std::string> common{"--beacons", "3", "--ibeacons", "2", "--seconds", "20"};

@@ -1,5 +1,5 @@
 #include <atomic>
-#include <mutex>
+#include <stop_token>
 #include <string>
 
 #include <fmt/format.h>
@@ -104,19 +104,20 @@ class HeardPrinter {
 
 // Straight through, in the order of the file, whatever its clock does.
 void readCapture(const HearOptions& options, const std::string& file, HeardPrinter& printer, Output& out) {
+  std::stop_source stop;
   StopSignals signals;
-  signals.watch([] {});
+  signals.watch([&] { stop.request_stop(); });
   ProgressBar progress;
+  const auto tell = [](const platform::CaptureDiagnostic& diagnostic) { say(diagnostic.line()); };
   std::string error;
-  const auto reader = platform::CaptureReader::open(
-      file, [](const platform::CaptureDiagnostic& diagnostic) { say(diagnostic.line()); }, error);
+  const auto reader = platform::CaptureReader::open(file, tell, error, stop.get_token());
   if (!reader) throw Failure(ExitStatus::failed, error);
   const auto listener = Listener::make({.record = options.record});
   const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
 
   printer.begin();
   std::optional<platform::Date> end;
-  while (!signals.isStopped() && !out.isClosed() && !printer.isFull()) {
+  while (!stop.stop_requested() && !out.isClosed() && !printer.isFull()) {
     const auto next = reader->next();
     if (next == platform::CaptureReader::Next::end) break;
     if (reader->size()) progress.show(reader->position(), *reader->size());
@@ -131,12 +132,15 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
 
 // Everything else comes at its own time.
 void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) {
+  std::stop_source stop;
   StopSignals signals;
+  signals.watch([&] { stop.request_stop(); });
   RunLoop* running = nullptr;
-  Source source = openSource(options.source, {.onEnd = [&] { running->stop(); }, .onMessage = say});
+  Source source = openSource(options.source,
+                             {.onEnd = [&] { running->stop(); }, .onMessage = say, .stop = stop.get_token()});
   RunLoop& loop = *source.loop;
   running = &loop;
-  signals.watch([&] { loop.stop(); });
+  const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
   const auto listener = Listener::make({.record = options.record,
                                         .isRadio = source.isRadio,
                                         .onMessage = say,
@@ -154,6 +158,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
   if (options.duration)
     loop.dispatch()->after(*options.duration, loop.dispatch()->mainQueue(), [&] { loop.stop(); });
   loop.run();
+  stop.request_stop();  // nobody waits for a pipe any more
   reports->stopScan();
   reports->close();
   listener->finish();
@@ -163,7 +168,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
 
 ExitStatus runHear(const HearOptions& options) {
   const std::string file = captureFileOf(options.source);
-  Output out(file.empty() ? Output::Buffering::lines : Output::Buffering::blocks);
+  Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::lines);
   HeardPrinter printer(options, out);
   if (file.empty())
     hearSource(options, printer, out);

@@ -2,6 +2,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <thread>
 #include <utility>
 
@@ -114,15 +115,16 @@ class Search {
  public:
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
-        out_(captureFileOf(options_.source).empty() ? Output::Buffering::lines : Output::Buffering::blocks),
+        out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
         events_(makeEvents(formatOf(options_), out_)),
         reporter_(*events_, out_, options_.count) {}
 
   void run() {
     StopSignals signals;
+    signals.watch([this] { stop_.request_stop(); });
     openSourceAndListener();
     installPlatform();
-    signals.watch([this] { source_.loop->stop(); });
+    const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
     events_->begin();
     begin();
     source_.loop->run();
@@ -132,7 +134,9 @@ class Search {
  private:
   void openSourceAndListener() {
     const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
-    source_ = openSource(options_.source, {.onEnd = [this] { sourceEnded(); }, .onMessage = message});
+    source_ =
+        openSource(options_.source,
+                   {.onEnd = [this] { sourceEnded(); }, .onMessage = message, .stop = stop_.get_token()});
     reporter_.attach(*source_.loop);
     listener_ = Listener::make(
         {.record = options_.record,
@@ -205,6 +209,7 @@ class Search {
   }
 
   const SearchOptions options_;
+  std::stop_source stop_;
   Output out_;
   std::unique_ptr<SearchEvents> events_;
   Reporter reporter_;

@@ -1,6 +1,7 @@
 #include "tools/brenloft/Source.h"
 
 #include <array>
+#include <filesystem>
 #include <string_view>
 #include <utility>
 
@@ -47,7 +48,8 @@ Source openCapture(std::string address, SourceEvents events) {
            [say = events.onMessage](const platform::CaptureDiagnostic& diagnostic) {
              if (say) say(diagnostic.line());
            },
-       .onProgress = std::move(events.onProgress)},
+       .onProgress = std::move(events.onProgress),
+       .stop = std::move(events.stop)},
       source.loop->dispatch(), error);
   if (!source.reports) throw Failure(ExitStatus::failed, error);
   return source;
@@ -107,6 +109,11 @@ Source openSource(const std::string& address, SourceEvents events) {
 std::string captureFileOf(const std::string& address) {
   const bool isPlain = address.starts_with(kCapture) && !address.ends_with(kPaced);
   return isPlain ? address.substr(kCapture.size()) : std::string();
+}
+
+bool isReadAtOnce(const std::string& address) {
+  std::error_code ignored;
+  return std::filesystem::is_regular_file(captureFileOf(address), ignored);
 }
 
 }  // namespace brenloft

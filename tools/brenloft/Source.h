@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -11,11 +12,12 @@
 
 namespace brenloft {
 
-/// What a source tells beside its reports. Called on any thread; each may be left out.
+/// What a source tells beside its reports, on any thread, and what it is told. Each may be left out.
 struct SourceEvents {
   std::function<void()> onEnd;                           ///< nothing more will come
   std::function<void(std::string_view line)> onMessage;  ///< one line for people
   std::function<void(uint64_t position, uint64_t size)> onProgress;
+  std::stop_token stop;  ///< ends the wait for a pipe that brings nothing
 };
 
 /// Where reports come from, and the clock that belongs to it.
@@ -31,6 +33,9 @@ Source openSource(const std::string& address, SourceEvents events);
 
 /// The file of `capture:FILE` when it is to be read without a pace; else "".
 std::string captureFileOf(const std::string& address);
+
+/// Whether all that there is to hear can be read at once: nobody waits for a part of it.
+bool isReadAtOnce(const std::string& address);
 
 /// For the help text: every form that `openSource` takes.
 extern const char* const kSourceForms;

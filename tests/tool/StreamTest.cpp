@@ -1,0 +1,78 @@
+// Captures that come through a pipe.
+
+#include <csignal>
+#include <utility>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/tool/RunTool.h"
+
+namespace brenloft_test {
+namespace {
+
+// A named pipe that stays open for writing, with these octets in it.
+class OpenPipe {
+ public:
+  OpenPipe(std::string path, const std::string& octets) : path_(std::move(path)) {
+    EXPECT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    descriptor_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    EXPECT_EQ(::write(descriptor_, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
+  }
+  ~OpenPipe() { ::close(descriptor_); }
+  OpenPipe(const OpenPipe&) = delete;
+  OpenPipe& operator=(const OpenPipe&) = delete;
+
+  std::string source() const { return "capture:" + path_; }
+
+ private:
+  std::string path_;
+  int descriptor_ = -1;
+};
+
+TEST(Stream, ShowsWhatComesThroughAPipeAtOnceAndStopsInOrder) {
+  TemporaryFolder folder;
+  const std::string file = folder.file("c.btsnoop");
+  ASSERT_EQ(runTool({"simulate", "--out", file}).status, 0);
+  // Ends inside a record, of which a stop makes no fault.
+  const std::string octets = contentsOf(file).substr(0, contentsOf(file).size() - 3);
+  for (const int signal : {SIGINT, SIGTERM}) {
+    std::vector<std::string> hear{"hear", "--source", "capture:" + file, "--format", "jsonl"};
+    std::vector<std::string> all = runTool(hear).lines();
+    all.pop_back();
+    const OpenPipe heardPipe(folder.file("hear" + std::to_string(signal)), octets);
+    hear[2] = heardPipe.source();
+    const Ended heard = runToolUntil(static_cast<std::ptrdiff_t>(all.size()), hear, signal);
+    EXPECT_EQ(heard.status, 0);
+    EXPECT_EQ(heard.err, "");
+    EXPECT_EQ(heard.lines(), all);
+
+    const OpenPipe scannedPipe(folder.file("scan" + std::to_string(signal)), octets);
+    const Ended scanned =
+        runToolUntil(100, {"scan", "--source", scannedPipe.source(), "--format", "jsonl", "-q"}, signal);
+    EXPECT_EQ(scanned.status, 0);
+    EXPECT_EQ(scanned.err, "");
+    EXPECT_EQ(valueOf(scanned.lines().back(), "status"), "2");
+  }
+}
+
+TEST(Stream, ASignalEndsTheWaitForAPipeThatBringsNothing) {
+  TemporaryFolder folder;
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string command : {"hear", "scan -q"})
+    for (const std::string pace : {"", "?paced"}) {
+      // The pipe opens for writing once the tool has opened it for reading.
+      const Ended ended = runProgram({"bash", "-c",
+                                      std::string(BRENLOFT_TOOL) + " " + command +
+                                          " --format jsonl --source 'capture:" + pipe + pace + "' & exec 3>" +
+                                          pipe + "; kill -TERM $!; wait $!"});
+      EXPECT_EQ(ended.status, 0) << command << pace;
+      EXPECT_EQ(ended.out + ended.err, "") << command << pace;
+    }
+}
+
+}  // namespace
+}  // namespace brenloft_test
