@@ -62,6 +62,24 @@ TEST(Hear, PrintsEveryReportOnceAndRecordsItForAnEqualReplay) {
   EXPECT_EQ(two.out, heard.lines()[0] + "\n" + heard.lines()[1] + "\n");
 }
 
+TEST(Hear, NeverRecordsOverTheCaptureThatIsRead) {
+  TemporaryFolder folder;
+  // More than what is read ahead.
+  const std::string source = simulated(folder, {"--beacons", "200"});
+  const std::string octets = contentsOf(source.substr(8));
+  ASSERT_GT(octets.size(), 300'000U);
+  std::filesystem::create_symlink(source.substr(8), folder.file("link"));
+  for (const std::string command : {"hear", "scan"})
+    for (const std::string pace : {"", "?paced"}) {
+      const Ended ended = runTool({command, "--source", source + pace, "--record", folder.file("link")});
+      EXPECT_EQ(ended.status, 2) << command << pace;
+      EXPECT_NE(ended.err.find("--record would overwrite the capture that is read: " + folder.file("link")),
+                std::string::npos)
+          << ended.err;
+      EXPECT_EQ(contentsOf(source.substr(8)), octets) << command << pace;
+    }
+}
+
 TEST(Hear, SaysInOneLineWhatIsWrongWithAFile) {
   TemporaryFolder folder;
   const std::string whole = simulated(folder).substr(8);

@@ -167,6 +167,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
 }  // namespace
 
 ExitStatus runHear(const HearOptions& options) {
+  refuseToRecordOver(options.source, options.record);
   const std::string file = captureFileOf(options.source);
   Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::lines);
   HeardPrinter printer(options, out);

@@ -133,6 +133,7 @@ class Search {
 
  private:
   void openSourceAndListener() {
+    refuseToRecordOver(options_.source, options_.record);
     const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
     source_ =
         openSource(options_.source,

@@ -116,4 +116,14 @@ bool isReadAtOnce(const std::string& address) {
   return std::filesystem::is_regular_file(captureFileOf(address), ignored);
 }
 
+void refuseToRecordOver(const std::string& address, const std::string& record) {
+  if (!address.starts_with(kCapture)) return;
+  std::string file = address.substr(kCapture.size());
+  takePaced(file);
+  std::error_code ignored;
+  if (std::filesystem::equivalent(file, record, ignored))
+    throw Failure(ExitStatus::usage,
+                  fmt::format("--record would overwrite the capture that is read: {}", record));
+}
+
 }  // namespace brenloft

@@ -37,6 +37,9 @@ std::string captureFileOf(const std::string& address);
 /// Whether all that there is to hear can be read at once: nobody waits for a part of it.
 bool isReadAtOnce(const std::string& address);
 
+/// Throws `Failure` when a recording to this file would destroy the capture that is read.
+void refuseToRecordOver(const std::string& address, const std::string& record);
+
 /// For the help text: every form that `openSource` takes.
 extern const char* const kSourceForms;
 
