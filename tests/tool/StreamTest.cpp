@@ -1,6 +1,8 @@
-// Captures that come through a pipe.
+// Captures that come through a pipe, and what stands on a terminal.
 
+#include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <utility>
 
 #include <fcntl.h>
@@ -72,6 +74,30 @@ TEST(Stream, ASignalEndsTheWaitForAPipeThatBringsNothing) {
       EXPECT_EQ(ended.status, 0) << command << pace;
       EXPECT_EQ(ended.out + ended.err, "") << command << pace;
     }
+}
+
+// Both outputs of the command on one terminal, lines ended as terminals do.
+std::string onTerminal(const std::string& command) {
+  return runProgram({"script", "-qec", command, "/dev/null"}).out;
+}
+
+TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {
+  if (!hasProgram("script")) GTEST_SKIP() << "script is not installed";
+  TemporaryFolder folder;
+  const std::string file = folder.file("long.btsnoop");
+  ASSERT_EQ(runTool({"simulate", "--out", file, "--beacons", "2000", "--seconds", "40"}).status, 0);
+  ASSERT_GT(std::filesystem::file_size(file), 4'300'000U);
+  std::filesystem::resize_file(file, std::filesystem::file_size(file) - 3);
+  const std::string hear = std::string(BRENLOFT_TOOL) + " hear --format jsonl --source capture:" + file;
+
+  const std::string mixed = onTerminal(hear + " --count 3");
+  EXPECT_EQ(std::count(mixed.begin(), mixed.end(), '\n'), 3);
+  EXPECT_EQ(mixed.find('%'), std::string::npos) << mixed;
+
+  const std::string apart = onTerminal(hear + " > /dev/null");
+  EXPECT_NE(apart.find("]  50 %"), std::string::npos);
+  EXPECT_NE(apart.find("%\r\x1b[K" + file + ": record "), std::string::npos)
+      << apart.substr(apart.size() - 300);
 }
 
 }  // namespace

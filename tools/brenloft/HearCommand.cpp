@@ -108,7 +108,10 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   StopSignals signals;
   signals.watch([&] { stop.request_stop(); });
   ProgressBar progress;
-  const auto tell = [](const platform::CaptureDiagnostic& diagnostic) { say(diagnostic.line()); };
+  const auto tell = [&](const platform::CaptureDiagnostic& diagnostic) {
+    progress.clear();
+    say(diagnostic.line());
+  };
   std::string error;
   const auto reader = platform::CaptureReader::open(file, tell, error, stop.get_token());
   if (!reader) throw Failure(ExitStatus::failed, error);

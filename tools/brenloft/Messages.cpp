@@ -42,10 +42,11 @@ constexpr int kWidth = 40;
 
 }  // namespace
 
-ProgressBar::ProgressBar() : isTerminal_(::isatty(STDERR_FILENO) == 1) {}
+// On a terminal of its own: one that shows the data as well would show the bar inside its lines.
+ProgressBar::ProgressBar() : isShown_(::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) != 1) {}
 
 void ProgressBar::show(uint64_t position, uint64_t size) {
-  if (!isTerminal_ || size < kLongFile) return;
+  if (!isShown_ || size < kLongFile) return;
   const uint64_t percent = position >= size ? 100 : position * 100 / size;
   if (percent == shown_) return;
   shown_ = percent;

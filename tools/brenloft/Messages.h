@@ -16,7 +16,8 @@ std::string_view textOf(platform::CBManagerState state);
 /// "radio: poweredOff (blocked by rfkill)"
 std::string radioLine(const platform::RadioState& state);
 
-/// How far a long file was read, on standard error when that is a terminal. Threads: one at a time.
+/// How far a long file was read, on standard error when that is a terminal and the data goes elsewhere.
+/// Clear it before another line is written there. Threads: one at a time.
 class ProgressBar {
  public:
   ProgressBar();
@@ -28,7 +29,7 @@ class ProgressBar {
   void clear();
 
  private:
-  bool isTerminal_;
+  bool isShown_;
   uint64_t shown_ = UINT64_MAX;  // percent
 };
 
