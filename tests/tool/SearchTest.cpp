@@ -150,6 +150,20 @@ TEST(Scan, StopsAtTheTimeOfTheLastRecordAndReportsWhatIsPresentAsLost) {
   EXPECT_TRUE(present.empty());
 }
 
+TEST(Scan, PassesAJumpOfTheCapturesClockInNoTime) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder);
+  std::string octets = contentsOf(source.substr(8));
+  // The first record's time, in a file whose others are of this century, becomes the first instant of 1970.
+  octets.replace(32, 8, std::string("\x00\xDC\xDD\xB3\x0F\x2F\x80\x00", 8));
+  writeFile(source.substr(8), octets);
+  const Ended heard = runTool({"hear", "--source", source, "--format", "jsonl", "--count", "1"});
+  ASSERT_EQ(valueOf(heard.out, "time"), "0.000000");
+  const Ended scanned = runTool({"scan", "--source", source, "--format", "jsonl", "-q"});
+  EXPECT_EQ(scanned.status, 0);
+  EXPECT_GT(scanned.lines().size(), 100U);
+}
+
 TEST(Scan, AnInterruptedSearchStopsInOrder) {
   TemporaryFolder folder;
   const std::string source = simulated(folder) + "?paced";

@@ -96,7 +96,13 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     const std::scoped_lock lock(mutex_);
     if (isCounted_ && left_ == 0) return;
     if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return;
-    event(loop_->dispatch()->date());
+    const platform::Date date = loop_->dispatch()->date();
+    event(date);
+    // A timer on virtual time would run through every gap of a capture.
+    if (loop_->isVirtual() && (date < ticked_ || date - ticked_ >= kTick)) {
+      ticked_ = date;
+      events_.tick();
+    }
     if ((isCounted_ && --left_ == 0) || out_.isClosed()) loop_->stop();
   }
 
@@ -106,6 +112,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   RunLoop* loop_ = nullptr;
   const bool isCounted_;
   uint64_t left_;
+  platform::Date ticked_;
   std::optional<std::thread::id> endingThread_;
 };
 
@@ -189,7 +196,7 @@ class Search {
     if (options_.duration)
       source_.loop->dispatch()->after(*options_.duration, dispatch.mainQueue(),
                                       [this] { source_.loop->stop(); });
-    tick();
+    if (!source_.loop->isVirtual()) tick();
     Class::startLeScan();
   }
 
