@@ -27,11 +27,12 @@ TEST(Decode, PrintsTheTenReadingsOfEachArgumentAndNullForAShortOne) {
       "\nnull\nnull\n");
 }
 
-TEST(Decode, ReadsLinesOfStandardInput) {
+TEST(Decode, AnswersEachLineOfStandardInputWithOne) {
   const Ended ended = runTool({"decode", "-F", "jsonl"}, kZero + "\r\n\n2909" + std::string(40, '0'));
   EXPECT_EQ(ended.status, 0);
-  ASSERT_EQ(ended.lines().size(), 2U);
-  EXPECT_NE(ended.lines()[1].find(R"("temperature":"23.45")"), std::string::npos);
+  ASSERT_EQ(ended.lines().size(), 3U);
+  EXPECT_EQ(ended.lines()[1], "null");
+  EXPECT_NE(ended.lines()[2].find(R"("temperature":"23.45")"), std::string::npos);
 }
 
 TEST(Decode, NamesThePlaceOfWhatIsNoFrameAndKeepsWhatCameBefore) {

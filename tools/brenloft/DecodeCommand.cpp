@@ -68,7 +68,7 @@ void decodeInput(Decoder& decoder, const Output& out) {
   std::string line;
   for (uint64_t number = 1; !out.isClosed() && std::getline(std::cin, line); ++number) {
     if (line.ends_with('\r')) line.pop_back();
-    if (!line.empty()) decoder.decode(line, fmt::format("standard input: line {}", number));
+    decoder.decode(line, fmt::format("standard input: line {}", number));
   }
   if (std::cin.bad()) throw Failure(ExitStatus::failed, "standard input: cannot be read");
 }
