@@ -12,7 +12,9 @@
 namespace platform {
 
 struct BeaconWorldOptions {
-  uint32_t sensors = 5;  ///< sensor beacons, each with a service UUID of its own; up to 16,777,216 in all
+  static constexpr uint32_t kMaximumBeacons = 16'777'216;  ///< of both kinds together
+
+  uint32_t sensors = 5;  ///< sensor beacons, each with a service UUID of its own
   uint32_t iBeacons = 0;
   uint64_t seed = 1;
   Date start = dateWithTimeIntervalSince1970(1'767'225'600);  ///< the world's first instant

@@ -53,6 +53,9 @@ TEST(Usage, EndsWithTwoForWhatMakesNoSenseAndZeroForHelp) {
       {"nosuch"},
       {"decode", "--format", "xml", kZero},
       {"hear"},
+      {"simulate", "--out", folder.file("s"), "--seed", "-1"},
+      {"simulate", "--out", folder.file("s"), "--beacons", "16777217"},
+      {"simulate", "--out", folder.file("s"), "--beacons", "16777216", "--ibeacons", "1"},
       {"hear", "--source", "teapot:1"},
       {"scan", "--source", "demo", "--uuid", "12345"},
       {"range", "--source", "demo"},
@@ -68,6 +71,8 @@ TEST(Usage, EndsWithTwoForWhatMakesNoSenseAndZeroForHelp) {
     EXPECT_EQ(ended.out, "") << testing::PrintToString(arguments);
     EXPECT_NE(ended.err, "") << testing::PrintToString(arguments);
   }
+  for (const auto& misspelt : {std::vector<std::string>{"nosuch"}, {"log", "nosuch"}})
+    EXPECT_NE(runTool(misspelt).err.find("nosuch"), std::string::npos);
   for (const char* help : {"--help", "--version"}) EXPECT_EQ(runTool({help}).status, 0);
 }
 

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "platform/bluetooth/CBUUID.h"
+#include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/Texts.h"
@@ -84,15 +85,29 @@ void addHear(CLI::App& app, Run& run) {
   command->callback([&run, options] { run = [options] { return runHear(*options); }; });
 }
 
+// The conversion takes "-1" for the largest number there is.
+std::string checkWholeNumber(const std::string& text) {
+  const bool isWhole = text.find_first_not_of("0123456789") == std::string::npos;
+  return isWhole ? "" : "'" + text + "' is no whole number";
+}
+
 void addSimulate(CLI::App& app, Run& run) {
+  constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
   auto options = std::make_shared<SimulateOptions>();
   auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
   command->add_option("-o,--out", options->out, "the file to write")->required();
-  command->add_option("--beacons", options->beacons, "sensor beacons")->capture_default_str();
-  command->add_option("--ibeacons", options->iBeacons, "iBeacons")->capture_default_str();
+  const CLI::Range inRange(int64_t{0}, int64_t{kMaximumBeacons});
+  command->add_option("--beacons", options->beacons, "sensor beacons")->check(inRange)->capture_default_str();
+  command->add_option("--ibeacons", options->iBeacons, "iBeacons")->check(inRange)->capture_default_str();
   addDuration(*command, "--seconds", options->duration, "how long it lasts; default 60");
-  command->add_option("--seed", options->seed, "another seed, another world")->capture_default_str();
-  command->callback([&run, options] { run = [options] { return runSimulate(*options); }; });
+  command->add_option("--seed", options->seed, "another seed, another world")
+      ->check(checkWholeNumber)
+      ->capture_default_str();
+  command->callback([&run, options] {
+    if (options->beacons > kMaximumBeacons - options->iBeacons)
+      throw CLI::ValidationError("--beacons and --ibeacons", "more than " + std::to_string(kMaximumBeacons));
+    run = [options] { return runSimulate(*options); };
+  });
 }
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
@@ -217,6 +232,14 @@ ExitStatus runCommandLine(int argc, char** argv) {
     add(app, run);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    // A misspelt command is worth more words than the one that is missing for it.
+    const auto extras = app.remaining(true);
+    if (extras.empty())
+      app.exit(error);
+    else
+      app.exit(CLI::ExtrasError({extras.front()}));
+    return ExitStatus::usage;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? ExitStatus::done : ExitStatus::usage;
   }
