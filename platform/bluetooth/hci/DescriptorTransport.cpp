@@ -21,13 +21,6 @@ constexpr std::size_t kLargestPacket = 4096;
 // Two, so that one is read while the other is dealt with.
 constexpr int kMostChunksUnderway = 2;
 
-bool isWholePacket(DataView packet) {
-  const auto header = packet.empty() ? std::nullopt : headerSize(octetAt(packet, 0));
-  if (!header || packet.size() < *header) return false;
-  if (*header == 5) return packet.size() == *header + (uint16At(packet, 3) & 0x3FFFU);
-  return packet.size() == *header + octetAt(packet, *header - 1);
-}
-
 bool isTransient(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
@@ -196,7 +189,7 @@ std::optional<HCITransport::Closed> DescriptorTransport::readPackets() {
       break;
     }
     const auto packet = DataView(buffer_).first(static_cast<std::size_t>(count));
-    if (isWholePacket(packet)) {
+    if (packetSize(packet) == packet.size()) {
       collected.insert(collected.end(), packet.begin(), packet.end());
     } else {
       handlers_.onFault("a packet of " + std::to_string(count) + " octets that says another length");

@@ -17,29 +17,14 @@ struct Measure {
 // A host without connections gets no data to speak of; a larger packet is garbage that looks like one.
 constexpr std::size_t kLargestDataPacket = 2048;
 
-Measure measured(DataView octets, std::size_t header, std::size_t content, std::size_t limit) {
-  const std::size_t size = header + content;
-  if (size > limit) return {};
-  return {octets.size() < size ? Fit::tooShort : Fit::whole, size};
-}
-
 /// How long the packet at the start is, judged by its type and header alone.
 Measure measure(DataView octets) {
   if (octets.empty()) return {Fit::tooShort, 0};
-  const auto header = headerSize(octetAt(octets, 0));
-  if (!header) return {};
-  if (octets.size() < *header) return {Fit::tooShort, 0};
-  switch (octetAt(octets, 0)) {
-    case kEventPacket:
-      return measured(octets, 3, octetAt(octets, 2), kLargestDataPacket);
-    case kCommandPacket:
-    case kScoPacket:
-      return measured(octets, 4, octetAt(octets, 3), kLargestDataPacket);
-    case kAclPacket:
-      return measured(octets, 5, uint16At(octets, 3), kLargestDataPacket);
-    default:
-      return measured(octets, 5, uint16At(octets, 3) & 0x3FFFU, kLargestDataPacket);
-  }
+  if (!headerSize(octetAt(octets, 0))) return {};
+  const auto size = packetSize(octets);
+  if (!size) return {Fit::tooShort, 0};
+  if (*size > kLargestDataPacket) return {};
+  return {octets.size() < *size ? Fit::tooShort : Fit::whole, *size};
 }
 
 /// Stricter, for octets that follow garbage: an event that this host can expect, followed by a packet's

@@ -43,6 +43,19 @@ std::string hexNumber(unsigned value, int digits) {
 
 }  // namespace
 
+std::optional<std::size_t> packetSize(DataView octets) {
+  const auto header = octets.empty() ? std::nullopt : headerSize(octetAt(octets, 0));
+  if (!header || octets.size() < *header) return std::nullopt;
+  switch (octetAt(octets, 0)) {
+    case kAclPacket:
+      return *header + uint16At(octets, *header - 2);
+    case kIsoPacket:
+      return *header + (uint16At(octets, *header - 2) & 0x3FFFU);  // the two highest bits are no length
+    default:
+      return *header + octetAt(octets, *header - 1);
+  }
+}
+
 uint64_t uint64At(DataView octets, std::size_t index) {
   uint64_t value = 0;
   for (std::size_t i = 8; i-- > 0;) value = value << 8 | octetAt(octets, index + i);

@@ -71,6 +71,10 @@ constexpr std::optional<std::size_t> headerSize(uint8_t packetType) {
   }
 }
 
+/// Octets of the whole packet at the start, judged by its type and header alone; nothing when no such type
+/// exists or the header has not all come.
+std::optional<std::size_t> packetSize(DataView octets);
+
 /// Whether a listening host can get an event of this code and parameter length with this first parameter.
 bool isPlausibleEvent(uint8_t code, uint8_t length, uint8_t firstParameter);
 
