@@ -247,7 +247,7 @@ TEST_F(BlueZSource, TriesAgainUntilTheDaemonStartsTheScan) {
   scan();
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 5 && isState("5 hci0 ("); }));
   EXPECT_TRUE(wasState("5 bluetoothd did not start the scan (not now)"));
-  EXPECT_TRUE(wasState("3 bluetoothd does not let this user hear"));
+  EXPECT_TRUE(wasState("3 bluetoothd refuses this user"));
   EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), 1U) << "to be rid of a request that the daemon still held";
 
   // The daemon ends the discovery by itself, as over a suspend.
@@ -260,7 +260,7 @@ TEST_F(BlueZSource, SaysWhenTheBusDoesNotLetItAsk) {
   bus_.start("<deny send_destination='org.bluez' send_interface='org.freedesktop.DBus.ObjectManager'/>");
   startDaemon();
   openSource();
-  EXPECT_TRUE(comesTrue([&] { return isState("3 bluetoothd does not let this user hear"); }));
+  EXPECT_TRUE(comesTrue([&] { return isState("3 bluetoothd refuses this user"); }));
   EXPECT_EQ(listBlueZAdapters(bus_.address()).daemon, BlueZInventory::Daemon::notPermitted);
 }
 

@@ -67,6 +67,10 @@ TEST(HCITransportAddressTest, SaysWhatIsWrongWithOthers) {
     EXPECT_FALSE(parseRadioAddress(text, problem)) << text;
     EXPECT_FALSE(problem.empty()) << text;
   }
+  std::string problem;
+  EXPECT_TRUE(parseRadioAddress("h4:unix:" + std::string(107, 'a'), problem));
+  EXPECT_FALSE(parseRadioAddress("h4:unix:" + std::string(108, 'a'), problem));
+  EXPECT_NE(problem.find("107"), std::string::npos) << problem;
 }
 
 }  // namespace

@@ -19,6 +19,13 @@ namespace {
 using Daemon = BlueZInventory::Daemon;
 const std::string kSetcap = "\"setcap 'cap_net_raw,cap_net_admin+eip' /opt/brenloft\"";
 const std::string kAmbient = "'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN'";
+const std::string kRefusal =
+    "bluetoothd refuses this user: rejected; 'usermod -aG bluetooth USER' or a bus policy for org.bluez "
+    "permits it";
+const std::string kNothing = "0000000000000000";
+const std::string kRaw = "0000000000002000";
+const std::string kAdmin = "0000000000001000";
+const std::string kBoth = "0000000000003000";
 
 /// A machine made of files and of what the kernel and the daemon are said to answer.
 class Machine {
@@ -29,7 +36,7 @@ class Machine {
     fs::create_directories(root_ / "proc/self");
     fs::create_directories(root_ / "dev");
     fs::create_symlink("/opt/brenloft", root_ / "proc/self/exe");
-    capabilities("0000000000000000");
+    capabilities(kNothing);
   }
   ~Machine() { fs::remove_all(root_); }
   Machine(const Machine&) = delete;
@@ -39,7 +46,7 @@ class Machine {
     std::ofstream(root_ / "proc/self/status")
         << "Name:\tbrenloft\nCapPrm:\tffffffffffffffff\nCapEff:\t" << effective << "\n";
   }
-  void privileged() { capabilities("0000000000003000"); }
+  void privileged() { capabilities(kBoth); }
   void rfkill(const std::string& name, const std::string& type, int soft, int hard) {
     const fs::path folder = root_ / "sys/class/rfkill" / ("rfkill" + std::to_string(switches_++));
     fs::create_directories(folder);
@@ -108,7 +115,7 @@ TEST(RadioInventory, SaysOfEachRadioHowItHearsOrWhyNot) {
   EXPECT_THAT(
       linesOf(machine),
       ElementsAre("hci:0 not permitted: " + kSetcap + " permits it, or " + kAmbient + " in a systemd unit",
-                  "bluez not permitted: rejected", HasSubstr("h4:/dev/ttyACM0 usable")));
+                  "bluez not permitted: " + kRefusal, HasSubstr("h4:/dev/ttyACM0 usable")));
 
   machine.privileged();
   machine.bluez = daemonWith(false);
@@ -136,7 +143,7 @@ TEST(RadioInventory, ReadsTheCapabilitiesThatCount) {
        {Case{"000001ffffffffff", true, true}, Case{"0000000000002000", true, false},
         Case{"0000000000001000", false, true}, Case{"0000000000000fff", false, false}}) {
     machine.capabilities(effective);
-    const auto found = RadioPermissions::ofThisProcess(machine.probe().root);
+    const auto found = HCIPermissions::ofThisProcess(machine.probe().root);
     EXPECT_EQ(found.netRaw, netRaw) << effective;
     EXPECT_EQ(found.netAdmin, netAdmin) << effective;
   }
@@ -145,24 +152,33 @@ TEST(RadioInventory, ReadsTheCapabilitiesThatCount) {
 TEST(AutomaticRadio, IsHCIWherePermittedAndFreeAndTheDaemonOtherwise) {
   struct Case {
     const char* name;
-    bool isPrivileged, isUp, isBlocked, hasDaemon;
+    std::string capabilities;
+    bool isUp, isBlocked;
+    Daemon daemon;
     std::string address, why;
   };
   const std::vector<Case> cases = {
-      {"free", true, false, false, true, "hci:0", "over HCI: it is free"},
-      {"up, but nobody's", true, true, false, false, "hci:0", "over HCI"},
-      {"the daemon's", true, true, false, true, "bluez", "it uses the adapter"},
-      {"not permitted", false, true, false, true, "bluez", kSetcap},
-      {"blocked, with the daemon", true, false, true, true, "bluez", ""},
-      {"blocked, alone", true, false, true, false, "hci:0", "'rfkill unblock bluetooth'"},
-      {"nothing permitted", false, true, false, false, "", kAmbient},
+      {"free", kBoth, false, false, Daemon::present, "hci:0", "over HCI: it is free"},
+      {"up, but nobody's", kBoth, true, false, Daemon::absent, "hci:0", "over HCI: it is free"},
+      {"the daemon's", kBoth, true, false, Daemon::present, "bluez", "it uses the adapter"},
+      {"up, the daemon hidden", kBoth, true, false, Daemon::notPermitted, "hci:0",
+       "over HCI: it is up, bluetoothd may not be asked, and this process"},
+      {"not permitted", kNothing, true, false, Daemon::present, "bluez", kSetcap},
+      {"taking over is permitted", kAdmin, false, false, Daemon::present, "hci:0", "it is free"},
+      {"but nothing else", kAdmin, true, false, Daemon::present, "bluez", kSetcap},
+      {"sharing is permitted", kRaw, true, false, Daemon::absent, "hci:0", "it is free"},
+      {"but no taking over", kRaw, false, false, Daemon::present, "bluez", kSetcap},
+      {"blocked, with the daemon", kBoth, false, true, Daemon::present, "bluez", ""},
+      {"blocked, alone", kBoth, false, true, Daemon::absent, "hci:0", "'rfkill unblock bluetooth'"},
+      {"nothing permitted", kNothing, true, false, Daemon::absent, "", kAmbient},
   };
   for (const auto& one : cases) {
     Machine machine;
-    if (one.isPrivileged) machine.privileged();
+    machine.capabilities(one.capabilities);
     machine.adapters = {adapter(0, one.isUp)};
     machine.adapters[0].isBlocked = one.isBlocked;
-    if (one.hasDaemon) machine.bluez = daemonWith(one.isUp);
+    machine.bluez =
+        one.daemon == Daemon::present ? daemonWith(one.isUp) : BlueZInventory{one.daemon, "rejected", {}};
     const auto choice = chooseRadio(RadioInventory::take(machine.probe()));
     EXPECT_EQ(choice.address, one.address) << one.name;
     EXPECT_EQ(choice.isForbidden, one.address.empty()) << one.name;
@@ -179,12 +195,20 @@ TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
   EXPECT_EQ(
       nothing.problem->text,
       "no radio: looked for adapters of the kernel (no Bluetooth in this kernel) and for bluetoothd on the "
-      "system bus (bluetoothd is not running); '--source demo' works without a radio");
+      "system bus (bluetoothd is not running)");
+
+  machine.bluez = {Daemon::notPermitted, "rejected", {}};
+  for (const char* address : {"auto", "bluez"}) {
+    const auto refused = sourceFor(machine, address);
+    ASSERT_TRUE(refused.problem) << address;
+    EXPECT_EQ(refused.problem->kind, RadioProblem::Kind::notPermitted) << address;
+    EXPECT_EQ(refused.problem->text, kRefusal) << address;
+  }
 
   machine.bluez = daemonWith(true);
   std::string said;
   EXPECT_TRUE(sourceFor(machine, "auto", &said).source);
-  EXPECT_THAT(said, HasSubstr("chose bluetoothd: HCI is not permitted"));
+  EXPECT_THAT(said, HasSubstr("chose bluetoothd: the kernel shows no adapter"));
   EXPECT_THAT(said, HasSubstr("once in ten seconds"));
 }
 
@@ -200,13 +224,13 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
   machine.adapters = {adapter(0, true), adapter(1, false)};
   machine.adapters[1].address = *BluetoothAddress::fromText("00:AA:01:00:00:43");
   machine.bluez = daemonWith(true);
-  const std::string serial = machine.serialLine();
+  const std::string file = machine.serialLine();
   const std::vector<Case> cases = {
       {"bluez", false, {}, {}},
       {"bluez:hci0", false, {}, {}},
       {"bluez:0", false, {}, {}},
       {"bluez:00:aa:01:00:00:42", false, {}, {}},
-      {"bluez:hci1", false, Kind::noRadio, "looked for hci1 at bluetoothd: not there; '--source demo'"},
+      {"bluez:hci1", false, Kind::noRadio, "looked for hci1 at bluetoothd: not there"},
       {"bluez:", false, Kind::usage, "bluez:hciN"},
       {"bluez:eth0", false, Kind::usage, "bluez:hciN"},
       {"hci:0", true, {}, {}},
@@ -215,7 +239,10 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
       {"hci:0", false, Kind::notPermitted, "hci0 may not be used: " + kSetcap},
       {"hci:5", true, Kind::noRadio, "looked for hci:5 among the kernel's adapters: not there"},
       {"hci:x", true, Kind::usage, ""},
-      {"h4:" + serial, false, {}, {}},
+      {"h4:/dev/null", false, {}, {}},  // a device; only opening it would tell more
+      {"h4:" + file, true, Kind::noRadio, "looked for the serial line " + file + ": that is none"},
+      {"h4:unix:" + file, true, Kind::noRadio, "looked for the socket " + file + ": that is none"},
+      {"h4:unix:/" + std::string(107, 'a'), true, Kind::usage, "107 octets"},
       {"h4:/nowhere,115200", true, Kind::noRadio, "looked for the serial line /nowhere"},
       {"h4:unix:/nowhere", true, Kind::noRadio, "looked for the socket /nowhere"},
       {"capture:file", true, Kind::usage, "names no radio"},
@@ -223,7 +250,7 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
       {"h4", true, Kind::usage, "names no radio"},
   };
   for (const auto& one : cases) {
-    machine.capabilities(one.isPrivileged ? "0000000000003000" : "0000000000000000");
+    machine.capabilities(one.isPrivileged ? kBoth : kNothing);
     const auto result = sourceFor(machine, one.address);
     EXPECT_EQ(result.source != nullptr, !one.problem) << one.address;
     ASSERT_EQ(result.problem.has_value(), one.problem.has_value()) << one.address;
@@ -231,10 +258,14 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
     EXPECT_EQ(result.problem->kind, *one.problem) << one.address;
     EXPECT_THAT(result.problem->text, HasSubstr(one.text)) << one.address;
   }
-  machine.capabilities("0000000000002000");  // enough beside somebody else, not for taking over
+  machine.capabilities(kRaw);  // enough beside somebody else, not for taking over
   EXPECT_TRUE(sourceFor(machine, "hci:0").source);
   EXPECT_FALSE(sourceFor(machine, "hci:0?user").source);
   EXPECT_FALSE(sourceFor(machine, "hci:1").source);
+  machine.capabilities(kAdmin);  // the other way round
+  EXPECT_FALSE(sourceFor(machine, "hci:0").source);
+  EXPECT_TRUE(sourceFor(machine, "hci:0?user").source);
+  EXPECT_TRUE(sourceFor(machine, "hci:1").source);
 }
 
 }  // namespace

@@ -13,9 +13,10 @@ finish() { rig_log "$failures failed"; [ "$failures" -eq 0 ]; exit; }
 
 radio() { i=$1; shift; echo "$*" > "/run/vb$i"; }  # radio INDEX COMMAND...: to the scripted controller
 
-# The unprivileged user, without and with what a unit's AmbientCapabilities gives.
+# The unprivileged user, without and with one of the capabilities that a unit's AmbientCapabilities gives.
 TESTER="setpriv --reuid tester --regid tester --clear-groups"
-CAPABLE="$TESTER --inh-caps +net_raw,+net_admin --ambient-caps +net_raw,+net_admin"
+MAY_TAKE="$TESTER --inh-caps +net_admin --ambient-caps +net_admin"
+MAY_SHARE="$TESTER --inh-caps +net_raw --ambient-caps +net_raw"
 
 # hear NAME WRAPPER OPTION...: starts `brenloft hear`; its output in /out/NAME.jsonl and /out/NAME.err
 hear() {

@@ -16,7 +16,7 @@ ok "nothing permitted for auto: 4"   status_is 4 $TESTER brenloft hear --source 
 
 rig_log "--- user channel"
 for who in root tester; do
-    wrapper=; [ $who = root ] || wrapper=$CAPABLE
+    wrapper=; [ $who = root ] || wrapper=$MAY_TAKE
     hear "user-$who" "$wrapper" --source hci:0?user --record "/tmp/$who.btsnoop"
     rig_wait 10 rig_scanning 0 active; sleep 3
     ok "$who: stopped by a signal with status 0" stop_hearing
@@ -30,7 +30,7 @@ done
 rig_log "--- raw channel"
 hciconfig hci0 up
 for who in root tester; do
-    wrapper=; [ $who = root ] || wrapper=$CAPABLE
+    wrapper=; [ $who = root ] || wrapper=$MAY_SHARE
     hear "raw-$who" "$wrapper" --source hci:00:AA:01:00:00:42?raw
     rig_wait 10 rig_scanning 0 active; sleep 3
     stop_hearing

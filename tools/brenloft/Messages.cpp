@@ -35,6 +35,10 @@ std::string radioLine(const platform::RadioState& state) {
   return fmt::format("radio: {}{}", textOf(state.state), reason);
 }
 
+std::string noRadioLine(std::string_view reason) {
+  return fmt::format("{}; '--source demo' works without a radio", reason);
+}
+
 namespace {
 
 constexpr uint64_t kLongFile = 4'194'304;

@@ -16,6 +16,9 @@ std::string_view textOf(platform::CBManagerState state);
 /// "radio: poweredOff (blocked by rfkill)"
 std::string radioLine(const platform::RadioState& state);
 
+/// The line for a command that ends for want of a radio: the reason, and what works without one.
+std::string noRadioLine(std::string_view reason);
+
 /// How far a long file was read, on standard error when that is a terminal and the data goes elsewhere.
 /// Clear it before another line is written there. Threads: one at a time.
 class ProgressBar {

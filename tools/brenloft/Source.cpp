@@ -11,6 +11,7 @@
 #include "platform/bluetooth/radios/RadioSource.h"
 #include "platform/simulated/SimulatedWorldSource.h"
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Messages.h"
 
 namespace brenloft {
 
@@ -65,16 +66,16 @@ Source openDemo(std::string address, SourceEvents events) {
   return source;
 }
 
-ExitStatus statusOf(platform::RadioProblem::Kind kind) {
-  switch (kind) {
+Failure failureFor(const platform::RadioProblem& problem) {
+  switch (problem.kind) {
     case platform::RadioProblem::Kind::noRadio:
-      return ExitStatus::noRadio;
+      return {ExitStatus::noRadio, noRadioLine(problem.text)};
     case platform::RadioProblem::Kind::notPermitted:
-      return ExitStatus::notPermitted;
+      return {ExitStatus::notPermitted, problem.text};
     case platform::RadioProblem::Kind::usage:
-      return ExitStatus::usage;
+      return {ExitStatus::usage, problem.text};
   }
-  return ExitStatus::failed;
+  return {ExitStatus::failed, problem.text};
 }
 
 Source openRadio(std::string address, SourceEvents events) {
@@ -82,7 +83,7 @@ Source openRadio(std::string address, SourceEvents events) {
   const platform::RadioSourceOptions options{
       .address = std::move(address), .dispatch = source.loop->dispatch(), .onDiagnostic = events.onMessage};
   auto made = platform::makeRadioSource(options);
-  if (made.problem) throw Failure(statusOf(made.problem->kind), made.problem->text);
+  if (made.problem) throw failureFor(*made.problem);
   source.reports = std::move(made.source);
   return source;
 }

@@ -4,6 +4,11 @@
 
 namespace platform {
 
+std::string bluezRefusal(const std::string& problem) {
+  return "bluetoothd refuses this user: " + problem +
+         "; 'usermod -aG bluetooth USER' or a bus policy for org.bluez permits it";
+}
+
 BlueZInventory listBlueZAdapters(const std::string& busAddress) {
   using Daemon = BlueZInventory::Daemon;
   bluez::CallError unreachable;

@@ -148,8 +148,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   static RadioState denied(const CallError& error) {
-    return {CBManagerState::unauthorized, "bluetoothd does not let this user hear: " + error.message +
-                                              "; see 'Permissions' in docs/radios.md"};
+    return {CBManagerState::unauthorized, bluezRefusal(error.message)};
   }
 
   // --- objects

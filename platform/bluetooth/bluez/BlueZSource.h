@@ -48,6 +48,9 @@ struct BlueZInventory {
   std::vector<BlueZAdapter> adapters;
 };
 
+/// For people: that bluetoothd or the bus said no, with their `problem`, and what permits it.
+std::string bluezRefusal(const std::string& problem);
+
 /// Asks the bus at `busAddress` (empty: the system bus); waits for the answer, five seconds at most.
 BlueZInventory listBlueZAdapters(const std::string& busAddress = {});
 

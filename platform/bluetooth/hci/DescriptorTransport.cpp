@@ -47,6 +47,10 @@ HCITransport::Failure failureOf(int error) {
       return HCITransport::Failure::absent;
     case EAFNOSUPPORT:
     case EPROTONOSUPPORT:
+    case ENOTTY:  // the rest: what was named is no line at all
+    case ENOTSOCK:
+    case EPROTOTYPE:
+    case ENAMETOOLONG:
       return HCITransport::Failure::unsupported;
     default:
       return HCITransport::Failure::lost;
@@ -147,7 +151,9 @@ std::optional<HCITransport::Closed> DescriptorTransport::serve() {
       if (isStopping_) return std::nullopt;
     }
     if (!closed && (polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && mayRead()) closed = readOnce();
-    if (!closed && rc == 0 && line_.check) closed = line_.check();
+    if (line_.check && (closed || rc == 0)) {
+      if (auto known = line_.check()) closed = std::move(known);  // says more than an error number
+    }
     if (closed) return closed;
   }
 }

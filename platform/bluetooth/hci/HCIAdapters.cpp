@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <span>
 #include <system_error>
 
 #include <sys/socket.h>
 
 #include "platform/bluetooth/hci/HCISocket.h"
+#include "platform/bluetooth/hci/Rfkill.h"
 
 namespace platform {
 namespace hci {
@@ -27,23 +26,6 @@ bool readDeviceInfo(const FileDescriptor& socket, int index, HCIDeviceInfo& info
 }  // namespace hci
 
 namespace {
-
-namespace fs = std::filesystem;
-
-bool saysOne(const fs::path& file) {
-  std::ifstream stream(file);
-  char first = '0';
-  return stream.get(first) && first == '1';
-}
-
-bool isBlockedByRfkill(const std::string& name) {
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator("/sys/class/bluetooth/" + name, error)) {
-    if (!entry.path().filename().string().starts_with("rfkill")) continue;
-    if (saysOne(entry.path() / "soft") || saysOne(entry.path() / "hard")) return true;
-  }
-  return false;
-}
 
 std::string noSocketText(int error) {
   if (error == EAFNOSUPPORT || error == EPROTONOSUPPORT) return "this machine's kernel has no Bluetooth";
@@ -69,11 +51,20 @@ std::vector<HCIAdapter> listHCIAdapters(std::string& problem) {
     adapter.index = entry.index;
     adapter.address = BluetoothAddress::fromPacket(std::as_bytes(std::span(info.address)), false);
     adapter.isUp = (info.flags & hci::kFlagUp) != 0;
-    adapter.isBlocked = isBlockedByRfkill(adapter.name());
+    adapter.isBlocked = !adapter.isUp && !rfkillBlockOf(adapter.name()).empty();
     adapters.push_back(adapter);
   }
   std::sort(adapters.begin(), adapters.end(), [](const auto& a, const auto& b) { return a.index < b.index; });
   return adapters;
+}
+
+const HCIAdapter* findHCIAdapter(const std::vector<HCIAdapter>& adapters, const HCIAdapterAddress& address) {
+  const int* index = std::get_if<int>(&address.adapter);
+  const auto found = std::ranges::find_if(adapters, [&](const HCIAdapter& adapter) {
+    return index != nullptr ? adapter.index == *index
+                            : adapter.address.octets == std::get<BluetoothAddress>(address.adapter).octets;
+  });
+  return found == adapters.end() ? nullptr : &*found;
 }
 
 }  // namespace platform

@@ -1,6 +1,5 @@
 #include "platform/bluetooth/hci/HCISocketTransport.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -9,7 +8,9 @@
 #include "platform/bluetooth/hci/DescriptorTransport.h"
 #include "platform/bluetooth/hci/HCIAdapters.h"
 #include "platform/bluetooth/hci/HCIPackets.h"
+#include "platform/bluetooth/hci/HCIPermission.h"
 #include "platform/bluetooth/hci/HCISocket.h"
+#include "platform/bluetooth/hci/Rfkill.h"
 
 namespace platform::hci {
 namespace {
@@ -20,22 +21,32 @@ using Line = DescriptorTransport::Line;
 
 constexpr int kReceiveBuffer = 1 << 20;
 
-Closed notPermitted(const HCIAdapter& adapter, const std::string& capabilities) {
-  return {Failure::notPermitted, adapter.name() + ": not permitted, " + capabilities +
-                                     " is needed (setcap 'cap_net_raw,cap_net_admin+eip' on the program, or "
-                                     "AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN in its unit)"};
+Closed notPermitted(const HCIAdapter& adapter) {
+  return {Failure::notPermitted, adapter.name() + " may not be used: " + hciPermissionHint(ownExecutable())};
+}
+
+Closed blocked(const std::string& name) {
+  const std::string_view why = rfkillBlockOf(name);
+  return {Failure::off, (name + " is ").append(why.empty() ? kBlockedBySoftware : why)};
+}
+
+Closed down(const std::string& name, int index) {
+  return {Failure::off, name +
+                            " is down; 'bluetoothctl power on' brings it up, or without bluetoothd 'btmgmt "
+                            "--index " +
+                            std::to_string(index) + " power on'"};
+}
+
+std::string nameOf(const HCIAdapterAddress& address) {
+  if (const int* index = std::get_if<int>(&address.adapter)) return "hci" + std::to_string(*index);
+  return std::get<BluetoothAddress>(address.adapter).text();
 }
 
 Closed noSuchAdapter(const HCIAdapterAddress& address, const std::vector<HCIAdapter>& present) {
-  std::string text = "no adapter " + textOf(RadioAddress(HCIAdapterAddress{address.adapter, {}})).substr(4);
+  std::string text = "no adapter " + nameOf(address);
   text += present.empty() ? "; none is plugged in" : "; there is";
   for (const auto& adapter : present) text += " " + adapter.name() + " (" + adapter.address.text() + ")";
   return {Failure::absent, text};
-}
-
-bool isNamed(const HCIAdapter& adapter, const HCIAdapterAddress& address) {
-  if (const int* index = std::get_if<int>(&address.adapter)) return adapter.index == *index;
-  return adapter.address.octets == std::get<BluetoothAddress>(address.adapter).octets;
 }
 
 bool bindTo(const FileDescriptor& socket, int index, uint16_t channel) {
@@ -71,19 +82,18 @@ std::optional<Closed> checkUp(int index) {
   const FileDescriptor socket = openHCISocket();
   const std::string name = "hci" + std::to_string(index);
   if (!readDeviceInfo(socket, index, info)) return Closed{Failure::absent, name + " was unplugged"};
-  if ((info.flags & kFlagUp) == 0) return Closed{Failure::off, name + " went down"};
-  return std::nullopt;
+  if ((info.flags & kFlagUp) != 0) return std::nullopt;
+  return rfkillBlockOf(name).empty() ? down(name, index) : blocked(name);
 }
 
 using Opening = std::variant<Line, Closed>;
 
 Opening openRaw(const HCIAdapter& adapter) {
-  if (!adapter.isUp) {
-    return Closed{Failure::off, adapter.name() + (adapter.isBlocked ? " is blocked by rfkill" : " is down")};
-  }
+  if (adapter.isBlocked) return blocked(adapter.name());
+  if (!adapter.isUp) return down(adapter.name(), adapter.index);
   FileDescriptor socket = openHCISocket();
   if (!socket || !setRawFilter(socket) || !bindTo(socket, adapter.index, kRawChannel)) {
-    return errno == EPERM ? notPermitted(adapter, "CAP_NET_RAW") : closedByError(errno, adapter.name());
+    return errno == EPERM ? notPermitted(adapter) : closedByError(errno, adapter.name());
   }
   enlargeBuffer(socket);
   Line line{std::move(socket), {adapter.name() + ", raw channel", true}, true, {}};
@@ -99,9 +109,9 @@ Opening openUser(const HCIAdapter& adapter) {
   }
   switch (errno) {
     case EPERM:
-      return notPermitted(adapter, "CAP_NET_ADMIN");
+      return notPermitted(adapter);
     case ERFKILL:
-      return Closed{Failure::off, adapter.name() + " is blocked by rfkill"};
+      return blocked(adapter.name());
     case EBUSY:
       return Closed{Failure::lost, adapter.name() + " is in use; the user channel needs it down"};
     default:
@@ -113,9 +123,8 @@ Opening openAdapter(const HCIAdapterAddress& address) {
   std::string problem;
   const auto adapters = listHCIAdapters(problem);
   if (!problem.empty()) return Closed{Failure::unsupported, problem};
-  const auto found = std::find_if(adapters.begin(), adapters.end(),
-                                  [&](const auto& adapter) { return isNamed(adapter, address); });
-  if (found == adapters.end()) return noSuchAdapter(address, adapters);
+  const HCIAdapter* found = findHCIAdapter(adapters, address);
+  if (found == nullptr) return noSuchAdapter(address, adapters);
   const bool takesUser =
       address.channel == HCIChannel::automatic ? !found->isUp : address.channel == HCIChannel::user;
   return takesUser ? openUser(*found) : openRaw(*found);

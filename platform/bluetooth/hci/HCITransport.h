@@ -21,7 +21,7 @@ class HCITransport {
     absent,  ///< nothing is plugged in, or nobody listens, under that name
     off,     ///< the adapter is down or blocked by rfkill
     notPermitted,  ///< the process lacks a capability or a file permission
-    unsupported,   ///< this machine cannot have such a transport
+    unsupported,   ///< this machine cannot have such a transport, or what is named can never be one
   };
 
   struct Opened {

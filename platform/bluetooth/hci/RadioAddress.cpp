@@ -6,6 +6,7 @@ namespace platform {
 namespace {
 
 constexpr std::string_view kUnixPrefix = "unix:";
+constexpr std::size_t kLongestSocketPath = 107;  // sockaddr_un, with a zero behind it
 constexpr unsigned kHighestBaud = 20'000'000;
 constexpr int kHighestAdapter = 65534;
 
@@ -25,8 +26,9 @@ std::optional<Number> numberFrom(std::string_view text, Number highest) {
 
 std::optional<RadioAddress> parseH4(std::string_view text, std::string& problem) {
   if (takePrefix(text, kUnixPrefix)) {
-    if (!text.empty()) return H4UnixAddress{std::string(text)};
-    problem = "h4:unix: needs the path of a socket";
+    if (!text.empty() && text.size() <= kLongestSocketPath) return H4UnixAddress{std::string(text)};
+    problem = text.empty() ? "h4:unix: needs the path of a socket"
+                           : "h4:unix: takes a path of 107 octets at most, as sockets do";
     return std::nullopt;
   }
   H4SerialAddress address;

@@ -1,11 +1,12 @@
 #include "platform/bluetooth/radios/RadioInventory.h"
 
 #include <algorithm>
-#include <fstream>
 #include <string_view>
 #include <system_error>
 
 #include <unistd.h>
+
+#include "platform/bluetooth/hci/Rfkill.h"
 
 namespace platform {
 namespace {
@@ -13,19 +14,6 @@ namespace {
 namespace fs = std::filesystem;
 using State = RadioCandidate::State;
 using Daemon = BlueZInventory::Daemon;
-
-constexpr unsigned kCapNetAdmin = 12;  // linux/capability.h
-constexpr unsigned kCapNetRaw = 13;
-
-constexpr std::string_view kBlockedSoftly = "blocked by software; 'rfkill unblock bluetooth' frees it";
-constexpr std::string_view kBlockedHard = "blocked by the machine's own radio switch";
-
-std::string firstLine(const fs::path& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
 
 std::vector<fs::path> entriesOf(const fs::path& folder, std::initializer_list<std::string_view> prefixes) {
   std::vector<fs::path> entries;
@@ -39,31 +27,18 @@ std::vector<fs::path> entriesOf(const fs::path& folder, std::initializer_list<st
   return entries;
 }
 
-/// Why the kernel keeps Bluetooth radios of this name from working; empty when it does not.
-std::string_view blockOf(const fs::path& root, const std::string& adapter) {
-  std::string_view why;
-  for (const auto& folder : entriesOf(root / "sys/class/rfkill", {"rfkill"})) {
-    const std::string name = firstLine(folder / "name");
-    const bool isOther = name.starts_with("hci") && name != adapter;
-    if (firstLine(folder / "type") != "bluetooth" || isOther) continue;
-    if (firstLine(folder / "hard") == "1") return kBlockedHard;
-    if (firstLine(folder / "soft") == "1") why = kBlockedSoftly;
-  }
-  return why;
-}
-
 RadioCandidate candidateFor(const HCIAdapter& adapter, const RadioInventory& inventory,
                             const fs::path& root) {
   RadioCandidate candidate{.address = "hci:" + std::to_string(adapter.index),
                            .name = adapter.name() + " (" + adapter.address.text() + ")",
                            .why = {}};
-  const std::string_view block = blockOf(root, adapter.name());
-  if (!inventory.permissions.netRaw || !(inventory.permissions.netAdmin || adapter.isUp)) {
+  const std::string_view block = adapter.isUp ? "" : rfkillBlockOf(adapter.name(), root);
+  if (!inventory.permissions.allow(!adapter.isUp)) {
     candidate.state = State::notPermitted;
-    candidate.why = permissionHint(inventory.executable);
-  } else if (!block.empty() || adapter.isBlocked) {
+    candidate.why = hciPermissionHint(inventory.executable);
+  } else if (!block.empty()) {
     candidate.state = State::blocked;
-    candidate.why = block.empty() ? kBlockedSoftly : block;
+    candidate.why = block;
   } else if (!adapter.isUp) {
     candidate.why = "free: taken over while hearing, every advertisement is heard";
   } else if (inventory.bluez.daemon == Daemon::present) {
@@ -78,11 +53,11 @@ RadioCandidate candidateFor(const BlueZAdapter& adapter, const fs::path& root) {
   RadioCandidate candidate{.address = "bluez:" + adapter.name,
                            .name = adapter.name + " (" + adapter.address + ")",
                            .why = "through bluetoothd; a beacon may be reported only once in ten seconds"};
-  const std::string_view block = blockOf(root, adapter.name);
+  const std::string_view block = rfkillBlockOf(adapter.name, root);
   if (adapter.isPowered) return candidate;
   if (adapter.isBlocked || !block.empty()) {
     candidate.state = State::blocked;
-    candidate.why = block.empty() ? kBlockedSoftly : block;
+    candidate.why = block.empty() ? kBlockedBySoftware : block;
   } else {
     candidate.state = State::off;
     candidate.why = "switched off; 'bluetoothctl power on' switches it on";
@@ -96,7 +71,10 @@ RadioCandidate candidateFor(const BlueZInventory& bluez) {
       .address = "bluez", .name = "bluetoothd", .state = State::absent, .why = bluez.problem};
   if (bluez.daemon == Daemon::present) candidate.why = "bluetoothd has no adapter";
   if (bluez.daemon == Daemon::absent) candidate.why += "; 'systemctl start bluetooth' starts it";
-  if (bluez.daemon == Daemon::notPermitted) candidate.state = State::notPermitted;
+  if (bluez.daemon == Daemon::notPermitted) {
+    candidate.state = State::notPermitted;
+    candidate.why = bluezRefusal(bluez.problem);
+  }
   return candidate;
 }
 
@@ -125,36 +103,16 @@ std::string_view textOf(RadioCandidate::State state) {
       return "blocked";
     case State::off:
       return "off";
-    case State::inUse:
-      return "in use";
     case State::notPermitted:
       return "not permitted";
   }
   return "";
 }
 
-RadioPermissions RadioPermissions::ofThisProcess(const fs::path& root) {
-  constexpr std::string_view kKey = "CapEff:";
-  std::ifstream status(root / "proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (!line.starts_with(kKey)) continue;
-    const auto effective = std::strtoull(line.c_str() + kKey.size(), nullptr, 16);
-    return {.netRaw = ((effective >> kCapNetRaw) & 1U) != 0,
-            .netAdmin = ((effective >> kCapNetAdmin) & 1U) != 0};
-  }
-  return {};
-}
-
-std::string permissionHint(const std::string& executable) {
-  return "\"setcap 'cap_net_raw,cap_net_admin+eip' " + executable +
-         "\" permits it, or 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' in a systemd unit";
-}
-
 RadioInventory RadioInventory::take(const RadioProbe& probe) {
   RadioInventory inventory;
-  inventory.permissions = RadioPermissions::ofThisProcess(probe.root);
-  std::error_code error;
-  inventory.executable = fs::read_symlink(probe.root / "proc/self/exe", error).string();
+  inventory.permissions = HCIPermissions::ofThisProcess(probe.root);
+  inventory.executable = ownExecutable(probe.root);
   inventory.adapters = probe.listAdapters(inventory.adapterProblem);
   inventory.bluez = probe.listBlueZ();
 

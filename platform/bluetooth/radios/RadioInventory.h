@@ -7,6 +7,7 @@
 
 #include "platform/bluetooth/bluez/BlueZSource.h"
 #include "platform/bluetooth/hci/HCIAdapters.h"
+#include "platform/bluetooth/hci/HCIPermission.h"
 
 namespace platform {
 
@@ -24,7 +25,6 @@ struct RadioCandidate {
     absent,        ///< what it needs is not there or not running
     blocked,       ///< by rfkill
     off,           ///< switched off
-    inUse,         ///< somebody else has it
     notPermitted,  ///< this process may not
   };
 
@@ -36,18 +36,9 @@ struct RadioCandidate {
 
 std::string_view textOf(RadioCandidate::State state);
 
-/// What this process may do, from its effective capabilities.
-struct RadioPermissions {
-  bool netRaw = false;    ///< CAP_NET_RAW
-  bool netAdmin = false;  ///< CAP_NET_ADMIN
-
-  bool mayDriveHCI() const { return netRaw && netAdmin; }
-  static RadioPermissions ofThisProcess(const std::filesystem::path& root = "/");
-};
-
 /// What a machine offers, found at one moment.
 struct RadioInventory {
-  RadioPermissions permissions;
+  HCIPermissions permissions;
   std::vector<HCIAdapter> adapters;
   std::string adapterProblem;  ///< why the kernel could not be asked; else empty
   BlueZInventory bluez;
@@ -66,8 +57,5 @@ struct RadioChoice {
 
 /// HCI where it is permitted and the adapter is free, bluetoothd otherwise.
 RadioChoice chooseRadio(const RadioInventory& inventory);
-
-/// The exact ways to permit HCI, for a program at `executable`.
-std::string permissionHint(const std::string& executable);
 
 }  // namespace platform

@@ -1,10 +1,12 @@
 #include "platform/bluetooth/radios/RadioSource.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <system_error>
 #include <utility>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/bluetooth/hci/HCISource.h"
@@ -17,10 +19,8 @@ using Kind = RadioProblem::Kind;
 using Daemon = BlueZInventory::Daemon;
 
 constexpr std::string_view kBlueZ = "bluez";
-constexpr std::string_view kDemo = "; '--source demo' works without a radio";
 
 RadioSourceResult failed(Kind kind, std::string text) {
-  if (kind == Kind::noRadio) text += kDemo;
   return {nullptr, RadioProblem{kind, std::move(text)}};
 }
 
@@ -57,9 +57,7 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
   }
   const auto inventory = options.probe.listBlueZ();
   if (inventory.daemon == Daemon::notPermitted)
-    return failed(Kind::notPermitted,
-                  "bluetoothd refuses this user: " + inventory.problem +
-                      "; 'usermod -aG bluetooth USER' or a bus policy for org.bluez permits it");
+    return failed(Kind::notPermitted, bluezRefusal(inventory.problem));
   if (inventory.daemon != Daemon::present)
     return failed(Kind::noRadio, "looked for bluetoothd on the system bus: " + inventory.problem);
   const bool isThere = std::ranges::any_of(inventory.adapters, [&](const BlueZAdapter& candidate) {
@@ -75,27 +73,34 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
 std::optional<RadioProblem> problemOf(const HCIAdapterAddress& address, const RadioProbe& probe) {
   std::string problem;
   const auto adapters = probe.listAdapters(problem);
-  const auto found = std::ranges::find_if(adapters, [&](const HCIAdapter& adapter) {
-    if (const auto* index = std::get_if<int>(&address.adapter)) return adapter.index == *index;
-    return adapter.address.octets == std::get<BluetoothAddress>(address.adapter).octets;
-  });
-  if (found == adapters.end()) {
+  const HCIAdapter* found = findHCIAdapter(adapters, address);
+  if (found == nullptr) {
     return RadioProblem{Kind::noRadio,
                         "looked for " + textOf(RadioAddress(address)) +
                             " among the kernel's adapters: " + (problem.empty() ? "not there" : problem)};
   }
-  const auto permissions = RadioPermissions::ofThisProcess(probe.root);
+  const auto permissions = HCIPermissions::ofThisProcess(probe.root);
   const bool takesOver =
       address.channel == HCIChannel::user || (address.channel == HCIChannel::automatic && !found->isUp);
-  if (permissions.netRaw && (permissions.netAdmin || !takesOver)) return std::nullopt;
-  std::error_code error;
-  const auto executable = std::filesystem::read_symlink(probe.root / "proc/self/exe", error).string();
-  return RadioProblem{Kind::notPermitted, found->name() + " may not be used: " + permissionHint(executable)};
+  if (permissions.allow(takesOver)) return std::nullopt;
+  return RadioProblem{Kind::notPermitted,
+                      found->name() + " may not be used: " + hciPermissionHint(ownExecutable(probe.root))};
+}
+
+/// Why there is nothing of this type under a path, though it may not be permitted; `what` names it for
+/// people.
+std::optional<RadioProblem> lookFor(const std::string& what, const std::string& path, mode_t type) {
+  struct stat status {};
+  const bool isThere = ::stat(path.c_str(), &status) == 0;
+  if (isThere && (status.st_mode & S_IFMT) == type) return std::nullopt;
+  std::string why = "that is none";
+  if (!isThere)
+    why = errno == ENOENT || errno == ENOTDIR ? "not there" : std::generic_category().message(errno);
+  return RadioProblem{Kind::noRadio, "looked for the " + what + " " + path + ": " + why};
 }
 
 std::optional<RadioProblem> problemOf(const H4SerialAddress& address, const RadioProbe&) {
-  if (::access(address.device.c_str(), F_OK) != 0)
-    return RadioProblem{Kind::noRadio, "looked for the serial line " + address.device + ": not there"};
+  if (auto problem = lookFor("serial line", address.device, S_IFCHR)) return problem;
   if (::access(address.device.c_str(), R_OK | W_OK) == 0) return std::nullopt;
   return RadioProblem{
       Kind::notPermitted,
@@ -103,8 +108,7 @@ std::optional<RadioProblem> problemOf(const H4SerialAddress& address, const Radi
 }
 
 std::optional<RadioProblem> problemOf(const H4UnixAddress& address, const RadioProbe&) {
-  if (::access(address.path.c_str(), F_OK) != 0)
-    return RadioProblem{Kind::noRadio, "looked for the socket " + address.path + ": not there"};
+  if (auto problem = lookFor("socket", address.path, S_IFSOCK)) return problem;
   if (::access(address.path.c_str(), W_OK) == 0) return std::nullopt;
   return RadioProblem{Kind::notPermitted,
                       address.path + " may not be opened: its owner can permit it with chmod"};

@@ -12,7 +12,7 @@
 
 namespace platform {
 
-/// Why there is no source; `text` is one line for people that says what to do about it.
+/// Why there is no source; `text` is one line for people: what was looked for, or what would permit it.
 struct RadioProblem {
   enum class Kind {
     noRadio,       ///< nothing there that could hear
