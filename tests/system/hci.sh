@@ -49,6 +49,13 @@ hear beside "" --source hci:0
 rig_wait 10 rig_scanning 0
 rig_discover 4 > /out/discover.txt  # starts and ends a scan of its own
 ok "hears on after somebody else ended the scan" hears_on beside $SENSOR 20
+power() { busctl --system set-property org.bluez /org/bluez/hci0 org.bluez.Adapter1 Powered b $1; }
+power false
+ok "says that it is switched off, and what brings it up" rig_wait 10 says beside "hci0 is down; 'bluetoothctl power on'"
+sleep 6  # longer than the longest pause between two looks
+ok "leaves it switched off" sh -c '! hciconfig hci0 | grep -q UP'
+ok "leaves it to bluetoothd, which switches it on again" power true
+ok "and hears on" hears_on beside $SENSOR 30
 stop_hearing
 
 rig_log "--- scan and range"

@@ -119,21 +119,26 @@ Opening openUser(const HCIAdapter& adapter) {
   }
 }
 
-Opening openAdapter(const HCIAdapterAddress& address) {
+Opening openAdapter(const HCIAdapterAddress& address, std::atomic<bool>& sharing) {
   std::string problem;
   const auto adapters = listHCIAdapters(problem);
   if (!problem.empty()) return Closed{Failure::unsupported, problem};
   const HCIAdapter* found = findHCIAdapter(adapters, address);
   if (found == nullptr) return noSuchAdapter(address, adapters);
-  const bool takesUser =
-      address.channel == HCIChannel::automatic ? !found->isUp : address.channel == HCIChannel::user;
-  return takesUser ? openUser(*found) : openRaw(*found);
+  if (address.channel == HCIChannel::user) return openUser(*found);
+  if (address.channel == HCIChannel::automatic) {
+    if (found->isUp) sharing = true;
+    if (!sharing) return openUser(*found);
+  }
+  return openRaw(*found);
 }
 
 }  // namespace
 
-std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address) {
-  return std::make_unique<DescriptorTransport>([address] { return openAdapter(address); });
+std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address,
+                                                     std::shared_ptr<std::atomic<bool>> sharing) {
+  return std::make_unique<DescriptorTransport>(
+      [address, sharing = std::move(sharing)] { return openAdapter(address, *sharing); });
 }
 
 }  // namespace platform::hci

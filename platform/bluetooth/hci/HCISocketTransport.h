@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "platform/bluetooth/hci/HCITransport.h"
@@ -9,6 +10,11 @@ namespace platform::hci {
 
 /// One of the kernel's HCI channels to an adapter. The user channel needs CAP_NET_ADMIN and an adapter that
 /// is down; the raw channel needs CAP_NET_RAW and one that is up.
-std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address);
+///
+/// `sharing` is kept from one transport to the next: it becomes true when an automatic channel finds the
+/// adapter up, and from then on only the raw channel is tried. An adapter that somebody else merely switched
+/// off is not to be taken from him.
+std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address,
+                                                     std::shared_ptr<std::atomic<bool>> sharing);
 
 }  // namespace platform::hci

@@ -8,23 +8,25 @@
 namespace platform {
 namespace {
 
-std::unique_ptr<HCITransport> makeTransport(const H4SerialAddress& address) {
+using Sharing = std::shared_ptr<std::atomic<bool>>;
+
+std::unique_ptr<HCITransport> makeTransport(const H4SerialAddress& address, const Sharing&) {
   return hci::makeH4SerialTransport(address);
 }
 
-std::unique_ptr<HCITransport> makeTransport(const H4UnixAddress& address) {
+std::unique_ptr<HCITransport> makeTransport(const H4UnixAddress& address, const Sharing&) {
   return hci::makeH4UnixTransport(address);
 }
 
-std::unique_ptr<HCITransport> makeTransport(const HCIAdapterAddress& address) {
-  return hci::makeHCISocketTransport(address);
+std::unique_ptr<HCITransport> makeTransport(const HCIAdapterAddress& address, const Sharing& sharing) {
+  return hci::makeHCISocketTransport(address, sharing);
 }
 
 }  // namespace
 
 std::shared_ptr<HCIDriver> makeHCISource(HCISourceOptions options) {
-  const auto make = [address = std::move(options.address)] {
-    return std::visit([](const auto& kind) { return makeTransport(kind); }, address);
+  const auto make = [address = std::move(options.address), sharing = std::move(options.sharing)] {
+    return std::visit([&](const auto& kind) { return makeTransport(kind, sharing); }, address);
   };
   return HCIDriver::make({std::move(options.dispatch), make, std::move(options.onDiagnostic)});
 }

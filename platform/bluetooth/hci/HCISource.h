@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -14,6 +15,9 @@ struct HCISourceOptions {
   std::shared_ptr<DispatchService> dispatch;
   /// As in `HCIDriverOptions`.
   std::function<void(std::string_view)> onDiagnostic;
+  /// Whether an automatic channel has found its adapter in use, as `makeHCISocketTransport` keeps it; sources
+  /// made of copies of these options have it in common.
+  std::shared_ptr<std::atomic<bool>> sharing = std::make_shared<std::atomic<bool>>(false);
 };
 
 /// A driver over the transport that the address names. Nothing is opened before `open`; an adapter named by

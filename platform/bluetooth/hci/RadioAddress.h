@@ -24,7 +24,7 @@ struct H4UnixAddress {
 
 /// Which of the kernel's two HCI channels.
 enum class HCIChannel {
-  automatic,  ///< user when the adapter is down and may be taken, raw otherwise
+  automatic,  ///< user on an adapter that is down; raw on one that is or, in this source, was ever up
   user,       ///< the adapter to oneself; it must be down
   raw,        ///< beside bluetoothd; it must be up
 };
