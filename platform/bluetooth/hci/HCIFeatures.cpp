@@ -6,7 +6,6 @@
 namespace platform::hci {
 namespace {
 
-constexpr uint64_t kLECodedPhy = 1ULL << 11U;
 constexpr uint64_t kLEExtendedAdvertising = 1ULL << 12U;
 
 constexpr std::string_view kVersions[] = {"1.0b", "1.1", "1.2", "2.0", "2.1", "3.0", "4.0",
@@ -31,10 +30,6 @@ bool HCIFeatures::hasLegacyScanning() const {
 
 bool HCIFeatures::hasExtendedScanning() const {
   return (leFeatures & kLEExtendedAdvertising) != 0 && hasBits(*this, 37, 0x60);
-}
-
-bool HCIFeatures::hasCodedPhy() const {
-  return (leFeatures & kLECodedPhy) != 0;
 }
 
 std::string HCIFeatures::versionText() const {

@@ -22,8 +22,7 @@ struct HCIFeatures {
   void setCommands(DataView octets);
   bool hasLegacyScanning() const;
   bool hasExtendedScanning() const;
-  bool hasCodedPhy() const;
-  /// "Bluetooth 5.0"
+  /// "Bluetooth 5.0", for people
   std::string versionText() const;
 };
 
