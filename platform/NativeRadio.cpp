@@ -70,7 +70,7 @@ class NativeRadio final : public AdvertisingReportSource, public std::enable_sha
       wanted = wanted_;
     }
     result.source->open([this](const AdvertisingReport& report) { gate_.report(report); },
-                        [this](const RadioState& state) { gate_.state(state); });
+                        [this](const RadioState& state) { tell(state); });
     if (wanted) result.source->startScan(*wanted);
     if (isClosed()) result.source->close();
   }
@@ -79,8 +79,12 @@ class NativeRadio final : public AdvertisingReportSource, public std::enable_sha
     if (problem.text == lastProblem_) return;
     lastProblem_ = problem.text;
     const bool forbidden = problem.kind == RadioProblem::Kind::notPermitted;
-    if (log_) log_(problem.text);
-    gate_.state({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
+    tell({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
+  }
+
+  void tell(const RadioState& state) {
+    if (log_ && !state.reason.empty()) log_(state.reason);
+    gate_.state(state);
   }
 
   bool isClosed() {

@@ -9,7 +9,7 @@
 namespace platform {
 
 /// The radio that this machine offers, looked for when the source is opened and again, with growing pauses,
-/// while there is none. What was found, and why not, goes to `log`.
+/// while there is none. What was found, or why nothing was, and the reason of each state go to `log`.
 std::shared_ptr<AdvertisingReportSource> makeNativeRadio(std::shared_ptr<DispatchService> dispatch,
                                                          LogSink log);
 

@@ -96,6 +96,14 @@ TEST_F(HCIDriverTest, FollowsTheLatestWishWhenStartAndStopComeFasterThanAnswers)
   EXPECT_FALSE(isScanning());
 }
 
+TEST_F(HCIDriverTest, SaysNoVersionThatTheControllerDidNotTell) {
+  start();
+  controller->refuse(opcode::kReadLocalVersion, status::kUnknownCommand, 1);
+  dispatch->runDue();
+  ASSERT_EQ(states.size(), 1U);
+  EXPECT_EQ(states[0].reason, "scripted, Bluetooth of a version that it does not tell, legacy scanning");
+}
+
 TEST_F(HCIDriverTest, IsUnsupportedWithoutLowEnergy) {
   start({.hasLE = false});
   driver->startScan({});
@@ -109,7 +117,8 @@ TEST_F(HCIDriverTest, TurnsTheScanOffWhenItIsClosed) {
   driver->close();
   dispatch->runDue();
   EXPECT_FALSE(controller->isConnected());
-  EXPECT_THAT(controller->takeCommands(), IsEmpty()) << "the line is gone before the queue runs";
+  EXPECT_FALSE(isScanning());
+  EXPECT_THAT(controller->takeCommands(), ElementsAre(opcode::kLESetScanEnable));
 }
 
 TEST_F(HCIDriverTest, ClosedFromInsideAHandlerItReportsNothingMore) {

@@ -18,6 +18,7 @@ class ScriptedController::Transport : public HCITransport {
 
   void open(Handlers handlers) override {
     handlers_ = std::make_shared<Handlers>(std::move(handlers));
+    controller_.tries_.push_back(controller_.dispatch_->now());
     if (controller_.refusals_ > 0) {
       --controller_.refusals_;
       later([closed = controller_.refusal_](const Handlers& to) { to.onClosed(closed); });
@@ -30,9 +31,7 @@ class ScriptedController::Transport : public HCITransport {
 
   void send(Data packet) override {
     if (controller_.line_ != this) return;
-    controller_.queue_->async([this, alive = std::weak_ptr(handlers_), packet = std::move(packet)] {
-      if (!alive.expired()) controller_.receive(packet);
-    });
+    controller_.receive(packet);  // at once, so that nothing is left over for `close` to send
   }
 
   void consumed() override {}

@@ -46,6 +46,8 @@ class ScriptedController {
   /// The opcodes that came since the last call.
   std::vector<uint16_t> takeCommands() { return std::exchange(commands_, {}); }
   int connectionCount() const { return connections_; }
+  /// When a connection was tried, since the last call.
+  std::vector<platform::dispatch_time_t> takeTries() { return std::exchange(tries_, {}); }
 
  private:
   class Transport;
@@ -67,6 +69,7 @@ class ScriptedController {
   std::size_t piece_ = 0;
   bool isShared_ = false;
   int connections_ = 0;
+  std::vector<platform::dispatch_time_t> tries_;
   std::vector<uint16_t> commands_;
 };
 

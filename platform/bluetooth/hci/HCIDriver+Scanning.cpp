@@ -43,7 +43,7 @@ Command enableCommand(bool isExtended, bool on) {
 }  // namespace
 
 void HCIDriverCore::reconcileScan() {
-  if (phase_ != Phase::ready || state_ != CBManagerState::poweredOn) return;
+  if (phase_ != Phase::ready || told_.state != CBManagerState::poweredOn) return;
   if (wantScan_ && scan_ == Scan::off) {
     beginScan(false);
   } else if (!wantScan_ && scan_ == Scan::on) {

@@ -209,8 +209,6 @@ void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reaso
   scan_ = Scan::off;
   const dispatch_time_t pause = nextPause(failure);
   phase_ = Phase::idle;
-  diagnostics_.say(reason + "; next try in " +
-                   std::to_string(std::chrono::duration_cast<seconds>(pause).count()) + " s");
   wakeAfter(connectTimer_, pause);
   setState(stateOf(failure), reason);
 }
@@ -225,9 +223,9 @@ dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
 }
 
 void HCIDriverCore::setState(CBManagerState state, std::string reason) {
-  if (state == state_ || gate_.isClosed()) return;
-  state_ = state;
-  if (onState_) onState_({state, std::move(reason)});
+  if ((state == told_.state && reason == told_.reason) || gate_.isClosed()) return;
+  told_ = {state, std::move(reason)};
+  if (onState_) onState_(told_);
 }
 
 void HCIDriverCore::countMalformed(std::string_view what) {

@@ -24,7 +24,8 @@ struct HCIDriverCounters {
 struct HCIDriverOptions {
   std::shared_ptr<DispatchService> dispatch;
   HCITransportFactory makeTransport;  ///< called on the driver's queue, once per try
-  /// One line for people, without line end; on the driver's queue, at most a few a minute. May be empty.
+  /// What the states do not tell: one line for people, without line end; on the driver's queue, at most a few
+  /// a minute. May be empty.
   std::function<void(std::string_view)> onDiagnostic;
 };
 

@@ -105,7 +105,7 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   H4Decoder decoder_;
   HCIAdvertisingEvents events_;
   Phase phase_ = Phase::idle;
-  CBManagerState state_ = CBManagerState::unknown;
+  RadioState told_;
   HCIFeatures features_;
   dispatch_time_t readySince_{};
   dispatch_time_t pause_;  ///< before the next try

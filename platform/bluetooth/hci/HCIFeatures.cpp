@@ -33,7 +33,8 @@ bool HCIFeatures::hasExtendedScanning() const {
 }
 
 std::string HCIFeatures::versionText() const {
-  if (version < std::size(kVersions)) return "Bluetooth " + std::string(kVersions[version]);
+  if (!version) return "Bluetooth of a version that it does not tell";
+  if (*version < std::size(kVersions)) return "Bluetooth " + std::string(kVersions[*version]);
   return "Bluetooth after 5.4";
 }
 

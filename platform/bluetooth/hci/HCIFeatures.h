@@ -13,8 +13,9 @@ namespace platform::hci {
 struct HCIFeatures {
   static constexpr std::size_t kCommandOctets = 64;
 
-  uint8_t version = 0;  ///< of the host controller interface, by the assigned numbers: 9 is 5.0
-  bool hasLE = true;    ///< believed until denied
+  /// Of the host controller interface, by the assigned numbers: 9 is 5.0. Absent when it was not told.
+  std::optional<uint8_t> version;
+  bool hasLE = true;  ///< believed until denied
   uint64_t leFeatures = 0;
   /// Supported_Commands (Bluetooth Core, Vol 4, Part E, 6.27); absent when the controller would not tell.
   std::optional<std::array<uint8_t, kCommandOctets>> commands;

@@ -32,7 +32,8 @@ struct RadioSourceOptions {
   /// `auto`, `bluez[:hciN|:ADDRESS]`, `hci[:…]` or `h4:…` (as in hci/RadioAddress.h).
   std::string address = "auto";
   std::shared_ptr<DispatchService> dispatch;
-  /// One line for people each: what `auto` chose and why, and what a driver meets. May be empty.
+  /// One line for people each: what `auto` chose and why, and what a driver meets beside its states. May be
+  /// empty.
   std::function<void(std::string_view)> onDiagnostic;
   /// Where to look; for tests.
   RadioProbe probe = {};
