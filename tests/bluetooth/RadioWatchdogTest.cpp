@@ -4,6 +4,7 @@
 #include "platform/bluetooth/radios/GapStatistics.h"
 #include "platform/bluetooth/radios/ScanWatchdog.h"
 #include "platform/dispatch/VirtualDispatch.h"
+#include "platform/foundation/Hex.h"
 #include "tests/support/ScriptedReportSource.h"
 
 using namespace platform;
@@ -118,24 +119,20 @@ TEST_F(Watchdog, BeginsAnewOnlyAfterTheScanHasBeenWell) {
 
 struct GapCase {
   const char* name;
-  std::vector<double> heardAt;  ///< seconds; a negative one is a scan response
+  std::vector<double> heardAt;  ///< seconds
   double usual;                 ///< 0: cannot tell
 };
 
-AdvertisingReport reportAt(double seconds, uint8_t sender = 1) {
-  AdvertisingReport report;
-  report.time = dateWithTimeIntervalSince1970(std::abs(seconds));
-  report.address.octets[5] = sender;
-  report.kind = seconds < 0 ? AdvertisingKind::scanResponse : AdvertisingKind::scannable;
-  return report;
+void hearAt(GapStatistics& gaps, double seconds, uint32_t beacon = 1) {
+  gaps.heard(CBUUID::fromShort(beacon), dateWithTimeIntervalSince1970(seconds));
 }
 
-TEST(GapStatistics, TellsHowLongADeviceUsuallyStaysUnheard) {
+TEST(GapStatistics, TellsHowLongABeaconUsuallyStaysUnheard) {
   const std::vector<GapCase> cases = {
       {"too few to tell", {1, 2, 3}, 0},
       {"regular", {1, 2, 3, 4}, 1},
       {"one long absence does not count", {1, 11, 21, 31, 3600, 3610}, 10},
-      {"scan responses and other channels are no gaps", {1, 1.001, -1.01, 2, -2.01, 3, 3.002, 4}, 1},
+      {"other channels are no gaps", {1, 1.001, 2, 3, 3.002, 4}, 1},
       {"only the newest gaps count",
        {1, 2, 3, 4, 5, 15, 25, 35, 45, 55, 65, 75, 85, 95, 105, 115, 125, 135, 145, 155},
        10},
@@ -143,7 +140,7 @@ TEST(GapStatistics, TellsHowLongADeviceUsuallyStaysUnheard) {
   };
   for (const auto& [name, heardAt, usual] : cases) {
     GapStatistics gaps;
-    for (const double time : heardAt) gaps.heard(reportAt(time));
+    for (const double time : heardAt) hearAt(gaps, time);
     const auto found = gaps.usualGap();
     EXPECT_EQ(found.has_value(), usual != 0) << name;
     if (found) {
@@ -151,35 +148,75 @@ TEST(GapStatistics, TellsHowLongADeviceUsuallyStaysUnheard) {
     }
   }
 
-  // One fast device does not hide that most are slow; changing addresses do not grow the memory.
+  // One fast beacon does not hide that most are slow; changing services do not grow the memory.
   GapStatistics gaps;
-  for (int i = 0; i < 1000; ++i) gaps.heard(reportAt(1 + i * 0.1));
+  for (int i = 0; i < 1000; ++i) hearAt(gaps, 1 + i * 0.1);
   for (int i = 0; i < 10; ++i) {
-    for (const uint8_t slow : {2, 3}) gaps.heard(reportAt(1 + i * 10, slow));
+    for (const uint32_t slow : {2, 3}) hearAt(gaps, 1 + i * 10, slow);
   }
   EXPECT_EQ(gaps.usualGap(), GapStatistics::Gap(10s));
-  for (unsigned i = 0; i < 100'000; ++i) {
-    auto report = reportAt(200);
-    report.address.octets = {
-        0x40, 0, 0, static_cast<uint8_t>(i >> 16), static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
-    gaps.heard(report);
+  for (uint32_t i = 0; i < 100'000; ++i) hearAt(gaps, 200, 4 + i);
+  EXPECT_LE(gaps.beaconCount(), 4096U);
+}
+
+const Data kManufacturer = octetsFromHex("05ff88090102").value();
+const Data kServiceFFF0 = octetsFromHex("0303f0ff").value();
+const Data kSensor = octetsFromHex("05ff880901020303f0ff").value();
+
+/// The lines of a warning that hears a device for five minutes, every 10.2 s; `scanResponse` comes with it.
+std::vector<std::string> warnedOf(ExitTimeWarning& warning, const Data& advertisement,
+                                  const Data& scanResponse = {}) {
+  std::vector<std::string> said;
+  for (double time = 1; time < 300; time += 10.2) {
+    AdvertisingReport report{.time = dateWithTimeIntervalSince1970(time),
+                             .address = BluetoothAddress::fromText(kBeacon).value(),
+                             .kind = AdvertisingKind::scannable,
+                             .data = advertisement};
+    if (const auto text = warning.heard(report)) said.push_back(*text);
+    report.time += 30ms;
+    report.kind = AdvertisingKind::scanResponse;
+    report.data = scanResponse;
+    if (const auto text = warning.heard(report)) said.push_back(*text);
   }
-  EXPECT_LE(gaps.deviceCount(), 4096U);
+  return said;
 }
 
 TEST(ExitTimeWarning, WarnsOnceWithBothFigures) {
   ExitTimeWarning warning(5);
-  std::vector<std::string> said;
-  for (double time = 1; time < 300; time += 10.2) {
-    if (const auto text = warning.heard(reportAt(time))) said.push_back(*text);
-  }
+  const auto said = warnedOf(warning, kSensor);
   ASSERT_EQ(said.size(), 1U);
   EXPECT_THAT(said[0], HasSubstr("every 10.2 s"));
   EXPECT_THAT(said[0], HasSubstr("after 5.0 s"));
   EXPECT_THAT(said[0], HasSubstr("exit time of 31 s"));
 
   ExitTimeWarning enough(31);
-  for (double time = 1; time < 300; time += 10.2) EXPECT_FALSE(enough.heard(reportAt(time)));
+  EXPECT_THAT(warnedOf(enough, kSensor), IsEmpty());
+}
+
+TEST(ExitTimeWarning, GoesByTheSensorsThatAreLookedFor) {
+  struct Case {
+    const char* name;
+    Data advertisement, scanResponse;
+    uint32_t wanted;
+    bool isWarned;
+  };
+  for (const auto& [name, advertisement, scanResponse, wanted, isWarned] :
+       {Case{"a sensor", kSensor, {}, 0, true}, Case{"the sensor", kSensor, {}, 0xFFF0, true},
+        Case{"the service in the scan response", kManufacturer, kServiceFFF0, 0xFFF0, true},
+        Case{"another sensor", kSensor, {}, 0x180F, false}, Case{"a phone", kManufacturer, {}, 0, false},
+        Case{"a watch", kServiceFFF0, {}, 0, false}}) {
+    ExitTimeWarning warning(5);
+    if (wanted != 0) warning.want({CBUUID::fromShort(wanted)});
+    EXPECT_EQ(!warnedOf(warning, advertisement, scanResponse).empty(), isWarned) << name;
+  }
+
+  // Ten slow sensors of one service are one beacon, of which something is heard all the time.
+  ExitTimeWarning warning(5);
+  for (int i = 0; i < 300; ++i) {
+    AdvertisingReport report{.time = dateWithTimeIntervalSince1970(i), .data = kSensor};
+    report.address.octets[5] = static_cast<uint8_t>(1 + i % 10);
+    EXPECT_FALSE(warning.heard(report));
+  }
 }
 
 }  // namespace

@@ -57,6 +57,7 @@ ok "leaves it switched off" sh -c '! hciconfig hci0 | grep -q UP'
 ok "leaves it to bluetoothd, which switches it on again" power true
 ok "and hears on" hears_on beside $SENSOR 30
 stop_hearing
+ok "the reason was said once" [ "$(grep -c 'is down' /out/beside.err)" -eq 1 ]
 
 rig_log "--- scan and range"
 brenloft scan -q --source hci:0 --uuid FFF0 -t 4 --format jsonl > /out/scan.jsonl 2> /out/scan.err

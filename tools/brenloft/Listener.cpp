@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "tools/brenloft/Messages.h"
+
 namespace brenloft {
 
 class Listener::WrappedSource : public platform::AdvertisingReportSource {
@@ -16,7 +18,10 @@ class Listener::WrappedSource : public platform::AdvertisingReportSource {
                     onState(state);
                   });
   }
-  void startScan(const std::vector<platform::CBUUID>& services) override { source_->startScan(services); }
+  void startScan(const std::vector<platform::CBUUID>& services) override {
+    listener_->want(services);
+    source_->startScan(services);
+  }
   void stopScan() override { source_->stopScan(); }
   void close() override { source_->close(); }
 
@@ -25,7 +30,9 @@ class Listener::WrappedSource : public platform::AdvertisingReportSource {
   std::shared_ptr<AdvertisingReportSource> source_;
 };
 
-Listener::Listener(ListenerOptions options) : options_(std::move(options)) {
+Listener::Listener(ListenerOptions options)
+    : options_(std::move(options)),
+      takesReports_(!options_.record.empty() || (options_.isRadio && options_.exitTime)) {
   if (options_.isRadio && options_.exitTime) warning_.emplace(*options_.exitTime);
 }
 
@@ -53,32 +60,45 @@ platform::AdvertisingReportSource::ReportHandler Listener::tee(
   };
 }
 
+void Listener::want(const std::vector<platform::CBUUID>& services) {
+  const std::scoped_lock lock(mutex_);
+  if (warning_) warning_->want(services);
+}
+
 void Listener::heard(const platform::AdvertisingReport& report) {
-  if (!options_.record.empty()) {
+  wasHeard_ = true;
+  if (!takesReports_) return;
+  std::string error;
+  std::optional<std::string> warning;
+  {
     const std::scoped_lock lock(mutex_);
-    const std::string error = recording_ ? recording_->write(report) : std::string();
+    if (recording_) error = recording_->write(report);
     if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
+    if (warning_) warning = warning_->heard(report);
   }
-  if (!warning_) return;
-  const auto line = warning_->heard(report);
-  if (line && options_.onMessage) options_.onMessage(*line);
+  if (!options_.onMessage) return;
+  if (!error.empty()) options_.onMessage(error + "; from here on nothing is recorded");
+  if (warning) options_.onMessage(*warning);
 }
 
 void Listener::changed(const platform::RadioState& state) {
   if (!options_.isRadio) return;
-  if (options_.onRadioState) options_.onRadioState(state);
+  const std::string reason = state.reason.empty() ? "the radio cannot be used" : state.reason;
   using platform::CBManagerState;
   if (state.state == CBManagerState::poweredOn) wasPoweredOn_ = true;
-  // A radio that worked once may come back; one that never did is told at once.
-  if (wasPoweredOn_) return;
-  if (state.state == CBManagerState::unauthorized) fail(ExitStatus::notPermitted, state.reason);
-  if (state.state == CBManagerState::unsupported) fail(ExitStatus::noRadio, state.reason);
+  // A radio that worked once may come back; one that never did ends the command. bluetoothd says that its
+  // adapter is on before it is asked whether this user may hear.
+  if (state.state == CBManagerState::unauthorized && !wasHeard_)
+    return fail(ExitStatus::notPermitted, reason);
+  if (state.state == CBManagerState::unsupported && !wasPoweredOn_)
+    return fail(ExitStatus::noRadio, noRadioLine(reason));
+  if (options_.onRadioState) options_.onRadioState(state);
 }
 
 void Listener::fail(ExitStatus status, const std::string& line) {
   {
     const std::scoped_lock lock(mutex_);
-    failure_.emplace(status, line.empty() ? "the radio cannot be used" : line);
+    failure_.emplace(status, line);
   }
   if (options_.onUnusable) options_.onUnusable();
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
@@ -20,8 +21,9 @@ struct ListenerOptions {
   bool isRadio = false;            ///< as `Source::isRadio`
   std::optional<double> exitTime;  ///< seconds, to be held against the gaps of a radio
   std::function<void(std::string_view line)> onMessage;
-  std::function<void(const platform::RadioState& state)> onRadioState;  ///< of a radio only
-  std::function<void()> onUnusable;                                     ///< see `problem`
+  /// Of a radio only, and not for the state that ends the command: the command's last line tells it.
+  std::function<void(const platform::RadioState& state)> onRadioState;
+  std::function<void()> onUnusable;  ///< nothing will be heard; `finish` throws the reason
 };
 
 /// Stands between a source and who hears it: records, tells a radio's states, warns of an exit time that its
@@ -46,15 +48,18 @@ class Listener : public std::enable_shared_from_this<Listener> {
  private:
   class WrappedSource;
   explicit Listener(ListenerOptions options);
+  void want(const std::vector<platform::CBUUID>& services);
   void heard(const platform::AdvertisingReport& report);
   void changed(const platform::RadioState& state);
   void fail(ExitStatus status, const std::string& line);
 
   ListenerOptions options_;
-  std::optional<platform::ExitTimeWarning> warning_;
+  const bool takesReports_;
   bool wasPoweredOn_ = false;
+  bool wasHeard_ = false;
 
-  std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards what follows; not held while anything is told
+  std::optional<platform::ExitTimeWarning> warning_;
   std::unique_ptr<platform::BtsnoopWriter> recording_;
   std::optional<Failure> failure_;
 };

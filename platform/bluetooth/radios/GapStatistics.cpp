@@ -20,39 +20,51 @@ GapStatistics::Gap medianOf(Iterator first, Iterator last) {
 
 }  // namespace
 
-GapStatistics::Gap GapStatistics::Device::median() const {
+GapStatistics::Gap GapStatistics::Beacon::median() const {
   auto sorted = gaps;
   const auto count = static_cast<std::ptrdiff_t>(std::min(gapCount, kGapsKept));
   return medianOf(sorted.begin(), sorted.begin() + count);
 }
 
-void GapStatistics::heard(const AdvertisingReport& report) {
-  if (isScanResponse(report.kind)) return;
-  auto found = devices_.find(report.address);
-  if (found == devices_.end()) {
-    // Addresses that change come and go without end: better to begin again than to grow.
-    if (devices_.size() >= kDevicesKept) devices_.clear();
-    devices_.emplace(report.address, Device{.lastHeard = report.time});
+void GapStatistics::heard(const CBUUID& beacon, Date time) {
+  auto found = beacons_.find(beacon);
+  if (found == beacons_.end()) {
+    // Services that change come and go without end: better to begin again than to grow.
+    if (beacons_.size() >= kBeaconsKept) beacons_.clear();
+    beacons_.emplace(beacon, Beacon{.lastHeard = time});
     return;
   }
-  const Gap gap = report.time - found->second.lastHeard;
+  const Gap gap = time - found->second.lastHeard;
   if (gap >= Gap::zero() && gap < kShortestGap) return;
-  found->second.lastHeard = report.time;
+  found->second.lastHeard = time;
   if (gap > Gap::zero()) found->second.add(gap);
 }
 
 std::optional<GapStatistics::Gap> GapStatistics::usualGap() const {
   std::vector<Gap> medians;
-  for (const auto& [address, device] : devices_) {
-    if (device.gapCount >= kGapsNeeded) medians.push_back(device.median());
+  for (const auto& [name, beacon] : beacons_) {
+    if (beacon.gapCount >= kGapsNeeded) medians.push_back(beacon.median());
   }
   if (medians.empty()) return std::nullopt;
   return medianOf(medians.begin(), medians.end());
 }
 
+/// A scan response completes its advertisement but is no sighting of its own.
+std::optional<CBUUID> ExitTimeWarning::beaconOf(const AdvertisingReport& report) {
+  const auto merged = merger_.merge(report);
+  const auto& data = merged->data;
+  if (isScanResponse(report.kind) || !data.manufacturerData || !data.serviceUUIDs) return std::nullopt;
+  const auto& services = *data.serviceUUIDs;
+  if (services.empty()) return std::nullopt;
+  const bool isWanted = wanted_.empty() || std::ranges::find_first_of(services, wanted_) != services.end();
+  return isWanted ? std::optional(services.front()) : std::nullopt;
+}
+
 std::optional<std::string> ExitTimeWarning::heard(const AdvertisingReport& report) {
   if (isSaid_) return std::nullopt;
-  gaps_.heard(report);
+  const auto beacon = beaconOf(report);
+  if (!beacon) return std::nullopt;
+  gaps_.heard(*beacon, report.time);
   if (!nextCheck_) nextCheck_ = report.time + kCheckEvery;
   if (report.time < *nextCheck_) return std::nullopt;
   nextCheck_ = report.time + kCheckEvery;

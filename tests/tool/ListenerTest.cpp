@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/foundation/Hex.h"
+#include "tools/brenloft/Listener.h"
+
+namespace brenloft {
+namespace {
+
+using platform::AdvertisingReport;
+using platform::CBManagerState;
+using platform::CBUUID;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const platform::Data kSensor = platform::octetsFromHex("05ff880901020303f0ff").value();
+
+AdvertisingReport reportAt(double seconds) {
+  return {.time = platform::dateWithTimeIntervalSince1970(seconds), .data = kSensor};
+}
+
+/// A radio that a test speaks for.
+class TestRadio : public platform::AdvertisingReportSource {
+ public:
+  void open(ReportHandler onReport, StateHandler onState) override {
+    hear = std::move(onReport);
+    tell = std::move(onState);
+  }
+  void startScan(const std::vector<CBUUID>&) override {}
+  void stopScan() override {}
+  void close() override {}
+
+  ReportHandler hear;
+  StateHandler tell;
+};
+
+/// A listener to a radio, and what it said.
+class ListenerTest : public testing::Test {
+ protected:
+  void listen(std::optional<double> exitTime = std::nullopt, const std::string& record = {}) {
+    listener = Listener::make({.record = record,
+                               .isRadio = true,
+                               .exitTime = exitTime,
+                               .onMessage = [this](std::string_view line) { messages.emplace_back(line); },
+                               .onRadioState = [this](const auto& state) { states.push_back(state.reason); },
+                               .onUnusable = [this] { isUnusable = true; }});
+    reports = listener->wrap(radio);
+    reports->open([](const AdvertisingReport&) {}, [](const platform::RadioState&) {});
+  }
+
+  ExitStatus finish(std::string& line) {
+    try {
+      listener->finish();
+    } catch (const Failure& failure) {
+      line = failure.what();
+      return failure.status();
+    }
+    return ExitStatus::done;
+  }
+
+  std::shared_ptr<TestRadio> radio = std::make_shared<TestRadio>();
+  std::shared_ptr<Listener> listener;
+  std::shared_ptr<platform::AdvertisingReportSource> reports;
+  std::vector<std::string> messages;
+  std::vector<std::string> states;
+  bool isUnusable = false;
+  std::string last;
+};
+
+TEST_F(ListenerTest, ARadioThatMayNotHearEndsTheCommandEvenIfItIsOn) {
+  listen();
+  radio->tell({CBManagerState::poweredOn, "on"});
+  radio->tell({CBManagerState::unauthorized, "this permits it"});
+  EXPECT_TRUE(isUnusable);
+  EXPECT_EQ(finish(last), ExitStatus::notPermitted);
+  EXPECT_EQ(last, "this permits it");
+  EXPECT_THAT(states, ElementsAre("on")) << "the last line tells the rest";
+}
+
+TEST_F(ListenerTest, NoRadioEndsTheCommandWithWhatWorksWithout) {
+  listen();
+  radio->tell({CBManagerState::unsupported, "nothing there"});
+  EXPECT_TRUE(isUnusable);
+  EXPECT_EQ(finish(last), ExitStatus::noRadio);
+  EXPECT_EQ(last, "nothing there; '--source demo' works without a radio");
+  EXPECT_THAT(states, IsEmpty());
+}
+
+TEST_F(ListenerTest, ARadioThatOnceHeardMayComeBack) {
+  listen();
+  radio->tell({CBManagerState::poweredOn, "on"});
+  radio->hear(reportAt(1));
+  radio->tell({CBManagerState::unauthorized, "refused"});
+  radio->tell({CBManagerState::unsupported, "gone"});
+  EXPECT_FALSE(isUnusable);
+  EXPECT_EQ(finish(last), ExitStatus::done);
+  EXPECT_THAT(states, ElementsAre("on", "refused", "gone"));
+}
+
+TEST_F(ListenerTest, TellsAtOnceThatTheRecordingFails) {
+  listen(std::nullopt, "/dev/full");
+  for (int second = 0; second < 10; ++second) radio->hear(reportAt(second));
+  EXPECT_THAT(messages, ElementsAre(HasSubstr("/dev/full: cannot be written")));
+  EXPECT_FALSE(isUnusable);
+  EXPECT_EQ(finish(last), ExitStatus::failed);
+  EXPECT_THAT(last, HasSubstr("/dev/full"));
+}
+
+TEST_F(ListenerTest, WarnsOfTheExitTimeForTheBeaconsOfTheSearch) {
+  for (const uint32_t service : {0x180FU, 0xFFF0U}) {
+    listen(5);
+    reports->startScan({CBUUID::fromShort(service)});
+    for (int i = 0; i < 10; ++i) radio->hear(reportAt(i * 10));
+    EXPECT_EQ(messages.size(), service == 0xFFF0 ? 1U : 0U) << service;
+  }
+}
+
+}  // namespace
+}  // namespace brenloft
