@@ -64,8 +64,10 @@ class Reporter final : public BRLDelegateOf<Reporter> {
                                    const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) { events_.emergency(time, beacon->snapshot()); });
   }
+  /// Beside the count, which is of what was heard.
   void radio(const platform::RadioState& state) {
-    report([&](auto time) { events_.radio(time, state); });
+    const std::scoped_lock lock(mutex_);
+    tell([&](auto time) { events_.radio(time, state); });
   }
 
   void tick() {
@@ -94,8 +96,14 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   template <typename Event>
   void report(Event event) {
     const std::scoped_lock lock(mutex_);
-    if (isCounted_ && left_ == 0) return;
-    if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return;
+    if (tell(event) && isCounted_ && --left_ == 0) loop_->stop();
+  }
+
+  /// False when nothing more is to be told.
+  template <typename Event>
+  bool tell(Event event) {
+    if (isCounted_ && left_ == 0) return false;
+    if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return false;
     const platform::Date date = loop_->dispatch()->date();
     event(date);
     // A timer on virtual time would run through every gap of a capture.
@@ -103,7 +111,8 @@ class Reporter final : public BRLDelegateOf<Reporter> {
       ticked_ = date;
       events_.tick();
     }
-    if ((isCounted_ && --left_ == 0) || out_.isClosed()) loop_->stop();
+    if (out_.isClosed()) loop_->stop();
+    return true;
   }
 
   std::mutex mutex_;  // guards what follows; never taken while the library is called
