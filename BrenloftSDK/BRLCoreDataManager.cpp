@@ -48,6 +48,19 @@ std::once_flag& contextOnce() {
   return flag;
 }
 
+std::string problemText(const std::filesystem::path& file, const platform::NSError& error) {
+  return file.string() + ": " + error.localizedDescription;
+}
+
+std::atomic<const char*> fatalText{""};
+
+// Running without a store is worse than not running.
+[[noreturn]] void endProcess(const platform::NSError& error) {
+  const auto* text = new std::string(problemText(BRLCoreDataManager::Class::storeFile(), error));
+  fatalText.store(text->c_str(), std::memory_order_release);
+  std::abort();
+}
+
 }  // namespace
 
 BRLCoreDataManager::BRLCoreDataManager() {
@@ -81,8 +94,8 @@ std::shared_ptr<NSPersistentStoreCoordinator> BRLCoreDataManager::persistentStor
   platform::NSLog("-[BRLCoreDataManager persistentStoreCoordinator]");
   if (coordinator_) return coordinator_;
   coordinator_ = std::make_shared<NSPersistentStoreCoordinator>(managedObjectModel());
-  // Running without a store is worse than not running.
-  if (!addStore(*coordinator_, Class::storeFile(), nullptr)) std::abort();
+  platform::NSError error;
+  if (!addStore(*coordinator_, Class::storeFile(), &error)) endProcess(error);
   return coordinator_;
 }
 
@@ -99,17 +112,22 @@ std::filesystem::path BRLCoreDataManager::applicationDocumentsDirectory() const 
 void BRLCoreDataManager::saveContext() {
   const auto context = managedObjectContext();
   if (!context) return;
+  platform::NSError error;
   bool saved = true;
   context->performBlockAndWait([&] {
-    if (context->hasChanges()) saved = context->save();
+    if (context->hasChanges()) saved = context->save(&error);
   });
-  if (!saved) std::abort();
+  if (!saved) endProcess(error);
 }
 
 std::optional<BRLCoreDataManager::Objects> BRLCoreDataManager::fetch(std::string_view entityName) {
   const auto context = managedObjectContext();
   if (!context) return std::nullopt;
   return context->executeFetchRequest_error(platform::NSFetchRequest::fetchRequestWithEntityName(entityName));
+}
+
+const char* BRLCoreDataManager::Class::fatalProblem() noexcept {
+  return fatalText.load(std::memory_order_acquire);
 }
 
 std::filesystem::path BRLCoreDataManager::Class::storeFile() {
@@ -134,7 +152,7 @@ std::optional<std::string> BRLCoreDataManager::Class::storeProblem() {
     NSPersistentStoreCoordinator coordinator(serviceModel());
     platform::NSError error;
     if (addStore(coordinator, file, &error)) return std::nullopt;
-    return file.string() + ": " + error.localizedDescription;
+    return problemText(file, error);
   } catch (const platform::NSInvalidArgumentException& missing) {
     return std::string("the library's bundle: ") + missing.what();
   }

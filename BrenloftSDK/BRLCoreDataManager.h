@@ -19,7 +19,7 @@ struct BRLCoreDataManagerClassOperations;
 /// SensorLog and BRLUserDataModel of the resource "ServiceModel.momd".
 ///
 /// The stack is built when the context is first asked for. A store that cannot be opened, and a save that
-/// fails, end the process (std::abort).
+/// fails, end the process (std::abort); a handler of SIGABRT can tell why, see `Class::fatalProblem`.
 ///
 /// Power cuts: see platform::NSSQLiteSynchronousOption. The user default "StoreSynchronous" set to the text
 /// "FULL" before the stack is built makes every save reach the disk; otherwise it is NORMAL.
@@ -95,6 +95,10 @@ struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreData
   /// Tries to open the store of the installed platform, making it where there is none, and closes it again:
   /// the reason why it cannot be used, or nothing. Never ends the process.
   BRL_EXPORT static std::optional<std::string> storeProblem();
+  /// Why the process is being ended: "FILE: reason", set right before std::abort; "" as long as the store is
+  /// not to blame. Lives to the end of the process. Made for handlers of SIGABRT: takes no lock and no
+  /// memory.
+  BRL_EXPORT static const char* fatalProblem() noexcept;
   /// Where the store of the installed platform is.
   BRL_EXPORT static std::filesystem::path storeFile();
   /// The model of the installed platform's bundle, loaded anew. Throws platform::NSInvalidArgumentException
