@@ -8,6 +8,7 @@
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/capture/CaptureReader.h"
 #include "platform/foundation/Hex.h"
+#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Listener.h"
@@ -88,7 +89,7 @@ class HeardPrinter {
                 std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
     std::string texts;
     for (const CBUUID& uuid : uuids) texts += (texts.empty() ? "" : ",") + uuid.UUIDString();
-    out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", dateText(report.time),
+    out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", platform::rfc3339Text(report.time),
                            report.address.text(), textOf(report.kind), report.rssi,
                            texts.empty() ? "-" : texts, manufacturer ? platform::hexText(*manufacturer) : "-",
                            readings ? "  " + readingsText(*readings) : ""));

@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
@@ -59,7 +60,8 @@ class LiveTable : public SearchEvents {
   void finish() override { draw(); }
 
  private:
-  // Records without a property that changes; uuid, major and minor tell beacons apart.
+  // Records without a property that changes; uuid, major and minor tell beacons
+  // apart.
   using Key = std::tuple<uint64_t, OptionalText, int64_t, int64_t>;
 
   void keep(const BRLBeaconSnapshot& record) {
@@ -69,8 +71,9 @@ class LiveTable : public SearchEvents {
 
   std::string upToFirstLine() const { return drawn_ == 0 ? "" : fmt::format("\x1b[{}A\r", drawn_); }
 
-  // One write, so that the terminal never shows half a table. The cursor is shown again in the same breath:
-  // however the process ends, the terminal is as it was.
+  // One write, so that the terminal never shows half a table. The cursor is
+  // shown again in the same breath: however the process ends, the terminal is
+  // as it was.
   void draw() {
     isChanged_ = false;
     winsize size{};
@@ -108,8 +111,9 @@ class LiveTable : public SearchEvents {
 
   static std::string rowOf(const BRLBeaconSnapshot& record) {
     // hh:mm:ss of the whole date.
-    const std::string heard =
-        record.statusUpdatedDate ? dateText(*record.statusUpdatedDate).substr(11, 8) : std::string("-");
+    const std::string heard = record.statusUpdatedDate
+                                  ? platform::rfc3339Text(*record.statusUpdatedDate).substr(11, 8)
+                                  : std::string("-");
     return fmt::format("{:<7}  {:<8}  {}", record.status == 2 ? "lost" : "present", heard, recordRow(record));
   }
 

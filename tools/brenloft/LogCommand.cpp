@@ -10,6 +10,7 @@
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/SensorLogReader.h"
+#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Output.h"
@@ -65,7 +66,8 @@ class RowPrinter {
  private:
   void writeRow(const SensorLogReader::Row& row) {
     const auto& date = row.values.statusUpdatedDate;
-    out_.write(fmt::format("{:>8}  {:<27}  {:<7}  {}\n", row.number, date ? dateText(*date) : "-",
+    out_.write(fmt::format("{:>8}  {:<27}  {:<7}  {}\n", row.number,
+                           date ? platform::rfc3339Text(*date) : "-",
                            row.values.status == 2 ? "lost" : "present", recordRow(row.values)));
   }
 

@@ -5,10 +5,14 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "tools/brenloft/Texts.h"
+
 namespace brenloft {
 
 void say(std::string_view line) {
-  fmt::print(stderr, "{}\n", line);
+  const std::string whole = printable(line) + '\n';
+  // Nobody may be there to read it.
+  std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
 
 std::string_view textOf(platform::CBManagerState state) {

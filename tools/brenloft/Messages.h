@@ -8,7 +8,7 @@
 
 namespace brenloft {
 
-/// One line on standard error. Threads: any.
+/// One line on standard error, whatever the text holds. Threads: any.
 void say(std::string_view line);
 
 /// "poweredOn", …: one text per state.

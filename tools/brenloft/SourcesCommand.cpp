@@ -4,13 +4,14 @@
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
+#include "tools/brenloft/Texts.h"
 
 namespace brenloft {
 namespace {
 
 void writeRow(Output& out, std::string_view source, std::string_view state, std::string_view name,
               std::string_view why) {
-  out.write(fmt::format("{:<24}  {:<13}  {:<28}  {}\n", source, state, name, why));
+  out.write(fmt::format("{:<24}  {:<13}  {:<28}  {}\n", source, state, printable(name), printable(why)));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
@@ -71,7 +72,7 @@ class RowEvents : public SearchEvents {
 
  private:
   void row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    out_.write(fmt::format("{}  {:<9}  {}\n", dateText(time), event, recordRow(record)));
+    out_.write(fmt::format("{}  {:<9}  {}\n", platform::rfc3339Text(time), event, recordRow(record)));
   }
 
   Output& out_;

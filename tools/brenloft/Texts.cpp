@@ -1,9 +1,8 @@
 #include "tools/brenloft/Texts.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
-
-#include <fmt/format.h>
 
 namespace brenloft {
 namespace {
@@ -19,18 +18,32 @@ std::optional<double> secondsPerUnit(std::string_view unit) {
 // A century; longer durations would not fit the clock.
 constexpr double kLongest = 3.2e9;
 
-}  // namespace
-
-std::string dateText(platform::Date date) {
-  using namespace std::chrono;
-  const auto day = floor<days>(date);
-  const year_month_day ymd(day);
-  const hh_mm_ss time(date - day);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:06}Z", static_cast<int>(ymd.year()),
-                     static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
-                     time.hours().count(), time.minutes().count(), time.seconds().count(),
-                     time.subseconds().count());
+// The octets of the well-formed UTF-8 character at the beginning of a text (Unicode, table 3-7); 0: none.
+std::size_t characterLength(std::string_view text) {
+  const auto octet = [&](std::size_t i) {
+    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+  };
+  const unsigned first = octet(0);
+  if (first < 0x80) return 1;
+  if (first < 0xC2 || first > 0xF4) return 0;
+  const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  for (std::size_t i = 1; i < length; ++i)
+    if ((octet(i) & 0xC0) != 0x80) return 0;
+  // What has a shorter form, surrogates, and what is beyond U+10FFFF.
+  const unsigned second = octet(1);
+  const bool isForbidden = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
+                           (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
+  return isForbidden ? 0 : length;
 }
+
+// U+0000 to U+001F and U+007F to U+009F.
+bool isControl(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character[0]);
+  if (character.size() == 1) return first < 0x20 || first == 0x7F;
+  return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
+}  // namespace
 
 std::optional<std::chrono::microseconds> durationFromText(std::string_view text) {
   double total = 0;
@@ -54,10 +67,27 @@ std::optional<std::chrono::microseconds> durationFromText(std::string_view text)
 }
 
 std::string printable(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  std::string result;
+  while (!text.empty()) {
+    const std::size_t length = characterLength(text);
+    const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
+    if (length == 0 || isControl(character))
+      result += '?';
+    else
+      result += character;
+    text.remove_prefix(character.size());
+  }
   return result;
+}
+
+std::string fitted(std::string text, std::size_t width) {
+  std::size_t characters = 0;
+  const auto isBeyond = [&](char c) {
+    const bool begins = (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return begins && ++characters > width;
+  };
+  text.erase(std::find_if(text.begin(), text.end(), isBeyond), text.end());
+  return text;
 }
 
 }  // namespace brenloft

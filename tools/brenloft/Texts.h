@@ -1,21 +1,21 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "platform/foundation/Date.h"
-
 namespace brenloft {
-
-/// RFC 3339 in UTC with microseconds, for people: "2026-01-31T12:34:56.789012Z".
-std::string dateText(platform::Date date);
 
 /// Seconds ("2.5"), or numbers with units ("1h30m", "250ms"); nothing when it is neither, or negative.
 std::optional<std::chrono::microseconds> durationFromText(std::string_view text);
 
-/// Without what would move a terminal's cursor.
+/// With a question mark for every control character and every octet that is no UTF-8: nothing of it moves a
+/// terminal's cursor or begins a line.
 std::string printable(std::string_view text);
+
+/// The first `width` characters of a UTF-8 text.
+std::string fitted(std::string text, std::size_t width);
 
 }  // namespace brenloft
