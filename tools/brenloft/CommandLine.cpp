@@ -1,11 +1,17 @@
 #include "tools/brenloft/CommandLine.h"
 
+#include <charconv>
+#include <chrono>
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include "platform/bluetooth/CBUUID.h"
 #include "platform/simulated/BeaconWorld.h"
@@ -24,34 +30,87 @@ const std::map<std::string, Format> kTwoFormats{{"table", Format::table}, {"json
 const std::map<std::string, Format> kAllFormats{
     {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
 
+// "--count" of "-n,--count".
+std::string longName(const std::string& names) {
+  return names.substr(names.find("--"));
+}
+
 template <typename Value>
 void addFormat(CLI::App& command, Value& format, const std::map<std::string, Format>& choices) {
-  const bool hasCsv = choices.count("csv") != 0;
-  command
-      .add_option_function<std::string>(
-          "-F,--format", [&format, &choices](const std::string& name) { format = choices.at(name); },
-          hasCsv ? "table, jsonl or csv" : "table or jsonl")
-      ->check(CLI::IsMember(choices));
+  const std::string names = choices.count("csv") != 0 ? "table, jsonl or csv" : "table or jsonl";
+  command.add_option_function<std::string>(
+      "-F,--format",
+      [&format, &choices, names](const std::string& name) {
+        const auto choice = choices.find(name);
+        if (choice == choices.end())
+          throw CLI::ValidationError("--format", fmt::format("'{}' is not {}", name, names));
+        format = choice->second;
+      },
+      names);
 }
 
 template <typename Duration>
-CLI::Option* addDuration(CLI::App& command, const std::string& name, Duration& duration,
+CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
                          const std::string& help) {
   return command.add_option_function<std::string>(
-      name,
-      [&duration, name](const std::string& text) {
+      names,
+      [&duration, name = longName(names)](const std::string& text) {
         const auto value = durationFromText(text);
         if (!value)
-          throw CLI::ValidationError(name, "'" + text + "' is no duration such as 10, 2.5 or 1h30m");
+          throw CLI::ValidationError(name, fmt::format("'{}' is no duration such as 10, 2.5 or 1h30m", text));
         duration = *value;
       },
       help);
 }
 
+bool holds(const std::optional<uint64_t>&, uint64_t) {
+  return true;
+}
+template <typename Number>
+bool holds(const Number&, uint64_t value) {
+  return value <= std::numeric_limits<Number>::max();
+}
+
+// CLI11 itself takes -1 and what is too long for the largest number.
+template <typename Number>
+CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& number, uint64_t least,
+                       const std::string& help, uint64_t most = std::numeric_limits<uint64_t>::max()) {
+  return command.add_option_function<std::string>(
+      names,
+      [&number, least, most, name = longName(names)](const std::string& text) {
+        uint64_t value = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        const bool isNumber = error == std::errc() && stop == end && value >= least;
+        if (!isNumber || value > most || !holds(number, value))
+          throw CLI::ValidationError(name, fmt::format("'{}' is {}", text,
+                                                       isNumber     ? "too large"
+                                                       : least == 0 ? "no whole number"
+                                                                    : "no whole number above 0"));
+        number = value;
+      },
+      help);
+}
+
+// A file or a folder. An empty name is what a script's unset variable leaves, never what was meant.
+template <typename Path>
+CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help) {
+  return command.add_option_function<std::string>(
+      names,
+      [&path, name = longName(names)](const std::string& text) {
+        if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
+        path = text;
+      },
+      help);
+}
+
 void addContainer(CLI::App& command, std::filesystem::path& container) {
-  command.add_option_function<std::string>(
-      "-C,--container", [&container](const std::string& folder) { container = folder; },
-      "folder of the log, the tags and the settings; default: the user's data folder for brenloft");
+  addPath(command, "-C,--container", container,
+          "folder of the log, the tags and the settings; default: the user's data folder for brenloft");
+}
+
+void addRecord(CLI::App& command, std::string& record) {
+  addPath(command, "--record", record, "write everything heard to a btsnoop file");
 }
 
 void addSource(CLI::App& command, std::string& source, bool isRequired) {
@@ -80,48 +139,49 @@ void addHear(CLI::App& app, Run& run) {
                     "each report merged with its scan response or advertisement");
   addFormat(*command, options->format, kTwoFormats);
   addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
-  command->add_option("-n,--count", options->count, "end after so many reports")->check(CLI::PositiveNumber);
-  command->add_option("--record", options->record, "write everything heard to a btsnoop file");
+  addNumber(*command, "-n,--count", options->count, 1, "end after so many reports");
+  addRecord(*command, options->record);
   command->callback([&run, options] { run = [options] { return runHear(*options); }; });
-}
-
-// The conversion takes "-1" for the largest number there is.
-std::string checkWholeNumber(const std::string& text) {
-  const bool isWhole = text.find_first_not_of("0123456789") == std::string::npos;
-  return isWhole ? "" : "'" + text + "' is no whole number";
 }
 
 void addSimulate(CLI::App& app, Run& run) {
   constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
   auto options = std::make_shared<SimulateOptions>();
   auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
-  command->add_option("-o,--out", options->out, "the file to write")->required();
-  const CLI::Range inRange(int64_t{0}, int64_t{kMaximumBeacons});
-  command->add_option("--beacons", options->beacons, "sensor beacons")->check(inRange)->capture_default_str();
-  command->add_option("--ibeacons", options->iBeacons, "iBeacons")->check(inRange)->capture_default_str();
+  addPath(*command, "-o,--out", options->out, "the file to write")->required();
+  addNumber(*command, "--beacons", options->beacons, 0, "sensor beacons; default 5", kMaximumBeacons);
+  addNumber(*command, "--ibeacons", options->iBeacons, 0, "iBeacons; default 0", kMaximumBeacons);
   addDuration(*command, "--seconds", options->duration, "how long it lasts; default 60");
-  command->add_option("--seed", options->seed, "another seed, another world")
-      ->check(checkWholeNumber)
-      ->capture_default_str();
+  addNumber(*command, "--seed", options->seed, 0, "another seed, another world; default 1");
   command->callback([&run, options] {
     if (options->beacons > kMaximumBeacons - options->iBeacons)
-      throw CLI::ValidationError("--beacons and --ibeacons", "more than " + std::to_string(kMaximumBeacons));
+      throw CLI::ValidationError("--beacons and --ibeacons",
+                                 fmt::format("they are more than {} in all", kMaximumBeacons));
     run = [options] { return runSimulate(*options); };
   });
 }
 
+void addExitTime(CLI::App& command, double& seconds) {
+  command.add_option_function<std::string>(
+      "--exit-time",
+      [&seconds](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value || value->count() == 0)
+          throw CLI::ValidationError("--exit-time", fmt::format("'{}' is no duration above 0", text));
+        seconds = std::chrono::duration<double>(*value).count();
+      },
+      "silence after which a sensor beacon is lost (also 1m30s); default 5");
+}
+
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
-  command
-      .add_option("--exit-time", options.exitTime, "seconds of silence after which a sensor beacon is lost")
-      ->check(CLI::PositiveNumber)
-      ->capture_default_str();
+  addExitTime(command, options.exitTime);
   command.add_flag("--log", options.log, "write what is reported to the sensor log");
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
-  command.add_option("-n,--count", options.count, "end after so many events")->check(CLI::PositiveNumber);
+  addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kAllFormats);
   addContainer(command, options.container);
-  command.add_option("--record", options.record, "write everything heard to a btsnoop file");
+  addRecord(command, options.record);
   command.add_flag("-q,--quiet", options.quiet, "without the library's diagnostic lines");
 }
 
@@ -181,10 +241,10 @@ void addLog(CLI::App& app, Run& run) {
   };
   auto* show = add("show", "Print the rows", LogOptions::Action::show);
   addFormat(*show, options->format, kTwoFormats);
-  show->add_option("--last", options->last, "only the newest so many");
+  addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new rows");
-  add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument)
-      ->add_option("-o,--out", options->out, "the file to write; default: standard output");
+  addPath(*add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument),
+          "-o,--out", options->out, "the file to write; default: standard output");
   add("count", "Print the number of rows", LogOptions::Action::count);
   add("delete", "Delete every row", LogOptions::Action::deleteAll)
       ->add_flag("-y,--yes", options->yes, "without asking");
@@ -204,7 +264,7 @@ void addTag(CLI::App& app, Run& run) {
   };
   auto* set = add("set", "Add a tag; an earlier one of the key stays", TagOptions::Action::set);
   set->add_option("KEY", options->key, "what to find it by")->required();
-  set->add_option("--file", options->file, "the file that holds it; default: standard input");
+  addPath(*set, "--file", options->file, "the file that holds it; default: standard input");
   add("get", "Write the oldest tag of a key as it is", TagOptions::Action::get)
       ->add_option("KEY", options->key, "what it was set by")
       ->required();
@@ -235,13 +295,14 @@ ExitStatus runCommandLine(int argc, char** argv) {
   } catch (const CLI::RequiredError& error) {
     // A misspelt command is worth more words than the one that is missing for it.
     const auto extras = app.remaining(true);
-    if (extras.empty())
-      app.exit(error);
-    else
-      app.exit(CLI::ExtrasError({extras.front()}));
-    return ExitStatus::usage;
+    throw Failure(ExitStatus::usage,
+                  extras.empty() ? error.what() : CLI::ExtrasError({extras.front()}).what());
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? ExitStatus::done : ExitStatus::usage;
+    if (error.get_exit_code() == 0) {
+      app.exit(error);  // --help and --version
+      return ExitStatus::done;
+    }
+    throw Failure(ExitStatus::usage, error.what());
   }
   return run();
 }

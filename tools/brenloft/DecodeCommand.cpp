@@ -1,6 +1,9 @@
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <iostream>
 #include <string>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -64,13 +67,14 @@ class Decoder {
 
 void decodeInput(Decoder& decoder, const Output& out) {
   // Every line went out already, so nothing is lost by ending at once.
-  for (const int number : {SIGINT, SIGTERM}) std::signal(number, [](int) { ::_exit(0); });
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, [](int) { ::_exit(0); });
   std::string line;
   for (uint64_t number = 1; !out.isClosed() && std::getline(std::cin, line); ++number) {
     if (line.ends_with('\r')) line.pop_back();
     decoder.decode(line, fmt::format("standard input: line {}", number));
   }
-  if (std::cin.bad()) throw Failure(ExitStatus::failed, "standard input: cannot be read");
+  if (out.isClosed() || std::ferror(stdin) == 0) return;
+  throw Failure(ExitStatus::failed, "standard input: " + std::generic_category().message(errno));
 }
 
 }  // namespace
