@@ -1,18 +1,34 @@
 #include "tools/brenloft/Output.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <system_error>
 
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/StopSignals.h"
 
 namespace brenloft {
 namespace {
 
 constexpr std::size_t kBlock = 65'536;
 
+// How long a reader may stall once a stop was asked for: so many waits of so many milliseconds.
+constexpr int kPatience = 10;
+constexpr int kWait = 100;
+
+bool isRegularFile() {
+  struct stat status {};
+  return ::fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 }  // namespace
+
+Output::Output(Buffering buffering) : buffering_(buffering), mayStall_(!isRegularFile()) {}
 
 void Output::write(std::string_view text) {
   const std::scoped_lock lock(mutex_);
@@ -29,13 +45,36 @@ void Output::flush() {
 void Output::flushLocked() {
   std::string_view rest = pending_;
   while (!rest.empty() && error_ == 0) {
-    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), rest.size());
+    if (mayStall_ && !awaitReader()) break;
+    // A pipe that can be written takes this much at once, so that only the wait ever blocks.
+    const std::size_t size = mayStall_ ? std::min<std::size_t>(rest.size(), PIPE_BUF) : rest.size();
+    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), size);
     if (written >= 0)
       rest.remove_prefix(static_cast<std::size_t>(written));
     else if (errno != EINTR)
       error_ = errno;
   }
   pending_.clear();
+}
+
+bool Output::awaitReader() {
+  int patience = kPatience;
+  pollfd polled{STDOUT_FILENO, POLLOUT, 0};
+  while (true) {
+    const int ready = ::poll(&polled, 1, kWait);
+    // Whatever else is wrong, the write will tell.
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    if (ready < 0 || !StopSignals::isStopped() || --patience > 0) continue;
+    error_ = EPIPE;
+    return false;
+  }
+}
+
+void Output::checkReader() {
+  pollfd polled{STDOUT_FILENO, 0, 0};
+  if (::poll(&polled, 1, 0) <= 0 || (polled.revents & (POLLERR | POLLHUP)) == 0) return;
+  const std::scoped_lock lock(mutex_);
+  if (error_ == 0) error_ = EPIPE;
 }
 
 bool Output::isClosed() const {
@@ -52,6 +91,13 @@ void Output::finish() {
 
 bool Output::isTerminal() {
   return ::isatty(STDOUT_FILENO) == 1;
+}
+
+void Output::restoreTerminal() {
+  constexpr std::string_view kRestore = "\x1b[0m\x1b[?25h";
+  if (isTerminal() && ::write(STDOUT_FILENO, kRestore.data(), kRestore.size()) < 0) {
+    // Then there is nothing to restore.
+  }
 }
 
 }  // namespace brenloft

@@ -7,6 +7,8 @@
 namespace brenloft {
 
 /// Standard output. A reader that goes away is no failure: writing then has no effect and `isClosed` says so.
+/// Writing waits for a reader that stalls, but not for long once a stop was asked for (`StopSignals`); then
+/// it counts as gone.
 ///
 /// Threads: any.
 class Output {
@@ -16,7 +18,7 @@ class Output {
     blocks,  ///< for output that is made as fast as it can be
   };
 
-  explicit Output(Buffering buffering) : buffering_(buffering) {}
+  explicit Output(Buffering buffering);
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
   ~Output() { flush(); }
@@ -26,15 +28,21 @@ class Output {
   void flush();
   /// Nobody reads any more, or the output cannot be written.
   bool isClosed() const;
-  /// Flushes; fails when the output could not be written for another reason than a closed pipe.
+  /// Notices that nobody reads any more without writing; for whoever may have nothing to write for long.
+  void checkReader();
+  /// Flushes; throws `Failure` when the output could not be written for another reason than a closed pipe.
   void finish();
 
   static bool isTerminal();
+  /// Shows the cursor and ends colours, where standard output is a terminal. A signal handler may call it.
+  static void restoreTerminal();
 
  private:
   void flushLocked();
+  bool awaitReader();
 
   const Buffering buffering_;
+  const bool mayStall_;
   mutable std::mutex mutex_;
   std::string pending_;
   int error_ = 0;

@@ -25,11 +25,12 @@ void RunLoop::run() {
 }
 
 void RunLoop::stop() {
-  dispatch_->mainQueue()->async([virtualTime = virtual_, realTime = real_] {
-    if (virtualTime)
-      virtualTime->stop();
-    else
-      realTime->stop();
+  // Weakly: in a queue that never runs again, the block would keep the queue's own service alive.
+  const std::weak_ptr<platform::VirtualDispatch> virtualTime = virtual_;
+  const std::weak_ptr<platform::RealTimeDispatch> realTime = real_;
+  dispatch_->mainQueue()->async([virtualTime, realTime] {
+    if (const auto service = virtualTime.lock()) service->stop();
+    if (const auto service = realTime.lock()) service->stop();
   });
 }
 

@@ -18,7 +18,7 @@ ExitStatus runSimulate(const SimulateOptions& options) {
       .sensors = options.beacons, .iBeacons = options.iBeacons, .seed = options.seed};
   platform::BeaconWorld world(place);
   const auto end = place.start + options.duration;
-  while (!signals.isStopped() && error.empty()) {
+  while (!StopSignals::isStopped() && error.empty()) {
     const platform::AdvertisingReport report = world.next();
     if (report.time >= end) break;
     error = writer->write(report);

@@ -15,16 +15,18 @@ class StopSignals {
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  /// Calls `onStop` once, on a thread of its own, when a signal comes or came already. Call once.
+  /// Calls `onStop` once, on a thread of its own, when a signal comes or came already. Call once;
+  /// what it uses must outlive this object.
   void watch(std::function<void()> onStop);
-  bool isStopped() const { return stopped_; }
+  /// Whether the stop was asked for. Threads: any.
+  static bool isStopped() { return stopped_; }
 
  private:
   void wait(const std::function<void()>& onStop);
 
-  int signals_ = -1;  // signalfd
-  int end_ = -1;      // eventfd that ends the thread
-  std::atomic<bool> stopped_{false};
+  int signals_ = -1;                                // signalfd
+  int end_ = -1;                                    // eventfd that ends the thread
+  inline static std::atomic<bool> stopped_{false};  // a signal is the whole process's
   std::thread thread_;
 };
 
