@@ -1,4 +1,6 @@
 #include <atomic>
+#include <chrono>
+#include <mutex>
 #include <stop_token>
 #include <string>
 
@@ -21,6 +23,8 @@
 
 namespace brenloft {
 namespace {
+
+constexpr std::chrono::milliseconds kReaderCheck{500};
 
 using platform::AdvertisingReport;
 using platform::CBUUID;
@@ -116,9 +120,10 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   std::string error;
   const auto reader = platform::CaptureReader::open(file, tell, error, stop.get_token());
   if (!reader) throw Failure(ExitStatus::failed, error);
-  const auto listener = Listener::make({.record = options.record});
+  const auto listener = Listener::make({.record = options.record, .capture = file});
   const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
 
+  listener->begin();
   printer.begin();
   std::optional<platform::Date> end;
   while (!stop.stop_requested() && !out.isClosed() && !printer.isFull()) {
@@ -134,24 +139,34 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   listener->finish();
 }
 
+// Ends the loop when nobody reads any more, which a source that is silent would not show.
+void watchReader(RunLoop& loop, Output& out) {
+  if (loop.isVirtual()) return;
+  out.checkReader();
+  if (out.isClosed()) return loop.stop();
+  loop.dispatch()->after(kReaderCheck, loop.dispatch()->mainQueue(), [&] { watchReader(loop, out); });
+}
+
 // Everything else comes at its own time.
 void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) {
   std::stop_source stop;
+  Source source;  // its loop outlives the thread that stops it; its own threads begin behind the signals
   StopSignals signals;
   signals.watch([&] { stop.request_stop(); });
-  RunLoop* running = nullptr;
-  Source source = openSource(options.source,
-                             {.onEnd = [&] { running->stop(); }, .onMessage = say, .stop = stop.get_token()});
+  source = openSource(options.source,
+                      {.onEnd = [&] { source.loop->stop(); }, .onMessage = say, .stop = stop.get_token()});
   RunLoop& loop = *source.loop;
-  running = &loop;
   const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
   const auto listener = Listener::make({.record = options.record,
+                                        .capture = source.capture,
                                         .isRadio = source.isRadio,
                                         .onMessage = say,
                                         .onRadioState = [](const auto& state) { say(radioLine(state)); },
                                         .onUnusable = [&] { loop.stop(); }});
   const auto reports = listener->wrap(source.reports);
+  listener->begin();
   printer.begin();
+  watchReader(loop, out);
   reports->open(
       [&](const AdvertisingReport& report) {
         printer.print(report);
@@ -171,7 +186,6 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
 }  // namespace
 
 ExitStatus runHear(const HearOptions& options) {
-  refuseToRecordOver(options.source, options.record);
   const std::string file = captureFileOf(options.source);
   Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::lines);
   HeardPrinter printer(options, out);

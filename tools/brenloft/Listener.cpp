@@ -1,5 +1,7 @@
 #include "tools/brenloft/Listener.h"
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "tools/brenloft/Messages.h"
@@ -37,13 +39,18 @@ Listener::Listener(ListenerOptions options)
 }
 
 std::shared_ptr<Listener> Listener::make(ListenerOptions options) {
-  const std::shared_ptr<Listener> listener(new Listener(std::move(options)));
-  if (!listener->options_.record.empty()) {
-    std::string error;
-    listener->recording_ = platform::BtsnoopWriter::create(listener->options_.record, error);
-    if (!listener->recording_) throw Failure(ExitStatus::failed, error);
-  }
-  return listener;
+  return std::shared_ptr<Listener>(new Listener(std::move(options)));
+}
+
+void Listener::begin() {
+  if (options_.record.empty()) return;
+  std::error_code absent;
+  if (std::filesystem::equivalent(options_.record, options_.capture, absent))
+    throw Failure(ExitStatus::usage, "--record would overwrite the capture that is read: " + options_.record);
+  std::string error;
+  const std::scoped_lock lock(mutex_);
+  recording_ = platform::BtsnoopWriter::create(options_.record, error);
+  if (!recording_) throw Failure(ExitStatus::failed, error);
 }
 
 std::shared_ptr<platform::AdvertisingReportSource> Listener::wrap(

@@ -18,6 +18,7 @@ namespace brenloft {
 
 struct ListenerOptions {
   std::string record;              ///< capture file that gets everything heard; "": none
+  std::string capture;             ///< capture file that is being heard; "": none
   bool isRadio = false;            ///< as `Source::isRadio`
   std::optional<double> exitTime;  ///< seconds, to be held against the gaps of a radio
   std::function<void(std::string_view line)> onMessage;
@@ -32,8 +33,11 @@ struct ListenerOptions {
 /// Threads: made and asked on one; `wrap`'s result does its work on the source's queue.
 class Listener : public std::enable_shared_from_this<Listener> {
  public:
-  /// Throws `Failure` when the recording cannot be begun.
   static std::shared_ptr<Listener> make(ListenerOptions options);
+
+  /// Begins the recording; before the first report, and once nothing else can go wrong, for an earlier file
+  /// of that name is gone then. Throws `Failure`, also when that file is the one that is being heard.
+  void begin();
 
   std::shared_ptr<platform::AdvertisingReportSource> wrap(
       std::shared_ptr<platform::AdvertisingReportSource> source);

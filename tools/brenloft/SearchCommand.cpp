@@ -73,6 +73,8 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   void tick() {
     const std::scoped_lock lock(mutex_);
     events_.tick();
+    if (!loop_->isVirtual()) out_.checkReader();
+    if (out_.isClosed()) loop_->stop();
   }
   /// Writes to standard error, beside what stands on the terminal.
   template <typename Write>
@@ -141,6 +143,7 @@ class Search {
     openSourceAndListener();
     installPlatform();
     const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
+    listener_->begin();
     events_->begin();
     begin();
     source_.loop->run();
@@ -149,7 +152,6 @@ class Search {
 
  private:
   void openSourceAndListener() {
-    refuseToRecordOver(options_.source, options_.record);
     const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
     source_ =
         openSource(options_.source,
@@ -157,6 +159,7 @@ class Search {
     reporter_.attach(*source_.loop);
     listener_ = Listener::make(
         {.record = options_.record,
+         .capture = source_.capture,
          .isRadio = source_.isRadio,
          .exitTime =
              options_.mode == SearchOptions::Mode::sensors ? std::optional(options_.exitTime) : std::nullopt,
@@ -221,8 +224,10 @@ class Search {
     source_.loop->settle();
     reports_->close();
     reporter_.finish();
-    out_.finish();
+    // Neither takes the other along when it fails.
+    out_.flush();
     listener_->finish();
+    out_.finish();
   }
 
   const SearchOptions options_;

@@ -39,10 +39,10 @@ std::unique_ptr<RunLoop> makeLoop(bool paced) {
 
 Source openCapture(std::string address, SourceEvents events) {
   const bool paced = takePaced(address);
-  Source source{makeLoop(paced), nullptr};
+  Source source{makeLoop(paced), nullptr, false, address.substr(kCapture.size())};
   std::string error;
   source.reports = platform::CaptureSource::make(
-      {.path = address.substr(kCapture.size()),
+      {.path = source.capture,
        .paced = paced,
        .onEnd = std::move(events.onEnd),
        .onDiagnostic =
@@ -115,16 +115,6 @@ std::string captureFileOf(const std::string& address) {
 bool isReadAtOnce(const std::string& address) {
   std::error_code ignored;
   return std::filesystem::is_regular_file(captureFileOf(address), ignored);
-}
-
-void refuseToRecordOver(const std::string& address, const std::string& record) {
-  if (!address.starts_with(kCapture)) return;
-  std::string file = address.substr(kCapture.size());
-  takePaced(file);
-  std::error_code ignored;
-  if (std::filesystem::equivalent(file, record, ignored))
-    throw Failure(ExitStatus::usage,
-                  fmt::format("--record would overwrite the capture that is read: {}", record));
 }
 
 }  // namespace brenloft

@@ -25,6 +25,7 @@ struct Source {
   std::unique_ptr<RunLoop> loop;
   std::shared_ptr<platform::AdvertisingReportSource> reports;
   bool isRadio = false;  ///< states are worth telling, and the air has gaps
+  std::string capture;   ///< the file that is read, if any
 };
 
 /// Opens what `--source` names: `capture:FILE[?paced]`, `demo[?paced]`, or a radio (`auto`, `bluez…`, `hci…`,
@@ -36,9 +37,6 @@ std::string captureFileOf(const std::string& address);
 
 /// Whether all that there is to hear can be read at once: nobody waits for a part of it.
 bool isReadAtOnce(const std::string& address);
-
-/// Throws `Failure` when a recording to this file would destroy the capture that is read.
-void refuseToRecordOver(const std::string& address, const std::string& record);
 
 /// For the help text: every form that `openSource` takes.
 extern const char* const kSourceForms;
