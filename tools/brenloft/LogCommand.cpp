@@ -1,9 +1,6 @@
-#include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -12,6 +9,7 @@
 #include "BrenloftSDK/SensorLogReader.h"
 #include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Readings.h"
@@ -25,10 +23,12 @@ namespace {
 
 constexpr std::chrono::milliseconds kFollowPeriod{500};
 
-std::unique_ptr<SensorLogReader> openLog() {
-  requireStore();
+// Nothing when there is no store yet: an empty log.
+std::unique_ptr<SensorLogReader> openLog(const LogOptions& options) {
+  const auto file = storeIn(options.container);
+  if (!file) return nullptr;
   std::string problem;
-  auto reader = SensorLogReader::open(SensorLogReader::storeFile(), &problem);
+  auto reader = SensorLogReader::open(*file, &problem);
   if (!reader) throw Failure(ExitStatus::storeUnusable, problem);
   return reader;
 }
@@ -59,7 +59,7 @@ class RowPrinter {
   void showNew(SensorLogReader& reader) {
     const auto last = reader.lastNumber();
     require(last.has_value(), reader);
-    if (*last < newest_) newest_ = 0;
+    if (*last < newest_) newest_ = 0;  // a log that began anew
     if (*last > newest_) require(reader.rowsAfter(newest_, block()), reader);
   }
 
@@ -82,75 +82,61 @@ class RowPrinter {
   int64_t newest_ = 0;
 };
 
-void follow(SensorLogReader& reader, RowPrinter& printer, Output& out, StopSignals& signals) {
-  RunLoop loop(RunLoop::Clock::realTime);
-  signals.watch([&] { loop.stop(); });
-  while (!signals.isStopped() && !out.isClosed()) {
+// One look does not count: a store that is just being made cannot be opened yet.
+class LogInTheMaking {
+ public:
+  std::unique_ptr<SensorLogReader> open(const LogOptions& options) {
+    try {
+      return openLog(options);
+    } catch (const Failure&) {
+      if (std::exchange(hasFailed_, true)) throw;
+      return nullptr;
+    }
+  }
+
+ private:
+  bool hasFailed_ = false;
+};
+
+void follow(const LogOptions& options, std::unique_ptr<SensorLogReader> reader, RowPrinter& printer,
+            Output& out, RunLoop& loop) {
+  LogInTheMaking log;
+  while (!StopSignals::isStopped() && !out.isClosed()) {
     loop.dispatch()->after(kFollowPeriod, loop.dispatch()->mainQueue(), [&] { loop.stop(); });
     loop.run();
-    printer.showNew(reader);
+    out.checkReader();
+    if (!reader) reader = log.open(options);
+    if (reader) printer.showNew(*reader);
   }
 }
 
 void show(const LogOptions& options) {
-  // Before the first row, so that whoever waits for that may stop the rest.
+  std::optional<RunLoop> loop;  // outlives the thread that stops it
   std::optional<StopSignals> signals;
-  if (options.follow) signals.emplace();
-  const auto reader = openLog();
+  if (options.follow) {
+    // Before the first row, so that whoever waits for that may stop the rest.
+    loop.emplace(RunLoop::Clock::realTime);
+    signals.emplace();
+    signals->watch([&] { loop->stop(); });
+  }
+  auto reader = openLog(options);
   Output out(options.follow ? Output::Buffering::lines : Output::Buffering::blocks);
   RowPrinter printer(out, options.format);
-  require(
-      options.last ? reader->lastRows(*options.last, printer.block()) : reader->rowsAfter(0, printer.block()),
-      *reader);
-  if (signals) follow(*reader, printer, out, *signals);
+  if (reader)
+    require(options.last ? reader->lastRows(*options.last, printer.block())
+                         : reader->rowsAfter(0, printer.block()),
+            *reader);
+  if (loop) follow(options, std::move(reader), printer, out, *loop);
   out.finish();
 }
 
-// A file that takes its name once it is whole.
-class DocumentFile {
- public:
-  explicit DocumentFile(const std::string& path) : path_(path), partial_(path + ".part") {
-    errno = 0;
-    file_ = std::fopen(partial_.c_str(), "wb");
-    if (file_ == nullptr) fail();
-  }
-  DocumentFile(const DocumentFile&) = delete;
-  DocumentFile& operator=(const DocumentFile&) = delete;
-  ~DocumentFile() {
-    if (file_ == nullptr) return;
-    std::fclose(file_);
-    std::remove(partial_.c_str());
-  }
-
-  void write(std::string_view text) {
-    if (std::fwrite(text.data(), 1, text.size(), file_) != text.size() && error_ == 0) error_ = errno;
-  }
-
-  void finish() {
-    if (error_ == 0 && std::fflush(file_) != 0) error_ = errno;
-    if (error_ == 0 && std::rename(partial_.c_str(), path_.c_str()) != 0) error_ = errno;
-    if (error_ != 0) {
-      errno = error_;
-      fail();
-    }
-    std::fclose(std::exchange(file_, nullptr));
-  }
-
- private:
-  [[noreturn]] void fail() const {
-    throw Failure(ExitStatus::failed, fmt::format("{}: {}", path_, std::generic_category().message(errno)));
-  }
-
-  std::string path_;
-  std::string partial_;
-  std::FILE* file_ = nullptr;
-  int error_ = 0;
-};
-
 void exportDocument(const LogOptions& options) {
-  const auto reader = openLog();
+  const auto reader = openLog(options);
   const auto write = [&](const SensorLogReader::TextSink& sink) {
-    require(reader->exportJSON(sink), *reader);
+    if (reader)
+      require(reader->exportJSON(sink), *reader);
+    else
+      sink("[]");
     sink("\n");
   };
   if (options.out.empty()) {
@@ -164,19 +150,26 @@ void exportDocument(const LogOptions& options) {
   }
 }
 
-void count() {
-  const auto reader = openLog();
+uint64_t rowsOf(const LogOptions& options) {
+  const auto reader = openLog(options);
+  if (!reader) return 0;
   const auto rows = reader->count();
   require(rows.has_value(), *reader);
+  return *rows;
+}
+
+void count(const LogOptions& options) {
+  const uint64_t rows = rowsOf(options);
   Output out(Output::Buffering::blocks);
-  out.write(fmt::format("{}\n", *rows));
+  out.write(fmt::format("{}\n", rows));
   out.finish();
 }
 
 void deleteAll(const LogOptions& options) {
-  const auto rows = openLog()->count();
-  if (confirmed(fmt::format("Delete {} rows of the sensor log?", rows.value_or(0)), options.yes))
-    BRLDataManager::Class::deleteBeaconLog();
+  const uint64_t rows = rowsOf(options);
+  if (!confirmed(fmt::format("Delete {} rows of the sensor log?", rows), options.yes)) return;
+  // Deleting nothing would make a store where there is none.
+  if (rows != 0) BRLDataManager::Class::deleteBeaconLog();
 }
 
 }  // namespace
@@ -191,7 +184,7 @@ ExitStatus runLog(const LogOptions& options) {
       exportDocument(options);
       break;
     case LogOptions::Action::count:
-      count();
+      count(options);
       break;
     case LogOptions::Action::deleteAll:
       deleteAll(options);

@@ -18,6 +18,7 @@
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/StopSignals.h"
+#include "tools/brenloft/Store.h"
 
 namespace brenloft {
 namespace {
@@ -190,6 +191,7 @@ class Search {
       };
     platform::Platform::install(std::move(platform));
     if (!options_.log) return;
+    tellFatalStoreProblems();
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, *problem);
   }

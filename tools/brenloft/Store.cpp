@@ -1,30 +1,50 @@
 #include "tools/brenloft/Store.h"
 
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <iostream>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "BrenloftSDK/BRLCoreDataManager.h"
 #include "platform/NativePlatform.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Output.h"
 
 namespace brenloft {
 
 namespace {
 
-// The library's diagnostic lines, which matter only when it ends the process. Never destroyed.
-std::string& keptLines() {
-  static std::string& lines = *new std::string;
-  return lines;
+iovec pieceOf(const char* text) {
+  return {const_cast<char*>(text), std::strlen(text)};
 }
 
-void tellKeptLines(int) {
-  const std::string& lines = keptLines();
-  if (::write(STDERR_FILENO, lines.data(), lines.size()) < 0) ::_exit(static_cast<int>(ExitStatus::failed));
+// Handles SIGABRT with nothing but what a handler may call. Returns where the store is not to blame, and the
+// process is ended as it would have been.
+void tellProblem(int) {
+  const char* problem = BRLCoreDataManager::Class::fatalProblem();
+  if (*problem == '\0') return;
+  Output::restoreTerminal();
+  const std::array<iovec, 3> line{pieceOf("brenloft: "), pieceOf(problem), pieceOf("\n")};
+  if (::writev(STDERR_FILENO, line.data(), static_cast<int>(line.size())) < 0) {
+    // Nobody is there to be told.
+  }
+  ::_exit(static_cast<int>(ExitStatus::storeUnusable));
+}
+
+// False when nothing is there. Throws Failure when that cannot be told.
+bool look(const std::filesystem::path& file, struct stat& status) {
+  if (::stat(file.c_str(), &status) == 0) return true;
+  if (errno == ENOENT) return false;
+  throw Failure(ExitStatus::storeUnusable, file.string() + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace
@@ -32,15 +52,33 @@ void tellKeptLines(int) {
 void installForStore(const std::filesystem::path& container) {
   auto platform =
       platform::nativePlatform({.container = container, .dispatch = platform::VirtualDispatch::make()});
-  keptLines().clear();
-  platform.log = [](std::string_view line) { (keptLines() += line) += '\n'; };
-  std::signal(SIGABRT, tellKeptLines);
+  platform.log = [](std::string_view) {};
   platform::Platform::install(std::move(platform));
+  tellFatalStoreProblems();
 }
 
-void requireStore() {
-  if (const auto problem = BRLCoreDataManager::Class::storeProblem())
-    throw Failure(ExitStatus::storeUnusable, *problem);
+void tellFatalStoreProblems() {
+  std::signal(SIGABRT, tellProblem);
+}
+
+std::optional<std::filesystem::path> storeIn(const std::filesystem::path& container) {
+  const auto folder = container.empty()
+                          ? platform::applicationDataFolder(platform::NativePlatformOptions().applicationName)
+                          : container;
+  const auto refuse = [&](int code) {
+    throw Failure(ExitStatus::storeUnusable, folder.string() + ": " + std::generic_category().message(code));
+  };
+  struct stat status {};
+  if (!look(folder, status)) {
+    if (!container.empty()) refuse(ENOENT);
+    return std::nullopt;
+  }
+  if (!S_ISDIR(status.st_mode)) refuse(ENOTDIR);
+  // Asked before the folder is there, the library would make it.
+  auto file = BRLCoreDataManager::Class::storeFile();
+  // A file of no octets is what a creation that was cut short leaves.
+  if (!look(file, status) || (S_ISREG(status.st_mode) && status.st_size == 0)) return std::nullopt;
+  return file;
 }
 
 bool confirmed(const std::string& question, bool yes) {
