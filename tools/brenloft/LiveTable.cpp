@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <map>
 #include <tuple>
@@ -20,6 +22,7 @@ constexpr std::string_view kHideCursor = "\x1b[?25l";
 constexpr std::string_view kShowCursor = "\x1b[?25h";
 constexpr std::string_view kClearLine = "\x1b[K";
 constexpr std::string_view kClearBelow = "\x1b[J";
+constexpr std::string_view kTop = "\x1b[H";
 constexpr std::string_view kPlain = "\x1b[0m";
 constexpr std::string_view kDim = "\x1b[2m";
 constexpr std::string_view kRed = "\x1b[1;31m";
@@ -30,9 +33,21 @@ bool wantsColour() {
   return value == nullptr || *value == '\0';
 }
 
+winsize terminalSize() {
+  winsize size{};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0) size = {24, 80, 0, 0};
+  return size;
+}
+
+// Whether the process was stopped and goes on: a shell has written to the terminal meanwhile.
+std::atomic<bool> wasContinued{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+
 class LiveTable : public SearchEvents {
  public:
-  explicit LiveTable(Output& out) : out_(out), hasColour_(wantsColour()) {}
+  explicit LiveTable(Output& out) : out_(out), hasColour_(wantsColour()) {
+    std::signal(SIGCONT, [](int) { wasContinued = true; });
+  }
 
   void bytes(platform::Date, const Octets&) override {}
   void beacon(platform::Date, const BRLBeaconSnapshot& record) override { keep(record); }
@@ -46,22 +61,27 @@ class LiveTable : public SearchEvents {
   }
 
   void tick() override {
+    findPlace();
     if (isChanged_) draw();
   }
 
   void makeRoom() override {
-    if (drawn_ == 0) return;
-    out_.write(upToFirstLine() + std::string(kClearBelow));
+    findPlace();
+    if (drawn_ == 0 && !isLost_) return;
+    out_.write(toFirstLine() + std::string(kClearBelow));
     out_.flush();
+    isLost_ = false;
     drawn_ = 0;
     isChanged_ = true;
   }
 
-  void finish() override { draw(); }
+  void finish() override {
+    findPlace();
+    draw();
+  }
 
  private:
-  // Records without a property that changes; uuid, major and minor tell beacons
-  // apart.
+  // Records without a property that changes; uuid, major and minor tell beacons apart.
   using Key = std::tuple<uint64_t, OptionalText, int64_t, int64_t>;
 
   void keep(const BRLBeaconSnapshot& record) {
@@ -69,25 +89,34 @@ class LiveTable : public SearchEvents {
     isChanged_ = true;
   }
 
-  std::string upToFirstLine() const { return drawn_ == 0 ? "" : fmt::format("\x1b[{}A\r", drawn_); }
+  // A terminal of another size has broken the lines anew, and a shell has added some: where the table begins
+  // is not known then.
+  void findPlace() {
+    const winsize size = terminalSize();
+    const bool isResized = size.ws_row != size_.ws_row || size.ws_col != size_.ws_col;
+    size_ = size;
+    if (wasContinued.exchange(false) || isResized) isLost_ = isChanged_ = true;
+  }
 
-  // One write, so that the terminal never shows half a table. The cursor is
-  // shown again in the same breath: however the process ends, the terminal is
-  // as it was.
+  std::string toFirstLine() const {
+    if (isLost_) return std::string(kTop);
+    return drawn_ == 0 ? "" : fmt::format("\x1b[{}A\r", drawn_);
+  }
+
+  // One write, so that the terminal never shows half a table. The cursor is shown again in the same breath:
+  // however the process ends, the terminal is as it was.
   void draw() {
     isChanged_ = false;
-    winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0) size = {24, 80, 0, 0};
-    const std::size_t width = size.ws_col;
-    const std::size_t rows = std::max<std::size_t>(size.ws_row, 4) - 3;
+    const std::size_t width = size_.ws_col;
+    const std::size_t rows = std::max<std::size_t>(size_.ws_row, 4) - 3;
 
-    std::string frame = std::string(kHideCursor) + upToFirstLine();
+    std::string frame = std::string(kHideCursor) + toFirstLine();
     std::size_t lines = 0;
     const auto add = [&](std::string_view colour, std::string line) {
-      if (line.size() > width) line.resize(width);
       const bool isColoured = hasColour_ && !colour.empty();
-      frame +=
-          fmt::format("{}{}{}{}\n", isColoured ? colour : "", line, isColoured ? kPlain : "", kClearLine);
+      // Cleared before, because behind a full line clearing takes its last character.
+      frame += fmt::format("{}{}{}{}\n", kClearLine, isColoured ? colour : "", fitted(std::move(line), width),
+                           isColoured ? kPlain : "");
       ++lines;
     };
     add("", fmt::format("{:<7}  {:<8}  {}", "state", "heard", recordHeader()));
@@ -102,6 +131,7 @@ class LiveTable : public SearchEvents {
     out_.write(frame + std::string(kClearBelow) + std::string(kShowCursor));
     out_.flush();
     drawn_ = lines;
+    isLost_ = false;
   }
 
   static std::string_view colourOf(const BRLBeaconSnapshot& record) {
@@ -122,7 +152,9 @@ class LiveTable : public SearchEvents {
   std::map<Key, BRLBeaconSnapshot> records_;
   std::string radio_;
   bool isChanged_ = true;
+  bool isLost_ = false;    // where the table begins is not known
   std::size_t drawn_ = 0;  // lines on the screen
+  winsize size_ = terminalSize();
 };
 
 }  // namespace

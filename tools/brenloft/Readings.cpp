@@ -14,13 +14,13 @@ std::string orDash(const OptionalText& text) {
   return text ? orDash(printable(*text)) : "-";
 }
 
-// rssi, temperature, humidity, battery, emergency, acceleration, who.
-constexpr const char* kRecordRow = "{:>4}  {:>7}  {:>6}  {:>3}  {:>3}  {:<20}  {}";
+// What tells the rows of one search apart comes first, and last what a narrow terminal may cut off: beacon,
+// rssi, temperature, humidity, battery, emergency, acceleration, UUID.
+constexpr const char* kRecordRow = "{:<17}  {:>4}  {:>7}  {:>6}  {:>3}  {:>3}  {:<20}  {}";
 
-// A sensor is its service and device identifier, an iBeacon its UUID, major and minor.
-std::string whoText(const BRLBeaconSnapshot& record) {
-  if (record.beaconType == 2) return fmt::format("{} {}/{}", orDash(record.uuid), record.major, record.minor);
-  return fmt::format("{} {}", orDash(record.uuid), orDash(record.beaconId));
+// A sensor's device identifier, an iBeacon's major and minor.
+std::string beaconText(const BRLBeaconSnapshot& record) {
+  return record.beaconType == 2 ? fmt::format("{}/{}", record.major, record.minor) : orDash(record.beaconId);
 }
 
 }  // namespace
@@ -83,14 +83,14 @@ std::string recordRow(const BRLBeaconSnapshot& record) {
   const std::string acceleration =
       isSensor ? fmt::format("{} {} {}", orDash(record.xAccel), orDash(record.yAccel), orDash(record.zAccel))
                : "-";
-  return fmt::format(fmt::runtime(kRecordRow), record.rssi, orDash(record.temperature),
+  return fmt::format(fmt::runtime(kRecordRow), beaconText(record), record.rssi, orDash(record.temperature),
                      orDash(record.humidity), isSensor ? std::to_string(record.battery) : "-",
-                     isSensor ? std::to_string(record.emergency) : "-", acceleration, whoText(record));
+                     isSensor ? std::to_string(record.emergency) : "-", acceleration, orDash(record.uuid));
 }
 
 std::string recordHeader() {
-  return fmt::format(fmt::runtime(kRecordRow), "rssi", "temp", "humid", "bat", "emg", "acceleration",
-                     "beacon");
+  return fmt::format(fmt::runtime(kRecordRow), "beacon", "rssi", "temp", "humid", "bat", "emg",
+                     "acceleration", "uuid");
 }
 
 }  // namespace brenloft
