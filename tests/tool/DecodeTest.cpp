@@ -46,50 +46,5 @@ TEST(Decode, NamesThePlaceOfWhatIsNoFrameAndKeepsWhatCameBefore) {
   EXPECT_EQ(line.err, "brenloft: standard input: line 2: an odd number of hexadecimal digits\n");
 }
 
-TEST(Usage, EndsWithTwoForWhatMakesNoSenseAndZeroForHelp) {
-  TemporaryFolder folder;
-  const std::vector<std::vector<std::string>> wrong{
-      {},
-      {"nosuch"},
-      {"decode", "--format", "xml", kZero},
-      {"hear"},
-      {"simulate", "--out", folder.file("s"), "--seed", "-1"},
-      {"simulate", "--out", folder.file("s"), "--beacons", "16777217"},
-      {"simulate", "--out", folder.file("s"), "--beacons", "16777216", "--ibeacons", "1"},
-      {"hear", "--source", "teapot:1"},
-      {"scan", "--source", "demo", "--uuid", "12345"},
-      {"range", "--source", "demo"},
-      {"range", "--source", "demo", "--uuid", "FFF0"},
-      {"range", "--source", "demo", "--uuid", "00010203-0405-0607-0809-0A0B0C0D0E0F", "--major", "65536"},
-      {"scan", "--source", "demo", "--exit-time", "0"},
-      {"scan", "--source", "demo", "--duration", "ten"},
-      {"log", "delete", "--container", folder.file("")},
-  };
-  for (const auto& arguments : wrong) {
-    const Ended ended = runTool(arguments);
-    EXPECT_EQ(ended.status, 2) << testing::PrintToString(arguments) << ended.err;
-    EXPECT_EQ(ended.out, "") << testing::PrintToString(arguments);
-    EXPECT_NE(ended.err, "") << testing::PrintToString(arguments);
-  }
-  for (const auto& misspelt : {std::vector<std::string>{"nosuch"}, {"log", "nosuch"}})
-    EXPECT_NE(runTool(misspelt).err.find("nosuch"), std::string::npos);
-  for (const char* help : {"--help", "--version"}) EXPECT_EQ(runTool({help}).status, 0);
-}
-
-TEST(Usage, AClosedPipeEndsTheToolQuietly) {
-  TemporaryFolder folder;
-  const std::string capture = folder.file("c.btsnoop");
-  ASSERT_EQ(runTool({"simulate", "--out", capture, "--beacons", "50", "--seconds", "60"}).status, 0);
-  for (const std::string command : {"hear", "scan -q"}) {
-    const Ended ended =
-        runProgram({"bash", "-c",
-                    std::string(BRENLOFT_TOOL) + " " + command + " --source capture:" + capture +
-                        " --format jsonl | head -n 1; exit ${PIPESTATUS[0]}"});
-    EXPECT_EQ(ended.status, 0) << command;
-    EXPECT_EQ(ended.err, "") << command;
-    EXPECT_EQ(ended.lines().size(), 1U) << command;
-  }
-}
-
 }  // namespace
 }  // namespace brenloft_test

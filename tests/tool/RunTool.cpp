@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,6 +54,12 @@ Child spawn(const std::vector<std::string>& command) {
   return {pid, in.ends[1], out.ends[0], err.ends[0]};
 }
 
+int statusOf(pid_t pid) {
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 // Both outputs at once, so that neither fills its pipe; `onLines` once, after so many lines.
 template <typename OnLines>
 Ended collect(const Child& child, std::ptrdiff_t lines, OnLines onLines) {
@@ -76,9 +83,7 @@ Ended collect(const Child& child, std::ptrdiff_t lines, OnLines onLines) {
       onLines();
     }
   }
-  int status = 0;
-  ::waitpid(child.pid, &status, 0);
-  ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  ended.status = statusOf(child.pid);
   return ended;
 }
 
@@ -121,6 +126,56 @@ std::string valueOf(const std::string& line, const std::string& key) {
   if (at == std::string::npos) return "";
   const std::size_t begin = at + key.size() + 3;
   return line.substr(begin, line.find_first_of(",}]", begin) - begin);
+}
+
+std::string toolPath() {
+  return BRENLOFT_TOOL;
+}
+
+RunningTool::RunningTool(const std::vector<std::string>& arguments) {
+  const Child child = spawn(toolCommand(arguments));
+  pid_ = child.pid;
+  out_ = child.out;
+  ::fcntl(out_, F_SETPIPE_SZ, 8192);
+  ::close(child.in);
+  ::close(child.err);
+}
+
+RunningTool::~RunningTool() {
+  closeOutput();
+  if (pid_ < 0) return;
+  signal(SIGKILL);
+  wait();
+}
+
+const std::string& RunningTool::readLines(std::ptrdiff_t lines) {
+  while (std::count(text_.begin(), text_.end(), '\n') < lines) {
+    std::array<char, 4096> buffer;
+    const ssize_t count = ::read(out_, buffer.data(), buffer.size());
+    if (count <= 0) break;
+    text_.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return text_;
+}
+
+void RunningTool::fillOutput() {
+  constexpr int kPage = 4096;
+  const int room = ::fcntl(out_, F_GETPIPE_SZ);
+  int waiting = 0;
+  // A pipe whose last page has something in it is full to `poll`.
+  while (waiting <= room - kPage && ::ioctl(out_, FIONREAD, &waiting) == 0) ::usleep(1000);
+}
+
+void RunningTool::closeOutput() {
+  if (out_ >= 0) ::close(std::exchange(out_, -1));
+}
+
+void RunningTool::signal(int number) const {
+  ::kill(pid_, number);
+}
+
+int RunningTool::wait() {
+  return statusOf(std::exchange(pid_, -1));
 }
 
 bool hasProgram(const std::string& name) {

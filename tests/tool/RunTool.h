@@ -16,6 +16,8 @@ struct Ended {
   std::vector<std::string> lines() const;
 };
 
+/// The built tool, which a test may run through a shell.
+std::string toolPath();
 /// The built tool with these arguments and standard input.
 Ended runTool(const std::vector<std::string>& arguments, const std::string& input = {});
 /// Any program of this machine, found in PATH.
@@ -25,6 +27,31 @@ Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& argumen
 
 /// The value of a key in a JSON line, up to the next comma or end; "" without it.
 std::string valueOf(const std::string& line, const std::string& key);
+
+/// The tool as it runs beside a test.
+class RunningTool {
+ public:
+  explicit RunningTool(const std::vector<std::string>& arguments);
+  /// Kills what still runs.
+  ~RunningTool();
+  RunningTool(const RunningTool&) = delete;
+  RunningTool& operator=(const RunningTool&) = delete;
+
+  /// Reads standard output until it holds so many lines, or ends; what was read so far.
+  const std::string& readLines(std::ptrdiff_t lines);
+  /// Waits, without reading, until the tool can write no more to standard output.
+  void fillOutput();
+  /// Goes away as the reader of standard output.
+  void closeOutput();
+  void signal(int number) const;
+  /// Waits for the end; the exit status as in `Ended`.
+  int wait();
+
+ private:
+  int pid_ = -1;
+  int out_ = -1;
+  std::string text_;
+};
 
 bool hasProgram(const std::string& name);
 

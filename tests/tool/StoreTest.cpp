@@ -1,5 +1,6 @@
 #include <algorithm>
-#include <csignal>
+#include <filesystem>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,107 +10,7 @@
 namespace brenloft_test {
 namespace {
 
-// A container with the log of some seconds of the demonstration.
-class LoggedDemo : public testing::Test {
- protected:
-  void SetUp() override {
-    const Ended ended = runTool({"scan", "--source", "demo", "--duration", "20", "--log", "--container",
-                                 container(), "--format", "jsonl", "-q"});
-    ASSERT_EQ(ended.status, 0) << ended.err;
-    scanned_ = ended.out;
-  }
-
-  Ended log(const std::string& action, std::vector<std::string> more = {}) const {
-    more.insert(more.begin(), {"log", action, "--container", container()});
-    return runTool(more);
-  }
-  Ended sqlite(const std::string& statement) const {
-    return runProgram({"sqlite3", "-readonly", container() + "/ServiceModel.sqlite", statement});
-  }
-  std::string container() const { return folder_.file("container"); }
-
-  TemporaryFolder folder_;
-  std::string scanned_;
-};
-
-TEST_F(LoggedDemo, CountsShowsAndExportsTheRowsThatTheFileHolds) {
-  if (!hasProgram("sqlite3") || !hasProgram("jq")) GTEST_SKIP() << "sqlite3 and jq are not installed";
-  const std::string rows = sqlite("select count(*) from SensorLog").out;
-  EXPECT_GT(std::stoi(rows), 5);
-  EXPECT_EQ(log("count").out, rows);
-  EXPECT_EQ(log("show", {"--format", "jsonl"}).lines().size(), std::stoul(rows));
-  EXPECT_EQ(log("show", {"--format", "jsonl", "--last", "3"}).lines().size(), 3U);
-
-  // One line per row with everything that the document tells, read by two parsers that are not this
-  // project's.
-  const Ended document = log("export");
-  ASSERT_EQ(document.status, 0);
-  const std::string fields =
-      "[.beaconType,.beaconId,.uuid,.major,.minor,.rssi,.status,.statusUpdatedDate,.txPower,.emergency,"
-      ".battery,.temperature,.humidity,.uniqueId,.tbd,.xAccel,.yAccel,.zAccel]";
-  writeFile(folder_.file("document.json"), document.out);
-  const Ended parsed =
-      runProgram({"jq", "-r", ".[]|" + fields + "|map(tostring)|join(\"|\")", folder_.file("document.json")});
-  const Ended stored = sqlite(
-      "select beaconType,beaconId,uuid,major,minor,rssi,status,"
-      "strftime('%Y%m%d%H%M%S',statusUpdatedDate,'unixepoch','localtime'),txPower,emergency,battery,"
-      "temperature,humidity,uniqueId,tbd,xAccel,yAccel,zAccel from SensorLog order by rowid");
-  EXPECT_EQ(parsed.status, 0) << parsed.err;
-  EXPECT_EQ(parsed.out, stored.out);
-
-  ASSERT_EQ(log("export", {"--out", folder_.file("copy.json")}).status, 0);
-  EXPECT_EQ(contentsOf(folder_.file("copy.json")), document.out);
-}
-
-// Held against the lines of the same scan: a row for what becomes present, for each emergency of what is
-// present (a new beacon's own row covers its first), and for what falls silent; none for the stop at the end.
-constexpr const char* kExpectedRows = R"(
-import json, sys
-lines = [json.loads(line) for line in sys.stdin]
-end = lines[-1]["time"]
-status = {}
-for line in lines:
-    if line["event"] not in ("beacon", "emergency"):
-        continue
-    beacon = line["beacon"]
-    key, now = beacon["uuid"], beacon["status"]
-    if line["event"] == "emergency":
-        if beacon["statusUpdatedDate"] != status.get((key, "new")):
-            print(key, now)
-    elif status.get(key) != now:
-        if now == 2 and line["time"] == end:
-            continue
-        if key not in status:
-            status[(key, "new")] = beacon["statusUpdatedDate"]
-        status[key] = now
-        print(key, now)
-)";
-
-TEST_F(LoggedDemo, HoldsARowForEachAppearanceEmergencyAndLossInTheirOrder) {
-  if (!hasProgram("python3")) GTEST_SKIP() << "python3 is not installed";
-  writeFile(folder_.file("lines"), scanned_);
-  writeFile(folder_.file("expected.py"), kExpectedRows);
-  const Ended expected =
-      runProgram({"sh", "-c", "python3 " + folder_.file("expected.py") + " < " + folder_.file("lines")});
-  ASSERT_EQ(expected.status, 0) << expected.err;
-  EXPECT_GT(expected.lines().size(), 5U);
-  EXPECT_EQ(sqlite("select uuid || ' ' || status from SensorLog order by rowid").out, expected.out);
-}
-
-TEST_F(LoggedDemo, DeletesOnlyWithYesWhereNobodyCanBeAsked) {
-  EXPECT_EQ(log("delete").status, 2);
-  EXPECT_NE(log("count").out, "0\n");
-  EXPECT_EQ(log("delete", {"--yes"}).status, 0);
-  EXPECT_EQ(log("count").out, "0\n");
-  EXPECT_EQ(log("export").out, "[]\n");
-}
-
-TEST_F(LoggedDemo, FollowsNewRowsUntilItIsStopped) {
-  const Ended followed =
-      runToolUntil(1, {"log", "show", "--follow", "--format", "jsonl", "--container", container()}, SIGTERM);
-  EXPECT_EQ(followed.status, 0);
-  EXPECT_EQ(followed.out, log("show", {"--format", "jsonl"}).out);
-}
+namespace fs = std::filesystem;
 
 TEST(Store, AnUnusableContainerIsOneLineAndFiveAndStaysAsItWas) {
   TemporaryFolder folder;
@@ -135,6 +36,105 @@ TEST(Store, AnUnusableContainerIsOneLineAndFiveAndStaysAsItWas) {
   EXPECT_EQ(contentsOf(folder.file("file")), "no folder");
 }
 
+TEST(Store, ReadingMakesNothing) {
+  TemporaryFolder folder;
+  const std::vector<std::pair<std::vector<std::string>, int>> commands{
+      {{"log", "show"}, 0},      {{"log", "count"}, 0},
+      {{"log", "export"}, 0},    {{"log", "delete", "--yes"}, 0},
+      {{"tag", "list"}, 0},      {{"tag", "clear", "--yes"}, 0},
+      {{"tag", "get", "key"}, 1}};
+  fs::create_directory(folder.file("empty"));
+  for (auto [command, status] : commands) {
+    command.insert(command.end(), {"--container", folder.file("empty")});
+    EXPECT_EQ(runTool(command).status, status) << testing::PrintToString(command);
+    EXPECT_TRUE(fs::is_empty(folder.file("empty"))) << testing::PrintToString(command);
+
+    command.back() = folder.file("mistyped/deep");
+    const Ended mistyped = runTool(command);
+    EXPECT_EQ(mistyped.status, 5) << testing::PrintToString(command);
+    EXPECT_EQ(mistyped.err, "brenloft: " + command.back() + ": No such file or directory\n");
+    EXPECT_FALSE(fs::exists(folder.file("mistyped")));
+  }
+}
+
+// No file may grow beyond 36 KiB, as on a disk that is full: room for some rows in the store's log.
+Ended runOnFullDisk(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"sh", "-c", "ulimit -f 72; exec \"$0\" \"$@\"", toolPath()});
+  return runProgram(arguments);
+}
+
+TEST(Store, ASaveThatFailsIsOneLineAndFiveAndLeavesWhatWasSaved) {
+  TemporaryFolder folder;
+  const std::string container = folder.file("c");
+  const std::string store = container + "/ServiceModel.sqlite";
+  const auto fails = [&](const Ended& ended) {
+    EXPECT_EQ(ended.status, 5) << ended.err;
+    EXPECT_EQ(ended.err.find("brenloft: " + store + ": "), 0U) << ended.err;
+    EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
+  };
+  ASSERT_EQ(runTool({"tag", "set", "door", "--container", container}, "first").status, 0);
+  writeFile(folder.file("large"), std::string(200'000, 'x'));
+  fails(runOnFullDisk({"tag", "set", "door", "--file", folder.file("large"), "--container", container}));
+  EXPECT_EQ(runTool({"tag", "list", "--format", "jsonl", "--container", container}).out,
+            "{\"key\":\"door\",\"data\":\"6669727374\"}\n");
+
+  fails(runOnFullDisk({"scan", "--source", "demo", "--log", "-q", "--container", container}));
+  const Ended rows = runTool({"log", "count", "--container", container});
+  EXPECT_EQ(rows.status, 0) << rows.err;
+  EXPECT_GT(std::stoi(rows.out), 0);
+}
+
+TEST(Tags, ADamagedStoreIsNotCalledEmpty) {
+  TemporaryFolder folder;
+  const std::string store = folder.file("c/ServiceModel.sqlite");
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"-C", folder.file("c")});
+    return runTool(arguments);
+  };
+  // So long that each has a page of its own.
+  for (const char tag : {'A', 'B', 'C'}) {
+    writeFile(folder.file("tag"), std::string(3000, tag));
+    ASSERT_EQ(run({"tag", "set", std::string(1, tag), "--file", folder.file("tag")}).status, 0);
+  }
+  // The first of them goes, once the last reader has taken the log into the file. Opening looks at the last.
+  ASSERT_EQ(run({"log", "count"}).status, 0);
+  constexpr std::size_t kPage = 4096;
+  constexpr char kLeaf = 0x0D;
+  std::string octets = contentsOf(store);
+  bool isDamaged = false;
+  for (std::size_t page = 0; page + kPage <= octets.size(); page += kPage) {
+    if (octets[page] != kLeaf || octets.substr(page, kPage).find("AAAA") == std::string::npos) continue;
+    octets.replace(page, kPage, kPage, 'x');
+    isDamaged = true;
+  }
+  ASSERT_TRUE(isDamaged);
+  writeFile(store, octets);
+
+  const std::string line = "brenloft: " + store + ": the tags cannot be read\n";
+  EXPECT_EQ(run({"tag", "list"}).err, line);
+  EXPECT_EQ(run({"tag", "get", "D"}).err, line);
+  EXPECT_EQ(run({"tag", "clear", "--yes"}).err, line);
+  const Ended listed = run({"tag", "list"});
+  EXPECT_EQ(listed.status, 5);
+  EXPECT_EQ(listed.out, "");
+}
+
+TEST(Tags, AreNotSetFromWhatCannotBeRead) {
+  TemporaryFolder folder;
+  const auto set = [&](const std::string& more) {
+    const Ended ended =
+        runProgram({"sh", "-c", "exec \"$0\" tag set key -C \"$1/c\" " + more, toolPath(), folder.file("")});
+    EXPECT_EQ(ended.status, 1) << more;
+    EXPECT_FALSE(fs::exists(folder.file("c"))) << more;
+    return ended.err;
+  };
+  EXPECT_EQ(set("<&-"), "brenloft: standard input: Bad file descriptor\n");
+  EXPECT_EQ(set("<\"$1\""), "brenloft: standard input: Is a directory\n");
+  EXPECT_EQ(set("--file \"$1\""), "brenloft: " + folder.file("") + ": Is a directory\n");
+  EXPECT_EQ(set("--file \"$1\"absent"),
+            "brenloft: " + folder.file("absent") + ": No such file or directory\n");
+}
+
 TEST(Tags, ComeBackAsTheyWereInALaterProcess) {
   TemporaryFolder folder;
   const std::string container = folder.file("c");
@@ -154,7 +154,9 @@ TEST(Tags, ComeBackAsTheyWereInALaterProcess) {
   const Ended absent = tag({"get", "window"});
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.err, "brenloft: no tag under the key window\n");
-  EXPECT_EQ(tag({"set", "door", "--file", folder.file("absent")}).status, 1);
+  // Neither a control character of one octet, nor one of two, nor what is no text reaches the terminal.
+  EXPECT_EQ(tag({"get", "\x1b[2J\xC2\x9B\xFF\xE2\x82\xAC"}).err,
+            "brenloft: no tag under the key ?[2J??\xE2\x82\xAC\n");
 
   EXPECT_EQ(tag({"clear", "--yes"}).status, 0);
   EXPECT_EQ(tag({"list", "--format", "jsonl"}).out, "");

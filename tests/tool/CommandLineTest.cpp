@@ -1,0 +1,87 @@
+#include <algorithm>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/RunTool.h"
+
+namespace brenloft_test {
+namespace {
+
+TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
+  TemporaryFolder folder;
+  const std::string uuid = "11111111-2222-3333-4444-555555555555";
+  const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
+      {{}, ""},
+      {{"bogus"}, "bogus"},
+      {{"log", "bogus"}, "bogus"},
+      {{"scan", "--bogus"}, "--bogus"},
+      {{"scan", "--bogus\nline"}, "--bogus?line"},
+      {{"scan", "--count"}, "--count"},
+      {{"scan", "--format", "xml"}, "--format: 'xml' is not table, jsonl or csv"},
+      {{"scan", "--count", "0"}, "--count: '0' is no whole number above 0"},
+      {{"hear", "--source", "demo", "--count", "-1"}, "--count: '-1' is no whole number above 0"},
+      {{"log", "show", "--last", "-1"}, "--last: '-1' is no whole number above 0"},
+      {{"log", "show", "--last", "99999999999999999999"},
+       "--last: '99999999999999999999' is no whole number"},
+      {{"log", "show", "--last", "3x"}, "--last: '3x' is no whole number above 0"},
+      {{"scan", "--exit-time", "0"}, "--exit-time: '0' is no duration above 0"},
+      {{"scan", "--exit-time", "1e-9"}, "--exit-time: '1e-9' is no duration above 0"},
+      {{"scan", "--exit-time", "nan"}, "--exit-time: 'nan' is no duration above 0"},
+      {{"scan", "--exit-time", "inf"}, "--exit-time: 'inf' is no duration above 0"},
+      {{"scan", "--exit-time", "-5"}, "--exit-time: '-5' is no duration above 0"},
+      {{"scan", "--duration", "5y"}, "--duration: '5y' is no duration"},
+      {{"scan", "--uuid", "zz"}, "--uuid: 'zz'"},
+      {{"scan", "--source", "zz"}, "zz"},
+      {{"range"}, "--uuid"},
+      {{"range", "--uuid", uuid, "--major", "65536"}, "--major"},
+      {{"range", "--uuid", uuid, "--group", "3"}, "--group"},
+      {{"simulate", "--out", "/nonexistent", "--beacons", "4294967296"},
+       "--beacons: '4294967296' is too large"},
+      {{"simulate", "--out", "/nonexistent", "--beacons", "16777216", "--ibeacons", "1"}, "16777216 in all"},
+      {{"simulate", "--out", "/nonexistent", "--seed", "-1"}, "--seed: '-1' is no whole number"},
+      {{"decode", "--format", "csv", "00"}, "--format: 'csv' is not table or jsonl"},
+      {{"hear"}, "--source"},
+      {{"scan", "--uuid", "12345"}, "--uuid: '12345'"},
+      {{"range", "--uuid", "FFF0"}, "--uuid: 'FFF0'"},
+      {{"log", "delete", "--container", folder.file("")}, "--yes"},
+      {{"log", "count", "--container", ""}, "--container: the name is empty"},
+      {{"log", "export", "--out", ""}, "--out: the name is empty"},
+      {{"scan", "--record", ""}, "--record: the name is empty"},
+      {{"tag", "set", "key", "--file", ""}, "--file: the name is empty"},
+  };
+  for (const auto& [arguments, named] : wrong) {
+    const Ended ended = runTool(arguments);
+    EXPECT_EQ(ended.status, 2) << testing::PrintToString(arguments);
+    EXPECT_EQ(ended.err.find("brenloft: "), 0U) << ended.err;
+    EXPECT_NE(ended.err.find(named), std::string::npos) << ended.err;
+    EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
+    EXPECT_LT(ended.err.size(), 200U) << ended.err;
+    EXPECT_EQ(ended.out, "");
+  }
+}
+
+TEST(CommandLine, HelpAndVersionGoToStandardOutput) {
+  for (const char* option : {"--help", "--version"}) {
+    const Ended ended = runTool({option});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_NE(ended.out, "");
+    EXPECT_EQ(ended.err, "");
+  }
+}
+
+TEST(CommandLine, ExitTimesHaveUnits) {
+  TemporaryFolder folder;
+  const auto scan = [&](const std::string& exitTime) {
+    const Ended ended = runTool(
+        {"scan", "--source", "demo", "--duration", "30", "--exit-time", exitTime, "-q", "-F", "jsonl"});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    return ended.out;
+  };
+  const std::string shorter = scan("1.5");
+  EXPECT_EQ(scan("1500ms"), shorter);
+  EXPECT_NE(scan("1m"), shorter);
+}
+
+}  // namespace
+}  // namespace brenloft_test

@@ -1,0 +1,83 @@
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/RunTool.h"
+
+namespace brenloft_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Output, AClosedPipeEndsTheToolQuietly) {
+  TemporaryFolder folder;
+  const std::string capture = folder.file("c.btsnoop");
+  ASSERT_EQ(runTool({"simulate", "--out", capture, "--beacons", "50", "--seconds", "60"}).status, 0);
+  for (const std::string command : {"hear", "scan -q"}) {
+    const Ended ended = runProgram({"bash", "-c",
+                                    toolPath() + " " + command + " --source capture:" + capture +
+                                        " --format jsonl | head -n 1; exit ${PIPESTATUS[0]}"});
+    EXPECT_EQ(ended.status, 0) << command;
+    EXPECT_EQ(ended.err, "") << command;
+    EXPECT_EQ(ended.lines().size(), 1U) << command;
+  }
+}
+
+TEST(Output, OneSignalEndsTheToolBesideAReaderThatStalls) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"scan", "--source", "demo", "--format", "jsonl", "-q"},
+        {"hear", "--source", "demo", "--format", "jsonl"}}) {
+    RunningTool tool(arguments);
+    tool.fillOutput();
+    tool.signal(SIGTERM);
+    EXPECT_EQ(tool.wait(), 0) << testing::PrintToString(arguments);
+  }
+}
+
+TEST(Output, ASearchThatHearsNothingEndsWhenNobodyReadsAnyMore) {
+  RunningTool tool({"scan", "--source", "demo?paced", "--uuid", "1234", "--format", "csv", "-q"});
+  tool.readLines(1);
+  tool.closeOutput();
+  EXPECT_EQ(tool.wait(), 0);
+}
+
+TEST(Output, ThatFailsLeavesTheRecordingWhole) {
+  TemporaryFolder folder;
+  for (const std::string command : {"scan", "hear"}) {
+    const std::string record = folder.file(command);
+    const Ended ended = runProgram({"sh", "-c", "exec \"$0\" \"$@\" >/dev/full", toolPath(), command,
+                                    "--source", "demo", "--record", record});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("brenloft: standard output: "), std::string::npos) << ended.err;
+    const Ended heard = runTool({"hear", "--source", "capture:" + record, "--format", "jsonl"});
+    EXPECT_EQ(heard.status, 0) << heard.err;
+    EXPECT_GT(heard.lines().size(), 0U) << command;
+  }
+}
+
+TEST(Recording, NeverReplacesWhatIsBeingHeardNorAnEarlierOneInVain) {
+  TemporaryFolder folder;
+  const std::string capture = folder.file("capture");
+  ASSERT_EQ(runTool({"simulate", "--out", capture, "--seconds", "5"}).status, 0);
+  const std::string octets = contentsOf(capture);
+  fs::create_symlink(capture, folder.file("link"));
+  const std::vector<std::string> sources{"capture:" + capture, "capture:" + capture + "?paced"};
+  for (const std::string& source : sources) {
+    for (const std::string command : {"scan", "hear"}) {
+      const Ended ended = runTool({command, "--source", source, "--record", folder.file("link")});
+      EXPECT_EQ(ended.status, 2) << ended.err;
+      EXPECT_EQ(contentsOf(capture), octets) << command << source;
+    }
+  }
+  writeFile(folder.file("file"), "no folder");
+  EXPECT_EQ(
+      runTool({"scan", "--source", "demo", "--log", "-C", folder.file("file"), "--record", capture, "-q"})
+          .status,
+      5);
+  EXPECT_EQ(contentsOf(capture), octets);
+}
+
+}  // namespace
+}  // namespace brenloft_test
