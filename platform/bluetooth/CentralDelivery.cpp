@@ -38,9 +38,7 @@ std::optional<std::vector<CBUUID>> CentralDelivery::scan() const {
 
 void CentralDelivery::didUpdateState() {
   queue_->async([self = shared_from_this()] {
-    if (!self->beginCallback(std::nullopt)) return;
-    self->delegate_.centralManagerDidUpdateState(self->central_);
-    self->endCallback();
+    self->gate_.call([&] { self->delegate_.centralManagerDidUpdateState(self->central_); });
   });
 }
 
@@ -49,10 +47,11 @@ void CentralDelivery::didHear(const AdvertisingReport& report,
   const std::optional<uint64_t> scanNumber = scanThatWants(report, merged->data);
   if (!scanNumber) return;
   queue_->async([self = shared_from_this(), merged, number = *scanNumber, rssi = report.rssi] {
-    if (!self->beginCallback(number)) return;
-    self->delegate_.centralManager_didDiscoverPeripheral_advertisementData_RSSI(
-        self->central_, merged->peripheral, merged->data, rssi);
-    self->endCallback();
+    self->gate_.call([&] {
+      if (!self->isCurrent(number)) return;
+      self->delegate_.centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+          self->central_, merged->peripheral, merged->data, rssi);
+    });
   });
 }
 
@@ -67,26 +66,14 @@ std::optional<uint64_t> CentralDelivery::scanThatWants(const AdvertisingReport& 
   return scanNumber_;
 }
 
-bool CentralDelivery::beginCallback(std::optional<uint64_t> scanNumber) {
+bool CentralDelivery::isCurrent(uint64_t scanNumber) const {
   const std::lock_guard lock(mutex_);
-  if (isClosed_ || (scanNumber && *scanNumber != scanNumber_)) return false;
-  ++runningCallbacks_;
-  return true;
-}
-
-void CentralDelivery::endCallback() {
-  {
-    const std::lock_guard lock(mutex_);
-    --runningCallbacks_;
-  }
-  isIdle_.notify_all();
+  return scanNumber == scanNumber_;
 }
 
 void CentralDelivery::close() {
-  std::unique_lock lock(mutex_);
-  isClosed_ = true;
-  scan_.reset();
-  if (!queue_->isCurrent()) isIdle_.wait(lock, [this] { return runningCallbacks_ == 0; });
+  stopScan();
+  gate_.close();
 }
 
 }  // namespace platform

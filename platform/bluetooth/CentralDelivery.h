@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -11,6 +10,7 @@
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/CBCentralManager.h"
+#include "platform/dispatch/CallGate.h"
 
 namespace platform {
 
@@ -34,7 +34,7 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   void didUpdateState();
   void didHear(const AdvertisingReport& report, const std::shared_ptr<const MergedAdvertisement>& merged);
 
-  /// No callback begins afterwards. Waits for one that runs, unless this is called on the manager's queue.
+  /// No callback begins afterwards. Waits for one that runs, unless it is the caller.
   void close();
 
  private:
@@ -45,19 +45,16 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   };
 
   std::optional<uint64_t> scanThatWants(const AdvertisingReport& report, const CBAdvertisementData& data);
-  bool beginCallback(std::optional<uint64_t> scanNumber);
-  void endCallback();
+  bool isCurrent(uint64_t scanNumber) const;
 
   CBCentralManager& central_;
   CBCentralManagerDelegate& delegate_;
   const dispatch_queue_t queue_;
+  CallGate gate_;
 
   mutable std::mutex mutex_;  // guards what follows
-  std::condition_variable isIdle_;
   std::optional<Scan> scan_;
   uint64_t scanNumber_ = 0;
-  int runningCallbacks_ = 0;
-  bool isClosed_ = false;
 };
 
 }  // namespace platform

@@ -1,57 +1,49 @@
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
-#include <thread>
+#include <atomic>
 #include <utility>
 
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/dispatch/CallGate.h"
 
 namespace platform {
 
-/// Keeps the promise of `AdvertisingReportSource::close`: once `close` has returned no handler runs, unless
-/// `close` was called from inside one. Handlers run without the lock, one at a time (the caller sees to
-/// that).
-class HandlerGate {
+/// The handlers of a source behind the gate that keeps the promise of `AdvertisingReportSource::close`: once
+/// it has returned no handler runs, unless `close` was called from inside one. A source whose blocks pass the
+/// gate, too, tears down in `onClosed`, with nothing of its own running any more.
+///
+/// Threads: any; `onClosed` and the end of the handlers as `CallGate` says.
+class HandlerGate : public CallGate {
  public:
+  explicit HandlerGate(std::function<void()> onClosed = {})
+      : CallGate([this, onClosed = std::move(onClosed)] {
+          if (onClosed) onClosed();
+          onReport_ = nullptr;
+          onState_ = nullptr;
+        }) {}
+
+  /// Nothing is handed on before; no effect once closed. Call once.
   void open(AdvertisingReportSource::ReportHandler onReport, AdvertisingReportSource::StateHandler onState) {
-    const std::lock_guard lock(mutex_);
-    onReport_ = std::move(onReport);
-    onState_ = std::move(onState);
-    isOpen_ = true;
+    call([&] {
+      onReport_ = std::move(onReport);
+      onState_ = std::move(onState);
+      isOpen_ = true;
+    });
   }
 
-  void report(const AdvertisingReport& report) { call(onReport_, report); }
-  void state(const RadioState& state) { call(onState_, state); }
+  void report(const AdvertisingReport& report) { handOn(onReport_, report); }
+  void state(const RadioState& state) { handOn(onState_, state); }
 
   /// Any other handler that the same promise is made for.
   template <class Handler, class... Arguments>
-  void call(const Handler& handler, const Arguments&... arguments) {
-    {
-      const std::lock_guard lock(mutex_);
-      if (!isOpen_ || !handler) return;
-      caller_ = std::this_thread::get_id();
-    }
-    handler(arguments...);
-    const std::lock_guard lock(mutex_);
-    caller_ = std::thread::id();
-    returned_.notify_all();
-  }
-
-  void close() {
-    std::unique_lock lock(mutex_);
-    isOpen_ = false;
-    if (caller_ == std::this_thread::get_id()) return;
-    returned_.wait(lock, [this] { return caller_ == std::thread::id(); });
-    onReport_ = nullptr;
-    onState_ = nullptr;
+  void handOn(const Handler& handler, const Arguments&... arguments) {
+    call([&] {
+      if (isOpen_ && handler) handler(arguments...);
+    });
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable returned_;
-  bool isOpen_ = false;
-  std::thread::id caller_;
+  std::atomic<bool> isOpen_ = false;
   AdvertisingReportSource::ReportHandler onReport_;
   AdvertisingReportSource::StateHandler onState_;
 };

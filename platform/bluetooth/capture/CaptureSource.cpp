@@ -151,7 +151,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
       return queue_->async(block(&Replay::finish));
     end();
   }
-  void end() { gate_.call(options_.onEnd); }
+  void end() { gate_.handOn(options_.onEnd); }
 
   void followDate() {
     if (clock_ && clock_->date() != time_) clock_->setDate(time_);
@@ -159,14 +159,14 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
 
   void sayDiagnostics() {
     for (const auto& diagnostic : std::exchange(diagnostics_, {}))
-      gate_.call(options_.onDiagnostic, diagnostic);
+      gate_.handOn(options_.onDiagnostic, diagnostic);
   }
 
   void showProgress() {
     const auto size = reader_->size();
     if (!size || reader_->position() < progress_) return;
     progress_ = reader_->position() + *size / kProgressSteps + 1;
-    gate_.call(options_.onProgress, reader_->position(), *size);
+    gate_.handOn(options_.onProgress, reader_->position(), *size);
   }
 
   CaptureSourceOptions options_;

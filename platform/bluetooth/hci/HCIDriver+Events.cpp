@@ -53,11 +53,11 @@ void HCIDriverCore::takeAnswer(DataView packet) {
 }
 
 void HCIDriverCore::takeAdvertisingEvent(DataView packet) {
-  if (!wantScan_ || !onReport_) return;
+  if (!wantScan_) return;
   const auto fault = events_.read(packet.subspan(1), options_.dispatch->date(), [this](const auto& report) {
     if (gate_.isClosed()) return;
     ++counts_.reports;
-    onReport_(report);
+    gate_.report(report);
   });
   if (!fault.empty()) countMalformed(fault);
 }

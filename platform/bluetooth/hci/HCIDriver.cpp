@@ -47,6 +47,7 @@ bool isWaitingForAdapter(HCITransport::Failure failure) {
 HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
     : options_(std::move(options)),
       queue_(options_.dispatch->createQueue("HCIDriver")),
+      gate_([this] { tearDown(); }),
       diagnostics_(*options_.dispatch, options_.onDiagnostic),
       pause_(kFirstPause),
       commandTimer_(options_.dispatch->createTimer(queue_)),
@@ -67,15 +68,14 @@ HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
                      }}) {}
 
 HCIDriverCore::~HCIDriverCore() {
-  if (gate_.close(true)) tearDown();
+  gate_.close();
 }
 
 void HCIDriverCore::open(ReportHandler onReport, StateHandler onState) {
-  onReport_ = std::move(onReport);
-  onState_ = std::move(onState);
+  gate_.open(std::move(onReport), std::move(onState));
   post([this] {
     commandTimer_->setEventHandler([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->run([&self] { self->commands_.timerFired(); });
+      if (const auto self = weak.lock()) self->gate_.call([&] { self->commands_.timerFired(); });
     });
     commandTimer_->resume();
     connectTimer_ = makeTimer(&HCIDriverCore::connect);
@@ -100,9 +100,7 @@ void HCIDriverCore::stopScan() {
 }
 
 void HCIDriverCore::close() {
-  const bool fromInside = queue_->isCurrent();
-  const bool isFirst = gate_.close(fromInside);
-  if (isFirst && !fromInside) tearDown();
+  gate_.close();
 }
 
 HCIDriverCounters HCIDriverCore::counters() const {
@@ -116,21 +114,14 @@ HCIDriverCounters HCIDriverCore::counters() const {
 
 void HCIDriverCore::post(dispatch_block_t block) {
   queue_->async([weak = weak_from_this(), block = std::move(block)] {
-    if (const auto self = weak.lock()) self->run(block);
+    if (const auto self = weak.lock()) self->gate_.call(block);
   });
-}
-
-void HCIDriverCore::run(const dispatch_block_t& block) {
-  if (!gate_.enter()) return;
-  block();
-  if (gate_.isClosedFromInside()) tearDown();
-  gate_.leave();
 }
 
 dispatch_source_t HCIDriverCore::makeTimer(void (HCIDriverCore::*handler)()) {
   auto timer = options_.dispatch->createTimer(queue_);
   timer->setEventHandler([weak = weak_from_this(), handler] {
-    if (const auto self = weak.lock()) self->run([&] { (*self.*handler)(); });
+    if (const auto self = weak.lock()) self->gate_.call([&] { (*self.*handler)(); });
   });
   timer->resume();
   return timer;
@@ -225,7 +216,7 @@ dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
 void HCIDriverCore::setState(CBManagerState state, std::string reason) {
   if ((state == told_.state && reason == told_.reason) || gate_.isClosed()) return;
   told_ = {state, std::move(reason)};
-  if (onState_) onState_(told_);
+  gate_.state(told_);
 }
 
 void HCIDriverCore::countMalformed(std::string_view what) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/bluetooth/HCIAdvertisingEvents.h"
-#include "platform/bluetooth/hci/CallGate.h"
+#include "platform/bluetooth/HandlerGate.h"
 #include "platform/bluetooth/hci/DiagnosticLimiter.h"
 #include "platform/bluetooth/hci/H4Decoder.h"
 #include "platform/bluetooth/hci/HCICommandQueue.h"
@@ -18,8 +18,8 @@ namespace platform::hci {
 
 /// The driver's state machine.
 ///
-/// Threads: everything private lives on `queue_`, where each block passes through `gate_`; once the gate is
-/// closed and empty, the closing thread has it all to itself. Public operations only submit blocks.
+/// Threads: everything private lives on `queue_`, where each block passes through `gate_`; `tearDown` runs
+/// when the gate is closed and empty. Public operations only submit blocks.
 class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_this<HCIDriverCore> {
  public:
   explicit HCIDriverCore(HCIDriverOptions options);
@@ -50,7 +50,6 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
 
   // HCIDriver.cpp: queue, timers, connection
   void post(dispatch_block_t block);
-  void run(const dispatch_block_t& block);
   dispatch_source_t makeTimer(void (HCIDriverCore::*handler)());
   void wakeAfter(const dispatch_source_t& timer, dispatch_time_t delay);
   static void disarm(const dispatch_source_t& timer);
@@ -93,11 +92,9 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
 
   const HCIDriverOptions options_;
   const dispatch_queue_t queue_;
-  CallGate gate_;
+  HandlerGate gate_;
   DiagnosticLimiter diagnostics_;
   Counts counts_;
-  ReportHandler onReport_;
-  StateHandler onState_;
 
   std::unique_ptr<HCITransport> transport_;
   uint64_t connection_ = 0;  ///< tells a transport's late blocks from those of the present one
