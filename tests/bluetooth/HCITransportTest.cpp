@@ -147,6 +147,28 @@ TEST_F(HCITransportTest, TurnsTheScanOffWhenItIsClosed) {
   EXPECT_FALSE(server.isScanning());
 }
 
+TEST_F(HCITransportTest, TurnsTheScanOffWhenItIsDroppedUnderTraffic) {
+  for (int i = 0; i < 100; ++i) {
+    H4Server server;
+    open(server.address());
+    ASSERT_TRUE(server.waitForScan());
+    std::thread flood([&] {
+      while (server.sendSome(numbered(0))) {
+      }
+    });
+    const uint64_t before = [this] {
+      const std::lock_guard lock(mutex);
+      awaited = 0;
+      return reports;
+    }();
+    EXPECT_TRUE(wait([&] { return reports > before; }));
+    driver.reset();
+    EXPECT_TRUE(server.waitForEnd());
+    EXPECT_FALSE(server.isScanning());
+    flood.join();
+  }
+}
+
 TEST_F(HCITransportTest, SaysThatNobodyListens) {
   open("h4:unix:/nonexistent/controller");
   ASSERT_TRUE(waitForState(CBManagerState::poweredOff));

@@ -141,7 +141,7 @@ void HCIDriverCore::tearDown() {
   }
   if (!transport_) return;
   // Past the queue and without waiting for the answer: whoever uses the controller next finds it quiet.
-  if (scan_ == Scan::on || scan_ == Scan::starting) transport_->send(scanDisablePacket());
+  if (scan_ != Scan::off) transport_->send(scanDisablePacket());
   transport_->close();
   transport_.reset();
 }
@@ -154,13 +154,15 @@ void HCIDriverCore::connect() {
 }
 
 HCITransport::Handlers HCIDriverCore::transportHandlers() {
-  // Called on the transport's thread; a block of a transport that was given up finds another connection's
-  // number.
-  const auto hop = [weak = weak_from_this(), connection = connection_](auto block) {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->post([self = self.get(), connection, block = std::move(block)] {
-      if (self->connection_ == connection && self->transport_) block(*self);
+  // Called on the transport's thread, which must never hold the driver. A block of a transport that was given
+  // up finds another connection's number.
+  const auto hop = [weak = weak_from_this(), queue = queue_, connection = connection_](auto block) {
+    queue->async([weak, connection, block = std::move(block)] {
+      const auto self = weak.lock();
+      if (!self) return;
+      self->gate_.call([&] {
+        if (self->connection_ == connection && self->transport_) block(*self);
+      });
     });
   };
   return {

@@ -19,7 +19,8 @@ namespace platform::hci {
 /// The driver's state machine.
 ///
 /// Threads: everything private lives on `queue_`, where each block passes through `gate_`; `tearDown` runs
-/// when the gate is closed and empty. Public operations only submit blocks.
+/// when the gate is closed and empty. Public operations only submit blocks. Nothing but those blocks and who
+/// made the driver ever holds it, so it does not end on its transport's thread, which ending waits for.
 class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_this<HCIDriverCore> {
  public:
   explicit HCIDriverCore(HCIDriverOptions options);
