@@ -1,8 +1,13 @@
+#include <atomic>
+#include <future>
+#include <thread>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/bluetooth/radios/GapStatistics.h"
 #include "platform/bluetooth/radios/ScanWatchdog.h"
+#include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "platform/foundation/Hex.h"
 #include "tests/support/ScriptedReportSource.h"
@@ -22,13 +27,20 @@ const std::string kBeacon = "C0:00:00:00:00:01";
 class Watchdog : public testing::Test {
  protected:
   void SetUp() override {
-    watched_->open([this](const AdvertisingReport& report) { reports_.push_back(report.address.text()); },
-                   [this](const RadioState& state) {
-                     states_.push_back(std::to_string(static_cast<int>(state.state)) + " " + state.reason);
-                   });
+    watched_->open(
+        [this](const AdvertisingReport& report) {
+          reports_.push_back(report.address.text());
+          if (inHandler_) inHandler_();
+        },
+        [this](const RadioState& state) {
+          states_.push_back(std::to_string(static_cast<int>(state.state)) + " " + state.reason);
+          if (inHandler_) inHandler_();
+        });
     dispatch_->runDue();
   }
-  void TearDown() override { watched_->close(); }
+  void TearDown() override {
+    if (watched_) watched_->close();
+  }
 
   std::shared_ptr<AdvertisingReportSource> make() {
     sources_.push_back(std::make_shared<ScriptedReportSource>(dispatch_->createQueue("radio")));
@@ -44,6 +56,7 @@ class Watchdog : public testing::Test {
   std::vector<std::shared_ptr<ScriptedReportSource>> sources_;
   std::vector<std::string> reports_;
   std::vector<std::string> states_;
+  std::function<void()> inHandler_;
   std::shared_ptr<AdvertisingReportSource> watched_ =
       makeScanWatchdog({.makeSource = [this] { return make(); }, .dispatch = dispatch_});
 };
@@ -115,6 +128,87 @@ TEST_F(Watchdog, BeginsAnewOnlyAfterTheScanHasBeenWell) {
   takeStates();
   dispatch_->advance(61s);
   EXPECT_THAT(takeStates(), ElementsAre(HasSubstr("the scan is started anew")));
+}
+
+TEST_F(Watchdog, ItsSourceIsClosedWhenCloseReturnsOrItIsGone) {
+  watched_->startScan({});
+  dispatch_->runDue();
+  watched_->close();
+  EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("open", "scan", "close"));
+  dispatch_->advance(1h);
+  EXPECT_EQ(sources_.size(), 1U);
+
+  watched_ = makeScanWatchdog({.makeSource = [this] { return make(); }, .dispatch = dispatch_});
+  SetUp();
+  watched_.reset();
+  EXPECT_THAT(sources_[1]->takeNotes(), ElementsAre("open", "close"));
+
+  watched_ = makeScanWatchdog({.makeSource = [this] { return make(); }, .dispatch = dispatch_});
+  watched_->close();
+  SetUp();  // opened too late
+  EXPECT_EQ(sources_.size(), 2U);
+}
+
+TEST_F(Watchdog, ClosedInsideAHandlerItEndsWithIt) {
+  watched_->startScan({});
+  dispatch_->runDue();
+  inHandler_ = [&] {
+    watched_->close();
+    EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("open", "scan"));
+  };
+  for (int i = 0; i < 3; ++i) sources_[0]->hear(kBeacon, AdvertisingKind::connectable, {});
+  dispatch_->runDue();
+  EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("close"));
+  EXPECT_EQ(reports_.size(), 1U);
+}
+
+TEST_F(Watchdog, ClosedByWhoHearsOfARestartItOpensNothingMore) {
+  watched_->startScan({});
+  dispatch_->advance(61s);
+  inHandler_ = [&] { watched_->close(); };
+  dispatch_->advance(1h);
+  EXPECT_THAT(states_.back(), HasSubstr("the radio is opened anew"));
+  EXPECT_EQ(sources_.size(), 1U);
+  EXPECT_THAT(sources_[0]->takeNotes(), testing::Contains("close"));
+}
+
+/// Says something as soon as it hears.
+class TalkativeSource final : public ScriptedReportSource {
+ public:
+  using ScriptedReportSource::ScriptedReportSource;
+  void startScan(const std::vector<CBUUID>& services) override {
+    ScriptedReportSource::startScan(services);
+    for (int i = 0; i < 20; ++i) hear(kBeacon, AdvertisingKind::connectable, {});
+  }
+};
+
+// Without any patience for silence it closes and opens sources all the time.
+TEST(WatchdogOnThreads, IsClosedOrGoneWhateverIsUnderWay) {
+  const auto dispatch = RealTimeDispatch::make();
+  for (int round = 0; round < 200; ++round) {
+    std::vector<std::shared_ptr<TalkativeSource>> sources;
+    std::promise<void> gone;
+    auto make = [&, alive = std::shared_ptr<void>(
+                        &gone, [](void* end) { static_cast<std::promise<void>*>(end)->set_value(); })] {
+      return sources.emplace_back(std::make_shared<TalkativeSource>(dispatch->createQueue("radio")));
+    };
+    auto watched = makeScanWatchdog(
+        {.makeSource = std::move(make), .dispatch = dispatch, .silence = 0s, .longestPause = 0s});
+    std::atomic<int> events = 0;
+    const auto count = [&, weak = std::weak_ptr(watched), closes = round % 4 == 3](const auto&) {
+      if (++events < 20 || !closes) return;
+      if (const auto self = weak.lock()) self->close();
+    };
+    watched->open(count, count);
+    watched->startScan({});
+    while (events < round % 20 && round % 3 == 0) std::this_thread::yield();
+    if (round % 2 == 0) watched->close();
+    const int before = events;
+    watched.reset();
+    gone.get_future().wait();  // a block may have been holding it
+    for (const auto& source : sources) EXPECT_THAT(source->takeNotes(), testing::Contains("close"));
+    EXPECT_TRUE(round % 2 != 0 || events == before) << events << " after " << before;
+  }
 }
 
 struct GapCase {

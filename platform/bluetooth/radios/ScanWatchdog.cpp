@@ -1,6 +1,7 @@
 #include "platform/bluetooth/radios/ScanWatchdog.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,24 +15,25 @@ std::string secondsText(dispatch_time_t duration) {
   return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(duration).count()) + " s";
 }
 
+/// Everything private lives on `queue_`, where each block passes `gate_`; `closeSource` runs when the gate is
+/// closed and empty.
 class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_from_this<ScanWatchdog> {
  public:
   explicit ScanWatchdog(ScanWatchdogOptions options)
       : options_(std::move(options)),
         queue_(options_.dispatch->createQueue("platform.bluetooth.watchdog")),
-        timer_(options_.dispatch->createTimer(queue_)) {}
+        timer_(options_.dispatch->createTimer(queue_)),
+        gate_([this] { closeSource(); }) {}
 
-  ~ScanWatchdog() override { timer_->cancel(); }
+  ~ScanWatchdog() override { gate_.close(); }
   ScanWatchdog(const ScanWatchdog&) = delete;
   ScanWatchdog& operator=(const ScanWatchdog&) = delete;
 
   void open(ReportHandler onReport, StateHandler onState) override {
     gate_.open(std::move(onReport), std::move(onState));
-    timer_->setEventHandler([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->check();
-    });
+    timer_->setEventHandler([weak = weak_from_this()] { pass(weak, &ScanWatchdog::check); });
     timer_->resume();
-    post([](ScanWatchdog& self) { self.openSource(); });
+    post(&ScanWatchdog::openSource);
   }
 
   void startScan(const std::vector<CBUUID>& services) override {
@@ -42,50 +44,49 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
     post([](ScanWatchdog& self) { self.want(std::nullopt); });
   }
 
-  void close() override {
-    gate_.close();
-    post([](ScanWatchdog& self) { self.closeSource(); });
-  }
+  void close() override { gate_.close(); }
 
  private:
+  /// For blocks of the queue: runs one, unless the watchdog is closed or gone.
   template <class Block>
-  void post(Block block) {
-    queue_->async([weak = weak_from_this(), block = std::move(block)] {
-      if (const auto self = weak.lock()) block(*self);
-    });
+  static void pass(const std::weak_ptr<ScanWatchdog>& weak, const Block& block) {
+    if (const auto self = weak.lock()) self->gate_.call([&] { std::invoke(block, *self); });
   }
 
-  /// The same for what a source says; dropped once that source has been replaced.
   template <class Block>
-  static void postFrom(const std::weak_ptr<ScanWatchdog>& weak, const dispatch_queue_t& queue, int source,
-                       Block block) {
-    queue->async([weak, source, block = std::move(block)]() mutable {
-      const auto self = weak.lock();
-      if (self && self->opened_ == source) block(*self);
-    });
+  void post(Block block) {
+    queue_->async([weak = weak_from_this(), block = std::move(block)] { pass(weak, block); });
+  }
+
+  /// For what a source says, on its own thread, which never holds the watchdog: dropped once that source has
+  /// been replaced.
+  template <class Block>
+  auto ofThisSource(Block block) {
+    return [weak = weak_from_this(), source = opened_, block](const auto&... said) {
+      pass(weak, [&](ScanWatchdog& self) {
+        if (self.opened_ == source) std::invoke(block, self, said...);
+      });
+    };
   }
 
   void openSource() {
     source_ = options_.makeSource();
     source_->open(
-        [weak = weak_from_this(), queue = queue_, source = opened_](const AdvertisingReport& report) {
-          postFrom(
-              weak, queue, source,
-              [report = AdvertisingReport(report), data = toData(report.data)](ScanWatchdog& self) mutable {
-                report.data = data;
-                self.heard(report);
-              });
+        [take = ofThisSource(&ScanWatchdog::heard), queue = queue_](const AdvertisingReport& heard) {
+          queue->async([take, report = heard, data = toData(heard.data)]() mutable {
+            report.data = data;
+            take(report);
+          });
         },
-        [weak = weak_from_this(), queue = queue_, source = opened_](const RadioState& state) {
-          postFrom(weak, queue, source, [state](ScanWatchdog& self) { self.stateChanged(state); });
+        [take = ofThisSource(&ScanWatchdog::stateChanged), queue = queue_](const RadioState& state) {
+          queue->async([take, state] { take(state); });
         });
     if (wanted_) source_->startScan(*wanted_);
   }
 
   void closeSource() {
-    ++opened_;
+    timer_->cancel();
     if (const auto source = std::exchange(source_, nullptr)) source->close();
-    wanted_.reset();
   }
 
   void want(std::optional<std::vector<CBUUID>> services) {
@@ -162,7 +163,7 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
     source_->close();
     state_ = CBManagerState::resetting;
     gate_.state({state_, silence + ": the radio is opened anew" + next});
-    if (source_) openSource();
+    if (!gate_.isClosed()) openSource();
   }
 
   const ScanWatchdogOptions options_;

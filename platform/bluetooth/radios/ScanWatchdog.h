@@ -22,7 +22,9 @@ struct ScanWatchdogOptions {
 /// double up to `longestPause`, and begin anew only when a restarted scan has been heard from for `silence`.
 /// Each restart is told as a state with its reason.
 ///
-/// Everything is handed on through a queue of its own, so that reports and states keep one order.
+/// Everything is handed on through a queue of its own, so that reports and states keep one order. Once
+/// `close` has returned, the watched source is closed, too; called from inside a handler, that follows when
+/// the handler has returned.
 std::shared_ptr<AdvertisingReportSource> makeScanWatchdog(ScanWatchdogOptions options);
 
 }  // namespace platform
