@@ -56,9 +56,12 @@ class Watchdog : public testing::Test {
   std::vector<std::shared_ptr<ScriptedReportSource>> sources_;
   std::vector<std::string> reports_;
   std::vector<std::string> states_;
+  std::vector<std::string> lines_;
   std::function<void()> inHandler_;
   std::shared_ptr<AdvertisingReportSource> watched_ =
-      makeScanWatchdog({.makeSource = [this] { return make(); }, .dispatch = dispatch_});
+      makeScanWatchdog({.makeSource = [this] { return make(); },
+                        .dispatch = dispatch_,
+                        .onDiagnostic = [this](std::string_view line) { lines_.emplace_back(line); }});
 };
 
 TEST_F(Watchdog, LeavesAloneWhatHearsOrNeedNotHear) {
@@ -170,6 +173,20 @@ TEST_F(Watchdog, ClosedByWhoHearsOfARestartItOpensNothingMore) {
   EXPECT_THAT(states_.back(), HasSubstr("the radio is opened anew"));
   EXPECT_EQ(sources_.size(), 1U);
   EXPECT_THAT(sources_[0]->takeNotes(), testing::Contains("close"));
+}
+
+TEST_F(Watchdog, DropsWhatExceedsItsBacklogAndTells) {
+  watched_->startScan({});
+  for (int i = 0; i < kMostWaitingReports + 7; ++i)
+    sources_[0]->hear(kBeacon, AdvertisingKind::connectable, {});
+  dispatch_->runDue();
+  EXPECT_EQ(reports_.size(), std::size_t{kMostWaitingReports});
+  EXPECT_THAT(lines_, ElementsAre(HasSubstr("what exceeds 10000 waiting ones is dropped")));
+  hear();
+  EXPECT_EQ(reports_.size(), std::size_t{kMostWaitingReports} + 1) << "the backlog has been worked off";
+  watched_->close();
+  ASSERT_EQ(lines_.size(), 2U);
+  EXPECT_THAT(lines_[1], HasSubstr("7 reports were dropped"));
 }
 
 /// Says something as soon as it hears.

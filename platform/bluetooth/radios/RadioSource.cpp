@@ -40,7 +40,9 @@ std::optional<std::string> bluezAdapterFrom(std::string_view text) {
 /// A radio that is restarted when it falls silent.
 RadioSourceResult watched(const RadioSourceOptions& options,
                           std::function<std::shared_ptr<AdvertisingReportSource>()> makeSource) {
-  return {makeScanWatchdog({.makeSource = std::move(makeSource), .dispatch = options.dispatch}),
+  return {makeScanWatchdog({.makeSource = std::move(makeSource),
+                            .dispatch = options.dispatch,
+                            .onDiagnostic = options.onDiagnostic}),
           std::nullopt};
 }
 

@@ -1,6 +1,7 @@
 #include "platform/bluetooth/radios/ScanWatchdog.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -14,6 +15,24 @@ namespace {
 std::string secondsText(dispatch_time_t duration) {
   return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(duration).count()) + " s";
 }
+
+/// Reports between the source's queue and the watchdog's. The source is not held back: it stops and closes on
+/// the queue that would wait.
+class Backlog {
+ public:
+  bool add() {
+    if (waiting_.fetch_add(1) < kMostWaitingReports) return true;
+    --waiting_;
+    ++dropped_;
+    return false;
+  }
+  void remove() { --waiting_; }
+  uint64_t droppedCount() const { return dropped_; }
+
+ private:
+  std::atomic<int> waiting_ = 0;
+  std::atomic<uint64_t> dropped_ = 0;
+};
 
 /// Everything private lives on `queue_`, where each block passes `gate_`; `closeSource` runs when the gate is
 /// closed and empty.
@@ -72,8 +91,11 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
   void openSource() {
     source_ = options_.makeSource();
     source_->open(
-        [take = ofThisSource(&ScanWatchdog::heard), queue = queue_](const AdvertisingReport& heard) {
-          queue->async([take, report = heard, data = toData(heard.data)]() mutable {
+        [take = ofThisSource(&ScanWatchdog::heard), queue = queue_,
+         backlog = backlog_](const AdvertisingReport& heard) {
+          if (!backlog->add()) return;
+          queue->async([take, backlog, report = heard, data = toData(heard.data)]() mutable {
+            backlog->remove();
             report.data = data;
             take(report);
           });
@@ -87,6 +109,8 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
   void closeSource() {
     timer_->cancel();
     if (const auto source = std::exchange(source_, nullptr)) source->close();
+    if (const auto dropped = backlog_->droppedCount(); dropped > 0)
+      say(std::to_string(dropped) + " reports were dropped because they came faster than they were taken");
   }
 
   void want(std::optional<std::vector<CBUUID>> services) {
@@ -115,7 +139,16 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
       gate_.state({state_, "hearing again after " + secondsText(now - lastHeard_)});
     lastHeard_ = now;
     if (isWell) arm();  // the pause that it was armed for counts no more
+    if (!toldOfDrops_ && backlog_->droppedCount() > 0) {
+      toldOfDrops_ = true;
+      say("reports come faster than they are taken: what exceeds " + std::to_string(kMostWaitingReports) +
+          " waiting ones is dropped");
+    }
     gate_.report(report);
+  }
+
+  void say(const std::string& line) const {
+    if (options_.onDiagnostic) options_.onDiagnostic(line);
   }
 
   bool shouldHear() const { return wanted_ && state_ == CBManagerState::poweredOn; }
@@ -169,6 +202,7 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
   const ScanWatchdogOptions options_;
   const dispatch_queue_t queue_;
   const dispatch_source_t timer_;
+  const std::shared_ptr<Backlog> backlog_ = std::make_shared<Backlog>();
   HandlerGate gate_;
 
   std::shared_ptr<AdvertisingReportSource> source_;
@@ -181,6 +215,7 @@ class ScanWatchdog : public AdvertisingReportSource, public std::enable_shared_f
   dispatch_time_t lastRestart_{};
   int restarts_ = 0;  ///< since the scan was last well
   bool isSilent_ = false;
+  bool toldOfDrops_ = false;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string_view>
 
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/dispatch/Dispatch.h"
@@ -15,7 +16,12 @@ struct ScanWatchdogOptions {
   std::shared_ptr<DispatchService> dispatch;
   std::chrono::seconds silence{60};        ///< how long a scan may hear nothing at all
   std::chrono::seconds longestPause{900};  ///< the most between two restarts
+  /// Takes one line for people; from the watchdog's queue or the thread that closes.
+  std::function<void(std::string_view line)> onDiagnostic;
 };
+
+/// Reports that wait for their handler; what comes beyond them is dropped, counted and told.
+constexpr int kMostWaitingReports = 10'000;
 
 /// Restarts a scan that should hear and hears nothing: first by stopping and starting it, then by closing the
 /// source and opening another one. The first restart comes after `silence`, the pauses to the next ones
