@@ -98,9 +98,18 @@ void PrivateBus::start(const std::string& policy) {
   while (!isReachable(folder_ + "/bus")) ::usleep(1000);
 }
 
+void PrivateBus::stall() {
+  ::kill(pid_, SIGSTOP);
+}
+
+void PrivateBus::goOn() {
+  ::kill(pid_, SIGCONT);
+}
+
 void PrivateBus::stop() {
   if (pid_ < 0) return;
   ::kill(pid_, SIGTERM);
+  goOn();
   ::waitpid(pid_, nullptr, 0);
   pid_ = -1;
   std::filesystem::remove(folder_ + "/bus");

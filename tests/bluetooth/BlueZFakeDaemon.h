@@ -28,6 +28,9 @@ class PrivateBus {
   /// `policy` goes into the bus's configuration. Returns when the bus can be reached.
   void start(const std::string& policy = {});
   void stop();
+  /// From here on the bus takes no message and no connection further, but keeps them.
+  void stall();
+  void goOn();
 
  private:
   std::string folder_;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <future>
 #include <iostream>
 #include <mutex>
 #include <thread>
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/bluetooth/bluez/BlueZSource.h"
+#include "platform/bluetooth/bluez/DBusClients.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/foundation/Hex.h"
 #include "tests/bluetooth/BlueZFakeDaemon.h"
@@ -83,6 +85,20 @@ class BlueZSource : public testing::Test {
   void scan() {
     source_->startScan({});
     ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") > 0; }));
+  }
+
+  /// Far from the minutes that a stalled bus is waited for, and far from what a busy machine takes.
+  template <class Work>
+  bool endsSoon(Work work) {
+    std::promise<void> done;
+    std::thread worker([&] {
+      work();
+      done.set_value();
+    });
+    const bool isDone = done.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    if (!isDone) bus_.goOn();
+    worker.join();
+    return isDone;
   }
 
   std::vector<std::string> reports() const {
@@ -296,6 +312,48 @@ TEST_F(BlueZSource, IsSilentOnceClosed) {
   air.join();
   daemon_.reset();
   EXPECT_EQ(reports().size(), heard);
+}
+
+TEST_F(BlueZSource, HasToldTheDaemonToStopWhenItIsClosedOrGone) {
+  startDaemon();
+  for (std::size_t round = 1; round <= 2; ++round) {
+    openSource();
+    source_->startScan({});
+    ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == round; }));
+    if (round == 1) source_->close();
+    source_.reset();
+    // Where it is not closed, a block of its own may end it a little later.
+    EXPECT_TRUE(round == 1 || comesTrue([&] { return daemon_->count("hci0.StopDiscovery") == 2; }));
+    EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), round);
+  }
+}
+
+TEST_F(BlueZSource, DoesNotWaitLongForAStalledBus) {
+  startDaemon();
+  openSource();
+  scan();
+  bus_.stall();
+  EXPECT_TRUE(endsSoon([&] { source_.reset(); })) << "during a scan";
+  openSource();
+  EXPECT_TRUE(endsSoon([&] {
+    source_->close();
+    source_.reset();
+    dispatch_.reset();
+  })) << "during its attempt to connect";
+
+  // What the bus does not take does not hold up the end of a connection.
+  bus_.goOn();
+  bluez::CallError problem;
+  auto connection = bluez::DBusConnection::open(bus_.address(), problem);
+  ASSERT_TRUE(connection) << problem.message;
+  auto adapter = std::make_unique<bluez::Adapter1Client>(*connection, "/org/bluez/hci0");
+  bus_.stall();
+  for (int i = 0; i < 30'000; ++i) adapter->startDiscovery([](const auto&) {});
+  EXPECT_TRUE(endsSoon([&] {
+    adapter.reset();
+    connection.reset();
+  })) << "with messages that wait";
+  bus_.goOn();
 }
 
 TEST_F(BlueZSource, ListsTheDaemonsAdapters) {

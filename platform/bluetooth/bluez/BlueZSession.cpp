@@ -9,9 +9,7 @@ std::unique_ptr<BlueZSession> BlueZSession::open(const std::string& busAddress, 
   auto connection = DBusConnection::open(busAddress, problem);
   if (!connection) return nullptr;
   try {
-    std::unique_ptr<BlueZSession> session(new BlueZSession(std::move(connection), handlers));
-    session->connection_->run(std::move(handlers.onLost));
-    return session;
+    return std::unique_ptr<BlueZSession>(new BlueZSession(std::move(connection), handlers));
   } catch (const sdbus::Error& error) {
     problem = callErrorFrom(error);
     return nullptr;
@@ -20,12 +18,22 @@ std::unique_ptr<BlueZSession> BlueZSession::open(const std::string& busAddress, 
 
 BlueZSession::BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers& handlers)
     : connection_(std::move(connection)),
+      onLost_(std::move(handlers.onLost)),
       nameOwner_(*connection_, kService, std::move(handlers.onDaemon)),
       objects_(*connection_, {std::move(handlers.onAdded), std::move(handlers.onRemoved)}),
       properties_(*connection_, std::move(handlers.onChanged)) {}
 
 BlueZSession::~BlueZSession() {
   connection_->stop();
+}
+
+void BlueZSession::run() {
+  connection_->run(std::move(onLost_));
+}
+
+void BlueZSession::endDiscovery(const std::string& adapterPath, std::chrono::milliseconds timeout) {
+  connection_->stop();
+  adapter(adapterPath).stopDiscovery(timeout);
 }
 
 Adapter1Client& BlueZSession::adapter(const std::string& path) {

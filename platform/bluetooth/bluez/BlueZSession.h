@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,7 +13,7 @@
 namespace platform::bluez {
 
 /// One connection to the bus and the clients on it: what the source asks of the daemon and hears from it.
-/// Handlers are called on the connection's thread until the session is destroyed.
+/// Handlers are called on the connection's thread from `run` on until the session is destroyed.
 class BlueZSession {
  public:
   struct Handlers {
@@ -23,13 +24,19 @@ class BlueZSession {
     std::function<void(std::string why)> onLost;
   };
 
-  /// Empty with `problem` set when the bus cannot be reached.
+  /// Empty with `problem` set when the bus cannot be reached. A bus that is there but stalled is waited for,
+  /// up to minutes.
   static std::unique_ptr<BlueZSession> open(const std::string& busAddress, Handlers handlers,
                                             CallError& problem);
   ~BlueZSession();
 
   BlueZSession(const BlueZSession&) = delete;
   BlueZSession& operator=(const BlueZSession&) = delete;
+
+  void run();
+  /// Ends the connection's thread, then waits until the daemon has answered that an adapter's discovery is
+  /// over, or for `timeout`.
+  void endDiscovery(const std::string& adapterPath, std::chrono::milliseconds timeout);
 
   ObjectManagerClient& objects() { return objects_; }
   Adapter1Client& adapter(const std::string& path);
@@ -38,6 +45,7 @@ class BlueZSession {
   BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers& handlers);
 
   std::unique_ptr<DBusConnection> connection_;
+  std::function<void(std::string why)> onLost_;
   NameOwnerClient nameOwner_;
   ObjectManagerClient objects_;
   PropertiesClient properties_;

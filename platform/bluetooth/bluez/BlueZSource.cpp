@@ -1,6 +1,7 @@
 #include "platform/bluetooth/bluez/BlueZSource.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "platform/bluetooth/HandlerGate.h"
@@ -14,16 +15,24 @@ namespace {
 using bluez::CallError;
 
 constexpr std::chrono::milliseconds kLongestPause{30'000};
+/// A daemon that lives answers within a moment; for another one nobody's end is held up longer.
+constexpr std::chrono::milliseconds kFarewell{2000};
 
-/// The hearing through one bus. Everything but the public operations runs on the source's queue; what the bus
-/// says hops there first and is dropped when it belongs to an earlier connection.
+/// The hearing through one bus. Everything but the public operations runs on the source's queue, where each
+/// block passes `gate_`, and does not wait; what the bus says hops there first and is dropped when it belongs
+/// to an earlier connection. `disconnect` runs when the gate is closed and empty.
 class BlueZSource : public AdvertisingReportSource, public std::enable_shared_from_this<BlueZSource> {
  public:
   explicit BlueZSource(BlueZOptions options)
       : options_(std::move(options)),
         queue_(options_.dispatch->createQueue("platform.bluetooth.bluez")),
+        gate_([this] { disconnect(); }),
         adapters_(options_.adapter),
         pause_(options_.firstPause) {}
+
+  ~BlueZSource() override { gate_.close(); }
+  BlueZSource(const BlueZSource&) = delete;
+  BlueZSource& operator=(const BlueZSource&) = delete;
 
   void open(ReportHandler onReport, StateHandler onState) override {
     gate_.open(std::move(onReport), std::move(onState));
@@ -39,10 +48,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void stopScan() override { post(&BlueZSource::want, std::optional<std::vector<std::string>>()); }
 
-  void close() override {
-    gate_.close();
-    post(&BlueZSource::disconnect);
-  }
+  void close() override { gate_.close(); }
 
  private:
   enum class Scan { idle, starting, running, pausing };
@@ -50,7 +56,19 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   template <class... Parameters, class... Arguments>
   void post(void (BlueZSource::*step)(Parameters...), Arguments... arguments) {
     queue_->async([weak = weak_from_this(), step, ... arguments = std::move(arguments)]() mutable {
-      if (const auto self = weak.lock()) (*self.*step)(std::move(arguments)...);
+      const auto self = weak.lock();
+      if (self) self->gate_.call([&] { (*self.*step)(std::move(arguments)...); });
+    });
+  }
+
+  /// The same for what belongs to the connection `connection`.
+  template <class... Parameters, class... Arguments>
+  static void passIn(const std::weak_ptr<BlueZSource>& weak, uint64_t connection,
+                     void (BlueZSource::*step)(Parameters...), Arguments&&... arguments) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->gate_.call([&] {
+      if (self->connection_ == connection) (*self.*step)(std::forward<Arguments>(arguments)...);
     });
   }
 
@@ -59,8 +77,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   auto hop(void (BlueZSource::*step)(Parameters...)) {
     return [weak = weak_from_this(), queue = queue_, connection = connection_, step](auto... arguments) {
       queue->async([weak, connection, step, ... arguments = std::move(arguments)]() mutable {
-        const auto self = weak.lock();
-        if (self && self->connection_ == connection) (*self.*step)(std::move(arguments)...);
+        passIn(weak, connection, step, std::move(arguments)...);
       });
     };
   }
@@ -74,18 +91,28 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   // --- the bus and the daemon
 
+  /// A stalled bus is waited for, for minutes, by a thread that nobody else waits for.
   void connect() {
-    if (isClosed_) return;
     ++connection_;
-    CallError problem;
-    session_ = bluez::BlueZSession::open(options_.busAddress,
-                                         {.onDaemon = hop(&BlueZSource::daemonChanged),
-                                          .onAdded = hopWithTime(&BlueZSource::added),
-                                          .onChanged = hopWithTime(&BlueZSource::changed),
-                                          .onRemoved = hop(&BlueZSource::removed),
-                                          .onLost = hop(&BlueZSource::busLost)},
-                                         problem);
-    if (session_) return load();
+    bluez::BlueZSession::Handlers handlers{.onDaemon = hop(&BlueZSource::daemonChanged),
+                                           .onAdded = hopWithTime(&BlueZSource::added),
+                                           .onChanged = hopWithTime(&BlueZSource::changed),
+                                           .onRemoved = hop(&BlueZSource::removed),
+                                           .onLost = hop(&BlueZSource::busLost)};
+    std::thread([forward = hop(&BlueZSource::connected), busAddress = options_.busAddress,
+                 handlers = std::move(handlers)] {
+      CallError problem;
+      std::shared_ptr<bluez::BlueZSession> session = bluez::BlueZSession::open(busAddress, handlers, problem);
+      forward(std::move(session), std::move(problem));
+    }).detach();
+  }
+
+  void connected(std::shared_ptr<bluez::BlueZSession> session, const CallError& problem) {
+    session_ = std::move(session);
+    if (session_) {
+      session_->run();
+      return load();
+    }
     tell({CBManagerState::unsupported, "the system bus cannot be reached: " + problem.message});
     later(takePause(), &BlueZSource::connect);
   }
@@ -99,8 +126,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   void disconnect() {
-    isClosed_ = true;
-    ++connection_;
+    if (session_ && (isDiscovering_ || scan_ == Scan::starting)) session_->endDiscovery(adapter_, kFarewell);
     session_.reset();
   }
 
@@ -305,8 +331,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
              Arguments... arguments) {
     options_.dispatch->after(pause, queue_,
                              [weak = weak_from_this(), connection = connection_, step, arguments...] {
-                               const auto self = weak.lock();
-                               if (self && self->connection_ == connection) (*self.*step)(arguments...);
+                               passIn(weak, connection, step, arguments...);
                              });
   }
 
@@ -320,9 +345,8 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   const dispatch_queue_t queue_;
   HandlerGate gate_;
 
-  std::unique_ptr<bluez::BlueZSession> session_;
+  std::shared_ptr<bluez::BlueZSession> session_;
   uint64_t connection_ = 0;
-  bool isClosed_ = false;
   bool isLoaded_ = false;
   bluez::BlueZAdapters adapters_;
   bluez::BlueZDevices devices_;

@@ -28,7 +28,8 @@ struct BlueZOptions {
 };
 
 /// Survives the daemon, the bus or the adapter going away: the states say so, and a scan resumes by itself.
-/// Nothing is opened before `open`.
+/// Nothing is opened before `open`. Once `close` has returned, the daemon has been told to stop; of a daemon
+/// or a bus that does not answer this makes no more than two seconds.
 std::shared_ptr<AdvertisingReportSource> makeBlueZSource(BlueZOptions options);
 
 /// An adapter as bluetoothd shows it.

@@ -118,6 +118,14 @@ void Adapter1Client::stopDiscovery(Reply onReply) {
   call("StopDiscovery", std::move(onReply));
 }
 
+void Adapter1Client::stopDiscovery(std::chrono::milliseconds timeout) {
+  try {
+    proxy_->callMethod("StopDiscovery").onInterface(kAdapterInterface).withTimeout(timeout);
+  } catch (const sdbus::Error&) {
+    return;  // the end of the connection tells the daemon, too
+  }
+}
+
 void Adapter1Client::call(const std::string& method, Reply onReply) {
   proxy_->callMethodAsync(method)
       .onInterface(kAdapterInterface)

@@ -74,6 +74,8 @@ class Adapter1Client {
   void setDiscoveryFilter(const std::vector<std::string>& uuids, Reply onReply);
   void startDiscovery(Reply onReply);
   void stopDiscovery(Reply onReply);
+  /// For a connection that nobody runs: returns with the answer, whatever it is, or after `timeout`.
+  void stopDiscovery(std::chrono::milliseconds timeout);
 
  private:
   void call(const std::string& method, Reply onReply);

@@ -5,6 +5,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/bluetooth/bluez/DBusValues.h"
@@ -34,7 +35,18 @@ DBusConnection::DBusConnection(std::unique_ptr<sdbus::IConnection> bus)
 
 DBusConnection::~DBusConnection() {
   stop();
+  endSocket();
   ::close(stopEvent_);
+}
+
+/// The library sends what it still holds before it closes, and would wait without limit for a bus that takes
+/// nothing.
+void DBusConnection::endSocket() {
+  try {
+    ::shutdown(bus_->getEventLoopPollData().fd, SHUT_RDWR);
+  } catch (const sdbus::Error&) {
+    return;  // it has ended already
+  }
 }
 
 void DBusConnection::run(std::function<void(const std::string& why)> onLost) {

@@ -38,6 +38,7 @@ class DBusConnection {
   explicit DBusConnection(std::unique_ptr<sdbus::IConnection> bus);
   void readUntilStopped(const std::function<void(const std::string& why)>& onLost);
   void readOnce();
+  void endSocket();
 
   std::unique_ptr<sdbus::IConnection> bus_;
   const int stopEvent_;
