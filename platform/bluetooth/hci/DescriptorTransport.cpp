@@ -145,11 +145,9 @@ std::optional<HCITransport::Closed> DescriptorTransport::serve() {
       uint64_t count = 0;
       (void)!::read(wakeUp_.get(), &count, sizeof count);
     }
+    const bool isLast = isStopping();  // asked first: what was sent before `close` is then waiting by now
     auto closed = writeWaiting();
-    {
-      const std::lock_guard lock(mutex_);
-      if (isStopping_) return std::nullopt;
-    }
+    if (isLast) return std::nullopt;
     if (!closed && (polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && mayRead()) closed = readOnce();
     if (line_.check && (closed || rc == 0)) {
       if (auto known = line_.check()) closed = std::move(known);  // says more than an error number
@@ -161,6 +159,11 @@ std::optional<HCITransport::Closed> DescriptorTransport::serve() {
 bool DescriptorTransport::mayRead() {
   const std::lock_guard lock(mutex_);
   return chunksUnderway_ < kMostChunksUnderway;
+}
+
+bool DescriptorTransport::isStopping() {
+  const std::lock_guard lock(mutex_);
+  return isStopping_;
 }
 
 bool DescriptorTransport::hasToWrite() {

@@ -49,6 +49,7 @@ class DescriptorTransport : public HCITransport {
   std::optional<Closed> writeWaiting();
   bool mayRead();
   bool hasToWrite();
+  bool isStopping();
   void deliver(Data octets);
   void wake();
 
