@@ -30,6 +30,8 @@ const std::map<std::string, Format> kTwoFormats{{"table", Format::table}, {"json
 const std::map<std::string, Format> kAllFormats{
     {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
 
+constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
+
 // "--count" of "-n,--count".
 std::string longName(const std::string& names) {
   return names.substr(names.find("--"));
@@ -145,7 +147,6 @@ void addHear(CLI::App& app, Run& run) {
 }
 
 void addSimulate(CLI::App& app, Run& run) {
-  constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
   auto options = std::make_shared<SimulateOptions>();
   auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
   addPath(*command, "-o,--out", options->out, "the file to write")->required();

@@ -15,7 +15,7 @@
 namespace brenloft {
 namespace {
 
-constexpr std::size_t kBlock = 65'536;
+constexpr std::size_t kWriteSize = 65'536;
 constexpr mode_t kPermissions = 07777;
 
 // Where the links end, whether something is there or not.
@@ -65,7 +65,7 @@ void DocumentFile::prepareReplacement() {
 
 void DocumentFile::write(std::string_view text) {
   pending_ += text;
-  if (pending_.size() >= kBlock) flush();
+  if (pending_.size() >= kWriteSize) flush();
 }
 
 void DocumentFile::flush() {
