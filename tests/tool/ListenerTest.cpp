@@ -45,6 +45,7 @@ class ListenerTest : public testing::Test {
                                .onMessage = [this](std::string_view line) { messages.emplace_back(line); },
                                .onRadioState = [this](const auto& state) { states.push_back(state.reason); },
                                .onUnusable = [this] { isUnusable = true; }});
+    listener->begin();
     reports = listener->wrap(radio);
     reports->open([](const AdvertisingReport&) {}, [](const platform::RadioState&) {});
   }
