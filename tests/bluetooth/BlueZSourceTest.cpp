@@ -224,6 +224,18 @@ TEST_F(BlueZSource, HearsOnWhenTheBusReturns) {
   EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 1; }));
 }
 
+TEST_F(BlueZSource, ACallOnAConnectionThatHasEndedFailsAsOthersDo) {
+  startDaemon();
+  bluez::CallError problem;
+  const auto connection = bluez::DBusConnection::open(bus_.address(), problem);
+  ASSERT_TRUE(connection) << problem.message;
+  bluez::Adapter1Client adapter(*connection, "/org/bluez/hci0");
+  bus_.stop();
+  std::optional<bluez::CallError> failure;
+  for (int i = 0; i < 3 && !failure; ++i) adapter.startDiscovery([&](auto error) { failure = error; });
+  EXPECT_TRUE(failure);
+}
+
 TEST_F(BlueZSource, FollowsItsAdapterThroughPowerAndNumbers) {
   startDaemon({{.name = "hci0", .address = "00:AA:01:00:00:41"}, {.name = "hci1"}});
   openSource("00:AA:01:00:00:42");

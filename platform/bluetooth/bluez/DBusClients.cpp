@@ -31,6 +31,16 @@ std::optional<CallError> optionalError(const sdbus::Error* error) {
   return error == nullptr ? std::nullopt : std::optional(callErrorFrom(*error));
 }
 
+/// A connection that has ended throws instead of answering.
+template <class Call, class Fail>
+void attempt(const Call& call, const Fail& fail) {
+  try {
+    call();
+  } catch (const sdbus::Error& error) {
+    fail(callErrorFrom(error));
+  }
+}
+
 ObjectManagerClient::Objects objectsFrom(const ManagedObjects& managed) {
   ObjectManagerClient::Objects objects;
   objects.reserve(managed.size());
@@ -73,13 +83,15 @@ ObjectManagerClient::ObjectManagerClient(DBusConnection& connection, Handlers ha
 ObjectManagerClient::~ObjectManagerClient() = default;
 
 void ObjectManagerClient::getManagedObjects(std::function<void(Objects, std::optional<CallError>)> onReply) {
-  proxy_->callMethodAsync("GetManagedObjects")
-      .onInterface(kObjectManager)
-      .withTimeout(kCallTimeout)
-      .uponReplyInvoke(
-          [onReply = std::move(onReply)](const sdbus::Error* error, const ManagedObjects& managed) {
-            onReply(objectsFrom(managed), optionalError(error));
-          });
+  const auto ask = [&] {
+    proxy_->callMethodAsync("GetManagedObjects")
+        .onInterface(kObjectManager)
+        .withTimeout(kCallTimeout)
+        .uponReplyInvoke([onReply](const sdbus::Error* error, const ManagedObjects& managed) {
+          onReply(objectsFrom(managed), optionalError(error));
+        });
+  };
+  attempt(ask, [&](const CallError& error) { onReply({}, error); });
 }
 
 PropertiesClient::PropertiesClient(DBusConnection& connection, std::function<void(Object)> onChanged)
@@ -102,12 +114,7 @@ void Adapter1Client::setDiscoveryFilter(const std::vector<std::string>& uuids, R
   PropertyMap filter{{"Transport", sdbus::Variant(std::string("le"))},
                      {"DuplicateData", sdbus::Variant(true)}};
   if (!uuids.empty()) filter.emplace("UUIDs", sdbus::Variant(uuids));
-  proxy_->callMethodAsync("SetDiscoveryFilter")
-      .onInterface(kAdapterInterface)
-      .withTimeout(kCallTimeout)
-      .withArguments(filter)
-      .uponReplyInvoke(
-          [onReply = std::move(onReply)](const sdbus::Error* error) { onReply(optionalError(error)); });
+  call("SetDiscoveryFilter", std::move(onReply), filter);
 }
 
 void Adapter1Client::startDiscovery(Reply onReply) {
@@ -119,19 +126,22 @@ void Adapter1Client::stopDiscovery(Reply onReply) {
 }
 
 void Adapter1Client::stopDiscovery(std::chrono::milliseconds timeout) {
-  try {
+  const auto ask = [&] {
     proxy_->callMethod("StopDiscovery").onInterface(kAdapterInterface).withTimeout(timeout);
-  } catch (const sdbus::Error&) {
-    return;  // the end of the connection tells the daemon, too
-  }
+  };
+  attempt(ask, [](const CallError&) {});  // the end of the connection tells the daemon, too
 }
 
-void Adapter1Client::call(const std::string& method, Reply onReply) {
-  proxy_->callMethodAsync(method)
-      .onInterface(kAdapterInterface)
-      .withTimeout(kCallTimeout)
-      .uponReplyInvoke(
-          [onReply = std::move(onReply)](const sdbus::Error* error) { onReply(optionalError(error)); });
+template <class... Arguments>
+void Adapter1Client::call(const std::string& method, Reply onReply, const Arguments&... arguments) {
+  const auto ask = [&] {
+    proxy_->callMethodAsync(method)
+        .onInterface(kAdapterInterface)
+        .withTimeout(kCallTimeout)
+        .withArguments(arguments...)
+        .uponReplyInvoke([onReply](const sdbus::Error* error) { onReply(optionalError(error)); });
+  };
+  attempt(ask, onReply);
 }
 
 ObjectManagerClient::Objects getManagedObjects(DBusConnection& connection, std::chrono::seconds timeout,

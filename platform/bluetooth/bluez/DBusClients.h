@@ -18,7 +18,7 @@ namespace platform::bluez {
 
 // One client per D-Bus interface, nothing but the messages. Make them, and let them watch, before the
 // connection runs; destroy them after it has stopped. Calls return at once; replies and signals arrive on the
-// connection's thread.
+// connection's thread, a reply that the connection has ended perhaps on the caller's.
 
 /// What a D-Bus match holds on to; released with it.
 using Watch = std::shared_ptr<void>;
@@ -78,7 +78,8 @@ class Adapter1Client {
   void stopDiscovery(std::chrono::milliseconds timeout);
 
  private:
-  void call(const std::string& method, Reply onReply);
+  template <class... Arguments>
+  void call(const std::string& method, Reply onReply, const Arguments&... arguments);
 
   std::unique_ptr<sdbus::IProxy> proxy_;
 };
