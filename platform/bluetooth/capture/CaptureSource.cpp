@@ -14,20 +14,21 @@ namespace {
 
 // The clock of a capture may jump by years, as on a board that learns the date while it records. Whatever
 // repeats, such as ranging, would run for every second of that.
-constexpr dispatch_time_t kLongestGap = std::chrono::hours(24);
+constexpr std::chrono::hours kLongestGap(24);
 // Virtual time stays below half of what it can count.
 constexpr dispatch_time_t kLatestInstant{int64_t{1} << 62};
 constexpr uint64_t kProgressSteps = 100;
 // Rounds that what the last record set going may take; a chain of blocks without an end must not go on for
 // ever.
 constexpr int kMaximumRounds = 10'000;
-// The same on real time, where nobody can tell whether other queues are done.
+// The same on real time, where nobody can tell whether other queues are done; also for a scan that ends and
+// begins anew.
 constexpr dispatch_time_t kRealTimeGrace = std::chrono::milliseconds(100);
 
 dispatch_time_t timeBetween(Date earlier, Date later) {
   if (later <= earlier) return dispatch_time_t::zero();
-  // Compared in microseconds: dates are within the years 1 to 9999.
-  return later - earlier < kLongestGap ? dispatch_time_t(later - earlier) : kLongestGap;
+  // In microseconds: dates are within the years 1 to 9999, too far apart for nanoseconds.
+  return std::min<Date::duration>(later - earlier, kLongestGap);
 }
 
 class Replay : public CaptureSource, public std::enable_shared_from_this<Replay> {
@@ -130,7 +131,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
     const auto goOn = [weak = weak_from_this(), held = heldRecords_] {
       if (const auto self = weak.lock()) self->letGo(held);
     };
-    dispatch_->after(dispatch_time_t(1), queue_, goOn);
+    dispatch_->after(clock_ ? dispatch_time_t(1) : kRealTimeGrace, queue_, goOn);
   }
   void letGo(uint64_t held) {
     if (isClosed_ || held != heldRecords_) return;

@@ -32,8 +32,8 @@ struct CaptureSourceOptions {
 /// clock: the time between two records passes, though never more than a day, nothing passes where that clock
 /// went back, and the date is the record's own when its reports are delivered; timers that are due before
 /// then fire before. Records that come while no scan runs are not heard. A scan that ends and begins anew
-/// within one instant misses nothing. At the pace of real time the same holds, without the date; without a
-/// pace the replay waits for the scan.
+/// within one instant misses nothing. At the pace of real time the same holds, without the date and with a
+/// tenth of a second for an instant; without a pace the replay waits for the scan.
 class CaptureSource : public AdvertisingReportSource {
  public:
   /// Opens the file and, on virtual time, sets the date to that of the first record. Nothing, and one line
