@@ -21,6 +21,8 @@ constexpr std::string_view kModelName = "ServiceModel";
 platform::Dictionary storeOptions() {
   const auto setting = Platform::installed().userDefaults->objectForKey(kSynchronous);
   const auto* text = setting ? std::get_if<std::string>(&*setting) : nullptr;
+  if (text != nullptr && *text != "FULL" && *text != "NORMAL")
+    platform::NSLog("StoreSynchronous is neither FULL nor NORMAL but " + *text + "; NORMAL is used");
   if (text == nullptr || *text != "FULL") return {};
   return {{std::string(platform::NSSQLiteSynchronousOption), *text}};
 }
