@@ -1,8 +1,6 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
-#include <string>
 
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
