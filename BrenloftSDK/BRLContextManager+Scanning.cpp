@@ -66,7 +66,7 @@ void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_R
   const auto& manufacturerData = advertisementData.manufacturerData;
   const auto& services = advertisementData.serviceUUIDs;
   if (!manufacturerData || !services || services->empty()) return;
-  const auto readings = decodeSensorFrame(*manufacturerData);
+  const auto readings = BRLSensorReadings::fromFrame(*manufacturerData);
   if (!readings) return;
   reportOctets(*manufacturerData);
   const std::string key = services->front().UUIDString();
@@ -122,7 +122,7 @@ void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
 
 void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
                                         const BRLSensorReadings& readings) {
-  Dictionary dictionary = dictionaryOf(readings);
+  Dictionary dictionary = readings.dictionary();
   dictionary.emplace("beaconType", NSNumber(kBRLSensorBeacon));
   dictionary.emplace("beaconId", readings.uniqueId);
   dictionary.emplace("uuid", key);

@@ -94,9 +94,9 @@ void BRLContextManager::stop() {
 
 std::optional<platform::Dictionary> BRLContextManager::responseDataSetting(
     platform::DataView manufacturerData) const {
-  const auto readings = decodeSensorFrame(manufacturerData);
+  const auto readings = BRLSensorReadings::fromFrame(manufacturerData);
   if (!readings) return std::nullopt;
-  return dictionaryOf(*readings);
+  return readings->dictionary();
 }
 
 BRLContextManagerDelegate* BRLContextManager::delegateFor(BRLDelegateOperation operation) const {

@@ -143,7 +143,7 @@ void BRLDataManager::deleteBeaconLog() {
   });
 }
 
-void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> data, OptionalText key) {
+void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key) {
   const auto context = this->context();
   if (!context) throw platform::NSInvalidArgumentException("there is no context to put a tag into");
   context->performBlockAndWait([&] {
@@ -156,7 +156,7 @@ void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> 
   });
 }
 
-void BRLDataManager::getBeaconTag_completionBlock(OptionalText key, DataBlock completion) {
+void BRLDataManager::getBeaconTag_completionBlock(BRLOptionalText key, DataBlock completion) {
   auto request = NSFetchRequest::fetchRequestWithEntityName(kTag);
   request.setPredicate(platform::NSPredicate::predicateWithFormat("uuid = %@", std::move(key)));
   const auto context = this->context();

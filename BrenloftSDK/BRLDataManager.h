@@ -67,11 +67,11 @@ class BRL_EXPORT BRLDataManager {
 
   /// -[BRLDataManager setBeaconTagWithData:key:]
   /// Adds a tag and saves; an earlier tag of the same key stays beside it.
-  void setBeaconTagWithData_key(std::optional<platform::DataView> data, OptionalText key);
+  void setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key);
   /// -[BRLDataManager getBeaconTag:completionBlock:]
   /// The data of the oldest tag of the key, an absent key being one too. Without such a tag nothing is
   /// delivered, later, on the main queue.
-  void getBeaconTag_completionBlock(OptionalText key, DataBlock completion);
+  void getBeaconTag_completionBlock(BRLOptionalText key, DataBlock completion);
   /// -[BRLDataManager getBeaconTagListWithCompletionBlock:]
   /// All tags, oldest first: the store's own objects. Nothing when the store cannot be read.
   void getBeaconTagListWithCompletionBlock(const TagsBlock& completion);
@@ -121,11 +121,11 @@ struct BRLDataManagerClassOperations {
   // +[BRLDataManager deleteBeaconLog]
   static void deleteBeaconLog() { instance().deleteBeaconLog(); }
   // +[BRLDataManager setBeaconTagWithData:key:]
-  static void setBeaconTagWithData_key(std::optional<platform::DataView> data, OptionalText key) {
+  static void setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key) {
     instance().setBeaconTagWithData_key(data, std::move(key));
   }
   // +[BRLDataManager getBeaconTag:completionBlock:]
-  static void getBeaconTag_completionBlock(OptionalText key, Base::DataBlock completion) {
+  static void getBeaconTag_completionBlock(BRLOptionalText key, Base::DataBlock completion) {
     instance().getBeaconTag_completionBlock(std::move(key), std::move(completion));
   }
   // +[BRLDataManager getBeaconTagListWithCompletionBlock:]

@@ -35,7 +35,7 @@ int64_t integerField(const Dictionary& dictionary, std::string_view key) {
   return 0;  // absent, or the null marker
 }
 
-OptionalText textField(const Dictionary& dictionary, std::string_view key) {
+BRLOptionalText textField(const Dictionary& dictionary, std::string_view key) {
   if (const auto* text = platform::find<std::string>(dictionary, key)) return *text;
   if (platform::find<NSNull>(dictionary, key) != nullptr) return "";
   return std::nullopt;
@@ -68,41 +68,41 @@ BRLBeaconDataModel::BRLBeaconDataModel(const Dictionary* dictionary) {
   zAccel_ = textField(*dictionary, "zAccel");
 }
 
-OptionalText BRLBeaconDataModel::copyOf(const OptionalText& text) const {
+BRLOptionalText BRLBeaconDataModel::copyOf(const BRLOptionalText& text) const {
   const std::scoped_lock lock(mutex_);
   return text;
 }
 
-void BRLBeaconDataModel::replace(OptionalText& text, OptionalText value) {
+void BRLBeaconDataModel::replace(BRLOptionalText& text, BRLOptionalText value) {
   const std::scoped_lock lock(mutex_);
   text.swap(value);
 }
 
-OptionalText BRLBeaconDataModel::beaconId() const {
+BRLOptionalText BRLBeaconDataModel::beaconId() const {
   return copyOf(beaconId_);
 }
-OptionalText BRLBeaconDataModel::temperature() const {
+BRLOptionalText BRLBeaconDataModel::temperature() const {
   return copyOf(temperature_);
 }
-OptionalText BRLBeaconDataModel::humidity() const {
+BRLOptionalText BRLBeaconDataModel::humidity() const {
   return copyOf(humidity_);
 }
-OptionalText BRLBeaconDataModel::uniqueId() const {
+BRLOptionalText BRLBeaconDataModel::uniqueId() const {
   return copyOf(uniqueId_);
 }
-OptionalText BRLBeaconDataModel::tbd() const {
+BRLOptionalText BRLBeaconDataModel::tbd() const {
   return copyOf(tbd_);
 }
-OptionalText BRLBeaconDataModel::xAccel() const {
+BRLOptionalText BRLBeaconDataModel::xAccel() const {
   return copyOf(xAccel_);
 }
-OptionalText BRLBeaconDataModel::yAccel() const {
+BRLOptionalText BRLBeaconDataModel::yAccel() const {
   return copyOf(yAccel_);
 }
-OptionalText BRLBeaconDataModel::zAccel() const {
+BRLOptionalText BRLBeaconDataModel::zAccel() const {
   return copyOf(zAccel_);
 }
-OptionalText BRLBeaconDataModel::statusUpdatedDateText() const {
+BRLOptionalText BRLBeaconDataModel::statusUpdatedDateText() const {
   return copyOf(statusUpdatedDateText_);
 }
 
@@ -141,26 +141,26 @@ void BRLBeaconDataModel::setStatusUpdatedDate(Date date) {
   statusUpdatedDateText_.reset();
 }
 
-void BRLBeaconDataModel::setTemperature(OptionalText temperature) {
+void BRLBeaconDataModel::setTemperature(BRLOptionalText temperature) {
   replace(temperature_, std::move(temperature));
 }
-void BRLBeaconDataModel::setHumidity(OptionalText humidity) {
+void BRLBeaconDataModel::setHumidity(BRLOptionalText humidity) {
   replace(humidity_, std::move(humidity));
 }
-void BRLBeaconDataModel::setTbd(OptionalText tbd) {
+void BRLBeaconDataModel::setTbd(BRLOptionalText tbd) {
   replace(tbd_, std::move(tbd));
 }
-void BRLBeaconDataModel::setXAccel(OptionalText xAccel) {
+void BRLBeaconDataModel::setXAccel(BRLOptionalText xAccel) {
   replace(xAccel_, std::move(xAccel));
 }
-void BRLBeaconDataModel::setYAccel(OptionalText yAccel) {
+void BRLBeaconDataModel::setYAccel(BRLOptionalText yAccel) {
   replace(yAccel_, std::move(yAccel));
 }
-void BRLBeaconDataModel::setZAccel(OptionalText zAccel) {
+void BRLBeaconDataModel::setZAccel(BRLOptionalText zAccel) {
   replace(zAccel_, std::move(zAccel));
 }
 
-void BRLBeaconDataModel::setUniqueId(OptionalText uniqueId) {
+void BRLBeaconDataModel::setUniqueId(BRLOptionalText uniqueId) {
   const std::scoped_lock lock(mutex_);
   beaconId_ = uniqueId;
   uniqueId_ = std::move(uniqueId);

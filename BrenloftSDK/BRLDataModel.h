@@ -13,7 +13,7 @@
 #include "platform/foundation/Value.h"
 
 /// A text that may be absent; absent and "" are different.
-using OptionalText = std::optional<std::string>;
+using BRLOptionalText = std::optional<std::string>;
 
 /// Values of beaconType; the same two select the search.
 inline constexpr uint64_t kBRLSensorBeacon = 1;
@@ -25,23 +25,23 @@ inline constexpr int64_t kBRLLost = 2;
 /// All eighteen properties at one moment, in their declared order.
 struct BRLBeaconSnapshot {
   uint64_t beaconType = 0;
-  OptionalText beaconId;
-  OptionalText uuid;
+  BRLOptionalText beaconId;
+  BRLOptionalText uuid;
   int64_t major = 0;
   int64_t minor = 0;
   int64_t rssi = 0;
   int64_t txPower = 0;
   int64_t emergency = 0;
   int64_t battery = 0;
-  OptionalText temperature;
-  OptionalText humidity;
-  OptionalText uniqueId;
-  OptionalText tbd;
+  BRLOptionalText temperature;
+  BRLOptionalText humidity;
+  BRLOptionalText uniqueId;
+  BRLOptionalText tbd;
   int64_t status = 0;
   std::optional<platform::Date> statusUpdatedDate;
-  OptionalText xAccel;
-  OptionalText yAccel;
-  OptionalText zAccel;
+  BRLOptionalText xAccel;
+  BRLOptionalText yAccel;
+  BRLOptionalText zAccel;
 };
 
 /// The live record of one beacon, sensor or iBeacon.
@@ -67,9 +67,9 @@ class BRL_EXPORT BRLBeaconDataModel {
   /// 1 = sensor beacon, 2 = iBeacon, 0 = not given.
   uint64_t beaconType() const { return beaconType_; }
   /// The device identifier of a sensor beacon, "iBeacon" for an iBeacon.
-  OptionalText beaconId() const;
+  BRLOptionalText beaconId() const;
   /// The text of the first service UUID, or of the proximity UUID.
-  const OptionalText& uuid() const { return uuid_; }
+  const BRLOptionalText& uuid() const { return uuid_; }
   int64_t major() const { return major_; }
   int64_t minor() const { return minor_; }
   /// dBm as the platform reported it.
@@ -80,22 +80,22 @@ class BRL_EXPORT BRLBeaconDataModel {
   int64_t emergency() const { return emergency_.load(std::memory_order_relaxed); }
   int64_t battery() const { return battery_.load(std::memory_order_relaxed); }
   /// Two decimals; "" when the frame gave none.
-  OptionalText temperature() const;
-  OptionalText humidity() const;
+  BRLOptionalText temperature() const;
+  BRLOptionalText humidity() const;
   /// XX-XX-XX-XX-XX-XX
-  OptionalText uniqueId() const;
+  BRLOptionalText uniqueId() const;
   /// Six hexadecimal digits.
-  OptionalText tbd() const;
+  BRLOptionalText tbd() const;
   /// 1 = present, 2 = lost, 0 = not set.
   int64_t status() const { return status_.load(std::memory_order_acquire); }
   /// When the beacon was last heard.
   std::optional<platform::Date> statusUpdatedDate() const;
   /// The text that stood for the date in the dictionary, when it was given as a text.
-  OptionalText statusUpdatedDateText() const;
+  BRLOptionalText statusUpdatedDateText() const;
   /// Signed decimal integers.
-  OptionalText xAccel() const;
-  OptionalText yAccel() const;
-  OptionalText zAccel() const;
+  BRLOptionalText xAccel() const;
+  BRLOptionalText yAccel() const;
+  BRLOptionalText zAccel() const;
 
   /// Everything at one moment.
   BRLBeaconSnapshot snapshot() const;
@@ -106,14 +106,14 @@ class BRL_EXPORT BRLBeaconDataModel {
   void setStatusUpdatedDate(platform::Date date);
   void setEmergency(int64_t emergency) { emergency_.store(emergency, std::memory_order_relaxed); }
   void setBattery(int64_t battery) { battery_.store(battery, std::memory_order_relaxed); }
-  void setTemperature(OptionalText temperature);
-  void setHumidity(OptionalText humidity);
+  void setTemperature(BRLOptionalText temperature);
+  void setHumidity(BRLOptionalText humidity);
   /// Sets beaconId as well: the identity follows the identifier that was sent last.
-  void setUniqueId(OptionalText uniqueId);
-  void setTbd(OptionalText tbd);
-  void setXAccel(OptionalText xAccel);
-  void setYAccel(OptionalText yAccel);
-  void setZAccel(OptionalText zAccel);
+  void setUniqueId(BRLOptionalText uniqueId);
+  void setTbd(BRLOptionalText tbd);
+  void setXAccel(BRLOptionalText xAccel);
+  void setYAccel(BRLOptionalText yAccel);
+  void setZAccel(BRLOptionalText zAccel);
 
   /// The date, the signal strength and the readings of one advertisement in one change; txPower stays.
   void refresh(platform::Date date, int64_t rssi, const BRLSensorReadings& readings);
@@ -126,11 +126,11 @@ class BRL_EXPORT BRLBeaconDataModel {
   bool markPresent();
 
  private:
-  OptionalText copyOf(const OptionalText& text) const;
-  void replace(OptionalText& text, OptionalText value);
+  BRLOptionalText copyOf(const BRLOptionalText& text) const;
+  void replace(BRLOptionalText& text, BRLOptionalText value);
 
   uint64_t beaconType_ = 0;
-  OptionalText uuid_;
+  BRLOptionalText uuid_;
   int64_t major_ = 0;
   int64_t minor_ = 0;
   int64_t txPower_ = 0;
@@ -141,14 +141,14 @@ class BRL_EXPORT BRLBeaconDataModel {
   std::atomic<int64_t> battery_{0};
 
   mutable std::mutex mutex_;  // guards everything below
-  OptionalText beaconId_;
-  OptionalText temperature_;
-  OptionalText humidity_;
-  OptionalText uniqueId_;
-  OptionalText tbd_;
+  BRLOptionalText beaconId_;
+  BRLOptionalText temperature_;
+  BRLOptionalText humidity_;
+  BRLOptionalText uniqueId_;
+  BRLOptionalText tbd_;
   std::optional<platform::Date> statusUpdatedDate_;
-  OptionalText statusUpdatedDateText_;
-  OptionalText xAccel_;
-  OptionalText yAccel_;
-  OptionalText zAccel_;
+  BRLOptionalText statusUpdatedDateText_;
+  BRLOptionalText xAccel_;
+  BRLOptionalText yAccel_;
+  BRLOptionalText zAccel_;
 };

@@ -57,7 +57,7 @@ std::string hexDigits(DataView frame, size_t offset) {
 
 }  // namespace
 
-std::optional<BRLSensorReadings> decodeSensorFrame(DataView manufacturerData) {
+std::optional<BRLSensorReadings> BRLSensorReadings::fromFrame(DataView manufacturerData) {
   if (manufacturerData.size() < kBRLSensorFrameLength) return std::nullopt;
   const DataView frame = manufacturerData.first(kBRLSensorFrameLength);
   return BRLSensorReadings{
@@ -74,18 +74,18 @@ std::optional<BRLSensorReadings> decodeSensorFrame(DataView manufacturerData) {
   };
 }
 
-platform::Dictionary dictionaryOf(const BRLSensorReadings& readings) {
+platform::Dictionary BRLSensorReadings::dictionary() const {
   using platform::NSNumber;
   return {
-      {"uniqueId", readings.uniqueId},
-      {"txPower", NSNumber(readings.txPower)},
-      {"temperature", readings.temperature},
-      {"humidity", readings.humidity},
-      {"battery", NSNumber(readings.battery)},
-      {"emergency", NSNumber(readings.emergency)},
-      {"tbd", readings.tbd},
-      {"xAccel", readings.xAccel},
-      {"yAccel", readings.yAccel},
-      {"zAccel", readings.zAccel},
+      {"uniqueId", uniqueId},
+      {"txPower", NSNumber(txPower)},
+      {"temperature", temperature},
+      {"humidity", humidity},
+      {"battery", NSNumber(battery)},
+      {"emergency", NSNumber(emergency)},
+      {"tbd", tbd},
+      {"xAccel", xAccel},
+      {"yAccel", yAccel},
+      {"zAccel", zAccel},
   };
 }

@@ -21,9 +21,9 @@ int64_t integerOf(const StoredView& value) {
   return integer != nullptr ? *integer : 0;
 }
 
-OptionalText textOf(const StoredView& value) {
+BRLOptionalText textOf(const StoredView& value) {
   const auto* text = std::get_if<std::string_view>(&value);
-  return text != nullptr ? OptionalText(*text) : std::nullopt;
+  return text != nullptr ? BRLOptionalText(*text) : std::nullopt;
 }
 
 std::optional<platform::Date> dateOf(const StoredView& value) {

@@ -13,7 +13,7 @@ static void decodeFrames(benchmark::State& state) {
     }
   }
   size_t next = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(decodeSensorFrame(frames[next++ % frames.size()]));
+  for (auto _ : state) benchmark::DoNotOptimize(BRLSensorReadings::fromFrame(frames[next++ % frames.size()]));
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(decodeFrames);

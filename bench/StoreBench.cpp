@@ -137,7 +137,7 @@ class BareInserts {
 
  private:
   void number(int parameter, int64_t value) { sqlite3_bind_int64(insert_, parameter, value); }
-  void text(int parameter, const OptionalText& value) {
+  void text(int parameter, const BRLOptionalText& value) {
     sqlite3_bind_text(insert_, parameter, value->c_str(), static_cast<int>(value->size()), SQLITE_STATIC);
   }
 

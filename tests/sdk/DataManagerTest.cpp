@@ -164,7 +164,7 @@ TEST_F(OpenDataManager, ASecondTagOfAKeyStandsBesideTheFirst) {
   Class::setBeaconTagWithData_key(platform::DataView(), "K");
   Class::setBeaconTagWithData_key(octets("no key"), std::nullopt);
   EXPECT_THAT(test::tagKeys(), ElementsAre("k", "k", "K", "NULL"));
-  const auto get = [&](OptionalText key) {
+  const auto get = [&](BRLOptionalText key) {
     std::optional<platform::Data> data;
     Class::getBeaconTag_completionBlock(std::move(key), [&](auto found) { data = std::move(found); });
     return data;

@@ -49,19 +49,19 @@ TEST(SensorFrame, DecodesEachFieldAtItsOffsetAndInItsByteOrder) {
       {19, "01020a", with([](auto& r) { r.tbd = "01020A"; })},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(decodeSensorFrame(frameWith(row.offset, row.octets)), row.expected)
+    EXPECT_EQ(BRLSensorReadings::fromFrame(frameWith(row.offset, row.octets)), row.expected)
         << row.octets << " at " << row.offset;
   }
 }
 
 TEST(SensorFrame, IgnoresWhatFollowsTheFrameAndRefusesShorterValues) {
   Data frame = frameWith(0, "2909");
-  const auto readings = decodeSensorFrame(frame);
+  const auto readings = BRLSensorReadings::fromFrame(frame);
   frame.resize(frame.size() + 7, std::byte{0xAB});
-  EXPECT_EQ(decodeSensorFrame(frame), readings);
+  EXPECT_EQ(BRLSensorReadings::fromFrame(frame), readings);
   for (size_t length = 0; length < kBRLSensorFrameLength; ++length) {
     const Data exact(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(length));
-    EXPECT_FALSE(decodeSensorFrame(exact)) << length;
+    EXPECT_FALSE(BRLSensorReadings::fromFrame(exact)) << length;
   }
 }
 
@@ -76,14 +76,14 @@ TEST(SensorFrame, WritesTheDigitsOfSinglePrecisionDivisionForEveryRawValue) {
   for (int raw = 0; raw <= 0xFFFF; ++raw) {
     char hex[9];
     std::snprintf(hex, sizeof hex, "%02x%02x%02x%02x", raw & 0xFF, raw >> 8, raw & 0xFF, raw >> 8);
-    const auto readings = decodeSensorFrame(frameWith(0, hex));
+    const auto readings = BRLSensorReadings::fromFrame(frameWith(0, hex));
     ASSERT_EQ(readings->temperature, reference(raw < 0x8000 ? raw : raw - 0x10000)) << raw;
     ASSERT_EQ(readings->humidity, reference(raw)) << raw;
   }
 }
 
 TEST(SensorFrame, DictionaryHoldsTenEntriesWithTextsAndUnsignedNumbers) {
-  const auto dictionary = dictionaryOf(*decodeSensorFrame(frameWith(4, "ff640c")));
+  const auto dictionary = BRLSensorReadings::fromFrame(frameWith(4, "ff640c"))->dictionary();
   EXPECT_EQ(dictionary.size(), 10U);
   EXPECT_EQ(*platform::find<platform::NSNumber>(dictionary, "txPower"), platform::NSNumber(uint32_t{255}));
   EXPECT_EQ(*platform::find<platform::NSNumber>(dictionary, "emergency"), platform::NSNumber(uint32_t{12}));

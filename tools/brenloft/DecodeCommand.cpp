@@ -30,7 +30,7 @@ class Decoder {
   void decode(const std::string& hex, const std::string& place) {
     const auto octets = platform::octetsFromHex(hex);
     if (!octets) throw Failure(ExitStatus::failed, fmt::format("{}: {}", place, faultOf(hex)));
-    const auto readings = decodeSensorFrame(*octets);
+    const auto readings = BRLSensorReadings::fromFrame(*octets);
     if (format_ == Format::table)
       out_.write(readings ? row(*readings) : tooShort(octets->size()));
     else

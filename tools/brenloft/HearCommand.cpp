@@ -61,7 +61,7 @@ class HeardPrinter {
  private:
   void print(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
              std::optional<DataView> manufacturer) {
-    const auto readings = manufacturer ? decodeSensorFrame(*manufacturer) : std::nullopt;
+    const auto readings = manufacturer ? BRLSensorReadings::fromFrame(*manufacturer) : std::nullopt;
     if (options_.format == Format::table)
       writeRow(report, uuids, manufacturer, readings);
     else

@@ -82,7 +82,7 @@ class LiveTable : public SearchEvents {
 
  private:
   // Records without a property that changes; uuid, major and minor tell beacons apart.
-  using Key = std::tuple<uint64_t, OptionalText, int64_t, int64_t>;
+  using Key = std::tuple<uint64_t, BRLOptionalText, int64_t, int64_t>;
 
   void keep(const BRLBeaconSnapshot& record) {
     records_[{record.beaconType, record.uuid, record.major, record.minor}] = record;

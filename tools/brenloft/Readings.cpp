@@ -10,7 +10,7 @@ namespace {
 std::string orDash(const std::string& text) {
   return text.empty() ? "-" : text;
 }
-std::string orDash(const OptionalText& text) {
+std::string orDash(const BRLOptionalText& text) {
   return text ? orDash(printable(*text)) : "-";
 }
 

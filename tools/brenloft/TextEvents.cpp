@@ -11,7 +11,7 @@ namespace brenloft {
 namespace {
 
 // RFC 4180: quoted where a comma, a quote or a line end stands inside.
-std::string csvField(const OptionalText& text) {
+std::string csvField(const BRLOptionalText& text) {
   if (!text || text->find_first_of(",\"\r\n") == std::string::npos) return text.value_or("");
   std::string quoted = "\"";
   for (const char c : *text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
