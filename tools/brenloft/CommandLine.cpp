@@ -39,7 +39,7 @@ std::string longName(const std::string& names) {
 
 template <typename Value>
 void addFormat(CLI::App& command, Value& format, const std::map<std::string, Format>& choices) {
-  const std::string names = choices.count("csv") != 0 ? "table, jsonl or csv" : "table or jsonl";
+  const std::string names = choices.contains("csv") ? "table, jsonl or csv" : "table or jsonl";
   command.add_option_function<std::string>(
       "-F,--format",
       [&format, &choices, names](const std::string& name) {
