@@ -1,6 +1,5 @@
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <stop_token>
 #include <string>
 

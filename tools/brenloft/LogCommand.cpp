@@ -59,7 +59,6 @@ class RowPrinter {
   void showNew(SensorLogReader& reader) {
     const auto last = reader.lastNumber();
     require(last.has_value(), reader);
-    if (*last < newest_) newest_ = 0;  // a log that began anew
     if (*last > newest_) require(reader.rowsAfter(newest_, block()), reader);
   }
 
