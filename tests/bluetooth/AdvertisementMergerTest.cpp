@@ -81,14 +81,6 @@ TEST_F(Merging, PutsTheAdvertisementsServicesFirstWhicheverCameLast) {
   EXPECT_FALSE(hear("01", AdvertisingKind::scannable, named("A"))->data.serviceUUIDs);
 }
 
-TEST_F(Merging, UsesOnlyTheNewestReportOfTheOtherKind) {
-  hear("01", AdvertisingKind::scanResponse, named("old"));
-  hear("01", AdvertisingKind::scanResponse, services({0x180F}));
-  const Merged merged = hear("01", AdvertisingKind::connectable, {});
-  EXPECT_FALSE(merged->data.localName);
-  EXPECT_EQ(uuids(merged), "180F ");
-}
-
 TEST_F(Merging, ForgetsNothingThatItReturnedWhenTheSameOctetsComeAgain) {
   const Merged before = hear("01", AdvertisingKind::connectable, named("A"));
   EXPECT_EQ(hear("01", AdvertisingKind::connectable, named("A")), before);

@@ -1,7 +1,6 @@
 #include "tests/bluetooth/BlueZFakeDaemon.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -33,13 +32,6 @@ namespace {
 constexpr const char* kDaemon = "/usr/bin/dbus-daemon";
 constexpr const char* kAdapter = "org.bluez.Adapter1";
 constexpr const char* kDevice = "org.bluez.Device1";
-
-template <class Key>
-sdbus::Variant octetsByKey(const std::map<Key, std::vector<uint8_t>>& values) {
-  std::map<Key, sdbus::Variant> variants;
-  for (const auto& [key, octets] : values) variants.emplace(key, sdbus::Variant(octets));
-  return sdbus::Variant(variants);
-}
 
 std::string filterText(const Properties& filter) {
   std::string text = "Transport=" + filter.at("Transport").get<std::string>() +
@@ -85,25 +77,14 @@ void PrivateBus::start(const std::string& policy) {
                            "<allow own='*'/>"
                         << policy << "</policy></busconfig>";
   std::string option = "--config-file=" + config;
-  std::string nofork = "--nofork";
-  std::string nopidfile = "--nopidfile";
-  std::vector<char*> arguments{const_cast<char*>(kDaemon), option.data(), nofork.data(), nopidfile.data(),
-                               nullptr};
+  char* const arguments[] = {const_cast<char*>(kDaemon), option.data(), nullptr};
   posix_spawn_file_actions_t quiet;
   ::posix_spawn_file_actions_init(&quiet);
   ::posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  const int error = ::posix_spawn(&pid_, kDaemon, &quiet, nullptr, arguments.data(), environ);
+  const int error = ::posix_spawn(&pid_, kDaemon, &quiet, nullptr, arguments, environ);
   ::posix_spawn_file_actions_destroy(&quiet);
   if (error != 0) throw std::runtime_error("dbus-daemon does not start");
   while (!isReachable(folder_ + "/bus")) ::usleep(1000);
-}
-
-void PrivateBus::stall() {
-  ::kill(pid_, SIGSTOP);
-}
-
-void PrivateBus::goOn() {
-  ::kill(pid_, SIGCONT);
 }
 
 void PrivateBus::stop() {
@@ -141,18 +122,12 @@ void FakeBlueZ::addAdapter(const Adapter& adapter) {
   auto& live = adapters_[adapter.name];
   live.adapter = adapter;
   live.isDiscovering = false;
-  registerAdapter(live);
-  live.object->emitInterfacesAddedSignal();
-}
-
-void FakeBlueZ::registerAdapter(LiveAdapter& live) {
-  const std::string name = live.adapter.name;
-  live.object = sdbus::createObject(*connection_, "/org/bluez/" + name);
+  live.object = sdbus::createObject(*connection_, "/org/bluez/" + adapter.name);
   auto& object = *live.object;
   object.registerMethod("SetDiscoveryFilter")
       .onInterface(kAdapter)
-      .implementedAs([this, name](const Properties& filter) {
-        record(name + ".SetDiscoveryFilter " + filterText(filter));
+      .implementedAs([this, &live](const Properties& filter) {
+        record(live.adapter.name + ".SetDiscoveryFilter " + filterText(filter));
       });
   object.registerMethod("StartDiscovery").onInterface(kAdapter).implementedAs([this, &live] {
     startDiscovery(live);
@@ -173,6 +148,7 @@ void FakeBlueZ::registerAdapter(LiveAdapter& live) {
   property("PowerState", [&live] { return live.adapter.powerState; });
   property("Discovering", [&live] { return live.isDiscovering; });
   object.finishRegistration();
+  object.emitInterfacesAddedSignal();
 }
 
 void FakeBlueZ::startDiscovery(LiveAdapter& live) {
@@ -263,14 +239,6 @@ std::vector<std::string> FakeBlueZ::calls() const {
 std::size_t FakeBlueZ::count(const std::string& call) const {
   const auto all = calls();
   return static_cast<std::size_t>(std::count(all.begin(), all.end(), call));
-}
-
-sdbus::Variant manufacturerData(const std::map<uint16_t, std::vector<uint8_t>>& byCompany) {
-  return octetsByKey(byCompany);
-}
-
-sdbus::Variant serviceData(const std::map<std::string, std::vector<uint8_t>>& byUUID) {
-  return octetsByKey(byUUID);
 }
 
 }  // namespace support

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <deque>
 #include <map>
 #include <memory>
@@ -29,8 +30,8 @@ class PrivateBus {
   void start(const std::string& policy = {});
   void stop();
   /// From here on the bus takes no message and no connection further, but keeps them.
-  void stall();
-  void goOn();
+  void stall() const { ::kill(pid_, SIGSTOP); }
+  void goOn() const { ::kill(pid_, SIGCONT); }
 
  private:
   std::string folder_;
@@ -83,7 +84,6 @@ class FakeBlueZ {
 
   void record(const std::string& call);
   void startDiscovery(LiveAdapter& live);
-  void registerAdapter(LiveAdapter& live);
 
   mutable std::mutex mutex_;
   std::vector<std::string> calls_;
@@ -95,8 +95,12 @@ class FakeBlueZ {
   std::thread thread_;
 };
 
-/// Properties of Device1 as the daemon shows them.
-sdbus::Variant manufacturerData(const std::map<uint16_t, std::vector<uint8_t>>& byCompany);
-sdbus::Variant serviceData(const std::map<std::string, std::vector<uint8_t>>& byUUID);
+/// ManufacturerData and ServiceData of Device1 as the daemon shows them.
+template <class Key>
+sdbus::Variant octetsByKey(const std::map<Key, std::vector<uint8_t>>& values) {
+  std::map<Key, sdbus::Variant> variants;
+  for (const auto& [key, octets] : values) variants.emplace(key, sdbus::Variant(octets));
+  return sdbus::Variant(variants);
+}
 
 }  // namespace support

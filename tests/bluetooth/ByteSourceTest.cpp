@@ -7,12 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/bluetooth/CaptureVectors.h"
+#include "platform/bluetooth/capture/ByteSource.h"
 
 namespace platform {
 namespace {
-
-using namespace support;
 
 class NamedPipe : public testing::Test {
  protected:
@@ -50,25 +48,6 @@ TEST_F(NamedPipe, aStopOnAnotherThreadEndsTheWaitWithoutAFault) {
   EXPECT_EQ(source->read(octets), 0U);
   EXPECT_TRUE(source->isStopped());
   EXPECT_EQ(source->error(), "");
-}
-
-TEST_F(NamedPipe, aStoppedCaptureEndsWithItsLastWholeRecord) {
-  const int descriptor = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-  const Data record = btsnoopRecord(h4(advertisingEvent(1)), 0);
-  const Data octets = btsnoopFile(1002) + record + Data(record.begin(), record.end() - 1);
-  ASSERT_EQ(::write(descriptor, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
-  const auto fail = [](const CaptureDiagnostic& diagnostic) { ADD_FAILURE() << diagnostic.line(); };
-  const auto reader = CaptureReader::open(path_, fail, error_, stop_.get_token());
-  ASSERT_TRUE(reader) << error_;
-  EXPECT_EQ(reader->next(), CaptureReader::Next::record);
-  const std::jthread stopper([&] { stop_.request_stop(); });
-  EXPECT_EQ(reader->next(), CaptureReader::Next::end);
-  ::close(descriptor);
-
-  // One that was stopped before it told its format holds nothing, which is no fault either.
-  const auto silent = CaptureReader::open(path_, fail, error_, stop_.get_token());
-  ASSERT_TRUE(silent) << error_;
-  EXPECT_EQ(silent->next(), CaptureReader::Next::end);
 }
 
 }  // namespace

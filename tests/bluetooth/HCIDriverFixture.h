@@ -61,6 +61,9 @@ class HCIDriverTest : public testing::Test {
     controller->advertise(number, data, extended);
     dispatch->runDue();
   }
+  void commandByOther(uint16_t opcode, std::initializer_list<unsigned> octets) {
+    controller->commandByOther(platform::hci::commandPacket(opcode, platform::hci::parameters(octets)));
+  }
   std::vector<platform::CBManagerState> takeStates() {
     std::vector<platform::CBManagerState> taken;
     for (const auto& state : states) taken.push_back(state.state);

@@ -113,7 +113,8 @@ TEST_F(Central, TellsItsFirstStateSoonAndEveryChange) {
   EXPECT_EQ(listener.take(), (Texts{"state 4", "state 3"}));
 
   Listener second;
-  const auto late = make(second);
+  second.queue = dispatch->mainQueue();
+  const auto late = service->makeCentralManager(second, nullptr);
   EXPECT_EQ(second.take(), Texts{});
   dispatch->runDue();
   EXPECT_EQ(second.take(), Texts{"state 3"});
@@ -121,27 +122,7 @@ TEST_F(Central, TellsItsFirstStateSoonAndEveryChange) {
   EXPECT_EQ(source->takeNotes(), Texts{});
 }
 
-TEST_F(Central, WithoutAQueueUsesTheMainQueue) {
-  listener.queue = dispatch->mainQueue();
-  const auto central = service->makeCentralManager(listener, nullptr);
-  dispatch->runDue();
-  EXPECT_EQ(listener.take(), Texts{"state 5"});
-}
-
-TEST_F(Central, DeliversNothingBeforeAScanAndEverythingInIt) {
-  const auto central = make(listener);
-  dispatch->runDue();
-  listener.take();
-  hear("01", advertising({0xFFE0}));
-  EXPECT_EQ(listener.take(), Texts{});
-  scan(*central);
-  hear("01", advertising({0xFFE0}, "A"));
-  hear("01", advertising({0xFFE0}, "A"), AdvertisingKind::connectable, 127);
-  hear("02", {});
-  EXPECT_EQ(listener.take(), (Texts{"01 -60 A", "01 127 A", "02 -60 -"}));
-}
-
-TEST_F(Central, IgnoresAScanWhileTheRadioIsNotOn) {
+TEST_F(Central, IgnoresAScanWhileTheRadioIsNotOnAndLosesItWithTheRadio) {
   const auto central = make(listener);
   scan(*central);
   dispatch->runDue();
@@ -150,17 +131,12 @@ TEST_F(Central, IgnoresAScanWhileTheRadioIsNotOn) {
   become(CBManagerState::poweredOn);
   hear("01", {});
   EXPECT_EQ(listener.take(), (Texts{"state 5", "state 1", "state 5"}));
-  EXPECT_EQ(source->takeNotes(), Texts{"open"});
-}
-
-TEST_F(Central, LosesItsScanWithTheRadio) {
-  const auto central = makeScanning(listener);
-  source->takeNotes();
+  scan(*central);
   become(CBManagerState::poweredOff);
   become(CBManagerState::poweredOn);
   hear("01", {});
   EXPECT_EQ(listener.take(), (Texts{"state 4", "state 5"}));
-  EXPECT_EQ(source->takeNotes(), Texts{"stop"});
+  EXPECT_EQ(source->takeNotes(), (Texts{"open", "scan", "stop"}));
 }
 
 TEST_F(Central, MayScanFromInsideItsStateCallback) {
@@ -189,7 +165,7 @@ TEST_F(Central, FiltersByServicesOfTheMergedAdvertisementInAnyWidth) {
   EXPECT_EQ(listener.take(), (Texts{"02 -60 -", "04 -60 -", "05 -60 response", "05 -60 again"}));
 }
 
-TEST_F(Central, WithoutDuplicatesDeliversAPeripheralOnceInAScan) {
+TEST_F(Central, WithoutDuplicatesDeliversAPeripheralOnceInAScanButAllThatIsAnonymous) {
   const auto central = makeScanning(listener, {0xFFE0}, false);
   hear("01", advertising({}));
   hear("01", advertising({0xFFE0}, "A"));
@@ -201,6 +177,10 @@ TEST_F(Central, WithoutDuplicatesDeliversAPeripheralOnceInAScan) {
   hear("01", advertising({0xFFE0}, "B"));
   hear("01", advertising({0xFFE0}, "B"));
   EXPECT_EQ(listener.take(), Texts{"01 -60 B"});
+  for (int i = 0; i < 2; ++i)
+    source->hear("00:00:00:00:00:00", AdvertisingKind::extended, advertising({0xFFE0}));
+  dispatch->runDue();
+  EXPECT_EQ(listener.take(), (Texts{"anonymous -60 -", "anonymous -60 -"}));
 }
 
 TEST_F(Central, DeliversNothingThatWasOnItsWayWhenTheScanStoppedOrRestarted) {
@@ -228,8 +208,8 @@ TEST_F(Central, SharesTheRadioWithOthers) {
   EXPECT_EQ(source->takeNotes(), (Texts{"open", "scan FFE0", "scan FFE0 180F"}));
   hear("01", advertising({0xFFE0}));
   hear("02", advertising({0x180F}));
-  hear("01", advertising({0xFFE0}));
-  EXPECT_EQ(listener.take(), (Texts{"01 -60 -", "01 -60 -"}));
+  hear("01", advertising({0xFFE0}, "A"), AdvertisingKind::connectable, 127);
+  EXPECT_EQ(listener.take(), (Texts{"01 -60 -", "01 127 A"}));
   EXPECT_EQ(second.take(), (Texts{"01 -60 -", "02 -60 -"}));
 
   scan(*two);
@@ -272,13 +252,6 @@ TEST_F(Central, KeepsTheServiceOpenAsLongAsItLives) {
   source->takeNotes();
   central.reset();
   EXPECT_EQ(source->takeNotes(), (Texts{"stop", "close"}));
-}
-
-TEST_F(Central, AnonymousSendersAreNeverDuplicates) {
-  const auto central = makeScanning(listener, {}, false);
-  for (int i = 0; i < 2; ++i) source->hear("00:00:00:00:00:00", AdvertisingKind::extended, {});
-  dispatch->runDue();
-  EXPECT_EQ(listener.take(), (Texts{"anonymous -60 -", "anonymous -60 -"}));
 }
 
 TEST_F(Central, LetsObserversHearEverythingFirst) {

@@ -20,14 +20,18 @@ using testing::IsEmpty;
 
 constexpr std::string_view kAllKinds = "entity Kind\ni integer\nu unsigned\ns string\nd date\nb binary\n";
 
-struct Kept {
-  const char* name;
-  const char* key;
-  std::optional<Value> value;
+class Context : public testing::Test {
+ protected:
+  const test::TemporaryFolder folder;
+  std::unique_ptr<platform::NSManagedObjectContext> context = test::openContext(folder / "s");
 };
 
-const std::vector<Kept>& keptValues() {
-  static const std::vector<Kept> values = {
+TEST_F(Context, ValuesComeBackFromTheFileUnchanged) {
+  struct {
+    const char* name;
+    const char* key;
+    std::optional<Value> value;
+  } const values[] = {
       {"least integer", "i", NSNumber(std::numeric_limits<int64_t>::min())},
       {"greatest integer", "i", NSNumber(std::numeric_limits<int64_t>::max())},
       {"greatest unsigned", "u", NSNumber(std::numeric_limits<uint64_t>::max())},
@@ -43,32 +47,22 @@ const std::vector<Kept>& keptValues() {
       {"absent data", "b", std::nullopt},
       {"any octets", "b", Data{std::byte{0}, std::byte{255}, std::byte{0}}},
   };
-  return values;
-}
-
-TEST(Context, ValuesComeBackFromTheFileUnchanged) {
-  const test::TemporaryFolder folder;
-  {
-    auto context = test::openContext(folder / "s", kAllKinds);
-    for (const auto& kept : keptValues()) {
-      auto object = platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
-          "Kind", context.get());
-      object->setValue_forKey(kept.value, kept.key);
-    }
-    ASSERT_TRUE(context->save());
+  context = test::openContext(folder / "k", kAllKinds);
+  for (const auto& kept : values) {
+    auto object = platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
+        "Kind", context.get());
+    object->setValue_forKey(kept.value, kept.key);
   }
-  auto context = test::openContext(folder / "s", kAllKinds);
+  ASSERT_TRUE(context->save());
+  context.reset();
+  context = test::openContext(folder / "k", kAllKinds);
   const auto objects = context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName("Kind"));
-  ASSERT_EQ(objects->size(), keptValues().size());
-  for (std::size_t i = 0; i < objects->size(); ++i) {
-    const Kept& kept = keptValues()[i];
-    EXPECT_EQ((*objects)[i]->valueForKey(kept.key), kept.value) << kept.name;
-  }
+  ASSERT_EQ(objects->size(), std::size(values));
+  for (std::size_t i = 0; i < objects->size(); ++i)
+    EXPECT_EQ((*objects)[i]->valueForKey(values[i].key), values[i].value) << values[i].name;
 }
 
-TEST(Context, MistakesOfTheProgramThrow) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, MistakesOfTheProgramThrow) {
   auto thing = insertThing(*context, "a");
   EXPECT_THROW(thing->setValue_forKey(std::string("x"), "colour"), NSInvalidArgumentException);
   EXPECT_THROW(thing->setValue_forKey(std::string("x"), "size"), NSInvalidArgumentException);
@@ -87,9 +81,7 @@ TEST(Context, MistakesOfTheProgramThrow) {
   EXPECT_FALSE(error.localizedDescription.empty());
 }
 
-TEST(Context, ARowIsOneObjectWhileSomebodyHoldsIt) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, ARowIsOneObjectWhileSomebodyHoldsIt) {
   auto first = insertThing(*context, "first");
   insertThing(*context, "second");
   EXPECT_TRUE(first->isInserted());
@@ -105,9 +97,7 @@ TEST(Context, ARowIsOneObjectWhileSomebodyHoldsIt) {
   EXPECT_THAT(names(things(*context)), ElementsAre("mine", "second!"));
 }
 
-TEST(Context, PredicatesSeeWhatIsPending) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, PredicatesSeeWhatIsPending) {
   auto a = insertThing(*context, "a");
   auto b = insertThing(*context, "b");
   ASSERT_TRUE(context->save());
@@ -127,9 +117,7 @@ TEST(Context, PredicatesSeeWhatIsPending) {
   EXPECT_EQ(things(*context, named("b")).size(), 2U);
 }
 
-TEST(Context, DeletedObjectsKeepTheirValuesAndDoNotComeBack) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, DeletedObjectsKeepTheirValuesAndDoNotComeBack) {
   auto kept = insertThing(*context, "kept");
   ASSERT_TRUE(context->save());
   EXPECT_EQ(context->deleteAllObjects("Thing"), true);
@@ -148,9 +136,7 @@ TEST(Context, DeletedObjectsKeepTheirValuesAndDoNotComeBack) {
 }
 
 // What another process adds between the deletion and the save was never seen, so it stays.
-TEST(Context, ADeletionOfEverythingSparesRowsAddedMeanwhile) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, ADeletionOfEverythingSparesRowsAddedMeanwhile) {
   insertThing(*context, "old");
   ASSERT_TRUE(context->save());
   context->deleteAllObjects("Thing");
@@ -165,9 +151,7 @@ TEST(Context, ADeletionOfEverythingSparesRowsAddedMeanwhile) {
   EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("changed"));
 }
 
-TEST(Context, NoRowGetsTheNumberOfADeletedOne) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
+TEST_F(Context, NoRowGetsTheNumberOfADeletedOne) {
   auto other = test::openContext(folder / "s");
   insertThing(*context, "1");
   insertThing(*context, "2");
@@ -188,20 +172,6 @@ TEST(Context, NoRowGetsTheNumberOfADeletedOne) {
   insertThing(*context, "5");
   ASSERT_TRUE(context->save());
   EXPECT_THAT(test::sql(folder / "s", "SELECT rowid, name FROM Thing"), ElementsAre("4|4", "5|5"));
-}
-
-TEST(Context, AReaderInAnotherConnectionDisturbsNoSave) {
-  const test::TemporaryFolder folder;
-  auto context = test::openContext(folder / "s");
-  insertThing(*context, "a");
-  ASSERT_TRUE(context->save());
-  sqlite3* reader = nullptr;
-  ASSERT_EQ(sqlite3_open((folder / "s").c_str(), &reader), SQLITE_OK);
-  sqlite3_exec(reader, "BEGIN; SELECT * FROM Thing", nullptr, nullptr, nullptr);
-  insertThing(*context, "b");
-  EXPECT_TRUE(context->save());
-  sqlite3_close(reader);
-  EXPECT_THAT(test::sql(folder / "s", "SELECT name FROM Thing"), ElementsAre("a", "b"));
 }
 
 }  // namespace

@@ -11,44 +11,30 @@ using std::filesystem::path;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-void write(const path& file, const std::string& octets) {
-  std::ofstream(file, std::ios::binary | std::ios::trunc) << octets;
-}
-
-std::string read(const path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 void makeStore(const path& file, std::string_view model = test::kThings) {
   auto context = test::openContext(file, model);
-  for (int i = 0; i < 2000; ++i) {
-    platform::NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext("Thing",
-                                                                                          context.get())
-        ->setValue_forKey(std::string(50, 'x'), "name");
-  }
+  for (int i = 0; i < 2000; ++i) test::insertThing(*context, std::string(50, 'x'));
   ASSERT_TRUE(context->save());
 }
 
 // A store whose octets someone has changed.
 void makeDamaged(const path& file, const std::function<void(std::string&)>& damage) {
   makeStore(file);
-  std::string octets = read(file);
+  std::string octets = test::contentsOf(file);
   damage(octets);
-  write(file, octets);
+  test::writeFile(file, octets);
 }
 
-struct Refused {
-  const char* name;
-  const char* reason;
-  std::function<void(const path&)> make;
-};
-
-const std::vector<Refused>& refusedFiles() {
-  static const std::vector<Refused> files = {
-      {"a text", "not a database", [](const path& file) { write(file, "hello, this is a text\n"); }},
-      {"one octet", "not a database", [](const path& file) { write(file, "x"); }},
-      {"zeros", "not a database", [](const path& file) { write(file, std::string(8192, '\0')); }},
+TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
+  struct {
+    const char* name;
+    const char* reason;
+    std::function<void(const path&)> make;
+  } const files[] = {
+      {"a text", "not a database",
+       [](const path& file) { test::writeFile(file, "hello, this is a text\n"); }},
+      {"one octet", "not a database", [](const path& file) { test::writeFile(file, "x"); }},
+      {"zeros", "not a database", [](const path& file) { test::writeFile(file, std::string(8192, '\0')); }},
       {"another application's database", "another application",
        [](const path& file) { test::sql(file, "CREATE TABLE Thing (name TEXT, size INTEGER)"); }},
       {"another application's database with a log", "another application",
@@ -81,18 +67,14 @@ const std::vector<Refused>& refusedFiles() {
        }},
       {"a folder", "not a file", [](const path& file) { std::filesystem::create_directory(file); }},
   };
-  return files;
-}
-
-TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
-  for (const auto& refused : refusedFiles()) {
-    SCOPED_TRACE(refused.name);
+  for (const auto& [name, reason, make] : files) {
+    SCOPED_TRACE(name);
     const test::TemporaryFolder folder;
-    refused.make(folder / "s");
+    make(folder / "s");
     const auto before = folder.contents();
     platform::NSError error;
     EXPECT_EQ(test::openContext(folder / "s", test::kThings, &error), nullptr);
-    EXPECT_THAT(error.localizedDescription, HasSubstr(refused.reason));
+    EXPECT_THAT(error.localizedDescription, HasSubstr(reason));
     EXPECT_EQ(platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", &error), nullptr);
     EXPECT_TRUE(folder.contents() == before) << "the files have changed";
   }
@@ -100,7 +82,7 @@ TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
 
 TEST(StoreFile, APlaceWhereNoFileCanBeDoesNotOpen) {
   const test::TemporaryFolder folder;
-  write(folder / "file", "x");
+  test::writeFile(folder / "file", "x");
   platform::NSError error;
   for (const char* place : {"file/s", "missing/s"}) {
     EXPECT_EQ(test::openContext(folder / place, test::kThings, &error), nullptr) << place;
@@ -116,7 +98,7 @@ TEST(StoreFile, APlaceWhereNoFileCanBeDoesNotOpen) {
 // As a process leaves it that is killed while it makes the file.
 TEST(StoreFile, AFileOfNoOctetsBecomesAStore) {
   const test::TemporaryFolder folder;
-  write(folder / "s", "");
+  test::writeFile(folder / "s", "");
   EXPECT_NE(test::openContext(folder / "s"), nullptr);
 }
 

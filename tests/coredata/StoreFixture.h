@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,37 +11,9 @@
 #include <sqlite3.h>
 
 #include "platform/coredata/NSManagedObjectContext.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace test {
-
-/// A folder that goes with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "store-XXXXXX").string();
-    path_ = mkdtemp(name.data());
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
-  const std::filesystem::path& path() const { return path_; }
-
-  /// Every file's octets by its name, to be held against a later moment.
-  std::map<std::string, std::string> contents() const {
-    std::map<std::string, std::string> contents;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-      if (entry.is_directory()) continue;
-      std::ifstream file(entry.path(), std::ios::binary);
-      contents[entry.path().filename()] = {std::istreambuf_iterator<char>(file), {}};
-    }
-    return contents;
-  }
-
- private:
-  std::filesystem::path path_;
-};
 
 /// Runs SQL on a file through SQLite itself; the rows with their columns between bars.
 inline std::vector<std::string> sql(const std::filesystem::path& file, const std::string& text) {

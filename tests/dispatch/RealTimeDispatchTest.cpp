@@ -28,41 +28,26 @@ class RealTimeDispatchTest : public testing::Test {
     source->resume();
     return source;
   }
-  bool readable() const {
+  bool readable(int patience = 0) const {
     pollfd descriptor{dispatch_->fileDescriptor(), POLLIN, 0};
-    return poll(&descriptor, 1, 0) == 1;
+    return poll(&descriptor, 1, patience) == 1;
   }
 };
 
 TEST_F(RealTimeDispatchTest, RunsUntilStoppedAndKeepsTheRestForTheNextRun) {
-  std::vector<int> order;
-  main_->async([&] {
-    order.push_back(1);
-    dispatch_->stop();
-    order.push_back(2);
-  });
-  main_->async([&] {
-    order.push_back(3);
-    dispatch_->stop();
-  });
+  int ran = 0;
+  for (int i = 0; i < 2; ++i) {
+    main_->async([&] {
+      dispatch_->stop();
+      ++ran;
+    });
+  }
   dispatch_->run();
-  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  EXPECT_EQ(ran, 1);
   dispatch_->run();
-  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(ran, 2);
   dispatch_->stop();
   dispatch_->run();  // the stop came before
-}
-
-TEST_F(RealTimeDispatchTest, StopsFromAnotherThreadWhileItSleeps) {
-  std::atomic<bool> running = false;
-  main_->async([&] { running = true; });
-  std::thread stopper([&] {
-    while (!running) std::this_thread::yield();
-    dispatch_->stop();
-  });
-  dispatch_->run();
-  stopper.join();
-  EXPECT_TRUE(running);
 }
 
 TEST_F(RealTimeDispatchTest, EveryStopEndsOneRunWheneverItComes) {
@@ -101,11 +86,10 @@ TEST_F(RealTimeDispatchTest, PollRunsWhatIsDueAndNotWhatThatSubmits) {
 
 TEST_F(RealTimeDispatchTest, PollCountsNoWakeUpThatOnlyWentToSleepAgain) {
   int fired = 0;
-  const int descriptor = dispatch_->fileDescriptor();
+  dispatch_->fileDescriptor();  // from here on it is kept up to date
   const auto source = mainTimer(1ms, [&] { ++fired; });
   source->setTimer(dispatch_->now() + 1h, DISPATCH_TIME_FOREVER, 0s);
-  pollfd due{descriptor, POLLIN, 0};
-  ASSERT_EQ(poll(&due, 1, -1), 1);
+  ASSERT_TRUE(readable(-1));
   EXPECT_EQ(dispatch_->poll(), 0U);
   EXPECT_EQ(fired, 0);
 }
@@ -188,8 +172,7 @@ TEST_F(RealTimeDispatchTest, GathersTimersWithLeewayOnCommonInstants) {
   }
   while (fired < 8) {
     ++turn;
-    pollfd descriptor{dispatch_->fileDescriptor(), POLLIN, 0};
-    poll(&descriptor, 1, -1);
+    ASSERT_TRUE(readable(-1));
     dispatch_->poll();
   }
   EXPECT_LE(turns.size(), 2U) << "two, when the common instant lies between their deadlines";
@@ -216,14 +199,9 @@ TEST_F(RealTimeDispatchTest, EndsAQueueFromItsOwnBlock) {
 }
 
 TEST_F(RealTimeDispatchTest, EndsTheServiceFromAMainQueueBlock) {
-  bool ended = false;
-  auto* dispatch = dispatch_.get();
-  main_->async([&] {
-    dispatch_.reset();
-    ended = true;
-  });
-  dispatch->run();
-  EXPECT_TRUE(ended);
+  main_->async([&] { dispatch_.reset(); });
+  dispatch_.get()->run();
+  EXPECT_EQ(dispatch_, nullptr);
 }
 
 TEST_F(RealTimeDispatchTest, TellsMonotonicTimeAndTheDate) {

@@ -9,6 +9,7 @@
 #include "platform/foundation/NSBundle.h"
 #include "platform/foundation/NSFileManager.h"
 #include "platform/foundation/NSLog.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -32,16 +33,14 @@ TEST(BundleTest, FindsResourcesByNameAndExtension) {
 }
 
 TEST(FileManagerTest, MakesTheDocumentsFolderWhenAskedAndNamesItWhenItCannot) {
-  std::string name = (fs::temp_directory_path() / "documents-XXXXXX").string();
-  const fs::path folder = mkdtemp(name.data());
+  const test::TemporaryFolder folder;
   const auto ask = [](const fs::path& documents) {
     return makeFileManager(documents)->URLsForDirectory_inDomains(NSSearchPathDirectory::NSDocumentDirectory,
                                                                   NSSearchPathDomainMask::NSUserDomainMask);
   };
-  EXPECT_EQ(ask(folder / "a" / "b"), std::vector<fs::path>{folder / "a" / "b"});
-  EXPECT_TRUE(fs::is_directory(folder / "a" / "b"));
+  EXPECT_EQ(ask(folder / "a/b"), std::vector<fs::path>{folder / "a/b"});
+  EXPECT_TRUE(fs::is_directory(folder / "a/b"));
   EXPECT_EQ(ask("/proc/none/here"), std::vector<fs::path>{"/proc/none/here"});
-  fs::remove_all(folder);
 }
 
 TEST(FileManagerTest, FindsTheDataFolderByTheXDGRules) {

@@ -1,9 +1,6 @@
 #include <atomic>
 #include <cmath>
 #include <csignal>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <random>
 #include <thread>
 #include <vector>
@@ -14,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/foundation/NSUserDefaults.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -22,25 +20,14 @@ namespace fs = std::filesystem;
 
 class UserDefaultsTest : public testing::Test {
  protected:
-  UserDefaultsTest() {
-    std::string name = (fs::temp_directory_path() / "defaults-XXXXXX").string();
-    folder_ = mkdtemp(name.data());
-    file_ = folder_ / "deep" / "settings.json";
-  }
-  ~UserDefaultsTest() override { fs::remove_all(folder_); }
-
   std::shared_ptr<NSUserDefaults> open() { return makeFileUserDefaults(file_); }
-  std::string contents() const {
-    std::ifstream stream(file_);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
   void write(std::string_view text) const {
     fs::create_directories(file_.parent_path());
-    std::ofstream(file_) << text;
+    test::writeFile(file_, text);
   }
 
-  fs::path folder_;
-  fs::path file_;
+  const test::TemporaryFolder folder_;
+  const fs::path file_ = folder_ / "deep/settings.json";
 };
 
 TEST_F(UserDefaultsTest, ReadsNumbersFromNumbersAndTextsAndNothingElse) {
@@ -59,9 +46,7 @@ TEST_F(UserDefaultsTest, ReadsNumbersFromNumbersAndTextsAndNothingElse) {
       {NSNull(), 0.0, false},
       {Date(std::chrono::seconds(5)), 0.0, false},
   };
-  const auto memory = makeInMemoryUserDefaults();
-  const auto file = open();
-  for (const auto& defaults : {memory, file}) {
+  for (const auto& defaults : {makeInMemoryUserDefaults(), open()}) {
     EXPECT_EQ(defaults->doubleForKey("absent"), 0.0);
     EXPECT_FALSE(defaults->boolForKey("absent"));
     EXPECT_EQ(defaults->objectForKey("absent"), std::nullopt);
@@ -116,12 +101,11 @@ TEST_F(UserDefaultsTest, SetsAnUnreadableFileAsideAtTheFirstChange) {
         makeFileUserDefaults(file_, [&](std::string_view line) { lines.emplace_back(line); });
     EXPECT_EQ(defaults->objectForKey("a"), std::nullopt);
     EXPECT_TRUE(defaults->synchronize());
-    EXPECT_EQ(contents(), text);
+    EXPECT_EQ(test::contentsOf(file_), text);
     EXPECT_EQ(lines.size(), 1U) << "why it cannot be read";
     defaults->setBool_forKey(true, "b");
     EXPECT_TRUE(open()->boolForKey("b"));
-    std::ifstream aside(file_.string() + ".bad");
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(aside), {}), text);
+    EXPECT_EQ(test::contentsOf(file_.string() + ".bad"), text);
   }
 }
 
@@ -158,7 +142,7 @@ TEST_F(UserDefaultsTest, PutsChangesOntoWhatAnotherWriterLeft) {
 }
 
 TEST_F(UserDefaultsTest, KeepsWhatItCannotStoreInMemoryAndSaysSoOnce) {
-  std::ofstream(folder_ / "deep") << "a file where the folder should be";
+  test::writeFile(folder_ / "deep", "a file where the folder should be");
   std::vector<std::string> lines;
   const auto defaults = makeFileUserDefaults(file_, [&](std::string_view line) { lines.emplace_back(line); });
   defaults->setDouble_forKey(1.0, "a");

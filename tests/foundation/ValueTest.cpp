@@ -39,14 +39,6 @@ TEST(NumberTest, ConvertsBetweenWidthsWithoutUndefinedBehaviour) {
   EXPECT_NE(NSNumber(int32_t{1}), NSNumber(int64_t{1})) << "a number remembers its width";
 }
 
-TEST(DictionaryTest, KeepsAnAbsentKeyApartFromANullMarkerAndFromAnotherKind) {
-  const Dictionary dictionary{{"null", NSNull()}, {"text", std::string()}};
-  EXPECT_NE(find<NSNull>(dictionary, "null"), nullptr);
-  EXPECT_EQ(find<NSNull>(dictionary, "absent"), nullptr);
-  EXPECT_EQ(find<NSNumber>(dictionary, "text"), nullptr);
-  EXPECT_NE(find<std::string>(dictionary, "text"), nullptr);
-}
-
 TEST(HexTest, ReadsWhatItWritesAndNothingElse) {
   const Data octets{std::byte{0x00}, std::byte{0x9A}, std::byte{0xFF}};
   EXPECT_EQ(hexText(octets), "009aff");

@@ -32,12 +32,6 @@ class LocationListener final : public platform::CLLocationManagerDelegate {
   std::function<void()> onLine = [] {};
 
   Lines take() { return std::exchange(lines, {}); }
-  /// The same without the ranging reports.
-  Lines takeStates() {
-    Lines states = take();
-    std::erase_if(states, [](const std::string& line) { return line.starts_with("ranged"); });
-    return states;
-  }
 
   void locationManager_didChangeAuthorizationStatus(platform::CLLocationManager&, int32_t status) override {
     add("authorization " + std::to_string(status));
@@ -112,20 +106,30 @@ class BeaconLocationTest : public testing::Test {
     simulated.advance({});
   }
 
+  /// What the listener is told from now on.
+  Lines after(platform::dispatch_time_t duration) {
+    simulated.advance(duration);
+    return listener.take();
+  }
+  Lines hearing(const platform::NSUUID& uuid, int major, int minor) {
+    hear(uuid, major, minor);
+    return listener.take();
+  }
+
   /// Monitors and lets the radio begin to listen.
-  void monitor(const CLRegionPtr& region) {
-    manager->startMonitoringForRegion(region);
+  void monitor(const CLRegionPtr& of) {
+    manager->startMonitoringForRegion(of);
     simulated.advance({});
   }
 
-  Lines stateOf(const CLRegionPtr& region) {
+  Lines stateOf(const CLRegionPtr& of) {
     listener.take();
-    manager->requestStateForRegion(region);
-    simulated.advance({});
-    return listener.takeStates();
+    manager->requestStateForRegion(of);
+    return after({});
   }
 
   platform::SimulatedPlatform simulated;
   LocationListener listener;
   std::unique_ptr<platform::CLLocationManager> manager;
+  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
 };

@@ -2,30 +2,23 @@
 
 namespace {
 
-class Monitoring : public BeaconLocationTest {
- protected:
-  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
-};
+class Monitoring : public BeaconLocationTest {};
 
 TEST_F(Monitoring, ARegionIsUnknownUntilThirtySecondsOfSilenceMakeItOutside) {
   monitor(region);
   EXPECT_EQ(listener.take(), Lines{"started R"});
   simulated.advance(seconds(30) - milliseconds(1));
   EXPECT_EQ(stateOf(region), Lines{"unknown R"});
-  simulated.advance(milliseconds(1));
-  EXPECT_EQ(listener.take(), Lines{"outside R"});
+  EXPECT_EQ(after(milliseconds(1)), Lines{"outside R"});
   EXPECT_EQ(stateOf(region), Lines{"outside R"});
 }
 
 TEST_F(Monitoring, TheFirstStateIsAStateAndEachLaterOneACrossing) {
   monitor(region);
   hear(kUUID, 1, 2);
-  hear(kUUID, 1, 2);
-  EXPECT_EQ(listener.take(), (Lines{"started R", "inside R"}));
-  simulated.advance(seconds(30));
-  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
-  hear(kUUID, 7, 8);
-  EXPECT_EQ(listener.take(), (Lines{"inside R", "entered R"}));
+  EXPECT_EQ(hearing(kUUID, 1, 2), (Lines{"started R", "inside R"}));
+  EXPECT_EQ(after(seconds(30)), (Lines{"outside R", "exited R"}));
+  EXPECT_EQ(hearing(kUUID, 7, 8), (Lines{"inside R", "entered R"}));
 }
 
 TEST_F(Monitoring, TheRegionIsLeftThirtySecondsAfterItsLastBeaconWasHeard) {
@@ -36,10 +29,8 @@ TEST_F(Monitoring, TheRegionIsLeftThirtySecondsAfterItsLastBeaconWasHeard) {
   simulated.advance(seconds(19));
   hear(kUUID, 1, 1);
   listener.take();
-  simulated.advance(seconds(30) - milliseconds(1));
-  EXPECT_EQ(listener.take(), Lines{});
-  simulated.advance(milliseconds(1));
-  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+  EXPECT_EQ(after(seconds(30) - milliseconds(1)), Lines{});
+  EXPECT_EQ(after(milliseconds(1)), (Lines{"outside R", "exited R"}));
 }
 
 TEST_F(Monitoring, MajorAndMinorOfARegionDecideWhichFramesMatch) {
@@ -47,14 +38,10 @@ TEST_F(Monitoring, MajorAndMinorOfARegionDecideWhichFramesMatch) {
   monitor(beaconRegion("both", kUUID, 5, 6));
   monitor(beaconRegion("other", kOtherUUID));
   listener.take();
-  hear(kUUID, 4, 6);
-  EXPECT_EQ(listener.take(), Lines{});
-  hear(kUUID, 5, 7);
-  EXPECT_EQ(listener.take(), Lines{"inside major"});
-  hear(kUUID, 5, 6);
-  EXPECT_EQ(listener.take(), Lines{"inside both"});
-  hear(kOtherUUID, 5, 6);
-  EXPECT_EQ(listener.take(), Lines{"inside other"});
+  EXPECT_EQ(hearing(kUUID, 4, 6), Lines{});
+  EXPECT_EQ(hearing(kUUID, 5, 7), Lines{"inside major"});
+  EXPECT_EQ(hearing(kUUID, 5, 6), Lines{"inside both"});
+  EXPECT_EQ(hearing(kOtherUUID, 5, 6), Lines{"inside other"});
 }
 
 TEST_F(Monitoring, ACrossingThatARegionDoesNotAskForIsNotReportedButKnown) {
@@ -62,11 +49,9 @@ TEST_F(Monitoring, ACrossingThatARegionDoesNotAskForIsNotReportedButKnown) {
   monitor(region);
   simulated.advance(seconds(30));
   listener.take();
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(hearing(kUUID, 1, 1), Lines{});
   EXPECT_EQ(stateOf(region), Lines{"inside R"});
-  simulated.advance(seconds(30));
-  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+  EXPECT_EQ(after(seconds(30)), (Lines{"outside R", "exited R"}));
 }
 
 TEST_F(Monitoring, ARegionStartedWhileItsBeaconIsKnownIsInsideAtOnce) {
@@ -97,17 +82,14 @@ TEST_F(Monitoring, ARegionOfTheSameIdentifierReplacesTheEarlierOne) {
   monitor(replacement);
   EXPECT_EQ(manager->monitoredRegions(), std::vector<CLRegionPtr>{replacement});
   EXPECT_EQ(stateOf(replacement), Lines{"unknown R"});
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{});
-  hear(kOtherUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{"inside R"});
+  EXPECT_EQ(hearing(kUUID, 1, 1), Lines{});
+  EXPECT_EQ(hearing(kOtherUUID, 1, 1), Lines{"inside R"});
 }
 
 TEST_F(Monitoring, ARegionThatIsNoBeaconRegionIsMonitoredAndStaysUnknown) {
   const auto plain = std::make_shared<platform::CLRegion>("place");
   monitor(plain);
-  simulated.advance(seconds(60));
-  EXPECT_EQ(listener.take(), Lines{"started place"});
+  EXPECT_EQ(after(seconds(60)), Lines{"started place"});
   EXPECT_EQ(stateOf(plain), Lines{"unknown place"});
 }
 
@@ -116,15 +98,13 @@ TEST_F(Monitoring, NothingIsReportedOfARegionThatIsNoLongerMonitored) {
   listener.take();
   simulated.radio().advertise(platform::iBeaconAdvertisement({}, {kUUID, 1, 1}));
   manager->stopMonitoringForRegion(region);
-  simulated.advance(seconds(60));
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(after(seconds(60)), Lines{});
   EXPECT_TRUE(manager->monitoredRegions().empty());
 
   manager->startMonitoringForRegion(region);
   manager->requestStateForRegion(region);
   manager->stopMonitoringForRegion(region);
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(after({}), Lines{});
   EXPECT_EQ(stateOf(region), Lines{"unknown R"}) << "who asks about any other region is answered";
 }
 
@@ -148,10 +128,8 @@ TEST_F(Monitoring, ARadioThatIsAwayChangesNoStateAndItsSilenceCountsFromItsRetur
   simulated.advance(seconds(100));
   EXPECT_EQ(stateOf(region), Lines{"inside R"});
   simulated.radio().setState(platform::CBManagerState::poweredOn);
-  simulated.advance(seconds(30) - milliseconds(1));
-  EXPECT_EQ(listener.take(), Lines{});
-  simulated.advance(milliseconds(1));
-  EXPECT_EQ(listener.take(), (Lines{"outside R", "exited R"}));
+  EXPECT_EQ(after(seconds(30) - milliseconds(1)), Lines{});
+  EXPECT_EQ(after(milliseconds(1)), (Lines{"outside R", "exited R"}));
 }
 
 TEST_F(Monitoring, ARadioThatWentAndCameBackAtOnceIsListenedToAgain) {
@@ -160,16 +138,14 @@ TEST_F(Monitoring, ARadioThatWentAndCameBackAtOnceIsListenedToAgain) {
   simulated.radio().setState(platform::CBManagerState::poweredOn);
   simulated.advance({});
   listener.take();
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{"inside R"});
+  EXPECT_EQ(hearing(kUUID, 1, 1), Lines{"inside R"});
 }
 
 TEST_F(Monitoring, CrossingsReachEveryManagerAndAnswersTheOneThatAsked) {
   LocationListener second;
   const auto other = makeManager(second);
   monitor(region);
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), (Lines{"started R", "inside R"}));
+  EXPECT_EQ(hearing(kUUID, 1, 1), (Lines{"started R", "inside R"}));
   EXPECT_EQ(second.take(), (Lines{"authorization 3", "inside R"}));
   EXPECT_EQ(stateOf(region), Lines{"inside R"});
   EXPECT_EQ(second.take(), Lines{});
@@ -182,8 +158,7 @@ TEST_F(Monitoring, ADestroyedManagerHearsNothingMoreAndItsRegionsStay) {
   manager->requestStateForRegion(region);
   simulated.radio().advertise(platform::iBeaconAdvertisement({}, {kUUID, 1, 1}));
   manager.reset();
-  simulated.advance(seconds(60));
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(after(seconds(60)), Lines{});
   manager = makeManager(listener);
   EXPECT_EQ(manager->monitoredRegions(), std::vector<CLRegionPtr>{region});
 }
@@ -192,8 +167,7 @@ TEST_F(Monitoring, AManagerCanBeDestroyedFromItsOwnCallback) {
   manager->startRangingBeaconsInRegion(region);
   listener.onLine = [&] { manager.reset(); };
   monitor(region);
-  simulated.advance(seconds(5));
-  EXPECT_EQ(listener.take(), Lines{"started R"});
+  EXPECT_EQ(after(seconds(5)), Lines{"started R"});
 }
 
 TEST_F(Monitoring, DescriptionsNameWhatARegionIsMadeOf) {
@@ -206,30 +180,25 @@ TEST_F(Monitoring, DescriptionsNameWhatARegionIsMadeOf) {
       "CLBeaconRegion (identifier:'X', uuid:0A1B2C3D-4E5F-4061-8273-8495A6B7C8D9, major:65535, minor:0)");
 }
 
-TEST(IBeaconFrame, IsToldFromOtherManufacturerData) {
-  struct Case {
+TEST(IBeaconFrame, IsBuiltAsItIsReadAndToldFromOtherManufacturerData) {
+  const platform::iBeaconFrame whole{kUUID, 0x0102, 0xFFFE, -59};
+  struct {
     const char* what;
     const char* hex;
     bool isFrame;
-  };
-  const Case cases[] = {{"whole", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", true},
-                        {"longer", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec500", true},
-                        {"no power", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffe", false},
-                        {"swapped company", "004c02150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
-                        {"other type", "4c0010150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
-                        {"other length", "4c0002140a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
-                        {"empty", "", false}};
+  } const cases[] = {{"whole", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", true},
+                     {"longer", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec500", true},
+                     {"no power", "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffe", false},
+                     {"swapped company", "004c02150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                     {"other type", "4c0010150a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                     {"other length", "4c0002140a1b2c3d4e5f406182738495a6b7c8d90102fffec5", false},
+                     {"empty", "", false}};
   for (const auto& [what, hex, isFrame] : cases) {
     const auto frame = platform::parseIBeaconFrame(platform::octetsFromHex(hex).value());
     EXPECT_EQ(frame.has_value(), isFrame) << what;
-    EXPECT_TRUE(!frame || *frame == (platform::iBeaconFrame{kUUID, 0x0102, 0xFFFE, -59})) << what;
+    EXPECT_TRUE(!frame || *frame == whole) << what;
   }
-}
-
-TEST(IBeaconFrame, IsBuiltAsItIsRead) {
-  const platform::iBeaconFrame frame{kUUID, 0x0102, 0xFFFE, -59};
-  EXPECT_EQ(platform::hexText(platform::iBeaconManufacturerData(frame)),
-            "4c0002150a1b2c3d4e5f406182738495a6b7c8d90102fffec5");
+  EXPECT_EQ(platform::hexText(platform::iBeaconManufacturerData(whole)), cases[0].hex);
 }
 
 }  // namespace

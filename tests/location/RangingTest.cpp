@@ -8,18 +8,13 @@ class Ranging : public BeaconLocationTest {
     manager->startRangingBeaconsInRegion(of);
     simulated.advance({});
   }
-
-  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
 };
 
 TEST_F(Ranging, ReportsOnceASecondAlsoWhenNothingIsHeard) {
   startRanging(region);
-  simulated.advance(seconds(1) - milliseconds(1));
-  EXPECT_EQ(listener.take(), Lines{});
-  simulated.advance(milliseconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
-  simulated.advance(seconds(3));
-  EXPECT_EQ(listener.take(), (Lines{"ranged R:", "ranged R:", "ranged R:"}));
+  EXPECT_EQ(after(seconds(1) - milliseconds(1)), Lines{});
+  EXPECT_EQ(after(milliseconds(1)), Lines{"ranged R:"});
+  EXPECT_EQ(after(seconds(3)), (Lines{"ranged R:", "ranged R:", "ranged R:"}));
 }
 
 TEST_F(Ranging, GivesTheMeanOfEachSecondStrongestFirstAndZeroLast) {
@@ -31,11 +26,9 @@ TEST_F(Ranging, GivesTheMeanOfEachSecondStrongestFirstAndZeroLast) {
   hear(kUUID, 1, 4, -90);
   hear(kUUID, 1, 4, platform::AdvertisingReport::kNoRssi);
   hear(kOtherUUID, 1, 5, -40);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/2=-50 1/1=-72 1/4=-90 1/3=0"});
+  EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/2=-50 1/1=-72 1/4=-90 1/3=0"});
   hear(kUUID, 1, 1, -60);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/1=-60 1/2=0 1/3=0 1/4=0"});
+  EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/1=-60 1/2=0 1/3=0 1/4=0"});
 }
 
 TEST_F(Ranging, LeavesOutABeaconThatWasNotHeardForTenSeconds) {
@@ -47,8 +40,7 @@ TEST_F(Ranging, LeavesOutABeaconThatWasNotHeardForTenSeconds) {
   ASSERT_EQ(lines.size(), 10U);
   EXPECT_EQ(lines.front(), "ranged R: 1/1=-70");
   EXPECT_EQ(lines.back(), "ranged R: 1/1=0");
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+  EXPECT_EQ(after(seconds(1)), Lines{"ranged R:"});
 }
 
 TEST_F(Ranging, AFirstReportTellsOnlyOfItsOwnSecond) {
@@ -58,8 +50,7 @@ TEST_F(Ranging, AFirstReportTellsOnlyOfItsOwnSecond) {
   startRanging(region);
   hear(kUUID, 1, 1, -80);
   listener.take();
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R: 1/1=-80"});
+  EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/1=-80"});
 }
 
 TEST_F(Ranging, OneIdentifierAndUUIDIsOneRangingAndStoppingEndsAllOfAnIdentifier) {
@@ -69,11 +60,9 @@ TEST_F(Ranging, OneIdentifierAndUUIDIsOneRangingAndStoppingEndsAllOfAnIdentifier
   hear(kUUID, 1, 1);
   hear(kUUID, 2, 1);
   hear(kOtherUUID, 3, 1);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), (Lines{"ranged R: 2/1=-60", "ranged R: 3/1=-60"}));
+  EXPECT_EQ(after(seconds(1)), (Lines{"ranged R: 2/1=-60", "ranged R: 3/1=-60"}));
   manager->stopRangingBeaconsInRegion(region);
-  simulated.advance(seconds(3));
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(after(seconds(3)), Lines{});
   EXPECT_FALSE(simulated.radio().isScanning());
 }
 
@@ -81,8 +70,7 @@ TEST_F(Ranging, ReportsReachTheManagerThatRangesAndEndWithIt) {
   LocationListener second;
   auto other = makeManager(second);
   other->startRangingBeaconsInRegion(region);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{});
+  EXPECT_EQ(after(seconds(1)), Lines{});
   EXPECT_EQ(second.take(), (Lines{"authorization 3", "ranged R:"}));
   other.reset();
   simulated.advance(seconds(2));
@@ -93,40 +81,11 @@ TEST_F(Ranging, ReportsReachTheManagerThatRangesAndEndWithIt) {
 TEST_F(Ranging, SecondsInWhichTheQueuesStoodStillAreNotMadeUpFor) {
   startRanging(region);
   simulated.clock().skip(seconds(5) + milliseconds(500));
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
-  simulated.advance(milliseconds(500));
-  EXPECT_EQ(listener.take(), Lines{"ranged R:"});
+  EXPECT_EQ(after({}), Lines{"ranged R:"});
+  EXPECT_EQ(after(milliseconds(500)), Lines{"ranged R:"});
 }
 
-TEST_F(Ranging, AFrameInTheScanResponseCounts) {
-  startRanging(region);
-  platform::SimulatedAdvertisement response = platform::iBeaconAdvertisement({}, {kUUID, 9, 9}, -55);
-  response.kind = platform::AdvertisingKind::scanResponse;
-  simulated.radio().advertise(response);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), Lines{"ranged R: 9/9=-55"});
-}
-
-platform::SimulatedPlatformOptions undecided(std::optional<CLAuthorizationStatus> answer) {
-  platform::SimulatedPlatformOptions options;
-  options.authorization = CLAuthorizationStatus::notDetermined;
-  options.answerToRequest = answer;
-  return options;
-}
-
-class Authorization : public BeaconLocationTest {
- protected:
-  std::shared_ptr<CLBeaconRegion> region = beaconRegion("R", kUUID);
-};
-
-TEST_F(Authorization, IsReportedOnceToANewManager) {
-  LocationListener second;
-  const auto other = makeManager(second);
-  EXPECT_EQ(second.take(), Lines{});
-  simulated.advance(seconds(10));
-  EXPECT_EQ(second.take(), Lines{"authorization 3"});
-}
+class Authorization : public BeaconLocationTest {};
 
 TEST_F(Authorization, WithdrawnSilencesEverythingAndGivenBackStartsFromUnknown) {
   monitor(region);
@@ -137,18 +96,15 @@ TEST_F(Authorization, WithdrawnSilencesEverythingAndGivenBackStartsFromUnknown) 
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
   hear(kUUID, 1, 1);
   manager->requestStateForRegion(region);
-  simulated.advance(seconds(60));
-  EXPECT_EQ(listener.take(), Lines{"authorization 2"});
+  EXPECT_EQ(after(seconds(60)), Lines{"authorization 2"});
   EXPECT_FALSE(simulated.radio().isScanning());
   EXPECT_EQ(manager->monitoredRegions().size(), 1U);
 
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedWhenInUse);
   manager->requestStateForRegion(region);
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), (Lines{"authorization 4", "unknown R"}));
+  EXPECT_EQ(after({}), (Lines{"authorization 4", "unknown R"}));
   hear(kUUID, 1, 1);
-  simulated.advance(seconds(1));
-  EXPECT_EQ(listener.take(), (Lines{"inside R", "ranged R: 1/1=-60"}));
+  EXPECT_EQ(after(seconds(1)), (Lines{"inside R", "ranged R: 1/1=-60"}));
 }
 
 TEST_F(Authorization, WithdrawnAndGivenBackBetweenTwoEventsIsToldInOrder) {
@@ -157,10 +113,8 @@ TEST_F(Authorization, WithdrawnAndGivenBackBetweenTwoEventsIsToldInOrder) {
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), (Lines{"authorization 2", "authorization 3"}));
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{"inside R"});
+  EXPECT_EQ(after({}), (Lines{"authorization 2", "authorization 3"}));
+  EXPECT_EQ(hearing(kUUID, 1, 1), Lines{"inside R"});
 }
 
 TEST_F(Authorization, SwitchedOffLocationServicesHearNothing) {
@@ -172,37 +126,36 @@ TEST_F(Authorization, SwitchedOffLocationServicesHearNothing) {
   listener.take();
   simulated.beaconLocation().setLocationServicesEnabled(true);
   simulated.advance({});
-  hear(kUUID, 1, 1);
-  EXPECT_EQ(listener.take(), Lines{"inside R"});
+  EXPECT_EQ(hearing(kUUID, 1, 1), Lines{"inside R"});
 }
 
 class UndecidedUser : public BeaconLocationTest {
  protected:
-  UndecidedUser() : BeaconLocationTest(undecided(CLAuthorizationStatus::authorizedAlways)) {}
+  explicit UndecidedUser(
+      std::optional<CLAuthorizationStatus> answer = CLAuthorizationStatus::authorizedAlways)
+      : BeaconLocationTest(
+            {.authorization = CLAuthorizationStatus::notDetermined, .answerToRequest = answer}) {}
 };
 
 TEST_F(UndecidedUser, GrantsWhenAskedAndIsNotAskedAgain) {
   EXPECT_TRUE(manager->respondsToRequestAlwaysAuthorization());
   manager->requestAlwaysAuthorization();
   EXPECT_EQ(listener.take(), Lines{});
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), Lines{"authorization 3"});
+  EXPECT_EQ(after({}), Lines{"authorization 3"});
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::denied);
   manager->startMonitoringSignificantLocationChanges();
-  simulated.advance({});
-  EXPECT_EQ(listener.take(), Lines{"authorization 2"});
+  EXPECT_EQ(after({}), Lines{"authorization 2"});
 }
 
-class SilentUser : public BeaconLocationTest {
+class SilentUser : public UndecidedUser {
  protected:
-  SilentUser() : BeaconLocationTest(undecided(std::nullopt)) {}
+  SilentUser() : UndecidedUser(std::nullopt) {}
 };
 
 TEST_F(SilentUser, LeavesTheQuestionOpen) {
   manager->requestAlwaysAuthorization();
-  monitor(beaconRegion("R", kUUID));
-  simulated.advance(seconds(40));
-  EXPECT_EQ(listener.take(), Lines{});
+  monitor(region);
+  EXPECT_EQ(after(seconds(40)), Lines{});
   EXPECT_EQ(simulated.services().location->authorizationStatus(), CLAuthorizationStatus::notDetermined);
 }
 

@@ -41,28 +41,21 @@ class BRLTimerTest : public testing::Test {
   using Firings = std::vector<dispatch_time_t>;
 };
 
-TEST_F(BRLTimerTest, DoesNothingUntilItIsScheduled) {
+TEST_F(BRLTimerTest, FiresOnceAfterItWasScheduledAndNeverAgainWhateverFollows) {
   const auto timer = make(5.0);
   timer->reschedule();
   dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{});
   timer->schedule();
-  dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{1h + 5s});
-}
-
-TEST_F(BRLTimerTest, FiresOnceAndNeverAgainWhateverFollows) {
-  const auto timer = scheduled(5.0);
   dispatch_->advance(5s - 1ns);
   EXPECT_EQ(firings_, Firings{});
   dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{5s});
+  EXPECT_EQ(firings_, Firings{1h + 5s});
   EXPECT_TRUE(timer->source()->testCancel());
   timer->reschedule();
   timer->schedule();
   timer->resume();
   dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{5s});
+  EXPECT_EQ(firings_, Firings{1h + 5s});
 }
 
 TEST_F(BRLTimerTest, ArmsItsSourceWithTruncatedDelayAndLeewayOfWholeSeconds) {
@@ -72,14 +65,11 @@ TEST_F(BRLTimerTest, ArmsItsSourceWithTruncatedDelayAndLeewayOfWholeSeconds) {
     double delay;
     dispatch_time_t start, leeway;
   } const cases[] = {
-      {5.0, 5s, 0s},
       {9.99, 9'990ms, 0s},
       {10.0, 10s, 1s},
       {19.999, 19'999ms, 1s},
-      {25.0, 25s, 2s},
       {0.0000000019, 1ns, 0s},
       {-0.0000000019, -1ns, 0s},
-      {0.0, 0s, 0s},
       {-25.0, -25s, 0s},
       {std::nan(""), 0s, 0s},
       {1e9, 1'000'000'000s, 100'000'000s},
@@ -97,35 +87,18 @@ TEST_F(BRLTimerTest, ArmsItsSourceWithTruncatedDelayAndLeewayOfWholeSeconds) {
   }
 }
 
-TEST_F(BRLTimerTest, FiresAtOnceForADelayThatIsNotPositive) {
-  for (const double delay : {0.0, -1.0, -1e30, std::nan("")}) {
-    firings_.clear();
-    scheduled(delay);
-    dispatch_->runDue();
-    EXPECT_EQ(firings_.size(), 1U) << delay;
-  }
-}
-
 TEST_F(BRLTimerTest, CountsAgainFromEveryReschedule) {
   const auto timer = scheduled(5.0);
   for (int second = 0; second < 20; ++second) {
     dispatch_->advance(1s);
     timer->reschedule();
   }
-  timer->setDelay(2.0);
-  dispatch_->advance(1s);
+  timer->setDelay(1.0);  // counts from the next reschedule
+  dispatch_->advance(3s);
   EXPECT_EQ(firings_, Firings{});
-  timer->setDelay(7.0);  // counts from the next reschedule, which does not come
+  timer->reschedule();
   dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{25s});
-
-  firings_.clear();
-  const auto shortened = scheduled(60.0);
-  shortened->setDelay(1.0);
-  const dispatch_time_t now = dispatch_->now();
-  shortened->reschedule();
-  dispatch_->advance(1h);
-  EXPECT_EQ(firings_, Firings{now + 1s});
+  EXPECT_EQ(firings_, Firings{24s});
 }
 
 TEST_F(BRLTimerTest, NeverRunsTheHandlerOnceCancelled) {
@@ -139,19 +112,6 @@ TEST_F(BRLTimerTest, NeverRunsTheHandlerOnceCancelled) {
   make(5.0)->cancel();
   dispatch_->advance(1h);
   EXPECT_EQ(firings_.size(), 1U) << "only the one that was due before its cancel fires";
-}
-
-TEST_F(BRLTimerTest, HoldsBackWhileSuspendedAndLeavesTheFlagAlone) {
-  const auto timer = scheduled(5.0);
-  timer->suspend();
-  EXPECT_FALSE(timer->suspended());
-  dispatch_->advance(8s);
-  EXPECT_EQ(firings_, Firings{});
-  timer->setSuspended(true);
-  timer->resume();
-  EXPECT_TRUE(timer->suspended());
-  dispatch_->runDue();
-  EXPECT_EQ(firings_, Firings{8s});
 }
 
 TEST_F(BRLTimerTest, HandsItselfToTheHandlerThatIsSetWhenItFires) {
@@ -194,6 +154,7 @@ TEST_F(BRLTimerTest, LivesWithoutItsCreatorUntilItFiredOrWasCancelled) {
   std::weak_ptr<BRLTimer> cancelled = scheduled(5.0);
   std::weak_ptr<BRLTimer> suspended = scheduled(5.0);
   suspended.lock()->suspend();
+  EXPECT_FALSE(suspended.lock()->suspended()) << "the flag is left alone";
   std::weak_ptr<BRLTimer> unscheduled = make(5.0);
   EXPECT_TRUE(unscheduled.expired());
   cancelled.lock()->cancel();
@@ -202,7 +163,9 @@ TEST_F(BRLTimerTest, LivesWithoutItsCreatorUntilItFiredOrWasCancelled) {
   EXPECT_EQ(firings_, Firings{5s});
   EXPECT_TRUE(armed.expired());
   ASSERT_FALSE(suspended.expired());
+  suspended.lock()->setSuspended(true);
   suspended.lock()->resume();
+  EXPECT_TRUE(suspended.lock()->suspended());
   dispatch_->runDue();
   EXPECT_EQ(firings_, (Firings{5s, 5s}));
   EXPECT_TRUE(suspended.expired());

@@ -64,8 +64,6 @@ TEST_F(OpenDataManager, ALoggedRecordComesBackWhole) {
   const auto read = records[1]->snapshot();
   EXPECT_EQ(read.beaconType, 1U);
   EXPECT_EQ(read.rssi, -67);
-  EXPECT_EQ(read.txPower, 200);
-  EXPECT_EQ(read.battery, 99);
   EXPECT_EQ(read.humidity, "");
   EXPECT_EQ(read.zAccel, "1024");
   EXPECT_FALSE(read.statusUpdatedDate);
@@ -147,15 +145,6 @@ sys.exit(0 if rows == stored and len(rows) == 500 else 1)
 )";
   EXPECT_EQ(std::system(("python3 " + (folder / "check.py").string() + " " + folder.path().string()).c_str()),
             0);
-}
-
-TEST_F(OpenDataManager, AllClassesShareOneInstanceAndLoggingStartsSwitchedOff) {
-  auto* instance = Class::shareInstance();
-  EXPECT_EQ(instance, Class::shareInstance());
-  EXPECT_FALSE(instance->isLogSave());
-  instance->setIsLogSave(true);
-  EXPECT_TRUE(instance->isLogSave());
-  EXPECT_EQ(instance->coreDataManager(), BRLCoreDataManager::Class::sharedManager());
 }
 
 TEST_F(OpenDataManager, ASecondTagOfAKeyStandsBesideTheFirst) {

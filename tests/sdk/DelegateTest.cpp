@@ -7,8 +7,6 @@ namespace {
 using Beacon = std::shared_ptr<BRLBeaconDataModel>;
 using Operation = BRLDelegateOperation;
 
-class Nothing final : public BRLDelegateOf<Nothing> {};
-
 class BytesOnly final : public BRLDelegateOf<BytesOnly> {
  public:
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>&) override {}
@@ -34,14 +32,11 @@ std::string answersOf(const BRLContextManagerDelegate& delegate) {
   return answers;
 }
 
-TEST(Delegate, RespondsToExactlyWhatItsTypeOverrides) {
-  EXPECT_EQ(answersOf(Nothing{}), "0000");
+TEST(Delegate, RespondsToExactlyWhatItsTypeOverridesOrWhatIsSet) {
   EXPECT_EQ(answersOf(BytesOnly{}), "0010");
   EXPECT_EQ(answersOf(Earlier{}), "1000");
   EXPECT_EQ(answersOf(Extended{}), "1001");
-}
 
-TEST(Delegate, HandlersRespondToTheFunctionsThatAreSet) {
   BRLDelegateHandlers handlers;
   EXPECT_EQ(answersOf(handlers), "0000");
   handlers.didRangeBeaconSensors = [](BRLContextManager&, const BRLRecordList&) {};

@@ -12,7 +12,6 @@ using platform::dispatch_block_t;
 using platform::dispatch_queue_t;
 using platform::dispatch_source_t;
 using platform::dispatch_time_t;
-using std::chrono::nanoseconds;
 using testing::ElementsAre;
 
 class LostTimers : public ManagerTest {
@@ -25,10 +24,7 @@ TEST_F(LostTimers, LosesASilentBeaconAtItsDeadlineAndKeepsItsLastDate) {
   simulated.advance(milliseconds(300));
   hear("FFF0");
   const auto heard = record(0).statusUpdatedDate();
-  simulated.advance(seconds(5) - nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 2);
+  expectLossAfter(seconds(5));
   EXPECT_EQ(record(0).statusUpdatedDate(), heard);
 }
 
@@ -62,10 +58,7 @@ TEST_F(LostTimers, AnExitTimeRaisedBeforeTheCheckSparesTheRecordUntilItIsHeardAn
   simulated.advance(seconds(300));
   EXPECT_EQ(record(0).status(), 1);
   hear("FFF0");  // its timer has fired; a new one takes the new exit time
-  simulated.advance(seconds(60) - nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 2);
+  expectLossAfter(seconds(60));
 }
 
 TEST_F(LostTimers, ClearedTimersFindNoLossUntilTheEntryIsGone) {
@@ -111,10 +104,7 @@ TEST_F(LostTimers, ATimerThatFiresWhileTheDelegateIsAtWorkIsMadeAnewAfterwards) 
   work = milliseconds(200);
   hear("FFF0");
   EXPECT_EQ(record(0).status(), 1) << "the check came after the refresh";
-  simulated.advance(seconds(5) - nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 2);
+  expectLossAfter(seconds(5));
 }
 
 // A timer source that lets something happen between the decision to fire and the firing.
@@ -185,10 +175,7 @@ TEST_F(InterruptedLostTimers, AnAdvertisementBetweenTheDecisionToFireAndTheFirin
   simulated.advance(seconds(5));
   EXPECT_FALSE(dispatch->interruption);
   EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(seconds(5) - nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 1);
-  simulated.advance(nanoseconds(1));
-  EXPECT_EQ(record(0).status(), 2);
+  expectLossAfter(seconds(5));
 }
 
 TEST_F(InterruptedLostTimers, ATimerClearedAtThatMomentStaysDead) {

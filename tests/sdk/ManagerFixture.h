@@ -79,6 +79,14 @@ class ManagerTest : public testing::Test {
 
   const BRLBeaconDataModel& record(size_t index) { return *manager().rangeBeaconSensors()[index]; }
 
+  /// Nothing is lost before this much silence, and the first record with it.
+  void expectLossAfter(platform::dispatch_time_t silence) {
+    simulated.advance(silence - platform::dispatch_time_t(1));
+    EXPECT_EQ(record(0).status(), 1);
+    simulated.advance(platform::dispatch_time_t(1));
+    EXPECT_EQ(record(0).status(), 2);
+  }
+
   uint64_t loggedRows() {
     uint64_t rows = 0;
     manager().selectBeaconLogAllCountWithCompletionBlock([&](uint64_t count) { rows = count; });

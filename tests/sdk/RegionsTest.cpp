@@ -41,11 +41,12 @@ class Regions : public ManagerTest {
     return texts;
   }
 
-  // How often ranging was asked for since the last call.
-  size_t rangingRequests() {
-    const auto names = location().operationNames();
+  // What is asked for when a region's state is determined.
+  Lines determined(CLRegionState state, const platform::CLRegionPtr& region) {
     location().clearOperations();
-    return static_cast<size_t>(std::count(names.begin(), names.end(), "startRangingBeaconsInRegion:"));
+    location().determinedState(state, region);
+    simulated.advance({});
+    return location().operationNames();
   }
 
   void makePresentRecord() {
@@ -194,21 +195,14 @@ TEST_F(Regions, MonitoringThatStartedAsksForTheState) {
 TEST_F(Regions, EveryStateOfABeaconRegionStartsRangingOfItsWholeUUID) {
   const auto region = std::make_shared<CLBeaconRegion>(uuid, uint16_t{1}, uint16_t{2}, "host");
   for (const auto state : {CLRegionState::unknown, CLRegionState::inside, CLRegionState::outside}) {
-    location().clearOperations();
-    location().determinedState(state, region);
-    simulated.advance({});
-    const auto operations = location().operations();
-    ASSERT_EQ(operations.size(), 1U);
-    const auto ranged = std::dynamic_pointer_cast<const CLBeaconRegion>(operations[0].region);
+    ASSERT_THAT(determined(state, region), ElementsAre("startRangingBeaconsInRegion:"));
+    const auto ranged = std::dynamic_pointer_cast<const CLBeaconRegion>(location().operations()[0].region);
     EXPECT_EQ(ranged->identifier(), "BrenloftBeaconGroup");
     EXPECT_EQ(ranged->major(), std::nullopt);
   }
   EXPECT_EQ(simulated.log().lines().back(),
             "-[BRLContextManager locationManager:didDetermineState:forRegion:]:host:2");
-  location().clearOperations();
-  location().determinedState(CLRegionState::inside, std::make_shared<CLRegion>("place"));
-  simulated.advance({});
-  EXPECT_EQ(rangingRequests(), 0U);
+  EXPECT_THAT(determined(CLRegionState::inside, std::make_shared<CLRegion>("place")), IsEmpty());
 }
 
 TEST_F(Regions, LeavingMarksEveryPresentRecordAndLogsOnlyWhatTheDelegateHeard) {
@@ -216,40 +210,31 @@ TEST_F(Regions, LeavingMarksEveryPresentRecordAndLogsOnlyWhatTheDelegateHeard) {
   makePresentRecord();
   makePresentRecord();
   const auto region = std::make_shared<CLBeaconRegion>(uuid, "BrenloftBeaconGroup");
-  location().determinedState(CLRegionState::outside, region);
-  simulated.advance({});
+  determined(CLRegionState::outside, region);
   EXPECT_THAT(listener.take(), ElementsAre("beacon " + std::string(kUUID) + "/1/1 2",
                                            "beacon " + std::string(kUUID) + "/1/2 2"));
   EXPECT_EQ(loggedRows(), 4U);  // two appearances, two exits
-}
 
-TEST_F(Regions, LeavingWithoutARespondingDelegateLogsNothing) {
-  manager().setIsLogSave(true);
   makePresentRecord();
-  const uint64_t before = loggedRows();
+  EXPECT_EQ(loggedRows(), 5U);
   BRLDelegateHandlers bytesOnly;
   bytesOnly.didByteArray = [](BRLContextManager&, const auto&) {};
   manager().setDelegate(&bytesOnly);
-  location().determinedState(CLRegionState::outside, std::make_shared<CLBeaconRegion>(uuid, "x"));
-  simulated.advance({});
-  EXPECT_EQ(manager().rangeBeaconSensors()[0]->status(), 2);
-  EXPECT_EQ(loggedRows(), before);
+  determined(CLRegionState::outside, region);
+  EXPECT_EQ(record(2).status(), 2);
+  EXPECT_EQ(loggedRows(), 5U);
 }
 
 TEST_F(Regions, TheSafetyRegionsStateIsKeptAndItsExitRenewsTheRegions) {
   makePresentRecord();
   manager().setBeaconGroupType(0);
-  location().clearOperations();
-  location().determinedState(CLRegionState::outside,
-                             std::make_shared<CLBeaconRegion>(uuid, SAFETY_REGION_IDENTIFIER));
-  simulated.advance({});
-  EXPECT_THAT(location().operationNames(), ElementsAre("startMonitoringForRegion:"));
-  EXPECT_EQ(manager().rangeBeaconSensors()[0]->status(), 1);
-  location().determinedState(CLRegionState::inside, std::make_shared<CLRegion>(SAFETY_REGION_IDENTIFIER));
-  simulated.advance({});
+  const auto safety = std::make_shared<CLBeaconRegion>(uuid, SAFETY_REGION_IDENTIFIER);
+  EXPECT_THAT(determined(CLRegionState::outside, safety), ElementsAre("startMonitoringForRegion:"));
+  EXPECT_EQ(record(0).status(), 1);
+  EXPECT_THAT(determined(CLRegionState::inside, std::make_shared<CLRegion>(SAFETY_REGION_IDENTIFIER)),
+              IsEmpty());
   const auto stored = simulated.services().userDefaults->objectForKey(SAFETY_REGION_IDENTIFIER);
   EXPECT_EQ(std::get<platform::NSNumber>(*stored).integerValue(), 1);
-  EXPECT_EQ(rangingRequests(), 0U);
 }
 
 TEST_F(Regions, FailuresAreLoggedWithWhatIsMonitored) {

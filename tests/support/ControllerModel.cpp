@@ -8,6 +8,8 @@ namespace {
 using namespace platform;
 using namespace platform::hci;
 
+constexpr unsigned kRssi = 0xC4;  // -60 dBm
+
 void append(Data& to, DataView octets) {
   to.insert(to.end(), octets.begin(), octets.end());
 }
@@ -110,42 +112,19 @@ Data ControllerModel::commandComplete(uint16_t opcode, uint8_t credits, DataView
   return packet;
 }
 
-Data ControllerModel::legacyReport(uint16_t number, DataView data, int8_t rssi) {
+Data ControllerModel::legacyReport(uint16_t number, DataView data) {
   Data content = parameters({0x02, 1, 0x03, 1, number & 0xFFU, static_cast<unsigned>(number >> 8), 0, 0, 0,
                              0xC0, static_cast<unsigned>(data.size())});
   append(content, data);
-  content.push_back(static_cast<std::byte>(rssi));
+  append(content, parameters({kRssi}));
   return lePacket(content);
 }
 
-Data ControllerModel::extendedReport(uint16_t number, DataView data, int8_t rssi) {
-  const auto strength = static_cast<uint8_t>(rssi);
-  Data content = parameters({0x0D,
-                             1,
-                             0,
-                             0,
-                             1,
-                             number & 0xFFU,
-                             static_cast<unsigned>(number >> 8),
-                             0,
-                             0,
-                             0,
-                             0xC0,
-                             1,
-                             1,
-                             0,
-                             0x7F,
-                             strength,
-                             0,
-                             0,
-                             0,
-                             0,
-                             0,
-                             0,
-                             0,
-                             0,
-                             0,
-                             static_cast<unsigned>(data.size())});
+Data ControllerModel::extendedReport(uint16_t number, DataView data) {
+  const auto high = static_cast<unsigned>(number >> 8);
+  Data content = parameters({0x0D, 1, 0, 0, 1, number & 0xFFU, high, 0, 0, 0, 0xC0, 1, 1, 0, 0x7F, kRssi});
+  content.resize(content.size() + 9);  // no periodic advertising, not directed
+  append(content, parameters({static_cast<unsigned>(data.size())}));
   append(content, data);
   return lePacket(content);
 }

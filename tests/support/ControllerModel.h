@@ -37,8 +37,8 @@ class ControllerModel {
 
   static platform::Data commandComplete(uint16_t opcode, uint8_t credits, platform::DataView returned);
   /// One whole event with one legacy report: non-connectable, random address C0:00:00:00:xx:xx of `number`.
-  static platform::Data legacyReport(uint16_t number, platform::DataView data, int8_t rssi = -60);
-  static platform::Data extendedReport(uint16_t number, platform::DataView data, int8_t rssi = -60);
+  static platform::Data legacyReport(uint16_t number, platform::DataView data);
+  static platform::Data extendedReport(uint16_t number, platform::DataView data);
 
  private:
   enum class Family { none, legacy, extended };

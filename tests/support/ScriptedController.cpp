@@ -99,16 +99,14 @@ void ScriptedController::breakLine(std::string reason) {
   if (line_ != nullptr) line_->broken(std::move(reason));
 }
 
-bool ScriptedController::take(std::map<uint16_t, int>& faults, uint16_t opcode) {
-  const auto found = faults.find(opcode);
-  return found != faults.end() && found->second-- > 0;
-}
-
 void ScriptedController::receive(DataView packet) {
   const uint16_t opcode = uint16At(packet, 1);
   commands_.push_back(opcode);
   const Data answer = answerTo(packet);
-  if (!take(lost_, opcode)) send(answer);
+  if (int& left = lost_[opcode]; left > 0)
+    --left;
+  else
+    send(answer);
 }
 
 Data ScriptedController::answerTo(DataView packet) {
@@ -116,7 +114,6 @@ Data ScriptedController::answerTo(DataView packet) {
   if (auto found = refused_.find(opcode); found != refused_.end() && found->second.second-- > 0) {
     return ControllerModel::commandComplete(opcode, credits_, parameters({found->second.first}));
   }
-  if (take(shortened_, opcode)) return ControllerModel::commandComplete(opcode, credits_, parameters({0}));
   return model_.answer(packet, credits_);
 }
 

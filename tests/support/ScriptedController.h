@@ -22,9 +22,8 @@ class ScriptedController {
 
   // Faults, each for commands to come.
   void loseAnswers(uint16_t opcode, int count) { lost_[opcode] = count; }
+  /// Answers with nothing but this status, be it success.
   void refuse(uint16_t opcode, uint8_t status, int count) { refused_[opcode] = {status, count}; }
-  /// Answers in time, and with success, but without return parameters.
-  void shortenAnswers(uint16_t opcode, int count) { shortened_[opcode] = count; }
   void giveCredits(uint8_t credits) { credits_ = credits; }
   /// What is sent from now on arrives in pieces of so many octets; 0 for each packet in one piece.
   void cutInto(std::size_t octets) { piece_ = octets; }
@@ -54,14 +53,12 @@ class ScriptedController {
 
   void receive(platform::DataView packet);
   platform::Data answerTo(platform::DataView packet);
-  static bool take(std::map<uint16_t, int>& faults, uint16_t opcode);
 
   std::shared_ptr<platform::VirtualDispatch> dispatch_;
   platform::dispatch_queue_t queue_;
   ControllerModel model_;
   Transport* line_ = nullptr;
   std::map<uint16_t, int> lost_;
-  std::map<uint16_t, int> shortened_;
   std::map<uint16_t, std::pair<uint8_t, int>> refused_;
   platform::HCITransport::Closed refusal_;
   int refusals_ = 0;

@@ -16,16 +16,12 @@ namespace support {
 /// reports whether or not it was asked to hear, as a radio that is shared with other programs does.
 class ScriptedReportSource : public platform::AdvertisingReportSource {
  public:
-  explicit ScriptedReportSource(platform::dispatch_queue_t queue,
-                                platform::CBManagerState first = platform::CBManagerState::poweredOn)
-      : queue_(std::move(queue)), first_(first) {}
+  explicit ScriptedReportSource(platform::dispatch_queue_t queue) : queue_(std::move(queue)) {}
 
   void open(ReportHandler onReport, StateHandler onState) override {
     note("open");
-    handlers_ = std::make_shared<Handlers>();
-    handlers_->report = std::move(onReport);
-    handlers_->state = std::move(onState);
-    setState(first_);
+    handlers_ = std::make_shared<Handlers>(std::move(onReport), std::move(onState));
+    setState(platform::CBManagerState::poweredOn);
   }
   void startScan(const std::vector<platform::CBUUID>& services) override {
     std::string text = "scan";
@@ -41,12 +37,8 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
   void hear(const std::string& address, platform::AdvertisingKind kind, platform::Data data,
             int8_t rssi = -60) {
     queue_->async([handlers = handlers_, address, kind, data = std::move(data), rssi] {
-      platform::AdvertisingReport report;
-      report.address = platform::BluetoothAddress::fromText(address).value();
-      report.kind = kind;
-      report.rssi = rssi;
-      report.data = data;
-      if (handlers->isOpen) handlers->report(report);
+      const auto sender = platform::BluetoothAddress::fromText(address).value();
+      if (handlers->isOpen) handlers->report({.address = sender, .kind = kind, .rssi = rssi, .data = data});
     });
   }
   void setState(platform::CBManagerState state, std::string reason = "") {
@@ -63,6 +55,8 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
 
  private:
   struct Handlers {
+    Handlers(ReportHandler onReport, StateHandler onState)
+        : report(std::move(onReport)), state(std::move(onState)) {}
     ReportHandler report;
     StateHandler state;
     std::atomic<bool> isOpen = true;
@@ -74,7 +68,6 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
   }
 
   const platform::dispatch_queue_t queue_;
-  const platform::CBManagerState first_;
   std::shared_ptr<Handlers> handlers_;
   std::mutex mutex_;
   std::vector<std::string> notes_;

@@ -9,7 +9,6 @@ namespace brenloft_test {
 namespace {
 
 TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
-  TemporaryFolder folder;
   const std::string uuid = "11111111-2222-3333-4444-555555555555";
   const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
       {{}, ""},
@@ -20,7 +19,6 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"scan", "--count"}, "--count"},
       {{"scan", "--format", "xml"}, "--format: 'xml' is not table, jsonl or csv"},
       {{"scan", "--count", "0"}, "--count: '0' is no whole number above 0"},
-      {{"hear", "--source", "demo", "--count", "-1"}, "--count: '-1' is no whole number above 0"},
       {{"log", "show", "--last", "-1"}, "--last: '-1' is no whole number above 0"},
       {{"log", "show", "--last", "99999999999999999999"},
        "--last: '99999999999999999999' is no whole number"},
@@ -42,9 +40,7 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"simulate", "--out", "/nonexistent", "--seed", "-1"}, "--seed: '-1' is no whole number"},
       {{"decode", "--format", "csv", "00"}, "--format: 'csv' is not table or jsonl"},
       {{"hear"}, "--source"},
-      {{"scan", "--uuid", "12345"}, "--uuid: '12345'"},
       {{"range", "--uuid", "FFF0"}, "--uuid: 'FFF0'"},
-      {{"log", "delete", "--container", folder.file("")}, "--yes"},
       {{"log", "count", "--container", ""}, "--container: the name is empty"},
       {{"log", "export", "--out", ""}, "--out: the name is empty"},
       {{"scan", "--record", ""}, "--record: the name is empty"},
@@ -71,8 +67,7 @@ TEST(CommandLine, HelpAndVersionGoToStandardOutput) {
 }
 
 TEST(CommandLine, ExitTimesHaveUnits) {
-  TemporaryFolder folder;
-  const auto scan = [&](const std::string& exitTime) {
+  const auto scan = [](const std::string& exitTime) {
     const Ended ended = runTool(
         {"scan", "--source", "demo", "--duration", "30", "--exit-time", exitTime, "-q", "-F", "jsonl"});
     EXPECT_EQ(ended.status, 0) << ended.err;

@@ -17,92 +17,37 @@ namespace fs = std::filesystem;
 class LoggedDemo : public testing::Test {
  protected:
   void SetUp() override {
-    const Ended ended = runTool({"scan", "--source", "demo", "--duration", "20", "--log", "--container",
-                                 container(), "--format", "jsonl", "-q"});
+    const Ended ended =
+        runTool({"scan", "--source", "demo", "--duration", "20", "--log", "--container", container(), "-q"});
     ASSERT_EQ(ended.status, 0) << ended.err;
-    scanned_ = ended.out;
   }
 
   Ended log(const std::string& action, std::vector<std::string> more = {}) const {
     more.insert(more.begin(), {"log", action, "--container", container()});
     return runTool(more);
   }
-  Ended sqlite(const std::string& statement) const {
-    return runProgram({"sqlite3", "-readonly", container() + "/ServiceModel.sqlite", statement});
-  }
   std::string container() const { return folder_.file("container"); }
 
   TemporaryFolder folder_;
-  std::string scanned_;
 };
 
-TEST_F(LoggedDemo, CountsShowsAndExportsTheRowsThatTheFileHolds) {
-  if (!hasProgram("sqlite3") || !hasProgram("jq")) GTEST_SKIP() << "sqlite3 and jq are not installed";
-  const std::string rows = sqlite("select count(*) from SensorLog").out;
+TEST_F(LoggedDemo, CountsShowsExportsAndDeletesTheRowsThatTheFileHolds) {
+  if (!hasProgram("sqlite3")) GTEST_SKIP() << "sqlite3 is not installed";
+  const std::string rows = runProgram({"sqlite3", "-readonly", container() + "/ServiceModel.sqlite",
+                                       "select count(*) from SensorLog"})
+                               .out;
   EXPECT_GT(std::stoi(rows), 5);
   EXPECT_EQ(log("count").out, rows);
   EXPECT_EQ(log("show", {"--format", "jsonl"}).lines().size(), std::stoul(rows));
   EXPECT_EQ(log("show", {"--format", "jsonl", "--last", "3"}).lines().size(), 3U);
 
-  // One line per row with everything that the document tells, read by two parsers that are not this
-  // project's.
-  const Ended document = log("export");
-  ASSERT_EQ(document.status, 0);
-  const std::string fields =
-      "[.beaconType,.beaconId,.uuid,.major,.minor,.rssi,.status,.statusUpdatedDate,.txPower,.emergency,"
-      ".battery,.temperature,.humidity,.uniqueId,.tbd,.xAccel,.yAccel,.zAccel]";
-  writeFile(folder_.file("document.json"), document.out);
-  const Ended parsed =
-      runProgram({"jq", "-r", ".[]|" + fields + "|map(tostring)|join(\"|\")", folder_.file("document.json")});
-  const Ended stored = sqlite(
-      "select beaconType,beaconId,uuid,major,minor,rssi,status,"
-      "strftime('%Y%m%d%H%M%S',statusUpdatedDate,'unixepoch','localtime'),txPower,emergency,battery,"
-      "temperature,humidity,uniqueId,tbd,xAccel,yAccel,zAccel from SensorLog order by rowid");
-  EXPECT_EQ(parsed.status, 0) << parsed.err;
-  EXPECT_EQ(parsed.out, stored.out);
-
+  const std::string document = log("export").out;
+  EXPECT_EQ(std::count(document.begin(), document.end(), '{'), std::stoi(rows));
   ASSERT_EQ(log("export", {"--out", folder_.file("copy.json")}).status, 0);
-  EXPECT_EQ(contentsOf(folder_.file("copy.json")), document.out);
-}
+  EXPECT_EQ(contentsOf(folder_.file("copy.json")), document);
 
-// Held against the lines of the same scan: a row for what becomes present, for each emergency of what is
-// present (a new beacon's own row covers its first), and for what falls silent; none for the stop at the end.
-constexpr const char* kExpectedRows = R"(
-import json, sys
-lines = [json.loads(line) for line in sys.stdin]
-end = lines[-1]["time"]
-status = {}
-for line in lines:
-    if line["event"] not in ("beacon", "emergency"):
-        continue
-    beacon = line["beacon"]
-    key, now = beacon["uuid"], beacon["status"]
-    if line["event"] == "emergency":
-        if beacon["statusUpdatedDate"] != status.get((key, "new")):
-            print(key, now)
-    elif status.get(key) != now:
-        if now == 2 and line["time"] == end:
-            continue
-        if key not in status:
-            status[(key, "new")] = beacon["statusUpdatedDate"]
-        status[key] = now
-        print(key, now)
-)";
-
-TEST_F(LoggedDemo, HoldsARowForEachAppearanceEmergencyAndLossInTheirOrder) {
-  if (!hasProgram("python3")) GTEST_SKIP() << "python3 is not installed";
-  writeFile(folder_.file("lines"), scanned_);
-  writeFile(folder_.file("expected.py"), kExpectedRows);
-  const Ended expected =
-      runProgram({"sh", "-c", "python3 " + folder_.file("expected.py") + " < " + folder_.file("lines")});
-  ASSERT_EQ(expected.status, 0) << expected.err;
-  EXPECT_GT(expected.lines().size(), 5U);
-  EXPECT_EQ(sqlite("select uuid || ' ' || status from SensorLog order by rowid").out, expected.out);
-}
-
-TEST_F(LoggedDemo, DeletesOnlyWithYesWhereNobodyCanBeAsked) {
-  EXPECT_EQ(log("delete").status, 2);
-  EXPECT_NE(log("count").out, "0\n");
+  EXPECT_EQ(log("delete").status, 2) << "nobody can be asked";
+  EXPECT_EQ(log("count").out, rows);
   EXPECT_EQ(log("delete", {"--yes"}).status, 0);
   EXPECT_EQ(log("count").out, "0\n");
   EXPECT_EQ(log("export").out, "[]\n");
@@ -169,11 +114,17 @@ TEST_F(LoggedDemo, AFailedExportIsOneLineAndLeavesEverythingAsItWas) {
   EXPECT_EQ(contentsOf(folder + "/log.json.part"), "somebody else's");
 }
 
-TEST(Log, FollowsRowsOfAStoreThatComesLaterUntilItIsStopped) {
+TEST(Log, FollowsRowsOfAStoreThatComesLaterUntilItIsStoppedOrNobodyReads) {
   TemporaryFolder folder;
   const std::string container = folder.file("container");
   fs::create_directory(container);
-  RunningTool follower({"log", "show", "--follow", "--container", container});
+  const std::vector<std::string> follow{"log", "show", "--follow", "--container", container};
+  RunningTool unread(follow);
+  unread.readLines(1);
+  unread.closeOutput();
+  EXPECT_EQ(unread.wait(), 0);
+
+  RunningTool follower(follow);
   follower.readLines(1);
   ASSERT_EQ(runTool({"scan", "--source", "demo", "--duration", "20", "--log", "--container", container, "-q"})
                 .status,
@@ -183,15 +134,6 @@ TEST(Log, FollowsRowsOfAStoreThatComesLaterUntilItIsStopped) {
   EXPECT_GT(lines, 5);
   EXPECT_EQ(follower.readLines(lines), shown);
   follower.signal(SIGTERM);
-  EXPECT_EQ(follower.wait(), 0);
-}
-
-TEST(Log, AFollowerEndsWhenNobodyReadsAnyMore) {
-  TemporaryFolder folder;
-  fs::create_directory(folder.file("container"));
-  RunningTool follower({"log", "show", "--follow", "--container", folder.file("container")});
-  follower.readLines(1);
-  follower.closeOutput();
   EXPECT_EQ(follower.wait(), 0);
 }
 

@@ -60,14 +60,17 @@ TEST(Output, ThatFailsLeavesTheRecordingWhole) {
 TEST(Recording, NeverReplacesWhatIsBeingHeardNorAnEarlierOneInVain) {
   TemporaryFolder folder;
   const std::string capture = folder.file("capture");
-  ASSERT_EQ(runTool({"simulate", "--out", capture, "--seconds", "5"}).status, 0);
+  ASSERT_EQ(runTool({"simulate", "--out", capture, "--beacons", "200", "--seconds", "30"}).status, 0);
   const std::string octets = contentsOf(capture);
+  ASSERT_GT(octets.size(), 300'000U) << "more than what is read ahead";
   fs::create_symlink(capture, folder.file("link"));
-  const std::vector<std::string> sources{"capture:" + capture, "capture:" + capture + "?paced"};
-  for (const std::string& source : sources) {
-    for (const std::string command : {"scan", "hear"}) {
+  for (const std::string command : {"scan", "hear"}) {
+    for (const std::string& source : {"capture:" + capture, "capture:" + capture + "?paced"}) {
       const Ended ended = runTool({command, "--source", source, "--record", folder.file("link")});
-      EXPECT_EQ(ended.status, 2) << ended.err;
+      EXPECT_EQ(ended.status, 2) << command << source;
+      EXPECT_NE(ended.err.find("--record would overwrite the capture that is read: " + folder.file("link")),
+                std::string::npos)
+          << ended.err;
       EXPECT_EQ(contentsOf(capture), octets) << command << source;
     }
   }

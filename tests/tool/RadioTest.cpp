@@ -51,7 +51,7 @@ TEST(Radio, WhyItFailsIsSaidOnce) {
       if (connection == 0) server.drop();
     }
   });
-  const Ended ended = runTool({"hear", "--source", server.address(), "--count", "2"});
+  const Ended ended = runTool({"hear", "--source", server.address(), "--count", "2", "-F", "jsonl"});
   sensor.join();
   EXPECT_EQ(ended.status, 0);
   const std::string told = "radio: resetting (";

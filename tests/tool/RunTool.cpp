@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -54,12 +51,6 @@ Child spawn(const std::vector<std::string>& command) {
   return {pid, in.ends[1], out.ends[0], err.ends[0]};
 }
 
-int statusOf(pid_t pid) {
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 // Both outputs at once, so that neither fills its pipe; `onLines` once, after so many lines.
 template <typename OnLines>
 Ended collect(const Child& child, std::ptrdiff_t lines, OnLines onLines) {
@@ -94,6 +85,12 @@ std::vector<std::string> toolCommand(const std::vector<std::string>& arguments) 
 }
 
 }  // namespace
+
+int statusOf(int pid) {
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
 
 std::vector<std::string> Ended::lines() const {
   std::vector<std::string> result;
@@ -180,26 +177,6 @@ int RunningTool::wait() {
 
 bool hasProgram(const std::string& name) {
   return runProgram({"sh", "-c", "command -v " + name}).status == 0;
-}
-
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "brenloft-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string contentsOf(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void writeFile(const std::string& file, const std::string& contents) {
-  std::ofstream(file, std::ios::binary) << contents;
 }
 
 }  // namespace brenloft_test

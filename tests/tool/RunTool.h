@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
 #include <string>
 #include <vector>
+
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace brenloft_test {
 
@@ -24,6 +25,9 @@ Ended runTool(const std::vector<std::string>& arguments, const std::string& inpu
 Ended runProgram(const std::vector<std::string>& command, const std::string& input = {});
 /// The tool, sent a signal once it has written so many lines.
 Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal);
+
+/// The exit status of an ended child, as in `Ended`.
+int statusOf(int pid);
 
 /// The value of a key in a JSON line, up to the next comma or end; "" without it.
 std::string valueOf(const std::string& line, const std::string& key);
@@ -55,21 +59,8 @@ class RunningTool {
 
 bool hasProgram(const std::string& name);
 
-/// A folder that goes away with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
-std::string contentsOf(const std::string& file);
-void writeFile(const std::string& file, const std::string& contents);
+using test::contentsOf;
+using test::TemporaryFolder;
+using test::writeFile;
 
 }  // namespace brenloft_test

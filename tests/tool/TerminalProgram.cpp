@@ -12,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/tool/RunTool.h"
+
 namespace brenloft_test {
 namespace {
 
@@ -165,9 +167,7 @@ void TerminalProgram::goOn() const {
 int TerminalProgram::wait() {
   while (take()) {
   }
-  int status = 0;
-  ::waitpid(std::exchange(pid_, -1), &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return statusOf(std::exchange(pid_, -1));
 }
 
 }  // namespace brenloft_test
