@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -152,9 +153,10 @@ TEST_F(BRLTimerTest, RunsTheWrappedBlockThatWasThereWhenScheduled) {
 TEST_F(BRLTimerTest, LivesWithoutItsCreatorUntilItFiredOrWasCancelled) {
   std::weak_ptr<BRLTimer> armed = scheduled(5.0);
   std::weak_ptr<BRLTimer> cancelled = scheduled(5.0);
-  std::weak_ptr<BRLTimer> suspended = scheduled(5.0);
-  suspended.lock()->suspend();
-  EXPECT_FALSE(suspended.lock()->suspended()) << "the flag is left alone";
+  auto held = scheduled(5.0);
+  held->suspend();
+  EXPECT_FALSE(held->suspended()) << "the flag is left alone";
+  std::weak_ptr<BRLTimer> suspended = std::exchange(held, nullptr);
   std::weak_ptr<BRLTimer> unscheduled = make(5.0);
   EXPECT_TRUE(unscheduled.expired());
   cancelled.lock()->cancel();
@@ -162,10 +164,12 @@ TEST_F(BRLTimerTest, LivesWithoutItsCreatorUntilItFiredOrWasCancelled) {
   dispatch_->advance(5s);
   EXPECT_EQ(firings_, Firings{5s});
   EXPECT_TRUE(armed.expired());
-  ASSERT_FALSE(suspended.expired());
-  suspended.lock()->setSuspended(true);
-  suspended.lock()->resume();
-  EXPECT_TRUE(suspended.lock()->suspended());
+  held = suspended.lock();
+  ASSERT_TRUE(held);
+  held->setSuspended(true);
+  held->resume();
+  EXPECT_TRUE(held->suspended());
+  held.reset();
   dispatch_->runDue();
   EXPECT_EQ(firings_, (Firings{5s, 5s}));
   EXPECT_TRUE(suspended.expired());
