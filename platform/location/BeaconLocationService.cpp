@@ -7,6 +7,13 @@
 #include "platform/location/BeaconLocationCore.h"
 
 namespace platform {
+namespace {
+
+bool isSameRanging(const CLBeaconRegion& a, const CLBeaconRegion& b) {
+  return a.identifier() == b.identifier() && a.proximityUUID() == b.proximityUUID();
+}
+
+}  // namespace
 
 std::shared_ptr<BeaconLocationService> makeBeaconLocationService(BeaconLocationOptions options) {
   return std::make_shared<BeaconLocationCore>(std::move(options));
@@ -133,9 +140,7 @@ void BeaconLocationCore::requestState(BeaconLocationManager& manager, const CLRe
 
 void BeaconLocationCore::startRanging(BeaconLocationManager& manager, const CLBeaconRegionPtr& region) {
   const std::scoped_lock lock(mutex_);
-  std::erase_if(manager.ranged, [&](const CLBeaconRegionPtr& old) {
-    return old->identifier() == region->identifier() && old->proximityUUID() == region->proximityUUID();
-  });
+  std::erase_if(manager.ranged, [&](const CLBeaconRegionPtr& old) { return isSameRanging(*old, *region); });
   manager.ranged.push_back(region);
   updateRangedUUIDs();
   refresh();
@@ -143,8 +148,11 @@ void BeaconLocationCore::startRanging(BeaconLocationManager& manager, const CLBe
 
 void BeaconLocationCore::stopRanging(BeaconLocationManager& manager, const CLRegionPtr& region) {
   const std::scoped_lock lock(mutex_);
-  std::erase_if(manager.ranged,
-                [&](const CLBeaconRegionPtr& old) { return old->identifier() == region->identifier(); });
+  const auto* beaconRegion = dynamic_cast<const CLBeaconRegion*>(region.get());
+  std::erase_if(manager.ranged, [&](const CLBeaconRegionPtr& old) {
+    return old->identifier() == region->identifier() ||
+           (beaconRegion != nullptr && old->proximityUUID() == beaconRegion->proximityUUID());
+  });
   updateRangedUUIDs();
   refresh();
 }
@@ -156,7 +164,8 @@ bool BeaconLocationCore::isRanging() const {
 
 bool BeaconLocationCore::isRanged(const BeaconLocationManager& manager,
                                   const CLBeaconRegionPtr& region) const {
-  return std::ranges::find(manager.ranged, region) != manager.ranged.end();
+  return std::ranges::any_of(manager.ranged,
+                             [&](const CLBeaconRegionPtr& other) { return isSameRanging(*other, *region); });
 }
 
 void BeaconLocationCore::updateRangedUUIDs() {
@@ -193,15 +202,18 @@ void BeaconLocationCore::postChanges(const BeaconPresence::Changes& changes) {
     const bool isFirst = before == CLRegionState::unknown;
     const bool isEntry = now == CLRegionState::inside;
     if (!isFirst && !(isEntry ? region->notifyOnEntry() : region->notifyOnExit())) continue;
-    const auto report = [region = region, state = now, isFirst, isEntry](auto& reporter, auto& delegate) {
-      delegate.locationManager_didDetermineState_forRegion(reporter, state, region);
-      if (isFirst) return;
-      if (isEntry)
-        delegate.locationManager_didEnterRegion(reporter, region);
-      else
-        delegate.locationManager_didExitRegion(reporter, region);
+    const auto tell = [&](const Report& report) {
+      for (BeaconLocationManager* manager : managers_) post(*manager, whileMonitored(region), report);
     };
-    for (BeaconLocationManager* manager : managers_) post(*manager, whileMonitored(region), report);
+    tell([region = region, state = now](auto& reporter, auto& delegate) {
+      delegate.locationManager_didDetermineState_forRegion(reporter, state, region);
+    });
+    if (isFirst) continue;
+    // On its own: the first report may have replaced the delegate.
+    tell([region = region, isEntry](auto& reporter, auto& delegate) {
+      isEntry ? delegate.locationManager_didEnterRegion(reporter, region)
+              : delegate.locationManager_didExitRegion(reporter, region);
+    });
   }
 }
 
@@ -251,7 +263,8 @@ void BeaconLocationCore::update() {
   const bool isOn = central_->state() == CBManagerState::poweredOn;
   if (isWanted && isOn && !isScanning_)
     central_->scanForPeripheralsWithServices_options(std::nullopt, {.allowDuplicates = true});
-  if (!isWanted && isScanning_) central_->stopScan();
+  // Also when the radio's state came between: not every such report means that the scan has ended.
+  if (!isWanted) central_->stopScan();
   isScanning_ = isWanted && isOn;
 
   const std::scoped_lock lock(mutex_);
@@ -297,7 +310,11 @@ void BeaconLocationCore::check() {
 void BeaconLocationCore::tick() {
   const std::scoped_lock lock(mutex_);
   const dispatch_time_t now = options_.dispatch->now();
-  if (!tickTime_ || now < *tickTime_ || !isAllowed()) return;
+  if (!tickTime_ || now < *tickTime_) return;
+  if (!isAllowed()) {
+    tickTime_.reset();
+    return;
+  }
   for (BeaconLocationManager* manager : managers_)
     for (const CLBeaconRegionPtr& region : manager->ranged) postRanging(*manager, region, now);
   presence_.beginSecond();

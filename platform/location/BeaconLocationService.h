@@ -21,8 +21,9 @@ namespace platform {
 /// unknown.
 ///
 /// Each ranging reports once a second, also when it hears nothing: the beacons of its UUID (and major, minor,
-/// when the region has them), strongest first, each with the mean rssi of that second, or 0 when it was not
-/// heard or not measured in it; a beacon not heard for ten seconds is left out.
+/// when the region has them), nearest first by path loss (measured power minus mean rssi), each with the mean
+/// rssi of that second, or 0 and last when it was not heard or not measured in it; a beacon not heard for ten
+/// seconds is left out.
 ///
 /// Monitored regions belong to the service, as all managers of an application share them: crossings reach
 /// every manager's delegate, answers the manager that asked, ranging reports the manager that ranges. Of a

@@ -78,8 +78,9 @@ bool BeaconPresence::hear(const iBeaconFrame& frame, int64_t rssi, dispatch_time
   const uint32_t key = keyOf(frame.major, frame.minor);
   const auto [entry, isNew] = watch->second.heard.try_emplace(key);
   Heard& heard = entry->second;
+  if (heard.second != second_) heard = {.second = second_};
   heard.last = now;
-  if (heard.second != second_) heard = {.last = now, .second = second_};
+  heard.measuredPower = frame.measuredPower;
   if (rssi != AdvertisingReport::kNoRssi) {
     heard.rssiSum += rssi;
     ++heard.measured;
@@ -166,24 +167,28 @@ CLRegionState BeaconPresence::state(const CLRegionPtr& region, dispatch_time_t n
 }
 
 std::vector<CLBeacon> BeaconPresence::range(const CLBeaconRegion& region, dispatch_time_t now) const {
-  std::vector<CLBeacon> beacons;
   const Watch* watch = watchOf(region);
-  if (watch == nullptr) return beacons;
+  if (watch == nullptr) return {};
+  std::vector<std::pair<std::optional<int64_t>, CLBeacon>> byPathLoss;  // none: not measured
   for (const auto& [key, heard] : watch->heard) {
     if (!matches(region, key) || now - heard.last >= BeaconLocationService::kRangingMemory) continue;
     const bool isMeasured = heard.second == second_ && heard.measured > 0;
     const int64_t mean =
         isMeasured ? std::llround(static_cast<double>(heard.rssiSum) / static_cast<double>(heard.measured))
                    : 0;
-    beacons.push_back({.proximityUUID = region.proximityUUID(),
-                       .major = static_cast<uint16_t>(key >> 16U),
-                       .minor = static_cast<uint16_t>(key & 0xFFFFU),
-                       .rssi = mean});
+    byPathLoss.push_back({isMeasured ? std::optional(heard.measuredPower - mean) : std::nullopt,
+                          {.proximityUUID = region.proximityUUID(),
+                           .major = static_cast<uint16_t>(key >> 16U),
+                           .minor = static_cast<uint16_t>(key & 0xFFFFU),
+                           .rssi = mean}});
   }
-  std::ranges::sort(beacons, [](const CLBeacon& a, const CLBeacon& b) {
-    return std::tuple(a.rssi == 0, -a.rssi, a.major, a.minor) <
-           std::tuple(b.rssi == 0, -b.rssi, b.major, b.minor);
+  std::ranges::sort(byPathLoss, {}, [](const auto& entry) {
+    const auto& [pathLoss, beacon] = entry;
+    return std::tuple(!pathLoss, pathLoss, beacon.major, beacon.minor);
   });
+  std::vector<CLBeacon> beacons;
+  beacons.reserve(byPathLoss.size());
+  for (const auto& [pathLoss, beacon] : byPathLoss) beacons.push_back(beacon);
   return beacons;
 }
 

@@ -52,7 +52,7 @@ class BeaconPresence {
   std::optional<dispatch_time_t> nextCheck(dispatch_time_t now) const;
 
   CLRegionState state(const CLRegionPtr& region, dispatch_time_t now) const;
-  /// The ranging report of the current second, strongest first.
+  /// The ranging report of the current second, nearest first, what was not measured last.
   std::vector<CLBeacon> range(const CLBeaconRegion& region, dispatch_time_t now) const;
   /// Begins a new second for the mean signal strengths.
   void beginSecond() { ++second_; }
@@ -60,7 +60,8 @@ class BeaconPresence {
  private:
   struct Heard {
     dispatch_time_t last{};
-    uint64_t second = 0;  ///< which second the sum belongs to
+    int8_t measuredPower = 0;  ///< of the newest frame
+    uint64_t second = 0;       ///< which second the sum belongs to
     int64_t rssiSum = 0;
     int64_t measured = 0;
   };

@@ -122,7 +122,8 @@ class BRL_EXPORT CLLocationManager {
   virtual void requestStateForRegion(const CLRegionPtr& region) = 0;
   /// One identifier and proximity UUID is one ranging; starting it again replaces it.
   virtual void startRangingBeaconsInRegion(CLBeaconRegionPtr region) = 0;
-  /// Ends every ranging under the region's identifier, of whatever proximity UUID.
+  /// Ends every ranging of this manager under the region's identifier or, of a beacon region, of its
+  /// proximity UUID.
   virtual void stopRangingBeaconsInRegion(const CLRegionPtr& region) = 0;
   virtual bool respondsToRequestAlwaysAuthorization() const = 0;
   virtual void requestAlwaysAuthorization() = 0;

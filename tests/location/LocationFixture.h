@@ -99,8 +99,9 @@ class BeaconLocationTest : public testing::Test {
   }
 
   /// One frame, heard before the call returns.
-  void hear(const platform::NSUUID& uuid, int major, int minor, int rssi = -60) {
-    platform::iBeaconFrame frame{uuid, static_cast<uint16_t>(major), static_cast<uint16_t>(minor)};
+  void hear(const platform::NSUUID& uuid, int major, int minor, int rssi = -60, int8_t measuredPower = -59) {
+    platform::iBeaconFrame frame{uuid, static_cast<uint16_t>(major), static_cast<uint16_t>(minor),
+                                 measuredPower};
     simulated.radio().advertise(platform::iBeaconAdvertisement(
         {{0xC1, 0, 0, 0, 0, static_cast<uint8_t>(minor)}, true}, frame, static_cast<int8_t>(rssi)));
     simulated.advance({});

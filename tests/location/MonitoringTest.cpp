@@ -141,6 +141,36 @@ TEST_F(Monitoring, ARadioThatWentAndCameBackAtOnceIsListenedToAgain) {
   EXPECT_EQ(hearing(kUUID, 1, 1), Lines{"inside R"});
 }
 
+// The radio is on already when the service's central is made, whose first state report then comes late.
+TEST_F(Monitoring, AStopBeforeTheFirstStateReportOfTheRadioEndsTheScan) {
+  struct : platform::CBCentralManagerDelegate {
+    void centralManagerDidUpdateState(platform::CBCentralManager&) override {}
+    void centralManager_didDiscoverPeripheral_advertisementData_RSSI(platform::CBCentralManager&,
+                                                                     const platform::CBPeripheral&,
+                                                                     const platform::CBAdvertisementData&,
+                                                                     int64_t) override {}
+  } nobody;
+  const auto other = simulated.services().bluetooth->makeCentralManager(nobody, nullptr);
+  simulated.advance({});
+  listener.onLine = [&] {
+    if (listener.lines.back() == "unknown R") manager->stopMonitoringForRegion(region);
+  };
+  manager->startMonitoringForRegion(region);
+  manager->requestStateForRegion(region);
+  EXPECT_EQ(after({}), (Lines{"started R", "unknown R"}));
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+TEST_F(Monitoring, ADelegateReplacedByAStateGetsNoCrossing) {
+  LocationListener second;
+  monitor(region);
+  hear(kUUID, 1, 1);
+  listener.take();
+  listener.onLine = [&] { manager->setDelegate(&second); };
+  EXPECT_EQ(after(seconds(30)), Lines{"outside R"});
+  EXPECT_EQ(second.take(), Lines{"exited R"});
+}
+
 TEST_F(Monitoring, CrossingsReachEveryManagerAndAnswersTheOneThatAsked) {
   LocationListener second;
   const auto other = makeManager(second);

@@ -17,7 +17,7 @@ TEST_F(Ranging, ReportsOnceASecondAlsoWhenNothingIsHeard) {
   EXPECT_EQ(after(seconds(3)), (Lines{"ranged R:", "ranged R:", "ranged R:"}));
 }
 
-TEST_F(Ranging, GivesTheMeanOfEachSecondStrongestFirstAndZeroLast) {
+TEST_F(Ranging, GivesTheMeanOfEachSecondNearestFirstAndWhatWasNotMeasuredLast) {
   startRanging(region);
   hear(kUUID, 1, 1, -70);
   hear(kUUID, 1, 1, -73);
@@ -26,8 +26,15 @@ TEST_F(Ranging, GivesTheMeanOfEachSecondStrongestFirstAndZeroLast) {
   hear(kUUID, 1, 4, -90);
   hear(kUUID, 1, 4, platform::AdvertisingReport::kNoRssi);
   hear(kOtherUUID, 1, 5, -40);
-  EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/2=-50 1/1=-72 1/4=-90 1/3=0"});
+  hear(kUUID, 1, 6, -80, -77);
+  hear(kUUID, 1, 7, 0, 20);
+  EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/2=-50 1/6=-80 1/1=-72 1/7=0 1/4=-90 1/3=0"});
+  simulated.advance(seconds(10));
+  hear(kUUID, 1, 2, platform::AdvertisingReport::kNoRssi);
+  hear(kUUID, 1, 3, platform::AdvertisingReport::kNoRssi);
+  hear(kUUID, 1, 4, platform::AdvertisingReport::kNoRssi);
   hear(kUUID, 1, 1, -60);
+  listener.take();
   EXPECT_EQ(after(seconds(1)), Lines{"ranged R: 1/1=-60 1/2=0 1/3=0 1/4=0"});
 }
 
@@ -64,6 +71,22 @@ TEST_F(Ranging, OneIdentifierAndUUIDIsOneRangingAndStoppingEndsAllOfAnIdentifier
   manager->stopRangingBeaconsInRegion(region);
   EXPECT_EQ(after(seconds(3)), Lines{});
   EXPECT_FALSE(simulated.radio().isScanning());
+
+  startRanging(beaconRegion("other", kUUID));
+  manager->stopRangingBeaconsInRegion(region);
+  EXPECT_EQ(after(seconds(3)), Lines{}) << "and all of the UUID";
+}
+
+TEST_F(Ranging, StartedAnewKeepsAReportThatIsOnItsWay) {
+  monitor(region);
+  startRanging(beaconRegion("ranging", kUUID));
+  listener.onLine = [&] {
+    if (listener.lines.back() == "outside R")
+      manager->startRangingBeaconsInRegion(beaconRegion("ranging", kUUID));
+  };
+  simulated.advance(seconds(29));
+  listener.take();
+  EXPECT_EQ(after(seconds(1)), (Lines{"outside R", "ranged ranging:"}));
 }
 
 TEST_F(Ranging, ReportsReachTheManagerThatRangesAndEndWithIt) {
@@ -115,6 +138,20 @@ TEST_F(Authorization, WithdrawnAndGivenBackBetweenTwoEventsIsToldInOrder) {
   simulated.beaconLocation().setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
   EXPECT_EQ(after({}), (Lines{"authorization 2", "authorization 3"}));
   EXPECT_EQ(hearing(kUUID, 1, 1), Lines{"inside R"});
+}
+
+TEST_F(Authorization, WithdrawnAndGivenBackAroundAReportLosesThatReportOnly) {
+  const auto become = [&](CLAuthorizationStatus status) {
+    simulated.services().dispatch->after(
+        seconds(1), simulated.services().dispatch->mainQueue(),
+        [this, status] { simulated.beaconLocation().setAuthorizationStatus(status); });
+  };
+  become(CLAuthorizationStatus::denied);
+  manager->startRangingBeaconsInRegion(region);
+  simulated.advance({});
+  become(CLAuthorizationStatus::authorizedAlways);
+  EXPECT_EQ(after(seconds(1)), (Lines{"authorization 2", "authorization 3"}));
+  EXPECT_EQ(after(seconds(2)), (Lines{"ranged R:", "ranged R:"}));
 }
 
 TEST_F(Authorization, SwitchedOffLocationServicesHearNothing) {
