@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cctype>
 #include <string>
+#include <utility>
 
 #include "BrenloftSDK/BRLContextManager.h"
 #include "platform/Platform.h"
@@ -14,6 +15,7 @@ using platform::CLAuthorizationStatus;
 using platform::CLBeaconRegion;
 using platform::CLBeaconRegionPtr;
 using platform::CLLocationManager;
+using platform::CLRegion;
 using platform::CLRegionPtr;
 using platform::CLRegionState;
 using platform::NSLog;
@@ -50,6 +52,12 @@ struct RegionPredicate {
   }
 };
 
+void remember(std::vector<std::weak_ptr<const CLRegion>>& regions,
+              const std::weak_ptr<const CLRegion>& region) {
+  std::erase_if(regions, [](const auto& known) { return known.expired(); });
+  regions.push_back(region);
+}
+
 std::string numberText(auto number) {
   return std::to_string(static_cast<int64_t>(number));
 }
@@ -57,6 +65,14 @@ std::string numberText(auto number) {
 }  // namespace
 
 void BRLContextManager::BeaconStart() {
+  passLocationGate([] { return true; });
+}
+
+void BRLContextManager::updateMonitoring() {
+  submitRegions([] { return true; });
+}
+
+void BRLContextManager::passLocationGate(const Condition& isWanted) {
   const auto& service = *Platform::installed().location;
   // Deliberately in this sense: the message stands when services are on.
   if (service.locationServicesEnabled()) NSLog("위치서비스가 불가능합니다.");
@@ -64,7 +80,7 @@ void BRLContextManager::BeaconStart() {
   switch (service.authorizationStatus()) {
     case CLAuthorizationStatus::authorizedAlways:
     case CLAuthorizationStatus::authorizedWhenInUse:
-      updateMonitoring();
+      submitRegions(isWanted);
       NSLog("되었습니다.");
       NSLog("모니터링 중인 Region 개수:(" + numberText(locationManager_->monitoredRegions().size()) + ")");
       return;
@@ -85,7 +101,7 @@ void BRLContextManager::BeaconStart() {
   }
 }
 
-void BRLContextManager::updateMonitoring() {
+void BRLContextManager::submitRegions(const Condition& isWanted) {
   const auto text = beaconUUID();
   if (!text) {
     NSLog("UUID가 등록되지 않아 센서를 모니터링 할 수 없습니다.");
@@ -96,7 +112,8 @@ void BRLContextManager::updateMonitoring() {
     NSLog("데이터 오류 UUID가 올바른지 확인해주십시오\n UUID:" + *text);
     return;
   }
-  addMissingRegions(*uuid, *text);
+  const std::scoped_lock lock(regionsMutex_);
+  if (isWanted()) addMissingRegions(*uuid, *text);
 }
 
 void BRLContextManager::addMissingRegions(const NSUUID& uuid, const std::string& text) {
@@ -125,8 +142,27 @@ void BRLContextManager::addMissingRegions(const NSUUID& uuid, const std::string&
     region->setNotifyEntryStateOnDisplay(false);
     region->setNotifyOnEntry(true);
     region->setNotifyOnExit(true);
+    remember(submittedRegions_, region);
     locationManager_->startMonitoringForRegion(region);
   }
+}
+
+// A callback that has begun already may still hold one of these regions, or one that another has replaced.
+void BRLContextManager::endRegions() {
+  const std::scoped_lock lock(regionsMutex_);
+  isStart_ = false;
+  const auto regions = locationManager_->monitoredRegions();
+  for (const auto& region : regions) locationManager_->stopRangingBeaconsInRegion(region);
+  for (const auto& region : regions) locationManager_->stopMonitoringForRegion(region);
+  for (const auto& region : regions) remember(endedRegions_, region);
+  for (const auto& region : std::exchange(submittedRegions_, {})) remember(endedRegions_, region);
+}
+
+bool BRLContextManager::hasEnded(const CLRegionPtr& region) const {
+  const auto isRegion = [&](const auto& ended) { return ended.lock() == region; };
+  if (std::ranges::none_of(endedRegions_, isRegion)) return false;
+  const auto monitored = locationManager_->monitoredRegions();
+  return std::ranges::find(monitored, region) == monitored.end();
 }
 
 void BRLContextManager::locationManager_didChangeAuthorizationStatus(CLLocationManager& /*manager*/,
@@ -136,17 +172,23 @@ void BRLContextManager::locationManager_didChangeAuthorizationStatus(CLLocationM
     NSLog("로케이션 서비스가 중지되었습니다. 유저 권한 문제일 가능성이 높습니다");
     return;
   }
+  requestStates();
+  if (beaconType_ == kBRLIBeacon && isStart_) submitRegions([this] { return isStart_.load(); });
+}
+
+void BRLContextManager::requestStates() {
+  const std::scoped_lock lock(regionsMutex_);
   for (const auto& region : locationManager_->monitoredRegions()) {
     locationManager_->requestStateForRegion(region);
   }
-  if (beaconType_ == kBRLIBeacon && isStart_) updateMonitoring();
 }
 
 void BRLContextManager::locationManager_didStartMonitoringForRegion(CLLocationManager& manager,
                                                                     const CLRegionPtr& region) {
   NSLog("didStartMonitoringForRegion:" + numberText(manager.monitoredRegions().size()) + ":" +
         region->description());
-  locationManager_->requestStateForRegion(region);
+  const std::scoped_lock lock(regionsMutex_);
+  if (!hasEnded(region)) locationManager_->requestStateForRegion(region);
 }
 
 void BRLContextManager::locationManager_didDetermineState_forRegion(CLLocationManager& /*manager*/,
@@ -155,18 +197,23 @@ void BRLContextManager::locationManager_didDetermineState_forRegion(CLLocationMa
   NSLog("-[BRLContextManager locationManager:didDetermineState:forRegion:]:" + region->identifier() + ":" +
         numberText(state));
   if (region->identifier() == SAFETY_REGION_IDENTIFIER) {
-    determinedSafetyState(state);
+    determinedSafetyState(state, region);
     return;
   }
   const auto beaconRegion = asBeaconRegion(region);
-  if (!beaconRegion) return;
-  locationManager_->startRangingBeaconsInRegion(
-      std::make_shared<CLBeaconRegion>(beaconRegion->proximityUUID(), kBRLBeaconRegionID));
-  if (state == CLRegionState::outside) leaveRegion();
+  if (beaconRegion && startRanging(beaconRegion) && state == CLRegionState::outside) leaveRegion();
 }
 
-void BRLContextManager::determinedSafetyState(CLRegionState state) {
-  if (state == CLRegionState::outside) updateMonitoring();
+bool BRLContextManager::startRanging(const CLBeaconRegionPtr& region) {
+  const std::scoped_lock lock(regionsMutex_);
+  if (hasEnded(region)) return false;
+  locationManager_->startRangingBeaconsInRegion(
+      std::make_shared<CLBeaconRegion>(region->proximityUUID(), kBRLBeaconRegionID));
+  return true;
+}
+
+void BRLContextManager::determinedSafetyState(CLRegionState state, const CLRegionPtr& region) {
+  if (state == CLRegionState::outside) submitRegions([&] { return !hasEnded(region); });
   Platform::installed().userDefaults->setObject_forKey(NSNumber(static_cast<int64_t>(state)),
                                                        SAFETY_REGION_IDENTIFIER);
 }

@@ -75,17 +75,14 @@ void BRLContextManager::start() {
   if (isStart_) stop();
   isStart_ = true;
   if (beaconType_ == kBRLIBeacon) {
-    BeaconStart();
+    passLocationGate([this] { return isStart_.load(); });
   } else if (beaconType_ == kBRLSensorBeacon) {
     BrenloftStart();
   }
 }
 
 void BRLContextManager::stop() {
-  isStart_ = false;
-  const auto regions = locationManager_->monitoredRegions();
-  for (const auto& region : regions) locationManager_->stopRangingBeaconsInRegion(region);
-  for (const auto& region : regions) locationManager_->stopMonitoringForRegion(region);
+  endRegions();
   for (const Record& record : rangeBeaconSensors_.view()) {
     if (record->markLost()) reportBeacon(record);
   }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -45,7 +46,9 @@ BRL_EXPORT extern const char* const kBRLBeaconRegionID;
 /// Thread safety: every operation may be called from any thread; ask for the shared instance first from one.
 ///  1. Configuration is atomic; the UUID text has its own lock.
 ///  2. Records and their list keep the promises of their own headers.
-///  3. `seenMutex_` guards the seen cache and is never held while a delegate or a completion runs.
+///  3. `seenMutex_` guards the seen cache, `regionsMutex_` what is asked of the location service, so that
+///     `stop` and the service's callbacks do not mix. Neither is held while a delegate or a completion runs.
+///  4. Of a `start` and a `stop` of the iBeacon search on two threads, the one that comes last holds.
 class BRL_EXPORT BRLContextManager final : public BRLDataManager,
                                            private platform::CLLocationManagerDelegate,
                                            private platform::CBCentralManagerDelegate {
@@ -130,6 +133,10 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// Ends either search, marks every present record lost and reports it. Records, timers and the
   /// configuration stay.
   ///
+  /// All ranging of the monitored regions' UUIDs ends, and so does the monitoring of every region, the
+  /// application's own included. What still comes of these regions starts nothing. Ranging goes on only where
+  /// the application itself has stopped monitoring the region that it began from.
+  ///
   /// `start` leaves the scan to the scanner queue. A `stop` that comes before the queue has begun it does not
   /// hold it back: the radio then scans, and sensors are reported, until the next `stop`.
   void stop();
@@ -190,9 +197,16 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
       platform::CBCentralManager& central, const platform::CBPeripheral& peripheral,
       const platform::CBAdvertisementData& advertisementData, int64_t rssi) override;
 
-  // Regions (BRLContextManager+Regions.cpp).
+  // Regions (BRLContextManager+Regions.cpp). A condition is asked with `regionsMutex_` held.
+  using Condition = std::function<bool()>;
+  void passLocationGate(const Condition& isWanted);
+  void submitRegions(const Condition& isWanted);
   void addMissingRegions(const platform::NSUUID& uuid, const std::string& text);
-  void determinedSafetyState(platform::CLRegionState state);
+  void endRegions();
+  bool hasEnded(const platform::CLRegionPtr& region) const;
+  void requestStates();
+  bool startRanging(const platform::CLBeaconRegionPtr& region);
+  void determinedSafetyState(platform::CLRegionState state, const platform::CLRegionPtr& region);
   void leaveRegion();
   void locationManager_didChangeAuthorizationStatus(platform::CLLocationManager& manager,
                                                     int32_t status) override;
@@ -230,6 +244,10 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::optional<std::string> beaconUUID_;
 
   BRLRecordList rangeBeaconSensors_;
+
+  std::mutex regionsMutex_;
+  std::vector<std::weak_ptr<const platform::CLRegion>> submittedRegions_;  // since the last `stop`
+  std::vector<std::weak_ptr<const platform::CLRegion>> endedRegions_;      // by `stop`
 
   std::mutex seenMutex_;
   std::unordered_map<std::string, SeenBeacon> seenBRLCache_;

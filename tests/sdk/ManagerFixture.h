@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -54,6 +56,10 @@ class Listener final : public BRLDelegateOf<Listener> {
 class ManagerTest : public testing::Test {
  protected:
   explicit ManagerTest(SimulatedPlatformOptions options = {}) : simulated(std::move(options)) {
+    simulated.services().log = [this, keep = simulated.services().log](std::string_view line) {
+      keep(line);
+      onLogLine(line);
+    };
     simulated.install();
   }
 
@@ -95,4 +101,5 @@ class ManagerTest : public testing::Test {
 
   platform::SimulatedPlatform simulated;
   Listener listener;
+  std::function<void(std::string_view)> onLogLine = [](std::string_view) {};
 };

@@ -193,6 +193,34 @@ TEST_F(RangingFromAdvertisements, AStopStraightAfterTheStartEndsTheSearch) {
   EXPECT_THAT(listener.take(), IsEmpty());
 }
 
+TEST_F(RangingFromAdvertisements, AStopEndsWhatBeganFromTheApplicationsOwnRegion) {
+  manager().locationManager().startMonitoringForRegion(
+      std::make_shared<platform::CLBeaconRegion>(uuid, "application"));
+  startSearch(2);
+  advertise(1);
+  EXPECT_TRUE(after(seconds(3)).ranging);
+  manager().stop();
+  EXPECT_FALSE(after(seconds(3)).ranging);
+  EXPECT_FALSE(simulated.radio().isScanning());
+}
+
+// The log is called where another thread's stop may come between, too.
+TEST_F(RangingFromAdvertisements, AStopInTheMiddleOfAStartOrACallbackEndsTheSearch) {
+  for (const char* line : {"위치서비스가 불가능합니다.", "didStartMonitoringForRegion:",
+                           "-[BRLContextManager locationManager:didDetermineState:forRegion:]:"}) {
+    bool isStopped = false;
+    onLogLine = [&](std::string_view text) {
+      if (text.starts_with(line) && !std::exchange(isStopped, true)) manager().stop();
+    };
+    startSearch(2);
+    simulated.advance(seconds(2));
+    EXPECT_TRUE(isStopped);
+    EXPECT_FALSE(manager().isStart());
+    EXPECT_FALSE(simulated.radio().isScanning()) << line;
+    EXPECT_THAT(manager().locationManager().monitoredRegions(), IsEmpty()) << line;
+  }
+}
+
 TEST_F(RangingFromAdvertisements, AStartInTheOtherModeEndsTheSearchOfTheFirst) {
   advertise(1);
   simulated.radio().startAdvertising(
