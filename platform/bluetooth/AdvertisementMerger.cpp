@@ -53,6 +53,12 @@ std::shared_ptr<const MergedAdvertisement> AdvertisementMerger::merge(const Adve
   return side.merged;
 }
 
+void AdvertisementMerger::clear() {
+  slots_.clear();
+  entries_.clear();
+  newest_ = oldest_ = kNone;
+}
+
 AdvertisementMerger::Merged AdvertisementMerger::build(const BluetoothAddress& address, const Entry& entry,
                                                        std::size_t own) {
   for (std::size_t i = 0; i < structures_.size(); ++i) structures_[i].read(entry.sides[i].octets);

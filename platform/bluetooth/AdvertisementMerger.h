@@ -36,6 +36,8 @@ class AdvertisementMerger {
   /// Never null.
   std::shared_ptr<const MergedAdvertisement> merge(const AdvertisingReport& report);
   std::size_t addressCount() const { return slots_.size(); }
+  /// Forgets every report, as when a scan has ended: what was heard then is not news with what is heard next.
+  void clear();
 
  private:
   using Merged = std::shared_ptr<const MergedAdvertisement>;

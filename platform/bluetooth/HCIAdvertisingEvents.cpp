@@ -134,10 +134,15 @@ struct Unfinished {
   uint8_t set = 0;
   bool isScanResponse = false;
   bool isOverlong = false;
+  Date heard;  ///< the newest fragment
   Data data;
+
+  /// A clock that was set back makes no fragment younger.
+  bool isStale(Date now) const { return now < heard || now - heard > HCIAdvertisingEvents::kLongestGap; }
 };
 
-void append(Unfinished& to, DataView data) {
+void append(Unfinished& to, Date time, DataView data) {
+  to.heard = time;
   const size_t room = kLongestData - to.data.size();
   if (data.size() > room) to.isOverlong = true;
   const DataView kept = data.first(std::min(room, data.size()));
@@ -168,17 +173,17 @@ Unfinished& HCIAdvertisingEvents::State::open(const AdvertisingReport& report, u
   if (found != unfinished.end()) return *found;
   if (unfinished.size() == kMostUnfinished) unfinished.erase(unfinished.begin());
   return unfinished.emplace_back(
-      Unfinished{report.address, set, platform::isScanResponse(report.kind), false, {}});
+      Unfinished{report.address, set, platform::isScanResponse(report.kind), false, {}, {}});
 }
 
 void HCIAdvertisingEvents::State::take(AdvertisingReport& report, uint8_t set, DataStatus status,
                                        const Handler& handler) {
   report.isTruncated = status == DataStatus::truncated;
-  if (status == DataStatus::moreToCome) return append(open(report, set), report.data);
+  if (status == DataStatus::moreToCome) return append(open(report, set), report.time, report.data);
   const auto found = unfinished.empty() ? unfinished.end() : find(report, set);
   if (found == unfinished.end()) return handler(report);
 
-  append(*found, report.data);
+  append(*found, report.time, report.data);
   const Unfinished whole = std::move(*found);
   unfinished.erase(found);
   report.data = whole.data;
@@ -188,6 +193,7 @@ void HCIAdvertisingEvents::State::take(AdvertisingReport& report, uint8_t set, D
 
 std::string_view HCIAdvertisingEvents::State::readReports(OctetReader& reader, Date time,
                                                           const Handler& handler) {
+  std::erase_if(unfinished, [&](const Unfinished& one) { return one.isStale(time); });
   AdvertisingReport report;
   report.time = time;
   for (unsigned count = reader.octet(); count > 0; --count) {

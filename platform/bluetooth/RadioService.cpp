@@ -55,7 +55,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
   void open();
   void didHear(const AdvertisingReport& report);
   void didUpdateState(const RadioState& radio);
-  std::shared_ptr<const Deliveries> listeners() const;
+  std::shared_ptr<const Deliveries> listeners(bool& isFirstOfScan);
   void applyScans();
 
   const std::shared_ptr<AdvertisingReportSource> source_;
@@ -69,6 +69,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
   std::shared_ptr<const Deliveries> deliveries_ = std::make_shared<Deliveries>();
   std::optional<CBManagerState> state_;
   std::optional<Services> applied_;
+  bool isNewScan_ = false;  // nothing has been heard in it
   bool isApplying_ = false;
   bool isOpen_ = false;
 };
@@ -172,6 +173,7 @@ void SourceRadio::applyScans() {
   std::unique_lock lock(mutex_);
   if (std::exchange(isApplying_, true)) return;
   for (auto wanted = unionOf(*deliveries_); wanted != applied_; wanted = unionOf(*deliveries_)) {
+    isNewScan_ = isNewScan_ || !applied_;
     applied_ = wanted;
     lock.unlock();
     if (wanted) {
@@ -184,15 +186,19 @@ void SourceRadio::applyScans() {
   isApplying_ = false;
 }
 
-std::shared_ptr<const Deliveries> SourceRadio::listeners() const {
+std::shared_ptr<const Deliveries> SourceRadio::listeners(bool& isFirstOfScan) {
   const std::lock_guard lock(mutex_);
-  return applied_ ? deliveries_ : nullptr;
+  if (!applied_) return nullptr;
+  isFirstOfScan = std::exchange(isNewScan_, false);
+  return deliveries_;
 }
 
 void SourceRadio::didHear(const AdvertisingReport& report) {
   if (reportObserver_) reportObserver_(report);
-  const std::shared_ptr<const Deliveries> deliveries = listeners();
+  bool isFirstOfScan = false;
+  const std::shared_ptr<const Deliveries> deliveries = listeners(isFirstOfScan);
   if (!deliveries) return;
+  if (isFirstOfScan) merger_.clear();
   const auto merged = merger_.merge(report);
   for (const auto& delivery : *deliveries) delivery->didHear(report, merged);
 }

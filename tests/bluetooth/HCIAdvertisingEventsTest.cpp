@@ -178,14 +178,30 @@ TEST(Fragments, AreBoundedInLengthAndNumber) {
             (Texts{"00r EXT_ADV -60 bb", "01r EXT_ADV -60 aabb", "40r EXT_ADV -60 aabb"}));
 }
 
-TEST(Fragments, AreForgottenByAReset) {
-  HCIAdvertisingEvents reader;
-  std::string heard;
-  const auto note = [&](const AdvertisingReport& report) { heard += hexText(report.data); };
-  reader.read(octetsFromHex(event("0d", {extended("2000", "01", "aa")})).value(), {}, note);
-  reader.reset();
-  reader.read(octetsFromHex(event("0d", {extended("0000", "01", "bb")})).value(), {}, note);
-  EXPECT_EQ(heard, "bb");
+// Else the old data would stand before, or instead of, those of a later report.
+TEST(Fragments, AreForgottenByAResetAndWhenTheirRestDoesNotCome) {
+  const struct {
+    const char* name;
+    bool isReset;
+    int rest;  ///< milliseconds later
+    const char* heard;
+  } rows[] = {{"in time", false, 1000, "aabb"},
+              {"too late", false, 1001, "bb"},
+              {"a clock that was set back", false, -1, "bb"},
+              {"after a reset", true, 0, "bb"}};
+  for (const auto& row : rows) {
+    HCIAdvertisingEvents reader;
+    std::string heard;
+    const auto read = [&](const char* type, const char* data, int milliseconds) {
+      reader.read(octetsFromHex(event("0d", {extended(type, "01", data)})).value(),
+                  platform::Date(std::chrono::milliseconds(milliseconds)),
+                  [&](const AdvertisingReport& report) { heard += hexText(report.data); });
+    };
+    read("2000", "aa", 0);
+    if (row.isReset) reader.reset();
+    read("0000", "bb", row.rest);
+    EXPECT_EQ(heard, row.heard) << row.name;
+  }
 }
 
 }  // namespace

@@ -62,6 +62,34 @@ TEST_F(HCIDriverTest, StopsTheScanAndReportsNothingAfterwards) {
   EXPECT_THAT(reports, IsEmpty());
 }
 
+// A report in fragments whose rest was not heard: it must not be taken for the head of a later one.
+TEST_F(HCIDriverTest, ForgetsTheFragmentsOfAScanThatHasEnded) {
+  for (const bool isEndedByOther : {false, true}) {
+    SCOPED_TRACE(isEndedByOther);
+    startScanning({.hasExtended = true}, isEndedByOther);
+    if (isEndedByOther) {
+      commandByOther(opcode::kSetEventMask, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x1F, 0x00, 0x20});
+      commandByOther(opcode::kLESetEventMask, {0x02, 0x10, 0, 0, 0, 0, 0, 0});
+    }
+    Data fragment = ControllerModel::extendedReport(1, parameters({0xAA}));
+    fragment[5] = std::byte{0x20};  // more to come
+    controller->send(fragment);
+    dispatch->runDue();
+    if (isEndedByOther) {
+      commandByOther(opcode::kLESetExtendedScanEnable, {0, 0, 0, 0, 0, 0});
+    } else {
+      driver->stopScan();
+      driver->startScan({});
+    }
+    dispatch->advance(250ms);
+    ASSERT_TRUE(isScanning());
+    hear(1, true);
+    EXPECT_THAT(reports, ElementsAre(Report{"C0:00:00:00:00:01", data}));
+    reports.clear();
+    driver->close();
+  }
+}
+
 TEST_F(HCIDriverTest, FollowsTheLatestWishWhenStartAndStopComeFasterThanAnswers) {
   startScanning();
   for (int i = 0; i < 5; ++i) {

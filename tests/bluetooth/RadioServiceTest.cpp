@@ -122,6 +122,18 @@ TEST_F(Central, TellsItsFirstStateSoonAndEveryChange) {
   EXPECT_EQ(source->takeNotes(), Texts{});
 }
 
+// A day may have passed; what a sensor's scan response said then is no reading of now.
+TEST_F(Central, MergesNothingOfAScanThatHasEnded) {
+  const auto central = makeScanning(listener);
+  hear("01", advertising({}, "old"), AdvertisingKind::scanResponse);
+  hear("01", {});
+  EXPECT_EQ(listener.take(), (Texts{"01 -60 old", "01 -60 old"}));
+  central->stopScan();
+  scan(*central);
+  hear("01", {});
+  EXPECT_EQ(listener.take(), Texts{"01 -60 -"});
+}
+
 TEST_F(Central, IgnoresAScanWhileTheRadioIsNotOnAndLosesItWithTheRadio) {
   const auto central = make(listener);
   scan(*central);

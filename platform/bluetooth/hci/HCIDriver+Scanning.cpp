@@ -56,6 +56,7 @@ void HCIDriverCore::reconcileScan() {
 /// begun either.
 void HCIDriverCore::beginScan(bool disableFirst) {
   disarm(scanTimer_);
+  events_.reset();
   isDisturbed_ = false;
   std::vector<ScanPlan> ways;
   if (provenPlan_) ways.push_back(*provenPlan_);

@@ -95,6 +95,7 @@ void HCIDriverCore::startScan(const std::vector<CBUUID>& services) {
 void HCIDriverCore::stopScan() {
   post([this] {
     wantScan_ = false;
+    events_.reset();
     reconcileScan();
   });
 }
