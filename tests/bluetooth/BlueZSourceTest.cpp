@@ -11,6 +11,7 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/foundation/Hex.h"
 #include "tests/bluetooth/BlueZFakeDaemon.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 using namespace platform;
 using support::FakeBlueZ;
@@ -79,6 +80,7 @@ class BlueZSource : public testing::Test {
     source_ = makeBlueZSource({.adapter = adapter,
                                .busAddress = bus_.address(),
                                .dispatch = dispatch_,
+                               .root = root_.path(),
                                .firstPause = std::chrono::milliseconds(5)});
     source_->open(
         [this](const AdvertisingReport& report) {
@@ -121,6 +123,7 @@ class BlueZSource : public testing::Test {
   }
 
   support::PrivateBus bus_;
+  test::TemporaryFolder root_;
   std::shared_ptr<RealTimeDispatch> dispatch_ = RealTimeDispatch::make();
   std::unique_ptr<FakeBlueZ> daemon_;
   std::shared_ptr<AdvertisingReportSource> source_;
@@ -238,8 +241,13 @@ TEST_F(BlueZSource, FollowsItsAdapterThroughPowerAndNumbers) {
   openSource("00:AA:01:00:00:42");
   source_->startScan({});
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 1; }));
-  daemon_->setPowered("hci1", false, "off-blocked");
-  ASSERT_TRUE(comesTrue([&] { return isState("4 hci1 is blocked; 'rfkill unblock bluetooth'"); }));
+  const auto rfkill = root_ / "sys/class/rfkill/rfkill0";  // of a block the daemon tells nothing
+  std::filesystem::create_directories(rfkill);
+  for (const auto& [file, content] : {std::pair("name", "hci1"), {"type", "bluetooth"}, {"soft", "1"}})
+    test::writeFile(rfkill / file, content);
+  daemon_->setPowered("hci1", false, "off");
+  ASSERT_TRUE(
+      comesTrue([&] { return isState("4 hci1 is blocked by software; 'rfkill unblock bluetooth'"); }));
   daemon_->setPowered("hci1", true, "on");
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 2; }));
   daemon_->removeAdapter("hci1");
@@ -265,18 +273,21 @@ TEST_F(BlueZSource, TakesThePoweredAdapterAndMovesWhenItGoes) {
 
 TEST_F(BlueZSource, TriesAgainUntilTheDaemonStartsTheScan) {
   startDaemon();
-  daemon_->failStarts({"org.bluez.Error.InProgress", "org.bluez.Error.NotReady", "org.bluez.Error.Failed",
-                       "org.bluez.Error.NotAuthorized"});
+  // A daemon that is busy is asked again and again, with no longer pauses: twelve would last half a minute.
+  std::deque<std::string> errors(12, "org.bluez.Error.InProgress");
+  errors.insert(errors.end(),
+                {"org.bluez.Error.NotReady", "org.bluez.Error.Failed", "org.bluez.Error.NotAuthorized"});
+  daemon_->failStarts(errors);
   openSource();
   scan();
-  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 5 && isState("5 hci0 ("); }));
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 16 && isState("5 hci0 ("); }));
   EXPECT_THAT(states(), Contains(HasSubstr("5 bluetoothd did not start the scan (not now)")));
   EXPECT_THAT(states(), Contains(HasSubstr("3 bluetoothd refuses this user")));
-  EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), 1U) << "to be rid of a request that the daemon still held";
+  EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), 12U) << "to be rid of a request that the daemon still held";
 
   // The daemon ends the discovery by itself, as over a suspend.
   daemon_->endDiscovery("hci0");
-  EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 6; }));
+  EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 17; }));
 }
 
 TEST_F(BlueZSource, SaysWhenTheBusDoesNotLetItAsk) {

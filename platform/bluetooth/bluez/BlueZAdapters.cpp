@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/bluetooth/Rfkill.h"
+
 namespace platform::bluez {
 
 void BlueZAdapters::update(const std::string& path, const AdapterProperties& change) {
@@ -37,14 +39,17 @@ const BlueZAdapters::Adapter* BlueZAdapters::find(const std::string& path) const
 RadioState BlueZAdapters::stateOf(const std::string& path) const {
   const Adapter* adapter = find(path);
   if (adapter == nullptr) {
-    return {CBManagerState::unsupported,
-            wanted_.empty() ? "bluetoothd has no adapter" : "bluetoothd has no adapter " + wanted_};
+    return {CBManagerState::unsupported, wanted_.empty()
+                                             ? "bluetoothd has no adapter"
+                                             : "bluetoothd has no adapter " + wanted_ + "; waiting for it"};
   }
   const std::string name = nameOf(path);
   if (adapter->isPowered)
     return {CBManagerState::poweredOn, name + " (" + adapter->address + ") through bluetoothd"};
-  if (adapter->isBlocked)
-    return {CBManagerState::poweredOff, name + " is blocked; 'rfkill unblock bluetooth' frees it"};
+  // Few daemons tell of the block themselves.
+  std::string_view block = rfkillBlockOf(name, root_);
+  if (block.empty() && adapter->isBlocked) block = kBlockedBySoftware;
+  if (!block.empty()) return {CBManagerState::poweredOff, (name + " is ").append(block)};
   return {CBManagerState::poweredOff, name + " is switched off; 'bluetoothctl power on' switches it on"};
 }
 

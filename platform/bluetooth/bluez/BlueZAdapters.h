@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 
@@ -19,8 +20,9 @@ class BlueZAdapters {
     bool isDiscovering = false;
   };
 
-  /// `wanted` as `BlueZOptions::adapter`.
-  explicit BlueZAdapters(std::string wanted) : wanted_(std::move(wanted)) {}
+  /// `wanted` and `root` as in `BlueZOptions`.
+  explicit BlueZAdapters(std::string wanted = {}, std::filesystem::path root = "/")
+      : wanted_(std::move(wanted)), root_(std::move(root)) {}
 
   void update(const std::string& path, const AdapterProperties& change);
   void remove(const std::string& path) { adapters_.erase(path); }
@@ -46,6 +48,7 @@ class BlueZAdapters {
   };
 
   std::string wanted_;
+  std::filesystem::path root_;
   std::map<std::string, Adapter, ByNumber> adapters_;
 };
 

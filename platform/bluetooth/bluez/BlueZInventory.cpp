@@ -21,7 +21,7 @@ BlueZInventory listBlueZAdapters(const std::string& busAddress) {
     if (error->isAccessDenied()) return {Daemon::notPermitted, error->message, {}};
     return {Daemon::absent, error->isAbsent() ? "bluetoothd is not running" : error->message, {}};
   }
-  bluez::BlueZAdapters adapters{{}};
+  bluez::BlueZAdapters adapters;
   for (const auto& object : objects) {
     if (object.adapter) adapters.update(object.path, *object.adapter);
   }

@@ -27,7 +27,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
       : options_(std::move(options)),
         queue_(options_.dispatch->createQueue("platform.bluetooth.bluez")),
         gate_([this] { disconnect(); }),
-        adapters_(options_.adapter),
+        adapters_(options_.adapter, options_.root),
         pause_(options_.firstPause) {}
 
   ~BlueZSource() override { gate_.close(); }
@@ -296,10 +296,12 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   }
 
   void discoveryFailed(const CallError& error) {
-    // InProgress: the daemon still holds an earlier request of ours, or is busy with somebody's connection.
-    if (error.name == "org.bluez.Error.InProgress") stopDiscovery();
+    // The daemon still holds an earlier request of ours, is busy with somebody's connection, or was killed
+    // and finds the controller scanning for the one before it, ten seconds at most.
+    const bool isBusy = error.name == "org.bluez.Error.InProgress";
+    if (isBusy) stopDiscovery();
     scan_ = Scan::pausing;
-    const auto pause = takePause();
+    const auto pause = isBusy ? options_.firstPause : takePause();
     if (error.isAccessDenied())
       tell(denied(error));
     else

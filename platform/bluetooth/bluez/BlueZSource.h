@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,7 +24,9 @@ struct BlueZOptions {
   /// The message bus, in D-Bus address syntax; empty for the system bus.
   std::string busAddress;
   std::shared_ptr<DispatchService> dispatch;
-  /// The pause before what failed is tried again; it doubles up to 30 seconds.
+  std::filesystem::path root = "/";  ///< holds sys/class/rfkill; for tests
+  /// The pause before what failed is tried again; it doubles up to 30 seconds, unless the daemon is merely
+  /// busy.
   std::chrono::milliseconds firstPause{1000};
 };
 

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 
 #include "platform/bluetooth/hci/HCISocket.h"
-#include "platform/bluetooth/hci/Rfkill.h"
+#include "platform/bluetooth/Rfkill.h"
 
 namespace platform {
 namespace hci {

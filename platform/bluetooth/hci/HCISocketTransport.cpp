@@ -10,7 +10,7 @@
 #include "platform/bluetooth/hci/HCIPackets.h"
 #include "platform/bluetooth/hci/HCIPermission.h"
 #include "platform/bluetooth/hci/HCISocket.h"
-#include "platform/bluetooth/hci/Rfkill.h"
+#include "platform/bluetooth/Rfkill.h"
 
 namespace platform::hci {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "platform/bluetooth/hci/Rfkill.h"
+#include "platform/bluetooth/Rfkill.h"
 
 namespace platform {
 namespace {

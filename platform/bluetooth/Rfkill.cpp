@@ -1,4 +1,4 @@
-#include "platform/bluetooth/hci/Rfkill.h"
+#include "platform/bluetooth/Rfkill.h"
 
 #include <fstream>
 #include <system_error>
