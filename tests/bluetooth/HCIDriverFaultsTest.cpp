@@ -222,6 +222,7 @@ TEST_F(HCIDriverTest, TellsWhyThereIsNoRadioAndComesBack) {
     CBManagerState state;
     std::chrono::seconds longest;  // until it is noticed that the reason is gone
   } cases[] = {{Failure::lost, CBManagerState::resetting, 60s},
+               {Failure::busy, CBManagerState::poweredOff, 4s},
                {Failure::absent, CBManagerState::poweredOff, 4s},
                {Failure::off, CBManagerState::poweredOff, 4s},
                {Failure::notPermitted, CBManagerState::unauthorized, 60s},

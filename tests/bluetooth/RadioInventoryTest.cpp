@@ -20,6 +20,9 @@ namespace {
 using Daemon = BlueZInventory::Daemon;
 const std::string kSetcap = "\"setcap 'cap_net_raw,cap_net_admin+eip' /opt/brenloft\"";
 const std::string kAmbient = "'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN'";
+const std::string kSandbox =
+    "its sandbox keeps capabilities from it; 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' and the same "
+    "'CapabilityBoundingSet=' in its systemd unit permit it";
 const std::string kRefusal =
     "bluetoothd refuses this user: rejected; 'usermod -aG bluetooth USER' or a bus policy for org.bluez "
     "permits it";
@@ -45,7 +48,8 @@ class Machine {
 
   void capabilities(const std::string& effective) {
     std::ofstream(root_ / "proc/self/status")
-        << "Name:\tbrenloft\nCapPrm:\tffffffffffffffff\nCapEff:\t" << effective << "\n";
+        << "Name:\tbrenloft\nCapPrm:\tffffffffffffffff\nCapEff:\t" << effective << "\n"
+        << sandbox;
   }
   void rfkill(const std::string& name, const std::string& type, int soft, int hard) {
     const fs::path folder = root_ / "sys/class/rfkill" / ("rfkill" + std::to_string(switches_++));
@@ -69,6 +73,7 @@ class Machine {
   }
 
   std::vector<HCIAdapter> adapters;
+  std::string sandbox = "CapBnd:\t000001ffffffffff\nNoNewPrivs:\t0\n";
   std::string kernelProblem;
   BlueZInventory bluez{Daemon::absent, "bluetoothd is not running", {}};
 
@@ -127,6 +132,9 @@ TEST(RadioInventory, SaysOfEachRadioHowItHearsOrWhyNot) {
   EXPECT_THAT(linesOf(machine)[0], HasSubstr("hci:0 blocked: blocked by the machine's own radio switch"));
 }
 
+const std::string kOverHCI = "hci:00:AA:01:00:00:42";
+const std::string kThroughBlueZ = "bluez:00:AA:01:00:00:42";
+
 TEST(AutomaticRadio, IsHCIWherePermittedAndFreeAndTheDaemonOtherwise) {
   struct Case {
     const char* name;
@@ -136,20 +144,21 @@ TEST(AutomaticRadio, IsHCIWherePermittedAndFreeAndTheDaemonOtherwise) {
     std::string address, why;
   };
   const std::vector<Case> cases = {
-      {"free", kBoth, false, false, Daemon::present, "hci:0", "over HCI: it is free"},
-      {"up, but nobody's", kBoth, true, false, Daemon::absent, "hci:0", "over HCI: it is free"},
-      {"the daemon's", kBoth, true, false, Daemon::present, "bluez", "it uses the adapter"},
-      {"up, the daemon hidden", kBoth, true, false, Daemon::notPermitted, "hci:0",
+      {"free", kBoth, false, false, Daemon::present, kOverHCI, "over HCI: it is free"},
+      {"up, but nobody's", kBoth, true, false, Daemon::absent, kOverHCI, "over HCI: it is free"},
+      {"the daemon's", kBoth, true, false, Daemon::present, kThroughBlueZ, "it uses the adapter"},
+      {"up, the daemon hidden", kBoth, true, false, Daemon::notPermitted, kOverHCI,
        "over HCI: it is up, bluetoothd may not be asked, and this process"},
-      {"not permitted", kNothing, true, false, Daemon::present, "bluez", kSetcap},
-      {"taking over is permitted", kAdmin, false, false, Daemon::present, "hci:0", "it is free"},
-      {"but nothing else", kAdmin, true, false, Daemon::present, "bluez", kSetcap},
-      {"sharing is permitted", kRaw, true, false, Daemon::absent, "hci:0", "it is free"},
-      {"but no taking over", kRaw, false, false, Daemon::present, "bluez", kSetcap},
-      {"blocked, with the daemon", kBoth, false, true, Daemon::present, "bluez", ""},
-      {"blocked, alone", kBoth, false, true, Daemon::absent, "hci:0", "'rfkill unblock bluetooth'"},
+      {"not permitted", kNothing, true, false, Daemon::present, kThroughBlueZ, kSetcap},
+      {"taking over is permitted", kAdmin, false, false, Daemon::present, kOverHCI, "it is free"},
+      {"but nothing else", kAdmin, true, false, Daemon::present, kThroughBlueZ, kSetcap},
+      {"sharing is permitted", kRaw, true, false, Daemon::absent, kOverHCI, "it is free"},
+      {"but no taking over", kRaw, false, false, Daemon::present, kThroughBlueZ, kSetcap},
+      {"blocked, with the daemon", kBoth, false, true, Daemon::present, kThroughBlueZ, ""},
+      {"blocked, alone", kBoth, false, true, Daemon::absent, kOverHCI, "'rfkill unblock bluetooth'"},
       {"nothing permitted", kNothing, true, false, Daemon::absent, "", kAmbient},
   };
+  // By its address, so that a stranger that takes its number is not heard.
   for (const auto& one : cases) {
     Machine machine;
     machine.capabilities(one.capabilities);
@@ -162,6 +171,22 @@ TEST(AutomaticRadio, IsHCIWherePermittedAndFreeAndTheDaemonOtherwise) {
     EXPECT_EQ(choice.isForbidden, one.address.empty()) << one.name;
     EXPECT_THAT(choice.why, HasSubstr(one.why)) << one.name;
   }
+}
+
+TEST(AutomaticRadio, LeavesAnAdapterToTheProgramThatHasItToItself) {
+  Machine machine;
+  machine.capabilities(kAdmin);
+  machine.adapters = {adapter(0, true), adapter(1, false)};
+  machine.adapters[0].isTaken = true;
+  machine.adapters[1].address = {};  // it has none of its own
+  EXPECT_THAT(linesOf(machine)[0],
+              "hci:0 in use: another program has it to itself; heard as soon as that has ended");
+  EXPECT_EQ(chooseRadio(RadioInventory::take(machine.probe())).address, "hci:1");
+  machine.adapters.pop_back();
+  const auto choice = chooseRadio(RadioInventory::take(machine.probe()));
+  EXPECT_EQ(choice.address, kOverHCI);
+  EXPECT_THAT(choice.why, HasSubstr("when that has ended this process may drive it"));
+  EXPECT_TRUE(sourceFor(machine, "hci:0").source) << "it will be down then";
 }
 
 TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
@@ -180,13 +205,29 @@ TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
     const auto refused = sourceFor(machine, address);
     ASSERT_TRUE(refused.problem) << address;
     EXPECT_EQ(refused.problem->kind, RadioProblem::Kind::notPermitted) << address;
-    EXPECT_EQ(refused.problem->text, kRefusal) << address;
+    EXPECT_THAT(refused.problem->text, HasSubstr(kRefusal)) << address;
   }
+
+  // Both reasons, and setcap only where the kernel would heed it.
+  machine.kernelProblem.clear();
+  machine.adapters = {adapter(0, true)};
+  machine.bluez = {Daemon::noBus, "the bus is away", {}};
+  for (const char* sandbox : {"NoNewPrivs:\t1\n", "CapBnd:\t0000000000001000\n", ""}) {
+    machine.sandbox = sandbox;
+    machine.capabilities(kNothing);
+    const auto forbidden = sourceFor(machine, "auto");
+    ASSERT_TRUE(forbidden.problem) << sandbox;
+    EXPECT_EQ(forbidden.problem->kind, RadioProblem::Kind::notPermitted) << sandbox;
+    EXPECT_THAT(forbidden.problem->text, HasSubstr("hci0 (00:AA:01:00:00:42) may not be used: " +
+                                                   (*sandbox == 0 ? kSetcap : kSandbox)));
+    EXPECT_THAT(forbidden.problem->text, HasSubstr("(the bus is away)"));
+  }
+  machine.adapters.clear();
 
   machine.bluez = daemonWith(true);
   std::string said;
   EXPECT_TRUE(sourceFor(machine, "auto", [&](std::string_view line) { said = line; }).source);
-  EXPECT_THAT(said, HasSubstr("chose bluetoothd: the kernel shows no adapter"));
+  EXPECT_THAT(said, HasSubstr("chose hci0 (00:AA:01:00:00:42) through bluetoothd: the kernel shows no"));
   EXPECT_THAT(said, HasSubstr("once in ten seconds"));
 }
 

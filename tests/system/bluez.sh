@@ -22,7 +22,7 @@ done
 hear auto "$TESTER" --source auto
 rig_wait 10 more_than auto $SENSOR 0
 stop_hearing
-ok "auto says that it chose bluetoothd and why" says auto 'chose bluetoothd: HCI is not permitted'
+ok "auto says that it chose bluetoothd and why" says auto 'through bluetoothd: HCI is not permitted'
 
 rig_log "--- what was known before"
 radio 0 'stop *'

@@ -14,7 +14,7 @@ radio 0 raw 0a00
 ok "hears on after malformed events" hears_on hci $SENSOR 10
 radio 0 detach; sleep 2; radio 0 attach
 ok "hears on after it was unplugged" hears_on hci $SENSOR 40
-ok "and has said so" says hci 'poweredOff (no adapter hci0'
+ok "and has said so" says hci 'poweredOff (waiting for adapter hci0'
 radio 0 fail 200b 0c 2
 radio 0 detach; sleep 1; radio 0 attach
 ok "hears on although it comes back failing" hears_on hci $SENSOR 60

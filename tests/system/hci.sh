@@ -7,7 +7,7 @@ rig_log "--- what is offered"
 brenloft sources > /out/sources-root.txt 2>&1
 $TESTER brenloft sources > /out/sources-tester.txt 2>&1
 ok "root is offered HCI"             grep -q '^hci:0 *usable' /out/sources-root.txt
-ok "auto takes it"                   grep -q 'auto: hci:0' /out/sources-root.txt
+ok "auto takes it"                   grep -q 'auto: hci:00:AA:01:00:00:42: ' /out/sources-root.txt
 ok "others are told what permits it" grep -q "^hci:0 *not permitted.*setcap 'cap_net_raw,cap_net_admin+eip' /stage/bin/brenloft" /out/sources-tester.txt
 ok "not permitted: status 4"         status_is 4 $TESTER brenloft hear --source hci:0
 ok "and one line that helps"         grep -q 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' /run/status.out

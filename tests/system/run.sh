@@ -2,7 +2,7 @@
 # Runs the checks of this folder in a virtual machine that has the kernel's Bluetooth, bluetoothd and scripted
 # controllers.
 #
-#   tests/system/run.sh [-p PROGRAM] [CHECK...]     CHECK: hci, bluez, faults; all without one
+#   tests/system/run.sh [-p PROGRAM] [CHECK...]     CHECK: hci, bluez, faults, adapters; all without one
 #
 # PROGRAM       the brenloft to test; default: the release build's
 # BRENLOFT_VM_RIG   the folder with the machine's build.sh, stage.sh and run.sh; default: ../shared/bluez-vm beside
@@ -23,7 +23,7 @@ while getopts p: option; do
 done
 shift $((OPTIND - 1))
 checks=("$@")
-[[ ${#checks[@]} -gt 0 ]] || checks=(hci bluez faults)
+[[ ${#checks[@]} -gt 0 ]] || checks=(hci bluez faults adapters)
 
 if [[ ! -x $rig/run.sh ]]; then
   echo "system tests: SKIPPED, there is no machine at $rig (BRENLOFT_VM_RIG names another folder)"

@@ -149,9 +149,7 @@ std::optional<HCITransport::Closed> DescriptorTransport::serve() {
     auto closed = writeWaiting();
     if (isLast) return std::nullopt;
     if (!closed && (polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && mayRead()) closed = readOnce();
-    if (line_.check && (closed || rc == 0)) {
-      if (auto known = line_.check()) closed = std::move(known);  // says more than an error number
-    }
+    if (line_.check && (closed || rc == 0)) closed = line_.check(std::move(closed));
     if (closed) return closed;
   }
 }

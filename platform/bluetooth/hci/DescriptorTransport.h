@@ -25,8 +25,9 @@ class DescriptorTransport : public HCITransport {
     FileDescriptor descriptor;  ///< non-blocking
     Opened opened;
     bool keepsPackets = false;  ///< one read is one packet
-    /// For what no read would tell; empty when there is nothing such.
-    std::function<std::optional<Closed>()> check;
+    /// For what no read would tell: asked in silence, and when the line broke, with how it did. Returns why
+    /// the line is good no more, or nothing. Empty when the line itself tells all.
+    std::function<std::optional<Closed>(std::optional<Closed> broken)> check;
   };
   using Opener = std::function<std::variant<Line, Closed>()>;
 

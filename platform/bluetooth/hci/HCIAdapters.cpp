@@ -7,8 +7,8 @@
 
 #include <sys/socket.h>
 
-#include "platform/bluetooth/hci/HCISocket.h"
 #include "platform/bluetooth/Rfkill.h"
+#include "platform/bluetooth/hci/HCISocket.h"
 
 namespace platform {
 namespace hci {
@@ -17,10 +17,21 @@ FileDescriptor openHCISocket() {
   return FileDescriptor(::socket(kBluetoothFamily, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kHCIProtocol));
 }
 
+bool bindHCISocket(const FileDescriptor& socket, int index, uint16_t channel) {
+  HCISocketAddress name;
+  name.device = static_cast<uint16_t>(index);
+  name.channel = channel;
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
 bool readDeviceInfo(const FileDescriptor& socket, int index, HCIDeviceInfo& info) {
   info = {};
   info.index = static_cast<uint16_t>(index);
   return ::ioctl(socket.get(), kGetDeviceInfo, &info) == 0;
+}
+
+BluetoothAddress addressOf(const HCIDeviceInfo& info) {
+  return BluetoothAddress::fromPacket(std::as_bytes(std::span(info.address)), false);
 }
 
 }  // namespace hci
@@ -30,6 +41,13 @@ namespace {
 std::string noSocketText(int error) {
   if (error == EAFNOSUPPORT || error == EPROTONOSUPPORT) return "this machine's kernel has no Bluetooth";
   return "the kernel gives no Bluetooth socket: " + std::generic_category().message(error);
+}
+
+/// On the user channel the kernel refuses every request for one adapter as busy, whoever makes it.
+bool isTaken(int index) {
+  const auto socket = hci::openHCISocket();
+  return socket && hci::bindHCISocket(socket, index, hci::kRawChannel) &&
+         ::ioctl(socket.get(), hci::kSetRaw, 0) != 0 && errno == EBUSY;
 }
 
 }  // namespace
@@ -49,9 +67,10 @@ std::vector<HCIAdapter> listHCIAdapters(std::string& problem) {
     if (!hci::readDeviceInfo(socket, entry.index, info)) continue;
     HCIAdapter adapter;
     adapter.index = entry.index;
-    adapter.address = BluetoothAddress::fromPacket(std::as_bytes(std::span(info.address)), false);
+    adapter.address = hci::addressOf(info);
     adapter.isUp = (info.flags & hci::kFlagUp) != 0;
     adapter.isBlocked = !adapter.isUp && !rfkillBlockOf(adapter.name()).empty();
+    adapter.isTaken = adapter.isUp && isTaken(entry.index);
     adapters.push_back(adapter);
   }
   std::sort(adapters.begin(), adapters.end(), [](const auto& a, const auto& b) { return a.index < b.index; });

@@ -13,9 +13,14 @@ struct HCIAdapter {
   BluetoothAddress address;
   bool isUp = false;
   bool isBlocked = false;  ///< by rfkill, which an adapter that is up is not
+  bool isTaken = false;    ///< a program has it to itself, over the user channel; it is then up, too
 
   /// "hci0"
   std::string name() const { return "hci" + std::to_string(index); }
+  /// To be had by taking it over, now or when it is free, and not by sharing it.
+  bool isToTakeOver() const { return !isUp || isTaken; }
+  /// "hci0 (C0:00:00:00:00:01)"
+  std::string title() const { return name() + " (" + address.text() + ")"; }
 };
 
 /// The adapters in the order of their numbers. Needs no privilege. When the kernel cannot be asked, `problem`

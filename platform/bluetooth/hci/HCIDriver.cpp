@@ -18,8 +18,8 @@ using std::chrono::seconds;
 
 constexpr dispatch_time_t kFirstPause = seconds(1);
 constexpr dispatch_time_t kLongestPause = seconds(60);
-// Looking whether an adapter is back costs nothing and disturbs nobody.
-constexpr dispatch_time_t kLongestPauseForAbsent = seconds(4);
+// Looking whether an adapter is back, or free, costs nothing and disturbs nobody.
+constexpr dispatch_time_t kLongestWait = seconds(4);
 // A connection that held for so long was a good one: the pauses start again with the shortest.
 constexpr dispatch_time_t kGoodConnection = seconds(60);
 
@@ -27,6 +27,7 @@ CBManagerState stateOf(HCITransport::Failure failure) {
   switch (failure) {
     case HCITransport::Failure::lost:
       return CBManagerState::resetting;
+    case HCITransport::Failure::busy:
     case HCITransport::Failure::absent:
     case HCITransport::Failure::off:
       return CBManagerState::poweredOff;
@@ -39,7 +40,8 @@ CBManagerState stateOf(HCITransport::Failure failure) {
 }
 
 bool isWaitingForAdapter(HCITransport::Failure failure) {
-  return failure == HCITransport::Failure::absent || failure == HCITransport::Failure::off;
+  return failure == HCITransport::Failure::busy || failure == HCITransport::Failure::absent ||
+         failure == HCITransport::Failure::off;
 }
 
 }  // namespace
@@ -210,7 +212,7 @@ void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reaso
 dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
   const bool wasGood = phase_ == Phase::ready && options_.dispatch->now() - readySince_ >= kGoodConnection;
   if (wasGood) pause_ = kFirstPause;
-  const auto longest = isWaitingForAdapter(failure) ? kLongestPauseForAbsent : kLongestPause;
+  const auto longest = isWaitingForAdapter(failure) ? kLongestWait : kLongestPause;
   const dispatch_time_t pause = std::min(pause_, longest);
   pause_ = std::min(pause * 2, kLongestPause);
   return pause;

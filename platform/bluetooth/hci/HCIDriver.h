@@ -33,8 +33,9 @@ struct HCIDriverOptions {
 ///
 /// Initialises the controller, scans actively with the legacy or the extended commands as the controller has
 /// them, and survives what goes wrong: a command without an answer is repeated, a dead controller or
-/// transport makes the state `resetting` and is tried again after 1, 2, 4 … 60 seconds, a scan that somebody
-/// else ended is started anew. A controller that merely falls silent is for its user to notice; `stopScan`
+/// transport makes the state `resetting` and is tried again after 1, 2, 4 … 60 seconds, an adapter that is
+/// away, off or somebody else's is looked for every four seconds, a scan that somebody else ended is started
+/// anew. A controller that merely falls silent is for its user to notice; `stopScan`
 /// and `startScan` begin the scan anew, `close` and another driver the controller too.
 class HCIDriver : public AdvertisingReportSource {
  public:

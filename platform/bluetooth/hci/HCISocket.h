@@ -4,6 +4,7 @@
 
 #include <sys/ioctl.h>
 
+#include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/hci/FileDescriptor.h"
 
 // The kernel's interface to Bluetooth adapters, as far as it is used here. It is stable; stating it avoids a
@@ -51,10 +52,14 @@ inline constexpr uint32_t kFlagUp = 1;  // HCI_UP
 
 inline constexpr unsigned long kGetDeviceList = _IOR('H', 210, int);  // HCIGETDEVLIST
 inline constexpr unsigned long kGetDeviceInfo = _IOR('H', 211, int);  // HCIGETDEVINFO
+inline constexpr unsigned long kSetRaw = _IOW('H', 220, int);  // HCISETRAW, which no kernel grants any more
 
 /// A new, unbound HCI socket; when there is none, errno says why.
 FileDescriptor openHCISocket();
+/// Gives a socket its adapter and channel; when that is refused, errno says why.
+bool bindHCISocket(const FileDescriptor& socket, int index, uint16_t channel);
 /// False when there is no such adapter any more.
 bool readDeviceInfo(const FileDescriptor& socket, int index, HCIDeviceInfo& info);
+BluetoothAddress addressOf(const HCIDeviceInfo& info);
 
 }  // namespace platform::hci

@@ -5,12 +5,12 @@
 
 #include <sys/socket.h>
 
+#include "platform/bluetooth/Rfkill.h"
 #include "platform/bluetooth/hci/DescriptorTransport.h"
 #include "platform/bluetooth/hci/HCIAdapters.h"
 #include "platform/bluetooth/hci/HCIPackets.h"
 #include "platform/bluetooth/hci/HCIPermission.h"
 #include "platform/bluetooth/hci/HCISocket.h"
-#include "platform/bluetooth/Rfkill.h"
 
 namespace platform::hci {
 namespace {
@@ -22,7 +22,8 @@ using Line = DescriptorTransport::Line;
 constexpr int kReceiveBuffer = 1 << 20;
 
 Closed notPermitted(const HCIAdapter& adapter) {
-  return {Failure::notPermitted, adapter.name() + " may not be used: " + hciPermissionHint(ownExecutable())};
+  return {Failure::notPermitted,
+          adapter.name() + " may not be used: " + HCIPermissions::ofThisProcess().hint(ownExecutable())};
 }
 
 Closed blocked(const std::string& name) {
@@ -43,17 +44,14 @@ std::string nameOf(const HCIAdapterAddress& address) {
 }
 
 Closed noSuchAdapter(const HCIAdapterAddress& address, const std::vector<HCIAdapter>& present) {
-  std::string text = "no adapter " + nameOf(address);
+  std::string text = "waiting for adapter " + nameOf(address);
   text += present.empty() ? "; none is plugged in" : "; there is";
-  for (const auto& adapter : present) text += " " + adapter.name() + " (" + adapter.address.text() + ")";
+  for (const auto& adapter : present) text += " " + adapter.title();
   return {Failure::absent, text};
 }
 
-bool bindTo(const FileDescriptor& socket, int index, uint16_t channel) {
-  HCISocketAddress name;
-  name.device = static_cast<uint16_t>(index);
-  name.channel = channel;
-  return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+Closed taken(const HCIAdapter& adapter) {
+  return {Failure::busy, "another program has " + adapter.title() + " to itself; waiting for its end"};
 }
 
 void enlargeBuffer(const FileDescriptor& socket) {
@@ -76,14 +74,27 @@ bool setRawFilter(const FileDescriptor& socket) {
   return ::setsockopt(socket.get(), kHCILevel, kHCIFilterOption, &filter, sizeof filter) == 0;
 }
 
-/// The raw channel stays open and silent when the adapter goes down.
-std::optional<Closed> checkUp(int index) {
+/// A socket breaks when its adapter goes, whose number may have another owner by now, or the same one again;
+/// the raw channel stays open and silent when the adapter goes down.
+std::optional<Closed> check(const HCIAdapter& adapter, std::optional<Closed> broken) {
   HCIDeviceInfo info;
-  const FileDescriptor socket = openHCISocket();
-  const std::string name = "hci" + std::to_string(index);
-  if (!readDeviceInfo(socket, index, info)) return Closed{Failure::absent, name + " was unplugged"};
-  if ((info.flags & kFlagUp) != 0) return std::nullopt;
-  return rfkillBlockOf(name).empty() ? down(name, index) : blocked(name);
+  const bool isThere =
+      readDeviceInfo(openHCISocket(), adapter.index, info) && addressOf(info) == adapter.address;
+  if (!isThere || (broken && broken->failure == Failure::lost))
+    return Closed{Failure::absent, adapter.title() + " was unplugged"};
+  if ((info.flags & kFlagUp) != 0) return broken;
+  return rfkillBlockOf(adapter.name()).empty() ? down(adapter.name(), adapter.index)
+                                               : blocked(adapter.name());
+}
+
+Line lineTo(const HCIAdapter& adapter, FileDescriptor socket, bool isShared) {
+  enlargeBuffer(socket);
+  Line line{std::move(socket),
+            {adapter.title() + (isShared ? ", raw channel" : ", user channel"), isShared},
+            true,
+            {}};
+  line.check = [adapter](std::optional<Closed> broken) { return check(adapter, std::move(broken)); };
+  return line;
 }
 
 using Opening = std::variant<Line, Closed>;
@@ -92,28 +103,23 @@ Opening openRaw(const HCIAdapter& adapter) {
   if (adapter.isBlocked) return blocked(adapter.name());
   if (!adapter.isUp) return down(adapter.name(), adapter.index);
   FileDescriptor socket = openHCISocket();
-  if (!socket || !setRawFilter(socket) || !bindTo(socket, adapter.index, kRawChannel)) {
+  if (!socket || !setRawFilter(socket) || !bindHCISocket(socket, adapter.index, kRawChannel)) {
     return errno == EPERM ? notPermitted(adapter) : closedByError(errno, adapter.name());
   }
-  enlargeBuffer(socket);
-  Line line{std::move(socket), {adapter.name() + ", raw channel", true}, true, {}};
-  line.check = [index = adapter.index] { return checkUp(index); };
-  return line;
+  return lineTo(adapter, std::move(socket), true);
 }
 
 Opening openUser(const HCIAdapter& adapter) {
   FileDescriptor socket = openHCISocket();
-  if (socket && bindTo(socket, adapter.index, kUserChannel)) {
-    enlargeBuffer(socket);
-    return Line{std::move(socket), {adapter.name() + ", user channel", false}, true, {}};
-  }
+  if (socket && bindHCISocket(socket, adapter.index, kUserChannel))
+    return lineTo(adapter, std::move(socket), false);
   switch (errno) {
     case EPERM:
       return notPermitted(adapter);
     case ERFKILL:
       return blocked(adapter.name());
     case EBUSY:
-      return Closed{Failure::lost, adapter.name() + " is in use; the user channel needs it down"};
+      return Closed{Failure::busy, adapter.name() + " is up; the user channel needs it down"};
     default:
       return closedByError(errno, adapter.name());
   }
@@ -125,6 +131,7 @@ Opening openAdapter(const HCIAdapterAddress& address, std::atomic<bool>& sharing
   if (!problem.empty()) return Closed{Failure::unsupported, problem};
   const HCIAdapter* found = findHCIAdapter(adapters, address);
   if (found == nullptr) return noSuchAdapter(address, adapters);
+  if (found->isTaken) return taken(*found);
   if (address.channel == HCIChannel::user) return openUser(*found);
   if (address.channel == HCIChannel::automatic) {
     if (found->isUp) sharing = true;

@@ -17,9 +17,10 @@ namespace platform {
 class HCITransport {
  public:
   enum class Failure {
-    lost,    ///< it worked, or could have, and broke: I/O error, end of stream, in use by another program
-    absent,  ///< nothing is plugged in, or nobody listens, under that name
-    off,     ///< the adapter is down or blocked by rfkill
+    lost,          ///< it worked, or could have, and broke: I/O error, end of stream
+    busy,          ///< another program has the adapter
+    absent,        ///< nothing is plugged in, or nobody listens, under that name
+    off,           ///< the adapter is down or blocked by rfkill
     notPermitted,  ///< the process lacks a capability or a file permission
     unsupported,   ///< this machine cannot have such a transport, or what is named can never be one
   };

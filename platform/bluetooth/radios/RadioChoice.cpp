@@ -10,63 +10,83 @@ constexpr std::string_view kLimit = "; a beacon may be reported only once in ten
 
 /// Nobody else works with the adapter.
 bool isFree(const HCIAdapter& adapter, const RadioInventory& inventory) {
+  if (adapter.isTaken) return false;
   return !adapter.isUp || inventory.bluez.daemon == Daemon::absent || inventory.bluez.daemon == Daemon::noBus;
 }
 
 bool isPermitted(const HCIAdapter& adapter, const RadioInventory& inventory) {
-  return inventory.permissions.allow(!adapter.isUp);
+  return inventory.permissions.allow(adapter.isToTakeOver());
 }
 
-std::string_view standingOf(const HCIAdapter& adapter, const RadioInventory& inventory) {
-  if (isFree(adapter, inventory)) return "it is free";
-  return inventory.bluez.daemon == Daemon::notPermitted ? "it is up, bluetoothd may not be asked,"
-                                                        : "it is up, bluetoothd does not show it,";
+std::string standingOf(const HCIAdapter& adapter, const RadioInventory& inventory) {
+  if (adapter.isTaken) return "another program has it to itself; when that has ended";
+  if (isFree(adapter, inventory)) return "it is free and";
+  return inventory.bluez.daemon == Daemon::notPermitted ? "it is up, bluetoothd may not be asked, and"
+                                                        : "it is up, bluetoothd does not show it, and";
 }
 
 RadioChoice hciChoice(const HCIAdapter& adapter, const RadioInventory& inventory) {
-  std::string why = "chose " + adapter.name() + " over HCI: ";
-  why.append(standingOf(adapter, inventory)).append(" and this process may drive it");
+  std::string why = "chose " + adapter.title() + " over HCI: ";
+  why.append(standingOf(adapter, inventory)).append(" this process may drive it");
   if (adapter.isBlocked) why += ", but it is blocked; 'rfkill unblock bluetooth' frees it";
-  return {"hci:" + std::to_string(adapter.index), false, std::move(why)};
+  const std::string name =
+      adapter.address.isAnonymous() ? std::to_string(adapter.index) : adapter.address.text();
+  return {"hci:" + name, false, std::move(why)};
+}
+
+/// The first that is on, or the first.
+const BlueZAdapter& bestOf(const std::vector<BlueZAdapter>& adapters) {
+  const auto powered = std::ranges::find_if(adapters, &BlueZAdapter::isPowered);
+  return powered == adapters.end() ? adapters.front() : *powered;
 }
 
 RadioChoice bluezChoice(const RadioInventory& inventory) {
-  std::string why = "chose bluetoothd: ";
-  const auto permitted = [&](const HCIAdapter& adapter) { return isPermitted(adapter, inventory); };
+  const BlueZAdapter& adapter = bestOf(inventory.bluez.adapters);
+  std::string why = "chose " + adapter.name + " (" + adapter.address + ") through bluetoothd: ";
+  const auto permitted = [&](const HCIAdapter& known) { return isPermitted(known, inventory); };
   if (inventory.adapters.empty())
     why += "the kernel shows no adapter";
   else if (std::ranges::any_of(inventory.adapters, permitted))
     why += "it uses the adapter";
   else
-    why += "HCI is not permitted, though " + hciPermissionHint(inventory.executable);
-  return {"bluez", false, why.append(kLimit)};
+    why += "HCI is not permitted, though " + inventory.permissions.hint(inventory.executable);
+  return {"bluez:" + adapter.address, false, why.append(kLimit)};
+}
+
+std::string whyNotHCI(const RadioInventory& inventory) {
+  if (!inventory.adapterProblem.empty()) return inventory.adapterProblem;
+  if (inventory.adapters.empty()) return "none is plugged in";
+  return inventory.adapters.front().title() +
+         " may not be used: " + inventory.permissions.hint(inventory.executable);
+}
+
+std::string whyNotBlueZ(const BlueZInventory& bluez) {
+  if (bluez.daemon == Daemon::notPermitted) return bluezRefusal(bluez.problem);
+  return bluez.problem.empty() ? "it has no adapter" : bluez.problem;
 }
 
 }  // namespace
 
 RadioChoice chooseRadio(const RadioInventory& inventory) {
-  const auto& adapters = inventory.adapters;
-  const auto permitted = [&](const HCIAdapter& adapter) { return isPermitted(adapter, inventory); };
-  auto found = std::ranges::find_if(adapters, [&](const HCIAdapter& adapter) {
-    return permitted(adapter) && isFree(adapter, inventory) && !adapter.isBlocked;
-  });
-  if (found == adapters.end() && inventory.bluez.adapters.empty())
-    found = std::ranges::find_if(adapters, permitted);
-  if (found != adapters.end()) return hciChoice(*found, inventory);
+  const auto find = [&](auto suits) {
+    const auto found = std::ranges::find_if(inventory.adapters, [&](const HCIAdapter& adapter) {
+      return isPermitted(adapter, inventory) && suits(adapter);
+    });
+    return found == inventory.adapters.end() ? nullptr : &*found;
+  };
+  if (const auto* free =
+          find([&](const HCIAdapter& adapter) { return isFree(adapter, inventory) && !adapter.isBlocked; }))
+    return hciChoice(*free, inventory);
   if (!inventory.bluez.adapters.empty()) return bluezChoice(inventory);
-  if (!adapters.empty()) {
-    return {{},
-            true,
-            adapters.front().name() +
-                " is there but may not be used: " + hciPermissionHint(inventory.executable)};
+  for (const bool isTaken : {false, true}) {
+    if (const auto* any = find([&](const HCIAdapter& adapter) { return adapter.isTaken == isTaken; }))
+      return hciChoice(*any, inventory);
   }
-  if (inventory.bluez.daemon == Daemon::notPermitted)
-    return {{}, true, bluezRefusal(inventory.bluez.problem)};
-  std::string why = "no radio: looked for adapters of the kernel (";
-  why += inventory.adapterProblem.empty() ? "none is plugged in" : inventory.adapterProblem;
-  why += ") and for bluetoothd on the system bus (";
-  why += inventory.bluez.problem.empty() ? "it has no adapter" : inventory.bluez.problem;
-  return {{}, false, why + ")"};
+  const bool isForbidden = !inventory.adapters.empty() || inventory.bluez.daemon == Daemon::notPermitted;
+  return {{},
+          isForbidden,
+          "no radio: looked for adapters of the kernel (" + whyNotHCI(inventory) +
+              ") and for bluetoothd on the system bus (" + whyNotBlueZ(inventory.bluez) + ")"};
 }
 
 }  // namespace platform

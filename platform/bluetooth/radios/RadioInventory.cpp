@@ -29,13 +29,15 @@ std::vector<fs::path> entriesOf(const fs::path& folder, std::initializer_list<st
 
 RadioCandidate candidateFor(const HCIAdapter& adapter, const RadioInventory& inventory,
                             const fs::path& root) {
-  RadioCandidate candidate{.address = "hci:" + std::to_string(adapter.index),
-                           .name = adapter.name() + " (" + adapter.address.text() + ")",
-                           .why = {}};
+  RadioCandidate candidate{
+      .address = "hci:" + std::to_string(adapter.index), .name = adapter.title(), .why = {}};
   const std::string_view block = adapter.isUp ? "" : rfkillBlockOf(adapter.name(), root);
-  if (!inventory.permissions.allow(!adapter.isUp)) {
+  if (!inventory.permissions.allow(adapter.isToTakeOver())) {
     candidate.state = State::notPermitted;
-    candidate.why = hciPermissionHint(inventory.executable);
+    candidate.why = inventory.permissions.hint(inventory.executable);
+  } else if (adapter.isTaken) {
+    candidate.state = State::taken;
+    candidate.why = "another program has it to itself; heard as soon as that has ended";
   } else if (!block.empty()) {
     candidate.state = State::blocked;
     candidate.why = block;
@@ -103,6 +105,8 @@ std::string_view textOf(RadioCandidate::State state) {
       return "blocked";
     case State::off:
       return "off";
+    case State::taken:
+      return "in use";
     case State::notPermitted:
       return "not permitted";
   }

@@ -25,6 +25,7 @@ struct RadioCandidate {
     absent,        ///< what it needs is not there or not running
     blocked,       ///< by rfkill
     off,           ///< switched off
+    taken,         ///< another program has it to itself
     notPermitted,  ///< this process may not
   };
 
@@ -50,7 +51,9 @@ struct RadioInventory {
 
 /// What `auto` means on a machine.
 struct RadioChoice {
-  std::string address;       ///< "hci:0", "bluez:hci0"; empty when there is nothing to choose
+  /// "hci:C0:…", "bluez:C0:…"; empty when there is nothing to choose. An adapter is named by its own address,
+  /// so that no other one is heard when it was unplugged; by its number where it has none.
+  std::string address;
   bool isForbidden = false;  ///< there is something, but this process may not
   std::string why;           ///< one line for people
 };

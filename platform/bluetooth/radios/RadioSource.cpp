@@ -82,11 +82,11 @@ std::optional<RadioProblem> problemOf(const HCIAdapterAddress& address, const Ra
                             " among the kernel's adapters: " + (problem.empty() ? "not there" : problem)};
   }
   const auto permissions = HCIPermissions::ofThisProcess(probe.root);
-  const bool takesOver =
-      address.channel == HCIChannel::user || (address.channel == HCIChannel::automatic && !found->isUp);
+  const bool takesOver = address.channel == HCIChannel::user ||
+                         (address.channel == HCIChannel::automatic && found->isToTakeOver());
   if (permissions.allow(takesOver)) return std::nullopt;
   return RadioProblem{Kind::notPermitted,
-                      found->name() + " may not be used: " + hciPermissionHint(ownExecutable(probe.root))};
+                      found->name() + " may not be used: " + permissions.hint(ownExecutable(probe.root))};
 }
 
 /// Why there is nothing of this type under a path, though it may not be permitted; `what` names it for
