@@ -34,6 +34,7 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"range"}, "--uuid"},
       {{"range", "--uuid", uuid, "--major", "65536"}, "--major"},
       {{"range", "--uuid", uuid, "--group", "3"}, "--group"},
+      {{"range", "--uuid", uuid, "--left-after", "9.9"}, "--left-after"},
       {{"simulate", "--out", "/nonexistent", "--beacons", "4294967296"},
        "--beacons: '4294967296' is too large"},
       {{"simulate", "--out", "/nonexistent", "--beacons", "16777216", "--ibeacons", "1"}, "16777216 in all"},

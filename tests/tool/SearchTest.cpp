@@ -120,6 +120,41 @@ TEST(Scan, LaysOutEachLineAsPromised) {
   EXPECT_EQ(valueOf(line, "statusUpdatedDate"), time);
 }
 
+// The events of single iBeacons, as "left 2/1".
+std::vector<std::string> eventsOfRange(const std::string& source, const std::vector<std::string>& more) {
+  std::vector<std::string> arguments{
+      "range",    "--source", source, "--uuid", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36",
+      "--format", "jsonl",    "-q"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const Ended ended = runTool(arguments);
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  std::vector<std::string> events;
+  for (const std::string& line : ended.lines()) {
+    std::string event = valueOf(line, "event");
+    if (event == "\"ranged\"") continue;
+    if (event == "\"beacon\"") event = valueOf(line, "status") == "1" ? "present" : "lost";
+    std::erase(event, '"');
+    events.push_back(event + " " + valueOf(line, "major") + "/" + valueOf(line, "minor"));
+  }
+  return events;
+}
+
+TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
+  TemporaryFolder folder;
+  const std::string capture = folder.file("ibeacons.btsnoop");
+  ASSERT_EQ(
+      runTool({"simulate", "--out", capture, "--beacons", "0", "--ibeacons", "3", "--seconds", "45"}).status,
+      0);
+  const std::string source = "capture:" + capture;
+  using Events = std::vector<std::string>;
+  EXPECT_EQ(eventsOfRange(source, {"--group", "2"}),
+            (Events{"present 1/0", "present 2/1", "lost 1/0", "lost 2/1"}));
+  EXPECT_EQ(eventsOfRange(source, {"--group", "2", "--left-after", "10"}),
+            (Events{"present 1/0", "present 2/1", "left 2/1", "returned 2/1", "lost 1/0", "lost 2/1"}));
+  EXPECT_EQ(eventsOfRange(source, {"--major", "2"}), (Events{"present 2/1", "lost 2/1"}));
+  EXPECT_EQ(eventsOfRange(source, {"--minor", "1", "--group", "0"}), (Events{"present 2/1", "lost 2/1"}));
+}
+
 TEST(Scan, AnInterruptedSearchStopsInOrder) {
   TemporaryFolder folder;
   const std::string source = simulated(folder) + "?paced";

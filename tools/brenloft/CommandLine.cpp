@@ -16,6 +16,7 @@
 #include "platform/bluetooth/CBUUID.h"
 #include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/Departures.h"
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/Texts.h"
 
@@ -203,27 +204,37 @@ void addScan(CLI::App& app, Run& run) {
   command->callback([&run, options] { run = [options] { return runSearch(*options); }; });
 }
 
+void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
+  command.add_option_function<std::string>(
+      "--left-after",
+      [&silence](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value || *value < Departures::kLeastSilence)
+          throw CLI::ValidationError("--left-after", fmt::format("'{}' is no duration of 10 or more", text));
+        silence = *value;
+      },
+      "silence after which an iBeacon has left while others stay, at least 10; default 30");
+}
+
 void addRange(CLI::App& app, Run& run) {
   auto options = std::make_shared<SearchOptions>();
   options->mode = SearchOptions::Mode::iBeacons;
   auto* command = app.add_subcommand("range", "Find iBeacons of one proximity UUID");
   command->add_option("--uuid", options->uuid, "the proximity UUID")->required()->check(checkProximityUUID);
-  auto* major = command->add_option("--major", options->major, "the major of the region that is monitored")
-                    ->check(CLI::Range(0, 65535));
-  auto* minor = command->add_option("--minor", options->minor, "the minor of the region that is monitored")
-                    ->check(CLI::Range(0, 65535));
+  command->add_option("--major", options->major, "only iBeacons with this major")
+      ->check(CLI::Range(0, 65535));
+  command->add_option("--minor", options->minor, "only iBeacons with this minor")
+      ->check(CLI::Range(0, 65535));
   auto* group =
       command
           ->add_option("--group", options->group,
                        "what tells beacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: "
                        "what is given")
           ->check(CLI::Range(0, 2));
+  addLeftAfter(*command, options->leftAfter);
   addSearchOptions(*command, *options);
-  command->callback([&run, options, major, minor, group] {
-    if (group->count() == 0 && minor->count() != 0)
-      options->group = 2;
-    else if (group->count() == 0 && major->count() != 0)
-      options->group = 1;
+  command->callback([&run, options, group] {
+    if (group->count() == 0) options->group = options->minor ? 2 : options->major ? 1 : 0;
     run = [options] { return runSearch(*options); };
   });
 }

@@ -22,6 +22,11 @@ class JsonEvents : public SearchEvents {
     one("emergency", time, record);
   }
 
+  void left(platform::Date time, const BRLBeaconSnapshot& record) override { one("left", time, record); }
+  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    one("returned", time, record);
+  }
+
   void ranged(platform::Date time, const BRLRecordList& records) override {
     beginLine("ranged", time).key("beacons").beginArray();
     for (const auto& record : records.view()) writeRecord(line_, record->snapshot());

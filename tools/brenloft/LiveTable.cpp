@@ -50,11 +50,13 @@ class LiveTable : public SearchEvents {
   }
 
   void bytes(platform::Date, const Octets&) override {}
-  void beacon(platform::Date, const BRLBeaconSnapshot& record) override { keep(record); }
+  void beacon(platform::Date, const BRLBeaconSnapshot& record) override { show(record, false); }
   void emergency(platform::Date, const BRLBeaconSnapshot& record) override { keep(record); }
   void ranged(platform::Date, const BRLRecordList& records) override {
     for (const auto& record : records.view()) keep(record->snapshot());
   }
+  void left(platform::Date, const BRLBeaconSnapshot& record) override { show(record, true); }
+  void returned(platform::Date, const BRLBeaconSnapshot& record) override { show(record, false); }
   void radio(platform::Date, const platform::RadioState& state) override {
     radio_ = printable(radioLine(state));
     isChanged_ = true;
@@ -84,10 +86,18 @@ class LiveTable : public SearchEvents {
   // Records without a property that changes; uuid, major and minor tell beacons apart.
   using Key = std::tuple<uint64_t, BRLOptionalText, int64_t, int64_t>;
 
-  void keep(const BRLBeaconSnapshot& record) {
-    records_[{record.beaconType, record.uuid, record.major, record.minor}] = record;
+  struct Row {
+    BRLBeaconSnapshot record;
+    bool hasLeft = false;
+  };
+
+  Row& keep(const BRLBeaconSnapshot& record) {
     isChanged_ = true;
+    Row& row = rows_[{record.beaconType, record.uuid, record.major, record.minor}];
+    row.record = record;
+    return row;
   }
+  void show(const BRLBeaconSnapshot& record, bool hasLeft) { keep(record).hasLeft = hasLeft; }
 
   // A terminal of another size has broken the lines anew, and a shell has added some: where the table begins
   // is not known then.
@@ -120,12 +130,12 @@ class LiveTable : public SearchEvents {
       ++lines;
     };
     add("", fmt::format("{:<7}  {:<8}  {}", "state", "heard", recordHeader()));
-    for (const auto& [key, record] : records_) {
+    for (const auto& [key, row] : rows_) {
       if (lines > rows) break;
-      add(colourOf(record), rowOf(record));
+      add(colourOf(row), textOf(row));
     }
-    if (records_.size() > rows)
-      add("", fmt::format("… and {} more", records_.size() - rows));
+    if (rows_.size() > rows)
+      add("", fmt::format("… and {} more", rows_.size() - rows));
     else if (!radio_.empty())
       add("", radio_);
     out_.write(frame + std::string(kClearBelow) + std::string(kShowCursor));
@@ -134,22 +144,24 @@ class LiveTable : public SearchEvents {
     isLost_ = false;
   }
 
-  static std::string_view colourOf(const BRLBeaconSnapshot& record) {
-    if (record.status == 2) return kDim;
-    return record.emergency >= 1 ? kRed : "";
+  static std::string_view colourOf(const Row& row) {
+    if (row.record.status == 2 || row.hasLeft) return kDim;
+    return row.record.emergency >= 1 ? kRed : "";
   }
 
-  static std::string rowOf(const BRLBeaconSnapshot& record) {
+  static std::string textOf(const Row& row) {
+    const BRLBeaconSnapshot& record = row.record;
+    const char* state = record.status == 2 ? "lost" : row.hasLeft ? "left" : "present";
     // hh:mm:ss of the whole date.
     const std::string heard = record.statusUpdatedDate
                                   ? platform::rfc3339Text(*record.statusUpdatedDate).substr(11, 8)
                                   : std::string("-");
-    return fmt::format("{:<7}  {:<8}  {}", record.status == 2 ? "lost" : "present", heard, recordRow(record));
+    return fmt::format("{:<7}  {:<8}  {}", state, heard, recordRow(record));
   }
 
   Output& out_;
   const bool hasColour_;
-  std::map<Key, BRLBeaconSnapshot> records_;
+  std::map<Key, Row> rows_;
   std::string radio_;
   bool isChanged_ = true;
   bool isLost_ = false;    // where the table begins is not known

@@ -41,9 +41,11 @@ struct SearchOptions {
   Mode mode = Mode::sensors;
   std::string source = "auto";
   std::optional<std::string> uuid;
-  int64_t major = 0;
-  int64_t minor = 0;
-  int64_t group = 0;    ///< as `beaconGroupType`
+  std::optional<uint16_t> major;  ///< only iBeacons with this one
+  std::optional<uint16_t> minor;
+  int64_t group = 0;  ///< what tells iBeacons apart, as `beaconGroupType`
+  /// Silence after which a single iBeacon has left.
+  std::chrono::microseconds leftAfter = std::chrono::seconds(30);
   double exitTime = 5;  ///< seconds
   bool log = false;
   std::optional<std::chrono::microseconds> duration;

@@ -5,6 +5,7 @@
 #include <stop_token>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -13,6 +14,8 @@
 #include "platform/NativePlatform.h"
 #include "platform/location/BeaconLocationService.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/Departures.h"
+#include "tools/brenloft/IBeaconFilter.h"
 #include "tools/brenloft/Listener.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/SearchEvents.h"
@@ -45,18 +48,34 @@ std::unique_ptr<SearchEvents> makeEvents(Format format, Output& out) {
 // Passes the library's calls on, one at a time: they come on several threads.
 class Reporter final : public BRLDelegateOf<Reporter> {
  public:
-  Reporter(SearchEvents& events, Output& out, uint64_t count)
-      : events_(events), out_(out), isCounted_(count != 0), left_(count) {}
+  Reporter(SearchEvents& events, Output& out, const SearchOptions& options)
+      : events_(events),
+        out_(out),
+        isCounted_(options.count != 0),
+        left_(options.count),
+        departures_(options.leftAfter) {}
 
   /// Where the time of an event comes from, and what ends the search.
   void attach(RunLoop& loop) { loop_ = &loop; }
 
   void contextManager_forBeacon(BRLContextManager&,
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
-    report([&](auto time) { events_.beacon(time, beacon->snapshot()); });
+    report([&](auto time) {
+      departures_.told(*beacon);
+      events_.beacon(time, beacon->snapshot());
+    });
   }
   void contextManager_didRangeBeaconSensors(BRLContextManager&, const BRLRecordList& beacons) override {
-    report([&](auto time) { events_.ranged(time, beacons); });
+    std::vector<Departures::Change> changes;
+    report([&](auto time) {
+      changes = departures_.ranged(time, beacons);
+      events_.ranged(time, beacons);
+    });
+    for (const auto& [beacon, hasLeft] : changes) {
+      report([&](auto time) {
+        hasLeft ? events_.left(time, beacon->snapshot()) : events_.returned(time, beacon->snapshot());
+      });
+    }
   }
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>& octets) override {
     report([&](auto time) { events_.bytes(time, octets); });
@@ -68,6 +87,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   /// Beside the count, which is of what was heard.
   void radio(const platform::RadioState& state) {
     const std::scoped_lock lock(mutex_);
+    departures_.interrupt();
     tell([&](auto time) { events_.radio(time, state); });
   }
 
@@ -124,6 +144,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   RunLoop* loop_ = nullptr;
   const bool isCounted_;
   uint64_t left_;
+  Departures departures_;
   platform::Date ticked_;
   std::optional<std::thread::id> endingThread_;
 };
@@ -136,7 +157,7 @@ class Search {
       : options_(std::move(options)),
         out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
         events_(makeEvents(formatOf(options_), out_)),
-        reporter_(*events_, out_, options_.count) {}
+        reporter_(*events_, out_, options_) {}
 
   void run() {
     StopSignals signals;
@@ -168,6 +189,9 @@ class Search {
          .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
          .onUnusable = [this] { source_.loop->stop(); }});
     reports_ = listener_->wrap(source_.reports);
+    if (options_.mode == SearchOptions::Mode::iBeacons)
+      reports_ = filtered(
+          reports_, {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major, options_.minor});
   }
 
   // iBeacons are reported once a second: the last, unfinished one is waited for.
@@ -199,11 +223,8 @@ class Search {
   void begin() {
     using Class = BRLContextManager::Class;
     BRLContextManager* manager = Class::brlWithProximityUUID(options_.uuid);
-    manager->setBeaconMajor(options_.major);
-    manager->setBeaconMinor(options_.minor);
     manager->setIsLogSave(options_.log);
     Class::setBeaconType(static_cast<uint64_t>(options_.mode));
-    Class::setBeaconGroupType(options_.group);
     Class::setBeaconExitTime(options_.exitTime);
     Class::setDelegate(&reporter_);
     const auto& dispatch = *source_.loop->dispatch();
@@ -211,7 +232,21 @@ class Search {
       source_.loop->dispatch()->after(*options_.duration, dispatch.mainQueue(),
                                       [this] { source_.loop->stop(); });
     if (!source_.loop->isVirtual()) tick();
-    Class::startLeScan();
+    if (options_.mode == SearchOptions::Mode::sensors)
+      Class::startLeScan();
+    else
+      beginRanging();
+  }
+
+  // Monitored is the whole UUID, whatever tells its iBeacons apart: that is set once the region is submitted.
+  // The main queue brings the authorization before each step, at which the library submits regions, too.
+  void beginRanging() {
+    const auto mainQueue = source_.loop->dispatch()->mainQueue();
+    mainQueue->async([this, mainQueue] {
+      if (hasEnded_) return;
+      BRLContextManager::Class::startLeScan();
+      mainQueue->async([this] { BRLContextManager::Class::setBeaconGroupType(options_.group); });
+    });
   }
 
   void tick() {
@@ -220,6 +255,7 @@ class Search {
   }
 
   void end() {
+    hasEnded_ = true;
     reporter_.beginEnd();
     BRLContextManager::Class::stopLeScan();
     BRLContextManager::Class::setDelegate(nullptr);
@@ -240,6 +276,7 @@ class Search {
   Source source_;
   std::shared_ptr<Listener> listener_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;
+  bool hasEnded_ = false;
 };
 
 }  // namespace

@@ -25,6 +25,9 @@ class SearchEvents {
   virtual void beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void ranged(platform::Date time, const BRLRecordList& records) = 0;
+  /// An iBeacon has fallen silent while others stay, which the library does not tell, or is back from that.
+  virtual void left(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual void returned(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void radio(platform::Date time, const platform::RadioState& state) = 0;
   /// A few times a second.
   virtual void tick() {}

@@ -36,6 +36,10 @@ class CsvEvents : public SearchEvents {
   void ranged(platform::Date time, const BRLRecordList& records) override {
     for (const auto& record : records.view()) row("ranged", time, record->snapshot());
   }
+  void left(platform::Date time, const BRLBeaconSnapshot& record) override { row("left", time, record); }
+  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    row("returned", time, record);
+  }
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
@@ -67,6 +71,10 @@ class RowEvents : public SearchEvents {
   void ranged(platform::Date time, const BRLRecordList& records) override {
     for (const auto& record : records.view())
       if (record->beaconType() == 2) row("ranged", time, record->snapshot());
+  }
+  void left(platform::Date time, const BRLBeaconSnapshot& record) override { row("left", time, record); }
+  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    row("returned", time, record);
   }
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
