@@ -198,19 +198,20 @@ BeaconLocationCore::Condition BeaconLocationCore::whileMonitored(CLRegionPtr reg
 }
 
 void BeaconLocationCore::postChanges(const BeaconPresence::Changes& changes) {
-  for (const auto& [region, before, now] : changes) {
-    const bool isFirst = before == CLRegionState::unknown;
-    const bool isEntry = now == CLRegionState::inside;
+  for (const BeaconPresence::Change& change : changes) {
+    const CLRegionPtr& region = change.region;
+    const bool isFirst = change.before == CLRegionState::unknown;
+    const bool isEntry = change.now == CLRegionState::inside;
     if (!isFirst && !(isEntry ? region->notifyOnEntry() : region->notifyOnExit())) continue;
     const auto tell = [&](const Report& report) {
       for (BeaconLocationManager* manager : managers_) post(*manager, whileMonitored(region), report);
     };
-    tell([region = region, state = now](auto& reporter, auto& delegate) {
+    tell([region, state = change.now](auto& reporter, auto& delegate) {
       delegate.locationManager_didDetermineState_forRegion(reporter, state, region);
     });
     if (isFirst) continue;
     // On its own: the first report may have replaced the delegate.
-    tell([region = region, isEntry](auto& reporter, auto& delegate) {
+    tell([region, isEntry](auto& reporter, auto& delegate) {
       isEntry ? delegate.locationManager_didEnterRegion(reporter, region)
               : delegate.locationManager_didExitRegion(reporter, region);
     });
