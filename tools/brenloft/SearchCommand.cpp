@@ -71,9 +71,10 @@ class Reporter final : public BRLDelegateOf<Reporter> {
       changes = departures_.ranged(time, beacons);
       events_.ranged(time, beacons);
     });
-    for (const auto& [beacon, hasLeft] : changes) {
+    for (const Departures::Change& change : changes) {
       report([&](auto time) {
-        hasLeft ? events_.left(time, beacon->snapshot()) : events_.returned(time, beacon->snapshot());
+        change.hasLeft ? events_.left(time, change.beacon->snapshot())
+                       : events_.returned(time, change.beacon->snapshot());
       });
     }
   }
