@@ -66,15 +66,15 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/BrenloftSDKConfigVersion.
 install(FILES ${PROJECT_BINARY_DIR}/BrenloftSDKConfig.cmake ${PROJECT_BINARY_DIR}/BrenloftSDKConfigVersion.cmake
   DESTINATION ${package_folder})
 
-# pkg-config brenloftsdk
+# pkg-config brenloftsdk: says where it lies from its own place, so that cmake --install may choose another prefix
+file(RELATIVE_PATH prefix_from_pkgconfig
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/brenloftsdk.pc.in ${PROJECT_BINARY_DIR}/brenloftsdk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/brenloftsdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS brenloft RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-foreach(unit IN ITEMS brenloft.service)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/packaging/${unit})
-    install(FILES packaging/${unit} DESTINATION lib/systemd/system)
-  endif()
-endforeach()
+# The service, for the prefix of cmake --install
+install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")
+install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallService.cmake)

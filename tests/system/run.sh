@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Runs the checks of this folder in a virtual machine that has the kernel's Bluetooth, bluetoothd and scripted
-# controllers.
+# controllers; `service` in one that systemd starts.
 #
-#   tests/system/run.sh [-p PROGRAM] [CHECK...]     CHECK: hci, bluez, faults, adapters; all without one
+#   tests/system/run.sh [-p PROGRAM] [CHECK...]     CHECK: hci, bluez, faults, adapters, service; all without one
 #
-# PROGRAM       the brenloft to test; default: the release build's
+# PROGRAM       the brenloft to test; default: the release build's, which `service` installs in any case
 # BRENLOFT_VM_RIG   the folder with the machine's build.sh, stage.sh and run.sh; default: ../shared/bluez-vm beside
 #               the project. Without it the checks are skipped, and said to be (status 0).
 # BLUEZ_VM_DIR  where the machine is built, and the results of each check are kept
@@ -23,7 +23,7 @@ while getopts p: option; do
 done
 shift $((OPTIND - 1))
 checks=("$@")
-[[ ${#checks[@]} -gt 0 ]] || checks=(hci bluez faults adapters)
+[[ ${#checks[@]} -gt 0 ]] || checks=(hci bluez faults adapters service)
 
 if [[ ! -x $rig/run.sh ]]; then
   echo "system tests: SKIPPED, there is no machine at $rig (BRENLOFT_VM_RIG names another folder)"
@@ -46,12 +46,21 @@ done
 "$rig/stage.sh" "$stage" "${programs[@]}"
 cp "$here/check.sh" "$stage/"
 
+run_check() {  # run_check NAME OUT_DIR
+  if [[ $1 == service ]]; then
+    DESTDIR=$stage/installed cmake --install "$root/build/release" --strip > /dev/null
+    "$here/systemd.sh" -t 600 -o "$2" "$stage/installed" "$here/service.sh"
+  else
+    "$rig/run.sh" -q -t 420 -o "$2" "$stage" "$here/$1.sh"
+  fi
+}
+
 failed=0
 for check in "${checks[@]}"; do
   out=$BLUEZ_VM_DIR/results/$check
   mkdir -p "$out"
   echo "== system tests: $check (results in $out)"
-  if "$rig/run.sh" -q -t 420 -o "$out" "$stage" "$here/$check.sh"; then status=0; else status=$?; fi
+  if run_check "$check" "$out"; then status=0; else status=$?; fi
   grep -E '^(ok|FAIL|\[)' "$out/test.log" || true
   [[ $status -eq 0 ]] || { echo "== $check failed, status $status"; failed=1; }
 done

@@ -182,6 +182,8 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kAllFormats);
+  command.add_flag("--transitions", options.transitions,
+                   "tell only beacons that appear, are lost or return, and emergencies that begin or end");
   addContainer(command, options.container);
   addRecord(command, options.record);
   command.add_flag("-q,--quiet", options.quiet, "without the library's diagnostic lines");

@@ -51,6 +51,7 @@ struct SearchOptions {
   std::optional<std::chrono::microseconds> duration;
   uint64_t count = 0;            ///< ends after so many events; 0: never
   std::optional<Format> format;  ///< absent: a table on a terminal, else JSON lines
+  bool transitions = false;      ///< only what begins or ends
   std::filesystem::path container;
   std::string record;
   bool quiet = false;  ///< without the library's diagnostic lines

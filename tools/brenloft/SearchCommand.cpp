@@ -33,7 +33,7 @@ Format formatOf(const SearchOptions& options) {
   return Output::isTerminal() ? Format::table : Format::jsonl;
 }
 
-std::unique_ptr<SearchEvents> makeEvents(Format format, Output& out) {
+std::unique_ptr<SearchEvents> makeForm(Format format, Output& out) {
   switch (format) {
     case Format::jsonl:
       return makeJsonEvents(out);
@@ -43,6 +43,11 @@ std::unique_ptr<SearchEvents> makeEvents(Format format, Output& out) {
       break;
   }
   return Output::isTerminal() ? makeLiveTable(out) : makeRowEvents(out);
+}
+
+std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out) {
+  auto events = makeForm(formatOf(options), out);
+  return options.transitions ? makeTransitions(std::move(events)) : std::move(events);
 }
 
 // Passes the library's calls on, one at a time: they come on several threads.
@@ -157,7 +162,7 @@ class Search {
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
         out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
-        events_(makeEvents(formatOf(options_), out_)),
+        events_(makeEvents(options_, out_)),
         reporter_(*events_, out_, options_) {}
 
   void run() {

@@ -44,5 +44,7 @@ std::unique_ptr<SearchEvents> makeCsvEvents(Output& out);
 std::unique_ptr<SearchEvents> makeRowEvents(Output& out);
 /// A table on a terminal that is redrawn in place, one line per beacon.
 std::unique_ptr<SearchEvents> makeLiveTable(Output& out);
+/// Passes on what begins or ends: a beacon's presence, an emergency, a state of the radio.
+std::unique_ptr<SearchEvents> makeTransitions(std::unique_ptr<SearchEvents> shown);
 
 }  // namespace brenloft

@@ -1,0 +1,54 @@
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "tools/brenloft/SearchEvents.h"
+
+namespace brenloft {
+namespace {
+
+class Transitions final : public SearchEvents {
+ public:
+  explicit Transitions(std::unique_ptr<SearchEvents> shown) : shown_(std::move(shown)) {}
+
+  void begin() override { shown_->begin(); }
+  void bytes(platform::Date, const Octets&) override {}
+  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
+    Told& told = toldOf(record);
+    const bool isStatusNew = std::exchange(told.status, record.status) != record.status;
+    const bool isEmergencyOver = record.emergency == 0 && std::exchange(told.isEmergency, false);
+    if (isStatusNew || isEmergencyOver) shown_->beacon(time, record);
+  }
+  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    if (!std::exchange(toldOf(record).isEmergency, true)) shown_->emergency(time, record);
+  }
+  void ranged(platform::Date, const BRLRecordList&) override {}
+  void left(platform::Date time, const BRLBeaconSnapshot& record) override { shown_->left(time, record); }
+  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    shown_->returned(time, record);
+  }
+  void radio(platform::Date time, const platform::RadioState& state) override { shown_->radio(time, state); }
+  void tick() override { shown_->tick(); }
+  void makeRoom() override { shown_->makeRoom(); }
+  void finish() override { shown_->finish(); }
+
+ private:
+  using Key = std::tuple<BRLOptionalText, int64_t, int64_t>;
+  struct Told {
+    int64_t status = 0;
+    bool isEmergency = false;
+  };
+
+  Told& toldOf(const BRLBeaconSnapshot& record) { return told_[{record.uuid, record.major, record.minor}]; }
+
+  const std::unique_ptr<SearchEvents> shown_;
+  std::map<Key, Told> told_;
+};
+
+}  // namespace
+
+std::unique_ptr<SearchEvents> makeTransitions(std::unique_ptr<SearchEvents> shown) {
+  return std::make_unique<Transitions>(std::move(shown));
+}
+
+}  // namespace brenloft
