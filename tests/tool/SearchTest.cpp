@@ -120,6 +120,19 @@ TEST(Scan, LaysOutEachLineAsPromised) {
   EXPECT_EQ(valueOf(line, "statusUpdatedDate"), time);
 }
 
+TEST(Scan, TellsOnlyWhatBeginsOrEndsWhenAsked) {
+  std::vector<std::string> told;
+  for (const std::string& line :
+       runTool({"scan", "-s", "demo", "-F", "jsonl", "-q", "--transitions"}).lines())
+    told.push_back(valueOf(line, "event") + valueOf(line, "status") + valueOf(line, "emergency"));
+  // Five sensors come and go; one is in an emergency for a while, and one is silent for longer than the exit
+  // time.
+  std::vector<std::string> expected(5, "\"beacon\"10");
+  expected.insert(expected.end(), {"\"emergency\"11", "\"beacon\"20", "\"beacon\"10", "\"beacon\"10"});
+  expected.insert(expected.end(), 5, "\"beacon\"20");
+  EXPECT_EQ(told, expected);
+}
+
 // The events of single iBeacons, as "left 2/1".
 std::vector<std::string> eventsOfRange(const std::string& source, const std::vector<std::string>& more) {
   std::vector<std::string> arguments{

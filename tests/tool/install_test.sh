@@ -8,7 +8,7 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
 
-cmake --install "$build" --prefix "$prefix" >/dev/null
+cmake --install "$build" --strip --prefix "$prefix" >/dev/null
 
 # cmake --install moves a prefix; the package file must name the one it was installed to.
 cmake -G Ninja -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
@@ -17,7 +17,7 @@ cmake --build "$work/cmake" >/dev/null
 
 # shellcheck disable=SC2046
 "$compiler" "$source/examples/thermometer.cpp" -o "$work/thermometer" \
-  $(pkg-config --define-prefix --cflags --libs brenloftsdk)
+  $(pkg-config --cflags --libs brenloftsdk)
 "$work/thermometer" simulated >"$work/by-pkg-config" 2>/dev/null
 
 cmp "$work/by-cmake" "$work/by-pkg-config"
@@ -36,3 +36,22 @@ for name in NearestBeaconSensorFindingBuffer SAFETY_REGION_IDENTIFIER kBeaconExi
   nm -D --defined-only "$library" | grep -q " $name" || { echo "not exported: $name"; exit 1; }
 done
 "$prefix/bin/brenloft" --version
+
+# The service as its unit starts it, with another source and store.
+unit=$prefix/lib/systemd/system/brenloft.service
+export $(sed -n 's/^Environment=//p' "$unit") BRENLOFT_SOURCE=demo
+sed -n 's/^ExecStart=//p' "$unit" | sed "s|/var/lib/brenloft|$work/store|" >"$work/start"
+grep -q "^$prefix/bin/brenloft " "$work/start"
+sh "$work/start" >"$work/told"
+grep -q '"status":2' "$work/told" || { echo "the service told nothing"; exit 1; }
+
+# Somebody's settings outlive the next installation; the system's prefixes have them in /etc.
+settings=$(sed -n 's/^EnvironmentFile=-//p' "$unit")
+echo '# mine' >>"$settings"
+cmake --install "$build" --prefix "$prefix" >/dev/null
+tail -1 "$settings" | grep -q mine
+DESTDIR=$work/stage cmake --install "$build" --prefix /usr/local >/dev/null
+for file in etc/default/brenloft etc/dbus-1/system.d/brenloft.conf usr/local/lib/sysusers.d/brenloft.conf \
+  usr/local/share/brenloft/hci.conf; do
+  [ -e "$work/stage/$file" ] || { echo "no $file"; exit 1; }
+done
