@@ -5,6 +5,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "platform/bluetooth/bluez/BlueZSource.h"
 #include "platform/bluetooth/bluez/DBusClients.h"
@@ -389,6 +392,18 @@ TEST_F(BlueZSource, ListsTheDaemonsAdapters) {
   const auto nothing = listBlueZAdapters(bus_.address());
   EXPECT_EQ(nothing.daemon, BlueZInventory::Daemon::noBus);
   EXPECT_THAT(nothing.problem, HasSubstr("the system bus cannot be reached"));
+
+  // As the bus does with a user whom it does not know.
+  sockaddr_un name{.sun_family = AF_UNIX, .sun_path = {}};
+  root_.file("bus").copy(name.sun_path, sizeof name.sun_path - 1);
+  const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+  ASSERT_EQ(::listen(listener, 1), 0);
+  std::thread hangUp([listener] { ::close(::accept(listener, nullptr, nullptr)); });
+  EXPECT_THAT(listBlueZAdapters("unix:path=" + root_.file("bus")).problem,
+              HasSubstr("the system bus hung up on user " + std::to_string(::geteuid())));
+  hangUp.join();
+  ::close(listener);
 }
 
 }  // namespace

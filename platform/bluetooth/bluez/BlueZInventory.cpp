@@ -13,7 +13,7 @@ BlueZInventory listBlueZAdapters(const std::string& busAddress) {
   using Daemon = BlueZInventory::Daemon;
   bluez::CallError unreachable;
   const auto connection = bluez::DBusConnection::open(busAddress, unreachable);
-  if (!connection) return {Daemon::noBus, "the system bus cannot be reached: " + unreachable.message, {}};
+  if (!connection) return {Daemon::noBus, unreachable.message, {}};
 
   std::optional<bluez::CallError> error;
   const auto objects = bluez::getManagedObjects(*connection, std::chrono::seconds(5), error);

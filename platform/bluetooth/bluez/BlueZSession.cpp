@@ -11,7 +11,7 @@ std::unique_ptr<BlueZSession> BlueZSession::open(const std::string& busAddress, 
   try {
     return std::unique_ptr<BlueZSession>(new BlueZSession(std::move(connection), handlers));
   } catch (const sdbus::Error& error) {
-    problem = callErrorFrom(error);
+    problem = connectErrorFrom(error);
     return nullptr;
   }
 }

@@ -113,7 +113,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
       session_->run();
       return load();
     }
-    tell({CBManagerState::unsupported, "the system bus cannot be reached: " + problem.message});
+    tell({CBManagerState::unsupported, problem.message});
     later(takePause(), &BlueZSource::connect);
   }
 

@@ -25,7 +25,7 @@ std::unique_ptr<DBusConnection> DBusConnection::open(const std::string& busAddre
                                   : sdbus::createSessionBusConnectionWithAddress(busAddress);
     return std::unique_ptr<DBusConnection>(new DBusConnection(std::move(bus)));
   } catch (const sdbus::Error& error) {
-    problem = callErrorFrom(error);
+    problem = connectErrorFrom(error);
     return nullptr;
   }
 }

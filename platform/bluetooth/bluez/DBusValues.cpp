@@ -1,6 +1,11 @@
 #include "platform/bluetooth/bluez/DBusValues.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <string_view>
+
+#include <unistd.h>
 
 namespace platform::bluez {
 namespace {
@@ -72,6 +77,20 @@ Object objectFrom(const std::string& path, const InterfaceMap& interfaces) {
 
 CallError callErrorFrom(const sdbus::Error& error) {
   return {error.getName(), error.getMessage()};
+}
+
+CallError connectErrorFrom(const sdbus::Error& error) {
+  CallError problem = callErrorFrom(error);
+  constexpr std::string_view kHungUp[] = {"System.Error.ENOTCONN", "System.Error.ECONNRESET",
+                                          "System.Error.EPIPE", "org.freedesktop.DBus.Error.Disconnected"};
+  if (std::ranges::find(kHungUp, problem.name) == std::end(kHungUp)) {
+    problem.message = "the system bus cannot be reached: " + problem.message;
+  } else {
+    problem.message = "the system bus hung up on user " + std::to_string(::geteuid()) +
+                      ", as it does when it knows no such user, a DynamicUser= for instance; a service then "
+                      "needs 'User=' with one of the system's";
+  }
+  return problem;
 }
 
 }  // namespace platform::bluez

@@ -20,5 +20,7 @@ AdapterProperties adapterProperties(const PropertyMap& properties);
 DeviceProperties deviceProperties(const PropertyMap& properties);
 Object objectFrom(const std::string& path, const InterfaceMap& interfaces);
 CallError callErrorFrom(const sdbus::Error& error);
+/// The same of a bus that could not be connected to; its message is a reason for people.
+CallError connectErrorFrom(const sdbus::Error& error);
 
 }  // namespace platform::bluez

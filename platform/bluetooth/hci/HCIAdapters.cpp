@@ -39,7 +39,9 @@ BluetoothAddress addressOf(const HCIDeviceInfo& info) {
 namespace {
 
 std::string noSocketText(int error) {
-  if (error == EAFNOSUPPORT || error == EPROTONOSUPPORT) return "this machine's kernel has no Bluetooth";
+  if (error == EAFNOSUPPORT || error == EPROTONOSUPPORT) {
+    return "the kernel gives no Bluetooth socket: it has no Bluetooth, or this container or sandbox hides it";
+  }
   return "the kernel gives no Bluetooth socket: " + std::generic_category().message(error);
 }
 
