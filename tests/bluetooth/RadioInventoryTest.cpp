@@ -22,7 +22,7 @@ const std::string kSetcap = "\"setcap 'cap_net_raw,cap_net_admin+eip' /opt/brenl
 const std::string kAmbient = "'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN'";
 const std::string kSandbox =
     "its sandbox keeps capabilities from it; 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' and the same "
-    "'CapabilityBoundingSet=' in its systemd unit permit it";
+    "'CapabilityBoundingSet=' in its systemd unit permit it, or '--cap-add NET_RAW";
 const std::string kRefusal =
     "bluetoothd refuses this user: rejected; 'usermod -aG bluetooth USER' or a bus policy for org.bluez "
     "permits it";

@@ -30,7 +30,8 @@ HCIPermissions HCIPermissions::ofThisProcess(const std::filesystem::path& root) 
 std::string HCIPermissions::hint(const std::string& executable) const {
   if (!mayGain) {
     return "its sandbox keeps capabilities from it; 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' and the "
-           "same 'CapabilityBoundingSet=' in its systemd unit permit it";
+           "same 'CapabilityBoundingSet=' in its systemd unit permit it, or '--cap-add NET_RAW --cap-add "
+           "NET_ADMIN' for its container";
   }
   return "\"setcap 'cap_net_raw,cap_net_admin+eip' " + executable +
          "\" permits it, or 'AmbientCapabilities=CAP_NET_RAW CAP_NET_ADMIN' in a systemd unit";

@@ -13,7 +13,8 @@ namespace platform::hci {
 ///
 /// `sharing` is kept from one transport to the next: it becomes true when an automatic channel finds the
 /// adapter up, and from then on only the raw channel is tried. An adapter that somebody else merely switched
-/// off is not to be taken from him.
+/// off is not to be taken from him. One that a program has on the user channel is up for nobody else; it is
+/// waited for.
 std::unique_ptr<HCITransport> makeHCISocketTransport(const HCIAdapterAddress& address,
                                                      std::shared_ptr<std::atomic<bool>> sharing);
 

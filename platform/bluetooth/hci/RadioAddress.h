@@ -24,7 +24,8 @@ struct H4UnixAddress {
 
 /// Which of the kernel's two HCI channels.
 enum class HCIChannel {
-  automatic,  ///< user on an adapter that is down; raw on one that is or, in this source, was ever up
+  automatic,  ///< user on an adapter that is down; raw on one that is or, in this source, was ever up, unless
+              ///< for a program that has it to itself, which is waited for
   user,       ///< the adapter to oneself; it must be down
   raw,        ///< beside bluetoothd; it must be up
 };
