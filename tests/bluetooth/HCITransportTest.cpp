@@ -16,6 +16,7 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tests/support/ControllerModel.h"
 #include "tests/support/H4Server.h"
+#include "tests/support/PseudoTerminals.h"
 
 namespace {
 
@@ -171,6 +172,7 @@ TEST_F(HCITransportTest, NamesTheLineThatIsNone) {
 }
 
 TEST_F(HCITransportTest, HearsOverASerialLineAndNoticesThatItIsUnplugged) {
+  if (!support::hasPseudoTerminals()) GTEST_SKIP() << support::kNoPseudoTerminals;
   int controllerEnd = -1;
   int hostEnd = -1;
   char name[128];

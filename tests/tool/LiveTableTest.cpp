@@ -1,10 +1,18 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/PseudoTerminals.h"
 #include "tests/tool/RunTool.h"
 #include "tests/tool/TerminalProgram.h"
 
 namespace brenloft_test {
 namespace {
+
+class LiveTable : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!support::hasPseudoTerminals()) GTEST_SKIP() << support::kNoPseudoTerminals;
+  }
+};
 
 const std::vector<std::string> kScan{"env",  "-u",       "NO_COLOR",   toolPath(),
                                      "scan", "--source", "demo?paced", "-q"};
@@ -16,7 +24,7 @@ bool isWhole(const Screen& screen) {
   return screen.linesBeginning(kHeader) == 1 && screen.linesWith(kAnyDevice) == 5;
 }
 
-TEST(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
+TEST_F(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
   TerminalProgram tool(kScan, 24, 80);
   ASSERT_TRUE(tool.waitFor([&] { return tool.screen().linesWith(kAnyDevice) == 5; }));
   for (int i = 0; i < 3; ++i) {
@@ -33,7 +41,7 @@ TEST(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
   EXPECT_EQ(tool.screen().linesBeginning("lost"), 5U);
 }
 
-TEST(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
+TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
   TerminalProgram tool(kScan, 24, 80);
   ASSERT_TRUE(tool.waitFor([&] { return isWhole(tool.screen()); }));
   tool.resize(20, 50);
@@ -50,7 +58,7 @@ TEST(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
   EXPECT_EQ(tool.screen().linesWith("Stopped"), 0U);
 }
 
-TEST(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
+TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
   TemporaryFolder folder;
   TerminalProgram tool({"sh", "-c", "ulimit -f 72; exec \"$0\" scan --source demo --log -q -C \"$1\"",
                         toolPath(), folder.file("c")},
@@ -60,7 +68,7 @@ TEST(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
   EXPECT_EQ(tool.screen().linesBeginning("brenloft: " + folder.file("c")), 1U);
 }
 
-TEST(LiveTable, HasNoColourWhereNoneIsWanted) {
+TEST_F(LiveTable, HasNoColourWhereNoneIsWanted) {
   TerminalProgram tool(
       {"env", "NO_COLOR=1", toolPath(), "scan", "--source", "demo", "--duration", "10", "-q"}, 24, 80);
   EXPECT_EQ(tool.wait(), 0);

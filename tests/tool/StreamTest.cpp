@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/PseudoTerminals.h"
 #include "tests/tool/RunTool.h"
 
 namespace brenloft_test {
@@ -82,6 +83,7 @@ std::string onTerminal(const std::string& command) {
 }
 
 TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {
+  if (!support::hasPseudoTerminals()) GTEST_SKIP() << support::kNoPseudoTerminals;
   if (!hasProgram("script")) GTEST_SKIP() << "script is not installed";
   TemporaryFolder folder;
   const std::string file = folder.file("long.btsnoop");
