@@ -53,18 +53,39 @@ unsigned extendedEventType(AdvertisingKind kind) {
   return 0;
 }
 
-class FileBtsnoopWriter : public BtsnoopWriter {
+// An open file.
+class FileSink {
  public:
-  FileBtsnoopWriter(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {
+  FileSink(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {}
+  ~FileSink() { close(descriptor_); }
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  std::string write(DataView rest) const {
+    while (!rest.empty()) {
+      const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
+      if (count >= 0)
+        rest = rest.subspan(static_cast<std::size_t>(count));
+      else if (errno != EINTR)
+        return fmt::format("{}: cannot be written: {}", path_, std::generic_category().message(errno));
+    }
+    return {};
+  }
+
+ private:
+  const int descriptor_;
+  const std::string path_;
+};
+
+class BufferedBtsnoopWriter : public BtsnoopWriter {
+ public:
+  explicit BufferedBtsnoopWriter(Sink sink) : sink_(std::move(sink)) {
     buffer_.reserve(kManyOctets + 4096);
     put(viewOf(btsnoop::kMagic));
     putBigEndian(btsnoop::kVersion, 4);
     putBigEndian(btsnoop::kLinkH4, 4);
   }
-  ~FileBtsnoopWriter() override {
-    FileBtsnoopWriter::flush();
-    close(descriptor_);
-  }
+  ~BufferedBtsnoopWriter() override { BufferedBtsnoopWriter::flush(); }
 
   std::string write(const AdvertisingReport& report) override {
     if (hasFailed_) return {};
@@ -78,25 +99,14 @@ class FileBtsnoopWriter : public BtsnoopWriter {
   }
 
   std::string flush() override {
-    DataView rest = buffer_;
-    while (!rest.empty() && !hasFailed_) {
-      const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
-      if (count >= 0)
-        rest = rest.subspan(static_cast<std::size_t>(count));
-      else if (errno != EINTR)
-        return fail(errno);
-    }
+    if (hasFailed_) return {};
+    std::string error = sink_(buffer_);
+    hasFailed_ = !error.empty();
     buffer_.clear();
-    return {};
+    return error;
   }
 
  private:
-  std::string fail(int code) {
-    hasFailed_ = true;
-    buffer_.clear();
-    return fmt::format("{}: cannot be written: {}", path_, std::generic_category().message(code));
-  }
-
   void put(DataView octets) { buffer_.insert(buffer_.end(), octets.begin(), octets.end()); }
   void putOctet(unsigned value) { buffer_.push_back(static_cast<std::byte>(value)); }
   void putBigEndian(uint64_t value, int width) {
@@ -169,8 +179,7 @@ class FileBtsnoopWriter : public BtsnoopWriter {
     put(data);
   }
 
-  int descriptor_;
-  std::string path_;
+  const Sink sink_;
   Data buffer_;
   Date oldest_;
   bool hasFailed_ = false;
@@ -179,10 +188,21 @@ class FileBtsnoopWriter : public BtsnoopWriter {
 }  // namespace
 
 std::unique_ptr<BtsnoopWriter> BtsnoopWriter::create(const std::string& path, std::string& error) {
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor >= 0) return std::make_unique<FileBtsnoopWriter>(descriptor, path);
-  error = fmt::format("{}: cannot be written: {}", path, std::generic_category().message(errno));
-  return nullptr;
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC, 0666);
+  if (descriptor < 0) {
+    error = fmt::format("{}: cannot be written: {}", path, std::generic_category().message(errno));
+    return nullptr;
+  }
+  const auto file = std::make_shared<FileSink>(descriptor, path);
+  if (isatty(descriptor) == 1) {
+    error = path + ": a terminal shows no capture";
+    return nullptr;
+  }
+  return create([file](DataView octets) { return file->write(octets); });
+}
+
+std::unique_ptr<BtsnoopWriter> BtsnoopWriter::create(Sink sink) {
+  return std::make_unique<BufferedBtsnoopWriter>(std::move(sink));
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,8 +17,13 @@ namespace platform {
 /// `flush`. Threads: one at a time.
 class BtsnoopWriter {
  public:
-  /// Begins the file anew. Nothing, and one line that names the file, when that fails.
+  /// Takes octets; returns the line that says why it could not, else nothing.
+  using Sink = std::function<std::string(DataView octets)>;
+
+  /// Begins the file anew. Nothing, and one line that names the file, when that fails or when it is a
+  /// terminal.
   static std::unique_ptr<BtsnoopWriter> create(const std::string& path, std::string& error);
+  static std::unique_ptr<BtsnoopWriter> create(Sink sink);
   virtual ~BtsnoopWriter() = default;
 
   /// Returns the line that says what went wrong, once; empty when all is well and ever after a failure, from
