@@ -7,6 +7,7 @@ namespace platform {
 namespace {
 
 constexpr std::array kPrefix = {std::byte{0x4C}, std::byte{0x00}, std::byte{0x02}, std::byte{0x15}};
+constexpr std::size_t kCompanyLength = 2;
 constexpr std::size_t kUUIDOffset = kPrefix.size();
 constexpr std::size_t kMajorOffset = kUUIDOffset + 16;
 constexpr std::size_t kMinorOffset = kMajorOffset + 2;
@@ -36,6 +37,20 @@ std::optional<iBeaconFrame> parseIBeaconFrame(DataView manufacturerData) {
                       .major = bigEndian16(manufacturerData, kMajorOffset),
                       .minor = bigEndian16(manufacturerData, kMinorOffset),
                       .measuredPower = std::to_integer<int8_t>(manufacturerData[kPowerOffset])};
+}
+
+bool holdsAppleMessages(DataView manufacturerData) {
+  if (parseIBeaconFrame(manufacturerData)) return true;
+  if (manufacturerData.size() < kCompanyLength ||
+      !std::ranges::equal(manufacturerData.first(kCompanyLength), DataView(kPrefix).first(kCompanyLength)))
+    return false;
+  DataView rest = manufacturerData.subspan(kCompanyLength);
+  while (rest.size() >= 2) {
+    const std::size_t length = 2 + std::to_integer<std::size_t>(rest[1]);
+    if (length > rest.size()) return false;
+    rest = rest.subspan(length);
+  }
+  return rest.empty();
 }
 
 Data iBeaconManufacturerData(const iBeaconFrame& frame) {

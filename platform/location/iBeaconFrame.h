@@ -25,6 +25,11 @@ struct iBeaconFrame {
 /// Nothing when it is no iBeacon frame or ends too early.
 BRL_EXPORT std::optional<iBeaconFrame> parseIBeaconFrame(DataView manufacturerData);
 
+/// Whether manufacturer data is what iBeacons and Apple's devices send: an iBeacon frame, or the company
+/// identifier and then nothing but messages, each with its type and length. The identifier alone would not
+/// tell: where it stands, a sensor frame has its temperature.
+BRL_EXPORT bool holdsAppleMessages(DataView manufacturerData);
+
 /// The 25 octets of manufacturer data, the company identifier first.
 BRL_EXPORT Data iBeaconManufacturerData(const iBeaconFrame& frame);
 
