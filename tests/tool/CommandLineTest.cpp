@@ -12,12 +12,18 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
   const std::string uuid = "11111111-2222-3333-4444-555555555555";
   const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
       {{}, ""},
-      {{"bogus"}, "bogus"},
-      {{"log", "bogus"}, "bogus"},
-      {{"scan", "--bogus"}, "--bogus"},
+      {{"bogus"}, "no such command: bogus\n"},
+      {{"scna"}, "no such command: scna; did you mean scan?"},
+      {{"log", "shwo"}, "no such command: shwo; did you mean show?"},
+      {{"help", "log", "exprot"}, "no such command: exprot; did you mean export?"},
+      {{"scan", "--bogus"}, "not expected: --bogus\n"},
+      {{"scan", "one", "--exit", "two"}, "not expected: one --exit two; did you mean --exit-time?"},
+      {{"range", "--uuid", uuid, "--exit-time", "3"}, "not expected: --exit-time 3"},
       {{"scan", "--bogus\nline"}, "--bogus?line"},
       {{"scan", "--count"}, "--count"},
       {{"scan", "--format", "xml"}, "--format: 'xml' is not table, jsonl or csv"},
+      {{"scan", "--format", "jsno"}, "did you mean jsonl?"},
+      {{"scan", "--source", "bluz:hci1"}, "no such source: bluz:hci1; did you mean bluez:hci1?"},
       {{"scan", "--count", "0"}, "--count: '0' is no whole number above 0"},
       {{"log", "show", "--last", "-1"}, "--last: '-1' is no whole number above 0"},
       {{"log", "show", "--last", "99999999999999999999"},
@@ -39,11 +45,12 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
        "--beacons: '4294967296' is too large"},
       {{"simulate", "--out", "/nonexistent", "--beacons", "16777216", "--ibeacons", "1"}, "16777216 in all"},
       {{"simulate", "--out", "/nonexistent", "--seed", "-1"}, "--seed: '-1' is no whole number"},
-      {{"decode", "--format", "csv", "00"}, "--format: 'csv' is not table or jsonl"},
+      {{"log", "show", "--format", "csv"}, "--format: 'csv' is not table or jsonl"},
       {{"hear"}, "--source"},
       {{"range", "--uuid", "FFF0"}, "--uuid: 'FFF0'"},
       {{"log", "count", "--container", ""}, "--container: the name is empty"},
       {{"log", "export", "--out", ""}, "--out: the name is empty"},
+      {{"scan", "--record", "-"}, "--record: standard output has the data already"},
       {{"scan", "--record", ""}, "--record: the name is empty"},
       {{"tag", "set", "key", "--file", ""}, "--file: the name is empty"},
   };
@@ -59,12 +66,16 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
 }
 
 TEST(CommandLine, HelpAndVersionGoToStandardOutput) {
-  for (const char* option : {"--help", "--version"}) {
-    const Ended ended = runTool({option});
+  const auto output = [](const std::vector<std::string>& arguments) {
+    const Ended ended = runTool(arguments);
     EXPECT_EQ(ended.status, 0);
     EXPECT_NE(ended.out, "");
     EXPECT_EQ(ended.err, "");
-  }
+    return ended.out;
+  };
+  EXPECT_EQ(output({"help"}), output({"--help"}));
+  EXPECT_EQ(output({"help", "log", "show"}), output({"log", "show", "--help"}));
+  EXPECT_EQ(output({"-V"}), output({"--version"}));
 }
 
 TEST(CommandLine, ExitTimesHaveUnits) {
@@ -77,6 +88,7 @@ TEST(CommandLine, ExitTimesHaveUnits) {
   const std::string shorter = scan("1.5");
   EXPECT_EQ(scan("1500ms"), shorter);
   EXPECT_NE(scan("1m"), shorter);
+  EXPECT_EQ(scan("1d1h"), scan("25h"));
 }
 
 }  // namespace

@@ -35,6 +35,17 @@ TEST(Decode, AnswersEachLineOfStandardInputWithOne) {
   EXPECT_NE(ended.lines()[2].find(R"("temperature":"23.45")"), std::string::npos);
 }
 
+TEST(Decode, TakesOctetsAsTheyAreWrittenElsewhere) {
+  const std::string rest = "ff64000c61cf123456fc1803e8800001020a";
+  const Ended ended = runTool({"decode", "-F", "csv", "0x29098813" + rest, " 29 09\t88 13 " + rest,
+                               "29:09-88:13:" + rest, "0X29 0x09 0x88 0x13" + rest, "29:09"});
+  EXPECT_EQ(ended.err, "");
+  const std::string row = "0C-61-CF-12-34-56,255,23.45,50.00,100,0,01020A,-1000,1000,-32768\n";
+  EXPECT_EQ(ended.out, "uniqueId,txPower,temperature,humidity,battery,emergency,tbd,xAccel,yAccel,zAccel\n" +
+                           row + row + row + row + ",,,,,,,,,\n");
+  EXPECT_EQ(runTool({"decode", "2:9"}).err, "brenloft: argument 1: character 2 is no hexadecimal digit\n");
+}
+
 TEST(Decode, NamesThePlaceOfWhatIsNoFrameAndKeepsWhatCameBefore) {
   const Ended argument = runTool({"decode", "-F", "jsonl", kZero, "00zz"});
   EXPECT_EQ(argument.status, 1);

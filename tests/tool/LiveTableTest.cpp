@@ -14,7 +14,7 @@ class LiveTable : public testing::Test {
   }
 };
 
-const std::vector<std::string> kScan{"env",  "-u",       "NO_COLOR",   toolPath(),
+const std::vector<std::string> kScan{"env",  "-u",       "NO_COLOR",   "TERM=xterm", toolPath(),
                                      "scan", "--source", "demo?paced", "-q"};
 constexpr const char* kHeader = "state    heard";
 constexpr const char* kAnyDevice = "C0-C1-5C-00-00-";
@@ -60,9 +60,10 @@ TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
 
 TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
   TemporaryFolder folder;
-  TerminalProgram tool({"sh", "-c", "ulimit -f 72; exec \"$0\" scan --source demo --log -q -C \"$1\"",
-                        toolPath(), folder.file("c")},
-                       24, 200);
+  TerminalProgram tool(
+      {"env", "TERM=xterm", "sh", "-c", "ulimit -f 72; exec \"$0\" scan --source demo --log -q -C \"$1\"",
+       toolPath(), folder.file("c")},
+      24, 200);
   EXPECT_EQ(tool.wait(), 5);
   EXPECT_TRUE(tool.screen().isCursorShown());
   EXPECT_EQ(tool.screen().linesBeginning("brenloft: " + folder.file("c")), 1U);
@@ -70,10 +71,19 @@ TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
 
 TEST_F(LiveTable, HasNoColourWhereNoneIsWanted) {
   TerminalProgram tool(
-      {"env", "NO_COLOR=1", toolPath(), "scan", "--source", "demo", "--duration", "10", "-q"}, 24, 80);
+      {"env", "NO_COLOR=1", "TERM=xterm", toolPath(), "scan", "--source", "demo", "--duration", "10", "-q"},
+      24, 80);
   EXPECT_EQ(tool.wait(), 0);
   EXPECT_EQ(tool.screen().linesBeginning("lost"), 5U);
   EXPECT_FALSE(tool.screen().hadColour());
+}
+
+TEST_F(LiveTable, IsNoneWhereTheTerminalTakesNoControlSequences) {
+  TerminalProgram tool({"env", "TERM=dumb", toolPath(), "scan", "--source", "demo", "--count", "3", "-q"}, 24,
+                       200);
+  EXPECT_EQ(tool.wait(), 0);
+  EXPECT_FALSE(tool.screen().hadSequences());
+  EXPECT_EQ(tool.screen().linesWith(kAnyDevice), 3U);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/bluetooth/capture/BtsnoopWriter.h"
+#include "platform/foundation/Hex.h"
 #include "tests/tool/RunTool.h"
 
 namespace brenloft_test {
@@ -30,6 +32,9 @@ TEST(Simulate, WritesTheSameWorldForTheSameSeed) {
   const std::string first = write("a", "1");
   EXPECT_GT(first.size(), 1000U);
   EXPECT_EQ(first, write("b", "1"));
+  std::vector<std::string> toOutput{"simulate", "--out", "-"};
+  toOutput.insert(toOutput.end(), common.begin(), common.end());
+  EXPECT_EQ(runTool(toOutput).out, first);
   EXPECT_NE(first, write("c", "2"));
 
   const Ended ended = runTool({"simulate", "--out", folder.file("no/such/folder")});
@@ -52,6 +57,34 @@ TEST(Hear, PrintsEveryReportOnceAndRecordsItForAnEqualReplay) {
 
   const Ended two = runTool({"hear", "--source", source, "--format", "jsonl", "--count", "2"});
   EXPECT_EQ(two.out, heard.lines()[0] + "\n" + heard.lines()[1] + "\n");
+
+  const auto rows = runTool({"hear", "--source", source, "--format", "csv"}).lines();
+  EXPECT_EQ(rows.size(), heard.lines().size() + 1);
+  for (const std::string& row : rows) EXPECT_EQ(std::count(row.begin(), row.end(), ','), 15) << row;
+}
+
+TEST(Hear, FindsNoReadingsInWhatIBeaconsAndApplesDevicesSend) {
+  TemporaryFolder folder;
+  const std::string zeros(40, '0');
+  const std::vector<std::pair<std::string, bool>> cases{
+      {"4c000215" + zeros + "c5", false},              // an iBeacon
+      {"4c000215" + zeros + "c5ff", false},            // with an octet behind it
+      {"4c0010020b001610" + zeros.substr(8), false},   // two messages
+      {"4c00881364640003" + zeros.substr(12), true},   // a sensor at 0.76 degrees
+      {"290988136464000c" + zeros.substr(12), true}};  // and at 23.45
+  std::string error;
+  const auto writer = platform::BtsnoopWriter::create(folder.file("c"), error);
+  ASSERT_TRUE(writer) << error;
+  for (const auto& [manufacturer, isSensor] : cases) {
+    platform::Data data = platform::octetsFromHex("00ff" + manufacturer).value();
+    data[0] = static_cast<std::byte>(data.size() - 1);
+    writer->write({.data = data});
+  }
+  writer->flush();
+  const auto lines = runTool({"hear", "--source", "capture:" + folder.file("c"), "-F", "jsonl"}).lines();
+  ASSERT_EQ(lines.size(), cases.size());
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    EXPECT_EQ(valueOf(lines[i], "readings") != "null", cases[i].second) << lines[i];
 }
 
 TEST(Hear, SaysInOneLineWhatIsWrongWithAFile) {
@@ -104,6 +137,9 @@ TEST(Scan, LaysOutEachLineAsPromised) {
   ASSERT_GT(rows.size(), 10U);
   for (const std::string& row : rows) EXPECT_EQ(std::count(row.begin(), row.end(), ','), 19) << row;
 
+  for (const std::string format : {"csv", "table"})
+    EXPECT_EQ(runTool({"scan", "--source", source, "-q", "-n", "1", "-F", format}).lines().size(), 2U)
+        << "a header and one event";
   const std::string line =
       runTool({"scan", "--source", source, "-q", "-n", "2", "--format", "jsonl"}).lines().at(1);
   std::string keys;

@@ -79,7 +79,7 @@ TEST(Stream, ASignalEndsTheWaitForAPipeThatBringsNothing) {
 
 // Both outputs of the command on one terminal, lines ended as terminals do.
 std::string onTerminal(const std::string& command) {
-  return runProgram({"script", "-qec", command, "/dev/null"}).out;
+  return runProgram({"env", "TERM=xterm", "script", "-qec", command, "/dev/null"}).out;
 }
 
 TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {

@@ -52,6 +52,7 @@ void Screen::put(char c) {
 }
 
 void Screen::control(const std::string& sequence) {
+  hadSequences_ = true;
   const char kind = sequence.back();
   const std::string parameter = sequence.substr(2, sequence.size() - 3);
   const std::size_t top = lines_.size() > rows_ ? lines_.size() - rows_ : 0;

@@ -21,8 +21,9 @@ class Screen {
   /// How often the cursor was sent to the top.
   std::size_t restarts() const { return restarts_; }
   bool isCursorShown() const { return isCursorShown_; }
-  /// Whether any text was coloured, ever.
+  /// Whether any text was coloured, ever, and whether there was any control sequence.
   bool hadColour() const { return hadColour_; }
+  bool hadSequences() const { return hadSequences_; }
 
  private:
   void control(const std::string& sequence);
@@ -36,6 +37,7 @@ class Screen {
   std::size_t restarts_ = 0;
   bool isCursorShown_ = true;
   bool hadColour_ = false;
+  bool hadSequences_ = false;
   std::string pending_;  // a sequence that is not complete yet
 };
 

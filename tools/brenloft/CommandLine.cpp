@@ -1,14 +1,16 @@
 #include "tools/brenloft/CommandLine.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -17,7 +19,9 @@
 #include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
+#include "tools/brenloft/Output.h"
 #include "tools/brenloft/Source.h"
+#include "tools/brenloft/Suggestion.h"
 #include "tools/brenloft/Texts.h"
 
 namespace brenloft {
@@ -27,9 +31,11 @@ namespace {
 
 using Run = std::function<ExitStatus()>;
 
-const std::map<std::string, Format> kTwoFormats{{"table", Format::table}, {"jsonl", Format::jsonl}};
-const std::map<std::string, Format> kAllFormats{
-    {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
+template <typename Value>
+using Choices = std::vector<std::pair<std::string, Value>>;
+
+const Choices<Format> kTwoFormats{{"table", Format::table}, {"jsonl", Format::jsonl}};
+const Choices<Format> kAllFormats{{"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
 
 constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
 
@@ -38,18 +44,34 @@ std::string longName(const std::string& names) {
   return names.substr(names.find("--"));
 }
 
-template <typename Value>
-void addFormat(CLI::App& command, Value& format, const std::map<std::string, Format>& choices) {
-  const std::string names = choices.contains("csv") ? "table, jsonl or csv" : "table or jsonl";
+// "table, jsonl or csv".
+std::string listText(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i)
+    text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+  return text;
+}
+
+// `value` may be optional.
+template <typename Value, typename Choice>
+void addChoice(CLI::App& command, const std::string& names, Value& value, const Choices<Choice>& choices,
+               const std::string& help = {}) {
+  std::vector<std::string> words;
+  for (const auto& [word, choice] : choices) words.push_back(word);
   command.add_option_function<std::string>(
-      "-F,--format",
-      [&format, &choices, names](const std::string& name) {
-        const auto choice = choices.find(name);
-        if (choice == choices.end())
-          throw CLI::ValidationError("--format", fmt::format("'{}' is not {}", name, names));
-        format = choice->second;
+      names,
+      [&value, &choices, words, name = longName(names)](const std::string& text) {
+        for (const auto& [word, choice] : choices)
+          if (word == text) return void(value = choice);
+        throw CLI::ValidationError(
+            name, fmt::format("'{}' is not {}{}", text, listText(words), didYouMean(nearest(text, words))));
       },
-      names);
+      listText(words) + help);
+}
+
+template <typename Value>
+void addFormat(CLI::App& command, Value& format, const Choices<Format>& choices) {
+  addChoice(command, "-F,--format", format, choices);
 }
 
 template <typename Duration>
@@ -95,14 +117,20 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
       help);
 }
 
+enum class Dash {
+  isName,
+  isStream,  // standard input or output, which is what an empty path means to the commands
+};
+
 // A file or a folder. An empty name is what a script's unset variable leaves, never what was meant.
 template <typename Path>
-CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help) {
+CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help,
+                     Dash dash = Dash::isName) {
   return command.add_option_function<std::string>(
       names,
-      [&path, name = longName(names)](const std::string& text) {
+      [&path, dash, name = longName(names)](const std::string& text) {
         if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
-        path = text;
+        path = dash == Dash::isStream && text == "-" ? "" : text;
       },
       help);
 }
@@ -113,7 +141,10 @@ void addContainer(CLI::App& command, std::filesystem::path& container) {
 }
 
 void addRecord(CLI::App& command, std::string& record) {
-  addPath(command, "--record", record, "write everything heard to a btsnoop file");
+  addPath(command, "--record", record, "write everything heard to a btsnoop file")
+      ->check([](const std::string& text) {
+        return text == "-" ? "standard output has the data already; name a file" : "";
+      });
 }
 
 void addSource(CLI::App& command, std::string& source, bool isRequired) {
@@ -130,7 +161,7 @@ void addDecode(CLI::App& app, Run& run) {
   auto options = std::make_shared<DecodeOptions>();
   auto* command = app.add_subcommand("decode", "Decode sensor frames, given as hexadecimal text");
   command->add_option("HEX", options->frames, "one frame each; none: one per line on standard input");
-  addFormat(*command, options->format, kTwoFormats);
+  addFormat(*command, options->format, kAllFormats);
   command->callback([&run, options] { run = [options] { return runDecode(*options); }; });
 }
 
@@ -140,7 +171,7 @@ void addHear(CLI::App& app, Run& run) {
   addSource(*command, options->source, true);
   command->add_flag("--merged", options->merged,
                     "each report merged with its scan response or advertisement");
-  addFormat(*command, options->format, kTwoFormats);
+  addFormat(*command, options->format, kAllFormats);
   addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
   addNumber(*command, "-n,--count", options->count, 1, "end after so many reports");
   addRecord(*command, options->record);
@@ -150,7 +181,8 @@ void addHear(CLI::App& app, Run& run) {
 void addSimulate(CLI::App& app, Run& run) {
   auto options = std::make_shared<SimulateOptions>();
   auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
-  addPath(*command, "-o,--out", options->out, "the file to write")->required();
+  addPath(*command, "-o,--out", options->out, "the file to write; -: standard output", Dash::isStream)
+      ->required();
   addNumber(*command, "--beacons", options->beacons, 0, "sensor beacons; default 5", kMaximumBeacons);
   addNumber(*command, "--ibeacons", options->iBeacons, 0, "iBeacons; default 0", kMaximumBeacons);
   addDuration(*command, "--seconds", options->duration, "how long it lasts; default 60");
@@ -177,7 +209,6 @@ void addExitTime(CLI::App& command, double& seconds) {
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
-  addExitTime(command, options.exitTime);
   command.add_flag("--log", options.log, "write what is reported to the sensor log");
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
@@ -202,6 +233,7 @@ void addScan(CLI::App& app, Run& run) {
   auto* command = app.add_subcommand("scan", "Find sensor beacons and tell their readings");
   command->add_option("--uuid", options->uuid, "only this service; default: every one")
       ->check(checkServiceUUID);
+  addExitTime(*command, options->exitTime);
   addSearchOptions(*command, *options);
   command->callback([&run, options] { run = [options] { return runSearch(*options); }; });
 }
@@ -258,7 +290,7 @@ void addLog(CLI::App& app, Run& run) {
   addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new rows");
   addPath(*add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument),
-          "-o,--out", options->out, "the file to write; default: standard output");
+          "-o,--out", options->out, "the file to write; default, and -: standard output", Dash::isStream);
   add("count", "Print the number of rows", LogOptions::Action::count);
   add("delete", "Delete every row", LogOptions::Action::deleteAll)
       ->add_flag("-y,--yes", options->yes, "without asking");
@@ -278,7 +310,8 @@ void addTag(CLI::App& app, Run& run) {
   };
   auto* set = add("set", "Add a tag; an earlier one of the key stays", TagOptions::Action::set);
   set->add_option("KEY", options->key, "what to find it by")->required();
-  addPath(*set, "--file", options->file, "the file that holds it; default: standard input");
+  addPath(*set, "--file", options->file, "the file that holds it; default, and -: standard input",
+          Dash::isStream);
   add("get", "Write the oldest tag of a key as it is", TagOptions::Action::get)
       ->add_option("KEY", options->key, "what it was set by")
       ->required();
@@ -288,8 +321,61 @@ void addTag(CLI::App& app, Run& run) {
 }
 
 void addSources(CLI::App& app, Run& run) {
+  auto options = std::make_shared<SourcesOptions>();
   auto* command = app.add_subcommand("sources", "List what this machine can hear with");
-  command->callback([&run] { run = [] { return runSources(); }; });
+  addFormat(*command, options->format, kTwoFormats);
+  command->callback([&run, options] { run = [options] { return runSources(*options); }; });
+}
+
+std::vector<CLI::App*> commandsOf(CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+Failure unknownCommand(CLI::App& app, const std::string& name) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : commandsOf(app)) names.push_back(command->get_name());
+  return {ExitStatus::usage, fmt::format("no such command: {}{}", name, didYouMean(nearest(name, names)))};
+}
+
+ExitStatus showHelp(CLI::App& app, const std::vector<std::string>& words) {
+  app.clear();  // it shows the help of the command that was chosen, which is `help`
+  CLI::App* command = &app;
+  std::string above;
+  for (const std::string& word : words) {
+    const auto commands = commandsOf(*command);
+    const auto next = std::ranges::find(commands, word, [](const CLI::App* one) { return one->get_name(); });
+    if (next == commands.end()) throw unknownCommand(*command, word);
+    above += (above.empty() ? "" : " ") + command->get_name();
+    command = *next;
+  }
+  Output out(Output::Buffering::blocks);
+  out.write(command->help(above));
+  out.finish();
+  return ExitStatus::done;
+}
+
+void addHelp(CLI::App& app, Run& run) {
+  auto words = std::make_shared<std::vector<std::string>>();
+  auto* command = app.add_subcommand("help", "Describe the tool or one of its commands");
+  command->add_option("COMMAND", *words, "for example: log show");
+  command->callback([&app, &run, words] { run = [&app, words] { return showHelp(app, *words); }; });
+}
+
+// What the arguments say beyond what is known, in their order.
+Failure unexpected(CLI::App& app) {
+  CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().back();
+  const auto extras = app.remaining(true);
+  const auto isOption = [](const std::string& extra) { return extra.starts_with('-'); };
+  if (!isOption(extras.front()) && !commandsOf(*command).empty())
+    return unknownCommand(*command, extras.front());
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command->get_options())
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  const auto option = std::ranges::find_if(extras, isOption);
+  const std::string meant =
+      option == extras.end() ? std::string() : nearest(option->substr(0, option->find('=')), names);
+  return {ExitStatus::usage, fmt::format("not expected: {}{}", fmt::join(extras, " "), didYouMean(meant))};
 }
 
 }  // namespace
@@ -299,23 +385,21 @@ ExitStatus runCommandLine(int argc, char** argv) {
   app.footer(
       "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no radio, 4 not permitted, 5 the store cannot be "
       "used.");
-  app.set_version_flag("--version", "brenloft " BRENLOFT_VERSION);
+  app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
   Run run;
-  for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources})
+  for (const auto add :
+       {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources, addHelp})
     add(app, run);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::RequiredError& error) {
-    // A misspelt command is worth more words than the one that is missing for it.
-    const auto extras = app.remaining(true);
-    throw Failure(ExitStatus::usage,
-                  extras.empty() ? error.what() : CLI::ExtrasError({extras.front()}).what());
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       app.exit(error);  // --help and --version
       return ExitStatus::done;
     }
+    // A misspelt command is worth more words than the one that is missing for it.
+    if (!app.remaining(true).empty()) throw unexpected(app);
     throw Failure(ExitStatus::usage, error.what());
   }
   return run();

@@ -14,6 +14,6 @@ ExitStatus runSimulate(const SimulateOptions& options);
 ExitStatus runSearch(const SearchOptions& options);
 ExitStatus runLog(const LogOptions& options);
 ExitStatus runTag(const TagOptions& options);
-ExitStatus runSources();
+ExitStatus runSources(const SourcesOptions& options);
 
 }  // namespace brenloft

@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -18,33 +21,79 @@ namespace {
 
 constexpr const char* kRow = "{:<17}  {:>7}  {:>6}  {:>3}  {:>3}  {:>3}  {:>6}  {:>6}  {:>6}  {}\n";
 
+// The octets of a frame as people write them: in pairs of digits, between which blanks, colons and hyphens
+// may stand, and `0x` before any of them.
+class HexText {
+ public:
+  explicit HexText(std::string_view text) : text_(text) {}
+
+  /// Nothing when it is no such text; `fault` says why then.
+  std::optional<platform::Data> octets(std::string& fault) {
+    platform::Data octets;
+    while (skipToOctet()) {
+      const int high = digit();
+      const int low = digit();
+      if (high < 0 || low < 0) {
+        fault = faultAtPosition();
+        return std::nullopt;
+      }
+      octets.push_back(static_cast<std::byte>(high << 4 | low));
+    }
+    return octets;
+  }
+
+ private:
+  // False at the end.
+  bool skipToOctet() {
+    constexpr std::string_view kSeparators = " \t:-";
+    position_ = std::min(text_.find_first_not_of(kSeparators, position_), text_.size());
+    if (text_.substr(position_, 2) == "0x" || text_.substr(position_, 2) == "0X") position_ += 2;
+    return position_ < text_.size();
+  }
+
+  // -1, and the position stays, where none stands.
+  int digit() {
+    const int value = position_ < text_.size() ? platform::hexDigitValue(text_[position_]) : -1;
+    if (value >= 0) ++position_;
+    return value;
+  }
+
+  std::string faultAtPosition() const {
+    if (position_ == text_.size()) return "an odd number of hexadecimal digits";
+    return fmt::format("character {} is no hexadecimal digit", position_ + 1);
+  }
+
+  std::string_view text_;
+  std::size_t position_ = 0;
+};
+
 class Decoder {
  public:
   Decoder(const DecodeOptions& options, Output& out) : format_(options.format), out_(out) {
     if (format_ == Format::table)
       out_.write(fmt::format(fmt::runtime(kRow), "uniqueId", "temp", "humid", "tx", "bat", "emg", "xAccel",
                              "yAccel", "zAccel", "tbd"));
+    else if (format_ == Format::csv)
+      out_.write(fmt::format("{}\n", kReadingsNames));
   }
 
   /// `place` names the frame when it is no hexadecimal text.
   void decode(const std::string& hex, const std::string& place) {
-    const auto octets = platform::octetsFromHex(hex);
-    if (!octets) throw Failure(ExitStatus::failed, fmt::format("{}: {}", place, faultOf(hex)));
+    std::string fault;
+    const auto octets = HexText(hex).octets(fault);
+    if (!octets) throw Failure(ExitStatus::failed, fmt::format("{}: {}", place, fault));
     const auto readings = BRLSensorReadings::fromFrame(*octets);
-    if (format_ == Format::table)
-      out_.write(readings ? row(*readings) : tooShort(octets->size()));
-    else
-      writeLine(readings);
+    switch (format_) {
+      case Format::table:
+        return out_.write(readings ? row(*readings) : tooShort(octets->size()));
+      case Format::csv:
+        return out_.write(readingsFields(readings) + '\n');
+      case Format::jsonl:
+        return writeLine(readings);
+    }
   }
 
  private:
-  static std::string faultOf(const std::string& hex) {
-    for (std::size_t i = 0; i < hex.size(); ++i)
-      if (platform::hexDigitValue(hex[i]) < 0)
-        return fmt::format("character {} is no hexadecimal digit", i + 1);
-    return "an odd number of hexadecimal digits";
-  }
-
   static std::string row(const BRLSensorReadings& r) {
     const auto orDash = [](const std::string& text) { return text.empty() ? std::string("-") : text; };
     return fmt::format(fmt::runtime(kRow), r.uniqueId, orDash(r.temperature), orDash(r.humidity), r.txPower,

@@ -10,6 +10,7 @@
 #include "platform/bluetooth/capture/CaptureReader.h"
 #include "platform/foundation/Hex.h"
 #include "platform/foundation/NSDateFormatter.h"
+#include "platform/location/iBeaconFrame.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Listener.h"
@@ -39,6 +40,8 @@ class HeardPrinter {
     if (options_.format == Format::table)
       out_.write(fmt::format("{:<27}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", "address", "kind", "rssi",
                              "uuids", "manufacturer data, readings"));
+    else if (options_.format == Format::csv)
+      out_.write(fmt::format("time,address,kind,rssi,uuids,manufacturer,{}\n", kReadingsNames));
   }
 
   void print(const AdvertisingReport& report) {
@@ -60,11 +63,16 @@ class HeardPrinter {
  private:
   void print(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
              std::optional<DataView> manufacturer) {
-    const auto readings = manufacturer ? BRLSensorReadings::fromFrame(*manufacturer) : std::nullopt;
-    if (options_.format == Format::table)
-      writeRow(report, uuids, manufacturer, readings);
-    else
-      writeLine(report, uuids, manufacturer, readings);
+    const bool isFrame = manufacturer && !platform::holdsAppleMessages(*manufacturer);
+    const auto readings = isFrame ? BRLSensorReadings::fromFrame(*manufacturer) : std::nullopt;
+    switch (options_.format) {
+      case Format::table:
+        return writeRow(report, uuids, manufacturer, readings);
+      case Format::csv:
+        return writeFields(report, uuids, manufacturer, readings);
+      case Format::jsonl:
+        return writeLine(report, uuids, manufacturer, readings);
+    }
   }
 
   void writeLine(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
@@ -90,12 +98,24 @@ class HeardPrinter {
 
   void writeRow(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
                 std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
-    std::string texts;
-    for (const CBUUID& uuid : uuids) texts += (texts.empty() ? "" : ",") + uuid.UUIDString();
+    const std::string texts = joined(uuids, ",");
     out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", platform::rfc3339Text(report.time),
                            report.address.text(), textOf(report.kind), report.rssi,
                            texts.empty() ? "-" : texts, manufacturer ? platform::hexText(*manufacturer) : "-",
                            readings ? "  " + readingsText(*readings) : ""));
+  }
+
+  void writeFields(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
+                   std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
+    out_.write(fmt::format("{},{},{},{},{},{},{}\n", secondsText(report.time), report.address.text(),
+                           textOf(report.kind), report.rssi, joined(uuids, " "),
+                           manufacturer ? platform::hexText(*manufacturer) : "", readingsFields(readings)));
+  }
+
+  static std::string joined(const std::vector<CBUUID>& uuids, std::string_view separator) {
+    std::string texts;
+    for (const CBUUID& uuid : uuids) texts.append(texts.empty() ? "" : separator).append(uuid.UUIDString());
+    return texts;
   }
 
   const HearOptions& options_;

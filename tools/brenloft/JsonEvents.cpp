@@ -10,28 +10,32 @@ class JsonEvents : public SearchEvents {
  public:
   explicit JsonEvents(Output& out) : out_(out) {}
 
-  void bytes(platform::Date time, const Octets& octets) override {
+  bool bytes(platform::Date time, const Octets& octets) override {
     beginLine("bytes", time).key("bytes").beginArray();
     for (const std::string& octet : octets) line_.text(octet);
     line_.endArray();
-    end();
+    return end();
   }
 
-  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override { one("beacon", time, record); }
-  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
-    one("emergency", time, record);
+  bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return one("beacon", time, record);
+  }
+  bool emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return one("emergency", time, record);
   }
 
-  void left(platform::Date time, const BRLBeaconSnapshot& record) override { one("left", time, record); }
-  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
-    one("returned", time, record);
+  bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return one("left", time, record);
+  }
+  bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return one("returned", time, record);
   }
 
-  void ranged(platform::Date time, const BRLRecordList& records) override {
+  bool ranged(platform::Date time, const BRLRecordList& records) override {
     beginLine("ranged", time).key("beacons").beginArray();
     for (const auto& record : records.view()) writeRecord(line_, record->snapshot());
     line_.endArray();
-    end();
+    return end();
   }
 
   void radio(platform::Date time, const platform::RadioState& state) override {
@@ -48,15 +52,16 @@ class JsonEvents : public SearchEvents {
     return line_.beginObject().key("event").text(event).key("time").date(time);
   }
 
-  void end() {
+  bool end() {
     line_.endObject();
     out_.write(line_.take());
+    return true;
   }
 
-  void one(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+  bool one(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
     beginLine(event, time).key("beacon");
     writeRecord(line_, record);
-    end();
+    return end();
   }
 
   Output& out_;

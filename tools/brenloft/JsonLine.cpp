@@ -95,6 +95,11 @@ JsonLine& JsonLine::number(int64_t number) {
   return *this;
 }
 
+JsonLine& JsonLine::boolean(bool value) {
+  state_->next().Bool(value);
+  return *this;
+}
+
 JsonLine& JsonLine::date(platform::Date date) {
   const std::string seconds = secondsText(date);
   state_->next().RawValue(seconds.data(), seconds.size(), rapidjson::kNumberType);

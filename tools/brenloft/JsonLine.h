@@ -29,6 +29,7 @@ class JsonLine {
   JsonLine& text(std::string_view text);
   JsonLine& textOrNull(const std::optional<std::string>& text);
   JsonLine& number(int64_t number);
+  JsonLine& boolean(bool value);
   /// Seconds since 1970 with six decimals.
   JsonLine& date(platform::Date date);
   JsonLine& null();

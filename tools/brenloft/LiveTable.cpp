@@ -49,14 +49,22 @@ class LiveTable : public SearchEvents {
     std::signal(SIGCONT, [](int) { wasContinued = true; });
   }
 
-  void bytes(platform::Date, const Octets&) override {}
-  void beacon(platform::Date, const BRLBeaconSnapshot& record) override { show(record, false); }
-  void emergency(platform::Date, const BRLBeaconSnapshot& record) override { keep(record); }
-  void ranged(platform::Date, const BRLRecordList& records) override {
-    for (const auto& record : records.view()) keep(record->snapshot());
+  bool bytes(platform::Date, const Octets&) override { return false; }
+  bool beacon(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, false); }
+  bool emergency(platform::Date, const BRLBeaconSnapshot& record) override {
+    keep(record);
+    return true;
   }
-  void left(platform::Date, const BRLBeaconSnapshot& record) override { show(record, true); }
-  void returned(platform::Date, const BRLBeaconSnapshot& record) override { show(record, false); }
+  bool ranged(platform::Date, const BRLRecordList& records) override {
+    bool isShown = false;
+    for (const auto& record : records.view()) {
+      keep(record->snapshot());
+      if (record->beaconType() == 2) isShown = true;
+    }
+    return isShown;
+  }
+  bool left(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, true); }
+  bool returned(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, false); }
   void radio(platform::Date, const platform::RadioState& state) override {
     radio_ = printable(radioLine(state));
     isChanged_ = true;
@@ -97,7 +105,10 @@ class LiveTable : public SearchEvents {
     row.record = record;
     return row;
   }
-  void show(const BRLBeaconSnapshot& record, bool hasLeft) { keep(record).hasLeft = hasLeft; }
+  bool show(const BRLBeaconSnapshot& record, bool hasLeft) {
+    keep(record).hasLeft = hasLeft;
+    return true;
+  }
 
   // A terminal of another size has broken the lines anew, and a shell has added some: where the table begins
   // is not known then.

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "tools/brenloft/Output.h"
 #include "tools/brenloft/Texts.h"
 
 namespace brenloft {
@@ -51,7 +52,7 @@ constexpr int kWidth = 40;
 }  // namespace
 
 // On a terminal of its own: one that shows the data as well would show the bar inside its lines.
-ProgressBar::ProgressBar() : isShown_(::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) != 1) {}
+ProgressBar::ProgressBar() : isShown_(Output::isScreen(STDERR_FILENO) && !Output::isTerminal()) {}
 
 void ProgressBar::show(uint64_t position, uint64_t size) {
   if (!isShown_ || size < kLongFile) return;

@@ -28,7 +28,7 @@ struct HearOptions {
 };
 
 struct SimulateOptions {
-  std::string out;
+  std::string out;  ///< none: standard output
   uint32_t beacons = 5;
   uint32_t iBeacons = 0;
   std::chrono::microseconds duration = std::chrono::seconds(60);
@@ -73,9 +73,13 @@ struct TagOptions {
   Action action = Action::list;
   std::filesystem::path container;
   std::string key;
-  std::string file;
+  std::string file;  ///< of `set`; none: standard input
   Format format = Format::table;
   bool yes = false;
+};
+
+struct SourcesOptions {
+  Format format = Format::table;
 };
 
 }  // namespace brenloft

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <system_error>
 
 #include <poll.h>
@@ -20,6 +21,14 @@ constexpr std::size_t kBlock = 65'536;
 // How long a reader may stall once a stop was asked for: so many waits of so many milliseconds.
 constexpr int kPatience = 10;
 constexpr int kWait = 100;
+
+bool takesControlSequences() {
+  const char* terminal = std::getenv("TERM");
+  return terminal != nullptr && *terminal != '\0' && std::string_view(terminal) != "dumb";
+}
+
+// Asked at once, for a signal handler cannot.
+const bool hasControlSequences = takesControlSequences();
 
 bool isRegularFile() {
   struct stat status {};
@@ -93,9 +102,13 @@ bool Output::isTerminal() {
   return ::isatty(STDOUT_FILENO) == 1;
 }
 
+bool Output::isScreen(int descriptor) {
+  return hasControlSequences && ::isatty(descriptor) == 1;
+}
+
 void Output::restoreTerminal() {
   constexpr std::string_view kRestore = "\x1b[0m\x1b[?25h";
-  if (isTerminal() && ::write(STDOUT_FILENO, kRestore.data(), kRestore.size()) < 0) {
+  if (isScreen() && ::write(STDOUT_FILENO, kRestore.data(), kRestore.size()) < 0) {
     // Then there is nothing to restore.
   }
 }

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include <unistd.h>
+
 namespace brenloft {
 
 /// Standard output. A reader that goes away is no failure: writing then has no effect and `isClosed` says so.
@@ -34,7 +36,9 @@ class Output {
   void finish();
 
   static bool isTerminal();
-  /// Shows the cursor and ends colours, where standard output is a terminal. A signal handler may call it.
+  /// A terminal that takes control sequences, by what TERM says.
+  static bool isScreen(int descriptor = STDOUT_FILENO);
+  /// Shows the cursor and ends colours, where standard output is a screen. A signal handler may call it.
   static void restoreTerminal();
 
  private:

@@ -1,5 +1,7 @@
 #include "tools/brenloft/Readings.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "tools/brenloft/Texts.h"
@@ -42,6 +44,13 @@ void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readi
   line.key("yAccel").text(readings->yAccel);
   line.key("zAccel").text(readings->zAccel);
   line.endObject();
+}
+
+std::string readingsFields(const std::optional<BRLSensorReadings>& readings) {
+  if (!readings) return std::string(std::ranges::count(kReadingsNames, ','), ',');
+  const auto& r = *readings;
+  return fmt::format("{},{},{},{},{},{},{},{},{},{}", r.uniqueId, r.txPower, r.temperature, r.humidity,
+                     r.battery, r.emergency, r.tbd, r.xAccel, r.yAccel, r.zAccel);
 }
 
 std::string readingsText(const BRLSensorReadings& readings) {

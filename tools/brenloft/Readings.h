@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "BrenloftSDK/BRLDataModel.h"
 #include "BrenloftSDK/BRLSensorFrame.h"
@@ -11,6 +12,11 @@ namespace brenloft {
 
 /// An object with the ten readings, or null.
 void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readings);
+
+/// The ten readings as fields of a CSV line, empty ones without readings, and their names.
+std::string readingsFields(const std::optional<BRLSensorReadings>& readings);
+inline constexpr std::string_view kReadingsNames =
+    "uniqueId,txPower,temperature,humidity,battery,emergency,tbd,xAccel,yAccel,zAccel";
 
 /// "23.45 50.00 tx 0 battery 100 …", for people.
 std::string readingsText(const BRLSensorReadings& readings);

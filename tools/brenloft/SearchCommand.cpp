@@ -42,7 +42,7 @@ std::unique_ptr<SearchEvents> makeForm(Format format, Output& out) {
     case Format::table:
       break;
   }
-  return Output::isTerminal() ? makeLiveTable(out) : makeRowEvents(out);
+  return Output::isScreen() ? makeLiveTable(out) : makeRowEvents(out);
 }
 
 std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out) {
@@ -67,34 +67,37 @@ class Reporter final : public BRLDelegateOf<Reporter> {
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) {
       departures_.told(*beacon);
-      events_.beacon(time, beacon->snapshot());
+      return events_.beacon(time, beacon->snapshot());
     });
   }
   void contextManager_didRangeBeaconSensors(BRLContextManager&, const BRLRecordList& beacons) override {
     std::vector<Departures::Change> changes;
     report([&](auto time) {
       changes = departures_.ranged(time, beacons);
-      events_.ranged(time, beacons);
+      return events_.ranged(time, beacons);
     });
     for (const Departures::Change& change : changes) {
       report([&](auto time) {
-        change.hasLeft ? events_.left(time, change.beacon->snapshot())
-                       : events_.returned(time, change.beacon->snapshot());
+        return change.hasLeft ? events_.left(time, change.beacon->snapshot())
+                              : events_.returned(time, change.beacon->snapshot());
       });
     }
   }
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>& octets) override {
-    report([&](auto time) { events_.bytes(time, octets); });
+    report([&](auto time) { return events_.bytes(time, octets); });
   }
   void emergencyCallback_forBeacon(BRLContextManager&,
                                    const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
-    report([&](auto time) { events_.emergency(time, beacon->snapshot()); });
+    report([&](auto time) { return events_.emergency(time, beacon->snapshot()); });
   }
   /// Beside the count, which is of what was heard.
   void radio(const platform::RadioState& state) {
     const std::scoped_lock lock(mutex_);
     departures_.interrupt();
-    tell([&](auto time) { events_.radio(time, state); });
+    tell([&](auto time) {
+      events_.radio(time, state);
+      return false;
+    });
   }
 
   void tick() {
@@ -128,20 +131,20 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     if (tell(event) && isCounted_ && --left_ == 0) loop_->stop();
   }
 
-  /// False when nothing more is to be told.
+  /// Whether anything was shown of it.
   template <typename Event>
   bool tell(Event event) {
     if (isCounted_ && left_ == 0) return false;
     if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return false;
     const platform::Date date = loop_->dispatch()->date();
-    event(date);
+    const bool isShown = event(date);
     // A timer on virtual time would run through every gap of a capture.
     if (loop_->isVirtual() && (date < ticked_ || date - ticked_ >= kTick)) {
       ticked_ = date;
       events_.tick();
     }
     if (out_.isClosed()) loop_->stop();
-    return true;
+    return isShown;
   }
 
   std::mutex mutex_;  // guards what follows; never taken while the library is called

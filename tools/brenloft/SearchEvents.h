@@ -12,6 +12,7 @@
 namespace brenloft {
 
 /// What a search tells, in one of the forms in which it can be shown. Times are those of the delegate calls.
+/// The answer to each call is whether this form shows anything of that event.
 ///
 /// Threads: one call at a time.
 class SearchEvents {
@@ -21,13 +22,13 @@ class SearchEvents {
   virtual ~SearchEvents() = default;
   /// Before the first event.
   virtual void begin() {}
-  virtual void bytes(platform::Date time, const Octets& octets) = 0;
-  virtual void beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
-  virtual void emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;
-  virtual void ranged(platform::Date time, const BRLRecordList& records) = 0;
+  virtual bool bytes(platform::Date time, const Octets& octets) = 0;
+  virtual bool beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual bool emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual bool ranged(platform::Date time, const BRLRecordList& records) = 0;
   /// An iBeacon has fallen silent while others stay, which the library does not tell, or is back from that.
-  virtual void left(platform::Date time, const BRLBeaconSnapshot& record) = 0;
-  virtual void returned(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual bool left(platform::Date time, const BRLBeaconSnapshot& record) = 0;
+  virtual bool returned(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void radio(platform::Date time, const platform::RadioState& state) = 0;
   /// A few times a second.
   virtual void tick() {}

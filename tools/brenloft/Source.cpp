@@ -1,8 +1,10 @@
 #include "tools/brenloft/Source.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -12,6 +14,7 @@
 #include "platform/simulated/SimulatedWorldSource.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Messages.h"
+#include "tools/brenloft/Suggestion.h"
 
 namespace brenloft {
 
@@ -33,13 +36,19 @@ bool takePaced(std::string& address) {
   return true;
 }
 
+// The file behind `capture:`; `-` is standard input.
+std::string captureFile(std::string_view address) {
+  const std::string_view file = address.substr(kCapture.size());
+  return file == "-" ? "/dev/stdin" : std::string(file);
+}
+
 std::unique_ptr<RunLoop> makeLoop(bool paced) {
   return std::make_unique<RunLoop>(paced ? RunLoop::Clock::realTime : RunLoop::Clock::virtualTime);
 }
 
 Source openCapture(std::string address, SourceEvents events) {
   const bool paced = takePaced(address);
-  Source source{makeLoop(paced), nullptr, false, address.substr(kCapture.size())};
+  Source source{makeLoop(paced), nullptr, false, captureFile(address)};
   std::string error;
   source.reports = platform::CaptureSource::make(
       {.path = source.capture,
@@ -99,17 +108,30 @@ constexpr std::array kKinds{
     Kind{platform::isRadioAddress, openRadio},
 };
 
+// What an address that is none was most probably meant to be; else "".
+std::string meantSource(const std::string& address) {
+  std::error_code ignored;
+  if (std::filesystem::exists(address, ignored)) return std::string(kCapture) + address;
+  const auto end = std::min(address.find_first_of(":?"), address.size());
+  const std::string rest = address.substr(end);
+  const std::string kind = nearest(address.substr(0, end), {"capture", "demo", "auto", "bluez", "hci", "h4"});
+  const bool isWhole = !kind.empty() && kind != address.substr(0, end);
+  return !isWhole ? "" : kind == "capture" && rest.empty() ? "capture:FILE" : kind + rest;
+}
+
 }  // namespace
 
 Source openSource(const std::string& address, SourceEvents events) {
   for (const Kind& kind : kKinds)
     if (kind.accepts(address)) return kind.open(address, std::move(events));
-  throw Failure(ExitStatus::usage, fmt::format("no such source: {}; one of {}", address, kSourceForms));
+  const std::string meant = meantSource(address);
+  const std::string hint = meant.empty() ? fmt::format("; one of {}", kSourceForms) : didYouMean(meant);
+  throw Failure(ExitStatus::usage, fmt::format("no such source: {}{}", address, hint));
 }
 
 std::string captureFileOf(const std::string& address) {
   const bool isPlain = address.starts_with(kCapture) && !address.ends_with(kPaced);
-  return isPlain ? address.substr(kCapture.size()) : std::string();
+  return isPlain ? captureFile(address) : std::string();
 }
 
 bool isReadAtOnce(const std::string& address) {

@@ -10,12 +10,8 @@
 namespace brenloft {
 namespace {
 
-// RFC 4180: quoted where a comma, a quote or a line end stands inside.
-std::string csvField(const BRLOptionalText& text) {
-  if (!text || text->find_first_of(",\"\r\n") == std::string::npos) return text.value_or("");
-  std::string quoted = "\"";
-  for (const char c : *text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + '"';
+std::string field(const BRLOptionalText& text) {
+  return text ? csvField(*text) : "";
 }
 
 class CsvEvents : public SearchEvents {
@@ -28,28 +24,35 @@ class CsvEvents : public SearchEvents {
         "uniqueId,tbd,status,statusUpdatedDate,xAccel,yAccel,zAccel\n");
   }
 
-  void bytes(platform::Date, const Octets&) override {}
-  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override { row("beacon", time, record); }
-  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
-    row("emergency", time, record);
+  bool bytes(platform::Date, const Octets&) override { return false; }
+  bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("beacon", time, record);
   }
-  void ranged(platform::Date time, const BRLRecordList& records) override {
-    for (const auto& record : records.view()) row("ranged", time, record->snapshot());
+  bool emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("emergency", time, record);
   }
-  void left(platform::Date time, const BRLBeaconSnapshot& record) override { row("left", time, record); }
-  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
-    row("returned", time, record);
+  bool ranged(platform::Date time, const BRLRecordList& records) override {
+    bool isShown = false;
+    for (const auto& record : records.view()) isShown = row("ranged", time, record->snapshot());
+    return isShown;
+  }
+  bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("left", time, record);
+  }
+  bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("returned", time, record);
   }
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
-  void row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& r) {
+  bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& r) {
     out_.write(fmt::format("{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{}\n", event,
-                           secondsText(time), r.beaconType, csvField(r.beaconId), csvField(r.uuid), r.major,
-                           r.minor, r.rssi, r.txPower, r.emergency, r.battery, csvField(r.temperature),
-                           csvField(r.humidity), csvField(r.uniqueId), csvField(r.tbd), r.status,
-                           r.statusUpdatedDate ? secondsText(*r.statusUpdatedDate) : "", csvField(r.xAccel),
-                           csvField(r.yAccel), csvField(r.zAccel)));
+                           secondsText(time), r.beaconType, field(r.beaconId), field(r.uuid), r.major,
+                           r.minor, r.rssi, r.txPower, r.emergency, r.battery, field(r.temperature),
+                           field(r.humidity), field(r.uniqueId), field(r.tbd), r.status,
+                           r.statusUpdatedDate ? secondsText(*r.statusUpdatedDate) : "", field(r.xAccel),
+                           field(r.yAccel), field(r.zAccel)));
+    return true;
   }
 
   Output& out_;
@@ -61,26 +64,31 @@ class RowEvents : public SearchEvents {
 
   void begin() override { out_.write(fmt::format("{:<27}  {:<9}  {}\n", "time", "event", recordHeader())); }
 
-  void bytes(platform::Date, const Octets&) override {}
-  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
-    row(record.status == 2 ? "lost" : "present", time, record);
+  bool bytes(platform::Date, const Octets&) override { return false; }
+  bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row(record.status == 2 ? "lost" : "present", time, record);
   }
-  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
-    row("EMERGENCY", time, record);
+  bool emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("EMERGENCY", time, record);
   }
-  void ranged(platform::Date time, const BRLRecordList& records) override {
+  bool ranged(platform::Date time, const BRLRecordList& records) override {
+    bool isShown = false;
     for (const auto& record : records.view())
-      if (record->beaconType() == 2) row("ranged", time, record->snapshot());
+      if (record->beaconType() == 2) isShown = row("ranged", time, record->snapshot());
+    return isShown;
   }
-  void left(platform::Date time, const BRLBeaconSnapshot& record) override { row("left", time, record); }
-  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
-    row("returned", time, record);
+  bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("left", time, record);
+  }
+  bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return row("returned", time, record);
   }
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
-  void row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+  bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
     out_.write(fmt::format("{}  {:<9}  {}\n", platform::rfc3339Text(time), event, recordRow(record)));
+    return true;
   }
 
   Output& out_;

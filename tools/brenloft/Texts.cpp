@@ -8,6 +8,7 @@ namespace brenloft {
 namespace {
 
 std::optional<double> secondsPerUnit(std::string_view unit) {
+  if (unit == "d") return 86'400;
   if (unit == "h") return 3600;
   if (unit == "m") return 60;
   if (unit == "s") return 1;
@@ -78,6 +79,13 @@ std::string printable(std::string_view text) {
     text.remove_prefix(character.size());
   }
   return result;
+}
+
+std::string csvField(std::string_view text) {
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
+  std::string quoted = "\"";
+  for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  return quoted + '"';
 }
 
 std::string fitted(std::string text, std::size_t width) {

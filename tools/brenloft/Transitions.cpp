@@ -12,20 +12,22 @@ class Transitions final : public SearchEvents {
   explicit Transitions(std::unique_ptr<SearchEvents> shown) : shown_(std::move(shown)) {}
 
   void begin() override { shown_->begin(); }
-  void bytes(platform::Date, const Octets&) override {}
-  void beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
+  bool bytes(platform::Date, const Octets&) override { return false; }
+  bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
     Told& told = toldOf(record);
     const bool isStatusNew = std::exchange(told.status, record.status) != record.status;
     const bool isEmergencyOver = record.emergency == 0 && std::exchange(told.isEmergency, false);
-    if (isStatusNew || isEmergencyOver) shown_->beacon(time, record);
+    return (isStatusNew || isEmergencyOver) && shown_->beacon(time, record);
   }
-  void emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
-    if (!std::exchange(toldOf(record).isEmergency, true)) shown_->emergency(time, record);
+  bool emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return !std::exchange(toldOf(record).isEmergency, true) && shown_->emergency(time, record);
   }
-  void ranged(platform::Date, const BRLRecordList&) override {}
-  void left(platform::Date time, const BRLBeaconSnapshot& record) override { shown_->left(time, record); }
-  void returned(platform::Date time, const BRLBeaconSnapshot& record) override {
-    shown_->returned(time, record);
+  bool ranged(platform::Date, const BRLRecordList&) override { return false; }
+  bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return shown_->left(time, record);
+  }
+  bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
+    return shown_->returned(time, record);
   }
   void radio(platform::Date time, const platform::RadioState& state) override { shown_->radio(time, state); }
   void tick() override { shown_->tick(); }
