@@ -39,6 +39,7 @@ done
 
 # The service as its unit starts it, with another source and store.
 unit=$prefix/lib/systemd/system/brenloft.service
+# shellcheck disable=SC2046
 export $(sed -n 's/^Environment=//p' "$unit") BRENLOFT_SOURCE=demo
 sed -n 's/^ExecStart=//p' "$unit" | sed "s|/var/lib/brenloft|$work/store|" >"$work/start"
 grep -q "^$prefix/bin/brenloft " "$work/start"
