@@ -27,7 +27,8 @@ rig_log "--- a stranger takes the number"
 hear auto "" --source auto
 ok "auto hears" rig_wait 15 more_than auto $SENSOR 3
 radio 0 detach; sleep 1
-rig_vbeacon 9 -a 00:AA:01:00:00:99 -s /tmp/stranger &
+mkfifo /run/vb9
+vbeacon -f /run/vb9 -a 00:AA:01:00:00:99 -s /tmp/stranger > /out/vb9.log 2>&1 &
 ok "another adapter is hci0" rig_wait 10 rig_have_hci 0
 ok "auto says which one it waits for" rig_wait 10 says auto 'waiting for adapter 00:AA:01:00:00:42; there is hci0 (00:AA:01:00:00:99)'
 radio 0 attach
