@@ -16,8 +16,16 @@ struct KnownField {
   std::string_view spelling;
   char letter;
 };
-constexpr std::array<KnownField, 7> kKnownFields = {
-    {{"yyyy", 'y'}, {"MM", 'M'}, {"dd", 'd'}, {"HH", 'H'}, {"mm", 'm'}, {"ss", 's'}, {"SSS", 'S'}}};
+// Of two that begin alike, the longer one last.
+constexpr std::array<KnownField, 9> kKnownFields = {{{"yyyy", 'y'},
+                                                     {"MM", 'M'},
+                                                     {"dd", 'd'},
+                                                     {"HH", 'H'},
+                                                     {"mm", 'm'},
+                                                     {"ss", 's'},
+                                                     {"SSS", 'S'},
+                                                     {"SSSSSS", 'u'},
+                                                     {"xxx", 'x'}}};
 
 void appendPadded(std::string& text, int64_t value, size_t width) {
   std::array<char, 20> digits{};
@@ -27,6 +35,14 @@ void appendPadded(std::string& text, int64_t value, size_t width) {
     digits[--first] = static_cast<char>('0' + rest % 10);
   }
   text.append(&digits[first], digits.size() - first);
+}
+
+void appendOffset(std::string& text, std::chrono::seconds offset) {
+  text += offset.count() < 0 ? '-' : '+';
+  const auto minutes = std::chrono::abs(std::chrono::duration_cast<std::chrono::minutes>(offset)).count();
+  appendPadded(text, minutes / 60, 2);
+  text += ':';
+  appendPadded(text, minutes % 60, 2);
 }
 
 struct CivilTime {
@@ -53,6 +69,8 @@ int64_t CivilTime::field(char letter) const {
       return sinceMidnight / 60'000'000 % 60;
     case 's':
       return sinceMidnight / 1'000'000 % 60;
+    case 'u':
+      return sinceMidnight % 1'000'000;
     default:
       return sinceMidnight / 1'000 % 1'000;
   }
@@ -60,6 +78,7 @@ int64_t CivilTime::field(char letter) const {
 
 size_t widthOf(char letter) {
   if (letter == 'y') return 4;
+  if (letter == 'u') return 6;
   return letter == 'S' ? 3 : 2;
 }
 
@@ -93,10 +112,13 @@ std::string NSDateFormatter::stringFromDate(Date date) {
 }
 
 void NSDateFormatter::appendDate(Date date, std::string& text) {
-  const CivilTime civil(date + offsetAt(floor<std::chrono::seconds>(date)));
+  const std::chrono::seconds offset = offsetAt(floor<std::chrono::seconds>(date));
+  const CivilTime civil(date + offset);
   for (const Field& field : fields_) {
     if (field.letter == 0)
       text += field.literal;
+    else if (field.letter == 'x')
+      appendOffset(text, offset);
     else
       appendPadded(text, civil.field(field.letter), widthOf(field.letter));
   }
@@ -129,8 +151,7 @@ std::string rfc3339Text(Date date) {
   append('H', ':');
   append('m', ':');
   append('s', '.');
-  appendPadded(text, civil.sinceMidnight % 1'000'000, 6);
-  text += 'Z';
+  append('u', 'Z');
   return text;
 }
 

@@ -11,9 +11,10 @@ namespace platform {
 
 /// Writes dates as texts in the local time zone (TZ, else /etc/localtime), Gregorian throughout.
 ///
-/// A format consists of the fields yyyy, MM, dd, HH (00-23), mm, ss and SSS (milliseconds); everything else
-/// is written as it is. Fractions are cut off towards the past, also before 1970. Threads: one at a time; a
-/// formatter remembers the zone's latest offsets.
+/// A format consists of the fields yyyy, MM, dd, HH (00-23), mm, ss, SSS (milliseconds), SSSSSS
+/// (microseconds) and xxx (the zone's offset: `+09:00`); everything else is written as it is. Fractions are
+/// cut off towards the past, also before 1970. Threads: one at a time; a formatter remembers the zone's
+/// latest offsets.
 class BRL_EXPORT NSDateFormatter {
  public:
   explicit NSDateFormatter(std::string_view dateFormat);

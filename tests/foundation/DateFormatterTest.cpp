@@ -72,6 +72,18 @@ TEST(DateFormatterTest, KeepsOtherTextAsItIs) {
   EXPECT_EQ(formatted("UTC0", "", Date(0s)), "");
 }
 
+// Around both changes of the European summer time, and half an hour off.
+TEST(DateFormatterTest, WritesTheOffsetThatHoldsAtEachInstant) {
+  constexpr std::string_view kWhole = "yyyy-MM-ddTHH:mm:ss.SSSSSSxxx";
+  constexpr const char* kBerlin = "CET-1CEST,M3.5.0,M10.5.0/3";
+  EXPECT_EQ(formatted(kBerlin, kWhole, Date(1'774'745'999'999'999us)), "2026-03-29T01:59:59.999999+01:00");
+  EXPECT_EQ(formatted(kBerlin, kWhole, Date(1'774'746'000s)), "2026-03-29T03:00:00.000000+02:00");
+  EXPECT_EQ(formatted(kBerlin, kWhole, Date(1'792'886'400s)), "2026-10-25T02:00:00.000000+02:00");
+  EXPECT_EQ(formatted(kBerlin, kWhole, Date(1'792'890'000s)), "2026-10-25T02:00:00.000000+01:00");
+  EXPECT_EQ(formatted("NST3:30", "HH:mmxxx", Date(0s)), "20:30-03:30");
+  EXPECT_EQ(formatted("UTC0", "HH:mmxxx", Date(0s)), "00:00+00:00");
+}
+
 TEST(DateFormatterTest, WritesRFC3339InUTCWithMicroseconds) {
   setenv("TZ", "KST-9", 1);
   EXPECT_EQ(rfc3339Text(Date(1'769'862'896'789'012us)), "2026-01-31T12:34:56.789012Z");
