@@ -87,6 +87,32 @@ TEST(Hear, FindsNoReadingsInWhatIBeaconsAndApplesDevicesSend) {
     EXPECT_EQ(valueOf(lines[i], "readings") != "null", cases[i].second) << lines[i];
 }
 
+TEST(Times, AreLocalForPeopleAndSecondsForProgramsUnlessAskedFor) {
+  TemporaryFolder folder;
+  std::string error;
+  const auto writer = platform::BtsnoopWriter::create(folder.file("c"), error);
+  ASSERT_TRUE(writer) << error;
+  // Before and after summer time ends.
+  for (const int64_t second : {1'792'889'999, 1'792'890'000})
+    writer->write({.time = platform::Date(std::chrono::seconds(second))});
+  writer->flush();
+  const auto times = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> command{"env",      "TZ=CET-1CEST,M3.5.0,M10.5.0/3", toolPath(), "hear",
+                                     "--source", "capture:" + folder.file("c")};
+    command.insert(command.end(), more.begin(), more.end());
+    std::string texts;
+    for (const std::string& line : runProgram(command).lines())
+      texts += line.substr(0, line.find_first_of(" ,", 9)) + " ";
+    return texts;
+  };
+  EXPECT_EQ(times({}), "time      2026-10-25T02:59:59.000000+02:00 2026-10-25T02:00:00.000000+01:00 ");
+  EXPECT_EQ(times({"--time", "utc", "-F", "csv"}),
+            "time,address 2026-10-25T00:59:59.000000Z 2026-10-25T01:00:00.000000Z ");
+  EXPECT_EQ(times({"-F", "jsonl"}), "{\"time\":1792889999.000000 {\"time\":1792890000.000000 ");
+  EXPECT_EQ(times({"--time", "utc", "-F", "jsonl"}),
+            "{\"time\":\"2026-10-25T00:59:59.000000Z\" {\"time\":\"2026-10-25T01:00:00.000000Z\" ");
+}
+
 TEST(Hear, SaysInOneLineWhatIsWrongWithAFile) {
   TemporaryFolder folder;
   const std::string octets = contentsOf(simulated(folder).substr(8));
@@ -202,6 +228,18 @@ TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
             (Events{"present 1/0", "present 2/1", "left 2/1", "returned 2/1", "lost 1/0", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--major", "2"}), (Events{"present 2/1", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--minor", "1", "--group", "0"}), (Events{"present 2/1", "lost 2/1"}));
+}
+
+TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {
+  const auto said = [](const std::vector<std::string>& more) {
+    std::vector<std::string> arguments{"scan", "--source", "demo", "-n", "1", "--time", "utc"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runTool(arguments).err;
+  };
+  EXPECT_EQ(said({}), "");
+  EXPECT_EQ(said({"--verbose", "-q"}), "");
+  EXPECT_TRUE(said({"--quiet", "-v"}).starts_with("2026-01-01T00:00:00.000000Z CoreDataManager"))
+      << said({"-v"});
 }
 
 TEST(Scan, AnInterruptedSearchStopsInOrder) {

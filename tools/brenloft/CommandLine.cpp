@@ -74,6 +74,14 @@ void addFormat(CLI::App& command, Value& format, const Choices<Format>& choices)
   addChoice(command, "-F,--format", format, choices);
 }
 
+const Choices<TimeForm> kTimeForms{
+    {"local", TimeForm::local}, {"utc", TimeForm::utc}, {"unix", TimeForm::epoch}};
+
+void addTime(CLI::App& command, std::optional<TimeForm>& form) {
+  addChoice(command, "--time", form, kTimeForms,
+            ": how times are written; default: local in a table, else unix, seconds since 1970");
+}
+
 template <typename Duration>
 CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
                          const std::string& help) {
@@ -172,6 +180,7 @@ void addHear(CLI::App& app, Run& run) {
   command->add_flag("--merged", options->merged,
                     "each report merged with its scan response or advertisement");
   addFormat(*command, options->format, kAllFormats);
+  addTime(*command, options->time);
   addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
   addNumber(*command, "-n,--count", options->count, 1, "end after so many reports");
   addRecord(*command, options->record);
@@ -207,17 +216,31 @@ void addExitTime(CLI::App& command, double& seconds) {
       "silence after which a sensor beacon is lost (also 1m30s); default 5");
 }
 
+// The service gives one and its settings may give the other, so the last one holds.
+void addVerbose(CLI::App& command, bool& verbose) {
+  const auto ignore = [](int64_t) {};
+  const CLI::Option* on = command.add_flag_function("-v,--verbose", ignore,
+                                                    "with the library's diagnostic lines on standard error");
+  const CLI::Option* off =
+      command.add_flag_function("-q,--quiet", ignore, "without them, as by default; the last of both holds");
+  command.parse_complete_callback([&command, &verbose, on, off] {
+    for (const CLI::Option* option : command.parse_order())
+      if (option == on || option == off) verbose = option == on;
+  });
+}
+
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
   command.add_flag("--log", options.log, "write what is reported to the sensor log");
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kAllFormats);
+  addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
                    "tell only beacons that appear, are lost or return, and emergencies that begin or end");
   addContainer(command, options.container);
   addRecord(command, options.record);
-  command.add_flag("-q,--quiet", options.quiet, "without the library's diagnostic lines");
+  addVerbose(command, options.verbose);
 }
 
 std::string checkServiceUUID(const std::string& text) {
@@ -287,6 +310,7 @@ void addLog(CLI::App& app, Run& run) {
   };
   auto* show = add("show", "Print the rows", LogOptions::Action::show);
   addFormat(*show, options->format, kTwoFormats);
+  addTime(*show, options->time);
   addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new rows");
   addPath(*add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument),

@@ -9,7 +9,6 @@
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/capture/CaptureReader.h"
 #include "platform/foundation/Hex.h"
-#include "platform/foundation/NSDateFormatter.h"
 #include "platform/location/iBeaconFrame.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
@@ -20,6 +19,7 @@
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Texts.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -33,13 +33,17 @@ using platform::DataView;
 // Prints what was heard, report by report or as a central delivers it.
 class HeardPrinter {
  public:
-  HeardPrinter(const HearOptions& options, Output& out) : options_(options), out_(out) {}
+  HeardPrinter(const HearOptions& options, Output& out)
+      : options_(options),
+        out_(out),
+        times_(timeFormOf(options.time, options.format)),
+        line_(timeFormOf(options.time, options.format)) {}
 
   /// Once the source is there.
   void begin() {
     if (options_.format == Format::table)
-      out_.write(fmt::format("{:<27}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", "address", "kind", "rssi",
-                             "uuids", "manufacturer data, readings"));
+      out_.write(fmt::format("{:<{}}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", times_.wholeWidth(),
+                             "address", "kind", "rssi", "uuids", "manufacturer data, readings"));
     else if (options_.format == Format::csv)
       out_.write(fmt::format("time,address,kind,rssi,uuids,manufacturer,{}\n", kReadingsNames));
   }
@@ -99,7 +103,7 @@ class HeardPrinter {
   void writeRow(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
                 std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
     const std::string texts = joined(uuids, ",");
-    out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", platform::rfc3339Text(report.time),
+    out_.write(fmt::format("{}  {}  {:<15}  {:>4}  {:<14}  {}{}\n", times_.whole(report.time),
                            report.address.text(), textOf(report.kind), report.rssi,
                            texts.empty() ? "-" : texts, manufacturer ? platform::hexText(*manufacturer) : "-",
                            readings ? "  " + readingsText(*readings) : ""));
@@ -107,7 +111,7 @@ class HeardPrinter {
 
   void writeFields(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
                    std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
-    out_.write(fmt::format("{},{},{},{},{},{},{}\n", secondsText(report.time), report.address.text(),
+    out_.write(fmt::format("{},{},{},{},{},{},{}\n", times_.whole(report.time), report.address.text(),
                            textOf(report.kind), report.rssi, joined(uuids, " "),
                            manufacturer ? platform::hexText(*manufacturer) : "", readingsFields(readings)));
   }
@@ -120,6 +124,7 @@ class HeardPrinter {
 
   const HearOptions& options_;
   Output& out_;
+  TimeText times_;
   JsonLine line_;
   platform::ADStructures structures_;
   platform::AdvertisementMerger merger_;

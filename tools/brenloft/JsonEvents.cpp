@@ -8,7 +8,7 @@ namespace {
 
 class JsonEvents : public SearchEvents {
  public:
-  explicit JsonEvents(Output& out) : out_(out) {}
+  JsonEvents(Output& out, TimeForm timeForm) : out_(out), line_(timeForm) {}
 
   bool bytes(platform::Date time, const Octets& octets) override {
     beginLine("bytes", time).key("bytes").beginArray();
@@ -70,8 +70,8 @@ class JsonEvents : public SearchEvents {
 
 }  // namespace
 
-std::unique_ptr<SearchEvents> makeJsonEvents(Output& out) {
-  return std::make_unique<JsonEvents>(out);
+std::unique_ptr<SearchEvents> makeJsonEvents(Output& out, TimeForm timeForm) {
+  return std::make_unique<JsonEvents>(out, timeForm);
 }
 
 }  // namespace brenloft

@@ -8,6 +8,8 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "tools/brenloft/TimeText.h"
+
 namespace brenloft {
 namespace {
 
@@ -45,9 +47,12 @@ struct JsonLine::State {
   rapidjson::StringBuffer buffer;
   Writer writer{buffer};
   bool taken = false;
+  std::optional<TimeText> times;  // absent: numbers
 };
 
-JsonLine::JsonLine() : state_(std::make_unique<State>()) {}
+JsonLine::JsonLine(TimeForm timeForm) : state_(std::make_unique<State>()) {
+  if (timeForm != TimeForm::epoch) state_->times.emplace(timeForm);
+}
 JsonLine::~JsonLine() = default;
 
 JsonLine& JsonLine::beginObject() {
@@ -101,6 +106,7 @@ JsonLine& JsonLine::boolean(bool value) {
 }
 
 JsonLine& JsonLine::date(platform::Date date) {
+  if (state_->times) return text(state_->times->whole(date));
   const std::string seconds = secondsText(date);
   state_->next().RawValue(seconds.data(), seconds.size(), rapidjson::kNumberType);
   return *this;
@@ -115,13 +121,6 @@ std::string_view JsonLine::take() {
   state_->buffer.Put('\n');
   state_->taken = true;
   return {state_->buffer.GetString(), state_->buffer.GetSize()};
-}
-
-std::string secondsText(platform::Date date) {
-  constexpr int64_t kMillion = 1'000'000;
-  const int64_t micros = date.time_since_epoch().count();
-  const uint64_t magnitude = micros < 0 ? 0 - static_cast<uint64_t>(micros) : static_cast<uint64_t>(micros);
-  return fmt::format("{}{}.{:06}", micros < 0 ? "-" : "", magnitude / kMillion, magnitude % kMillion);
 }
 
 }  // namespace brenloft

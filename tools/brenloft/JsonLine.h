@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/foundation/Date.h"
+#include "tools/brenloft/Options.h"
 
 namespace brenloft {
 
@@ -15,7 +16,7 @@ namespace brenloft {
 /// Threads: one at a time.
 class JsonLine {
  public:
-  JsonLine();
+  explicit JsonLine(TimeForm timeForm = TimeForm::epoch);
   ~JsonLine();
   JsonLine(const JsonLine&) = delete;
   JsonLine& operator=(const JsonLine&) = delete;
@@ -30,7 +31,7 @@ class JsonLine {
   JsonLine& textOrNull(const std::optional<std::string>& text);
   JsonLine& number(int64_t number);
   JsonLine& boolean(bool value);
-  /// Seconds since 1970 with six decimals.
+  /// A number: seconds since 1970 with six decimals; in the other forms a text.
   JsonLine& date(platform::Date date);
   JsonLine& null();
 
@@ -41,8 +42,5 @@ class JsonLine {
   struct State;
   std::unique_ptr<State> state_;
 };
-
-/// Seconds since 1970 with exactly six decimals, "-0.000001" for the microsecond before.
-std::string secondsText(platform::Date date);
 
 }  // namespace brenloft

@@ -9,11 +9,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/Texts.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -45,7 +45,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it"
 
 class LiveTable : public SearchEvents {
  public:
-  explicit LiveTable(Output& out) : out_(out), hasColour_(wantsColour()) {
+  LiveTable(Output& out, TimeForm timeForm) : out_(out), times_(timeForm), hasColour_(wantsColour()) {
     std::signal(SIGCONT, [](int) { wasContinued = true; });
   }
 
@@ -140,7 +140,7 @@ class LiveTable : public SearchEvents {
                            isColoured ? kPlain : "");
       ++lines;
     };
-    add("", fmt::format("{:<7}  {:<8}  {}", "state", "heard", recordHeader()));
+    add("", fmt::format("{:<7}  {:<{}}  {}", "state", "heard", times_.clockWidth(), recordHeader()));
     for (const auto& [key, row] : rows_) {
       if (lines > rows) break;
       add(colourOf(row), textOf(row));
@@ -160,17 +160,16 @@ class LiveTable : public SearchEvents {
     return row.record.emergency >= 1 ? kRed : "";
   }
 
-  static std::string textOf(const Row& row) {
+  std::string textOf(const Row& row) {
     const BRLBeaconSnapshot& record = row.record;
     const char* state = record.status == 2 ? "lost" : row.hasLeft ? "left" : "present";
-    // hh:mm:ss of the whole date.
-    const std::string heard = record.statusUpdatedDate
-                                  ? platform::rfc3339Text(*record.statusUpdatedDate).substr(11, 8)
-                                  : std::string("-");
-    return fmt::format("{:<7}  {:<8}  {}", state, heard, recordRow(record));
+    const std::string heard =
+        record.statusUpdatedDate ? times_.clock(*record.statusUpdatedDate) : std::string("-");
+    return fmt::format("{:<7}  {:<{}}  {}", state, heard, times_.clockWidth(), recordRow(record));
   }
 
   Output& out_;
+  TimeText times_;
   const bool hasColour_;
   std::map<Key, Row> rows_;
   std::string radio_;
@@ -182,8 +181,8 @@ class LiveTable : public SearchEvents {
 
 }  // namespace
 
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out) {
-  return std::make_unique<LiveTable>(out);
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm) {
+  return std::make_unique<LiveTable>(out, timeForm);
 }
 
 }  // namespace brenloft

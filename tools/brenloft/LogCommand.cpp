@@ -7,7 +7,6 @@
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/SensorLogReader.h"
-#include "platform/foundation/NSDateFormatter.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/JsonLine.h"
@@ -17,6 +16,7 @@
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
 #include "tools/brenloft/Texts.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -40,9 +40,14 @@ void require(bool succeeded, const SensorLogReader& reader) {
 // Prints rows and remembers the newest, so that the next look begins behind it.
 class RowPrinter {
  public:
-  RowPrinter(Output& out, Format format) : out_(out), format_(format) {
+  RowPrinter(Output& out, const LogOptions& options)
+      : out_(out),
+        format_(options.format),
+        times_(timeFormOf(options.time, options.format)),
+        line_(timeFormOf(options.time, options.format)) {
     if (format_ == Format::table)
-      out_.write(fmt::format("{:>8}  {:<27}  {:<7}  {}\n", "row", "last heard", "state", recordHeader()));
+      out_.write(fmt::format("{:>8}  {:<{}}  {:<7}  {}\n", "row", "last heard", times_.wholeWidth(), "state",
+                             recordHeader()));
   }
 
   SensorLogReader::RowBlock block() {
@@ -65,9 +70,9 @@ class RowPrinter {
  private:
   void writeRow(const SensorLogReader::Row& row) {
     const auto& date = row.values.statusUpdatedDate;
-    out_.write(fmt::format("{:>8}  {:<27}  {:<7}  {}\n", row.number,
-                           date ? platform::rfc3339Text(*date) : "-",
-                           row.values.status == 2 ? "lost" : "present", recordRow(row.values)));
+    out_.write(fmt::format("{:>8}  {:<{}}  {:<7}  {}\n", row.number, date ? times_.whole(*date) : "-",
+                           times_.wholeWidth(), row.values.status == 2 ? "lost" : "present",
+                           recordRow(row.values)));
   }
 
   void writeLine(const SensorLogReader::Row& row) {
@@ -77,6 +82,7 @@ class RowPrinter {
 
   Output& out_;
   const Format format_;
+  TimeText times_;
   JsonLine line_;
   int64_t newest_ = 0;
 };
@@ -120,7 +126,7 @@ void show(const LogOptions& options) {
   }
   auto reader = openLog(options);
   Output out(options.follow ? Output::Buffering::lines : Output::Buffering::blocks);
-  RowPrinter printer(out, options.format);
+  RowPrinter printer(out, options);
   if (reader)
     require(options.last ? reader->lastRows(*options.last, printer.block())
                          : reader->rowsAfter(0, printer.block()),

@@ -12,6 +12,7 @@ namespace brenloft {
 // What the command line asked for, one structure per command; `CommandLine.cpp` fills them.
 
 enum class Format { table, jsonl, csv };
+enum class TimeForm { local, utc, epoch };
 
 struct DecodeOptions {
   std::vector<std::string> frames;  ///< hexadecimal; none: one per line on standard input
@@ -22,6 +23,7 @@ struct HearOptions {
   std::string source;
   bool merged = false;  ///< what a central delivers instead of single reports
   Format format = Format::table;
+  std::optional<TimeForm> time;  ///< absent: as the format has it
   std::optional<std::chrono::microseconds> duration;
   uint64_t count = 0;  ///< ends after so many; 0: never
   std::string record;  ///< capture file to write, if any
@@ -51,10 +53,11 @@ struct SearchOptions {
   std::optional<std::chrono::microseconds> duration;
   uint64_t count = 0;            ///< ends after so many events; 0: never
   std::optional<Format> format;  ///< absent: a table on a terminal, else JSON lines
+  std::optional<TimeForm> time;  ///< absent: as the format has it
   bool transitions = false;      ///< only what begins or ends
   std::filesystem::path container;
   std::string record;
-  bool quiet = false;  ///< without the library's diagnostic lines
+  bool verbose = false;  ///< with the library's diagnostic lines
 };
 
 struct LogOptions {
@@ -63,6 +66,7 @@ struct LogOptions {
   std::filesystem::path container;
   std::string out;                ///< of `export`; none: standard output
   Format format = Format::table;  ///< of `show`
+  std::optional<TimeForm> time;   ///< of `show`; absent: as the format has it
   std::optional<uint64_t> last;   ///< of `show`: only so many
   bool follow = false;
   bool yes = false;

@@ -22,6 +22,7 @@
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -33,20 +34,22 @@ Format formatOf(const SearchOptions& options) {
   return Output::isTerminal() ? Format::table : Format::jsonl;
 }
 
-std::unique_ptr<SearchEvents> makeForm(Format format, Output& out) {
+std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out) {
+  const Format format = formatOf(options);
+  const TimeForm timeForm = timeFormOf(options.time, format);
   switch (format) {
     case Format::jsonl:
-      return makeJsonEvents(out);
+      return makeJsonEvents(out, timeForm);
     case Format::csv:
-      return makeCsvEvents(out);
+      return makeCsvEvents(out, timeForm);
     case Format::table:
       break;
   }
-  return Output::isScreen() ? makeLiveTable(out) : makeRowEvents(out);
+  return Output::isScreen() ? makeLiveTable(out, timeForm) : makeRowEvents(out, timeForm);
 }
 
 std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out) {
-  auto events = makeForm(formatOf(options), out);
+  auto events = makeForm(options, out);
   return options.transitions ? makeTransitions(std::move(events)) : std::move(events);
 }
 
@@ -216,17 +219,18 @@ class Search {
     // A search that keeps nothing leaves no trace.
     if (!options_.log && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
-    if (options_.quiet)
-      platform.log = [](std::string_view) {};
-    else
-      platform.log = [this, log = platform.log](std::string_view line) {
-        reporter_.aside([&] { log(line); });
-      };
+    platform.log = [](std::string_view) {};
+    if (options_.verbose) platform.log = [this](std::string_view line) { sayWithTime(line); };
     platform::Platform::install(std::move(platform));
     if (!options_.log) return;
     tellFatalStoreProblems();
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, *problem);
+  }
+
+  void sayWithTime(std::string_view line) {
+    reporter_.aside(
+        [&] { say(diagnosticTimes_.whole(source_.loop->dispatch()->date()) + ' ' + std::string(line)); });
   }
 
   void begin() {
@@ -282,6 +286,7 @@ class Search {
   Output out_;
   std::unique_ptr<SearchEvents> events_;
   Reporter reporter_;
+  TimeText diagnosticTimes_{options_.time.value_or(TimeForm::local)};  // used within the reporter's `aside`
   Source source_;
   std::shared_ptr<Listener> listener_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;

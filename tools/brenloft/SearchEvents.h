@@ -7,6 +7,7 @@
 #include "BrenloftSDK/BRLDataModel.h"
 #include "BrenloftSDK/BRLRecordList.h"
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "tools/brenloft/Options.h"
 #include "tools/brenloft/Output.h"
 
 namespace brenloft {
@@ -38,13 +39,13 @@ class SearchEvents {
 };
 
 /// One JSON line per event.
-std::unique_ptr<SearchEvents> makeJsonEvents(Output& out);
+std::unique_ptr<SearchEvents> makeJsonEvents(Output& out, TimeForm timeForm);
 /// A header, then one line per record that an event shows.
-std::unique_ptr<SearchEvents> makeCsvEvents(Output& out);
+std::unique_ptr<SearchEvents> makeCsvEvents(Output& out, TimeForm timeForm);
 /// One line for people per record that changed.
-std::unique_ptr<SearchEvents> makeRowEvents(Output& out);
+std::unique_ptr<SearchEvents> makeRowEvents(Output& out, TimeForm timeForm);
 /// A table on a terminal that is redrawn in place, one line per beacon.
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out);
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm);
 /// Passes on what begins or ends: a beacon's presence, an emergency, a state of the radio.
 std::unique_ptr<SearchEvents> makeTransitions(std::unique_ptr<SearchEvents> shown);
 

@@ -1,11 +1,10 @@
 #include <fmt/format.h>
 
-#include "platform/foundation/NSDateFormatter.h"
-#include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/Texts.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -16,7 +15,7 @@ std::string field(const BRLOptionalText& text) {
 
 class CsvEvents : public SearchEvents {
  public:
-  explicit CsvEvents(Output& out) : out_(out) {}
+  CsvEvents(Output& out, TimeForm timeForm) : out_(out), times_(timeForm) {}
 
   void begin() override {
     out_.write(
@@ -47,22 +46,25 @@ class CsvEvents : public SearchEvents {
  private:
   bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& r) {
     out_.write(fmt::format("{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{}\n", event,
-                           secondsText(time), r.beaconType, field(r.beaconId), field(r.uuid), r.major,
+                           times_.whole(time), r.beaconType, field(r.beaconId), field(r.uuid), r.major,
                            r.minor, r.rssi, r.txPower, r.emergency, r.battery, field(r.temperature),
                            field(r.humidity), field(r.uniqueId), field(r.tbd), r.status,
-                           r.statusUpdatedDate ? secondsText(*r.statusUpdatedDate) : "", field(r.xAccel),
+                           r.statusUpdatedDate ? times_.whole(*r.statusUpdatedDate) : "", field(r.xAccel),
                            field(r.yAccel), field(r.zAccel)));
     return true;
   }
 
   Output& out_;
+  TimeText times_;
 };
 
 class RowEvents : public SearchEvents {
  public:
-  explicit RowEvents(Output& out) : out_(out) {}
+  RowEvents(Output& out, TimeForm timeForm) : out_(out), times_(timeForm) {}
 
-  void begin() override { out_.write(fmt::format("{:<27}  {:<9}  {}\n", "time", "event", recordHeader())); }
+  void begin() override {
+    out_.write(fmt::format("{:<{}}  {:<9}  {}\n", "time", times_.wholeWidth(), "event", recordHeader()));
+  }
 
   bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
@@ -87,20 +89,21 @@ class RowEvents : public SearchEvents {
 
  private:
   bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    out_.write(fmt::format("{}  {:<9}  {}\n", platform::rfc3339Text(time), event, recordRow(record)));
+    out_.write(fmt::format("{}  {:<9}  {}\n", times_.whole(time), event, recordRow(record)));
     return true;
   }
 
   Output& out_;
+  TimeText times_;
 };
 
 }  // namespace
 
-std::unique_ptr<SearchEvents> makeCsvEvents(Output& out) {
-  return std::make_unique<CsvEvents>(out);
+std::unique_ptr<SearchEvents> makeCsvEvents(Output& out, TimeForm timeForm) {
+  return std::make_unique<CsvEvents>(out, timeForm);
 }
-std::unique_ptr<SearchEvents> makeRowEvents(Output& out) {
-  return std::make_unique<RowEvents>(out);
+std::unique_ptr<SearchEvents> makeRowEvents(Output& out, TimeForm timeForm) {
+  return std::make_unique<RowEvents>(out, timeForm);
 }
 
 }  // namespace brenloft
