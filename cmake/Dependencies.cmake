@@ -5,12 +5,7 @@ find_package(RapidJSON REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(fmt REQUIRED)
 
-# Header-only libraries, as system headers so that their warnings are not ours.
-add_library(brenloft_asio INTERFACE)
-find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
-target_include_directories(brenloft_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(brenloft_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
-
+# A header-only library, as system headers so that its warnings are not ours.
 add_library(brenloft_rapidjson INTERFACE)
 target_include_directories(brenloft_rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIRS})
 target_compile_definitions(brenloft_rapidjson INTERFACE RAPIDJSON_HAS_STDSTRING=1)

@@ -48,12 +48,11 @@ class RealTimeDispatchService final : public RealTimeDispatch {
 };
 
 dispatch_queue_t RealTimeDispatchService::createQueue(std::string_view label) {
-  auto queue = std::make_shared<RealTimeQueue>(label);
-  queue->startThread();
+  const auto queue = std::make_shared<RealTimeQueue>(label);
   const std::scoped_lock lock(mutex_);
   std::erase_if(queues_, [](const auto& known) { return known.expired(); });
   queues_.push_back(queue);
-  return queue;
+  return RealTimeQueue::startThread(queue);
 }
 
 RealTimeDispatchService::~RealTimeDispatchService() {

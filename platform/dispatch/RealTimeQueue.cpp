@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <utility>
 
-#include <asio/post.hpp>
 #include <pthread.h>
 
 namespace platform {
@@ -37,24 +37,26 @@ class AllSignalsBlocked {
 
 }  // namespace
 
-RealTimeQueue::RealTimeQueue(std::string_view label) : label_(label), alarm_(loop_->context) {}
+dispatch_queue_t RealTimeQueue::startThread(const std::shared_ptr<RealTimeQueue>& queue) {
+  const AllSignalsBlocked blocked;
+  queue->thread_ = std::thread([queue] {
+    nameThread(queue->label_);
+    queue->run();
+  });
+  return {queue.get(), [owned = queue](auto*) mutable { std::exchange(owned, nullptr)->release(); }};
+}
 
 RealTimeQueue::~RealTimeQueue() {
   endThread();
 }
 
-void RealTimeQueue::startThread() {
-  running_ = true;
-  const AllSignalsBlocked blocked;
-  // The thread shares the loop, because the last reference to the queue may be dropped on it.
-  thread_ = std::thread([loop = loop_, label = label_] {
-    nameThread(label);
-    loop->context.run();
-  });
+void RealTimeQueue::release() {
+  const std::scoped_lock lock(mutex_);
+  released_ = true;
+  wake_.notify_one();
 }
 
 void RealTimeQueue::endThread() {
-  if (loop_) loop_->work.reset();
   if (!thread_.joinable()) return;
   if (thread_.get_id() == std::this_thread::get_id())
     thread_.detach();
@@ -63,23 +65,18 @@ void RealTimeQueue::endThread() {
 }
 
 void RealTimeQueue::end() {
-  std::deque<PendingWork> ready;
-  std::vector<PendingWork> waiting;
+  std::deque<PendingWork> dropped;
   {
     const std::scoped_lock lock(mutex_);
-    ended_ = true;
-    ready.swap(ready_);
-    waiting = deadlines_.takeAll();
+    ended_ = stopping_ = true;
+    dropped.swap(ready_);
+    std::ranges::move(deadlines_.takeAll(), std::back_inserter(dropped));
+    wake_.notify_one();
   }
-  for (const PendingWork& work : waiting) {
+  for (const PendingWork& work : dropped) {
     if (const auto* wake = std::get_if<TimerWake>(&work)) wake->source->cancel();
   }
-  stopping_ = true;
-  loop_->context.stop();
   endThread();
-  const std::scoped_lock lock(mutex_);
-  alarm_.reset();
-  loop_.reset();  // its turns that did not run hold the queue
 }
 
 bool RealTimeQueue::isCurrent() const {
@@ -116,20 +113,22 @@ void RealTimeQueue::wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_
 std::shared_ptr<TimerSource> RealTimeQueue::forget(TimerSource& source) {
   const std::scoped_lock lock(mutex_);
   std::shared_ptr<TimerSource> dropped = deadlines_.forget(source);
-  // The alarm holds the queue, so it does not wait for what will not come.
-  if (dropped && running_ && deadlines_.nextDue() > alarmAt_) requestTurn();
   if (dropped && readiness_) showReadiness();
   return dropped;
 }
 
+// Wakes who sleeps past what comes next.
 void RealTimeQueue::changed() {
-  if (running_ && (!ready_.empty() || deadlines_.nextDue() < alarmAt_)) requestTurn();
+  if (nextWork() < asleepUntil_) {
+    asleepUntil_ = kAwake;
+    wake_.notify_one();
+  }
   if (readiness_) showReadiness();
 }
 
-void RealTimeQueue::requestTurn() {
-  if (std::exchange(turnRequested_, true)) return;
-  asio::post(loop_->context, [self = shared_from_this()] { self->turn(); });
+// What is ready is due from the beginning of time.
+dispatch_time_t RealTimeQueue::nextWork() const {
+  return ready_.empty() ? deadlines_.nextDue() : dispatch_time_t::min();
 }
 
 void RealTimeQueue::showReadiness() {
@@ -137,49 +136,39 @@ void RealTimeQueue::showReadiness() {
   readiness_->setDeadline(deadlines_.nextDue());
 }
 
-void RealTimeQueue::turn() {
-  runDue(true);
-  const std::scoped_lock lock(mutex_);
-  turnRequested_ = false;
-  if (ended_) return;
-  if (!ready_.empty()) requestTurn();
-  setAlarm();
-}
-
-void RealTimeQueue::setAlarm() {
-  const dispatch_time_t due = deadlines_.nextDue();
-  if (due == alarmAt_) return;
-  alarmAt_ = due;
-  if (due == DISPATCH_TIME_FOREVER) {
-    alarm_->cancel();
-    return;
+void RealTimeQueue::run() {
+  Lock lock(mutex_);
+  while (!stopping_ && !(released_ && nextWork() == DISPATCH_TIME_FOREVER)) {
+    size_t due = collectDue();
+    if (due == 0) sleep(lock);
+    for (; due > 0 && !stopping_; --due) runFirst(lock);
   }
-  alarm_->expires_at(std::chrono::steady_clock::time_point(due));
-  alarm_->async_wait([self = shared_from_this()](const std::error_code& error) {
-    if (error) return;  // another alarm took its place
-    {
-      const std::scoped_lock lock(self->mutex_);
-      self->alarmAt_ = DISPATCH_TIME_FOREVER;
-      // A turn that is on its way will do.
-      if (std::exchange(self->turnRequested_, true)) return;
-    }
-    self->turn();
-  });
+  stopping_ = false;
+  if (readiness_) showReadiness();
 }
 
 // Runs what is due at the beginning, not what that submits, so that a foreign loop gets its turn.
-size_t RealTimeQueue::runDue(bool untilStopped) {
+size_t RealTimeQueue::poll() {
+  Lock lock(mutex_);
   size_t handled = 0;
-  for (size_t left = collectDue(); left > 0 && !(untilStopped && stopping_); --left) {
-    if (!runFirst(handled)) break;
+  for (size_t due = collectDue(); due > 0; --due) {
+    if (runFirst(lock)) ++handled;
   }
-  const std::scoped_lock lock(mutex_);
   if (readiness_) showReadiness();
   return handled;
 }
 
+void RealTimeQueue::sleep(Lock& lock) {
+  asleepUntil_ = deadlines_.nextDue();
+  if (asleepUntil_ == DISPATCH_TIME_FOREVER)
+    wake_.wait(lock);
+  else
+    wake_.wait_until(lock, std::chrono::steady_clock::time_point(asleepUntil_));
+  asleepUntil_ = kAwake;
+}
+
+// Puts what has become due behind what was posted, and counts both.
 size_t RealTimeQueue::collectDue() {
-  const std::scoped_lock lock(mutex_);
   if (deadlines_.nextDue() != DISPATCH_TIME_FOREVER) {
     const dispatch_time_t instant = now();
     while (deadlines_.nextDue() <= instant) ready_.push_back(deadlines_.take(deadlines_.begin()));
@@ -187,47 +176,29 @@ size_t RealTimeQueue::collectDue() {
   return ready_.size();
 }
 
-bool RealTimeQueue::runFirst(size_t& handled) {
-  std::unique_lock lock(mutex_);
+// True when something ran, not when a wake-up only went to sleep again.
+bool RealTimeQueue::runFirst(Lock& lock) {
   if (ready_.empty()) return false;
-  PendingWork work = std::move(ready_.front());
-  ready_.pop_front();
-  lock.unlock();
-  const dispatch_queue* outer = std::exchange(currentQueue, this);
   bool ran = true;
-  if (auto* posted = std::get_if<PostedBlock>(&work))
-    posted->block();
-  else
-    ran = std::get<TimerWake>(work).source->onWake();
-  currentQueue = outer;
-  if (ran) ++handled;
-  return true;
-}
-
-void RealTimeQueue::run() {
-  const std::shared_ptr<Loop> loop = loop_;
-  std::unique_lock lock(mutex_);
-  running_ = true;
-  requestTurn();
-  // Asked under the lock: a stop before the restart would be undone by it.
-  while (!stopping_.exchange(false)) {
-    loop->context.restart();
+  {
+    PendingWork work = std::move(ready_.front());
+    ready_.pop_front();
     lock.unlock();
-    loop->context.run();
-    lock.lock();
+    const dispatch_queue* outer = std::exchange(currentQueue, this);
+    if (auto* posted = std::get_if<PostedBlock>(&work))
+      posted->block();
+    else
+      ran = std::get<TimerWake>(work).source->onWake();
+    currentQueue = outer;
   }
-  running_ = false;
-}
-
-size_t RealTimeQueue::poll() {
-  return runDue(false);
+  lock.lock();
+  return ran;
 }
 
 void RealTimeQueue::stop() {
   const std::scoped_lock lock(mutex_);
-  if (ended_) return;
   stopping_ = true;
-  loop_->context.stop();
+  wake_.notify_one();
 }
 
 int RealTimeQueue::fileDescriptor() {
