@@ -66,12 +66,10 @@ dispatch_time_t DeadlineMap::nextDue() const {
   return entries_.empty() ? DISPATCH_TIME_FOREVER : entries_.begin()->first.due;
 }
 
-std::shared_ptr<TimerSource> DeadlineMap::firstPushedBack() const {
-  if (entries_.empty()) return nullptr;
-  const auto& [deadline, work] = *entries_.begin();
-  const auto* wake = std::get_if<TimerWake>(&work);
-  if (wake == nullptr || isParked(deadline) || wake->source->target() <= deadline.due) return nullptr;
-  return wake->source;
+TimerSource* DeadlineMap::firstSource() const {
+  if (nextDue() == DISPATCH_TIME_FOREVER) return nullptr;
+  const auto* wake = std::get_if<TimerWake>(&entries_.begin()->second);
+  return wake != nullptr ? wake->source.get() : nullptr;
 }
 
 }  // namespace platform

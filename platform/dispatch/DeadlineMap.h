@@ -61,8 +61,8 @@ class DeadlineMap {
   Entries::iterator end() { return entries_.end(); }
   /// DISPATCH_TIME_FOREVER when nothing will be due.
   dispatch_time_t nextDue() const;
-  /// The source of the first entry when it was pushed back meanwhile; its owner then calls `settle`.
-  std::shared_ptr<TimerSource> firstPushedBack() const;
+  /// The source of the first entry, when that is a wake-up that will be due; else null.
+  TimerSource* firstSource() const;
   /// Entries that will be due one day.
   size_t pendingCount() const { return entries_.size() - parked_; }
 

@@ -93,7 +93,7 @@ void RealTimeQueue::async(dispatch_block_t block) {
 void RealTimeQueue::asyncAt(dispatch_time_t due, dispatch_block_t block) {
   const std::scoped_lock lock(mutex_);
   if (ended_) return;
-  deadlines_.add({due, order_++}, {this, std::move(block)});
+  deadlines_.add({due, submissions_++}, {this, std::move(block)});
   changed();
 }
 
@@ -103,15 +103,13 @@ dispatch_time_t RealTimeQueue::pick(dispatch_time_t want, dispatch_time_t leeway
   return std::max(want, latest - latest % kCommonInstants);
 }
 
-void RealTimeQueue::wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_time_t due, uint64_t) {
-  const std::scoped_lock lock(mutex_);
+void RealTimeQueue::wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_time_t due, uint64_t order) {
   if (ended_) return;
-  deadlines_.wakeAt({due, order_++}, *this, source);
+  deadlines_.wakeAt({due, order}, *this, source);
   changed();
 }
 
 std::shared_ptr<TimerSource> RealTimeQueue::forget(TimerSource& source) {
-  const std::scoped_lock lock(mutex_);
   std::shared_ptr<TimerSource> dropped = deadlines_.forget(source);
   if (dropped && readiness_) showReadiness();
   return dropped;

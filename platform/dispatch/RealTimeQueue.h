@@ -34,6 +34,8 @@ class RealTimeQueue final : public TimerQueue {
   void asyncAt(dispatch_time_t due, dispatch_block_t block);
 
   dispatch_time_t now() const override { return monotonicNow(); }
+  std::mutex& mutex() override { return mutex_; }
+  uint64_t& submissions() override { return submissions_; }
   dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const override;
   void wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_time_t due, uint64_t order) override;
   std::shared_ptr<TimerSource> forget(TimerSource& source) override;
@@ -69,7 +71,7 @@ class RealTimeQueue final : public TimerQueue {
   std::deque<PendingWork> ready_;
   DeadlineMap deadlines_;
   std::optional<Readiness> readiness_;
-  uint64_t order_ = 0;
+  uint64_t submissions_ = 0;
   bool stopping_ = false;
   bool released_ = false;  // nobody submits any more
   bool ended_ = false;

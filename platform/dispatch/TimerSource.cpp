@@ -5,36 +5,37 @@
 namespace platform {
 
 TimerSource::TimerSource(std::shared_ptr<TimerQueue> queue)
-    : queue_(std::move(queue)), submissions_(queue_->submissions()) {}
+    : queue_(std::move(queue)), mutex_(queue_->mutex()), submissions_(queue_->submissions()) {}
 
 void TimerSource::setEventHandler(dispatch_block_t handler) {
   auto kept = std::make_shared<const dispatch_block_t>(std::move(handler));
   const std::scoped_lock lock(mutex_);
-  if (!testCancel()) handler_.swap(kept);
+  if (!cancelled_) handler_.swap(kept);
 }
 
 void TimerSource::setTimer(dispatch_time_t start, dispatch_time_t /*interval*/, dispatch_time_t leeway) {
-  if (testCancel()) return;
-  start_.store(start.count(), std::memory_order_relaxed);
-  leeway_.store(leeway.count(), std::memory_order_relaxed);
-  if (submissions_ != nullptr) order_.store(submissions_->fetch_add(1, std::memory_order_relaxed));
-  want_.store(start.count(), std::memory_order_seq_cst);
-  const Rep armed = armed_.load(std::memory_order_seq_cst);
-  const bool wakesInTime = armed <= start.count() || armed <= targetFor(start.count()).count();
-  if (armed != kForever && wakesInTime) return;
   std::shared_ptr<TimerSource> dropped;
   const std::scoped_lock lock(mutex_);
-  if (armed_.load() > target().count() || armed_.load() == kForever) dropped = place();
+  if (cancelled_) return;
+  start_ = want_ = start;
+  leeway_ = leeway;
+  order_ = submissions_++;
+  const bool wakesInTime = armed_ != DISPATCH_TIME_FOREVER && (armed_ <= want_ || armed_ <= target());
+  if (want_ == DISPATCH_TIME_FOREVER || !wakesInTime) dropped = place();
 }
 
+// When to fire: DISPATCH_TIME_FOREVER without a deadline.
+dispatch_time_t TimerSource::target() const {
+  if (want_ == DISPATCH_TIME_FOREVER || leeway_ <= dispatch_time_t::zero()) return want_;
+  return queue_->pick(want_, leeway_);
+}
+
+// Makes the queue's wake-up match the state; what this returns is let go of after the lock.
 std::shared_ptr<TimerSource> TimerSource::place() {
-  if (testCancel()) return nullptr;
-  armed_.store(kForever, std::memory_order_seq_cst);
-  const Rep want = want_.load(std::memory_order_seq_cst);
-  if (want == kForever) return queue_->forget(*this);
-  const dispatch_time_t due = suspensions_ == 0 ? targetFor(want) : DISPATCH_TIME_FOREVER;
-  armed_.store(due.count(), std::memory_order_seq_cst);
-  queue_->wakeAt(shared_from_this(), due, order_.load());
+  if (cancelled_) return nullptr;
+  armed_ = suspensions_ == 0 ? target() : DISPATCH_TIME_FOREVER;
+  if (want_ == DISPATCH_TIME_FOREVER) return queue_->forget(*this);
+  queue_->wakeAt(shared_from_this(), armed_, order_);
   return nullptr;
 }
 
@@ -55,7 +56,7 @@ void TimerSource::cancel() {
   std::shared_ptr<TimerSource> dropped;
   std::shared_ptr<const dispatch_block_t> handler;
   const std::scoped_lock lock(mutex_);
-  cancelled_.store(true);
+  cancelled_ = true;
   dropped = queue_->forget(*this);
   handler.swap(handler_);
 }
@@ -65,33 +66,26 @@ bool TimerSource::testCancel() const {
 }
 
 dispatch_time_t TimerSource::start() const {
-  return dispatch_time_t(start_.load(std::memory_order_relaxed));
-}
-dispatch_time_t TimerSource::leeway() const {
-  return dispatch_time_t(leeway_.load(std::memory_order_relaxed));
-}
-
-dispatch_time_t TimerSource::targetFor(Rep want) const {
-  const dispatch_time_t leeway = this->leeway();
-  if (want == kForever || leeway <= dispatch_time_t::zero()) return dispatch_time_t(want);
-  return queue_->pick(dispatch_time_t(want), leeway);
-}
-
-dispatch_time_t TimerSource::target() const {
-  return targetFor(want_.load(std::memory_order_seq_cst));
-}
-
-void TimerSource::settle() {
-  std::shared_ptr<TimerSource> dropped;
   const std::scoped_lock lock(mutex_);
-  dropped = place();
+  return start_;
 }
 
+dispatch_time_t TimerSource::leeway() const {
+  const std::scoped_lock lock(mutex_);
+  return leeway_;
+}
+
+bool TimerSource::settle() {
+  if (armed_ == target()) return false;
+  place();
+  return true;
+}
+
+// Takes a deadline that has passed.
 bool TimerSource::claim() {
-  armed_.store(kForever, std::memory_order_seq_cst);
-  Rep want = want_.load(std::memory_order_seq_cst);
-  if (suspensions_ > 0 || want == kForever || targetFor(want) > queue_->now()) return false;
-  return want_.compare_exchange_strong(want, kForever, std::memory_order_seq_cst);
+  if (suspensions_ > 0 || want_ == DISPATCH_TIME_FOREVER || target() > queue_->now()) return false;
+  want_ = DISPATCH_TIME_FOREVER;
+  return true;
 }
 
 bool TimerSource::onWake() {
@@ -99,10 +93,9 @@ bool TimerSource::onWake() {
   std::shared_ptr<TimerSource> dropped;
   {
     const std::scoped_lock lock(mutex_);
-    if (testCancel()) return false;
+    if (cancelled_) return false;
     if (claim()) handler = handler_;
-    // Asleep again for the rest, or for a deadline that was set while the last one was taken.
-    dropped = place();
+    dropped = place();  // asleep again for the rest, if any
   }
   if (!handler || !*handler) return false;
   (*handler)();

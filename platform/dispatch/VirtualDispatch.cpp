@@ -18,6 +18,8 @@ class VirtualQueue final : public TimerQueue {
   bool isCurrent() const override { return engine_->isCurrent(*this); }
 
   dispatch_time_t now() const override { return engine_->now(); }
+  std::mutex& mutex() override { return engine_->mutex(); }
+  uint64_t& submissions() override { return engine_->submissions(); }
   dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const override {
     return engine_->pick(want, leeway);
   }
@@ -25,7 +27,6 @@ class VirtualQueue final : public TimerQueue {
     engine_->wakeAt(due, order, *this, source);
   }
   std::shared_ptr<TimerSource> forget(TimerSource& source) override { return engine_->forget(source); }
-  std::atomic<uint64_t>* submissions() override { return &engine_->submissions(); }
 
  private:
   const std::shared_ptr<VirtualEngine> engine_;

@@ -51,19 +51,13 @@ void VirtualEngine::postAt(dispatch_time_t due, const dispatch_queue& queue, dis
   deadlines_.add(nextDeadline(std::max(due, now())), {&queue, std::move(block)});
 }
 
+dispatch_time_t VirtualEngine::pick(dispatch_time_t want, dispatch_time_t leeway) const {
+  return late_ ? dispatch_time(want, leeway) : want;
+}
+
 void VirtualEngine::wakeAt(dispatch_time_t due, uint64_t order, const dispatch_queue& queue,
                            const std::shared_ptr<TimerSource>& source) {
-  const std::scoped_lock lock(mutex_);
   if (!ended_) deadlines_.wakeAt({std::max(due, now()), order}, queue, source);
-}
-
-std::shared_ptr<TimerSource> VirtualEngine::forget(TimerSource& source) {
-  const std::scoped_lock lock(mutex_);
-  return deadlines_.forget(source);
-}
-
-dispatch_time_t VirtualEngine::pick(dispatch_time_t want, dispatch_time_t leeway) const {
-  return late_.load(std::memory_order_relaxed) ? dispatch_time(want, leeway) : want;
 }
 
 bool VirtualEngine::run(dispatch_time_t limit) {
@@ -72,7 +66,7 @@ bool VirtualEngine::run(dispatch_time_t limit) {
   while (!stopped) {
     std::optional<PendingWork> work = takeNext(limit);
     if (!work) break;
-    execute(std::move(*work));
+    execute(*work);
     stopped = stopping_.load(std::memory_order_relaxed) && stopping_.exchange(false);
   }
   if (--running_ == 0) stopping_ = false;
@@ -83,7 +77,7 @@ void VirtualEngine::stop() {
   if (running_ > 0) stopping_ = true;
 }
 
-void VirtualEngine::execute(PendingWork work) {
+void VirtualEngine::execute(PendingWork& work) {
   const dispatch_queue* outer = std::exchange(runningQueue, queueOf(work));
   if (auto* posted = std::get_if<PostedBlock>(&work))
     posted->block();
@@ -97,8 +91,7 @@ bool VirtualEngine::isCurrent(const dispatch_queue& queue) const {
 }
 
 std::optional<PendingWork> VirtualEngine::takeNext(dispatch_time_t limit) {
-  std::unique_lock lock(mutex_);
-  settleFirst(lock);
+  const std::scoped_lock lock(mutex_);
   const dispatch_time_t due = firstDue();
   if (due == DISPATCH_TIME_FOREVER || due > limit) return std::nullopt;
   if (due > now()) now_.store(due.count(), std::memory_order_release);
@@ -124,15 +117,6 @@ PendingWork VirtualEngine::takeShuffled(dispatch_time_t due) {
   return deadlines_.take(firstOfEachQueue[choice(*ties_)]);
 }
 
-// A wake-up whose deadline was pushed back is none: the clock must not stop there.
-void VirtualEngine::settleFirst(std::unique_lock<std::mutex>& lock) {
-  while (const std::shared_ptr<TimerSource> source = deadlines_.firstPushedBack()) {
-    lock.unlock();
-    source->settle();
-    lock.lock();
-  }
-}
-
 dispatch_time_t VirtualEngine::firstDue() const {
   const dispatch_time_t due = deadlines_.nextDue();
   return line_.empty() ? due : std::min(due, line_.front().deadline.due);
@@ -144,8 +128,10 @@ size_t VirtualEngine::pendingCount() const {
 }
 
 dispatch_time_t VirtualEngine::nextDue() {
-  std::unique_lock lock(mutex_);
-  settleFirst(lock);
+  const std::scoped_lock lock(mutex_);
+  // A wake-up whose deadline was pushed back will only go to sleep again.
+  for (TimerSource* source = deadlines_.firstSource(); source != nullptr && source->settle();)
+    source = deadlines_.firstSource();
   return firstDue();
 }
 
@@ -157,10 +143,10 @@ void VirtualEngine::shuffleTies(uint64_t seed) {
 }
 
 void VirtualEngine::fireLate(bool late) {
+  std::vector<std::shared_ptr<TimerSource>> sources;
+  const std::scoped_lock lock(mutex_);
   late_ = late;
-  std::unique_lock lock(mutex_);
-  const auto sources = deadlines_.sources();
-  lock.unlock();
+  sources = deadlines_.sources();
   for (const auto& source : sources) source->settle();
 }
 

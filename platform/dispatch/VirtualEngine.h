@@ -28,11 +28,14 @@ class VirtualEngine {
 
   void post(const dispatch_queue& queue, dispatch_block_t block);
   void postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t block);
+
+  // For the timers of its queues, as TimerQueue says:
+  std::mutex& mutex() { return mutex_; }
+  uint64_t& submissions() { return submissions_; }
+  dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const;
   void wakeAt(dispatch_time_t due, uint64_t order, const dispatch_queue& queue,
               const std::shared_ptr<TimerSource>& source);
-  std::shared_ptr<TimerSource> forget(TimerSource& source);
-  std::atomic<uint64_t>& submissions() { return submissions_; }
-  dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const;
+  std::shared_ptr<TimerSource> forget(TimerSource& source) { return deadlines_.forget(source); }
 
   /// Runs what is due up to `limit`, moving the clock to each deadline; false when `stop` ended it.
   bool run(dispatch_time_t limit);
@@ -56,23 +59,22 @@ class VirtualEngine {
 
   std::optional<PendingWork> takeNext(dispatch_time_t limit);
   PendingWork takeShuffled(dispatch_time_t due);
-  void settleFirst(std::unique_lock<std::mutex>& lock);
   dispatch_time_t firstDue() const;
-  void execute(PendingWork work);
-  Deadline nextDeadline(dispatch_time_t due) { return {due, submissions_.fetch_add(1)}; }
+  void execute(PendingWork& work);
+  Deadline nextDeadline(dispatch_time_t due) { return {due, submissions_++}; }
 
   std::atomic<dispatch_time_t::rep> now_{0};
   std::atomic<Date::rep> dateAtZero_;
-  std::atomic<uint64_t> submissions_{0};
-  std::atomic<bool> late_{false};
   std::atomic<bool> stopping_{false};
   std::atomic<int> running_{0};  // nested calls
 
-  mutable std::mutex mutex_;
-  std::deque<Line> line_;                // guarded by mutex_, in order of its deadlines
-  DeadlineMap deadlines_;                // guarded by mutex_
-  std::optional<std::mt19937_64> ties_;  // guarded by mutex_
-  bool ended_ = false;                   // guarded by mutex_
+  mutable std::mutex mutex_;  // guards what follows
+  uint64_t submissions_ = 0;
+  std::deque<Line> line_;  // in order of its deadlines
+  DeadlineMap deadlines_;
+  std::optional<std::mt19937_64> ties_;
+  bool late_ = false;
+  bool ended_ = false;
 };
 
 }  // namespace platform

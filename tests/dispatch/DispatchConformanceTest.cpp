@@ -312,6 +312,9 @@ TYPED_TEST(DispatchConformance, KeepsATimerAliveOnlyWhileItHasADeadline) {
   EXPECT_FALSE(suspended.expired());
   suspended.lock()->cancel();
   EXPECT_TRUE(suspended.expired());
+  std::weak_ptr<dispatch_source_timer> withoutDeadline = this->startTimer(1h);
+  withoutDeadline.lock()->setTimer(DISPATCH_TIME_FOREVER, DISPATCH_TIME_FOREVER, 0s);
+  EXPECT_TRUE(withoutDeadline.expired());
 }
 
 TYPED_TEST(DispatchConformance, DropsEverythingAtItsEnd) {
