@@ -97,7 +97,10 @@ std::shared_ptr<NSPersistentStoreCoordinator> BRLCoreDataManager::persistentStor
   if (coordinator_) return coordinator_;
   coordinator_ = std::make_shared<NSPersistentStoreCoordinator>(managedObjectModel());
   platform::NSError error;
-  if (!addStore(*coordinator_, Class::storeFile(), &error)) endProcess(error);
+  const auto file = Class::storeFile();
+  if (!addStore(*coordinator_, file, &error)) endProcess(error);
+  coordinator_->setTellWaiting(
+      [file] { platform::NSLog(file.string() + ": another process is writing; waiting for it"); });
   return coordinator_;
 }
 

@@ -51,10 +51,15 @@ bool NSManagedObjectContext::save(NSError* error) {
   if (registry_->changes() == 0) return true;
   SQLiteStore* store = this->store(error);
   if (store == nullptr) return false;
+  const bool hasDeletedAll = registry_->hasDeletedAll();
   std::vector<int64_t> newRows;
-  const auto write = [&] { newRows = registry_->writeTo(*store); };
-  if (!reportingTo(error, [&] { store->write(registry_->isSingleStatement(), write); })) return false;
+  const auto write = [&] {
+    registry_->deleteMost(*store);
+    store->write(registry_->isSingleStatement(), [&] { newRows = registry_->writeTo(*store); });
+  };
+  if (!reportingTo(error, write)) return false;
   registry_->didSave(newRows);
+  if (hasDeletedAll) store->giveSpaceBack();
   return true;
 }
 

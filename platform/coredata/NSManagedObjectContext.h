@@ -44,8 +44,9 @@ class BRL_EXPORT NSManagedObjectContext {
   /// -[NSManagedObjectContext hasChanges]
   bool hasChanges() const;
   /// -[NSManagedObjectContext save:]
-  /// Writes every pending change in one transaction. On failure nothing is written and the changes stay
-  /// pending. Once it returned true, the changes survive the death of the process.
+  /// Writes every pending change in one transaction; only where all of very many objects are deleted, most of
+  /// them go before, in steps that let other processes write in between. On failure nothing else is written
+  /// and the changes stay pending. Once it returned true, the changes survive the death of the process.
   bool save(NSError* error = nullptr);
   /// How often a save was asked for, with or without changes.
   uint64_t saveCount() const;

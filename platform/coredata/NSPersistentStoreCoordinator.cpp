@@ -35,4 +35,8 @@ bool NSPersistentStoreCoordinator::addPersistentStoreWithType_configuration_URL_
   });
 }
 
+void NSPersistentStoreCoordinator::setTellWaiting(std::function<void()> tell) {
+  store_->setTellWaiting(std::move(tell));
+}
+
 }  // namespace platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -30,8 +31,9 @@ inline constexpr std::string_view NSSQLiteSynchronousOption = "NSSQLiteSynchrono
 /// The file: one table per entity, one column per attribute; integers as INTEGER (unsigned ones by their bit
 /// pattern), texts as TEXT, octets as BLOB, dates as REAL seconds since 1970. The header's application_id
 /// says whose file it is, its user_version and the table `NSStoreMetadata` which model it follows.
-/// Write-ahead logging; a second process may read and write the file meanwhile, each waits up to ten seconds
-/// for the other. Rows are told apart by SQLite's own row numbers: no VACUUM while the store is in use.
+/// Write-ahead logging; a second process may read and write the file meanwhile, each waits for the other as
+/// long as that writes, and a minute longer. Rows are told apart by SQLite's own row numbers: no VACUUM while
+/// the store is in use.
 ///
 /// Threads: set up on one thread; afterwards it is used through one context.
 class BRL_EXPORT NSPersistentStoreCoordinator {
@@ -43,12 +45,17 @@ class BRL_EXPORT NSPersistentStoreCoordinator {
   NSPersistentStoreCoordinator& operator=(const NSPersistentStoreCoordinator&) = delete;
 
   /// -[NSPersistentStoreCoordinator addPersistentStoreWithType:configuration:URL:options:error:]
-  /// Opens the file, or makes it where there is none (or one of no octets). A file of another model, of
+  /// Opens the file, or makes it where there is none (or nothing in it, or zeros). A process that dies
+  /// meanwhile leaves what the next one finishes or begins anew. A file of another model, of
   /// another application, a damaged one or no database at all does not open and is left as it is.
   bool addPersistentStoreWithType_configuration_URL_options_error(std::string_view type,
                                                                   std::optional<std::string> configuration,
                                                                   const std::filesystem::path& url,
                                                                   const Dictionary* options, NSError* error);
+
+  /// Once there is a store: the block is called, with the context's lock held, once for each wait for another
+  /// process that takes longer than a second.
+  void setTellWaiting(std::function<void()> tell);
 
   const std::shared_ptr<const NSManagedObjectModel>& managedObjectModel() const { return model_; }
   /// The open store; nothing before one was added.

@@ -125,6 +125,17 @@ void ObjectRegistry::walk(SQLiteStore& store, const FetchQuery& query, const Sto
   for (auto it = entity.inserted.begin(); more && it != entity.inserted.end(); ++it) more = visit(it->second);
 }
 
+bool ObjectRegistry::hasDeletedAll() const {
+  return std::any_of(entities_.begin(), entities_.end(),
+                     [](const Entity& entity) { return entity.isDeletedThrough(); });
+}
+
+void ObjectRegistry::deleteMost(SQLiteStore& store) {
+  for (std::size_t i = 0; i < entities_.size(); ++i) {
+    if (entities_[i].isDeletedThrough()) store.deleteMostRowsThrough(i, entities_[i].deletedThrough);
+  }
+}
+
 std::vector<int64_t> ObjectRegistry::writeTo(SQLiteStore& store) {
   std::vector<int64_t> newRows;
   for (std::size_t i = 0; i < entities_.size(); ++i) {

@@ -69,6 +69,9 @@ class ObjectRegistry : public std::enable_shared_from_this<ObjectRegistry> {
   void walk(SQLiteStore& store, const FetchQuery& query, const StoredRowBlock& rowBlock,
             const ObjectBlock& objectBlock);
 
+  bool hasDeletedAll() const;
+  /// Takes the bulk of the deletions of all objects out of the way of `writeTo`.
+  void deleteMost(SQLiteStore& store);
   /// Writes all changes; returns the numbers of the new rows for `didSave`.
   std::vector<int64_t> writeTo(SQLiteStore& store);
   void didSave(const std::vector<int64_t>& newRows);

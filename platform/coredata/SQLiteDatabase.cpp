@@ -1,13 +1,12 @@
 #include "platform/coredata/SQLiteDatabase.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <sqlite3.h>
 
 namespace platform {
 namespace {
-
-constexpr int kBusyTimeoutMilliseconds = 10'000;
 
 [[noreturn]] void fail(sqlite3* database, int code) {
   throw SQLiteFailure(code, database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(code));
@@ -41,13 +40,13 @@ std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access acce
     else
       uri += c;
   }
-  return access == SQLiteDatabase::Access::Glance ? uri + "?immutable=1" : uri;
+  return access == SQLiteDatabase::Access::Immutable ? uri + "?immutable=1" : uri;
 }
 
 int flagsOf(SQLiteDatabase::Access access) {
   constexpr int common = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI;
   switch (access) {
-    case SQLiteDatabase::Access::Glance:
+    case SQLiteDatabase::Access::Immutable:
       return common | SQLITE_OPEN_READONLY;
     case SQLiteDatabase::Access::ReadWrite:
       return common | SQLITE_OPEN_READWRITE;
@@ -57,7 +56,37 @@ int flagsOf(SQLiteDatabase::Access access) {
   return common | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
 }
 
+std::filesystem::path logOf(sqlite3* database) {
+  return sqlite3_filename_wal(sqlite3_db_filename(database, "main"));
+}
+
+StoreStamp stampOf(sqlite3* database) {
+  return {FileStamp::of(sqlite3_db_filename(database, "main")), FileStamp::of(logOf(database))};
+}
+
+int napWhileBusy(void* wait, int turn) {
+  return static_cast<BusyWait*>(wait)->nap(turn) ? 1 : 0;
+}
+
+sqlite3_file* fileOf(sqlite3* database) {
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(database, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
+  return file;
+}
+
 }  // namespace
+
+bool SQLiteFailure::isBusy() const {
+  return (code_ & 0xff) == SQLITE_BUSY;
+}
+
+bool SQLiteFailure::isFull() const {
+  return code_ == SQLITE_FULL || code_ == SQLITE_IOERR_WRITE || code_ == SQLITE_IOERR_SHMSIZE;
+}
+
+bool SQLiteFailure::lacksPermission() const {
+  return (code_ & 0xff) == SQLITE_CANTOPEN || (code_ & 0xff) == SQLITE_READONLY;
+}
 
 bool reportingTo(NSError* error, const std::function<void()>& operation) {
   try {
@@ -161,8 +190,10 @@ SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access)
   const int code = sqlite3_open_v2(uriOf(file, access).c_str(), &database, flagsOf(access), nullptr);
   database_.reset(database);
   check(database, code);
+  opened_ = stampOf(database);
   sqlite3_extended_result_codes(database, 1);
-  sqlite3_busy_timeout(database, kBusyTimeoutMilliseconds);
+  busyWait_ = std::make_unique<BusyWait>([database] { return stampOf(database); });
+  sqlite3_busy_handler(database, napWhileBusy, busyWait_.get());
   // A quoted name that is no column is a mistake, not a text.
   sqlite3_db_config(database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
 }
@@ -183,6 +214,57 @@ std::optional<std::string> SQLiteDatabase::text(const std::string& sql) {
 
 int64_t SQLiteDatabase::lastInsertedRow() const {
   return sqlite3_last_insert_rowid(database_.get());
+}
+
+int64_t SQLiteDatabase::changedRows() const {
+  return sqlite3_changes64(database_.get());
+}
+
+bool SQLiteDatabase::hasMoved() const {
+  int moved = 0;
+  sqlite3_file_control(database_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+bool SQLiteDatabase::isAsOpened() const {
+  return stampOf(database_.get()) == opened_;
+}
+
+// Not through a file of our own: closing that would drop every lock that this process holds on the database.
+std::string SQLiteDatabase::octets(uint64_t from, std::size_t count) const {
+  sqlite3_file* file = fileOf(database_.get());
+  // SQLite says 0 of a file of one octet.
+  const uint64_t size = stampOf(database_.get()).file.size;
+  std::string octets(std::min<uint64_t>(count, size - std::min(from, size)), '\0');
+  const int code = file->pMethods->xRead(file, octets.data(), static_cast<int>(octets.size()),
+                                         static_cast<sqlite3_int64>(from));
+  // What was cut off meanwhile reads as zeros.
+  if (code != SQLITE_IOERR_SHORT_READ) check(nullptr, code);
+  return octets;
+}
+
+std::filesystem::path SQLiteDatabase::logFile() const {
+  return logOf(database_.get());
+}
+
+void SQLiteDatabase::takeForEmpty(bool empty) {
+  sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_RESET_DATABASE, empty ? 1 : 0, nullptr);
+}
+
+// Unlike other statements, this one does not wait by itself for another process that does the same.
+void SQLiteDatabase::useLog() {
+  for (int turn = 0;; ++turn) {
+    try {
+      execute("PRAGMA journal_mode = WAL");
+      return;
+    } catch (const SQLiteFailure& failure) {
+      if (!failure.isBusy() || !busyWait_->nap(turn)) throw;
+    }
+  }
+}
+
+void SQLiteDatabase::emptyLog() {
+  sqlite3_exec(database_.get(), "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
 }
 
 bool SQLiteDatabase::isReadOnly() const {

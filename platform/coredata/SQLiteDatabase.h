@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/coredata/BusyWait.h"
+#include "platform/coredata/FileStamp.h"
 #include "platform/coredata/NSEntityDescription.h"
 #include "platform/coredata/NSError.h"
 #include "platform/coredata/StoredValue.h"
@@ -23,6 +25,12 @@ class SQLiteFailure : public std::runtime_error {
  public:
   SQLiteFailure(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
   int code() const { return code_; }
+  /// Somebody else holds a lock.
+  bool isBusy() const;
+  /// There is no room on the disk, or for so large a file.
+  bool isFull() const;
+  /// A file that SQLite needs beside the database cannot be made or written.
+  bool lacksPermission() const;
 
  private:
   int code_;
@@ -61,8 +69,10 @@ class SQLiteStatement {
 class SQLiteDatabase {
  public:
   enum class Access {
-    /// Leaves no trace and takes no lock, but sees only what stands in the file itself.
-    Glance,
+    /// Leaves no trace and takes no lock, but sees only what stands in the file itself, and that only as long
+    /// as nobody writes.
+    Immutable,
+    /// Or read only, where the permissions are lacking.
     ReadWrite,
     /// Makes the file when it is missing.
     Create,
@@ -76,9 +86,28 @@ class SQLiteDatabase {
   std::optional<std::string> text(const std::string& sql);
 
   int64_t lastInsertedRow() const;
+  /// How many rows the last statement changed.
+  int64_t changedRows() const;
   bool isReadOnly() const;
-  /// Whether the write-ahead log is left as it is when the connection closes.
+  /// Whether the name stands for another file by now, or for none.
+  bool hasMoved() const;
+  /// Whether nobody has written since the connection was opened.
+  bool isAsOpened() const;
+
+  /// Octets as they stand in the file, whatever SQLite makes of them. Shorter at the file's end.
+  std::string octets(uint64_t from, std::size_t count) const;
+  /// The write-ahead log, where SQLite looks for it.
+  std::filesystem::path logFile() const;
+  /// Whether the log is left as it is when the connection closes.
   void leaveLogOnClose(bool leave);
+  /// Takes the file for an empty one, whatever is in it.
+  void takeForEmpty(bool empty);
+  /// From here on changes go to a write-ahead log.
+  void useLog();
+  /// Moves what is in the log into the file, and the log becomes empty, as far as its readers allow.
+  void emptyLog();
+  /// Called once for each wait for another process that takes longer than a second.
+  void setTellWaiting(std::function<void()> tell) { busyWait_->setTell(std::move(tell)); }
 
   /// Runs an operation as one transaction that is rolled back when it throws.
   void transaction(const std::function<void()>& operation);
@@ -87,7 +116,9 @@ class SQLiteDatabase {
   struct Closer {
     void operator()(sqlite3* database) const;
   };
+  std::unique_ptr<BusyWait> busyWait_;  // outlives the connection, which calls it
   std::unique_ptr<sqlite3, Closer> database_;
+  StoreStamp opened_;
 };
 
 }  // namespace platform

@@ -1,7 +1,13 @@
 #include "platform/coredata/SQLiteStore.h"
 
+#include <algorithm>
+
 namespace platform {
 namespace {
+
+// So many hold the lock for less than a tenth of a second.
+constexpr int64_t kRowsPerStep = 10'000;
+constexpr int64_t kPagesPerStep = 1000;
 
 int bindAll(SQLiteStatement& statement, std::span<const StoredValue> values) {
   int parameter = 0;
@@ -23,6 +29,7 @@ SQLiteStore::Table::Table(SQLiteDatabase& database, const NSEntityDescription& e
       noteLast(database.prepare(sql.noteLastRow())),
       remove(database.prepare(sql.remove())),
       removeThrough(database.prepare(sql.removeThrough())),
+      removeNewest(database.prepare(sql.removeNewest())),
       removeAll(database.prepare(sql.removeAll())) {}
 
 SQLiteStore::SQLiteStore(const NSManagedObjectModel& model, const std::filesystem::path& file,
@@ -64,6 +71,7 @@ void SQLiteStore::write(bool singleStatement, const std::function<void()>& chang
     changes();
   else
     database_.transaction(changes);
+  requireInPlace(database_);
 }
 
 int64_t SQLiteStore::insertRow(std::size_t entity, std::span<const StoredValue> values) {
@@ -94,6 +102,54 @@ void SQLiteStore::deleteRowsThrough(std::size_t entity, int64_t number) {
   } else {
     table.removeThrough.bind(1, number);
     table.removeThrough.run();
+  }
+}
+
+bool SQLiteStore::deleteNewestRows(std::size_t entity, int64_t number, int64_t count) {
+  bool any = false;
+  write(false, [&] {
+    noteLastRow(entity);
+    SQLiteStatement& remove = tables_[entity].removeNewest;
+    remove.bind(1, number);
+    remove.bind(2, count);
+    remove.run();
+    any = database_.changedRows() != 0;
+  });
+  return any;
+}
+
+// The newest first, because they are at the file's end: what becomes free there is given back without moving
+// other rows.
+void SQLiteStore::deleteMostRowsThrough(std::size_t entity, int64_t number) {
+  int64_t rows = kRowsPerStep;
+  while (true) {
+    try {
+      if (!deleteNewestRows(entity, number, rows)) return;
+      vacuumStep();
+    } catch (const SQLiteFailure& failure) {
+      if (!failure.isFull() || rows == 1) throw;
+      // Emptied, the log has room again for a smaller step, and the file may have become shorter.
+      database_.emptyLog();
+      rows = std::max<int64_t>(rows / 8, 1);
+    }
+    BusyWait::letOthersGo();
+  }
+}
+
+bool SQLiteStore::vacuumStep() {
+  const auto before = database_.integer("PRAGMA freelist_count");
+  if (before == 0) return false;
+  database_.execute("PRAGMA incremental_vacuum(" + std::to_string(kPagesPerStep) + ")");
+  // A store of an earlier version keeps its free pages.
+  return database_.integer("PRAGMA freelist_count") < before;
+}
+
+void SQLiteStore::giveSpaceBack() {
+  try {
+    while (vacuumStep()) BusyWait::letOthersGo();
+    database_.execute("PRAGMA wal_checkpoint");
+  } catch (const SQLiteFailure&) {
+    // The rows are deleted; the space goes back the next time.
   }
 }
 

@@ -31,7 +31,8 @@ class SQLiteStore {
   /// Nothing when there is no row.
   std::optional<int64_t> lastRow(std::size_t entity);
 
-  /// Runs changes as one transaction. A single statement is one by itself.
+  /// Runs changes as one transaction. A single statement is one by itself. Fails, though it is written, when
+  /// the file is no longer the one that its name stands for: what is written would go nowhere.
   void write(bool singleStatement, const std::function<void()>& changes);
   /// Returns the row's number, which is above that of every row that is or was there.
   int64_t insertRow(std::size_t entity, std::span<const StoredValue> values);
@@ -40,6 +41,15 @@ class SQLiteStore {
   void noteLastRow(std::size_t entity) { tables_[entity].noteLast.run(); }
   void deleteRow(std::size_t entity, int64_t number);
   void deleteRowsThrough(std::size_t entity, int64_t number);
+  /// Deletes rows up to a number, the newest first, until few are left for `deleteRowsThrough`. In small
+  /// transactions, so that others can write in between, and so that a full disk has room for one.
+  void deleteMostRowsThrough(std::size_t entity, int64_t number);
+  /// Makes the file smaller by what deleted rows have left, in small transactions, as far as there is room to
+  /// do that and others allow it.
+  void giveSpaceBack();
+
+  /// Called once for each wait for another process that takes longer than a second.
+  void setTellWaiting(std::function<void()> tell) { database_.setTellWaiting(std::move(tell)); }
 
  private:
   struct Table {
@@ -50,8 +60,12 @@ class SQLiteStore {
     SQLiteStatement noteLast;
     SQLiteStatement remove;
     SQLiteStatement removeThrough;
+    SQLiteStatement removeNewest;
     SQLiteStatement removeAll;
   };
+
+  bool deleteNewestRows(std::size_t entity, int64_t number, int64_t count);
+  bool vacuumStep();
 
   SQLiteDatabase database_;
   std::vector<Table> tables_;

@@ -12,7 +12,13 @@ namespace {
 constexpr int64_t kApplicationId = 0x42524c53;
 
 // Every database file has a header, https://www.sqlite.org/fileformat.html
-constexpr std::uintmax_t kHeaderSize = 100;
+constexpr std::size_t kHeaderSize = 100;
+constexpr std::string_view kMagic{"SQLite format 3\0", 16};
+constexpr std::size_t kUserVersionAt = 60;
+constexpr std::size_t kApplicationIdAt = 68;
+
+// What a log that was large once is cut to.
+constexpr std::string_view kLogSizeLimit = "4194304";
 
 [[noreturn]] void refuse(const std::string& why) {
   throw SQLiteFailure(0, why);
@@ -31,45 +37,80 @@ std::string fingerprintText(const NSManagedObjectModel& model) {
   return text.data();
 }
 
-bool hasLog(const std::filesystem::path& file) {
+bool hasLog(const SQLiteDatabase& database) {
   std::error_code error;
-  const auto size = std::filesystem::file_size(file.string() + "-wal", error);
+  const auto size = std::filesystem::file_size(database.logFile(), error);
   return !error && size > 0;
 }
 
-// A glance, because opening a stranger's database leaves SQLite's files beside it. (Reading the header
-// without SQLite would be worse: closing a file drops every lock that this process holds on it.) False when
-// there is nothing yet: no file, or one of no octets, as a creation that was cut short leaves it.
-bool holdsStore(const NSManagedObjectModel& model, const std::filesystem::path& file) {
-  std::error_code error;
-  const auto status = std::filesystem::status(file, error);
-  if (status.type() == std::filesystem::file_type::not_found) return false;
-  if (error) refuse(error.message());
-  if (!std::filesystem::is_regular_file(status)) refuse("not a file");
-  const auto size = std::filesystem::file_size(file, error);
-  if (size == 0) return false;
-  if (size < kHeaderSize) refuse("not a database");
-  SQLiteDatabase glance(file, SQLiteDatabase::Access::Glance);
-  // A kill amid a checkpoint leaves a header that promises more pages than the file has yet; its log has
-  // them.
-  if (hasLog(file)) glance.execute("PRAGMA writable_schema = ON");
-  if (glance.integer("PRAGMA application_id") != kApplicationId) refuse("another application's database");
-  if (glance.integer("PRAGMA user_version") != versionOf(model)) refuse("a store of another model");
-  return true;
+bool isZeros(std::string_view octets) {
+  return octets.find_first_not_of('\0') == std::string_view::npos;
 }
 
-// In one transaction, so that a process that dies leaves the whole schema or nothing.
-void createSchema(const NSManagedObjectModel& model, SQLiteDatabase& database) {
-  database.transaction([&] {
-    // Another process may have been quicker.
-    if (database.integer("SELECT count(*) FROM sqlite_schema") != 0) return;
-    for (const auto& entity : model.entities()) database.execute(EntityTable(entity).create());
-    database.execute("CREATE TABLE NSStoreMetadata (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID");
-    database.execute("INSERT INTO NSStoreMetadata VALUES ('modelFingerprint', '" + fingerprintText(model) +
-                     "')");
-    database.execute("PRAGMA user_version = " + std::to_string(versionOf(model)));
-    database.execute("PRAGMA application_id = " + std::to_string(kApplicationId));
-  });
+bool isBlank(const SQLiteDatabase& database) {
+  constexpr std::size_t piece = 65'536;
+  for (uint64_t from = 0;; from += piece) {
+    const std::string octets = database.octets(from, piece);
+    if (!isZeros(octets)) return false;
+    if (octets.size() < piece) return true;
+  }
+}
+
+int64_t bigEndian32(std::string_view header, std::size_t at) {
+  uint32_t number = 0;
+  for (const char octet : header.substr(at, 4)) number = number << 8 | static_cast<unsigned char>(octet);
+  return number;
+}
+
+enum class Contents {
+  Nothing,
+  /// What a creation leaves that was cut short by a power cut.
+  Zeros,
+  /// Ours as far as the header tells, whole or not: SQLite finishes or takes back what was cut short.
+  Store,
+};
+
+// A look at the header only, because opening a stranger's database leaves SQLite's files beside it. What the
+// look is for stands there from the first write on and stays.
+Contents glance(const NSManagedObjectModel& model, const std::filesystem::path& file) {
+  std::error_code error;
+  const auto status = std::filesystem::status(file, error);
+  if (status.type() == std::filesystem::file_type::not_found) return Contents::Nothing;
+  if (error) refuse(error.message());
+  if (!std::filesystem::is_regular_file(status)) refuse("not a file");
+  const std::string header = SQLiteDatabase(file, SQLiteDatabase::Access::Immutable).octets(0, kHeaderSize);
+  if (header.empty()) return Contents::Nothing;
+  if (isZeros(header)) return Contents::Zeros;
+  if (header.size() < kHeaderSize || !header.starts_with(kMagic)) refuse("not a database");
+  if (bigEndian32(header, kApplicationIdAt) != kApplicationId) refuse("another application's database");
+  if (bigEndian32(header, kUserVersionAt) != versionOf(model)) refuse("a store of another model");
+  return Contents::Store;
+}
+
+void writeSchema(const NSManagedObjectModel& model, SQLiteDatabase& database) {
+  for (const auto& entity : model.entities()) database.execute(EntityTable(entity).create());
+  database.execute("CREATE TABLE NSStoreMetadata (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID");
+  database.execute("INSERT INTO NSStoreMetadata VALUES ('modelFingerprint', '" + fingerprintText(model) +
+                   "')");
+  database.execute("PRAGMA user_version = " + std::to_string(versionOf(model)));
+  database.execute("PRAGMA application_id = " + std::to_string(kApplicationId));
+}
+
+// In one transaction, so that a process that dies leaves the whole schema or nothing. SQLite makes nothing of
+// zeros unless it is told that they are nothing, and then of nothing else either; so the file itself is
+// looked at, once the others are locked out.
+void create(const NSManagedObjectModel& model, SQLiteDatabase& database, Contents found) {
+  const bool isZeros = found == Contents::Zeros;
+  database.takeForEmpty(isZeros);
+  database.execute("BEGIN");
+  // So that the space of deleted rows can be given back in steps. Takes the lock, and must be the first
+  // change.
+  database.execute("PRAGMA auto_vacuum = INCREMENTAL");
+  const bool isQuickest =
+      isZeros ? isBlank(database) : database.integer("SELECT count(*) FROM sqlite_schema") == 0;
+  if (isQuickest) writeSchema(model, database);
+  database.execute(isQuickest ? "COMMIT" : "ROLLBACK");
+  database.takeForEmpty(false);
 }
 
 // The whole fingerprint, and the pages that the next inserts go to.
@@ -142,6 +183,11 @@ std::string EntityTable::noteLastRow() const {
          " HAVING max(rowid) ON CONFLICT (key) DO UPDATE SET value = max(value + 0, excluded.value + 0)";
 }
 
+std::string EntityTable::removeNewest() const {
+  return "DELETE FROM " + table_ + " WHERE rowid <= ?1 AND rowid > (SELECT rowid FROM " + table_ +
+         " WHERE rowid <= ?1 ORDER BY rowid DESC LIMIT 1 OFFSET ?2)";
+}
+
 // The row's number is the last parameter.
 std::string EntityTable::update() const {
   return "UPDATE " + table_ + " SET " + columns(" = ?, ") + " = ? WHERE rowid = ?";
@@ -151,9 +197,8 @@ std::string EntityTable::select(std::string_view condition) const {
   return "SELECT rowid, " + columns(", ") + " FROM " + table_ + std::string(condition);
 }
 
-std::string EntityTable::selectLast() const {
-  return select(" WHERE rowid IN (SELECT rowid FROM " + table_ +
-                " ORDER BY rowid DESC LIMIT ?1) ORDER BY rowid");
+std::string EntityTable::newest() const {
+  return "SELECT min(rowid), max(rowid) FROM (SELECT rowid FROM " + table_ + " ORDER BY rowid DESC LIMIT ?1)";
 }
 
 void EntityTable::readRows(SQLiteStatement& statement, const StoredRowBlock& block) const {
@@ -168,23 +213,35 @@ void EntityTable::readRows(SQLiteStatement& statement, const StoredRowBlock& blo
 
 SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file,
                              SQLiteStoreOptions options) {
-  const bool held = holdsStore(model, file);
-  if (!held && !options.create) refuse("no such file");
+  const Contents contents = glance(model, file);
+  if (contents == Contents::Nothing && !options.create) refuse("no such file");
   using Access = SQLiteDatabase::Access;
   SQLiteDatabase database(file, options.create ? Access::Create : Access::ReadWrite);
   // A log that a killed process left behind goes into the file only once the file has proved to be ours.
-  database.leaveLogOnClose(hasLog(file));
-  // A creation that was cut short is rolled back when it is first read, and begun anew.
-  if (options.create && database.integer("SELECT count(*) FROM sqlite_schema") == 0) {
-    createSchema(model, database);
-  }
+  database.leaveLogOnClose(hasLog(database));
+  // A creation that was cut short is taken back when it is first read, and begun anew.
+  if (contents == Contents::Zeros || database.integer("SELECT count(*) FROM sqlite_schema") == 0)
+    create(model, database, contents);
   verify(model, database);
   database.leaveLogOnClose(false);
+  if (!options.create) return database;
   if (database.isReadOnly()) refuse("the file cannot be written");
-  if (database.text("PRAGMA journal_mode") != "wal") database.execute("PRAGMA journal_mode = WAL");
+  if (database.text("PRAGMA journal_mode") != "wal") database.useLog();
   database.execute(options.synchronousFull ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
   // Deleted rows need not be overwritten with zeros at the price of more writing.
   database.execute("PRAGMA secure_delete = FAST");
+  database.execute("PRAGMA journal_size_limit = " + std::string(kLogSizeLimit));
+  return database;
+}
+
+void requireInPlace(const SQLiteDatabase& database) {
+  if (database.hasMoved()) refuse("the file was removed or replaced while in use");
+}
+
+SQLiteDatabase openImmutableStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file) {
+  SQLiteDatabase database(file, SQLiteDatabase::Access::Immutable);
+  if (hasLog(database)) refuse("its log needs an index beside it that cannot be made there");
+  verify(model, database);
   return database;
 }
 

@@ -20,6 +20,8 @@ class EntityTable {
   std::string update() const;
   std::string remove() const { return "DELETE FROM " + table_ + " WHERE rowid = ?1"; }
   std::string removeThrough() const { return "DELETE FROM " + table_ + " WHERE rowid <= ?1"; }
+  /// The newest ?2 rows among those up to ?1; none when there are no more than that.
+  std::string removeNewest() const;
   std::string removeAll() const { return "DELETE FROM " + table_; }
   /// Notes the newest row's number before rows go, so that no later row gets it.
   std::string noteLastRow() const;
@@ -27,7 +29,8 @@ class EntityTable {
   std::string lastRow() const { return "SELECT max(rowid) FROM " + table_; }
   /// The row's number and every attribute, in the order of the rows; `condition` begins with a space.
   std::string select(std::string_view condition) const;
-  std::string selectLast() const;
+  /// The numbers of the first and the last of the newest ?1 rows.
+  std::string newest() const;
 
   /// Hands over the rows of a select until the block ends the walk.
   void readRows(SQLiteStatement& statement, const StoredRowBlock& block) const;
@@ -51,5 +54,12 @@ struct SQLiteStoreOptions {
 /// file. Throws SQLiteFailure, in words for the operator.
 SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file,
                              SQLiteStoreOptions options);
+
+/// Throws SQLiteFailure when the file is no longer the one that its name stands for.
+void requireInPlace(const SQLiteDatabase& database);
+
+/// Opens one that has no log for reading where SQLite's files cannot be made beside it. What is read is right
+/// as long as the file is as it was opened.
+SQLiteDatabase openImmutableStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file);
 
 }  // namespace platform

@@ -3,59 +3,158 @@
 #include <algorithm>
 #include <limits>
 #include <utility>
+#include <vector>
 
 #include "platform/coredata/SQLiteStoreFile.h"
 
 namespace platform {
 
-StoreReader::StoreReader(std::shared_ptr<const NSManagedObjectModel> model,
-                         std::unique_ptr<SQLiteDatabase> database)
-    : model_(std::move(model)), database_(std::move(database)) {}
+namespace {
+
+// What is copied before it is handed over.
+constexpr std::size_t kRowsPerStep = 500;
+constexpr std::size_t kOctetsPerStep = 1 << 20;
+
+class CopiedRows {
+ public:
+  /// False when there is enough.
+  bool add(const StoredRow& row) {
+    Copy& copy = copies_.emplace_back();
+    copy.number = row.number;
+    for (const auto& view : row.values) {
+      copy.values.push_back(valueOf(view));
+      if (const auto* text = std::get_if<std::string_view>(&view)) octets_ += text->size();
+      if (const auto* data = std::get_if<DataView>(&view)) octets_ += data->size();
+    }
+    return copies_.size() < kRowsPerStep && octets_ < kOctetsPerStep;
+  }
+  void clear() {
+    copies_.clear();
+    octets_ = 0;
+  }
+
+  /// The number of the last row, nothing without one.
+  std::optional<int64_t> last() const {
+    return copies_.empty() ? std::nullopt : std::optional(copies_.back().number);
+  }
+  /// False when the block wants no more.
+  bool handOver(const StoredRowBlock& block) const {
+    std::vector<StoredView> views;
+    return std::ranges::all_of(copies_, [&](const Copy& copy) {
+      views.clear();
+      for (const auto& value : copy.values) views.push_back(viewOf(value));
+      return block({copy.number, views});
+    });
+  }
+
+ private:
+  struct Copy {
+    int64_t number = 0;
+    std::vector<StoredValue> values;
+  };
+  std::vector<Copy> copies_;
+  std::size_t octets_ = 0;
+};
+
+}  // namespace
+
+StoreReader::StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::filesystem::path file)
+    : model_(std::move(model)), file_(std::move(file)) {}
 
 StoreReader::~StoreReader() = default;
 
 std::unique_ptr<StoreReader> StoreReader::open(std::shared_ptr<const NSManagedObjectModel> model,
                                                const std::filesystem::path& file, NSError* error) {
-  std::unique_ptr<SQLiteDatabase> database;
-  const bool opened = reportingTo(error, [&] {
-    database = std::make_unique<SQLiteDatabase>(openStoreFile(*model, file, {.create = false}));
-    database->execute("PRAGMA query_only = 1");
-  });
-  if (!opened) return nullptr;
-  return std::unique_ptr<StoreReader>(new StoreReader(std::move(model), std::move(database)));
+  std::unique_ptr<StoreReader> reader(new StoreReader(std::move(model), file));
+  return reportingTo(error, [&] { reader->connect(); }) ? std::move(reader) : nullptr;
+}
+
+void StoreReader::connect() {
+  try {
+    database_ = std::make_unique<SQLiteDatabase>(openStoreFile(*model_, file_, {.create = false}));
+    isImmutable_ = false;
+  } catch (const SQLiteFailure& failure) {
+    // Without the right or the room for SQLite's own files, the file alone is read.
+    if (!failure.lacksPermission() && !failure.isFull()) throw;
+    database_ = std::make_unique<SQLiteDatabase>(openImmutableStoreFile(*model_, file_));
+    isImmutable_ = true;
+  }
+  database_->execute("PRAGMA query_only = 1");
+}
+
+bool StoreReader::hasChanged() const {
+  return isImmutable_ && !database_->isAsOpened();
+}
+
+// No lock keeps others from writing what is read as an immutable file; what they may have touched is read
+// anew.
+void StoreReader::atOneMoment(const std::function<void(SQLiteDatabase&)>& read) {
+  while (true) {
+    try {
+      read(*database_);
+    } catch (const SQLiteFailure&) {
+      if (!hasChanged()) throw;
+    }
+    requireInPlace(*database_);
+    if (!hasChanged()) return;
+    connect();
+  }
+}
+
+void StoreReader::readThrough(const NSEntityDescription& entity, int64_t after, int64_t last,
+                              const StoredRowBlock& block) {
+  const EntityTable table(entity);
+  CopiedRows rows;
+  while (after < last) {
+    atOneMoment([&](SQLiteDatabase& database) {
+      rows.clear();
+      auto statement = database.prepare(table.select(" WHERE rowid > ?1 AND rowid <= ?2 ORDER BY rowid"));
+      statement.bind(1, after);
+      statement.bind(2, last);
+      table.readRows(statement, [&](const StoredRow& row) { return rows.add(row); });
+    });
+    if (!rows.last() || !rows.handOver(block)) return;
+    after = *rows.last();
+  }
 }
 
 std::optional<uint64_t> StoreReader::count(const NSEntityDescription& entity, NSError* error) {
   std::optional<int64_t> count;
-  reportingTo(error, [&] { count = database_->integer(EntityTable(entity).count()); });
-  return count ? std::optional(static_cast<uint64_t>(*count)) : std::nullopt;
+  const auto read = [&](SQLiteDatabase& database) { count = database.integer(EntityTable(entity).count()); };
+  const bool done = reportingTo(error, [&] { atOneMoment(read); });
+  return done && count ? std::optional(static_cast<uint64_t>(*count)) : std::nullopt;
 }
 
 std::optional<int64_t> StoreReader::lastRow(const NSEntityDescription& entity, NSError* error) {
   std::optional<int64_t> number;
   // An empty table's last row is absent, which reads as 0.
-  reportingTo(error, [&] { number = database_->integer(EntityTable(entity).lastRow()); });
-  return number;
+  const auto read = [&](SQLiteDatabase& database) {
+    number = database.integer(EntityTable(entity).lastRow());
+  };
+  return reportingTo(error, [&] { atOneMoment(read); }) ? number : std::nullopt;
 }
 
 bool StoreReader::rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block,
                             NSError* error) {
-  return reportingTo(error, [&] {
-    const EntityTable table(entity);
-    auto statement = database_->prepare(table.select(" WHERE rowid > ?1 ORDER BY rowid"));
-    statement.bind(1, number);
-    table.readRows(statement, block);
-  });
+  const auto last = lastRow(entity, error);
+  return last && reportingTo(error, [&] { readThrough(entity, number, *last, block); });
 }
 
 bool StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block,
                            NSError* error) {
-  return reportingTo(error, [&] {
-    const EntityTable table(entity);
-    auto statement = database_->prepare(table.selectLast());
-    constexpr uint64_t most = std::numeric_limits<int64_t>::max();
+  constexpr uint64_t most = std::numeric_limits<int64_t>::max();
+  int64_t first = 0;
+  int64_t last = 0;
+  const auto find = [&](SQLiteDatabase& database) {
+    auto statement = database.prepare(EntityTable(entity).newest());
     statement.bind(1, static_cast<int64_t>(std::min(limit, most)));
-    table.readRows(statement, block);
+    statement.step();
+    first = statement.integerAt(0);
+    last = statement.integerAt(1);
+  };
+  return reportingTo(error, [&] {
+    atOneMoment(find);
+    readThrough(entity, first - 1, last, block);
   });
 }
 

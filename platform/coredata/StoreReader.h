@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -15,9 +16,12 @@ namespace platform {
 
 class SQLiteDatabase;
 
-/// Reads the saved rows of a store file on a connection of its own, beside whoever else uses the file. Each
-/// operation sees one moment of the file. Never changes rows, though what a killed process left in the file's
-/// log may move into the file; never makes a file.
+/// Reads the saved rows of a store file on a connection of its own, beside whoever else uses the file. Never
+/// changes rows, though what a killed process left in the file's log may move into the file; never makes a
+/// store. Where it may only read, it does.
+///
+/// Rows are read in steps and handed over in between, so that a slow block holds up nobody: those that are
+/// added after the operation began do not come, those that are deleted meanwhile come or not.
 ///
 /// Threads: one at a time. Blocks run with no lock held.
 class BRL_EXPORT StoreReader {
@@ -42,10 +46,17 @@ class BRL_EXPORT StoreReader {
                 NSError* error);
 
  private:
-  StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::unique_ptr<SQLiteDatabase> database);
+  StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::filesystem::path file);
+  void connect();
+  bool hasChanged() const;
+  void atOneMoment(const std::function<void(SQLiteDatabase&)>& read);
+  void readThrough(const NSEntityDescription& entity, int64_t after, int64_t last,
+                   const StoredRowBlock& block);
 
-  std::shared_ptr<const NSManagedObjectModel> model_;
+  const std::shared_ptr<const NSManagedObjectModel> model_;
+  const std::filesystem::path file_;
   std::unique_ptr<SQLiteDatabase> database_;
+  bool isImmutable_ = false;
 };
 
 }  // namespace platform

@@ -34,7 +34,8 @@ TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
       {"a text", "not a database",
        [](const path& file) { test::writeFile(file, "hello, this is a text\n"); }},
       {"one octet", "not a database", [](const path& file) { test::writeFile(file, "x"); }},
-      {"zeros", "not a database", [](const path& file) { test::writeFile(file, std::string(8192, '\0')); }},
+      {"zeros and then something", "not a database",
+       [](const path& file) { test::writeFile(file, std::string(8192, '\0') + "x"); }},
       {"another application's database", "another application",
        [](const path& file) { test::sql(file, "CREATE TABLE Thing (name TEXT, size INTEGER)"); }},
       {"another application's database with a log", "another application",
@@ -95,11 +96,15 @@ TEST(StoreFile, APlaceWhereNoFileCanBeDoesNotOpen) {
   EXPECT_FALSE(std::filesystem::exists(folder / "s"));
 }
 
-// As a process leaves it that is killed while it makes the file.
-TEST(StoreFile, AFileOfNoOctetsBecomesAStore) {
-  const test::TemporaryFolder folder;
-  test::writeFile(folder / "s", "");
-  EXPECT_NE(test::openContext(folder / "s"), nullptr);
+// As a process leaves it that is killed while it makes the file, or a power cut after that.
+TEST(StoreFile, AFileOfNothingBecomesAStore) {
+  for (const std::size_t octets : {0, 1, 8192}) {
+    const test::TemporaryFolder folder;
+    test::writeFile(folder / "s", std::string(octets, '\0'));
+    makeStore(folder / "s");
+    EXPECT_THAT(test::sql(folder / "s", "PRAGMA integrity_check"), ElementsAre("ok")) << octets;
+    EXPECT_THAT(test::sql(folder / "s", "PRAGMA auto_vacuum"), ElementsAre("2")) << octets;
+  }
 }
 
 TEST(StoreFile, AnyToolFindsTheEntitiesAsTables) {
