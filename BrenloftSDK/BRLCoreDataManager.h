@@ -19,7 +19,8 @@ struct BRLCoreDataManagerClassOperations;
 /// SensorLog and BRLUserDataModel of the resource "ServiceModel.momd".
 ///
 /// The stack is built when the context is first asked for. A store that cannot be opened, and a save that
-/// fails, end the process (std::abort); a handler of SIGABRT can tell why, see `Class::fatalProblem`.
+/// fails, end the process (std::abort); a handler of SIGABRT can tell why, see `Class::fatalProblem`. A save
+/// waits for other processes as long as they write, and fails while less than 1 MB of the disk is free.
 ///
 /// Power cuts: see platform::NSSQLiteSynchronousOption. The user default "StoreSynchronous" set to the text
 /// "FULL" before the stack is built makes every save reach the disk; otherwise it is NORMAL.

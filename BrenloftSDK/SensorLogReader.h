@@ -17,10 +17,11 @@ class StoreReader;
 
 /// Reads the sensor log of a store file beside whoever else uses it, without making objects: what is saved,
 /// and nothing that is pending. Never changes rows; what a killed process left in the file's log may move
-/// into the file.
+/// into the file. Works where the file may only be read, too.
 ///
-/// Each operation sees one moment of the file; callers hear of a failure by the result, and what came before
-/// it was handed over. Blocks run with no lock held. Threads: one at a time.
+/// Rows are read in steps, so that a slow block holds up nobody: rows that are added after an operation began
+/// do not come, rows that are deleted meanwhile come or not. Callers hear of a failure by the result, and
+/// what came before it was handed over. Blocks run with no lock held. Threads: one at a time.
 class BRL_EXPORT SensorLogReader {
  public:
   struct Row {

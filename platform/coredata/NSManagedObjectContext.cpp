@@ -54,6 +54,7 @@ bool NSManagedObjectContext::save(NSError* error) {
   const bool hasDeletedAll = registry_->hasDeletedAll();
   std::vector<int64_t> newRows;
   const auto write = [&] {
+    if (!registry_->hasDeletions()) store->requireRoom();
     registry_->deleteMost(*store);
     store->write(registry_->isSingleStatement(), [&] { newRows = registry_->writeTo(*store); });
   };

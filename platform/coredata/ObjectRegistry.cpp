@@ -17,8 +17,11 @@ std::size_t ObjectRegistry::changes() const {
 }
 
 bool ObjectRegistry::isSingleStatement() const {
-  return changes() == 1 && std::none_of(entities_.begin(), entities_.end(),
-                                        [](const Entity& entity) { return entity.hasDeletions(); });
+  return changes() == 1 && !hasDeletions();
+}
+
+bool ObjectRegistry::hasDeletions() const {
+  return std::ranges::any_of(entities_, &Entity::hasDeletions);
 }
 
 // Letting go of an object may take it out of `live`, so whoever walks that holds all of them meanwhile.
@@ -126,8 +129,7 @@ void ObjectRegistry::walk(SQLiteStore& store, const FetchQuery& query, const Sto
 }
 
 bool ObjectRegistry::hasDeletedAll() const {
-  return std::any_of(entities_.begin(), entities_.end(),
-                     [](const Entity& entity) { return entity.isDeletedThrough(); });
+  return std::ranges::any_of(entities_, &Entity::isDeletedThrough);
 }
 
 void ObjectRegistry::deleteMost(SQLiteStore& store) {

@@ -69,6 +69,7 @@ class ObjectRegistry : public std::enable_shared_from_this<ObjectRegistry> {
   void walk(SQLiteStore& store, const FetchQuery& query, const StoredRowBlock& rowBlock,
             const ObjectBlock& objectBlock);
 
+  bool hasDeletions() const;
   bool hasDeletedAll() const;
   /// Takes the bulk of the deletions of all objects out of the way of `writeTo`.
   void deleteMost(SQLiteStore& store);

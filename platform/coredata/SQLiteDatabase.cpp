@@ -4,16 +4,20 @@
 #include <utility>
 
 #include <sqlite3.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace platform {
 namespace {
 
-[[noreturn]] void fail(sqlite3* database, int code) {
-  throw SQLiteFailure(code, database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(code));
+SQLiteFailure failureOf(sqlite3* database, int code) {
+  // Only the code says that this "I/O error" is a want of room.
+  if (code == SQLITE_IOERR_SHMSIZE) return {code, sqlite3_errstr(SQLITE_FULL)};
+  return {code, database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(code)};
 }
 
 void check(sqlite3* database, int code) {
-  if (code != SQLITE_OK) fail(database, code);
+  if (code != SQLITE_OK) throw failureOf(database, code);
 }
 
 int bindText(sqlite3_stmt* statement, int parameter, std::string_view text) {
@@ -135,9 +139,9 @@ bool SQLiteStatement::step() {
   if (code == SQLITE_DONE) return false;
   sqlite3* database = sqlite3_db_handle(statement_.get());
   const int extended = sqlite3_extended_errcode(database);
-  const std::string text = sqlite3_errmsg(database);
+  const SQLiteFailure failure = failureOf(database, extended);
   sqlite3_reset(statement_.get());
-  throw SQLiteFailure(extended, text);
+  throw failure;
 }
 
 void SQLiteStatement::reset() {
@@ -261,6 +265,17 @@ void SQLiteDatabase::useLog() {
       if (!failure.isBusy() || !busyWait_->nap(turn)) throw;
     }
   }
+}
+
+void SQLiteDatabase::requireRoom(uint64_t octets) const {
+  struct statvfs disk {};
+  if (::statvfs(sqlite3_db_filename(database_.get(), "main"), &disk) != 0 || disk.f_blocks == 0) return;
+  const uint64_t blocks = ::geteuid() == 0 ? disk.f_bfree : disk.f_bavail;
+  if (blocks * disk.f_frsize < octets) throw failureOf(nullptr, SQLITE_FULL);
+}
+
+void SQLiteDatabase::moveLog() {
+  sqlite3_exec(database_.get(), "PRAGMA wal_checkpoint(PASSIVE)", nullptr, nullptr, nullptr);
 }
 
 void SQLiteDatabase::emptyLog() {

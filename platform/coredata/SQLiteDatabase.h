@@ -104,7 +104,11 @@ class SQLiteDatabase {
   void takeForEmpty(bool empty);
   /// From here on changes go to a write-ahead log.
   void useLog();
-  /// Moves what is in the log into the file, and the log becomes empty, as far as its readers allow.
+  /// Fails as a full disk does unless so much is free on the file's disk, as far as that can be told.
+  void requireRoom(uint64_t octets) const;
+  /// Moves what is in the log into the file as far as there is room and nobody is in the way.
+  void moveLog();
+  /// The same, and waits for others; then the log is cut to nothing.
   void emptyLog();
   /// Called once for each wait for another process that takes longer than a second.
   void setTellWaiting(std::function<void()> tell) { busyWait_->setTell(std::move(tell)); }

@@ -20,6 +20,9 @@ StoredView argumentOf(const NSPredicate& predicate) {
   return std::string_view(*predicate.argument());
 }
 
+// What a deletion may need: the pages that are in the log only, and SQLite's index of it.
+constexpr uint64_t kReserve = 1 << 20;
+
 }  // namespace
 
 SQLiteStore::Table::Table(SQLiteDatabase& database, const NSEntityDescription& entity)
@@ -105,6 +108,10 @@ void SQLiteStore::deleteRowsThrough(std::size_t entity, int64_t number) {
   }
 }
 
+void SQLiteStore::requireRoom() const {
+  database_.requireRoom(kReserve);
+}
+
 bool SQLiteStore::deleteNewestRows(std::size_t entity, int64_t number, int64_t count) {
   bool any = false;
   write(false, [&] {
@@ -122,6 +129,8 @@ bool SQLiteStore::deleteNewestRows(std::size_t entity, int64_t number, int64_t c
 // other rows.
 void SQLiteStore::deleteMostRowsThrough(std::size_t entity, int64_t number) {
   int64_t rows = kRowsPerStep;
+  // As far as nobody reads in it, the log is then written from its beginning and needs no more of the disk.
+  database_.moveLog();
   while (true) {
     try {
       if (!deleteNewestRows(entity, number, rows)) return;
@@ -147,7 +156,7 @@ bool SQLiteStore::vacuumStep() {
 void SQLiteStore::giveSpaceBack() {
   try {
     while (vacuumStep()) BusyWait::letOthersGo();
-    database_.execute("PRAGMA wal_checkpoint");
+    database_.moveLog();
   } catch (const SQLiteFailure&) {
     // The rows are deleted; the space goes back the next time.
   }

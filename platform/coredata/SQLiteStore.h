@@ -41,6 +41,9 @@ class SQLiteStore {
   void noteLastRow(std::size_t entity) { tables_[entity].noteLast.run(); }
   void deleteRow(std::size_t entity, int64_t number);
   void deleteRowsThrough(std::size_t entity, int64_t number);
+  /// Fails as a full disk does while there is still room to delete something. Call before changes without
+  /// deletions.
+  void requireRoom() const;
   /// Deletes rows up to a number, the newest first, until few are left for `deleteRowsThrough`. In small
   /// transactions, so that others can write in between, and so that a full disk has room for one.
   void deleteMostRowsThrough(std::size_t entity, int64_t number);

@@ -240,7 +240,8 @@ void requireInPlace(const SQLiteDatabase& database) {
 
 SQLiteDatabase openImmutableStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file) {
   SQLiteDatabase database(file, SQLiteDatabase::Access::Immutable);
-  if (hasLog(database)) refuse("its log needs an index beside it that cannot be made there");
+  if (hasLog(database))
+    refuse("its log needs an index that cannot be made beside it; copy both to another folder");
   verify(model, database);
   return database;
 }

@@ -1,9 +1,26 @@
 #include <functional>
 
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/coredata/StoreReader.h"
 #include "tests/coredata/StoreFixture.h"
+
+namespace {
+
+constexpr int kEndedAtWrite = 99;
+int writesLeft = -1;
+
+}  // namespace
+
+// In the place of the C library's, also for SQLite.
+extern "C" __attribute__((visibility("default"))) ssize_t pwrite64(int file, const void* octets,
+                                                                   std::size_t count, off64_t offset) {
+  if (writesLeft >= 0 && writesLeft-- == 0) _exit(kEndedAtWrite);
+  return syscall(SYS_pwrite64, file, octets, count, offset);
+}
 
 namespace {
 
@@ -107,6 +124,47 @@ TEST(StoreFile, AFileOfNothingBecomesAStore) {
   }
 }
 
+// Ends a process that makes a store at one of its writes; false when there are not so many.
+bool endsAtWrite(int write, const path& file) {
+  const pid_t child = fork();
+  if (child == 0) {
+    writesLeft = write;
+    test::openContext(file);
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WEXITSTATUS(status) == kEndedAtWrite;
+}
+
+TEST(StoreFile, ACreationThatEndsAtAnyWriteIsMadeUpFor) {
+  int write = 0;
+  for (bool ended = true; ended; ++write) {
+    const test::TemporaryFolder folder;
+    ended = endsAtWrite(write, folder / "s");
+    endsAtWrite(write / 2, folder / "s");
+    platform::NSError error;
+    EXPECT_NE(test::openContext(folder / "s", test::kThings, &error), nullptr)
+        << write << ": " << error.localizedDescription;
+  }
+  EXPECT_GT(write, 5);
+}
+
+TEST(StoreFile, TheSpaceOfDeletedObjectsIsGivenBackAndTheirNumbersAreNot) {
+  const test::TemporaryFolder folder;
+  auto context = test::openContext(folder / "s");
+  // More than are deleted in one step.
+  for (int i = 0; i < 12'000; ++i) test::insertThing(*context, std::string(50, 'x'));
+  ASSERT_TRUE(context->save());
+  context->deleteAllObjects("Thing");
+  ASSERT_TRUE(context->save());
+  test::insertThing(*context, "later");
+  ASSERT_TRUE(context->save());
+  EXPECT_THAT(test::sql(folder / "s", "SELECT rowid FROM Thing"), ElementsAre("12001"));
+  context.reset();
+  EXPECT_LT(std::filesystem::file_size(folder / "s"), 50'000U);
+}
+
 TEST(StoreFile, AnyToolFindsTheEntitiesAsTables) {
   const test::TemporaryFolder folder;
   const platform::Dictionary options = {
@@ -143,6 +201,37 @@ TEST(StoreReader, FollowsWhatIsSavedWhileTheStoreIsInUse) {
   EXPECT_EQ(seen, "bcbcabc");
   EXPECT_EQ(reader->count(entity, nullptr), 3U);
   EXPECT_EQ(reader->lastRow(entity, nullptr), 3);
+  // "0": nobody is in the way of emptying the log.
+  const auto stall = [&](const auto&) {
+    EXPECT_THAT(test::sql(folder / "s", "PRAGMA wal_checkpoint(TRUNCATE)"), ElementsAre("0|0|0"));
+    return true;
+  };
+  EXPECT_TRUE(reader->rowsAfter(entity, 0, stall, nullptr));
+  std::filesystem::remove(folder / "s");
+  EXPECT_FALSE(reader->rowsAfter(entity, 0, take, nullptr)) << "the file is gone";
+}
+
+TEST(StoreReader, ReadsWhereItMayNotWrite) {
+  const test::TemporaryFolder folder;
+  makeStore(folder / "s");
+  std::filesystem::permissions(folder / "s", std::filesystem::perms(0444));
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0555));
+  const uid_t user = geteuid();
+  // Permissions say nothing to root.
+  ASSERT_EQ(seteuid(user == 0 ? 65'534 : user), 0);
+  platform::NSError error;
+  const auto reader = platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", &error);
+  ASSERT_EQ(seteuid(user), 0);
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0700));
+  ASSERT_NE(reader, nullptr) << error.localizedDescription;
+  const auto& entity = reader->model().entities()[0];
+  EXPECT_EQ(reader->count(entity, nullptr), 2000U);
+  // Another process, which may, begins to write.
+  std::filesystem::permissions(folder / "s", std::filesystem::perms(0600));
+  auto context = test::openContext(folder / "s");
+  test::insertThing(*context, "new");
+  ASSERT_TRUE(context->save());
+  EXPECT_EQ(reader->count(entity, nullptr), 2001U);
 }
 
 }  // namespace

@@ -83,6 +83,17 @@ TEST(StoreEnds, AFullDiskEndsTheProcessAndSparesWhatWasSaved) {
   EXPECT_EQ(test::launch(fresh.path(), [] { test::logSensor(); }), 0) << "room again";
 }
 
+TEST(StoreEnds, AStoreThatIsRemovedUnderTheProcessEndsIt) {
+  const test::TemporaryFolder folder;
+  const auto application = [&] {
+    quietAbort();
+    test::logSensor();
+    std::filesystem::rename(folder / "ServiceModel.sqlite", folder / "away");
+    test::logSensor();
+  };
+  EXPECT_EQ(test::launch(folder.path(), application), -SIGABRT);
+}
+
 TEST(StoreEnds, TheSaveOfTheApplicationForgivesAFailureAndKeepsTheChanges) {
   const test::TemporaryFolder folder;
   const auto application = [] {

@@ -1,16 +1,16 @@
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "BrenloftSDK/BRLCoreDataManager.h"
 #include "BrenloftSDK/BRLDataManager.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Hex.h"
@@ -18,6 +18,7 @@
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Store.h"
+#include "tools/brenloft/TagReader.h"
 #include "tools/brenloft/Texts.h"
 
 namespace brenloft {
@@ -55,46 +56,36 @@ void set(const std::string& key, std::string_view octets) {
   Manager::setBeaconTagWithData_key(platform::viewOf(octets), key);
 }
 
-// What the library tells is nothing when the store cannot be read, and a list without tags when there are
-// none.
-BRLDataManager::Tags allTags() {
-  std::optional<BRLDataManager::Tags> all;
-  Manager::getBeaconTagListWithCompletionBlock([&](const auto& tags) { all = tags; });
-  if (!all)
-    throw Failure(ExitStatus::storeUnusable,
-                  BRLCoreDataManager::Class::storeFile().string() + ": the tags cannot be read");
-  return *all;
+std::vector<StoredTag> tagsIn(const TagOptions& options) {
+  const auto store = storeIn(options.container);
+  return store ? readTags(*store) : std::vector<StoredTag>();
 }
 
 void get(const TagOptions& options) {
-  std::optional<platform::Data> found;
-  // Found, it is here when the call returns; otherwise nothing comes later.
-  if (storeIn(options.container)) {
-    Manager::getBeaconTag_completionBlock(options.key, [&](auto data) { found = std::move(data); });
-    if (!found) allTags();
-  }
-  if (!found) throw Failure(ExitStatus::failed, fmt::format("no tag under the key {}", options.key));
+  const auto tags = tagsIn(options);
+  const auto found = std::ranges::find(tags, options.key, &StoredTag::key);
+  if (found == tags.end())
+    throw Failure(ExitStatus::failed, fmt::format("no tag under the key {}", options.key));
   Output out(Output::Buffering::blocks);
-  out.write(platform::textOf(*found));
+  out.write(platform::textOf(found->data));
   out.finish();
 }
 
 void list(const TagOptions& options) {
-  const auto tags = storeIn(options.container) ? allTags() : BRLDataManager::Tags();
+  const auto tags = tagsIn(options);
   Output out(Output::Buffering::blocks);
   JsonLine line;
   if (options.format == Format::table) out.write(fmt::format("{:>8}  {}\n", "octets", "key"));
   for (const auto& tag : tags) {
-    const platform::Data data = tag->userData().value_or(platform::Data());
     if (options.format == Format::table) {
-      out.write(fmt::format("{:>8}  {}\n", data.size(), printable(tag->uuid().value_or("-"))));
+      out.write(fmt::format("{:>8}  {}\n", tag.data.size(), printable(tag.key.value_or("-"))));
       continue;
     }
     line.beginObject()
         .key("key")
-        .textOrNull(tag->uuid())
+        .textOrNull(tag.key)
         .key("data")
-        .text(platform::hexText(data))
+        .text(platform::hexText(tag.data))
         .endObject();
     out.write(line.take());
   }
@@ -103,7 +94,7 @@ void list(const TagOptions& options) {
 
 void clear(const TagOptions& options) {
   // Clearing nothing would make a store where there is none.
-  const bool isEmpty = !storeIn(options.container) || allTags().empty();
+  const bool isEmpty = tagsIn(options).empty();
   if (!confirmed("Delete every tag?", options.yes) || isEmpty) return;
   Manager::clearBeaconTag();
   // Left alone, the deletion would end with this process.
