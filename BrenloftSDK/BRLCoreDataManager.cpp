@@ -54,6 +54,11 @@ std::string problemText(const std::filesystem::path& file, const platform::NSErr
   return file.string() + ": " + error.localizedDescription;
 }
 
+platform::LogSink& tellWaiting() {
+  static auto& sink = *new platform::LogSink(platform::NSLog);
+  return sink;
+}
+
 std::atomic<const char*> fatalText{""};
 
 // Running without a store is worse than not running.
@@ -100,7 +105,7 @@ std::shared_ptr<NSPersistentStoreCoordinator> BRLCoreDataManager::persistentStor
   const auto file = Class::storeFile();
   if (!addStore(*coordinator_, file, &error)) endProcess(error);
   coordinator_->setTellWaiting(
-      [file] { platform::NSLog(file.string() + ": another process is writing; waiting for it"); });
+      [line = file.string() + ": another process is writing; waiting for it"] { tellWaiting()(line); });
   return coordinator_;
 }
 
@@ -133,6 +138,10 @@ std::optional<BRLCoreDataManager::Objects> BRLCoreDataManager::fetch(std::string
 
 const char* BRLCoreDataManager::Class::fatalProblem() noexcept {
   return fatalText.load(std::memory_order_acquire);
+}
+
+void BRLCoreDataManager::Class::setTellWaiting(platform::LogSink sink) {
+  tellWaiting() = std::move(sink);
 }
 
 std::filesystem::path BRLCoreDataManager::Class::storeFile() {

@@ -11,6 +11,7 @@
 
 #include "platform/coredata/NSManagedObjectContext.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/NSLog.h"
 
 template <class Receiver>
 struct BRLCoreDataManagerClassOperations;
@@ -100,6 +101,10 @@ struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreData
   /// not to blame. Lives to the end of the process. Made for handlers of SIGABRT: takes no lock and no
   /// memory.
   BRL_EXPORT static const char* fatalProblem() noexcept;
+  /// Where the line goes that a save is waiting for another process, one for each wait of more than a second;
+  /// otherwise to the log. To be set before the store is used. Called under the context's lock, so it must
+  /// not call the library.
+  BRL_EXPORT static void setTellWaiting(platform::LogSink sink);
   /// Where the store of the installed platform is.
   BRL_EXPORT static std::filesystem::path storeFile();
   /// The model of the installed platform's bundle, loaded anew. Throws platform::NSInvalidArgumentException

@@ -224,6 +224,7 @@ class Search {
     platform::Platform::install(std::move(platform));
     if (!options_.log) return;
     tellFatalStoreProblems();
+    BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { sayWithTime(line); });
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, *problem);
   }
