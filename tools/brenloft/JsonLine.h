@@ -28,7 +28,7 @@ class JsonLine {
   JsonLine& key(std::string_view key);
   /// Octets that are no UTF-8 come out as replacement characters.
   JsonLine& text(std::string_view text);
-  JsonLine& textOrNull(const std::optional<std::string>& text);
+  JsonLine& textOrNull(const std::optional<std::string>& optional);
   JsonLine& number(int64_t number);
   JsonLine& boolean(bool value);
   /// A number: seconds since 1970 with six decimals; in the other forms a text.
