@@ -19,12 +19,17 @@ constexpr std::string_view kSynchronous = "StoreSynchronous";
 constexpr std::string_view kModelName = "ServiceModel";
 
 platform::Dictionary storeOptions() {
-  const auto setting = Platform::installed().userDefaults->objectForKey(kSynchronous);
+  const auto& services = Platform::installed();
+  const bool ownerOnly = services.fileManager->folderAccess() == platform::FolderAccess::ownerOnly;
+  platform::Dictionary options{
+      {std::string(platform::NSSQLiteOwnerOnlyOption), platform::NSNumber(ownerOnly)}};
+  const auto setting = services.userDefaults->objectForKey(kSynchronous);
   const auto* text = setting ? std::get_if<std::string>(&*setting) : nullptr;
-  if (text != nullptr && *text != "FULL" && *text != "NORMAL")
+  if (text != nullptr && (*text == "FULL" || *text == "NORMAL"))
+    options.emplace(platform::NSSQLiteSynchronousOption, *text);
+  else if (text != nullptr)
     platform::NSLog("StoreSynchronous is neither FULL nor NORMAL but " + *text + "; NORMAL is used");
-  if (text == nullptr || *text != "FULL") return {};
-  return {{std::string(platform::NSSQLiteSynchronousOption), *text}};
+  return options;
 }
 
 bool addStore(NSPersistentStoreCoordinator& coordinator, const std::filesystem::path& url,
@@ -145,7 +150,7 @@ void BRLCoreDataManager::Class::setTellWaiting(platform::LogSink sink) {
 }
 
 std::filesystem::path BRLCoreDataManager::Class::storeFile() {
-  return documentsDirectory() / (std::string(kModelName) + ".sqlite");
+  return documentsDirectory() / BRLCoreDataManager::kStoreFileName;
 }
 
 std::shared_ptr<const NSManagedObjectModel> BRLCoreDataManager::Class::serviceModel() {

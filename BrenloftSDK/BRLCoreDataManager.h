@@ -31,6 +31,8 @@ class BRL_EXPORT BRLCoreDataManager {
  public:
   struct Class;
   using Objects = std::vector<std::shared_ptr<platform::NSManagedObject>>;
+  /// In the documents folder; what SQLite puts beside it has names that begin with this one.
+  static constexpr std::string_view kStoreFileName = "ServiceModel.sqlite";
 
   /// -[BRLCoreDataManager init]
   /// Sets the user default "CoredataCreateOnce" the first time; builds nothing.

@@ -39,7 +39,8 @@ set(public_headers
   platform/coredata/NSPredicate.h platform/coredata/StoredValue.h
   platform/dispatch/Dispatch.h platform/dispatch/RealTimeDispatch.h platform/dispatch/VirtualDispatch.h
   platform/foundation/Data.h platform/foundation/Date.h platform/foundation/Export.h
-  platform/foundation/Hex.h platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
+  platform/foundation/FolderAccess.h platform/foundation/Hex.h
+  platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
   platform/foundation/NSLog.h platform/foundation/NSUUID.h platform/foundation/NSUserDefaults.h
   platform/foundation/Value.h
   platform/location/BeaconLocationService.h platform/location/CLLocationManager.h

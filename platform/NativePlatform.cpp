@@ -25,13 +25,16 @@ CLAuthorizationStatus storedAuthorization(const NSUserDefaults& defaults) {
 }  // namespace
 
 Platform nativePlatform(NativePlatformOptions options) {
-  const auto folder =
-      options.container.empty() ? applicationDataFolder(options.applicationName) : options.container;
+  const bool isDataFolder = options.container.empty();
+  const auto folder = isDataFolder ? applicationDataFolder(options.applicationName) : options.container;
+  const auto access = isDataFolder ? FolderAccess::ownerOnly : FolderAccess::byUmask;
   Platform platform;
   platform.dispatch = options.dispatch ? std::move(options.dispatch) : RealTimeDispatch::make();
   platform.log = standardErrorLog(platform.dispatch);
-  platform.userDefaults = makeFileUserDefaults(folder / "settings.json", platform.log);
-  platform.fileManager = makeFileManager(folder);
+  platform.userDefaults =
+      makeFileUserDefaults(folder / kSettingsFileName,
+                           options.onSettingsProblem ? options.onSettingsProblem : platform.log, access);
+  platform.fileManager = makeFileManager(folder, access);
   platform.bundle = libraryBundle();
   auto radio = options.radio ? std::move(options.radio) : makeNativeRadio(platform.dispatch, platform.log);
   platform.bluetooth = RadioService::make(std::move(radio), platform.dispatch);

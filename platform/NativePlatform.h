@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/Platform.h"
 #include "platform/dispatch/RealTimeDispatch.h"
@@ -20,11 +21,16 @@ struct NativePlatformOptions {
   std::shared_ptr<AdvertisingReportSource> radio;
   /// The dispatch service; without one, real time.
   std::shared_ptr<DispatchService> dispatch;
+  /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
+  LogSink onSettingsProblem;
 };
 
+inline constexpr std::string_view kSettingsFileName = "settings.json";
+
 /// What this machine offers. Settings are in "settings.json" and documents directly in the container or the
-/// data folder. The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4);
-/// another number counts as restricted; without a number, always.
+/// data folder. What is made in the data folder only its owner may read; in a container the umask decides.
+/// The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4); another
+/// number counts as restricted; without a number, always.
 BRL_EXPORT Platform nativePlatform(NativePlatformOptions options);
 
 }  // namespace platform

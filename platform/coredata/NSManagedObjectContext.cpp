@@ -113,7 +113,7 @@ bool NSManagedObjectContext::enumerateRows(const NSFetchRequest& request, const 
   std::vector<StoredView> views;
   const auto visitObject = [&](const ObjectRegistry::Object&, const std::vector<StoredValue>& values) {
     views.clear();
-    for (const auto& value : values) views.push_back(viewOf(value));
+    for (const auto& value : values) views.push_back(storedViewOf(value));
     return block({0, views});
   };
   return run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {

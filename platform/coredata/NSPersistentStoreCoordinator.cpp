@@ -8,10 +8,13 @@ namespace platform {
 namespace {
 
 SQLiteStoreOptions optionsFrom(const Dictionary* options) {
-  const auto* synchronous =
-      options != nullptr ? find<std::string>(*options, NSSQLiteSynchronousOption) : nullptr;
-  if (synchronous == nullptr || *synchronous == "NORMAL") return {};
-  if (*synchronous == "FULL") return {.create = true, .synchronousFull = true};
+  if (options == nullptr) return {};
+  SQLiteStoreOptions result;
+  const auto* ownerOnly = find<NSNumber>(*options, NSSQLiteOwnerOnlyOption);
+  result.ownerOnly = ownerOnly != nullptr && ownerOnly->boolValue();
+  const auto* synchronous = find<std::string>(*options, NSSQLiteSynchronousOption);
+  result.synchronousFull = synchronous != nullptr && *synchronous == "FULL";
+  if (synchronous == nullptr || result.synchronousFull || *synchronous == "NORMAL") return result;
   throw SQLiteFailure(0, "unknown synchronous setting " + *synchronous);
 }
 

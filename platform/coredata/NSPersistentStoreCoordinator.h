@@ -26,6 +26,12 @@ inline constexpr std::string_view NSSQLiteStoreType = "SQLite";
 /// disk flush per save.
 inline constexpr std::string_view NSSQLiteSynchronousOption = "NSSQLiteSynchronousOption";
 
+/// Store option: when true, a new file is readable by its owner alone. Otherwise the umask decides.
+inline constexpr std::string_view NSSQLiteOwnerOnlyOption = "NSSQLiteOwnerOnlyOption";
+
+/// How many octets the values of one object may have in all. A save of more fails.
+inline constexpr std::size_t NSSQLiteMaximumObjectSize = 999'999'900;
+
 /// Keeps a model's objects in one SQLite file.
 ///
 /// The file: one table per entity, one column per attribute; integers as INTEGER (unsigned ones by their bit
@@ -47,7 +53,8 @@ class BRL_EXPORT NSPersistentStoreCoordinator {
   /// -[NSPersistentStoreCoordinator addPersistentStoreWithType:configuration:URL:options:error:]
   /// Opens the file, or makes it where there is none (or nothing in it, or zeros). A process that dies
   /// meanwhile leaves what the next one finishes or begins anew. A file of another model, of
-  /// another application, a damaged one or no database at all does not open and is left as it is.
+  /// another application, one with triggers or views, a damaged one or no database at all does not open and
+  /// is left as it is.
   bool addPersistentStoreWithType_configuration_URL_options_error(std::string_view type,
                                                                   std::optional<std::string> configuration,
                                                                   const std::filesystem::path& url,

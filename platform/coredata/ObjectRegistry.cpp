@@ -110,7 +110,7 @@ void ObjectRegistry::walk(SQLiteStore& store, const FetchQuery& query, const Sto
   const Entity& entity = entities_[query.entity];
   const auto visit = [&](const Object& object) {
     const auto& values = object->values_;
-    return !query.matches(viewOf(values[query.attribute])) || objectBlock(object, values);
+    return !query.matches(storedViewOf(values[query.attribute])) || objectBlock(object, values);
   };
   // What is stored may no longer be what a changed object holds, so then the predicate is looked at here.
   const bool filterHere = query.predicate && !entity.updated.empty();

@@ -198,8 +198,11 @@ SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access)
   sqlite3_extended_result_codes(database, 1);
   busyWait_ = std::make_unique<BusyWait>([database] { return stampOf(database); });
   sqlite3_busy_handler(database, napWhileBusy, busyWait_.get());
-  // A quoted name that is no column is a mistake, not a text.
-  sqlite3_db_config(database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+  // A quoted name that is no column is a mistake, not a text. A file may come from anybody: what its schema
+  // wants to run does not run.
+  for (const int setting : {SQLITE_DBCONFIG_DQS_DML, SQLITE_DBCONFIG_TRUSTED_SCHEMA,
+                            SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW})
+    sqlite3_db_config(database, setting, 0, nullptr);
 }
 
 void SQLiteDatabase::execute(const std::string& sql) {

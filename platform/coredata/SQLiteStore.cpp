@@ -11,7 +11,7 @@ constexpr int64_t kPagesPerStep = 1000;
 
 int bindAll(SQLiteStatement& statement, std::span<const StoredValue> values) {
   int parameter = 0;
-  for (const auto& value : values) statement.bind(++parameter, viewOf(value));
+  for (const auto& value : values) statement.bind(++parameter, storedViewOf(value));
   return parameter;
 }
 

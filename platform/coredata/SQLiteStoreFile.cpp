@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <system_error>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace platform {
 namespace {
 
@@ -96,6 +99,13 @@ void writeSchema(const NSManagedObjectModel& model, SQLiteDatabase& database) {
   database.execute("PRAGMA application_id = " + std::to_string(kApplicationId));
 }
 
+// SQLite makes its files as the umask says, those beside the first with its permissions.
+void makeForOwnerOnly(const std::filesystem::path& file) {
+  const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  // Made by somebody else meanwhile, or not to be made at all: then opening says why.
+  if (descriptor >= 0) ::close(descriptor);
+}
+
 // In one transaction, so that a process that dies leaves the whole schema or nothing. SQLite makes nothing of
 // zeros unless it is told that they are nothing, and then of nothing else either; so the file itself is
 // looked at, once the others are locked out.
@@ -113,9 +123,16 @@ void create(const NSManagedObjectModel& model, SQLiteDatabase& database, Content
   database.takeForEmpty(false);
 }
 
+// Indexes are welcome. What has no page of its own is a trigger, a view or a virtual table.
+void refuseForeignSchema(SQLiteDatabase& database) {
+  const auto foreign = database.text("SELECT name FROM sqlite_schema WHERE coalesce(rootpage, 0) = 0");
+  if (foreign) refuse("it has a trigger, view or virtual table, which no store has: " + *foreign);
+}
+
 // The whole fingerprint, and the pages that the next inserts go to.
 void verify(const NSManagedObjectModel& model, SQLiteDatabase& database) {
   if (database.integer("PRAGMA application_id") != kApplicationId) refuse("another application's database");
+  refuseForeignSchema(database);
   if (database.text("SELECT value FROM NSStoreMetadata WHERE key = 'modelFingerprint'") !=
       fingerprintText(model)) {
     refuse("a store of another model");
@@ -215,6 +232,7 @@ SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::files
                              SQLiteStoreOptions options) {
   const Contents contents = glance(model, file);
   if (contents == Contents::Nothing && !options.create) refuse("no such file");
+  if (contents == Contents::Nothing && options.ownerOnly) makeForOwnerOnly(file);
   using Access = SQLiteDatabase::Access;
   SQLiteDatabase database(file, options.create ? Access::Create : Access::ReadWrite);
   // A log that a killed process left behind goes into the file only once the file has proved to be ours.

@@ -48,6 +48,7 @@ class EntityTable {
 struct SQLiteStoreOptions {
   bool create = true;
   bool synchronousFull = false;
+  bool ownerOnly = false;  ///< a file that is made, and what SQLite puts beside it
 };
 
 /// Opens a model's store file; see NSPersistentStoreCoordinator for what does not open and for what is in the

@@ -42,7 +42,7 @@ class CopiedRows {
     std::vector<StoredView> views;
     return std::ranges::all_of(copies_, [&](const Copy& copy) {
       views.clear();
-      for (const auto& value : copy.values) views.push_back(viewOf(value));
+      for (const auto& value : copy.values) views.push_back(storedViewOf(value));
       return block({copy.number, views});
     });
   }

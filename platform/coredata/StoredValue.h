@@ -28,7 +28,7 @@ struct StoredRow {
 /// Takes one row; false ends the walk.
 using StoredRowBlock = std::function<bool(const StoredRow&)>;
 
-inline StoredView viewOf(const StoredValue& value) {
+inline StoredView storedViewOf(const StoredValue& value) {
   return std::visit(
       [](const auto& held) -> StoredView {
         if constexpr (std::is_same_v<decltype(held), const std::string&>)

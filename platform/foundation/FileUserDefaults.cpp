@@ -10,7 +10,8 @@ namespace {
 
 class FileUserDefaults final : public NSUserDefaults {
  public:
-  FileUserDefaults(std::filesystem::path file, LogSink log) : file_(std::move(file)), log_(std::move(log)) {
+  FileUserDefaults(std::filesystem::path file, LogSink log, FolderAccess access)
+      : file_(std::move(file)), log_(std::move(log)), access_(access) {
     StoredSettings stored = readSettings(file_);
     values_ = std::move(stored.values);
     if (!stored.problem.empty() && log_)
@@ -33,6 +34,7 @@ class FileUserDefaults final : public NSUserDefaults {
 
   const std::filesystem::path file_;
   const LogSink log_;
+  const FolderAccess access_;
   std::mutex storing_;  // taken before mutex_
   mutable std::mutex mutex_;
   Dictionary values_;           // guarded by mutex_
@@ -94,13 +96,13 @@ std::error_code FileUserDefaults::store() {
     if (pending_.empty()) return {};
     changes.swap(pending_);
   }
-  const SettingsLock others(file_);
+  const SettingsLock others(file_, access_);
   const StoredSettings stored = readSettings(file_);
   Dictionary settings = stored.values;
   apply(changes, settings);
   std::error_code error;
   if (!stored.problem.empty()) error = setAside();
-  if (!error && settings != stored.values) error = writeSettings(file_, settings);
+  if (!error && settings != stored.values) error = writeSettings(file_, settings, access_);
   const std::scoped_lock lock(mutex_);
   if (error) {
     pending_.merge(changes);  // what was changed again meanwhile stays
@@ -113,8 +115,9 @@ std::error_code FileUserDefaults::store() {
 
 }  // namespace
 
-std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log) {
-  return std::make_shared<FileUserDefaults>(std::move(file), std::move(log));
+std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log,
+                                                     FolderAccess access) {
+  return std::make_shared<FileUserDefaults>(std::move(file), std::move(log), access);
 }
 
 }  // namespace platform

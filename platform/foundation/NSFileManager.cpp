@@ -2,8 +2,9 @@
 
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 #include <utility>
+
+#include "platform/foundation/Folders.h"
 
 namespace platform {
 namespace {
@@ -12,17 +13,18 @@ namespace fs = std::filesystem;
 
 class OneFolder final : public NSFileManager {
  public:
-  explicit OneFolder(fs::path documents) : documents_(std::move(documents)) {}
+  OneFolder(fs::path documents, FolderAccess access) : documents_(std::move(documents)), access_(access) {}
 
   std::vector<fs::path> URLsForDirectory_inDomains(NSSearchPathDirectory,
                                                    NSSearchPathDomainMask) const override {
-    std::error_code unwritable;  // its first use says so
-    fs::create_directories(documents_, unwritable);
+    makeFolder(documents_, access_);
     return {documents_};
   }
+  FolderAccess folderAccess() const override { return access_; }
 
  private:
   const fs::path documents_;
+  const FolderAccess access_;
 };
 
 // The XDG rules ignore a folder that is not absolute.
@@ -34,8 +36,8 @@ fs::path folderFromEnvironment(const char* name) {
 
 }  // namespace
 
-std::shared_ptr<const NSFileManager> makeFileManager(fs::path documents) {
-  return std::make_shared<OneFolder>(std::move(documents));
+std::shared_ptr<const NSFileManager> makeFileManager(fs::path documents, FolderAccess access) {
+  return std::make_shared<OneFolder>(std::move(documents), access);
 }
 
 fs::path applicationDataFolder(std::string_view applicationName) {

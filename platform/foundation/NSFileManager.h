@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/foundation/Export.h"
+#include "platform/foundation/FolderAccess.h"
 
 namespace platform {
 
@@ -20,10 +21,13 @@ class BRL_EXPORT NSFileManager {
   /// one that cannot be made is named all the same, and its first use fails.
   virtual std::vector<std::filesystem::path> URLsForDirectory_inDomains(
       NSSearchPathDirectory directory, NSSearchPathDomainMask domain) const = 0;
+  /// Who may read what is made there.
+  virtual FolderAccess folderAccess() const { return FolderAccess::byUmask; }
 };
 
 /// Documents directly in one folder of the application's choice.
-BRL_EXPORT std::shared_ptr<const NSFileManager> makeFileManager(std::filesystem::path documents);
+BRL_EXPORT std::shared_ptr<const NSFileManager> makeFileManager(std::filesystem::path documents,
+                                                                FolderAccess access = FolderAccess::byUmask);
 
 /// The application's data folder by the XDG Base Directory rules: `$XDG_DATA_HOME/NAME`, else
 /// `$HOME/.local/share/NAME`, else `/var/lib/NAME`.

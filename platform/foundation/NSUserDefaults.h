@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/foundation/Export.h"
+#include "platform/foundation/FolderAccess.h"
 #include "platform/foundation/NSLog.h"
 #include "platform/foundation/Value.h"
 
@@ -43,6 +44,7 @@ BRL_EXPORT std::shared_ptr<NSUserDefaults> makeInMemoryUserDefaults();
 /// change goes onto what the file holds by then, key by key; what others changed is seen after an own change.
 /// An unreadable file counts as empty, with one line in the log; the first change sets it aside under its
 /// name and ".bad". A failure to write is logged once.
-BRL_EXPORT std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log = {});
+BRL_EXPORT std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log = {},
+                                                                FolderAccess access = FolderAccess::byUmask);
 
 }  // namespace platform

@@ -14,10 +14,11 @@
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/foundation/Folders.h"
 #include "platform/foundation/Hex.h"
+#include "platform/foundation/ReplacementFile.h"
 
 namespace platform {
 namespace {
@@ -116,50 +117,8 @@ std::string jsonText(const Dictionary& settings) {
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-std::error_code lastError() {
-  return {errno, std::generic_category()};
-}
-
-std::error_code writeAndFlush(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return lastError();
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-  return fsync(descriptor) == 0 ? std::error_code() : lastError();
-}
-
-mode_t modeOf(const std::filesystem::path& file) {
-  constexpr mode_t kReadableByAll = 0644;
-  struct stat status {};
-  return stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : kReadableByAll;
-}
-
-std::error_code writeFile(const std::filesystem::path& file, mode_t mode, std::string_view text) {
-  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  if (descriptor < 0) return lastError();
-  std::error_code error = fchmod(descriptor, mode) == 0 ? std::error_code() : lastError();
-  if (!error) error = writeAndFlush(descriptor, text);
-  if (close(descriptor) != 0 && !error) return lastError();
-  return error;
-}
-
-std::filesystem::path folderOf(const std::filesystem::path& file) {
-  return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
-}
-
-int openFolder(const std::filesystem::path& folder) {
-  return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-}
-
-// The new name is in storage only when the folder is.
-std::error_code flushFolder(const std::filesystem::path& folder) {
-  const int descriptor = openFolder(folder);
-  if (descriptor < 0) return lastError();
-  const std::error_code error = fsync(descriptor) == 0 ? std::error_code() : lastError();
-  close(descriptor);
-  return error;
+std::string lastError() {
+  return std::generic_category().message(errno);
 }
 
 }  // namespace
@@ -167,7 +126,7 @@ std::error_code flushFolder(const std::filesystem::path& folder) {
 StoredSettings readSettings(const std::filesystem::path& file) {
   errno = 0;
   std::ifstream stream(file, std::ios::binary);
-  if (!stream) return {{}, errno == ENOENT || errno == ENOTDIR ? "" : lastError().message()};
+  if (!stream) return {{}, errno == ENOENT || errno == ENOTDIR ? "" : lastError()};
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   rapidjson::Document document;
   document.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(text);
@@ -186,19 +145,18 @@ StoredSettings readSettings(const std::filesystem::path& file) {
   return stored;
 }
 
-std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings) {
-  std::filesystem::path next = file;
-  next += ".new";
-  if (const std::error_code error = writeFile(next, modeOf(file), jsonText(settings))) return error;
-  if (std::rename(next.c_str(), file.c_str()) != 0) return lastError();
-  return flushFolder(folderOf(file));
+std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings,
+                              FolderAccess access) {
+  std::error_code error;
+  const auto next = ReplacementFile::create(file, permissionsOfNewFiles(access), error);
+  if (!error) error = next->write(jsonText(settings));
+  return error ? error : next->finish();
 }
 
-SettingsLock::SettingsLock(const std::filesystem::path& file) {
+SettingsLock::SettingsLock(const std::filesystem::path& file, FolderAccess access) {
   const std::filesystem::path folder = folderOf(file);
-  std::error_code unwritable;  // writing says so
-  std::filesystem::create_directories(folder, unwritable);
-  folder_ = openFolder(folder);
+  makeFolder(folder, access);  // writing says when it cannot be made
+  folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   while (folder_ >= 0 && flock(folder_, LOCK_EX) != 0 && errno == EINTR) {
   }
 }

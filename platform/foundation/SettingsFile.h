@@ -4,6 +4,7 @@
 #include <string>
 #include <system_error>
 
+#include "platform/foundation/FolderAccess.h"
 #include "platform/foundation/Value.h"
 
 namespace platform {
@@ -22,14 +23,15 @@ struct StoredSettings {
 
 StoredSettings readSettings(const std::filesystem::path& file);
 
-/// Replaces the file as a whole and keeps its mode; returns once it is in storage. Call with the lock.
-std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings);
+/// Replaces the file as a whole and keeps its permissions; returns once it is in storage. Call with the lock.
+std::error_code writeSettings(const std::filesystem::path& file, const Dictionary& settings,
+                              FolderAccess access);
 
 /// Keeps other processes from changing settings in the same folder, as far as its file system knows locks.
 /// Makes the folder where it is missing.
 class SettingsLock {
  public:
-  explicit SettingsLock(const std::filesystem::path& file);
+  SettingsLock(const std::filesystem::path& file, FolderAccess access);
   ~SettingsLock();
   SettingsLock(const SettingsLock&) = delete;
   SettingsLock& operator=(const SettingsLock&) = delete;

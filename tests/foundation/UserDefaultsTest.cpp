@@ -5,8 +5,11 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -109,11 +112,38 @@ TEST_F(UserDefaultsTest, SetsAnUnreadableFileAsideAtTheFirstChange) {
   }
 }
 
-TEST_F(UserDefaultsTest, KeepsTheModeOfTheFile) {
-  write("{}");
-  fs::permissions(file_, fs::perms::owner_read | fs::perms::owner_write);
+TEST_F(UserDefaultsTest, OpensTheFileToNobodyWhoHadNoAccess) {
+  const auto permissions = [](const fs::path& path) { return fs::status(path).permissions(); };
+  makeFileUserDefaults(file_, {}, FolderAccess::ownerOnly)->setBool_forKey(true, "a");
+  EXPECT_EQ(permissions(file_), fs::perms(0600));
+  EXPECT_EQ(permissions(file_.parent_path()), fs::perms(0700));
+  fs::permissions(file_, fs::perms(04640));
   open()->setBool_forKey(true, "b");
-  EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(permissions(file_), fs::perms(0640)) << "kept, but for the set-id bit";
+  fs::remove(file_);
+  const mode_t mask = ::umask(0027);
+  open()->setBool_forKey(true, "c");
+  ::umask(mask);
+  EXPECT_EQ(permissions(file_), fs::perms(0640));
+}
+
+TEST_F(UserDefaultsTest, WritesThroughNoLinkAndRemovesOnlyWhatHasLostItsWriter) {
+  const fs::path other = folder_ / "other";
+  const fs::path inUse = folder_ / "deep/.brenloft-inused";
+  const fs::path notes = folder_ / "deep/.brenloft-notes";
+  test::writeFile(other, "precious");
+  write("{}");
+  for (const auto& file : {inUse, notes, folder_ / "deep/.brenloft-killed"}) test::writeFile(file, "{");
+  fs::create_symlink(other, folder_ / "deep/settings.json.new");
+  fs::create_symlink(other, folder_ / "deep/.brenloft-linked");
+  const int held = ::open(inUse.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(held, LOCK_EX), 0);
+  open()->setBool_forKey(true, "b");
+  ::close(held);
+  EXPECT_EQ(test::contentsOf(other), "precious");
+  EXPECT_TRUE(fs::exists(inUse));
+  EXPECT_TRUE(fs::exists(notes));
+  EXPECT_FALSE(fs::exists(folder_ / "deep/.brenloft-killed"));
 }
 
 TEST_F(UserDefaultsTest, ReadsWhatAPersonWroteAndSkipsWhatIsNoValue) {

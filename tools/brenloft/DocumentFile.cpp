@@ -1,35 +1,23 @@
 #include "tools/brenloft/DocumentFile.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/ExitStatus.h"
 
 namespace brenloft {
 namespace {
 
 constexpr std::size_t kWriteSize = 65'536;
-constexpr mode_t kPermissions = 07777;
+constexpr std::filesystem::perms kPermissionsOfNewFiles{0666};
 
-// Where the links end, whether something is there or not.
-std::filesystem::path behindLinks(std::filesystem::path file) {
-  std::error_code none;
-  while (std::filesystem::is_symlink(file, none))
-    file = file.parent_path() / std::filesystem::read_symlink(file, none);
-  return file;
-}
-
-mode_t modeOfNewFiles() {
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return 0666 & ~mask;
+std::error_code lastError() {
+  return {errno, std::generic_category()};
 }
 
 }  // namespace
@@ -37,30 +25,21 @@ mode_t modeOfNewFiles() {
 DocumentFile::DocumentFile(std::string path) : path_(std::move(path)) {
   struct stat old {};
   const bool exists = ::stat(path_.c_str(), &old) == 0;
-  if (!exists && errno != ENOENT) fail(errno);
+  if (!exists && errno != ENOENT) fail(lastError());
   if (exists && !S_ISREG(old.st_mode)) {
     descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    if (descriptor_ < 0) fail(errno);
+    if (descriptor_ < 0) fail(lastError());
     return;
   }
   // A folder lets its files be replaced whether they may be written or not.
-  if (exists && ::access(path_.c_str(), W_OK) != 0) fail(errno);
-  mode_ = exists ? old.st_mode & kPermissions : modeOfNewFiles();
-  prepareReplacement();
+  if (exists && ::access(path_.c_str(), W_OK) != 0) fail(lastError());
+  std::error_code error;
+  replacement_ = platform::ReplacementFile::create(behindLinks(path_), kPermissionsOfNewFiles, error);
+  if (error) fail(error);
 }
 
 DocumentFile::~DocumentFile() {
   if (descriptor_ >= 0) ::close(descriptor_);
-  if (!partial_.empty()) ::unlink(partial_.c_str());
-}
-
-void DocumentFile::prepareReplacement() {
-  const auto target = behindLinks(path_);
-  target_ = target.string();
-  std::string name = (target.parent_path() / ".brenloft-XXXXXX").string();
-  descriptor_ = ::mkostemp(name.data(), O_CLOEXEC);
-  if (descriptor_ < 0) fail(errno);
-  partial_ = std::move(name);
 }
 
 void DocumentFile::write(std::string_view text) {
@@ -69,29 +48,23 @@ void DocumentFile::write(std::string_view text) {
 }
 
 void DocumentFile::flush() {
-  std::string_view rest = pending_;
-  while (!rest.empty()) {
-    const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
-    if (written >= 0)
-      rest.remove_prefix(static_cast<std::size_t>(written));
-    else if (errno != EINTR)
-      fail(errno);
-  }
+  const std::error_code error =
+      replacement_ ? replacement_->write(pending_) : platform::writeAll(descriptor_, pending_);
+  if (error) fail(error);
   pending_.clear();
 }
 
 void DocumentFile::finish() {
   flush();
-  const bool replaces = !partial_.empty();
-  // Whoever finds the new file after a power cut finds all of it.
-  if (replaces && (::fchmod(descriptor_, mode_) != 0 || ::fsync(descriptor_) != 0)) fail(errno);
-  if (::close(std::exchange(descriptor_, -1)) != 0) fail(errno);
-  if (replaces && ::rename(partial_.c_str(), target_.c_str()) != 0) fail(errno);
-  partial_.clear();
+  if (replacement_) {
+    if (const std::error_code error = replacement_->finish()) fail(error);
+  } else if (::close(std::exchange(descriptor_, -1)) != 0) {
+    fail(lastError());
+  }
 }
 
-void DocumentFile::fail(int code) const {
-  throw Failure(ExitStatus::failed, path_ + ": " + std::generic_category().message(code));
+void DocumentFile::fail(std::error_code error) const {
+  throw Failure(ExitStatus::failed, path_ + ": " + error.message());
 }
 
 }  // namespace brenloft

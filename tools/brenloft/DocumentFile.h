@@ -1,13 +1,17 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
+
+#include "platform/foundation/ReplacementFile.h"
 
 namespace brenloft {
 
 /// The file that a document is written to. A regular file, old or new, gets the whole document at the end in
-/// one step, with the mode that it had, behind symbolic links; until then, and after a failure, it is what it
-/// was. Anything else (a FIFO, a device) is written as it is.
+/// one step, with the permissions that it had, behind symbolic links; until then, and after a failure, it is
+/// what it was. Anything else (a FIFO, a device) is written as it is.
 ///
 /// Every operation throws `Failure` with `FILE: reason`. Threads: one at a time.
 class DocumentFile {
@@ -22,15 +26,12 @@ class DocumentFile {
   void finish();
 
  private:
-  [[noreturn]] void fail(int code) const;
-  void prepareReplacement();
+  [[noreturn]] void fail(std::error_code error) const;
   void flush();
 
   const std::string path_;
-  std::string target_;   // what is to be replaced; empty when there is nothing to replace
-  std::string partial_;  // stands beside the target until `finish`
-  unsigned mode_ = 0;    // that the target is to have
-  int descriptor_ = -1;
+  std::unique_ptr<platform::ReplacementFile> replacement_;
+  int descriptor_ = -1;  // of what cannot be replaced
   std::string pending_;
 };
 

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include "platform/NativePlatform.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
 
 namespace brenloft {
@@ -28,17 +30,36 @@ iovec pieceOf(const char* text) {
   return {const_cast<char*>(text), std::strlen(text)};
 }
 
-// Handles SIGABRT with nothing but what a handler may call. Returns where the store is not to blame, and the
-// process is ended as it would have been.
-void tellProblem(int) {
+std::function<void()>& lastActs() {
+  static auto& acts = *new std::function<void()>;
+  return acts;
+}
+
+std::vector<std::string>& settingsProblems() {
+  static auto& problems = *new std::vector<std::string>;
+  return problems;
+}
+
+// With nothing but what a signal handler may call.
+void endWithProblem(int) {
   const char* problem = BRLCoreDataManager::Class::fatalProblem();
-  if (*problem == '\0') return;
   Output::restoreTerminal();
   const std::array<iovec, 3> line{pieceOf("brenloft: "), pieceOf(problem), pieceOf("\n")};
   if (::writev(STDERR_FILENO, line.data(), static_cast<int>(line.size())) < 0) {
     // Nobody is there to be told.
   }
   ::_exit(static_cast<int>(ExitStatus::storeUnusable));
+}
+
+// Handles SIGABRT. Returns where the store is not to blame, and the process is ended as it would have been.
+// Where it is, the library has called std::abort, and this is no more than a call from there; but a reader
+// that stalls, and whoever waits for him, must not keep the process.
+void tellProblem(int) {
+  if (*BRLCoreDataManager::Class::fatalProblem() == '\0') return;
+  std::signal(SIGALRM, endWithProblem);
+  ::alarm(1);
+  if (lastActs()) lastActs()();
+  endWithProblem(SIGABRT);
 }
 
 // False when nothing is there. Throws Failure when that cannot be told.
@@ -51,21 +72,35 @@ bool look(const std::filesystem::path& file, struct stat& status) {
 }  // namespace
 
 void installForStore(const std::filesystem::path& container) {
-  auto platform =
-      platform::nativePlatform({.container = container, .dispatch = platform::VirtualDispatch::make()});
+  auto platform = platform::nativePlatform(
+      {.container = container,
+       .dispatch = platform::VirtualDispatch::make(),
+       .onSettingsProblem = [](std::string_view line) { settingsProblems().emplace_back(line); }});
   platform.log = [](std::string_view) {};
   platform::Platform::install(std::move(platform));
   tellFatalStoreProblems();
 }
 
-void tellFatalStoreProblems() {
+void tellFatalStoreProblems(std::function<void()> beforeEnd) {
+  lastActs() = std::move(beforeEnd);
   std::signal(SIGABRT, tellProblem);
 }
 
+void tellSettingsProblems() {
+  for (const std::string& problem : settingsProblems()) say("brenloft: " + problem);
+}
+
+std::filesystem::path folderOfContainer(const std::filesystem::path& container) {
+  const platform::NativePlatformOptions standard;
+  return container.empty() ? platform::applicationDataFolder(standard.applicationName) : container;
+}
+
+void sayEmpty(std::string_view what, const std::filesystem::path& container) {
+  say(fmt::format("{} in {}; --container names another folder", what, folderOfContainer(container).string()));
+}
+
 std::optional<std::filesystem::path> storeIn(const std::filesystem::path& container) {
-  const auto folder = container.empty()
-                          ? platform::applicationDataFolder(platform::NativePlatformOptions().applicationName)
-                          : container;
+  const auto folder = folderOfContainer(container);
   const auto refuse = [&](int code) {
     throw Failure(ExitStatus::storeUnusable, folder.string() + ": " + std::generic_category().message(code));
   };

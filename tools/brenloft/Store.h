@@ -1,8 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace brenloft {
 
@@ -14,9 +16,19 @@ void installForStore(const std::filesystem::path& container);
 /// none yet. Makes neither file nor folder. Throws `Failure` when a container that was named is no folder.
 std::optional<std::filesystem::path> storeIn(const std::filesystem::path& container);
 
+/// The folder of a container, or the application's data folder for none.
+std::filesystem::path folderOfContainer(const std::filesystem::path& container);
+
+/// Says what is missing in which folder, on standard error: another process may keep its log elsewhere.
+void sayEmpty(std::string_view what, const std::filesystem::path& container);
+
+/// Says what was wrong with the settings; for a command that succeeds. Where the store cannot be used, its
+/// own line is enough.
+void tellSettingsProblems();
+
 /// From here on, when the library ends the process because of the store, one line says why and the exit
-/// status is `storeUnusable`.
-void tellFatalStoreProblems();
+/// status is `storeUnusable`. `beforeEnd` brings what is still kept back where it belongs; it has a second.
+void tellFatalStoreProblems(std::function<void()> beforeEnd = {});
 
 /// Asks on the terminal; true without asking when `yes`. Throws `Failure` when there is no terminal to ask
 /// on.
