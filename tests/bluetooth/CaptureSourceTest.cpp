@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/bluetooth/capture/CaptureSource.h"
+#include "platform/bluetooth/capture/RadioStateEvent.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "tests/bluetooth/CaptureVectors.h"
@@ -76,6 +77,22 @@ class CaptureReplay : public testing::Test {
   std::vector<std::pair<uint64_t, uint64_t>> progress_;
   std::function<void()> onReport_;
 };
+
+TEST_F(CaptureReplay, tellsTheStatesOfTheRadioThatWasRecorded) {
+  const auto turned = [](CBManagerState state) { return h4(radioStateEvent({state, "why"})); };
+  const auto heard = [](uint8_t nn) { return h4(advertisingEvent(nn)); };
+  const Data capture = btsnoopFile(1002) + btsnoopRecord(heard(1), 1'000'000) +
+                       btsnoopRecord(turned(CBManagerState::poweredOff), 2'000'000) +
+                       btsnoopRecord(heard(2), 3'000'000) + btsnoopRecord(h4(hex("ff03010203")), 3'500'000) +
+                       btsnoopRecord(turned(CBManagerState::poweredOn), 4'000'000) +
+                       btsnoopRecord(heard(3), 5'000'000);
+  open(capture);
+  source_->startScan({});
+  dispatch_->runUntilIdle();
+  EXPECT_THAT(notes_, ElementsAre("state 5 at 1000 after 0", "heard 01 at 1000 after 0",
+                                  "state 4 at 2000 after 1000", "state 5 at 4000 after 3000",
+                                  "heard 03 at 5000 after 4000", "end at 5000 after 4000"));
+}
 
 TEST_F(CaptureReplay, followsTheClockOfTheCapture) {
   open(captureOf({5000, 6000, 5500, 5700, 5700}));

@@ -3,8 +3,11 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
 #include "tests/bluetooth/CaptureVectors.h"
@@ -96,6 +99,23 @@ TEST(BtsnoopWriter, saysOnceWhatWentWrong) {
   EXPECT_EQ(writer->flush(), "/dev/full: cannot be written: No space left on device");
   EXPECT_EQ(writer->write({}), "");
   EXPECT_EQ(writer->flush(), "");
+}
+
+TEST(BtsnoopWriter, givesUpAReaderThatStallsOrNeverComesOnceStopped) {
+  const std::string path = scratch("pipe" + std::to_string(::getpid()));
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  std::stop_source stop;
+  stop.request_stop();
+  std::string error;
+  EXPECT_FALSE(BtsnoopWriter::create(path, error, stop.get_token()));
+  EXPECT_EQ(error, "");
+  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const auto writer = BtsnoopWriter::create(path, error, stop.get_token());
+  ASSERT_TRUE(writer) << error;
+  for (int i = 0; i < 100'000 && error.empty(); ++i) error = writer->write(AdvertisingReport());
+  EXPECT_EQ(error, path + ": cannot be written: its reader has stalled");
+  ::close(reader);
+  ::unlink(path.c_str());
 }
 
 }  // namespace

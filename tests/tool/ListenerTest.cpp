@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/bluetooth/capture/CaptureReader.h"
 #include "platform/foundation/Hex.h"
 #include "tools/brenloft/Listener.h"
 
@@ -41,6 +42,7 @@ class ListenerTest : public testing::Test {
     listener = Listener::make({.record = record,
                                .isRadio = true,
                                .exitTime = exitTime,
+                               .date = [] { return platform::dateWithTimeIntervalSince1970(7); },
                                .onMessage = [this](std::string_view line) { messages.emplace_back(line); },
                                .onRadioState = [this](const auto& state) { states.push_back(state.reason); },
                                .onUnusable = [this] { isUnusable = true; }});
@@ -87,6 +89,28 @@ TEST_F(ListenerTest, ARadioThatOnceHeardMayComeBack) {
   EXPECT_FALSE(isUnusable);
   EXPECT_EQ(finish(), ExitStatus::done);
   EXPECT_THAT(states, ElementsAre("on", "refused", "gone"));
+}
+
+TEST_F(ListenerTest, RecordsTheStatesForAReplay) {
+  const std::string file = testing::TempDir() + "brenloft-states.btsnoop";
+  listen(std::nullopt, file);
+  radio->tell({CBManagerState::poweredOn, "on"});
+  radio->hear(reportAt(1));
+  radio->tell({CBManagerState::poweredOff, std::string(1000, 'x')});
+  EXPECT_EQ(finish(), ExitStatus::done);
+  std::string error;
+  const auto reader = platform::CaptureReader::open(file, {}, error);
+  ASSERT_TRUE(reader) << error;
+  using Next = platform::CaptureReader::Next;
+  EXPECT_EQ(reader->next(), Next::state);
+  EXPECT_EQ(reader->radioState().state, CBManagerState::poweredOn);
+  EXPECT_EQ(reader->radioState().reason, "on");
+  EXPECT_EQ(reader->time(), platform::dateWithTimeIntervalSince1970(7));
+  EXPECT_EQ(reader->next(), Next::record);
+  EXPECT_EQ(reader->next(), Next::state);
+  EXPECT_EQ(reader->radioState().state, CBManagerState::poweredOff);
+  EXPECT_GT(reader->radioState().reason.size(), 200U);
+  EXPECT_EQ(reader->next(), Next::end);
 }
 
 TEST_F(ListenerTest, TellsAtOnceThatTheRecordingFails) {

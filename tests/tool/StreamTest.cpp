@@ -77,6 +77,22 @@ TEST(Stream, ASignalEndsTheWaitForAPipeThatBringsNothing) {
     }
 }
 
+TEST(Stream, ASignalEndsTheWaitForAReaderOfTheRecording) {
+  TemporaryFolder folder;
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string command : {"hear --source demo --record ", "scan -q --source demo --record ",
+                                    "hear --source demo?paced --record ", "simulate --out "}) {
+    // The signal comes once the tool keeps it from ending the process.
+    const Ended ended =
+        runProgram({"bash", "-c",
+                    "(until grep -q 'SigBlk:.*4003' /proc/$$/status; do :; done; kill -TERM $$) & exec " +
+                        toolPath() + " " + command + pipe + " >/dev/null"});
+    EXPECT_EQ(ended.status, 0) << command;
+    EXPECT_EQ(ended.err, "") << command;
+  }
+}
+
 // Both outputs of the command on one terminal, lines ended as terminals do.
 std::string onTerminal(const std::string& command) {
   return runProgram({"env", "TERM=xterm", "script", "-qec", command, "/dev/null"}).out;

@@ -137,14 +137,21 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   StopSignals signals;
   signals.watch([&] { stop.request_stop(); });
   ProgressBar progress;
-  const auto tell = [&](const platform::CaptureDiagnostic& diagnostic) {
+  const auto tellLine = [&](std::string_view line) {
     progress.clear();
-    say(diagnostic.line());
+    say(line);
   };
+  const auto tell = [&](const platform::CaptureDiagnostic& diagnostic) { tellLine(diagnostic.line()); };
+  const auto tellState = [&](const platform::RadioState& state) { tellLine(radioLine(state)); };
   std::string error;
   const auto reader = platform::CaptureReader::open(file, tell, error, stop.get_token());
   if (!reader) throw Failure(ExitStatus::failed, error);
-  const auto listener = Listener::make({.record = options.record, .capture = file});
+  const auto listener = Listener::make({.record = options.record,
+                                        .capture = file,
+                                        .date = [&] { return reader->time(); },
+                                        .stop = stop.get_token(),
+                                        .onMessage = tellLine,
+                                        .onRadioState = tellState});
   const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
 
   listener->begin();
@@ -154,9 +161,10 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
     const auto next = reader->next();
     if (next == platform::CaptureReader::Next::end) break;
     if (reader->size()) progress.show(reader->position(), *reader->size());
-    if (next != platform::CaptureReader::Next::record) continue;
+    if (next == platform::CaptureReader::Next::skipped) continue;
     if (!end && options.duration) end = reader->time() + *options.duration;
     if (end && reader->time() >= *end) break;
+    if (next == platform::CaptureReader::Next::state) listener->tell(reader->radioState());
     reader->read(recorded);
   }
   progress.clear();
@@ -184,6 +192,8 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
   const auto listener = Listener::make({.record = options.record,
                                         .capture = source.capture,
                                         .isRadio = source.isRadio,
+                                        .date = [&] { return loop.dispatch()->date(); },
+                                        .stop = stop.get_token(),
                                         .onMessage = say,
                                         .onRadioState = [](const auto& state) { say(radioLine(state)); },
                                         .onUnusable = [&] { loop.stop(); }});

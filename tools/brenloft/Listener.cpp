@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Messages.h"
 
 namespace brenloft {
@@ -39,18 +40,19 @@ Listener::Listener(ListenerOptions options)
 }
 
 std::shared_ptr<Listener> Listener::make(ListenerOptions options) {
+  std::error_code absent;
+  if (std::filesystem::equivalent(options.record, options.capture, absent))
+    throw Failure(ExitStatus::usage, "--record would overwrite the capture that is read: " + options.record);
+  refuseContainerFile("--record", options.record, options.container);
   return std::shared_ptr<Listener>(new Listener(std::move(options)));
 }
 
 void Listener::begin() {
   if (options_.record.empty()) return;
-  std::error_code absent;
-  if (std::filesystem::equivalent(options_.record, options_.capture, absent))
-    throw Failure(ExitStatus::usage, "--record would overwrite the capture that is read: " + options_.record);
   std::string error;
   const std::scoped_lock lock(mutex_);
-  recording_ = platform::BtsnoopWriter::create(options_.record, error);
-  if (!recording_) throw Failure(ExitStatus::failed, error);
+  recording_ = platform::BtsnoopWriter::create(options_.record, error, options_.stop);
+  if (!error.empty()) throw Failure(ExitStatus::failed, error);
 }
 
 std::shared_ptr<platform::AdvertisingReportSource> Listener::wrap(
@@ -83,13 +85,31 @@ void Listener::heard(const platform::AdvertisingReport& report) {
     if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
     if (warning_) warning = warning_->heard(report);
   }
-  if (!options_.onMessage) return;
-  if (!error.empty()) options_.onMessage(error + "; from here on nothing is recorded");
-  if (warning) options_.onMessage(*warning);
+  tellUnrecorded(error);
+  if (warning && options_.onMessage) options_.onMessage(*warning);
+}
+
+void Listener::tellUnrecorded(const std::string& error) {
+  if (!error.empty() && options_.onMessage) options_.onMessage(error + "; from here on nothing is recorded");
+}
+
+void Listener::tell(const platform::RadioState& state) {
+  std::string error;
+  {
+    const std::scoped_lock lock(mutex_);
+    if (recording_) error = recording_->write(options_.date(), state);
+    if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
+  }
+  tellUnrecorded(error);
+  if (options_.onRadioState) options_.onRadioState(state);
 }
 
 void Listener::changed(const platform::RadioState& state) {
-  if (!options_.isRadio) return;
+  // What is no radio is on when it is opened. What it tells later, it was recorded with.
+  if (!options_.isRadio) {
+    if (std::exchange(wasOpened_, true)) tell(state);
+    return;
+  }
   const std::string reason = state.reason.empty() ? "the radio cannot be used" : state.reason;
   using platform::CBManagerState;
   if (state.state == CBManagerState::poweredOn) wasPoweredOn_ = true;
@@ -99,7 +119,7 @@ void Listener::changed(const platform::RadioState& state) {
     return fail(ExitStatus::notPermitted, reason);
   if (state.state == CBManagerState::unsupported && !wasPoweredOn_)
     return fail(ExitStatus::noRadio, noRadioLine(reason));
-  if (options_.onRadioState) options_.onRadioState(state);
+  tell(state);
 }
 
 void Listener::fail(ExitStatus status, const std::string& line) {
@@ -108,6 +128,11 @@ void Listener::fail(ExitStatus status, const std::string& line) {
     failure_.emplace(status, line);
   }
   if (options_.onUnusable) options_.onUnusable();
+}
+
+void Listener::flush() {
+  const std::scoped_lock lock(mutex_);
+  if (recording_) recording_->flush();
 }
 
 void Listener::finish() {

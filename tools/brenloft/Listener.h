@@ -1,10 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,12 +19,16 @@
 namespace brenloft {
 
 struct ListenerOptions {
-  std::string record;              ///< capture file that gets everything heard; "": none
-  std::string capture;             ///< capture file that is being heard; "": none
-  bool isRadio = false;            ///< as `Source::isRadio`
-  std::optional<double> exitTime;  ///< seconds, to be held against the gaps of a radio
+  std::string record;                    ///< capture file that gets everything heard; "": none
+  std::filesystem::path container;       ///< whose files are never recorded to
+  std::string capture;                   ///< capture file that is being heard; "": none
+  bool isRadio = false;                  ///< as `Source::isRadio`
+  std::optional<double> exitTime;        ///< seconds, to be held against the gaps of a radio
+  std::function<platform::Date()> date;  ///< of the states that are recorded
+  std::stop_token stop;                  ///< ends the wait for the reader of a pipe that is recorded to
   std::function<void(std::string_view line)> onMessage;
-  /// Of a radio only, and not for the state that ends the command: the command's last line tells it.
+  /// Of a radio, or of the one that a capture was recorded from, and not for the state that ends the command:
+  /// the command's last line tells it.
   std::function<void(const platform::RadioState& state)> onRadioState;
   std::function<void()> onUnusable;  ///< nothing will be heard; `finish` throws the reason
 };
@@ -33,18 +39,23 @@ struct ListenerOptions {
 /// Threads: made and asked on one; `wrap`'s result does its work on the source's queue.
 class Listener : public std::enable_shared_from_this<Listener> {
  public:
+  /// Throws `Failure` when the recording would overwrite what is being heard, or a file of a container.
   static std::shared_ptr<Listener> make(ListenerOptions options);
 
   /// Begins the recording; before the first report, and once nothing else can go wrong, for an earlier file
-  /// of that name is gone then. Throws `Failure`, also when that file is the one that is being heard.
+  /// of that name is gone then. Throws `Failure`.
   void begin();
 
   std::shared_ptr<platform::AdvertisingReportSource> wrap(
       std::shared_ptr<platform::AdvertisingReportSource> source);
 
-  /// The same for a caller that reads reports itself.
+  /// The same for a caller that reads reports and states itself.
   platform::AdvertisingReportSource::ReportHandler tee(
       platform::AdvertisingReportSource::ReportHandler onReport);
+  void tell(const platform::RadioState& state);
+
+  /// Hands what was recorded to the file.
+  void flush();
 
   /// Ends the recording, and throws `Failure` for what the command must end with.
   void finish();
@@ -55,10 +66,12 @@ class Listener : public std::enable_shared_from_this<Listener> {
   void want(const std::vector<platform::CBUUID>& services);
   void heard(const platform::AdvertisingReport& report);
   void changed(const platform::RadioState& state);
+  void tellUnrecorded(const std::string& error);
   void fail(ExitStatus status, const std::string& line);
 
   ListenerOptions options_;
   const bool takesReports_;
+  bool wasOpened_ = false;
   bool wasPoweredOn_ = false;
   bool wasHeard_ = false;
 

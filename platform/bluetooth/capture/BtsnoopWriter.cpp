@@ -1,15 +1,12 @@
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
-
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <unistd.h>
+#include <utility>
 
 #include "platform/bluetooth/capture/BtsnoopFormat.h"
+#include "platform/bluetooth/capture/FileSink.h"
 #include "platform/bluetooth/capture/PacketReader.h"
+#include "platform/bluetooth/capture/RadioStateEvent.h"
 
 namespace platform {
 namespace {
@@ -53,30 +50,6 @@ unsigned extendedEventType(AdvertisingKind kind) {
   return 0;
 }
 
-// An open file.
-class FileSink {
- public:
-  FileSink(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {}
-  ~FileSink() { close(descriptor_); }
-  FileSink(const FileSink&) = delete;
-  FileSink& operator=(const FileSink&) = delete;
-
-  std::string write(DataView rest) const {
-    while (!rest.empty()) {
-      const ssize_t count = ::write(descriptor_, rest.data(), rest.size());
-      if (count >= 0)
-        rest = rest.subspan(static_cast<std::size_t>(count));
-      else if (errno != EINTR)
-        return fmt::format("{}: cannot be written: {}", path_, std::generic_category().message(errno));
-    }
-    return {};
-  }
-
- private:
-  const int descriptor_;
-  const std::string path_;
-};
-
 class BufferedBtsnoopWriter : public BtsnoopWriter {
  public:
   explicit BufferedBtsnoopWriter(Sink sink) : sink_(std::move(sink)) {
@@ -96,6 +69,14 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
       putExtended(report);
     const bool isLate = report.time - oldest_ >= kLongestDelay || report.time < oldest_;
     return isLate || buffer_.size() >= kManyOctets ? flush() : std::string();
+  }
+
+  std::string write(Date time, const RadioState& state) override {
+    if (hasFailed_) return {};
+    const Data event = radioStateEvent(state);
+    beginPacket(time, event.size());
+    put(event);
+    return flush();
   }
 
   std::string flush() override {
@@ -120,17 +101,21 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
     std::for_each(address.octets.rbegin(), address.octets.rend(), [this](uint8_t octet) { putOctet(octet); });
   }
 
-  /// A record with the beginning of an LE Meta event; `parameters` octets follow the subevent code.
-  void beginEvent(Date time, unsigned subevent, std::size_t parameters) {
+  /// A record with the beginning of an event packet; the event follows.
+  void beginPacket(Date time, std::size_t event) {
     constexpr unsigned kEventPacket = 0x04;
-    constexpr unsigned kLEMeta = 0x3E;
-    const std::size_t length = parameters + 4;
-    putBigEndian(length, 4);
-    putBigEndian(length, 4);
+    putBigEndian(event + 1, 4);
+    putBigEndian(event + 1, 4);
     putBigEndian(CapturePacket::kReceivedEvent, 4);
     putBigEndian(0, 4);
     putBigEndian(static_cast<uint64_t>(time.time_since_epoch().count()) + btsnoop::kEpoch, 8);
     putOctet(kEventPacket);
+  }
+
+  /// A record with the beginning of an LE Meta event; `parameters` octets follow the subevent code.
+  void beginEvent(Date time, unsigned subevent, std::size_t parameters) {
+    constexpr unsigned kLEMeta = 0x3E;
+    beginPacket(time, parameters + 3);
     putOctet(kLEMeta);
     putOctet(static_cast<unsigned>(parameters + 1));
     putOctet(subevent);
@@ -187,17 +172,10 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
 
 }  // namespace
 
-std::unique_ptr<BtsnoopWriter> BtsnoopWriter::create(const std::string& path, std::string& error) {
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC, 0666);
-  if (descriptor < 0) {
-    error = fmt::format("{}: cannot be written: {}", path, std::generic_category().message(errno));
-    return nullptr;
-  }
-  const auto file = std::make_shared<FileSink>(descriptor, path);
-  if (isatty(descriptor) == 1) {
-    error = path + ": a terminal shows no capture";
-    return nullptr;
-  }
+std::unique_ptr<BtsnoopWriter> BtsnoopWriter::create(const std::string& path, std::string& error,
+                                                     std::stop_token stop) {
+  const std::shared_ptr<FileSink> file = FileSink::open(path, error, std::move(stop));
+  if (!file) return nullptr;
   return create([file](DataView octets) { return file->write(octets); });
 }
 

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 #include "platform/bluetooth/AdvertisingReport.h"
@@ -13,22 +14,25 @@ namespace platform {
 /// Advertising Reports, in fragments where one event cannot hold them. Data is cut at 1,650 octets, the most
 /// that an advertisement can have.
 ///
-/// Octets are kept back until there are many, until a report is a second younger than those, or until
-/// `flush`. Threads: one at a time.
+/// The states of the radio stand between them (RadioStateEvent.h).
+///
+/// Octets are kept back until there are many, until a report is a second younger than those, until a state,
+/// or until `flush`. Threads: one at a time.
 class BtsnoopWriter {
  public:
   /// Takes octets; returns the line that says why it could not, else nothing.
   using Sink = std::function<std::string(DataView octets)>;
 
-  /// Begins the file anew. Nothing, and one line that names the file, when that fails or when it is a
-  /// terminal.
-  static std::unique_ptr<BtsnoopWriter> create(const std::string& path, std::string& error);
+  /// Begins the file anew. Nothing when that fails, as `FileSink::open` says.
+  static std::unique_ptr<BtsnoopWriter> create(const std::string& path, std::string& error,
+                                               std::stop_token stop = {});
   static std::unique_ptr<BtsnoopWriter> create(Sink sink);
   virtual ~BtsnoopWriter() = default;
 
   /// Returns the line that says what went wrong, once; empty when all is well and ever after a failure, from
   /// which on nothing is written.
   virtual std::string write(const AdvertisingReport& report) = 0;
+  virtual std::string write(Date time, const RadioState& state) = 0;
   /// Hands everything to the file; returns as `write` does. The destructor does the same without a word.
   virtual std::string flush() = 0;
 };

@@ -8,9 +8,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/bluetooth/capture/StopDescriptor.h"
 
 namespace platform {
 namespace {
@@ -21,20 +22,14 @@ std::string textOfErrno(int code) {
 
 class FileByteSource : public ByteSource {
  public:
-  /// Takes both descriptors over; `stopped` is an eventfd.
-  FileByteSource(int descriptor, int stopped, std::stop_token stop)
-      : descriptor_(descriptor),
-        stopped_(stopped),
-        onStop_(std::in_place, std::move(stop), TellStop{stopped}) {
+  /// Takes the descriptor over.
+  FileByteSource(int descriptor, std::unique_ptr<StopDescriptor> stop)
+      : descriptor_(descriptor), stop_(std::move(stop)) {
     struct stat status {};
     if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode))
       size_ = static_cast<uint64_t>(status.st_size);
   }
-  ~FileByteSource() override {
-    onStop_.reset();  // may be writing on another thread
-    close(descriptor_);
-    close(stopped_);
-  }
+  ~FileByteSource() override { close(descriptor_); }
 
   std::size_t read(std::span<std::byte> octets) override {
     while (error_.empty() && wait()) {
@@ -49,14 +44,9 @@ class FileByteSource : public ByteSource {
   std::optional<uint64_t> size() const override { return size_; }
 
  private:
-  struct TellStop {
-    int stopped;
-    void operator()() const { eventfd_write(stopped, 1); }
-  };
-
   /// False after a stop. Without waiting, a named pipe that nobody writes to yet would read as empty.
   bool wait() {
-    std::array<pollfd, 2> polled{{{descriptor_, POLLIN, 0}, {stopped_, POLLIN, 0}}};
+    std::array<pollfd, 2> polled{{{descriptor_, POLLIN, 0}, {stop_->get(), POLLIN, 0}}};
     while (poll(polled.data(), polled.size(), -1) < 0 && errno == EINTR) {
     }
     isStopped_ = polled[1].revents != 0;
@@ -64,8 +54,7 @@ class FileByteSource : public ByteSource {
   }
 
   int descriptor_;
-  int stopped_;
-  std::optional<std::stop_callback<TellStop>> onStop_;
+  std::unique_ptr<StopDescriptor> stop_;
   std::optional<uint64_t> size_;
   std::string error_;
   bool isStopped_ = false;
@@ -77,8 +66,8 @@ std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string&
                                            std::stop_token stop) {
   // Not blocking: the opening of a named pipe would wait for a writer.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  const int stopped = descriptor < 0 ? -1 : eventfd(0, EFD_CLOEXEC);
-  if (stopped >= 0) return std::make_unique<FileByteSource>(descriptor, stopped, std::move(stop));
+  auto stopped = descriptor < 0 ? nullptr : std::make_unique<StopDescriptor>(std::move(stop));
+  if (stopped && stopped->get() >= 0) return std::make_unique<FileByteSource>(descriptor, std::move(stopped));
   error = textOfErrno(errno);
   if (descriptor >= 0) close(descriptor);
   return nullptr;

@@ -74,6 +74,7 @@ struct CaptureReader::State {
     ++record;
     if (result == PacketReader::Next::packet) content = linkContentOf(packet);
     report(fault.empty() ? content.fault : fault);
+    if (content.state) return Next::state;
     return content.report || !content.event.empty() ? Next::record : Next::skipped;
   }
 
@@ -118,6 +119,10 @@ CaptureReader::Next CaptureReader::next() {
 }
 void CaptureReader::read(const ReportHandler& handler) {
   state_->read(handler);
+}
+const RadioState& CaptureReader::radioState() const {
+  static const RadioState none;
+  return state_->content.state ? *state_->content.state : none;
 }
 uint64_t CaptureReader::record() const {
   return state_->record;

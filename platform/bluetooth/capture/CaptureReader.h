@@ -34,6 +34,7 @@ class CaptureReader {
  public:
   enum class Next {
     record,   ///< a record that has to do with advertising
+    state,    ///< a state of the radio that the capture was recorded from
     skipped,  ///< another record, or a faulty one
     end,
   };
@@ -54,6 +55,9 @@ class CaptureReader {
   Next next();
   /// Hands on the reports of the record that `next` moved to, once. Their data is lent for the call.
   void read(const ReportHandler& handler);
+
+  /// The state that `next` moved to.
+  const RadioState& radioState() const;
 
   /// Of the record that `next` moved to, from 1.
   uint64_t record() const;

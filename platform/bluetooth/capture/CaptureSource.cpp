@@ -116,11 +116,19 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
   void deliver() {
     sayDiagnostics();
     followDate();
+    if (next_ == CaptureReader::Next::state) return changeState();
+    if (!isOn_) return advance();
     if (!isScanning_) return hold();
     ++heldRecords_;  // lets a pending `letGo` know that its record is done
     isHeld_ = false;
     reader_->read([this](const AdvertisingReport& report) { gate_.report(report); });
     sayDiagnostics();
+    advance();
+  }
+
+  void changeState() {
+    isOn_ = reader_->radioState().state == CBManagerState::poweredOn;
+    gate_.state(reader_->radioState());
     advance();
   }
 
@@ -185,6 +193,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
   Date time_;              // of the record that comes next
   dispatch_time_t due_{};  // its instant
   bool isPowered_ = false;
+  bool isOn_ = true;  // as the capture's last state says
   bool hasBegun_ = false;
   bool isHeld_ = false;
   uint64_t heldRecords_ = 0;

@@ -26,7 +26,8 @@ struct CaptureSourceOptions {
   std::stop_token stop;
 };
 
-/// A radio that hears what a capture holds.
+/// A radio that hears what a capture holds. It is on until the capture says otherwise: then it tells the
+/// state that its recorded radio had, and hears nothing while that was not on.
 ///
 /// The replay begins with the first scan. On virtual time (a `VirtualDispatch`) it follows the capture's
 /// clock: the time between two records passes, though never more than a day, nothing passes where that clock

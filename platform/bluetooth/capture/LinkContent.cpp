@@ -1,6 +1,7 @@
 #include "platform/bluetooth/capture/LinkContent.h"
 
 #include "platform/bluetooth/capture/LinkLayer.h"
+#include "platform/bluetooth/capture/RadioStateEvent.h"
 #include "platform/bluetooth/capture/WireOctets.h"
 
 namespace platform {
@@ -14,19 +15,19 @@ constexpr unsigned kLEMeta = 0x3E;
 constexpr unsigned kAdvertisingReport = 0x02;
 constexpr unsigned kExtendedAdvertisingReport = 0x0D;
 
-constexpr LinkContent faulty(std::string_view text) {
-  return {{}, {}, text, 0};
+LinkContent faulty(std::string_view text) {
+  return {.fault = text};
 }
 
 /// Events that cannot be told apart because they are cut are kept: their fault wants to be said.
 LinkContent event(DataView octets, uint32_t channel) {
-  if (!octets.empty() && wire::octet(octets, 0) != kLEMeta) return {};
+  if (!octets.empty() && wire::octet(octets, 0) != kLEMeta) return {.state = radioStateOf(octets)};
   if (octets.size() >= 3) {
     const unsigned subevent = wire::octet(octets, 2);
     if (subevent != kAdvertisingReport && subevent != kExtendedAdvertisingReport) return {};
   }
   if (octets.size() < 2) return faulty("its event is cut");
-  return {octets, {}, {}, channel};
+  return {.event = octets, .channel = channel};
 }
 
 LinkContent h4(DataView octets, bool isReceived, uint32_t channel) {
@@ -53,7 +54,7 @@ LinkContent monitorWithHeader(DataView octets) {
 
 LinkContent linkLayer(DataView octets, const LinkLayerReception& reception) {
   const LinkLayerContent content = readLinkLayerPacket(octets, reception);
-  return {{}, content.report, content.fault, 0};
+  return {.report = content.report, .fault = content.fault};
 }
 
 /// LINKTYPE_BLUETOOTH_LE_LL_WITH_PHDR: channel, signal, noise, access address offences and reference, flags.

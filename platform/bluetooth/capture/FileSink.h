@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <stop_token>
+#include <string>
+
+#include "platform/bluetooth/capture/StopDescriptor.h"
+#include "platform/foundation/Data.h"
+
+namespace platform {
+
+/// A file that is begun anew, a pipe or a device, written in place. A pipe is waited for until `stop` is
+/// requested, and a second longer while it has a reader; that may be done on any thread.
+///
+/// Threads: one at a time.
+class FileSink {
+ public:
+  /// Nothing, and one line that names the file, when that fails or when it is a terminal; nothing and no line
+  /// when it is a pipe that nobody reads before the stop.
+  static std::unique_ptr<FileSink> open(const std::string& path, std::string& error, std::stop_token stop);
+  ~FileSink();
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  /// Returns the line that says why not everything was written, else nothing.
+  std::string write(DataView octets);
+
+ private:
+  FileSink(std::string path, std::stop_token stop) : path_(std::move(path)), stop_(std::move(stop)) {}
+  void openToWrite();
+  bool awaitReader() const;
+  std::string failure(const std::string& reason) const;
+
+  const std::string path_;
+  const StopDescriptor stop_;
+  int descriptor_ = -1;
+};
+
+}  // namespace platform
