@@ -65,7 +65,7 @@ TEST_F(LoggedDemo, ExportsToWhateverTheNameStandsFor) {
   EXPECT_TRUE(fs::is_fifo(fifo));
 
   writeFile(folder_.file("target"), "old");
-  ASSERT_EQ(::chmod(folder_.file("target").c_str(), 0640), 0);
+  ASSERT_EQ(::chmod(folder_.file("target").c_str(), 04640), 0);
   fs::create_symlink("target", folder_.file("link"));
   fs::create_symlink(folder_.file("link"), folder_.file("second link"));
   fs::create_symlink("new", folder_.file("dangling"));
@@ -80,6 +80,39 @@ TEST_F(LoggedDemo, ExportsToWhateverTheNameStandsFor) {
   const mode_t mask = ::umask(0);
   ::umask(mask);
   EXPECT_EQ(fs::status(folder_.file("new")).permissions(), fs::perms(0666 & ~mask));
+}
+
+// The store is a database; its log and the settings, there or not, belong to it. By whatever name.
+TEST_F(LoggedDemo, NoCommandOverwritesAFileOfAContainer) {
+  const std::string store = container() + "/ServiceModel.sqlite";
+  fs::create_symlink("container", folder_.file("folder"));
+  fs::create_symlink("folder/ServiceModel.sqlite", folder_.file("link"));
+  fs::create_hard_link(store, folder_.file("second name"));
+  fs::create_hard_link(container() + "/settings.json", folder_.file("settings"));
+  const auto before = log("export").out;
+  const auto settings = contentsOf(container() + "/settings.json");
+  const std::vector<std::vector<std::string>> commands{
+      {"log", "export", "-C", container(), "--out"},
+      {"scan", "--source", "demo", "--log", "-q", "-C", container(), "--record"},
+      {"simulate", "--seconds", "1", "--out"},
+      {"hear", "--source", "demo", "--record"}};
+  for (auto command : commands) {
+    command.emplace_back();
+    std::vector<std::string> files{store, store + "-wal", folder_.file("folder/settings.json"),
+                                   folder_.file("link"), folder_.file("second name")};
+    // Only who is given the container can know.
+    if (std::find(command.begin(), command.end(), "-C") != command.end())
+      files.push_back(folder_.file("settings"));
+    for (const auto& file : files) {
+      command.back() = file;
+      const Ended ended = runTool(command);
+      EXPECT_EQ(ended.status, 2) << testing::PrintToString(command);
+      EXPECT_EQ(ended.lines().size(), 0U) << ended.out;
+      EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
+    }
+  }
+  EXPECT_EQ(log("export").out, before);
+  EXPECT_EQ(contentsOf(container() + "/settings.json"), settings);
 }
 
 TEST_F(LoggedDemo, AFailedExportIsOneLineAndLeavesEverythingAsItWas) {

@@ -20,7 +20,16 @@ TEST(Store, AnUnusableContainerIsOneLineAndFiveAndStaysAsItWas) {
   const std::string octets =
       "this is no database, and longer than any header of one would be. " + std::string(200, 'x');
   writeFile(store, octets);
-  for (const std::string container : {"file", "garbage"}) {
+  // Triggers of strangers would run with the rights of whoever logs.
+  const std::string foreign = folder.file("foreign/ServiceModel.sqlite");
+  ASSERT_EQ(runTool({"tag", "set", "a", "-C", folder.file("foreign")}).status, 0);
+  ASSERT_EQ(
+      runProgram({"sqlite3", foreign,
+                  "CREATE INDEX i ON SensorLog (uuid); CREATE TRIGGER t AFTER INSERT ON SensorLog BEGIN "
+                  "DELETE FROM BRLUserDataModel; END"})
+          .status,
+      0);
+  for (const std::string container : {"file", "garbage", "foreign"}) {
     const std::vector<std::vector<std::string>> commands{
         {"scan", "--source", "demo", "--log", "-q", "--container", folder.file(container)},
         {"log", "count", "--container", folder.file(container)},
@@ -46,7 +55,11 @@ TEST(Store, ReadingMakesNothing) {
   fs::create_directory(folder.file("empty"));
   for (auto [command, status] : commands) {
     command.insert(command.end(), {"--container", folder.file("empty")});
-    EXPECT_EQ(runTool(command).status, status) << testing::PrintToString(command);
+    const Ended empty = runTool(command);
+    EXPECT_EQ(empty.status, status) << testing::PrintToString(command);
+    if (command.size() == 4) {  // whose result is empty, and nothing else was asked
+      EXPECT_NE(empty.err.find("in " + folder.file("empty")), std::string::npos) << empty.err;
+    }
     EXPECT_TRUE(fs::is_empty(folder.file("empty"))) << testing::PrintToString(command);
 
     command.back() = folder.file("mistyped/deep");
@@ -54,6 +67,24 @@ TEST(Store, ReadingMakesNothing) {
     EXPECT_EQ(mistyped.status, 5) << testing::PrintToString(command);
     EXPECT_EQ(mistyped.err, "brenloft: " + command.back() + ": No such file or directory\n");
     EXPECT_FALSE(fs::exists(folder.file("mistyped")));
+  }
+}
+
+TEST(Store, IsTheOwnersAloneInTheDataFolderAndAsTheUmaskSaysElsewhere) {
+  TemporaryFolder folder;
+  const auto make = [&](const std::string& container) {
+    return runProgram({"sh", "-c",
+                       "umask 027; HOME=$1 XDG_DATA_HOME= exec $0 scan --source demo --log -q " + container,
+                       toolPath(), folder.file("")})
+        .status;
+  };
+  ASSERT_EQ(make(""), 0);
+  ASSERT_EQ(make("-C " + folder.file("shared")), 0);
+  for (const auto& [made, file] :
+       {std::pair(folder.file(".local/share/brenloft"), 0600), std::pair(folder.file("shared"), 0640)}) {
+    EXPECT_EQ(fs::status(made).permissions(), fs::perms(file | (file & 0444) >> 2));
+    for (const auto& entry : fs::directory_iterator(made))
+      EXPECT_EQ(entry.status().permissions(), fs::perms(file)) << entry.path();
   }
 }
 
@@ -78,7 +109,16 @@ TEST(Store, ASaveThatFailsIsOneLineAndFiveAndLeavesWhatWasSaved) {
   EXPECT_EQ(runTool({"tag", "list", "--format", "jsonl", "--container", container}).out,
             "{\"key\":\"door\",\"data\":\"6669727374\"}\n");
 
-  fails(runOnFullDisk({"scan", "--source", "demo", "--log", "-q", "--container", container}));
+  const std::string recorded = folder.file("recorded");
+  const Ended cut = runOnFullDisk(
+      {"scan", "--source", "demo", "--log", "-q", "--container", container, "--record", recorded});
+  fails(cut);
+  // Nothing that was heard or told is kept back.
+  const auto bytes = [](const std::string& line) { return line.find("\"bytes\"") != std::string::npos; };
+  const auto told = cut.lines();
+  const Ended heard = runTool({"hear", "--source", "capture:" + recorded, "--format", "jsonl"});
+  EXPECT_GE(std::count_if(told.begin(), told.end(), bytes), 3);
+  EXPECT_GE(heard.lines().size(), std::count_if(told.begin(), told.end(), bytes));
   const Ended rows = runTool({"log", "count", "--container", container});
   EXPECT_EQ(rows.status, 0) << rows.err;
   EXPECT_GT(std::stoi(rows.out), 0);
@@ -119,8 +159,17 @@ TEST(Tags, ADamagedStoreIsNotCalledEmpty) {
   EXPECT_EQ(listed.out, "");
 }
 
-TEST(Tags, AreNotSetFromWhatCannotBeRead) {
+TEST(Tags, AreNotSetWhereNothingCanBeKept) {
+  const Ended ended = runProgram({"sh", "-c", "HOME=/dev/null XDG_DATA_HOME= exec $0 tag set a", toolPath()});
+  EXPECT_EQ(ended.status, 5);
+  EXPECT_EQ(ended.err,
+            "brenloft: /dev/null/.local/share/brenloft/ServiceModel.sqlite: unable to open database file\n");
+}
+
+TEST(Tags, AreNotSetFromWhatCannotBeReadOrIsTooLong) {
   TemporaryFolder folder;
+  writeFile(folder.file("long"), "");
+  fs::resize_file(folder.file("long"), 999'999'898);
   const auto set = [&](const std::string& more) {
     const Ended ended =
         runProgram({"sh", "-c", "exec \"$0\" tag set key -C \"$1/c\" " + more, toolPath(), folder.file("")});
@@ -133,6 +182,8 @@ TEST(Tags, AreNotSetFromWhatCannotBeRead) {
   EXPECT_EQ(set("--file \"$1\""), "brenloft: " + folder.file("") + ": Is a directory\n");
   EXPECT_EQ(set("--file \"$1\"absent"),
             "brenloft: " + folder.file("absent") + ": No such file or directory\n");
+  EXPECT_EQ(set("--file \"$1\"long"),
+            "brenloft: " + folder.file("long") + ": a tag under this key has 999999897 octets at most\n");
 }
 
 TEST(Tags, ComeBackAsTheyWereInALaterProcess) {

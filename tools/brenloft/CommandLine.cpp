@@ -231,7 +231,8 @@ void addVerbose(CLI::App& command, bool& verbose) {
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
-  command.add_flag("--log", options.log, "write what is reported to the sensor log");
+  command.add_flag("--log", options.log,
+                   "log each beacon when found, back, in an emergency and lost; not every reading");
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kAllFormats);

@@ -8,6 +8,7 @@
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/SensorLogReader.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Output.h"
@@ -60,6 +61,8 @@ class RowPrinter {
       return !out_.isClosed();
     };
   }
+
+  bool isEmpty() const { return newest_ == 0; }
 
   void showNew(SensorLogReader& reader) {
     const auto last = reader.lastNumber();
@@ -131,11 +134,13 @@ void show(const LogOptions& options) {
     require(options.last ? reader->lastRows(*options.last, printer.block())
                          : reader->rowsAfter(0, printer.block()),
             *reader);
+  if (printer.isEmpty()) sayEmpty("no rows", options.container);
   if (loop) follow(options, std::move(reader), printer, out, *loop);
   out.finish();
 }
 
 void exportDocument(const LogOptions& options) {
+  refuseContainerFile("--out", options.out, options.container);
   const auto reader = openLog(options);
   const auto write = [&](const SensorLogReader::TextSink& sink) {
     if (reader)
@@ -153,6 +158,7 @@ void exportDocument(const LogOptions& options) {
     write([&](std::string_view text) { file.write(text); });
     file.finish();
   }
+  if (!reader) sayEmpty("no rows", options.container);
 }
 
 uint64_t rowsOf(const LogOptions& options) {
@@ -168,6 +174,7 @@ void count(const LogOptions& options) {
   Output out(Output::Buffering::blocks);
   out.write(fmt::format("{}\n", rows));
   out.finish();
+  if (rows == 0) sayEmpty("no rows", options.container);
 }
 
 void deleteAll(const LogOptions& options) {
@@ -195,6 +202,7 @@ ExitStatus runLog(const LogOptions& options) {
       deleteAll(options);
       break;
   }
+  tellSettingsProblems();
   return ExitStatus::done;
 }
 

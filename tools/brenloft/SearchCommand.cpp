@@ -193,10 +193,13 @@ class Search {
     reporter_.attach(*source_.loop);
     listener_ = Listener::make(
         {.record = options_.record,
+         .container = options_.container,
          .capture = source_.capture,
          .isRadio = source_.isRadio,
          .exitTime =
              options_.mode == SearchOptions::Mode::sensors ? std::optional(options_.exitTime) : std::nullopt,
+         .date = [this] { return source_.loop->dispatch()->date(); },
+         .stop = stop_.get_token(),
          .onMessage = message,
          .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
          .onUnusable = [this] { source_.loop->stop(); }});
@@ -214,8 +217,13 @@ class Search {
   }
 
   void installPlatform() {
-    auto platform = platform::nativePlatform(
-        {.container = options_.container, .radio = reports_, .dispatch = source_.loop->dispatch()});
+    auto platform =
+        platform::nativePlatform({.container = options_.container,
+                                  .radio = reports_,
+                                  .dispatch = source_.loop->dispatch(),
+                                  .onSettingsProblem = [this](std::string_view line) {
+                                    reporter_.aside([line] { say(fmt::format("brenloft: {}", line)); });
+                                  }});
     // A search that keeps nothing leaves no trace.
     if (!options_.log && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
@@ -223,7 +231,10 @@ class Search {
     if (options_.verbose) platform.log = [this](std::string_view line) { sayWithTime(line); };
     platform::Platform::install(std::move(platform));
     if (!options_.log) return;
-    tellFatalStoreProblems();
+    tellFatalStoreProblems([this] {
+      listener_->flush();
+      out_.flush();
+    });
     BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { sayWithTime(line); });
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, *problem);

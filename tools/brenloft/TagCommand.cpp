@@ -9,10 +9,12 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "platform/Platform.h"
+#include "platform/coredata/NSPersistentStoreCoordinator.h"
 #include "platform/foundation/Hex.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
@@ -30,7 +32,16 @@ using Manager = BRLDataManager::Class;
   throw Failure(ExitStatus::failed, fmt::format("{}: {}", name, std::generic_category().message(errno)));
 }
 
-std::string octetsFrom(int descriptor, const std::string& name) {
+void refuseTooLong(const std::string& name, uint64_t size, std::size_t most) {
+  if (size > most)
+    throw Failure(ExitStatus::failed,
+                  fmt::format("{}: a tag under this key has {} octets at most", name, most));
+}
+
+std::string octetsFrom(int descriptor, const std::string& name, std::size_t most) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
+    refuseTooLong(name, static_cast<uint64_t>(status.st_size), most);
   std::string octets;
   std::array<char, 65'536> buffer;
   while (true) {
@@ -40,14 +51,15 @@ std::string octetsFrom(int descriptor, const std::string& name) {
       octets.append(buffer.data(), static_cast<std::size_t>(count));
     else if (errno != EINTR)
       failToRead(name);
+    refuseTooLong(name, octets.size(), most);
   }
 }
 
-std::string octetsOf(const std::string& file) {
-  if (file.empty()) return octetsFrom(STDIN_FILENO, "standard input");
+std::string octetsOf(const std::string& file, std::size_t most) {
+  if (file.empty()) return octetsFrom(STDIN_FILENO, "standard input", most);
   const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) failToRead(file);
-  std::string octets = octetsFrom(descriptor, file);
+  std::string octets = octetsFrom(descriptor, file, most);
   ::close(descriptor);
   return octets;
 }
@@ -62,10 +74,13 @@ std::vector<StoredTag> tagsIn(const TagOptions& options) {
 }
 
 void get(const TagOptions& options) {
+  const std::string absent = fmt::format("no tag under the key {}", options.key);
+  if (!storeIn(options.container))
+    throw Failure(ExitStatus::failed,
+                  fmt::format("{}: no store in {}", absent, folderOfContainer(options.container).string()));
   const auto tags = tagsIn(options);
   const auto found = std::ranges::find(tags, options.key, &StoredTag::key);
-  if (found == tags.end())
-    throw Failure(ExitStatus::failed, fmt::format("no tag under the key {}", options.key));
+  if (found == tags.end()) throw Failure(ExitStatus::failed, absent);
   Output out(Output::Buffering::blocks);
   out.write(platform::textOf(found->data));
   out.finish();
@@ -90,6 +105,7 @@ void list(const TagOptions& options) {
     out.write(line.take());
   }
   out.finish();
+  if (tags.empty()) sayEmpty("no tags", options.container);
 }
 
 void clear(const TagOptions& options) {
@@ -106,7 +122,8 @@ void clear(const TagOptions& options) {
 ExitStatus runTag(const TagOptions& options) {
   // Before anything is made, so that bad input changes nothing.
   const bool isSet = options.action == TagOptions::Action::set;
-  const std::string octets = isSet ? octetsOf(options.file) : std::string();
+  const std::size_t most = platform::NSSQLiteMaximumObjectSize - options.key.size();
+  const std::string octets = isSet ? octetsOf(options.file, most) : std::string();
   installForStore(options.container);
   switch (options.action) {
     case TagOptions::Action::set:
@@ -122,6 +139,7 @@ ExitStatus runTag(const TagOptions& options) {
       clear(options);
       break;
   }
+  tellSettingsProblems();
   return ExitStatus::done;
 }
 
