@@ -26,27 +26,6 @@ const NSEntityDescription& sensorLogOf(const NSManagedObjectContext& context) {
   return *context.persistentStoreCoordinator()->managedObjectModel()->entityNamed(kSensorLog);
 }
 
-void fill(SensorLog& row, BRLBeaconSnapshot record) {
-  row.setBeaconType(record.beaconType);
-  row.setBeaconId(std::move(record.beaconId));
-  row.setUuid(std::move(record.uuid));
-  row.setMajor(record.major);
-  row.setMinor(record.minor);
-  row.setRssi(record.rssi);
-  row.setTxPower(record.txPower);
-  row.setStatus(record.status);
-  row.setStatusUpdatedDate(record.statusUpdatedDate);
-  row.setEmergency(record.emergency);
-  row.setBattery(record.battery);
-  row.setTemperature(std::move(record.temperature));
-  row.setHumidity(std::move(record.humidity));
-  row.setUniqueId(std::move(record.uniqueId));
-  row.setTbd(std::move(record.tbd));
-  row.setXAccel(std::move(record.xAccel));
-  row.setYAccel(std::move(record.yAccel));
-  row.setZAccel(std::move(record.zAccel));
-}
-
 void appendPiece(Data& document, std::string_view piece) {
   const auto octets = platform::viewOf(piece);
   document.insert(document.end(), octets.begin(), octets.end());
@@ -92,7 +71,7 @@ void BRLDataManager::loggingForSensor(const BRLBeaconDataModel& record) {
   context->performBlockAndWait([&] {
     const auto row = NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(
         kSensorLog, context.get());
-    fill(dynamic_cast<SensorLog&>(*row), record.snapshot());
+    dynamic_cast<SensorLog&>(*row).fill(record.snapshot());
     coreDataManager()->saveContext();
   });
 }

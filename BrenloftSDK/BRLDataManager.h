@@ -50,9 +50,8 @@ class BRL_EXPORT BRLDataManager {
 
   /// -[BRLDataManager selectBeaconLogAllWithCompletionBlock:]
   /// The whole log as records, oldest first, each with its date as text "yyyy-MM-dd HH:mm:ss" in local time.
-  /// What follows a row's first absent value (in the order beaconType, beaconId, uuid, major, minor, rssi,
-  /// status, statusUpdatedDate, txPower, emergency, battery, temperature, humidity, uniqueId, tbd, xAccel,
-  /// yAccel, zAccel) is missing. An empty log delivers nothing, later, on the main queue.
+  /// What follows a row's first absent value is missing, in the order of BRLBeaconSnapshot but with status
+  /// and statusUpdatedDate right behind rssi. An empty log delivers nothing, later, on the main queue.
   void selectBeaconLogAllWithCompletionBlock(RecordsBlock completion);
   /// -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:]
   /// The same as a pretty-printed JSON document (RFC 8259), an array of objects, dates as "yyyyMMddHHmmss".

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "BrenloftSDK/BRLSensorFrame.h"
 #include "platform/foundation/Date.h"
@@ -65,55 +66,55 @@ class BRL_EXPORT BRLBeaconDataModel {
   BRLBeaconDataModel& operator=(const BRLBeaconDataModel&) = delete;
 
   /// 1 = sensor beacon, 2 = iBeacon, 0 = not given.
-  uint64_t beaconType() const { return beaconType_; }
+  uint64_t beaconType() const { return values_.beaconType; }
   /// The device identifier of a sensor beacon, "iBeacon" for an iBeacon.
-  BRLOptionalText beaconId() const;
+  BRLOptionalText beaconId() const { return copyOf(values_.beaconId); }
   /// The text of the first service UUID, or of the proximity UUID.
-  const BRLOptionalText& uuid() const { return uuid_; }
-  int64_t major() const { return major_; }
-  int64_t minor() const { return minor_; }
+  const BRLOptionalText& uuid() const { return values_.uuid; }
+  int64_t major() const { return values_.major; }
+  int64_t minor() const { return values_.minor; }
   /// dBm as the platform reported it.
-  int64_t rssi() const { return rssi_.load(std::memory_order_relaxed); }
+  int64_t rssi() const { return load(values_.rssi); }
   /// 0 to 255, from the first frame only.
-  int64_t txPower() const { return txPower_; }
+  int64_t txPower() const { return values_.txPower; }
   /// 1 or more signals an emergency.
-  int64_t emergency() const { return emergency_.load(std::memory_order_relaxed); }
-  int64_t battery() const { return battery_.load(std::memory_order_relaxed); }
+  int64_t emergency() const { return load(values_.emergency); }
+  int64_t battery() const { return load(values_.battery); }
   /// Two decimals; "" when the frame gave none.
-  BRLOptionalText temperature() const;
-  BRLOptionalText humidity() const;
+  BRLOptionalText temperature() const { return copyOf(values_.temperature); }
+  BRLOptionalText humidity() const { return copyOf(values_.humidity); }
   /// XX-XX-XX-XX-XX-XX
-  BRLOptionalText uniqueId() const;
+  BRLOptionalText uniqueId() const { return copyOf(values_.uniqueId); }
   /// Six hexadecimal digits.
-  BRLOptionalText tbd() const;
+  BRLOptionalText tbd() const { return copyOf(values_.tbd); }
   /// 1 = present, 2 = lost, 0 = not set.
-  int64_t status() const { return status_.load(std::memory_order_acquire); }
+  int64_t status() const { return load(values_.status); }
   /// When the beacon was last heard.
-  std::optional<platform::Date> statusUpdatedDate() const;
+  std::optional<platform::Date> statusUpdatedDate() const { return copyOf(values_.statusUpdatedDate); }
   /// The text that stood for the date in the dictionary, when it was given as a text.
-  BRLOptionalText statusUpdatedDateText() const;
+  BRLOptionalText statusUpdatedDateText() const { return copyOf(statusUpdatedDateText_); }
   /// Signed decimal integers.
-  BRLOptionalText xAccel() const;
-  BRLOptionalText yAccel() const;
-  BRLOptionalText zAccel() const;
+  BRLOptionalText xAccel() const { return copyOf(values_.xAccel); }
+  BRLOptionalText yAccel() const { return copyOf(values_.yAccel); }
+  BRLOptionalText zAccel() const { return copyOf(values_.zAccel); }
 
   /// Everything at one moment.
   BRLBeaconSnapshot snapshot() const;
 
   // -[BRLBeaconDataModel setStatusValue:] and the other mutators; each replaces one value.
-  void setStatusValue(int64_t status) { status_.store(status, std::memory_order_release); }
-  void setRssiValue(int64_t rssi) { rssi_.store(rssi, std::memory_order_relaxed); }
+  void setStatusValue(int64_t status) { store(values_.status, status); }
+  void setRssiValue(int64_t rssi) { store(values_.rssi, rssi); }
   void setStatusUpdatedDate(platform::Date date);
-  void setEmergency(int64_t emergency) { emergency_.store(emergency, std::memory_order_relaxed); }
-  void setBattery(int64_t battery) { battery_.store(battery, std::memory_order_relaxed); }
-  void setTemperature(BRLOptionalText temperature);
-  void setHumidity(BRLOptionalText humidity);
+  void setEmergency(int64_t emergency) { store(values_.emergency, emergency); }
+  void setBattery(int64_t battery) { store(values_.battery, battery); }
+  void setTemperature(BRLOptionalText temperature) { replace(values_.temperature, std::move(temperature)); }
+  void setHumidity(BRLOptionalText humidity) { replace(values_.humidity, std::move(humidity)); }
   /// Sets beaconId as well: the identity follows the identifier that was sent last.
   void setUniqueId(BRLOptionalText uniqueId);
-  void setTbd(BRLOptionalText tbd);
-  void setXAccel(BRLOptionalText xAccel);
-  void setYAccel(BRLOptionalText yAccel);
-  void setZAccel(BRLOptionalText zAccel);
+  void setTbd(BRLOptionalText tbd) { replace(values_.tbd, std::move(tbd)); }
+  void setXAccel(BRLOptionalText xAccel) { replace(values_.xAccel, std::move(xAccel)); }
+  void setYAccel(BRLOptionalText yAccel) { replace(values_.yAccel, std::move(yAccel)); }
+  void setZAccel(BRLOptionalText zAccel) { replace(values_.zAccel, std::move(zAccel)); }
 
   /// The date, the signal strength and the readings of one advertisement in one change; txPower stays.
   void refresh(platform::Date date, int64_t rssi, const BRLSensorReadings& readings);
@@ -126,29 +127,23 @@ class BRL_EXPORT BRLBeaconDataModel {
   bool markPresent();
 
  private:
-  BRLOptionalText copyOf(const BRLOptionalText& text) const;
-  void replace(BRLOptionalText& text, BRLOptionalText value);
+  static int64_t load(int64_t& integer) { return std::atomic_ref(integer).load(std::memory_order_acquire); }
+  static void store(int64_t& integer, int64_t value) {
+    std::atomic_ref(integer).store(value, std::memory_order_release);
+  }
+  template <typename T>
+  T copyOf(const T& value) const {
+    const std::scoped_lock lock(mutex_);
+    return value;
+  }
+  template <typename T>
+  void replace(T& value, T by) {
+    const std::scoped_lock lock(mutex_);
+    std::swap(value, by);
+  }
 
-  uint64_t beaconType_ = 0;
-  BRLOptionalText uuid_;
-  int64_t major_ = 0;
-  int64_t minor_ = 0;
-  int64_t txPower_ = 0;
-
-  std::atomic<int64_t> rssi_{0};
-  std::atomic<int64_t> status_{0};
-  std::atomic<int64_t> emergency_{0};
-  std::atomic<int64_t> battery_{0};
-
-  mutable std::mutex mutex_;  // guards everything below
-  BRLOptionalText beaconId_;
-  BRLOptionalText temperature_;
-  BRLOptionalText humidity_;
-  BRLOptionalText uniqueId_;
-  BRLOptionalText tbd_;
-  std::optional<platform::Date> statusUpdatedDate_;
+  mutable std::mutex mutex_;  // guards the texts, but for uuid, and the date
+  // Mutable for std::atomic_ref only, which has no constant form.
+  mutable BRLBeaconSnapshot values_;
   BRLOptionalText statusUpdatedDateText_;
-  BRLOptionalText xAccel_;
-  BRLOptionalText yAccel_;
-  BRLOptionalText zAccel_;
 };

@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 
+#include "BrenloftSDK/BRLProperties.h"
 #include "platform/foundation/Hex.h"
 
 namespace {
@@ -55,6 +56,13 @@ std::string hexDigits(DataView frame, size_t offset) {
   return {digits.data(), digits.size() - (Separator == 0 ? 0 : 1)};
 }
 
+platform::Value valueOf(uint32_t number) {
+  return platform::NSNumber(number);
+}
+platform::Value valueOf(const std::string& text) {
+  return text;
+}
+
 }  // namespace
 
 std::optional<BRLSensorReadings> BRLSensorReadings::fromFrame(DataView manufacturerData) {
@@ -75,17 +83,8 @@ std::optional<BRLSensorReadings> BRLSensorReadings::fromFrame(DataView manufactu
 }
 
 platform::Dictionary BRLSensorReadings::dictionary() const {
-  using platform::NSNumber;
-  return {
-      {"uniqueId", uniqueId},
-      {"txPower", NSNumber(txPower)},
-      {"temperature", temperature},
-      {"humidity", humidity},
-      {"battery", NSNumber(battery)},
-      {"emergency", NSNumber(emergency)},
-      {"tbd", tbd},
-      {"xAccel", xAccel},
-      {"yAccel", yAccel},
-      {"zAccel", zAccel},
-  };
+  platform::Dictionary dictionary;
+  BRLForEach(kBRLReadings,
+             [&](const auto& reading) { dictionary.emplace(reading.name, valueOf(this->*reading.member)); });
+  return dictionary;
 }

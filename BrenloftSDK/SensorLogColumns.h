@@ -4,37 +4,27 @@
 #include <cstddef>
 #include <string_view>
 
+#include "BrenloftSDK/BRLProperties.h"
 #include "platform/coredata/NSEntityDescription.h"
 #include "platform/coredata/StoredValue.h"
 
-/// A row of the sensor log in the order in which it is read back, which is not the order of its columns.
+struct SensorLogMember {
+  std::string_view name;
+  BRLKind kind;
+};
+
+/// A row of the sensor log in the order in which it is read back.
+inline constexpr auto kSensorLogMembers = [] {
+  std::array<SensorLogMember, kBRLPropertyCount> members{};
+  BRLForEach(kBRLProperties, [&](const auto& property) {
+    members[property.readBack] = {property.name, property.kind()};
+  });
+  return members;
+}();
+
+/// Where those members are in the rows of an entity.
 class SensorLogColumns {
  public:
-  enum Kind { Integer, Unsigned, Text, Date };
-  struct Member {
-    std::string_view name;
-    Kind kind;
-  };
-  static constexpr std::size_t kCount = 18;
-  static constexpr std::array<Member, kCount> kMembers = {{{"beaconType", Unsigned},
-                                                           {"beaconId", Text},
-                                                           {"uuid", Text},
-                                                           {"major", Integer},
-                                                           {"minor", Integer},
-                                                           {"rssi", Integer},
-                                                           {"status", Integer},
-                                                           {"statusUpdatedDate", Date},
-                                                           {"txPower", Integer},
-                                                           {"emergency", Integer},
-                                                           {"battery", Integer},
-                                                           {"temperature", Text},
-                                                           {"humidity", Text},
-                                                           {"uniqueId", Text},
-                                                           {"tbd", Text},
-                                                           {"xAccel", Text},
-                                                           {"yAccel", Text},
-                                                           {"zAccel", Text}}};
-
   /// Throws platform::NSInvalidArgumentException when the entity lacks one of them.
   explicit SensorLogColumns(const platform::NSEntityDescription& entity);
 
@@ -45,5 +35,5 @@ class SensorLogColumns {
   std::size_t presentMembers(const platform::StoredRow& row) const;
 
  private:
-  std::array<std::size_t, kCount> places_{};
+  std::array<std::size_t, kSensorLogMembers.size()> places_{};
 };

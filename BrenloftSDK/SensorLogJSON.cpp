@@ -92,7 +92,7 @@ void appendJSONString(std::string& out, std::string_view text) {
 SensorLogJSON::SensorLogJSON(const platform::NSEntityDescription& entity, Sink sink)
     : columns_(entity), dates_("yyyyMMddHHmmss"), sink_(std::move(sink)) {
   for (std::size_t i = 0; i < keys_.size(); ++i) {
-    keys_[i] = (i == 0 ? "\n    \"" : ",\n    \"") + std::string(SensorLogColumns::kMembers[i].name) + "\": ";
+    keys_[i] = (i == 0 ? "\n    \"" : ",\n    \"") + std::string(kSensorLogMembers[i].name) + "\": ";
   }
 }
 
@@ -102,7 +102,7 @@ void SensorLogJSON::add(const platform::StoredRow& row) {
   const std::size_t present = columns_.presentMembers(row);
   for (std::size_t i = 0; i < present; ++i) {
     text_ += keys_[i];
-    addValue(SensorLogColumns::kMembers[i].kind, columns_.valueAt(row, i));
+    addValue(kSensorLogMembers[i].kind, columns_.valueAt(row, i));
   }
   text_ += present == 0 ? "}" : "\n  }";
   if (text_.size() < kPieceSize) return;
@@ -110,15 +110,15 @@ void SensorLogJSON::add(const platform::StoredRow& row) {
   text_.clear();
 }
 
-void SensorLogJSON::addValue(SensorLogColumns::Kind kind, const platform::StoredView& value) {
+void SensorLogJSON::addValue(BRLKind kind, const platform::StoredView& value) {
   switch (kind) {
-    case SensorLogColumns::Integer:
+    case BRLKind::integer:
       return appendInteger(text_, std::get<int64_t>(value));
-    case SensorLogColumns::Unsigned:
+    case BRLKind::unsignedInteger:
       return appendInteger(text_, static_cast<uint64_t>(std::get<int64_t>(value)));
-    case SensorLogColumns::Text:
+    case BRLKind::text:
       return appendJSONString(text_, std::get<std::string_view>(value));
-    case SensorLogColumns::Date:
+    case BRLKind::date:
       text_ += '"';
       dates_.appendDate(platform::dateWithTimeIntervalSince1970(std::get<double>(value)), text_);
       text_ += '"';

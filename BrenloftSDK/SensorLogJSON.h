@@ -24,12 +24,12 @@ class SensorLogJSON {
   void finish();
 
  private:
-  void addValue(SensorLogColumns::Kind kind, const platform::StoredView& value);
+  void addValue(BRLKind kind, const platform::StoredView& value);
 
   SensorLogColumns columns_;
   platform::NSDateFormatter dates_;
   Sink sink_;
-  std::array<std::string, SensorLogColumns::kCount> keys_;
+  std::array<std::string, kSensorLogMembers.size()> keys_;
   std::string text_;
   bool empty_ = true;
 };

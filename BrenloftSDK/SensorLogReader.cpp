@@ -16,42 +16,27 @@ const platform::NSEntityDescription& sensorLogOf(const StoreReader& reader) {
   return *reader.model().entityNamed("SensorLog");
 }
 
-int64_t integerOf(const StoredView& value) {
-  const auto* integer = std::get_if<int64_t>(&value);
-  return integer != nullptr ? *integer : 0;
+// How a property of each kind takes its value from a column; absent numbers are 0.
+
+void take(int64_t& integer, const StoredView& value) {
+  if (const auto* stored = std::get_if<int64_t>(&value)) integer = *stored;
+}
+void take(uint64_t& integer, const StoredView& value) {
+  if (const auto* stored = std::get_if<int64_t>(&value)) integer = static_cast<uint64_t>(*stored);
+}
+void take(BRLOptionalText& text, const StoredView& value) {
+  if (const auto* stored = std::get_if<std::string_view>(&value)) text = *stored;
+}
+void take(std::optional<platform::Date>& date, const StoredView& value) {
+  if (const auto* seconds = std::get_if<double>(&value))
+    date = platform::dateWithTimeIntervalSince1970(*seconds);
 }
 
-BRLOptionalText textOf(const StoredView& value) {
-  const auto* text = std::get_if<std::string_view>(&value);
-  return text != nullptr ? BRLOptionalText(*text) : std::nullopt;
-}
-
-std::optional<platform::Date> dateOf(const StoredView& value) {
-  const auto* seconds = std::get_if<double>(&value);
-  return seconds != nullptr ? std::optional(platform::dateWithTimeIntervalSince1970(*seconds)) : std::nullopt;
-}
-
-// In the order of SensorLogColumns::kMembers.
 SensorLogReader::Row rowFrom(const SensorLogColumns& columns, const StoredRow& stored) {
-  std::size_t next = 0;
-  const auto value = [&]() -> const StoredView& { return columns.valueAt(stored, next++); };
   SensorLogReader::Row row{stored.number, {}};
-  BRLBeaconSnapshot& values = row.values;
-  values.beaconType = static_cast<uint64_t>(integerOf(value()));
-  values.beaconId = textOf(value());
-  values.uuid = textOf(value());
-  values.major = integerOf(value());
-  values.minor = integerOf(value());
-  values.rssi = integerOf(value());
-  values.status = integerOf(value());
-  values.statusUpdatedDate = dateOf(value());
-  values.txPower = integerOf(value());
-  values.emergency = integerOf(value());
-  values.battery = integerOf(value());
-  for (auto* text : {&values.temperature, &values.humidity, &values.uniqueId, &values.tbd, &values.xAccel,
-                     &values.yAccel, &values.zAccel}) {
-    *text = textOf(value());
-  }
+  BRLForEach(kBRLProperties, [&](const auto& property) {
+    take(row.values.*property.member, columns.valueAt(stored, property.readBack));
+  });
   return row;
 }
 

@@ -13,7 +13,7 @@ std::shared_ptr<BRLBeaconDataModel> SensorLogRecords::recordOf(const platform::S
   const std::size_t present = columns_.presentMembers(row);
   if (dictionary_.size() > present) dictionary_.clear();
   for (std::size_t i = 0; i < present; ++i) {
-    const auto& member = SensorLogColumns::kMembers[i];
+    const auto& member = kSensorLogMembers[i];
     auto place = dictionary_.find(member.name);
     if (place == dictionary_.end()) place = dictionary_.emplace(std::string(member.name), Value()).first;
     place->second = valueOf(member.kind, columns_.valueAt(row, i));
@@ -21,15 +21,15 @@ std::shared_ptr<BRLBeaconDataModel> SensorLogRecords::recordOf(const platform::S
   return std::make_shared<BRLBeaconDataModel>(dictionary_);
 }
 
-Value SensorLogRecords::valueOf(SensorLogColumns::Kind kind, const platform::StoredView& value) {
+Value SensorLogRecords::valueOf(BRLKind kind, const platform::StoredView& value) {
   switch (kind) {
-    case SensorLogColumns::Integer:
+    case BRLKind::integer:
       return platform::NSNumber(std::get<int64_t>(value));
-    case SensorLogColumns::Unsigned:
+    case BRLKind::unsignedInteger:
       return platform::NSNumber(static_cast<uint64_t>(std::get<int64_t>(value)));
-    case SensorLogColumns::Text:
+    case BRLKind::text:
       return std::string(std::get<std::string_view>(value));
-    case SensorLogColumns::Date:
+    case BRLKind::date:
       break;
   }
   return dates_.stringFromDate(platform::dateWithTimeIntervalSince1970(std::get<double>(value)));

@@ -15,7 +15,7 @@ class SensorLogRecords {
   std::shared_ptr<BRLBeaconDataModel> recordOf(const platform::StoredRow& row);
 
  private:
-  platform::Value valueOf(SensorLogColumns::Kind kind, const platform::StoredView& value);
+  platform::Value valueOf(BRLKind kind, const platform::StoredView& value);
 
   SensorLogColumns columns_;
   platform::NSDateFormatter dates_;
