@@ -4,6 +4,7 @@
 //   bench_store ROWS [FILE]         the same with ROWS rows; the file is kept when it is named
 //
 // Compare the document's time with: time sqlite3 -json FILE 'SELECT * FROM SensorLog' > /dev/null
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -16,6 +17,7 @@
 #include <stdlib.h>
 
 #include "BrenloftSDK/BRLDataManager.h"
+#include "BrenloftSDK/BRLProperties.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -96,12 +98,16 @@ class BareInserts {
   explicit BareInserts(const std::filesystem::path& file) {
     sqlite3_open_v2(file.c_str(), &database_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     run("PRAGMA synchronous = NORMAL; PRAGMA secure_delete = FAST");
-    sqlite3_prepare_v2(
-        database_,
-        "INSERT INTO SensorLog (battery, beaconId, beaconType, emergency, humidity, major, minor, "
-        "rssi, status, statusUpdatedDate, tbd, temperature, txPower, uniqueId, uuid, xAccel, "
-        "yAccel, zAccel) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
-        -1, &insert_, nullptr);
+    std::array<std::string, kBRLPropertyCount> columns;
+    BRLForEach(kBRLProperties, [&](const auto& property) { columns[property.column] = property.name; });
+    std::string names = columns.front();
+    std::string places = "?";
+    for (std::size_t i = 1; i < columns.size(); ++i) {
+      names += ", " + columns[i];
+      places += ", ?";
+    }
+    const std::string sql = "INSERT INTO SensorLog (" + names + ") VALUES (" + places + ")";
+    sqlite3_prepare_v2(database_, sql.c_str(), -1, &insert_, nullptr);
   }
   ~BareInserts() {
     sqlite3_finalize(insert_);
@@ -113,32 +119,21 @@ class BareInserts {
   void run(const char* sql) { sqlite3_exec(database_, sql, nullptr, nullptr, nullptr); }
 
   void insert(const BRLBeaconSnapshot& record) {
-    number(1, record.battery);
-    text(2, record.beaconId);
-    number(3, static_cast<int64_t>(record.beaconType));
-    number(4, record.emergency);
-    text(5, record.humidity);
-    number(6, record.major);
-    number(7, record.minor);
-    number(8, record.rssi);
-    number(9, record.status);
-    sqlite3_bind_double(insert_, 10, platform::timeIntervalSince1970(*record.statusUpdatedDate));
-    text(11, record.tbd);
-    text(12, record.temperature);
-    number(13, record.txPower);
-    text(14, record.uniqueId);
-    text(15, record.uuid);
-    text(16, record.xAccel);
-    text(17, record.yAccel);
-    text(18, record.zAccel);
+    BRLForEach(kBRLProperties, [&](const auto& property) {
+      bind(static_cast<int>(property.column) + 1, record.*property.member);
+    });
     sqlite3_step(insert_);
     sqlite3_reset(insert_);
   }
 
  private:
-  void number(int parameter, int64_t value) { sqlite3_bind_int64(insert_, parameter, value); }
-  void text(int parameter, const BRLOptionalText& value) {
+  void bind(int parameter, int64_t value) { sqlite3_bind_int64(insert_, parameter, value); }
+  void bind(int parameter, uint64_t value) { bind(parameter, static_cast<int64_t>(value)); }
+  void bind(int parameter, const BRLOptionalText& value) {
     sqlite3_bind_text(insert_, parameter, value->c_str(), static_cast<int>(value->size()), SQLITE_STATIC);
+  }
+  void bind(int parameter, std::optional<platform::Date> value) {
+    sqlite3_bind_double(insert_, parameter, platform::timeIntervalSince1970(*value));
   }
 
   sqlite3* database_ = nullptr;

@@ -74,7 +74,7 @@ class Decoder {
       out_.write(fmt::format(fmt::runtime(kRow), "uniqueId", "temp", "humid", "tx", "bat", "emg", "xAccel",
                              "yAccel", "zAccel", "tbd"));
     else if (format_ == Format::csv)
-      out_.write(fmt::format("{}\n", kReadingsNames));
+      out_.write(fmt::format("{}\n", readingsNames()));
   }
 
   /// `place` names the frame when it is no hexadecimal text.

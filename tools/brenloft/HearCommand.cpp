@@ -45,7 +45,7 @@ class HeardPrinter {
       out_.write(fmt::format("{:<{}}  {:<17}  {:<15}  {:>4}  {:<14}  {}\n", "time", times_.wholeWidth(),
                              "address", "kind", "rssi", "uuids", "manufacturer data, readings"));
     else if (options_.format == Format::csv)
-      out_.write(fmt::format("time,address,kind,rssi,uuids,manufacturer,{}\n", kReadingsNames));
+      out_.write(fmt::format("time,address,kind,rssi,uuids,manufacturer,{}\n", readingsNames()));
   }
 
   void print(const AdvertisingReport& report) {

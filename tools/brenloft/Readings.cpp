@@ -1,9 +1,11 @@
 #include "tools/brenloft/Readings.h"
 
-#include <algorithm>
+#include <tuple>
+#include <type_traits>
 
 #include <fmt/format.h>
 
+#include "BrenloftSDK/BRLProperties.h"
 #include "tools/brenloft/Texts.h"
 
 namespace brenloft {
@@ -25,6 +27,71 @@ std::string beaconText(const BRLBeaconSnapshot& record) {
   return record.beaconType == 2 ? fmt::format("{}/{}", record.major, record.minor) : orDash(record.beaconId);
 }
 
+// A property or a reading of each kind as a value of JSON.
+
+void write(JsonLine& line, int64_t number) {
+  line.number(number);
+}
+void write(JsonLine& line, uint64_t number) {
+  line.number(static_cast<int64_t>(number));
+}
+void write(JsonLine& line, uint32_t number) {
+  line.number(number);
+}
+void write(JsonLine& line, const std::string& text) {
+  line.text(text);
+}
+void write(JsonLine& line, const BRLOptionalText& text) {
+  line.textOrNull(text);
+}
+void write(JsonLine& line, const std::optional<platform::Date>& date) {
+  if (date)
+    line.date(*date);
+  else
+    line.null();
+}
+
+template <typename Table, typename Values>
+void writeObject(JsonLine& line, const Table& table, const Values& values) {
+  line.beginObject();
+  BRLForEach(table, [&](const auto& entry) { write(line.key(entry.name), values.*entry.member); });
+  line.endObject();
+}
+
+// The same as a field of CSV.
+
+template <typename Integer>
+requires std::is_integral_v<Integer>
+void append(std::string& fields, Integer number) {
+  const fmt::format_int digits(number);
+  fields.append(digits.data(), digits.size());
+}
+void append(std::string& fields, const std::string& text) {
+  fields += csvField(text);
+}
+void append(std::string& fields, const BRLOptionalText& text) {
+  if (text) fields += csvField(*text);
+}
+template <typename T>
+void append(std::string& fields, const T& value, TimeText&) {
+  append(fields, value);
+}
+void append(std::string& fields, const std::optional<platform::Date>& date, TimeText& times) {
+  if (date) fields += times.whole(*date);
+}
+
+// What `append` makes of each entry of a table, with commas between.
+template <typename Table, typename Append>
+std::string joined(const Table& table, const Append& append) {
+  std::string fields;
+  BRLForEach(table, [&](const auto& entry) {
+    append(fields, entry);
+    fields += ',';
+  });
+  fields.pop_back();
+  return fields;
+}
+
 }  // namespace
 
 void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readings) {
@@ -32,25 +99,17 @@ void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readi
     line.null();
     return;
   }
-  line.beginObject();
-  line.key("uniqueId").text(readings->uniqueId);
-  line.key("txPower").number(readings->txPower);
-  line.key("temperature").text(readings->temperature);
-  line.key("humidity").text(readings->humidity);
-  line.key("battery").number(readings->battery);
-  line.key("emergency").number(readings->emergency);
-  line.key("tbd").text(readings->tbd);
-  line.key("xAccel").text(readings->xAccel);
-  line.key("yAccel").text(readings->yAccel);
-  line.key("zAccel").text(readings->zAccel);
-  line.endObject();
+  writeObject(line, kBRLReadings, *readings);
 }
 
 std::string readingsFields(const std::optional<BRLSensorReadings>& readings) {
-  if (!readings) return std::string(std::ranges::count(kReadingsNames, ','), ',');
-  const auto& r = *readings;
-  return fmt::format("{},{},{},{},{},{},{},{},{},{}", r.uniqueId, r.txPower, r.temperature, r.humidity,
-                     r.battery, r.emergency, r.tbd, r.xAccel, r.yAccel, r.zAccel);
+  return joined(kBRLReadings, [&](std::string& fields, const auto& reading) {
+    if (readings) append(fields, (*readings).*reading.member);
+  });
+}
+
+std::string readingsNames() {
+  return joined(kBRLReadings, [](std::string& names, const auto& reading) { names += reading.name; });
 }
 
 std::string readingsText(const BRLSensorReadings& readings) {
@@ -61,30 +120,17 @@ std::string readingsText(const BRLSensorReadings& readings) {
 }
 
 void writeRecord(JsonLine& line, const BRLBeaconSnapshot& record) {
-  line.beginObject();
-  line.key("beaconType").number(static_cast<int64_t>(record.beaconType));
-  line.key("beaconId").textOrNull(record.beaconId);
-  line.key("uuid").textOrNull(record.uuid);
-  line.key("major").number(record.major);
-  line.key("minor").number(record.minor);
-  line.key("rssi").number(record.rssi);
-  line.key("txPower").number(record.txPower);
-  line.key("emergency").number(record.emergency);
-  line.key("battery").number(record.battery);
-  line.key("temperature").textOrNull(record.temperature);
-  line.key("humidity").textOrNull(record.humidity);
-  line.key("uniqueId").textOrNull(record.uniqueId);
-  line.key("tbd").textOrNull(record.tbd);
-  line.key("status").number(record.status);
-  line.key("statusUpdatedDate");
-  if (record.statusUpdatedDate)
-    line.date(*record.statusUpdatedDate);
-  else
-    line.null();
-  line.key("xAccel").textOrNull(record.xAccel);
-  line.key("yAccel").textOrNull(record.yAccel);
-  line.key("zAccel").textOrNull(record.zAccel);
-  line.endObject();
+  writeObject(line, kBRLProperties, record);
+}
+
+std::string recordFields(const BRLBeaconSnapshot& record, TimeText& times) {
+  return joined(kBRLProperties, [&](std::string& fields, const auto& property) {
+    append(fields, record.*property.member, times);
+  });
+}
+
+std::string recordNames() {
+  return joined(kBRLProperties, [](std::string& names, const auto& property) { names += property.name; });
 }
 
 std::string recordRow(const BRLBeaconSnapshot& record) {

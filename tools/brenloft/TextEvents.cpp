@@ -3,25 +3,16 @@
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
-#include "tools/brenloft/Texts.h"
 #include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
 
-std::string field(const BRLOptionalText& text) {
-  return text ? csvField(*text) : "";
-}
-
 class CsvEvents : public SearchEvents {
  public:
   CsvEvents(Output& out, TimeForm timeForm) : out_(out), times_(timeForm) {}
 
-  void begin() override {
-    out_.write(
-        "event,time,beaconType,beaconId,uuid,major,minor,rssi,txPower,emergency,battery,temperature,humidity,"
-        "uniqueId,tbd,status,statusUpdatedDate,xAccel,yAccel,zAccel\n");
-  }
+  void begin() override { out_.write(fmt::format("event,time,{}\n", recordNames())); }
 
   bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
@@ -44,13 +35,8 @@ class CsvEvents : public SearchEvents {
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
-  bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& r) {
-    out_.write(fmt::format("{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{},{}\n", event,
-                           times_.whole(time), r.beaconType, field(r.beaconId), field(r.uuid), r.major,
-                           r.minor, r.rssi, r.txPower, r.emergency, r.battery, field(r.temperature),
-                           field(r.humidity), field(r.uniqueId), field(r.tbd), r.status,
-                           r.statusUpdatedDate ? times_.whole(*r.statusUpdatedDate) : "", field(r.xAccel),
-                           field(r.yAccel), field(r.zAccel)));
+  bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+    out_.write(fmt::format("{},{},{}\n", event, times_.whole(time), recordFields(record, times_)));
     return true;
   }
 

@@ -82,7 +82,8 @@ std::string printable(std::string_view text) {
 }
 
 std::string csvField(std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
+  const auto isPlain = [](char c) { return c != ',' && c != '"' && c != '\r' && c != '\n'; };
+  if (std::all_of(text.begin(), text.end(), isPlain)) return std::string(text);
   std::string quoted = "\"";
   for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
   return quoted + '"';
