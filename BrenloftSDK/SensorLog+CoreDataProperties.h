@@ -10,9 +10,9 @@
 #include "platform/foundation/Export.h"
 
 /// The attributes of SensorLog, all optional, with the names and meanings of BRLBeaconDataModel's properties.
-// They stand in the order of ServiceModel.model, and so are numbered.
 class BRL_EXPORT SensorLogCoreDataProperties : public platform::NSManagedObject {
  public:
+  // In the order of ServiceModel.model, with their places in it.
   std::optional<int64_t> battery() const { return stored<int64_t>({"battery", 0}); }
   void setBattery(std::optional<int64_t> battery) { setStored(battery, {"battery", 0}); }
   std::optional<std::string> beaconId() const { return stored<std::string>({"beaconId", 1}); }
