@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <chrono>
-#include <cmath>
 
 #include "BrenloftSDK/BRLContextManager.h"
 #include "platform/Platform.h"
@@ -23,11 +21,11 @@ Date currentDate() {
   return Platform::installed().dispatch->date();
 }
 
-// The whole second up to which a beacon heard last counts as lost.
+// The whole second up to which a beacon heard last counts as lost. Goes back no further than the lost timer
+// waits, in whole microseconds as dates are: a timer on its deadline finds its own beacon.
 int64_t lostCutoff(Date now, double exitTime) {
-  constexpr double kLongest = 1e12;  // seconds; keeps the microseconds within 64 bits
-  const double seconds = std::isnan(exitTime) ? 0.0 : std::clamp(exitTime, -kLongest, kLongest);
-  return platform::wholeSecondsSince1970(now - std::chrono::microseconds(std::llround(seconds * 1e6)));
+  return platform::wholeSecondsSince1970(
+      now - std::chrono::floor<std::chrono::microseconds>(BRLTimer::durationOf(exitTime)));
 }
 
 }  // namespace
@@ -70,7 +68,9 @@ void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_R
   if (!readings) return;
   reportOctets(*manufacturerData);
   const std::string key = services->front().UUIDString();
-  if (!refreshMatches(key, rssi, *readings)) addSensorBeacon(key, rssi, *readings);
+  // A new beacon's date is not later than the start of its timer, which the walk makes.
+  const Date heard = currentDate();
+  if (!refreshMatches(key, rssi, *readings)) addSensorBeacon(key, heard, rssi, *readings);
 }
 
 void BRLContextManager::reportOctets(platform::DataView manufacturerData) {
@@ -120,7 +120,7 @@ void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
   reportBeacon(record);
 }
 
-void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
+void BRLContextManager::addSensorBeacon(const std::string& key, Date heard, int64_t rssi,
                                         const BRLSensorReadings& readings) {
   Dictionary dictionary = readings.dictionary();
   dictionary.emplace("beaconType", NSNumber(kBRLSensorBeacon));
@@ -128,7 +128,7 @@ void BRLContextManager::addSensorBeacon(const std::string& key, int64_t rssi,
   dictionary.emplace("uuid", key);
   dictionary.emplace("rssi", NSNumber(rssi));
   dictionary.emplace("status", NSNumber(kBRLPresent));
-  dictionary.emplace("statusUpdatedDate", currentDate());
+  dictionary.emplace("statusUpdatedDate", heard);
   const auto record = std::make_shared<BRLBeaconDataModel>(dictionary);
   reportBeacon(record);
   rangeBeaconSensors_.append(record);
@@ -172,21 +172,20 @@ void BRLContextManager::replaceOvertakenTimer(const std::string& key, const BRLT
 
 void BRLContextManager::checkLost() {
   for (const Record& record : rangeBeaconSensors_.view()) {
-    if (!record->markLostIfSilentSince(lostCutoff(currentDate(), beaconExitTime_))) continue;
+    if (!loseIfSilent(*record)) continue;
     if (reportBeacon(record) && isLogSave()) loggingForSensor(*record);
-    forgetSeen(record);
   }
 }
 
-// An advertisement on the scanner queue may have brought the record back meanwhile, while the entry was still
-// there; the record gets a new one then, or its next loss would go unnoticed.
-void BRLContextManager::forgetSeen(const Record& record) {
-  if (!record->uuid()) return;
-  {
-    const std::scoped_lock lock(seenMutex_);
-    seenBRLCache_.erase(*record->uuid());
-  }
-  if (record->status() == kBRLPresent) keepLostTimer(*record->uuid(), record);
+// The entry goes together with the status and not after the delegate: an advertisement that brings the record
+// back meanwhile finds none and makes a timer, and nothing else makes one.
+bool BRLContextManager::loseIfSilent(BRLBeaconDataModel& record) {
+  if (record.status() != kBRLPresent) return false;
+  const int64_t cutoff = lostCutoff(currentDate(), beaconExitTime_);
+  const std::scoped_lock lock(seenMutex_);
+  if (!record.markLostIfSilentSince(cutoff)) return false;
+  if (record.uuid()) seenBRLCache_.erase(*record.uuid());
+  return true;
 }
 
 void BRLContextManager::clearRemainingTimers() {

@@ -43,8 +43,8 @@ BRL_EXPORT extern const char* const kBRLBeaconRegionID;
 ///
 /// The application then runs its main queue (`platform::RealTimeDispatch::run` or `poll`).
 ///
-/// Thread safety: every operation may be called from any thread; ask for the shared instance first from one.
-///  1. Configuration is atomic; the UUID text has its own lock.
+/// Thread safety: every operation may be called from any thread.
+///  1. Configuration is atomic; the UUID text has its own lock, and so has the exit time with its setting.
 ///  2. Records and their list keep the promises of their own headers.
 ///  3. `seenMutex_` guards the seen cache, `regionsMutex_` what is asked of the location service, so that
 ///     `stop` and the service's callbacks do not mix. Neither is held while a delegate or a completion runs.
@@ -186,12 +186,13 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   void startScanning();
   void refreshKnownBeacon(const Record& record, int64_t rssi, const BRLSensorReadings& readings);
   bool refreshMatches(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
-  void addSensorBeacon(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
+  void addSensorBeacon(const std::string& key, platform::Date heard, int64_t rssi,
+                       const BRLSensorReadings& readings);
   void keepLostTimer(const std::string& key, const Record& record);
   std::shared_ptr<BRLTimer> makeLostTimer(const std::string& key);
   void replaceOvertakenTimer(const std::string& key, const BRLTimer& timer);
   void checkLost();
-  void forgetSeen(const Record& record);
+  bool loseIfSilent(BRLBeaconDataModel& record);
   void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
   void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
       platform::CBCentralManager& central, const platform::CBPeripheral& peripheral,
@@ -236,6 +237,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::atomic<int64_t> beaconGroupType_{0};
   std::atomic<BRLContextManagerDelegate*> delegate_{nullptr};
   std::atomic<bool> isStart_{false};
+  std::mutex exitTimeMutex_;  // held by whoever sets it, until it is in the settings
   std::atomic<double> beaconExitTime_{0.0};
   std::atomic<int64_t> beaconMajor_{0};
   std::atomic<int64_t> beaconMinor_{0};

@@ -54,6 +54,10 @@ BRLTimer::BRLTimer(Key, double delay, platform::dispatch_queue_t queue, Block bl
       source_(dispatch_->createTimer(queue_)),
       delay_(delay) {}
 
+dispatch_time_t BRLTimer::durationOf(double delay) {
+  return dispatch_time_t(truncated<int64_t>(delay * kNanosecondsPerSecond));
+}
+
 void BRLTimer::schedule() {
   reschedule();
   // The source holds the timer until it has fired or was cancelled.
@@ -65,9 +69,8 @@ void BRLTimer::schedule() {
 
 void BRLTimer::reschedule() {
   const double delay = this->delay();
-  const dispatch_time_t nanoseconds(truncated<int64_t>(delay * kNanosecondsPerSecond));
-  source_->setTimer(platform::dispatch_time(dispatch_->now(), nanoseconds), platform::DISPATCH_TIME_FOREVER,
-                    leewayOf(delay));
+  source_->setTimer(platform::dispatch_time(dispatch_->now(), durationOf(delay)),
+                    platform::DISPATCH_TIME_FOREVER, leewayOf(delay));
 }
 
 void BRLTimer::suspend() {

@@ -36,6 +36,10 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
         double delay, const platform::dispatch_queue_t& queue, Block block);
   };
 
+  /// A delay as timers count it: whole nanoseconds, truncated toward zero and held at the ends of what can be
+  /// said; what is no number counts as 0.
+  static platform::dispatch_time_t durationOf(double delay);
+
   /// Timers are made by `Class`.
   // -[BRLTimer initWithDelay:onQueue:block:]
   BRLTimer(Key, double delay, platform::dispatch_queue_t queue, Block block);

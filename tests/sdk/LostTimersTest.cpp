@@ -28,6 +28,46 @@ TEST_F(LostTimers, LosesASilentBeaconAtItsDeadlineAndKeepsItsLastDate) {
   EXPECT_EQ(record(0).statusUpdatedDate(), heard);
 }
 
+TEST_F(LostTimers, FindsTheLossAtTheFirstCheckWhateverTheExitTime) {
+  hear("FFF0");
+  std::string missed;
+  const auto tryExitTime = [&](int hundredths, nanoseconds afterAWholeSecond) {
+    simulated.advance(seconds(1) - simulated.clock().now() % seconds(1) + afterAWholeSecond);
+    manager().setBeaconExitTime(hundredths / 100.0);
+    hear("FFF0");
+    simulated.advance(milliseconds(10 * hundredths));
+    if (record(0).status() != kBRLLost) missed += " " + std::to_string(hundredths / 100.0);
+  };
+  for (int hundredths = 1; hundredths <= 30'000; hundredths += hundredths < 1'000 ? 1 : 10) {
+    tryExitTime(hundredths, nanoseconds(0));
+    tryExitTime(hundredths, nanoseconds(999));  // still the same microsecond
+  }
+  EXPECT_EQ(missed, "");
+}
+
+TEST_F(LostTimers, ADelegateThatCallsALostBeaconPresentIsToldNoMoreUntilTheBeaconIsHeard) {
+  BRLDelegateHandlers handlers;
+  int losses = 0;
+  dispatch_block_t atLoss;
+  handlers.forBeacon = [&](BRLContextManager&, const auto& beacon) {
+    if (beacon->status() != kBRLLost) return;
+    ++losses;
+    beacon->setStatusValue(kBRLPresent);
+    if (const auto work = std::exchange(atLoss, nullptr)) work();
+  };
+  manager().setDelegate(&handlers);
+  hear("FFF0");
+  hear("FFF0");
+  simulated.advance(seconds(60));
+  EXPECT_EQ(losses, 1);
+  atLoss = [&] { hear("FFF0"); };  // and heard while the delegate is at work
+  hear("FFF0");
+  simulated.advance(seconds(5));
+  EXPECT_EQ(losses, 2);
+  simulated.advance(seconds(60));
+  EXPECT_EQ(losses, 3);
+}
+
 TEST_F(LostTimers, ABeaconHeardOnceOnAnEmptyListIsSweptOnlyByAnothersTimer) {
   hear("FFF0");
   simulated.advance(seconds(600));

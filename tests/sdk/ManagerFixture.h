@@ -17,6 +17,7 @@
 using Lines = std::vector<std::string>;
 using platform::SimulatedPlatformOptions;
 using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
 inline std::string describe(const BRLBeaconDataModel& record) {
