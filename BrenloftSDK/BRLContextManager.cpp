@@ -55,6 +55,7 @@ BRLContextManager::~BRLContextManager() {
 }
 
 void BRLContextManager::setBeaconExitTime(double seconds) {
+  const std::scoped_lock lock(exitTimeMutex_);
   if (beaconExitTime_.exchange(seconds) == seconds) return;
   platform::NSUserDefaults& defaults = *Platform::installed().userDefaults;
   defaults.setDouble_forKey(seconds, kBeaconExitTime);

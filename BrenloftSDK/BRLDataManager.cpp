@@ -53,11 +53,8 @@ BRLDataManager* BRLDataManager::Class::shareInstance() {
 }
 
 BRLDataManager* BRLDataManager::shareInstanceOfClass(BRLDataManager* (*allocInit)()) {
-  static std::atomic<BRLDataManager*> slot{nullptr};
-  if (auto* instance = slot.load(std::memory_order_acquire)) return instance;
-  BRLDataManager* made = allocInit();
-  BRLDataManager* earlier = nullptr;
-  return slot.compare_exchange_strong(earlier, made, std::memory_order_acq_rel) ? made : earlier;
+  static BRLDataManager* const shared = allocInit();
+  return shared;
 }
 
 std::shared_ptr<NSManagedObjectContext> BRLDataManager::context() const {

@@ -89,7 +89,7 @@ class BRL_EXPORT BRLDataManager {
 
  protected:
   /// What `shareInstance` does for any receiving class: the one instance of the process, made by the first
-  /// caller's `allocInit`. Concurrent first calls may each make one; the first to finish is kept.
+  /// caller's `allocInit`; whoever asks meanwhile waits for it.
   static BRLDataManager* shareInstanceOfClass(BRLDataManager* (*allocInit)());
 
  private:

@@ -1,4 +1,9 @@
+#include <array>
+#include <barrier>
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -17,14 +22,19 @@ using Class = BRLContextManager::Class;
 class RecordingUserDefaults final : public platform::NSUserDefaults {
  public:
   std::optional<platform::Value> objectForKey(std::string_view key) const override {
+    std::this_thread::yield();  // to whoever would come in between
+    const std::scoped_lock lock(mutex_);
     return values_->objectForKey(key);
   }
   void setObject_forKey(platform::Value value, std::string_view key) override {
+    std::this_thread::yield();
+    const std::scoped_lock lock(mutex_);
     operations_.push_back("set " + std::string(key));
     values_->setObject_forKey(std::move(value), key);
   }
   void removeObjectForKey(std::string_view key) override { values_->removeObjectForKey(key); }
   bool synchronize() override {
+    const std::scoped_lock lock(mutex_);
     operations_.emplace_back("synchronize");
     return values_->synchronize();
   }
@@ -34,7 +44,8 @@ class RecordingUserDefaults final : public platform::NSUserDefaults {
 
  private:
   const std::shared_ptr<platform::NSUserDefaults> values_ = platform::makeInMemoryUserDefaults();
-  Lines operations_;
+  mutable std::mutex mutex_;
+  Lines operations_;  // guarded by mutex_
 };
 
 class ContextManager : public ManagerTest {
@@ -80,6 +91,35 @@ TEST_F(ContextManager, InstanceSetterStoresWhateverChangedAndTheClassSetterRefus
   const std::string refusal = "error - responseTimeInterval 는 0보다 커야 합니다.";
   const auto lines = simulated.log().lines();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), refusal), 2);
+}
+
+// Runs `work` on two threads at once, so many rounds, each with its number.
+void onTwoThreads(int rounds, const std::function<void(int)>& work) {
+  std::barrier begin(2);
+  const auto run = [&](int number) {
+    for (; number < 2 * rounds; number += 2) {
+      begin.arrive_and_wait();
+      work(number);
+    }
+  };
+  std::thread other(run, 1);
+  run(0);
+  other.join();
+}
+
+TEST_F(ContextManager, OneInstanceIsMadeWhoeverAsksFirst) {
+  std::array<BRLDataManager*, 2> instances{};
+  onTwoThreads(1, [&](int number) { instances.at(number) = Class::shareInstance(); });
+  EXPECT_EQ(instances[0], instances[1]);
+  EXPECT_THAT(defaults->take(), ElementsAre("set CoredataCreateOnce", "set SaftyRegionIdentifier",
+                                            "set BeaconExitTime", "synchronize"));
+}
+
+TEST_F(ContextManager, ExitTimesFromTwoThreadsLeaveTheSettingThatIsInMemory) {
+  for (int round = 0; round < 300; ++round) {
+    onTwoThreads(5, [&](int number) { manager().setBeaconExitTime(number + 1); });
+    ASSERT_EQ(defaults->doubleForKey("BeaconExitTime"), manager().beaconExitTime()) << "round " << round;
+  }
 }
 
 TEST_F(ContextManager, ConfigurationCallPutsTheMinorIntoTheMajor) {
