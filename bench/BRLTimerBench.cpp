@@ -15,10 +15,39 @@ using platform::dispatch_time_t;
 using platform::RealTimeDispatch;
 using platform::VirtualDispatch;
 
+// Timers take the service that the platform has when they are made, and a process has one platform: its
+// service is whichever the benchmark is about.
+class ChosenDispatch final : public platform::DispatchService {
+ public:
+  void choose(std::shared_ptr<platform::DispatchService> service) { service_ = std::move(service); }
+
+  dispatch_time_t now() const override { return service_->now(); }
+  platform::Date date() const override { return service_->date(); }
+  const platform::dispatch_queue_t& mainQueue() const override { return service_->mainQueue(); }
+  platform::dispatch_queue_t createQueue(std::string_view label) override {
+    return service_->createQueue(label);
+  }
+  platform::dispatch_source_t createTimer(const platform::dispatch_queue_t& queue) override {
+    return service_->createTimer(queue);
+  }
+  void after(dispatch_time_t delay, const platform::dispatch_queue_t& queue,
+             platform::dispatch_block_t block) override {
+    service_->after(delay, queue, std::move(block));
+  }
+
+ private:
+  std::shared_ptr<platform::DispatchService> service_;
+};
+
 void install(std::shared_ptr<platform::DispatchService> dispatch) {
-  platform::Platform installed;
-  installed.dispatch = std::move(dispatch);
-  platform::Platform::install(std::move(installed));
+  static const auto chosen = [] {
+    platform::Platform installed;
+    auto service = std::make_shared<ChosenDispatch>();
+    installed.dispatch = service;
+    platform::Platform::install(std::move(installed));
+    return service;
+  }();
+  chosen->choose(std::move(dispatch));
 }
 
 // An armed timer on another thread's queue, pushed back from this one.

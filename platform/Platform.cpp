@@ -1,8 +1,10 @@
 #include "platform/Platform.h"
 
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "platform/NativePlatform.h"
 
@@ -10,39 +12,28 @@ namespace platform {
 namespace {
 
 // Never destroyed: the library's singletons live to the end of the process and use it to the last.
-struct Slot {
-  std::mutex mutex;
-  std::shared_ptr<const Platform> platform;
-};
-
-Slot& slot() {
-  static Slot& instance = *new Slot;
-  return instance;
-}
-
-const Platform* current() {
-  const std::scoped_lock lock(slot().mutex);
-  return slot().platform.get();
-}
+std::atomic<const Platform*> inUse{nullptr};
 
 }  // namespace
 
 void Platform::install(Platform platform) {
-  auto installed = std::make_shared<const Platform>(std::move(platform));
-  const std::scoped_lock lock(slot().mutex);
-  // What was installed before stays alive: somebody may hold a reference to it.
-  static auto& earlier = *new std::vector<std::shared_ptr<const Platform>>;
-  earlier.push_back(installed);
-  slot().platform = std::move(installed);
+  const Platform* none = nullptr;
+  if (inUse.compare_exchange_strong(none, new Platform(std::move(platform)))) return;
+  std::fputs(
+      "Platform::install: the library already runs on another platform, one installed before or, since it "
+      "was "
+      "used before, the machine's own; install once, before its first use, each test in a process of its "
+      "own\n",
+      stderr);
+  std::abort();
 }
 
 const Platform& Platform::installed() {
-  if (const Platform* platform = current()) return *platform;
-  // Making a platform asks for services, so the slot is not locked meanwhile; yet only one is made.
+  if (const Platform* platform = inUse) return *platform;
   static std::mutex& making = *new std::mutex;
   const std::scoped_lock lock(making);
-  if (current() == nullptr) install(nativePlatform({}));
-  return *current();
+  if (inUse == nullptr) install(nativePlatform({}));
+  return *inUse;
 }
 
 void NSLog(std::string_view text) {

@@ -12,8 +12,8 @@
 
 namespace platform {
 
-/// The services that an application runs on. Install one before the first use of the library; the library
-/// takes its services from there and from nowhere else.
+/// The services that an application runs on. Install one, once, before the first use of the library; the
+/// library takes its services from there and from nowhere else.
 ///
 /// Threads: install from one thread, before any other use. Services are shared and live as long as somebody
 /// holds them; the installed platform lives to the end of the process.
@@ -26,7 +26,8 @@ struct BRL_EXPORT Platform {
   std::shared_ptr<const NSBundle> bundle;
   LogSink log;
 
-  /// Replaces what was installed. Every service must be there.
+  /// Every service must be there. Once the library runs on a platform, installed or its own, another one
+  /// would go unused: the process ends with a line on standard error that says so.
   static void install(Platform platform);
   /// The installed platform; without one, the native one is installed first.
   static const Platform& installed();

@@ -75,7 +75,8 @@ class BRL_EXPORT SimulatedPlatform {
 
   /// The services; a member can be exchanged before `install`.
   Platform& services();
-  /// Makes this the platform that the library runs on.
+  /// Makes this the platform that the library runs on: once in a process, before its first use, or the
+  /// process ends (see Platform::install).
   void install() const;
 
   /// Moves virtual time, running what becomes due, each at its own instant.

@@ -15,6 +15,7 @@ namespace {
 using platform::NSNumber;
 using testing::ElementsAre;
 using testing::Eq;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using Class = BRLContextManager::Class;
 
@@ -50,12 +51,10 @@ class RecordingUserDefaults final : public platform::NSUserDefaults {
 
 class ContextManager : public ManagerTest {
  protected:
-  ContextManager() {
-    simulated.services().userDefaults = defaults;
-    simulated.install();
-  }
+  ContextManager() : ManagerTest({.userDefaults = std::make_shared<RecordingUserDefaults>()}) {}
 
-  const std::shared_ptr<RecordingUserDefaults> defaults = std::make_shared<RecordingUserDefaults>();
+  const std::shared_ptr<RecordingUserDefaults> defaults =
+      std::static_pointer_cast<RecordingUserDefaults>(simulated.services().userDefaults);
 };
 
 TEST_F(ContextManager, FreshInstallSeedsTheExitTimeAndTheSafetyRegion) {
@@ -133,19 +132,29 @@ TEST_F(ContextManager, ConfigurationCallPutsTheMinorIntoTheMajor) {
   EXPECT_EQ(manager().beaconUUID(), "FFF1");
 }
 
-TEST_F(ContextManager, APlainDataManagerAskedFirstStaysTheSharedInstanceAndEndsOnForeignOperations) {
+// Its log is standard error, where a process that ends leaves its last line.
+class LoudManager : public ManagerTest {
+ protected:
+  LoudManager()
+      : ManagerTest({}, [](platform::Platform& services) {
+          services.log = [](std::string_view text) {
+            std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+          };
+        }) {}
+};
+
+TEST_F(LoudManager, APlainDataManagerAskedFirstStaysTheSharedInstanceAndEndsOnForeignOperations) {
   BRLDataManager* plain = BRLDataManager::Class::shareInstance();
   EXPECT_EQ(Class::shareInstance(), plain);
   EXPECT_EQ(dynamic_cast<BRLContextManager*>(plain), nullptr);
   Class::setBeaconTagWithData_key(platform::Data(3), "key");  // the base class has this one
-  platform::Platform loud = simulated.services();
-  loud.log = [](std::string_view text) {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-  };
-  platform::Platform::install(loud);
   const std::string rest = ": unrecognized selector sent to the shared instance\n";
   EXPECT_DEATH(Class::startLeScan(), Eq("-[BRLDataManager start]" + rest));
   EXPECT_DEATH(Class::setBeaconType(1), Eq("-[BRLDataManager setBeaconType:]" + rest));
+}
+
+TEST_F(LoudManager, AnotherPlatformEndsTheProcess) {
+  EXPECT_DEATH(platform::SimulatedPlatform().install(), HasSubstr("already runs on another platform"));
 }
 
 TEST_F(ContextManager, StartWithoutABeaconTypeIsStartedAndSearchesNothing) {

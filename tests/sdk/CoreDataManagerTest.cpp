@@ -1,3 +1,4 @@
+#include <fstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -90,12 +91,19 @@ TEST_F(CoreDataManager, ConcurrentFirstCallsMakeOneManagerAndOneContext) {
   EXPECT_EQ(platform->log().count("AA"), 1U);
 }
 
-TEST_F(CoreDataManager, AMissingModelThrowsOnFirstAccess) {
-  platform->services().bundle = platform::makeBundle({});
-  platform->install();
+TEST(CoreDataManagerWithout, AModelThrowsOnFirstAccess) {
+  const test::TemporaryFolder folder;
+  const test::StorePlatform platform(folder.path(), platform::makeBundle({}));
   EXPECT_THROW(Class::sharedManager()->managedObjectModel(), platform::NSInvalidArgumentException);
   EXPECT_NE(Class::storeProblem(), std::nullopt);
-  EXPECT_FALSE(std::filesystem::exists(file()));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(CoreDataManagerWithout, AFolderSaysWhy) {
+  const test::TemporaryFolder folder;
+  std::ofstream(folder / "file") << "in place of the folder";
+  const test::StorePlatform platform(folder / "file");
+  EXPECT_THAT(Class::storeProblem().value(), testing::HasSubstr("ServiceModel.sqlite: "));
 }
 
 TEST_F(CoreDataManager, TellsWhetherTheStoreCanBeUsed) {
@@ -104,8 +112,6 @@ TEST_F(CoreDataManager, TellsWhetherTheStoreCanBeUsed) {
   EXPECT_EQ(Class::storeProblem(), std::nullopt) << "the store is in use by this process";
   test::logSensor();
   EXPECT_EQ(test::logCount(), 2U);
-  const test::StorePlatform elsewhere(file());
-  EXPECT_THAT(Class::storeProblem().value(), testing::HasSubstr("ServiceModel.sqlite: "));
 }
 
 }  // namespace

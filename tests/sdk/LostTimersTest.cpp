@@ -198,16 +198,17 @@ class InterruptedDispatch final : public platform::DispatchService {
 
 class InterruptedLostTimers : public ManagerTest {
  protected:
-  InterruptedLostTimers() {
-    simulated.services().dispatch = dispatch;
-    simulated.install();
+  InterruptedLostTimers()
+      : ManagerTest({}, [](platform::Platform& services) {
+          services.dispatch = std::make_shared<InterruptedDispatch>(services.dispatch);
+        }) {
     startSearch(1);
     hear("FFF0");
     hear("FFF0");
   }
 
   const std::shared_ptr<InterruptedDispatch> dispatch =
-      std::make_shared<InterruptedDispatch>(simulated.services().dispatch);
+      std::static_pointer_cast<InterruptedDispatch>(simulated.services().dispatch);
 };
 
 TEST_F(InterruptedLostTimers, AnAdvertisementBetweenTheDecisionToFireAndTheFiringCounts) {

@@ -56,11 +56,15 @@ class Listener final : public BRLDelegateOf<Listener> {
 
 class ManagerTest : public testing::Test {
  protected:
-  explicit ManagerTest(SimulatedPlatformOptions options = {}) : simulated(std::move(options)) {
+  /// `exchange` may put services of its own into the platform before it is installed.
+  explicit ManagerTest(SimulatedPlatformOptions options = {},
+                       const std::function<void(platform::Platform&)>& exchange = {})
+      : simulated(std::move(options)) {
     simulated.services().log = [this, keep = simulated.services().log](std::string_view line) {
       keep(line);
       onLogLine(line);
     };
+    if (exchange) exchange(simulated.services());
     simulated.install();
   }
 

@@ -18,17 +18,14 @@ namespace test {
 /// A platform with its documents in a folder, installed.
 class StorePlatform {
  public:
-  explicit StorePlatform(const std::filesystem::path& documents) : platform_(optionsFor(documents)) {
+  explicit StorePlatform(const std::filesystem::path& documents,
+                         std::shared_ptr<const platform::NSBundle> bundle = nullptr)
+      : platform_({.documents = documents, .bundle = std::move(bundle)}) {
     platform_.install();
   }
   platform::SimulatedPlatform* operator->() { return &platform_; }
 
  private:
-  static platform::SimulatedPlatformOptions optionsFor(const std::filesystem::path& documents) {
-    platform::SimulatedPlatformOptions options;
-    options.documents = documents;
-    return options;
-  }
   platform::SimulatedPlatform platform_;
 };
 
