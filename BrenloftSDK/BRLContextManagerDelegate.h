@@ -24,7 +24,8 @@ enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray
 ///
 /// Threads: operations are called on the thread of their event, several of them possibly at the same time:
 /// the scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of
-/// `start` and `stop`. No lock is held: an operation may call back into the library. Ownership: the manager
+/// `start` and `stop`. No lock is held: an operation may call back into the library. Exceptions: one that
+/// leaves an operation ends the process (std::terminate), whichever the thread. Ownership: the manager
 /// does not own its delegate. Keep it alive while it is installed and beyond: a call that has begun on
 /// another thread may still run after `setDelegate` installed another one, so until the queues are quiet, or
 /// to the end of the process. Records are live and may be kept; the list is the manager's own.
@@ -44,7 +45,8 @@ class BRL_EXPORT BRLContextManagerDelegate {
   virtual void contextManager_didByteArray(BRLContextManager& manager,
                                            const std::vector<std::string>& octets);
   /// -[emergencyCallback:forBeacon:]
-  /// An advertisement signalled an emergency.
+  /// An advertisement signalled an emergency. A lost beacon that returns with one is told by `forBeacon`
+  /// only; this call follows with its next advertisement.
   virtual void emergencyCallback_forBeacon(BRLContextManager& manager,
                                            const std::shared_ptr<BRLBeaconDataModel>& beacon);
 
@@ -54,9 +56,10 @@ class BRL_EXPORT BRLContextManagerDelegate {
 };
 
 /// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base`
-/// below it, overrides it. `Application` must be final: a class derived from it would add operations
-/// unnoticed. To extend a delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is
-/// a template over its final class or that says `using BRLOpenDelegate = Earlier;`.
+/// below it, overrides it. One that has its name and not its signature does not compile, nor do two of one
+/// name. `Application` must be final: a class derived from it would add operations unnoticed. To extend a
+/// delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is a template over its
+/// final class or that says `using BRLOpenDelegate = Earlier;`.
 template <typename Application, typename Base = BRLContextManagerDelegate>
 class BRLDelegateOf : public Base {
  public:
@@ -70,25 +73,36 @@ class BRLDelegateOf : public Base {
     using Root = BRLContextManagerDelegate;
     switch (operation) {
       case BRLDelegateOperation::forBeacon:
-        return differ<decltype(&Application::contextManager_forBeacon),
-                      decltype(&Root::contextManager_forBeacon)>;
+        return overrides<decltype(&Application::contextManager_forBeacon),
+                         decltype(&Root::contextManager_forBeacon)>();
       case BRLDelegateOperation::didRangeBeaconSensors:
-        return differ<decltype(&Application::contextManager_didRangeBeaconSensors),
-                      decltype(&Root::contextManager_didRangeBeaconSensors)>;
+        return overrides<decltype(&Application::contextManager_didRangeBeaconSensors),
+                         decltype(&Root::contextManager_didRangeBeaconSensors)>();
       case BRLDelegateOperation::didByteArray:
-        return differ<decltype(&Application::contextManager_didByteArray),
-                      decltype(&Root::contextManager_didByteArray)>;
+        return overrides<decltype(&Application::contextManager_didByteArray),
+                         decltype(&Root::contextManager_didByteArray)>();
       case BRLDelegateOperation::emergencyCallback:
-        return differ<decltype(&Application::emergencyCallback_forBeacon),
-                      decltype(&Root::emergencyCallback_forBeacon)>;
+        return overrides<decltype(&Application::emergencyCallback_forBeacon),
+                         decltype(&Root::emergencyCallback_forBeacon)>();
     }
     return false;
   }
 
  private:
-  // A pointer to an inherited member still has the type of the class that it comes from.
+  // Pointers to the two members of one name. That of `Application` still has the type of the class that it
+  // comes from, and the root's when nothing overrides it.
   template <typename Member, typename Inherited>
-  static constexpr bool differ = !std::is_same_v<Member, Inherited>;
+  static consteval bool overrides() {
+    constexpr bool hasItsSignature = requires {
+      sameSignature(Inherited(), Member());
+    };
+    static_assert(hasItsSignature,
+                  "this operation would never be called: give it the signature that it has in "
+                  "BRLContextManagerDelegate, and mark it override");
+    return !std::is_same_v<Member, Inherited>;
+  }
+  template <typename Class, typename Inherited, typename... Arguments>
+  static void sameSignature(void (Inherited::*)(Arguments...), void (Class::*)(Arguments...));
 };
 
 /// A delegate made of functions; an empty function is not responded to. Set them before it is installed.
