@@ -73,7 +73,7 @@ void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_R
   if (!refreshMatches(key, rssi, *readings)) addSensorBeacon(key, heard, rssi, *readings);
 }
 
-void BRLContextManager::reportOctets(platform::DataView manufacturerData) {
+void BRLContextManager::reportOctets(platform::DataView manufacturerData) noexcept {
   BRLContextManagerDelegate* delegate = delegateFor(BRLDelegateOperation::didByteArray);
   if (delegate == nullptr) return;
   std::vector<std::string> octets;

@@ -67,9 +67,9 @@ std::optional<std::string> BRLContextManager::beaconUUID() const {
   return beaconUUID_;
 }
 
-void BRLContextManager::setBeaconUUID(std::optional<std::string> uuid) {
+void BRLContextManager::setBeaconUUID(platform::TextArgument uuid) {
   const std::scoped_lock lock(uuidMutex_);
-  beaconUUID_ = std::move(uuid);
+  beaconUUID_ = std::move(uuid.text);
 }
 
 void BRLContextManager::start() {
@@ -102,20 +102,20 @@ BRLContextManagerDelegate* BRLContextManager::delegateFor(BRLDelegateOperation o
   return delegate != nullptr && delegate->respondsTo(operation) ? delegate : nullptr;
 }
 
-bool BRLContextManager::reportBeacon(const Record& record) {
+bool BRLContextManager::reportBeacon(const Record& record) noexcept {
   BRLContextManagerDelegate* delegate = delegateFor(BRLDelegateOperation::forBeacon);
   if (delegate == nullptr) return false;
   delegate->contextManager_forBeacon(*this, record);
   return true;
 }
 
-void BRLContextManager::reportEmergency(const Record& record) {
+void BRLContextManager::reportEmergency(const Record& record) noexcept {
   if (auto* delegate = delegateFor(BRLDelegateOperation::emergencyCallback)) {
     delegate->emergencyCallback_forBeacon(*this, record);
   }
 }
 
-void BRLContextManager::reportRanged() {
+void BRLContextManager::reportRanged() noexcept {
   if (auto* delegate = delegateFor(BRLDelegateOperation::didRangeBeaconSensors)) {
     delegate->contextManager_didRangeBeaconSensors(*this, rangeBeaconSensors_);
   }
@@ -138,16 +138,16 @@ BRLContextManager* BRLContextManager::sharedContextManager(const char* operation
   std::abort();
 }
 
-BRLContextManager* BRLContextManager::Class::brlWithProximityUUID(std::optional<std::string> uuid) {
+BRLContextManager* BRLContextManager::Class::brlWithProximityUUID(platform::TextArgument uuid) {
   return brlWithProximityUUID_major_minor(std::move(uuid), 0, 0);
 }
 
-BRLContextManager* BRLContextManager::Class::brlWithProximityUUID_major(std::optional<std::string> uuid,
+BRLContextManager* BRLContextManager::Class::brlWithProximityUUID_major(platform::TextArgument uuid,
                                                                         int64_t major) {
   return brlWithProximityUUID_major_minor(std::move(uuid), major, 0);
 }
 
-BRLContextManager* BRLContextManager::Class::brlWithProximityUUID_major_minor(std::optional<std::string> uuid,
+BRLContextManager* BRLContextManager::Class::brlWithProximityUUID_major_minor(platform::TextArgument uuid,
                                                                               int64_t major, int64_t minor) {
   BRLContextManager* manager = sharedContextManager("setBeaconUUID:");
   manager->setBeaconUUID(std::move(uuid));

@@ -19,6 +19,7 @@
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/TextArgument.h"
 #include "platform/location/CLLocationManager.h"
 
 extern "C" {
@@ -43,6 +44,17 @@ BRL_EXPORT extern const char* const kBRLBeaconRegionID;
 ///
 /// The application then runs its main queue (`platform::RealTimeDispatch::run` or `poll`).
 ///
+/// The manager itself, for what has no class operation: `brlWithProximityUUID` returns it, every operation of
+/// the delegate is handed it, and
+/// `dynamic_cast<BRLContextManager*>(BRLContextManager::Class::shareInstance())` gives it at any time.
+///
+/// When a sensor beacon is found lost. Each has a timer of `beaconExitTime`, which every advertisement pushes
+/// back. Whichever timer fires, all records are checked:
+///  1. A beacon that was first heard while no other was known gets its timer with its second advertisement.
+///     Heard only once, it is found lost by another beacon's timer or by `stop`, else never.
+///  2. Whole seconds are compared, so that another beacon's timer may find it up to a second early.
+///  3. Only an advertisement makes it present again; a status that the application sets starts no timer.
+///
 /// Thread safety: every operation may be called from any thread.
 ///  1. Configuration is atomic; the UUID text has its own lock, and so has the exit time with its setting.
 ///  2. Records and their list keep the promises of their own headers.
@@ -63,13 +75,13 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
     /// +[BRLContextManager shareInstance]
     static BRLDataManager* shareInstance();
     /// +[BRLContextManager brlWithProximityUUID:]
-    static BRLContextManager* brlWithProximityUUID(std::optional<std::string> uuid);
+    static BRLContextManager* brlWithProximityUUID(platform::TextArgument uuid);
     /// +[BRLContextManager brlWithProximityUUID:major:]
-    static BRLContextManager* brlWithProximityUUID_major(std::optional<std::string> uuid, int64_t major);
+    static BRLContextManager* brlWithProximityUUID_major(platform::TextArgument uuid, int64_t major);
     /// +[BRLContextManager brlWithProximityUUID:major:minor:]
     /// Sets the UUID, then the major to `major` and then to `minor`; the minor is set only by the instance's
     /// `setBeaconMinor`.
-    static BRLContextManager* brlWithProximityUUID_major_minor(std::optional<std::string> uuid, int64_t major,
+    static BRLContextManager* brlWithProximityUUID_major_minor(platform::TextArgument uuid, int64_t major,
                                                                int64_t minor);
     /// +[BRLContextManager setBeaconType:]
     static void setBeaconType(uint64_t beaconType);
@@ -106,6 +118,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// Not owned. A call that has begun on another thread may still run after `setDelegate` has returned: keep
   /// the earlier delegate until the queues are quiet, or to the end of the process.
   void setDelegate(BRLContextManagerDelegate* delegate) { delegate_ = delegate; }
+  /// For regions of the application's own.
   platform::CLLocationManager& locationManager() const { return *locationManager_; }
   /// From `start` until `stop`.
   bool isStart() const { return isStart_; }
@@ -118,7 +131,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   void setBeaconExitTime(double seconds);
   /// The service to scan for in sensor mode (absent or "": every device), the proximity UUID in iBeacon mode.
   std::optional<std::string> beaconUUID() const;
-  void setBeaconUUID(std::optional<std::string> uuid);
+  void setBeaconUUID(platform::TextArgument uuid);
   int64_t beaconMajor() const { return beaconMajor_; }
   void setBeaconMajor(int64_t major) { beaconMajor_ = major; }
   int64_t beaconMinor() const { return beaconMinor_; }
@@ -128,6 +141,10 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   double getBeaconExitTime() const { return beaconExitTime_; }
   /// -[BRLContextManager start]
   /// Starts the search of `beaconType`; one that runs is stopped first, in full.
+  ///
+  /// The iBeacon search begins with the authorization "always" or "when in use". A change of the
+  /// authorization while it is started resumes it for "always" only: after a change to "when in use", call
+  /// `start` again.
   void start();
   /// -[BRLContextManager stop]
   /// Ends either search, marks every present record lost and reports it. Records, timers and the
@@ -175,11 +192,12 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   static BRLDataManager* allocInit();
   static BRLContextManager* sharedContextManager(const char* operation);
 
-  // Delegate calls, each only when the delegate responds to it. True when it was called.
-  bool reportBeacon(const Record& record);
-  void reportEmergency(const Record& record);
-  void reportOctets(platform::DataView manufacturerData);
-  void reportRanged();
+  // Delegate calls, each only when the delegate responds to it. True when it was called. An exception ends
+  // the process here, since a caller could not make good what it left half done.
+  bool reportBeacon(const Record& record) noexcept;
+  void reportEmergency(const Record& record) noexcept;
+  void reportOctets(platform::DataView manufacturerData) noexcept;
+  void reportRanged() noexcept;
   BRLContextManagerDelegate* delegateFor(BRLDelegateOperation operation) const;
 
   // The scan (BRLContextManager+Scanning.cpp).

@@ -119,7 +119,8 @@ void BRLDataManager::deleteBeaconLog() {
   });
 }
 
-void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key) {
+void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> data,
+                                              platform::TextArgument key) {
   const auto context = this->context();
   if (!context) throw platform::NSInvalidArgumentException("there is no context to put a tag into");
   context->performBlockAndWait([&] {
@@ -127,14 +128,14 @@ void BRLDataManager::setBeaconTagWithData_key(std::optional<platform::DataView> 
         NSEntityDescription::insertNewObjectForEntityForName_inManagedObjectContext(kTag, context.get());
     auto& tag = dynamic_cast<BRLUserDataModel&>(*object);
     tag.setUserData(data ? std::optional(platform::toData(*data)) : std::nullopt);
-    tag.setUuid(std::move(key));
+    tag.setUuid(std::move(key.text));
     coreDataManager()->saveContext();
   });
 }
 
-void BRLDataManager::getBeaconTag_completionBlock(BRLOptionalText key, DataBlock completion) {
+void BRLDataManager::getBeaconTag_completionBlock(platform::TextArgument key, DataBlock completion) {
   auto request = NSFetchRequest::fetchRequestWithEntityName(kTag);
-  request.setPredicate(platform::NSPredicate::predicateWithFormat("uuid = %@", std::move(key)));
+  request.setPredicate(platform::NSPredicate::predicateWithFormat("uuid = %@", std::move(key.text)));
   const auto context = this->context();
   const auto tags = context ? context->executeFetchRequest_error(request) : std::nullopt;
   if (!tags || tags->empty()) return deliverNothingLater(std::move(completion));

@@ -12,6 +12,7 @@
 #include "BrenloftSDK/BRLUserDataModel.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/TextArgument.h"
 
 template <class Receiver>
 struct BRLDataManagerClassOperations;
@@ -19,7 +20,11 @@ struct BRLDataManagerClassOperations;
 /// The sensor log and the tags, kept in the store of BRLCoreDataManager.
 ///
 /// Every completion block may be absent (an empty function). Unless said otherwise it runs on the calling
-/// thread before the operation returns, with no lock held.
+/// thread before the operation returns, with no lock held, and an exception that leaves it reaches the
+/// caller.
+///
+/// Reads, deletions and logging take turns: a select of a large log holds up the logging, and with it the
+/// scan, until it is read. SensorLogReader, in this process or another, holds up nobody.
 ///
 /// Thread safety: every operation may be called from any thread. A record is inserted, filled and saved as
 /// one step; a select, a count and a deletion see whole records only.
@@ -66,11 +71,11 @@ class BRL_EXPORT BRLDataManager {
 
   /// -[BRLDataManager setBeaconTagWithData:key:]
   /// Adds a tag and saves; an earlier tag of the same key stays beside it.
-  void setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key);
+  void setBeaconTagWithData_key(std::optional<platform::DataView> data, platform::TextArgument key);
   /// -[BRLDataManager getBeaconTag:completionBlock:]
   /// The data of the oldest tag of the key, an absent key being one too. Without such a tag nothing is
   /// delivered, later, on the main queue.
-  void getBeaconTag_completionBlock(BRLOptionalText key, DataBlock completion);
+  void getBeaconTag_completionBlock(platform::TextArgument key, DataBlock completion);
   /// -[BRLDataManager getBeaconTagListWithCompletionBlock:]
   /// All tags, oldest first: the store's own objects. Nothing when the store cannot be read.
   void getBeaconTagListWithCompletionBlock(const TagsBlock& completion);
@@ -120,11 +125,11 @@ struct BRLDataManagerClassOperations {
   // +[BRLDataManager deleteBeaconLog]
   static void deleteBeaconLog() { instance().deleteBeaconLog(); }
   // +[BRLDataManager setBeaconTagWithData:key:]
-  static void setBeaconTagWithData_key(std::optional<platform::DataView> data, BRLOptionalText key) {
+  static void setBeaconTagWithData_key(std::optional<platform::DataView> data, platform::TextArgument key) {
     instance().setBeaconTagWithData_key(data, std::move(key));
   }
   // +[BRLDataManager getBeaconTag:completionBlock:]
-  static void getBeaconTag_completionBlock(BRLOptionalText key, Base::DataBlock completion) {
+  static void getBeaconTag_completionBlock(platform::TextArgument key, Base::DataBlock completion) {
     instance().getBeaconTag_completionBlock(std::move(key), std::move(completion));
   }
   // +[BRLDataManager getBeaconTagListWithCompletionBlock:]

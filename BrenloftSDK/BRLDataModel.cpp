@@ -102,10 +102,10 @@ void BRLBeaconDataModel::setStatusUpdatedDate(Date date) {
   statusUpdatedDateText_.reset();
 }
 
-void BRLBeaconDataModel::setUniqueId(BRLOptionalText uniqueId) {
+void BRLBeaconDataModel::setUniqueId(platform::TextArgument uniqueId) {
   const std::scoped_lock lock(mutex_);
-  values_.beaconId = uniqueId;
-  values_.uniqueId = std::move(uniqueId);
+  values_.beaconId = uniqueId.text;
+  values_.uniqueId = std::move(uniqueId.text);
 }
 
 void BRLBeaconDataModel::refresh(Date date, int64_t rssi, const BRLSensorReadings& readings) {

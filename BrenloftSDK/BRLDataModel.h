@@ -11,6 +11,7 @@
 #include "BrenloftSDK/BRLSensorFrame.h"
 #include "platform/foundation/Date.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/TextArgument.h"
 #include "platform/foundation/Value.h"
 
 /// A text that may be absent; absent and "" are different.
@@ -26,23 +27,23 @@ inline constexpr int64_t kBRLLost = 2;
 /// All eighteen properties at one moment, in their declared order.
 struct BRLBeaconSnapshot {
   uint64_t beaconType = 0;
-  BRLOptionalText beaconId;
-  BRLOptionalText uuid;
+  BRLOptionalText beaconId{};
+  BRLOptionalText uuid{};
   int64_t major = 0;
   int64_t minor = 0;
   int64_t rssi = 0;
   int64_t txPower = 0;
   int64_t emergency = 0;
   int64_t battery = 0;
-  BRLOptionalText temperature;
-  BRLOptionalText humidity;
-  BRLOptionalText uniqueId;
-  BRLOptionalText tbd;
+  BRLOptionalText temperature{};
+  BRLOptionalText humidity{};
+  BRLOptionalText uniqueId{};
+  BRLOptionalText tbd{};
   int64_t status = 0;
-  std::optional<platform::Date> statusUpdatedDate;
-  BRLOptionalText xAccel;
-  BRLOptionalText yAccel;
-  BRLOptionalText zAccel;
+  std::optional<platform::Date> statusUpdatedDate{};
+  BRLOptionalText xAccel{};
+  BRLOptionalText yAccel{};
+  BRLOptionalText zAccel{};
 };
 
 /// The live record of one beacon, sensor or iBeacon.
@@ -59,7 +60,7 @@ class BRL_EXPORT BRLBeaconDataModel {
   /// Keys are the names of the properties. Integers: the 32-bit value of a number or of the decimal integer
   /// at the start of a text, else 0. Texts: null marker is "", an absent key stays absent, a value of another
   /// kind counts as absent. A date is taken from a date; a date given as text stays readable by
-  /// statusUpdatedDateText.
+  /// statusUpdatedDateText, one of any other kind counts as absent.
   explicit BRLBeaconDataModel(const platform::Dictionary* dictionary);
   explicit BRLBeaconDataModel(const platform::Dictionary& dictionary) : BRLBeaconDataModel(&dictionary) {}
   BRLBeaconDataModel(const BRLBeaconDataModel&) = delete;
@@ -107,14 +108,16 @@ class BRL_EXPORT BRLBeaconDataModel {
   void setStatusUpdatedDate(platform::Date date);
   void setEmergency(int64_t emergency) { store(values_.emergency, emergency); }
   void setBattery(int64_t battery) { store(values_.battery, battery); }
-  void setTemperature(BRLOptionalText temperature) { replace(values_.temperature, std::move(temperature)); }
-  void setHumidity(BRLOptionalText humidity) { replace(values_.humidity, std::move(humidity)); }
+  void setTemperature(platform::TextArgument temperature) {
+    replace(values_.temperature, std::move(temperature.text));
+  }
+  void setHumidity(platform::TextArgument humidity) { replace(values_.humidity, std::move(humidity.text)); }
   /// Sets beaconId as well: the identity follows the identifier that was sent last.
-  void setUniqueId(BRLOptionalText uniqueId);
-  void setTbd(BRLOptionalText tbd) { replace(values_.tbd, std::move(tbd)); }
-  void setXAccel(BRLOptionalText xAccel) { replace(values_.xAccel, std::move(xAccel)); }
-  void setYAccel(BRLOptionalText yAccel) { replace(values_.yAccel, std::move(yAccel)); }
-  void setZAccel(BRLOptionalText zAccel) { replace(values_.zAccel, std::move(zAccel)); }
+  void setUniqueId(platform::TextArgument uniqueId);
+  void setTbd(platform::TextArgument tbd) { replace(values_.tbd, std::move(tbd.text)); }
+  void setXAccel(platform::TextArgument xAccel) { replace(values_.xAccel, std::move(xAccel.text)); }
+  void setYAccel(platform::TextArgument yAccel) { replace(values_.yAccel, std::move(yAccel.text)); }
+  void setZAccel(platform::TextArgument zAccel) { replace(values_.zAccel, std::move(zAccel.text)); }
 
   /// The date, the signal strength and the readings of one advertisement in one change; txPower stays.
   void refresh(platform::Date date, int64_t rssi, const BRLSensorReadings& readings);

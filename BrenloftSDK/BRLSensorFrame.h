@@ -16,16 +16,16 @@ inline constexpr size_t kBRLSensorFrameLength = 22;
 
 /// The ten readings of one sensor frame. What a person reads is text, the one-octet readings are numbers.
 struct BRL_EXPORT BRLSensorReadings {
-  std::string uniqueId;     ///< XX-XX-XX-XX-XX-XX
-  uint32_t txPower = 0;     ///< 0 to 255, not sign-extended
-  std::string temperature;  ///< two decimals, -327.68 to 327.67; "" when the raw value is 0
-  std::string humidity;     ///< two decimals, 0.01 to 655.35; "" when the raw value is 0
-  uint32_t battery = 0;     ///< 0 to 255
-  uint32_t emergency = 0;   ///< 0 to 255; 1 or more signals an emergency
-  std::string tbd;          ///< six upper-case hexadecimal digits
-  std::string xAccel;       ///< -32768 to 32767
-  std::string yAccel;
-  std::string zAccel;
+  std::string uniqueId{};     ///< XX-XX-XX-XX-XX-XX
+  uint32_t txPower = 0;       ///< 0 to 255, not sign-extended
+  std::string temperature{};  ///< two decimals, -327.68 to 327.67; "" when the raw value is 0
+  std::string humidity{};     ///< two decimals, 0.01 to 655.35; "" when the raw value is 0
+  uint32_t battery = 0;       ///< 0 to 255
+  uint32_t emergency = 0;     ///< 0 to 255; 1 or more signals an emergency
+  std::string tbd{};          ///< six upper-case hexadecimal digits
+  std::string xAccel{};       ///< -32768 to 32767
+  std::string yAccel{};
+  std::string zAccel{};
 
   /// Decodes a frame; octets after the 22nd are ignored, a shorter value gives nothing. Pure; any thread.
   static std::optional<BRLSensorReadings> fromFrame(platform::DataView manufacturerData);

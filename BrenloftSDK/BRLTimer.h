@@ -19,7 +19,11 @@
 /// Threads: every operation may be called from any thread, except that `setWrappedBlock`, `setQueue` and
 /// `setSource` must not run beside other operations on the same timer. The handler runs on the queue.
 class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
-  struct Key {};
+  // Only this class can make one, `{}` does not.
+  class Key {
+    friend class BRLTimer;
+    Key() {}  // NOLINT(modernize-use-equals-default): an aggregate would be made by {}
+  };
 
  public:
   using Block = std::function<void(BRLTimer&)>;

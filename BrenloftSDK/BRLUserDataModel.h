@@ -5,6 +5,7 @@
 
 #include "platform/coredata/NSManagedObject.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/TextArgument.h"
 
 /// A tag: data that the application attached to a beacon under a key of its choice. Several tags may bear the
 /// same key. Thread safety: as NSManagedObject.
@@ -14,5 +15,5 @@ class BRL_EXPORT BRLUserDataModel : public platform::NSManagedObject {
   void setUserData(std::optional<platform::Data> data) { setStored(std::move(data), {"userData", 0}); }
   /// The key.
   std::optional<std::string> uuid() const { return stored<std::string>({"uuid", 1}); }
-  void setUuid(std::optional<std::string> uuid) { setStored(std::move(uuid), {"uuid", 1}); }
+  void setUuid(platform::TextArgument uuid) { setStored(std::move(uuid.text), {"uuid", 1}); }
 };

@@ -42,6 +42,7 @@ set(public_headers
   platform/foundation/FolderAccess.h platform/foundation/Hex.h
   platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
   platform/foundation/NSLog.h platform/foundation/NSUUID.h platform/foundation/NSUserDefaults.h
+  platform/foundation/TextArgument.h
   platform/foundation/Value.h
   platform/location/BeaconLocationService.h platform/location/CLLocationManager.h
   platform/location/iBeaconFrame.h

@@ -16,13 +16,13 @@ struct NativePlatformOptions {
   /// Names the application's data folder.
   std::string applicationName = "brenloft";
   /// Holds documents and settings instead of the data folder, when not empty.
-  std::filesystem::path container;
+  std::filesystem::path container{};
   /// Where the radio comes from; without one, the machine's own is looked for.
-  std::shared_ptr<AdvertisingReportSource> radio;
+  std::shared_ptr<AdvertisingReportSource> radio{};
   /// The dispatch service; without one, real time.
-  std::shared_ptr<DispatchService> dispatch;
+  std::shared_ptr<DispatchService> dispatch{};
   /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
-  LogSink onSettingsProblem;
+  LogSink onSettingsProblem{};
 };
 
 inline constexpr std::string_view kSettingsFileName = "settings.json";

@@ -18,13 +18,13 @@ namespace platform {
 /// Threads: install from one thread, before any other use. Services are shared and live as long as somebody
 /// holds them; the installed platform lives to the end of the process.
 struct BRL_EXPORT Platform {
-  std::shared_ptr<DispatchService> dispatch;
-  std::shared_ptr<BluetoothService> bluetooth;
-  std::shared_ptr<CLLocationService> location;
-  std::shared_ptr<NSUserDefaults> userDefaults;
-  std::shared_ptr<const NSFileManager> fileManager;
-  std::shared_ptr<const NSBundle> bundle;
-  LogSink log;
+  std::shared_ptr<DispatchService> dispatch{};
+  std::shared_ptr<BluetoothService> bluetooth{};
+  std::shared_ptr<CLLocationService> location{};
+  std::shared_ptr<NSUserDefaults> userDefaults{};
+  std::shared_ptr<const NSFileManager> fileManager{};
+  std::shared_ptr<const NSBundle> bundle{};
+  LogSink log{};
 
   /// Every service must be there. Once the library runs on a platform, installed or its own, another one
   /// would go unused: the process ends with a line on standard error that says so.

@@ -65,18 +65,18 @@ constexpr bool isConnectable(AdvertisingKind kind) {
 struct AdvertisingReport {
   static constexpr int8_t kNoRssi = 127;
 
-  Date time;                 ///< when it was heard
-  BluetoothAddress address;  ///< the sender
+  Date time{};                 ///< when it was heard
+  BluetoothAddress address{};  ///< the sender
   AdvertisingKind kind = AdvertisingKind::nonConnectable;
   int8_t rssi = kNoRssi;     ///< dBm
   bool isTruncated = false;  ///< the controller said that data is missing
-  DataView data;             ///< AD structures, lent for the call
+  DataView data{};           ///< AD structures, lent for the call
 };
 
 /// Why a radio is in the state that it is in; the text is for people and may be empty.
 struct RadioState {
   CBManagerState state = CBManagerState::unknown;
-  std::string reason;
+  std::string reason{};
 };
 
 /// A radio, or what stands in for one: it reports what it hears, undecoded.

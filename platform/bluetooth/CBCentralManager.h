@@ -33,17 +33,18 @@ enum class CBManagerState : int {
 /// The sender of an advertisement.
 struct CBPeripheral {
   /// The device address, "C0:00:00:00:00:01", upper case; empty when the platform hides it.
-  std::string identifier;
+  std::string identifier{};
 };
 
 /// What an advertisement carries; absent entries were not sent.
 struct CBAdvertisementData {
-  std::optional<Data> manufacturerData;  ///< CBAdvertisementDataManufacturerDataKey, company id first
-  std::optional<std::vector<CBUUID>> serviceUUIDs;  ///< CBAdvertisementDataServiceUUIDsKey, in the order sent
-  std::optional<std::string> localName;             ///< CBAdvertisementDataLocalNameKey
-  std::map<CBUUID, Data> serviceData;               ///< CBAdvertisementDataServiceDataKey
-  std::optional<int> txPowerLevel;                  ///< CBAdvertisementDataTxPowerLevelKey, dBm
-  bool isConnectable = false;                       ///< CBAdvertisementDataIsConnectable
+  std::optional<Data> manufacturerData{};  ///< CBAdvertisementDataManufacturerDataKey, company id first
+  std::optional<std::vector<CBUUID>>
+      serviceUUIDs{};                      ///< CBAdvertisementDataServiceUUIDsKey, in the order sent
+  std::optional<std::string> localName{};  ///< CBAdvertisementDataLocalNameKey
+  std::map<CBUUID, Data> serviceData{};    ///< CBAdvertisementDataServiceDataKey
+  std::optional<int> txPowerLevel{};       ///< CBAdvertisementDataTxPowerLevelKey, dBm
+  bool isConnectable = false;              ///< CBAdvertisementDataIsConnectable
 };
 
 class CBCentralManager;

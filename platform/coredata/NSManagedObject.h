@@ -37,6 +37,7 @@ class BRL_EXPORT NSManagedObject : public std::enable_shared_from_this<NSManaged
   /// -[NSManagedObject setValue:forKey:], nothing or the null marker makes the value absent.
   /// Throws NSInvalidArgumentException for an unknown key or a value of another kind than the attribute's.
   void setValue_forKey(std::optional<Value> value, std::string_view key);
+  void setValue_forKey(std::nullptr_t, std::string_view key) = delete;
 
   /// Pending until the next save, each.
   bool isInserted() const { return stateIs(State::Inserted); }

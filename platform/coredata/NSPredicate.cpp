@@ -6,13 +6,13 @@
 
 namespace platform {
 
-NSPredicate NSPredicate::predicateWithFormat(std::string_view format, std::optional<std::string> argument) {
+NSPredicate NSPredicate::predicateWithFormat(std::string_view format, TextArgument argument) {
   constexpr std::string_view tail = " = %@";
   const auto key = format.substr(0, format.find(' '));
   if (key.empty() || format.substr(key.size()) != tail) {
     throw NSInvalidArgumentException("predicate format not supported: " + std::string(format));
   }
-  return {std::string(key), std::move(argument)};
+  return {std::string(key), std::move(argument.text)};
 }
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "platform/foundation/Export.h"
+#include "platform/foundation/TextArgument.h"
 
 namespace platform {
 
@@ -13,7 +14,7 @@ class BRL_EXPORT NSPredicate {
  public:
   /// +[NSPredicate predicateWithFormat:], for formats of the form `attribute = %@`; an absent argument
   /// matches an absent attribute. Throws NSInvalidArgumentException for any other format.
-  static NSPredicate predicateWithFormat(std::string_view format, std::optional<std::string> argument);
+  static NSPredicate predicateWithFormat(std::string_view format, TextArgument argument);
 
   const std::string& key() const { return key_; }
   const std::optional<std::string>& argument() const { return argument_; }

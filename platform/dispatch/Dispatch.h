@@ -15,7 +15,8 @@ namespace platform {
 // Serial queues, the main queue, one-shot timer sources, and the only clock that anything may read.
 //
 // Threads: every operation may be called from any thread unless its comment says otherwise. A block runs on
-// its queue, one at a time, in the order in which blocks were submitted; no lock is held while it runs.
+// its queue, one at a time, in the order in which blocks were submitted; no lock is held while it runs. An
+// exception that leaves a block or a timer's handler ends the process (std::terminate).
 // Implementers: the conformance suite in tests/dispatch holds for every implementation.
 
 /// Nanoseconds on a clock that never goes back and knows no date.

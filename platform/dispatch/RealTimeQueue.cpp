@@ -175,7 +175,7 @@ size_t RealTimeQueue::collectDue() {
 }
 
 // True when something ran, not when a wake-up only went to sleep again.
-bool RealTimeQueue::runFirst(Lock& lock) {
+bool RealTimeQueue::runFirst(Lock& lock) noexcept {
   if (ready_.empty()) return false;
   bool ran = true;
   {

@@ -59,7 +59,7 @@ class RealTimeQueue final : public TimerQueue {
   dispatch_time_t nextWork() const;
   void sleep(Lock& lock);
   size_t collectDue();
-  bool runFirst(Lock& lock);
+  bool runFirst(Lock& lock) noexcept;
   void showReadiness();
 
   const std::string label_;

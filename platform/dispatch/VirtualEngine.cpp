@@ -77,7 +77,7 @@ void VirtualEngine::stop() {
   if (running_ > 0) stopping_ = true;
 }
 
-void VirtualEngine::execute(PendingWork& work) {
+void VirtualEngine::execute(PendingWork& work) noexcept {
   const dispatch_queue* outer = std::exchange(runningQueue, queueOf(work));
   if (auto* posted = std::get_if<PostedBlock>(&work))
     posted->block();

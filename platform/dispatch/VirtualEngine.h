@@ -60,7 +60,7 @@ class VirtualEngine {
   std::optional<PendingWork> takeNext(dispatch_time_t limit);
   PendingWork takeShuffled(dispatch_time_t due);
   dispatch_time_t firstDue() const;
-  void execute(PendingWork& work);
+  void execute(PendingWork& work) noexcept;
   Deadline nextDeadline(dispatch_time_t due) { return {due, submissions_++}; }
 
   std::atomic<dispatch_time_t::rep> now_{0};

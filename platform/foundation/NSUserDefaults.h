@@ -24,6 +24,7 @@ class BRL_EXPORT NSUserDefaults {
 
   virtual std::optional<Value> objectForKey(std::string_view key) const = 0;
   virtual void setObject_forKey(Value value, std::string_view key) = 0;
+  void setObject_forKey(std::nullptr_t, std::string_view key) = delete;
   virtual void removeObjectForKey(std::string_view key) = 0;
   /// True when everything set so far has reached the storage.
   virtual bool synchronize() = 0;

@@ -51,8 +51,8 @@ class BRL_EXPORT BeaconLocationService : public CLLocationService {
 };
 
 struct BeaconLocationOptions {
-  std::shared_ptr<BluetoothService> bluetooth;
-  std::shared_ptr<DispatchService> dispatch;
+  std::shared_ptr<BluetoothService> bluetooth{};
+  std::shared_ptr<DispatchService> dispatch{};
   /// The status to begin with.
   CLAuthorizationStatus authorization = CLAuthorizationStatus::authorizedAlways;
   bool locationServicesEnabled = true;
@@ -60,7 +60,7 @@ struct BeaconLocationOptions {
   std::optional<CLAuthorizationStatus> answerToRequest = CLAuthorizationStatus::authorizedAlways;
   /// Called after each change, on the thread that made it, so that it can be kept for the next start: one
   /// call at a time, in the order of the changes. It must not change the authorization itself.
-  std::function<void(CLAuthorizationStatus)> storeAuthorization;
+  std::function<void(CLAuthorizationStatus)> storeAuthorization{};
 };
 
 BRL_EXPORT std::shared_ptr<BeaconLocationService> makeBeaconLocationService(BeaconLocationOptions options);

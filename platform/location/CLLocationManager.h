@@ -76,7 +76,7 @@ using CLBeaconRegionPtr = std::shared_ptr<const CLBeaconRegion>;
 
 /// One beacon of a ranging report.
 struct CLBeacon {
-  NSUUID proximityUUID;
+  NSUUID proximityUUID{};
   uint16_t major = 0;
   uint16_t minor = 0;
   int64_t rssi = 0;  ///< dBm, 0 when it could not be measured
@@ -84,7 +84,7 @@ struct CLBeacon {
 
 struct CLError {
   int code = 0;
-  std::string description;
+  std::string description{};
 };
 
 class CLLocationManager;

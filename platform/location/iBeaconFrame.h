@@ -13,7 +13,7 @@ namespace platform {
 /// What an iBeacon says in its manufacturer-specific data: company identifier 0x004C (little-endian), type
 /// 0x02, length 0x15, proximity UUID, major and minor (big-endian), measured power.
 struct iBeaconFrame {
-  NSUUID proximityUUID;
+  NSUUID proximityUUID{};
   uint16_t major = 0;
   uint16_t minor = 0;
   int8_t measuredPower = -59;  ///< dBm at one metre

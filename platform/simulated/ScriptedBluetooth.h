@@ -18,8 +18,8 @@ class BRL_EXPORT ScriptedBluetooth : public BluetoothService {
   struct Operation {
     enum class Kind { makeCentralManager, scan, stopScan };
     Kind kind = Kind::makeCentralManager;
-    std::optional<std::vector<CBUUID>> services;  ///< of a scan
-    CBCentralManagerScanOptions options;          ///< of a scan
+    std::optional<std::vector<CBUUID>> services{};  ///< of a scan
+    CBCentralManagerScanOptions options{};          ///< of a scan
   };
 
   /// Managers begin in this state and report it once.

@@ -24,8 +24,8 @@ class BRL_EXPORT ScriptedLocationService : public CLLocationService {
 
   /// One call of an application: the selector ("startMonitoringForRegion:") and the region, if it has one.
   struct Operation {
-    std::string name;
-    CLRegionPtr region;
+    std::string name{};
+    CLRegionPtr region{};
   };
 
   static std::shared_ptr<ScriptedLocationService> make(

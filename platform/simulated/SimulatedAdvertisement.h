@@ -16,13 +16,13 @@ namespace platform {
 
 /// What a simulated device sends in one packet; absent fields are not sent.
 struct SimulatedAdvertisement {
-  BluetoothAddress address;
+  BluetoothAddress address{};
   AdvertisingKind kind = AdvertisingKind::connectable;
-  int8_t rssi = -60;             ///< dBm as it is heard; AdvertisingReport::kNoRssi for none
-  std::optional<uint8_t> flags;  ///< AD type 0x01
-  std::vector<CBUUID> serviceUUIDs;
-  std::optional<Data> manufacturerData;  ///< company identifier first
-  std::optional<std::string> localName;
+  int8_t rssi = -60;               ///< dBm as it is heard; AdvertisingReport::kNoRssi for none
+  std::optional<uint8_t> flags{};  ///< AD type 0x01
+  std::vector<CBUUID> serviceUUIDs{};
+  std::optional<Data> manufacturerData{};  ///< company identifier first
+  std::optional<std::string> localName{};
 
   /// The AD structures in the order flags, service UUIDs, manufacturer data, name. They are not held to 31
   /// octets, so that a test may send what no legacy radio would.

@@ -37,7 +37,8 @@ struct SimulatedPlatformOptions {
   Location location = Location::advertisements;
   /// Makes the radio that centrals and regions hear, on the platform's dispatch service; without it, a
   /// SimulatedRadio, which only then is `radio()`. Not used when both are scripted. Must not return null.
-  std::function<std::shared_ptr<AdvertisingReportSource>(const std::shared_ptr<DispatchService>&)> makeRadio;
+  std::function<std::shared_ptr<AdvertisingReportSource>(const std::shared_ptr<DispatchService>&)>
+      makeRadio{};
   /// The date at which virtual time begins.
   Date start = dateWithTimeIntervalSince1970(1'767'225'600);  // 2026-01-01T00:00:00Z
   /// The state in which a SimulatedRadio or a scripted central begins.
@@ -46,11 +47,11 @@ struct SimulatedPlatformOptions {
   /// What the user answers when the application asks for the authorization (location from advertisements).
   std::optional<CLAuthorizationStatus> answerToRequest = CLAuthorizationStatus::authorizedAlways;
   /// The documents folder; without one a temporary folder is made, and removed with the platform.
-  std::filesystem::path documents;
+  std::filesystem::path documents{};
   /// Settings kept from an earlier run; without them, empty ones in memory.
-  std::shared_ptr<NSUserDefaults> userDefaults;
+  std::shared_ptr<NSUserDefaults> userDefaults{};
   /// Resources; without them, the library's own.
-  std::shared_ptr<const NSBundle> bundle;
+  std::shared_ptr<const NSBundle> bundle{};
 };
 
 /// A whole platform for an application's own tests: clock, radio, permissions, settings, log and files, all

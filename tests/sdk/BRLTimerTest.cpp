@@ -42,6 +42,12 @@ class BRLTimerTest : public testing::Test {
   using Firings = std::vector<dispatch_time_t>;
 };
 
+template <typename Timer>
+concept MadeWithoutAKey = requires {
+  Timer({}, 1.0, platform::dispatch_queue_t(), BRLTimer::Block());
+};
+static_assert(!MadeWithoutAKey<BRLTimer>);
+
 TEST_F(BRLTimerTest, FiresOnceAfterItWasScheduledAndNeverAgainWhateverFollows) {
   const auto timer = make(5.0);
   timer->reschedule();

@@ -56,6 +56,18 @@ TEST(Record, NullIsTheEmptyTextButAnAbsentKeyStaysAbsent) {
   EXPECT_EQ(record.statusUpdatedDate(), std::nullopt);
 }
 
+TEST(Record, ANullPointerIsAnAbsentText) {
+  BRLBeaconDataModel record(
+      Dictionary{{"temperature", std::string("23.50")}, {"tbd", std::string("0A0B0C")}});
+  record.setTemperature(nullptr);
+  EXPECT_EQ(record.temperature(), std::nullopt);
+  const char* unset = nullptr;
+  record.setTbd(unset);
+  EXPECT_EQ(record.tbd(), std::nullopt);
+  record.setTbd("0D0E0F");
+  EXPECT_EQ(record.tbd(), "0D0E0F");
+}
+
 TEST(Record, KeepsADateGivenAsTextUntilARealOneReplacesIt) {
   BRLBeaconDataModel record(Dictionary{{"statusUpdatedDate", std::string("2016-08-05 14:23:10")}});
   EXPECT_EQ(record.statusUpdatedDateText(), "2016-08-05 14:23:10");
