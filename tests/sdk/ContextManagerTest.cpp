@@ -3,6 +3,7 @@
 #include <cstring>
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -151,6 +152,22 @@ TEST_F(LoudManager, APlainDataManagerAskedFirstStaysTheSharedInstanceAndEndsOnFo
   const std::string rest = ": unrecognized selector sent to the shared instance\n";
   EXPECT_DEATH(Class::startLeScan(), Eq("-[BRLDataManager start]" + rest));
   EXPECT_DEATH(Class::setBeaconType(1), Eq("-[BRLDataManager setBeaconType:]" + rest));
+}
+
+TEST_F(LoudManager, AnExceptionThatLeavesACallbackEndsTheProcessAndOneThatLeavesACompletionDoesNot) {
+  BRLDelegateHandlers handlers;
+  handlers.forBeacon = [](BRLContextManager&, const auto&) { throw std::runtime_error("from the delegate"); };
+  Class::setDelegate(&handlers);
+  Class::setBeaconType(1);
+  Class::startLeScan();
+  simulated.advance({});
+  EXPECT_DEATH(EXPECT_ANY_THROW(hear("FFF0")), HasSubstr("from the delegate"));
+  const auto fail = [] { throw std::runtime_error("from a block"); };
+  simulated.clock().mainQueue()->async(fail);
+  EXPECT_DEATH(EXPECT_ANY_THROW(simulated.advance({})), HasSubstr("from a block"));
+  EXPECT_THROW(Class::selectBeaconLogAllCountWithCompletionBlock([&](uint64_t) { fail(); }),
+               std::runtime_error);
+  EXPECT_EQ(loggedRows(), 0U);
 }
 
 TEST_F(LoudManager, AnotherPlatformEndsTheProcess) {
