@@ -18,8 +18,13 @@ constexpr std::chrono::seconds kLongestPause{60};
 // the handlers.
 class NativeRadio final : public AdvertisingReportSource, public std::enable_shared_from_this<NativeRadio> {
  public:
-  NativeRadio(std::shared_ptr<DispatchService> dispatch, LogSink log)
-      : dispatch_(std::move(dispatch)), log_(std::move(log)), queue_(dispatch_->createQueue("NativeRadio")) {}
+  using Look = std::function<RadioSourceResult(const RadioSourceOptions&)>;
+
+  NativeRadio(std::shared_ptr<DispatchService> dispatch, LogSink log, Look look)
+      : dispatch_(std::move(dispatch)),
+        log_(std::move(log)),
+        find_(std::move(look)),
+        queue_(dispatch_->createQueue("NativeRadio")) {}
 
   void open(ReportHandler onReport, StateHandler onState) override {
     gate_.open(std::move(onReport), std::move(onState));
@@ -54,7 +59,7 @@ class NativeRadio final : public AdvertisingReportSource, public std::enable_sha
 
   void look(std::chrono::seconds pause) {
     if (change([] {}) || isClosed()) return;
-    const auto result = makeRadioSource({.dispatch = dispatch_, .onDiagnostic = log_});
+    const auto result = find_({.dispatch = dispatch_, .onDiagnostic = log_});
     if (!result.source) {
       tellProblem(*result.problem);
       dispatch_->after(pause, queue_, [self = weak_from_this(), pause] {
@@ -94,6 +99,7 @@ class NativeRadio final : public AdvertisingReportSource, public std::enable_sha
 
   const std::shared_ptr<DispatchService> dispatch_;
   const LogSink log_;
+  const Look find_;
   const dispatch_queue_t queue_;
   HandlerGate gate_;
   std::string lastProblem_;  // on the queue only
@@ -106,9 +112,10 @@ class NativeRadio final : public AdvertisingReportSource, public std::enable_sha
 
 }  // namespace
 
-std::shared_ptr<AdvertisingReportSource> makeNativeRadio(std::shared_ptr<DispatchService> dispatch,
-                                                         LogSink log) {
-  return std::make_shared<NativeRadio>(std::move(dispatch), std::move(log));
+std::shared_ptr<AdvertisingReportSource> makeNativeRadio(
+    std::shared_ptr<DispatchService> dispatch, LogSink log,
+    std::function<RadioSourceResult(const RadioSourceOptions&)> look) {
+  return std::make_shared<NativeRadio>(std::move(dispatch), std::move(log), std::move(look));
 }
 
 }  // namespace platform

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/bluetooth/radios/RadioSource.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/NSLog.h"
 
@@ -10,7 +12,9 @@ namespace platform {
 
 /// The radio that this machine offers, looked for when the source is opened and again, with growing pauses,
 /// while there is none. What was found, or why nothing was, and the reason of each state go to `log`.
-std::shared_ptr<AdvertisingReportSource> makeNativeRadio(std::shared_ptr<DispatchService> dispatch,
-                                                         LogSink log);
+/// `look` is for tests.
+std::shared_ptr<AdvertisingReportSource> makeNativeRadio(
+    std::shared_ptr<DispatchService> dispatch, LogSink log,
+    std::function<RadioSourceResult(const RadioSourceOptions&)> look = makeRadioSource);
 
 }  // namespace platform

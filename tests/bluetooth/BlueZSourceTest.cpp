@@ -319,35 +319,6 @@ TEST_F(BlueZSource, PassesOverMessagesThatAreNotAsTheyShouldBe) {
   EXPECT_THAT(reports(), ElementsAre("C0:00:00:00:00:01 public 127 ADV_NONCONN_IND 04ff020009"));
 }
 
-TEST_F(BlueZSource, IsSilentOnceClosed) {
-  startDaemon();
-  openSource();
-  scan();
-  std::thread air([&] {
-    for (int i = 0; i < 200; ++i) daemon_->deviceAppears(kBeacon, appearance("C0:00:00:00:00:01", {0x01}));
-  });
-  EXPECT_TRUE(comesTrue([&] { return reports().size() > 3; }));
-  source_->close();
-  const std::size_t heard = reports().size();
-  air.join();
-  daemon_.reset();
-  EXPECT_EQ(reports().size(), heard);
-}
-
-TEST_F(BlueZSource, HasToldTheDaemonToStopWhenItIsClosedOrGone) {
-  startDaemon();
-  for (std::size_t round = 1; round <= 2; ++round) {
-    openSource();
-    source_->startScan({});
-    ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == round; }));
-    if (round == 1) source_->close();
-    source_.reset();
-    // Where it is not closed, a block of its own may end it a little later.
-    EXPECT_TRUE(round == 1 || comesTrue([&] { return daemon_->count("hci0.StopDiscovery") == 2; }));
-    EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), round);
-  }
-}
-
 TEST_F(BlueZSource, DoesNotWaitLongForAStalledBus) {
   startDaemon();
   openSource();

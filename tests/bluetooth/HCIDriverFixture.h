@@ -40,7 +40,6 @@ class HCIDriverTest : public testing::Test {
     driver->open(
         [this](const platform::AdvertisingReport& report) {
           reports.push_back({report.address.text(), platform::toData(report.data)});
-          if (onReport) onReport();
         },
         [this](const platform::RadioState& state) { states.push_back(state); });
   }
@@ -84,7 +83,6 @@ class HCIDriverTest : public testing::Test {
   std::vector<Report> reports;
   std::vector<platform::RadioState> states;
   std::vector<std::string> lines;
-  std::function<void()> onReport;
 };
 
 }  // namespace support

@@ -52,16 +52,6 @@ TEST_F(HCIDriverTest, AsksForAnActiveScanThatAlwaysListensAndHidesNothing) {
   }
 }
 
-TEST_F(HCIDriverTest, StopsTheScanAndReportsNothingAfterwards) {
-  startScanning();
-  driver->stopScan();
-  // What the controller had sent already arrives behind the stop.
-  controller->send(ControllerModel::legacyReport(1, data));
-  dispatch->runDue();
-  EXPECT_FALSE(isScanning());
-  EXPECT_THAT(reports, IsEmpty());
-}
-
 // A report in fragments whose rest was not heard: it must not be taken for the head of a later one.
 TEST_F(HCIDriverTest, ForgetsTheFragmentsOfAScanThatHasEnded) {
   for (const bool isEndedByOther : {false, true}) {
@@ -90,20 +80,6 @@ TEST_F(HCIDriverTest, ForgetsTheFragmentsOfAScanThatHasEnded) {
   }
 }
 
-TEST_F(HCIDriverTest, FollowsTheLatestWishWhenStartAndStopComeFasterThanAnswers) {
-  startScanning();
-  for (int i = 0; i < 5; ++i) {
-    driver->stopScan();
-    driver->startScan({});
-  }
-  dispatch->runDue();
-  EXPECT_TRUE(isScanning());
-  driver->startScan({});
-  driver->stopScan();
-  dispatch->runDue();
-  EXPECT_FALSE(isScanning());
-}
-
 TEST_F(HCIDriverTest, SaysNoVersionThatTheControllerDidNotTell) {
   start();
   controller->refuse(opcode::kReadLocalVersion, status::kUnknownCommand, 1);
@@ -118,41 +94,6 @@ TEST_F(HCIDriverTest, IsUnsupportedWithoutLowEnergy) {
   dispatch->advance(10s);
   EXPECT_THAT(takeStates(), ElementsAre(CBManagerState::unsupported));
   EXPECT_FALSE(isScanning());
-}
-
-TEST_F(HCIDriverTest, TurnsTheScanOffWhenItIsClosed) {
-  startScanning();
-  driver->close();
-  dispatch->runDue();
-  EXPECT_FALSE(controller->isConnected());
-  EXPECT_FALSE(isScanning());
-  EXPECT_THAT(controller->takeCommands(), ElementsAre(opcode::kLESetScanEnable));
-}
-
-TEST_F(HCIDriverTest, ClosedFromInsideAHandlerItReportsNothingMore) {
-  startScanning();
-  onReport = [this] { driver->close(); };
-  Data three;
-  for (uint16_t i = 1; i <= 3; ++i) {
-    const Data one = ControllerModel::legacyReport(i, data);
-    three.insert(three.end(), one.begin(), one.end());
-  }
-  controller->send(three);
-  dispatch->advance(300s);
-  EXPECT_EQ(reports.size(), 1U);
-  EXPECT_FALSE(controller->isConnected());
-  EXPECT_THAT(states, IsEmpty());
-}
-
-TEST_F(HCIDriverTest, ClosedDuringInitialisationItStaysSilent) {
-  start();
-  controller->loseAnswers(opcode::kReadLocalVersion, 1);
-  dispatch->advance(1s);
-  driver->close();
-  dispatch->advance(300s);
-  EXPECT_THAT(states, IsEmpty());
-  EXPECT_FALSE(controller->isConnected());
-  EXPECT_EQ(controller->connectionCount(), 1);
 }
 
 TEST_F(HCIDriverTest, BesideOthersItNeitherResetsNorMasks) {

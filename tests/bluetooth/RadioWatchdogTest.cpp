@@ -133,33 +133,6 @@ TEST_F(Watchdog, BeginsAnewOnlyAfterTheScanHasBeenWell) {
   EXPECT_THAT(takeStates(), ElementsAre(HasSubstr("the scan is started anew")));
 }
 
-TEST_F(Watchdog, ItsSourceIsClosedWhenCloseReturnsAndNeverOpenedAfterIt) {
-  watched_->startScan({});
-  dispatch_->runDue();
-  watched_->close();
-  EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("open", "scan", "close"));
-  dispatch_->advance(1h);
-  EXPECT_EQ(sources_.size(), 1U);
-
-  watched_ = makeScanWatchdog({.makeSource = [this] { return make(); }, .dispatch = dispatch_});
-  watched_->close();
-  SetUp();  // opened too late
-  EXPECT_EQ(sources_.size(), 1U);
-}
-
-TEST_F(Watchdog, ClosedInsideAHandlerItEndsWithIt) {
-  watched_->startScan({});
-  dispatch_->runDue();
-  inHandler_ = [&] {
-    watched_->close();
-    EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("open", "scan"));
-  };
-  for (int i = 0; i < 3; ++i) sources_[0]->hear(kBeacon, AdvertisingKind::connectable, {});
-  dispatch_->runDue();
-  EXPECT_THAT(sources_[0]->takeNotes(), ElementsAre("close"));
-  EXPECT_EQ(reports_.size(), 1U);
-}
-
 TEST_F(Watchdog, ClosedByWhoHearsOfARestartItOpensNothingMore) {
   watched_->startScan({});
   dispatch_->advance(61s);
@@ -184,25 +157,19 @@ TEST_F(Watchdog, DropsWhatExceedsItsBacklogAndTells) {
   EXPECT_THAT(lines_[1], HasSubstr("7 reports were dropped"));
 }
 
-/// Says something as soon as it hears.
-class TalkativeSource final : public ScriptedReportSource {
- public:
-  using ScriptedReportSource::ScriptedReportSource;
-  void startScan(const std::vector<CBUUID>& services) override {
-    ScriptedReportSource::startScan(services);
-    for (int i = 0; i < 20; ++i) hear(kBeacon, AdvertisingKind::connectable, {});
-  }
-};
-
 // Without any patience for silence it closes and opens sources all the time.
 TEST(WatchdogOnThreads, IsClosedOrGoneWhateverIsUnderWay) {
   const auto dispatch = RealTimeDispatch::make();
   for (int round = 0; round < 200; ++round) {
-    std::vector<std::shared_ptr<TalkativeSource>> sources;
+    std::vector<std::shared_ptr<ScriptedReportSource>> sources;
     std::promise<void> gone;
     auto make = [&, alive = std::shared_ptr<void>(
                         &gone, [](void* end) { static_cast<std::promise<void>*>(end)->set_value(); })] {
-      return sources.emplace_back(std::make_shared<TalkativeSource>(dispatch->createQueue("radio")));
+      const auto source = std::make_shared<ScriptedReportSource>(dispatch->createQueue("radio"));
+      source->onOpen = [&talker = *source] {
+        for (int i = 0; i < 20; ++i) talker.hear(kBeacon, AdvertisingKind::connectable, {});
+      };
+      return sources.emplace_back(source);
     };
     auto watched = makeScanWatchdog(
         {.makeSource = std::move(make), .dispatch = dispatch, .silence = 0s, .longestPause = 0s});

@@ -151,24 +151,4 @@ TEST(SimulatedWorldSource, PlaysTheWorldFromTheFirstScanAndEndsOnTime) {
   EXPECT_EQ(end, options.start + seconds(20));
 }
 
-TEST(SimulatedWorldSource, IsNotHeardWhileNobodyScansNorAfterItWasClosed) {
-  platform::SimulatedPlatform simulated;
-  const auto source = platform::makeSimulatedWorldSource(simulated.services().dispatch, {.sensors = 4},
-                                                         platform::DISPATCH_TIME_FOREVER);
-  std::size_t heard = 0;
-  const auto heardNow = [&] {
-    simulated.advance(seconds(2));
-    return std::exchange(heard, 0);
-  };
-  source->open([&](const auto&) { ++heard; }, [](const auto&) {});
-  source->startScan({});
-  EXPECT_GT(heardNow(), 0U);
-  source->stopScan();
-  EXPECT_EQ(heardNow(), 0U);
-  source->startScan({});
-  EXPECT_GT(heardNow(), 0U);
-  source->close();
-  EXPECT_EQ(heardNow(), 0U);
-}
-
 }  // namespace

@@ -22,6 +22,7 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
     note("open");
     handlers_ = std::make_shared<Handlers>(std::move(onReport), std::move(onState));
     setState(platform::CBManagerState::poweredOn);
+    if (onOpen) onOpen();
   }
   void startScan(const std::vector<platform::CBUUID>& services) override {
     std::string text = "scan";
@@ -52,6 +53,8 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
     const std::lock_guard lock(mutex_);
     return std::exchange(notes_, {});
   }
+
+  std::function<void()> onOpen;  ///< runs inside `open`
 
  private:
   struct Handlers {
