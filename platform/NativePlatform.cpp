@@ -36,8 +36,9 @@ Platform nativePlatform(NativePlatformOptions options) {
                            options.onSettingsProblem ? options.onSettingsProblem : platform.log, access);
   platform.fileManager = makeFileManager(folder, access);
   platform.bundle = libraryBundle();
-  auto radio = options.radio ? std::move(options.radio) : makeNativeRadio(platform.dispatch, platform.log);
-  platform.bluetooth = RadioService::make(std::move(radio), platform.dispatch);
+  const LogSink radioLog = options.onRadioDiagnostic ? std::move(options.onRadioDiagnostic) : platform.log;
+  auto radio = options.radio ? std::move(options.radio) : makeNativeRadio(platform.dispatch, radioLog);
+  platform.bluetooth = RadioService::make(std::move(radio), platform.dispatch, radioLog);
   platform.location = makeBeaconLocationService({
       .bluetooth = platform.bluetooth,
       .dispatch = platform.dispatch,

@@ -23,6 +23,8 @@ struct NativePlatformOptions {
   std::shared_ptr<DispatchService> dispatch{};
   /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
   LogSink onSettingsProblem{};
+  /// Takes a line about the radio that its states do not tell; without it, they go to the log.
+  LogSink onRadioDiagnostic{};
 };
 
 inline constexpr std::string_view kSettingsFileName = "settings.json";

@@ -1,12 +1,11 @@
 #include "platform/NativeRadio.h"
 
-#include <algorithm>
 #include <chrono>
-#include <mutex>
+#include <optional>
 #include <utility>
 
-#include "platform/bluetooth/HandlerGate.h"
-#include "platform/bluetooth/radios/RadioSource.h"
+#include "platform/bluetooth/Backoff.h"
+#include "platform/bluetooth/QueuedSource.h"
 
 namespace platform {
 namespace {
@@ -14,99 +13,71 @@ namespace {
 constexpr std::chrono::seconds kFirstPause{2};
 constexpr std::chrono::seconds kLongestPause{60};
 
-// Thread safety: `mutex_` guards everything that changes and is not held over the radio's own operations or
-// the handlers.
-class NativeRadio final : public AdvertisingReportSource, public std::enable_shared_from_this<NativeRadio> {
+using Services = std::vector<CBUUID>;
+using Look = std::function<RadioSourceResult(const RadioSourceOptions&)>;
+
+class NativeRadio final : public QueuedSource<> {
  public:
-  using Look = std::function<RadioSourceResult(const RadioSourceOptions&)>;
-
   NativeRadio(std::shared_ptr<DispatchService> dispatch, LogSink log, Look look)
-      : dispatch_(std::move(dispatch)),
+      : QueuedSource(dispatch, "radio"),
+        options_{.dispatch = std::move(dispatch), .onDiagnostic = log, .queue = queue()},
         log_(std::move(log)),
-        find_(std::move(look)),
-        queue_(dispatch_->createQueue("NativeRadio")) {}
+        look_(std::move(look)) {}
+  ~NativeRadio() override { close(); }
 
-  void open(ReportHandler onReport, StateHandler onState) override {
-    gate_.open(std::move(onReport), std::move(onState));
-    queue_->async([self = weak_from_this()] {
-      if (const auto radio = self.lock()) radio->look(kFirstPause);
-    });
-  }
-
-  void startScan(const std::vector<CBUUID>& services) override {
-    const auto radio = change([&] { wanted_ = services; });
-    if (radio) radio->startScan(services);
-  }
-
-  void stopScan() override {
-    const auto radio = change([&] { wanted_.reset(); });
-    if (radio) radio->stopScan();
-  }
-
-  void close() override {
-    const auto radio = change([&] { closed_ = true; });
-    if (radio) radio->close();
-    gate_.close();
-  }
+  void startScan(const Services& services) override { post(&NativeRadio::want, std::optional(services)); }
+  void stopScan() override { post(&NativeRadio::want, std::optional<Services>()); }
 
  private:
-  template <typename Change>
-  std::shared_ptr<AdvertisingReportSource> change(const Change& change) {
-    const std::scoped_lock lock(mutex_);
-    change();
-    return radio_;
+  void didOpen() override { look(); }
+  void didClose() override {
+    if (radio_) radio_->close();
   }
 
-  void look(std::chrono::seconds pause) {
-    if (change([] {}) || isClosed()) return;
-    const auto result = find_({.dispatch = dispatch_, .onDiagnostic = log_});
+  void want(std::optional<Services> services) {
+    wanted_ = std::move(services);
+    if (!radio_) return;
+    if (wanted_)
+      radio_->startScan(*wanted_);
+    else
+      radio_->stopScan();
+  }
+
+  /// Not a step: it may wait for the system bus, and `close` does not.
+  void look() {
+    queue()->async(
+        [look = look_, options = options_, found = within(&NativeRadio::found)] { found(look(options)); });
+  }
+
+  void found(const RadioSourceResult& result) {
     if (!result.source) {
       tellProblem(*result.problem);
-      dispatch_->after(pause, queue_, [self = weak_from_this(), pause] {
-        if (const auto radio = self.lock()) radio->look(std::min(pause * 2, kLongestPause));
-      });
-      return;
+      return later(pauses_.next(), &NativeRadio::look);
     }
-    std::optional<std::vector<CBUUID>> wanted;
-    {
-      const std::scoped_lock lock(mutex_);
-      if (closed_) return;
-      radio_ = result.source;
-      wanted = wanted_;
-    }
-    result.source->open([this](const AdvertisingReport& report) { gate_.report(report); },
-                        [this](const RadioState& state) { tell(state); });
-    if (wanted) result.source->startScan(*wanted);
-    if (isClosed()) result.source->close();
+    radio_ = result.source;
+    radio_->open(within([this](const AdvertisingReport& heard) { report(heard); }),
+                 within(&NativeRadio::tellAndLog));
+    if (wanted_) radio_->startScan(*wanted_);
   }
 
   void tellProblem(const RadioProblem& problem) {
     if (problem.text == lastProblem_) return;
     lastProblem_ = problem.text;
     const bool forbidden = problem.kind == RadioProblem::Kind::notPermitted;
-    tell({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
+    tellAndLog({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
   }
 
-  void tell(const RadioState& state) {
+  void tellAndLog(const RadioState& state) {
     if (log_ && !state.reason.empty()) log_(state.reason);
-    gate_.state(state);
+    tell(state);
   }
 
-  bool isClosed() {
-    const std::scoped_lock lock(mutex_);
-    return closed_;
-  }
-
-  const std::shared_ptr<DispatchService> dispatch_;
+  const RadioSourceOptions options_;
   const LogSink log_;
-  const Look find_;
-  const dispatch_queue_t queue_;
-  HandlerGate gate_;
-  std::string lastProblem_;  // on the queue only
-
-  std::mutex mutex_;
-  bool closed_ = false;
-  std::optional<std::vector<CBUUID>> wanted_;
+  const Look look_;
+  Backoff pauses_{kFirstPause, kLongestPause};
+  std::string lastProblem_;
+  std::optional<Services> wanted_;
   std::shared_ptr<AdvertisingReportSource> radio_;
 };
 

@@ -12,7 +12,7 @@ namespace platform {
 
 /// The radio that this machine offers, looked for when the source is opened and again, with growing pauses,
 /// while there is none. What was found, or why nothing was, and the reason of each state go to `log`.
-/// `look` is for tests.
+/// The radio lives on the queue that `look` is given, on which it is called; another one is for tests.
 std::shared_ptr<AdvertisingReportSource> makeNativeRadio(
     std::shared_ptr<DispatchService> dispatch, LogSink log,
     std::function<RadioSourceResult(const RadioSourceOptions&)> look = makeRadioSource);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/CallGate.h"
+#include "platform/foundation/NSLog.h"
 
 namespace platform {
 
@@ -23,7 +25,13 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   /// Addresses that a scan without duplicates remembers; beyond that it forgets them all and begins anew.
   static constexpr std::size_t kMostAddresses = 20'000;
 
-  CentralDelivery(CBCentralManager& central, CBCentralManagerDelegate& delegate, dispatch_queue_t queue);
+  /// Reports that wait for the delegate, whose queue may be slow for ever.
+  static constexpr int kMostWaiting = 10'000;
+
+  /// What comes beyond `mostWaiting` reports is dropped, counted, and told to `onDiagnostic` once and at the
+  /// end.
+  CentralDelivery(CBCentralManager& central, CBCentralManagerDelegate& delegate, dispatch_queue_t queue,
+                  int mostWaiting, LogSink onDiagnostic);
 
   /// What was heard for an earlier scan is not delivered any more. No services means every advertisement.
   void startScan(std::vector<CBUUID> services, bool allowDuplicates);
@@ -46,11 +54,16 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
 
   std::optional<uint64_t> scanThatWants(const AdvertisingReport& report, const CBAdvertisementData& data);
   bool isCurrent(uint64_t scanNumber) const;
+  bool mayWait();
 
   CBCentralManager& central_;
   CBCentralManagerDelegate& delegate_;
   const dispatch_queue_t queue_;
+  const int mostWaiting_;
+  const LogSink onDiagnostic_;
   CallGate gate_;
+  std::atomic<int> waiting_ = 0;
+  std::atomic<uint64_t> dropped_ = 0;
 
   mutable std::mutex mutex_;  // guards what follows
   std::optional<Scan> scan_;

@@ -1,6 +1,7 @@
 #include "platform/bluetooth/RadioService.h"
 
 #include <algorithm>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -8,6 +9,7 @@
 
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/CentralDelivery.h"
+#include "platform/dispatch/VirtualDispatch.h"
 
 namespace platform {
 namespace {
@@ -34,18 +36,19 @@ std::optional<Services> unionOf(const Deliveries& deliveries) {
 
 class SourceRadio final : public RadioService, public std::enable_shared_from_this<SourceRadio> {
  public:
-  SourceRadio(std::shared_ptr<AdvertisingReportSource> source, std::shared_ptr<DispatchService> dispatch)
-      : source_(std::move(source)), dispatch_(std::move(dispatch)) {}
+  SourceRadio(std::shared_ptr<AdvertisingReportSource> source, std::shared_ptr<DispatchService> dispatch,
+              LogSink onDiagnostic)
+      : source_(std::move(source)), dispatch_(std::move(dispatch)), onDiagnostic_(std::move(onDiagnostic)) {}
   ~SourceRadio() override {
     if (isOpen_) source_->close();
   }
 
-  void observe(AdvertisingReportSource::ReportHandler onReport,
-               AdvertisingReportSource::StateHandler onState) override;
   std::unique_ptr<CBCentralManager> makeCentralManager(CBCentralManagerDelegate& delegate,
                                                        dispatch_queue_t queue) override;
 
   CBManagerState state() const;
+  std::shared_ptr<CentralDelivery> makeDelivery(CBCentralManager& central, CBCentralManagerDelegate& delegate,
+                                                dispatch_queue_t queue) const;
   void add(const std::shared_ptr<CentralDelivery>& delivery);
   void remove(const std::shared_ptr<CentralDelivery>& delivery);
   void startScan(CentralDelivery& delivery, Services services, bool allowDuplicates);
@@ -60,8 +63,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
 
   const std::shared_ptr<AdvertisingReportSource> source_;
   const std::shared_ptr<DispatchService> dispatch_;
-  AdvertisingReportSource::ReportHandler reportObserver_;
-  AdvertisingReportSource::StateHandler stateObserver_;
+  const LogSink onDiagnostic_;
   AdvertisementMerger merger_;  // on the source's queue only
 
   // Taken before a delivery's mutex, never after it.
@@ -78,8 +80,7 @@ class RadioCentralManager final : public CBCentralManager {
  public:
   RadioCentralManager(std::shared_ptr<SourceRadio> radio, CBCentralManagerDelegate& delegate,
                       dispatch_queue_t queue)
-      : radio_(std::move(radio)),
-        delivery_(std::make_shared<CentralDelivery>(*this, delegate, std::move(queue))) {
+      : radio_(std::move(radio)), delivery_(radio_->makeDelivery(*this, delegate, std::move(queue))) {
     radio_->add(delivery_);
   }
   ~RadioCentralManager() override {
@@ -99,12 +100,6 @@ class RadioCentralManager final : public CBCentralManager {
   const std::shared_ptr<CentralDelivery> delivery_;
 };
 
-void SourceRadio::observe(AdvertisingReportSource::ReportHandler onReport,
-                          AdvertisingReportSource::StateHandler onState) {
-  reportObserver_ = std::move(onReport);
-  stateObserver_ = std::move(onState);
-}
-
 std::unique_ptr<CBCentralManager> SourceRadio::makeCentralManager(CBCentralManagerDelegate& delegate,
                                                                   dispatch_queue_t queue) {
   return std::make_unique<RadioCentralManager>(shared_from_this(), delegate,
@@ -114,6 +109,14 @@ std::unique_ptr<CBCentralManager> SourceRadio::makeCentralManager(CBCentralManag
 CBManagerState SourceRadio::state() const {
   const std::lock_guard lock(mutex_);
   return state_.value_or(CBManagerState::unknown);
+}
+
+std::shared_ptr<CentralDelivery> SourceRadio::makeDelivery(CBCentralManager& central,
+                                                           CBCentralManagerDelegate& delegate,
+                                                           dispatch_queue_t queue) const {
+  const bool isVirtual = std::dynamic_pointer_cast<VirtualDispatch>(dispatch_) != nullptr;
+  const auto most = isVirtual ? std::numeric_limits<int>::max() : CentralDelivery::kMostWaiting;
+  return std::make_shared<CentralDelivery>(central, delegate, std::move(queue), most, onDiagnostic_);
 }
 
 void SourceRadio::add(const std::shared_ptr<CentralDelivery>& delivery) {
@@ -194,7 +197,6 @@ std::shared_ptr<const Deliveries> SourceRadio::listeners(bool& isFirstOfScan) {
 }
 
 void SourceRadio::didHear(const AdvertisingReport& report) {
-  if (reportObserver_) reportObserver_(report);
   bool isFirstOfScan = false;
   const std::shared_ptr<const Deliveries> deliveries = listeners(isFirstOfScan);
   if (!deliveries) return;
@@ -204,7 +206,6 @@ void SourceRadio::didHear(const AdvertisingReport& report) {
 }
 
 void SourceRadio::didUpdateState(const RadioState& radio) {
-  if (stateObserver_) stateObserver_(radio);
   std::shared_ptr<const Deliveries> deliveries;
   {
     const std::lock_guard lock(mutex_);
@@ -222,8 +223,9 @@ void SourceRadio::didUpdateState(const RadioState& radio) {
 }  // namespace
 
 std::shared_ptr<RadioService> RadioService::make(std::shared_ptr<AdvertisingReportSource> source,
-                                                 std::shared_ptr<DispatchService> dispatch) {
-  return std::make_shared<SourceRadio>(std::move(source), std::move(dispatch));
+                                                 std::shared_ptr<DispatchService> dispatch,
+                                                 LogSink onDiagnostic) {
+  return std::make_shared<SourceRadio>(std::move(source), std::move(dispatch), std::move(onDiagnostic));
 }
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/NSLog.h"
 
 namespace platform {
 
@@ -13,16 +14,16 @@ namespace platform {
 /// other kind from the same address once, then filtered for each manager and delivered on its queue. The
 /// source hears as long as at least one manager scans. It is opened with the first manager, and closed when
 /// the service and all its managers are gone. Reports are not merged while no manager scans.
+///
+/// A source is not held up by a manager's queue: there, 10,000 reports wait at most, and what comes beyond
+/// them is dropped and counted. On virtual time nothing is dropped.
 class BRL_EXPORT RadioService : public BluetoothService {
  public:
-  /// `dispatch` gives the main queue to managers that are made without a queue.
+  /// `dispatch` gives the main queue to managers that are made without a queue. `onDiagnostic` takes one line
+  /// for people, from any thread: that reports come faster than a manager takes them.
   static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,
-                                            std::shared_ptr<DispatchService> dispatch);
-
-  /// Also hands every report, as it was heard, and every change of state to the given handlers, on the
-  /// source's queue, before managers get them. Set before the first manager is made.
-  virtual void observe(AdvertisingReportSource::ReportHandler onReport,
-                       AdvertisingReportSource::StateHandler onState) = 0;
+                                            std::shared_ptr<DispatchService> dispatch,
+                                            LogSink onDiagnostic = {});
 };
 
 }  // namespace platform

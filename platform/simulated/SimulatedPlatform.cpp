@@ -71,7 +71,7 @@ void SimulatedPlatform::Parts::makeBluetooth(const Options& options) {
     source = options.makeRadio(services.dispatch);
   else
     source = radio = SimulatedRadio::make(services.dispatch, {options.radioState, {}});
-  services.bluetooth = radioService = RadioService::make(std::move(source), services.dispatch);
+  services.bluetooth = radioService = RadioService::make(std::move(source), services.dispatch, log->sink());
 }
 
 void SimulatedPlatform::Parts::makeLocation(const Options& options) {

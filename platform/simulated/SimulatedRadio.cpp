@@ -4,22 +4,18 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/bluetooth/HandlerGate.h"
+#include "platform/bluetooth/QueuedSource.h"
 
 namespace platform {
 namespace {
 
-class Radio final : public SimulatedRadio, public std::enable_shared_from_this<Radio> {
+class Radio final : public QueuedSource<SimulatedRadio> {
  public:
   Radio(std::shared_ptr<DispatchService> dispatch, RadioState initial)
-      : dispatch_(std::move(dispatch)),
-        queue_(dispatch_->createQueue("SimulatedRadio")),
-        state_(std::move(initial)) {}
+      : QueuedSource(std::move(dispatch), "SimulatedRadio"), state_(std::move(initial)) {}
 
-  void open(ReportHandler onReport, StateHandler onState) override;
   void startScan(const std::vector<CBUUID>& services) override;
   void stopScan() override;
-  void close() override { gate_.close(); }
 
   void advertise(const SimulatedAdvertisement& advertisement) override;
   int startAdvertising(SimulatedAdvertisement advertisement, dispatch_time_t interval) override;
@@ -38,13 +34,10 @@ class Radio final : public SimulatedRadio, public std::enable_shared_from_this<R
     dispatch_time_t interval;
   };
 
-  void submit(dispatch_block_t block) { queue_->async(std::move(block)); }
-  void send(AdvertisingReport report, DataView octets);
+  void didOpen() override;
+  void send(AdvertisingReport heard, const Data& octets);
   void repeat(int number);
 
-  const std::shared_ptr<DispatchService> dispatch_;
-  const dispatch_queue_t queue_;
-  HandlerGate gate_;
   mutable std::mutex mutex_;  // guards what follows
   RadioState state_;
   bool isDeaf_ = false;
@@ -64,14 +57,11 @@ AdvertisingReport reportOf(const SimulatedAdvertisement& advertisement) {
           .data = {}};
 }
 
-void Radio::open(ReportHandler onReport, StateHandler onState) {
-  gate_.open(std::move(onReport), std::move(onState));
-  submit([self = shared_from_this()] {
-    std::unique_lock lock(self->mutex_);
-    const RadioState state = self->state_;
-    lock.unlock();
-    self->gate_.state(state);
-  });
+void Radio::didOpen() {
+  std::unique_lock lock(mutex_);
+  const RadioState state = state_;
+  lock.unlock();
+  tell(state);
 }
 
 void Radio::startScan(const std::vector<CBUUID>& services) {
@@ -86,13 +76,11 @@ void Radio::stopScan() {
 }
 
 void Radio::advertise(const SimulatedAdvertisement& advertisement) {
-  submit([self = shared_from_this(), report = reportOf(advertisement), octets = advertisement.octets()] {
-    self->send(report, octets);
-  });
+  post(&Radio::send, reportOf(advertisement), advertisement.octets());
 }
 
 void Radio::report(const AdvertisingReport& report) {
-  submit([self = shared_from_this(), report, octets = toData(report.data)] { self->send(report, octets); });
+  post(&Radio::send, report, toData(report.data));
 }
 
 int Radio::startAdvertising(SimulatedAdvertisement advertisement, dispatch_time_t interval) {
@@ -104,7 +92,7 @@ int Radio::startAdvertising(SimulatedAdvertisement advertisement, dispatch_time_
     number = ++lastNumber_;
     repetitions_[number] = std::move(repetition);
   }
-  submit([self = shared_from_this(), number] { self->repeat(number); });
+  post(&Radio::repeat, number);
   return number;
 }
 
@@ -122,36 +110,34 @@ void Radio::repeat(int number) {
     repetition = found->second;
   }
   send(repetition->report, repetition->octets);
-  dispatch_->after(repetition->interval, queue_, [weak = weak_from_this(), number] {
-    if (const auto self = weak.lock()) self->repeat(number);
-  });
+  later(repetition->interval, &Radio::repeat, number);
 }
 
-void Radio::send(AdvertisingReport report, DataView octets) {
+void Radio::send(AdvertisingReport heard, const Data& octets) {
   {
     const std::scoped_lock lock(mutex_);
     if (!isScanning_ || isDeaf_ || state_.state != CBManagerState::poweredOn) return;
     ++heardCount_;
   }
-  report.time = dispatch_->date();
-  report.data = octets;
-  gate_.report(report);
+  heard.time = dispatch().date();
+  heard.data = octets;
+  QueuedSource::report(heard);
 }
 
 void Radio::setState(CBManagerState state, std::string reason) {
-  submit([self = shared_from_this(), radio = RadioState{state, std::move(reason)}] {
+  post([this, radio = RadioState{state, std::move(reason)}] {
     {
-      const std::scoped_lock lock(self->mutex_);
-      self->state_ = radio;
+      const std::scoped_lock lock(mutex_);
+      state_ = radio;
     }
-    self->gate_.state(radio);
+    tell(radio);
   });
 }
 
 void Radio::setDeaf(bool deaf) {
-  submit([self = shared_from_this(), deaf] {
-    const std::scoped_lock lock(self->mutex_);
-    self->isDeaf_ = deaf;
+  post([this, deaf] {
+    const std::scoped_lock lock(mutex_);
+    isDeaf_ = deaf;
   });
 }
 

@@ -1,7 +1,9 @@
 #include <atomic>
+#include <future>
 #include <memory>
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/bluetooth/ADBuilder.h"
@@ -63,6 +65,35 @@ TEST(RadioServiceOnThreads, CallsNoDelegateOfADestroyedManager) {
   }
   isDone = true;
   radio.join();
+}
+
+// The source is not held up, and the memory is not filled.
+TEST(RadioServiceOnThreads, DropsWhatASlowDelegateDoesNotTakeAndTells) {
+  const auto dispatch = RealTimeDispatch::make();
+  const auto radio = dispatch->createQueue("source");
+  const auto source = std::make_shared<support::ScriptedReportSource>(radio);
+  std::vector<std::string> lines;
+  const auto service =
+      RadioService::make(source, dispatch, [&](std::string_view line) { lines.emplace_back(line); });
+  Counter slow;
+  const dispatch_queue_t queue = dispatch->createQueue("slow");
+  auto manager = service->makeCentralManager(slow, queue);
+  for (const auto& each : {radio, queue}) {
+    std::promise<void> isDone;
+    each->async([&] { isDone.set_value(); });
+    isDone.get_future().wait();
+  }
+  std::promise<void> mayGoOn;
+  queue->async([&] { mayGoOn.get_future().wait(); });
+  const Data name = ADBuilder().localName("A").octets();
+  for (int i = 0; i < 10'007; ++i) source->hear("C0:00:00:00:00:01", AdvertisingKind::connectable, name);
+  std::promise<void> isHeard;
+  radio->async([&] { isHeard.set_value(); });
+  isHeard.get_future().wait();
+  EXPECT_THAT(lines, testing::ElementsAre(testing::HasSubstr("what exceeds 10000 waiting ones is dropped")));
+  mayGoOn.set_value();
+  manager.reset();
+  EXPECT_THAT(lines.back(), testing::HasSubstr("7 reports were dropped"));
 }
 
 }  // namespace

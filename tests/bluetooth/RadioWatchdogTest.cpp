@@ -42,8 +42,8 @@ class Watchdog : public testing::Test {
     if (watched_) watched_->close();
   }
 
-  std::shared_ptr<AdvertisingReportSource> make() {
-    sources_.push_back(std::make_shared<ScriptedReportSource>(dispatch_->createQueue("radio")));
+  std::shared_ptr<AdvertisingReportSource> make(const dispatch_queue_t& queue) {
+    sources_.push_back(std::make_shared<ScriptedReportSource>(queue));
     return sources_.back();
   }
   void hear() {
@@ -56,12 +56,9 @@ class Watchdog : public testing::Test {
   std::vector<std::shared_ptr<ScriptedReportSource>> sources_;
   std::vector<std::string> reports_;
   std::vector<std::string> states_;
-  std::vector<std::string> lines_;
   std::function<void()> inHandler_;
-  std::shared_ptr<AdvertisingReportSource> watched_ =
-      makeScanWatchdog({.makeSource = [this] { return make(); },
-                        .dispatch = dispatch_,
-                        .onDiagnostic = [this](std::string_view line) { lines_.emplace_back(line); }});
+  std::shared_ptr<AdvertisingReportSource> watched_ = makeScanWatchdog(
+      {.makeSource = [this](const auto& queue) { return make(queue); }, .dispatch = dispatch_});
 };
 
 TEST_F(Watchdog, LeavesAloneWhatHearsOrNeedNotHear) {
@@ -143,29 +140,16 @@ TEST_F(Watchdog, ClosedByWhoHearsOfARestartItOpensNothingMore) {
   EXPECT_THAT(sources_[0]->takeNotes(), testing::Contains("close"));
 }
 
-TEST_F(Watchdog, DropsWhatExceedsItsBacklogAndTells) {
-  watched_->startScan({});
-  for (int i = 0; i < kMostWaitingReports + 7; ++i)
-    sources_[0]->hear(kBeacon, AdvertisingKind::connectable, {});
-  dispatch_->runDue();
-  EXPECT_EQ(reports_.size(), std::size_t{kMostWaitingReports});
-  EXPECT_THAT(lines_, ElementsAre(HasSubstr("what exceeds 10000 waiting ones is dropped")));
-  hear();
-  EXPECT_EQ(reports_.size(), std::size_t{kMostWaitingReports} + 1) << "the backlog has been worked off";
-  watched_->close();
-  ASSERT_EQ(lines_.size(), 2U);
-  EXPECT_THAT(lines_[1], HasSubstr("7 reports were dropped"));
-}
-
 // Without any patience for silence it closes and opens sources all the time.
 TEST(WatchdogOnThreads, IsClosedOrGoneWhateverIsUnderWay) {
   const auto dispatch = RealTimeDispatch::make();
   for (int round = 0; round < 200; ++round) {
     std::vector<std::shared_ptr<ScriptedReportSource>> sources;
     std::promise<void> gone;
-    auto make = [&, alive = std::shared_ptr<void>(
-                        &gone, [](void* end) { static_cast<std::promise<void>*>(end)->set_value(); })] {
-      const auto source = std::make_shared<ScriptedReportSource>(dispatch->createQueue("radio"));
+    auto make = [&, alive = std::shared_ptr<void>(&gone, [](void* end) {
+                      static_cast<std::promise<void>*>(end)->set_value();
+                    })](const auto& queue) {
+      const auto source = std::make_shared<ScriptedReportSource>(queue);
       source->onOpen = [&talker = *source] {
         for (int i = 0; i < 20; ++i) talker.hear(kBeacon, AdvertisingKind::connectable, {});
       };

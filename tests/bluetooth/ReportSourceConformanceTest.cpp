@@ -51,9 +51,9 @@ struct Air {
 
   std::shared_ptr<VirtualDispatch> clock;  ///< null on real time
   std::shared_ptr<DispatchService> dispatch;
-  std::function<Source()> make;
-  std::function<void()> advertise = [] {};                  ///< where time alone does not bring something
-  std::function<bool()> isScanning = [] { return false; };  ///< as the radio was told
+  std::function<Source(const dispatch_queue_t& queue)> make;  ///< on a queue of its own without one
+  std::function<void()> advertise = [] {};                    ///< where time alone does not bring something
+  std::function<bool()> isScanning = [] { return false; };    ///< as the radio was told
   std::function<bool()> hasStopped = [this] { return !isScanning(); };  ///< by a source that has been closed
 };
 
@@ -63,9 +63,7 @@ HCITransportFactory putController(Air& air) {
   if (air.clock) {
     const auto controller = std::make_shared<ScriptedController>(air.clock, ControllerModel::Traits());
     air.isScanning = [controller] { return controller->model().scan().has_value(); };
-    air.advertise = [controller] {
-      if (controller->model().isReporting(false)) controller->send(report + report + report);
-    };
+    air.advertise = [controller] { controller->send(report + report + report); };  // asked for or not
     return controller->factory();
   }
   const auto server = std::make_shared<H4Server>();
@@ -78,20 +76,21 @@ HCITransportFactory putController(Air& air) {
 }
 
 void putDriver(Air& air) {
-  air.make = [&air, transport = putController(air)] {
-    return HCIDriver::make({air.dispatch, transport, {}});
+  air.make = [&air, transport = putController(air)](const auto& queue) {
+    return HCIDriver::make({air.dispatch, transport, {}, queue});
   };
 }
 void putWatchdog(Air& air) {
   putDriver(air);
-  air.make = [&air, make = air.make] {
-    return makeScanWatchdog({.makeSource = make, .dispatch = air.dispatch});
+  air.make = [&air, make = air.make](const auto& queue) {
+    return makeScanWatchdog({.makeSource = make, .dispatch = air.dispatch, .queue = queue});
   };
 }
 void putNativeRadio(Air& air) {
   putWatchdog(air);
-  air.make = [&air, make = air.make] {
-    return makeNativeRadio(air.dispatch, {}, [make](const auto&) { return RadioSourceResult{make(), {}}; });
+  air.make = [&air, make = air.make](const auto&) {
+    const auto look = [make](const auto& options) { return RadioSourceResult{make(options.queue), {}}; };
+    return makeNativeRadio(air.dispatch, {}, look);
   };
 }
 
@@ -101,7 +100,7 @@ void putDaemon(Air& air) {
   const std::shared_ptr<FakeBlueZ> daemon(new FakeBlueZ(bus->address()), [bus](auto* it) { delete it; });
   daemon->addAdapter({});
   daemon->start();
-  air.make = [&air, bus] {
+  air.make = [&air, bus](const auto&) {
     return makeBlueZSource({.busAddress = bus->address(), .dispatch = air.dispatch, .firstPause = 5ms});
   };
   air.advertise = [daemon] {
@@ -118,7 +117,7 @@ void putCapture(Air& air) {
   Data file = btsnoopFile(1002);
   for (int i = 0; i < 3000; ++i) file = file + btsnoopRecord(h4(advertisingEvent(1)), i * 10'000);
   test::writeFile(folder->path() / "capture", std::string(textOf(DataView(file))));
-  air.make = [&air, folder] {
+  air.make = [&air, folder](const auto&) {
     std::string error;
     return CaptureSource::make({.path = folder->file("capture"), .paced = true}, air.dispatch, error);
   };
@@ -126,14 +125,14 @@ void putCapture(Air& air) {
 
 void putWorld(Air& air) {
   const BeaconWorldOptions options{.sensors = 20, .interval = 20ms};
-  air.make = [&air, options] {
+  air.make = [&air, options](const auto&) {
     return makeSimulatedWorldSource(air.dispatch, options, DISPATCH_TIME_FOREVER);
   };
 }
 
 void putSimulatedRadio(Air& air) {
   const auto newest = std::make_shared<std::weak_ptr<SimulatedRadio>>();
-  air.make = [&air, newest] {
+  air.make = [&air, newest](const auto&) {
     const auto radio = SimulatedRadio::make(air.dispatch);
     *newest = radio;
     return radio;
@@ -198,7 +197,7 @@ class ReportSource : public testing::TestWithParam<Kind> {
   }
   /// Another source in the same air.
   void renew() {
-    source_ = air_.make();
+    source_ = air_.make(nullptr);
     states_ = reports_ = 0;
     isClosed_ = false;
   }
@@ -225,7 +224,7 @@ TEST_P(ReportSource, HearsWhileAScanLastsAndDoesWhatWasAskedForLast) {
       source_->startScan({});
       source_->stopScan();
     }
-    if (!air_.clock) air_.passAWhile();  // what is under way
+    air_.clock ? air_.clock->runDue() : air_.passAWhile();  // what is under way
     const int before = reports_;
     EXPECT_TRUE(endsScanning());
     air_.passAWhile();
@@ -299,6 +298,20 @@ TEST_P(ReportSource, MayBeClosedWhateverIsUnderWay) {
     if (other.joinable()) other.join();
     renew();
   }
+}
+
+TEST(NativeRadio, BeginsNoScanThatWasEndedWhileTheRadioWasOpened) {
+  const auto dispatch = VirtualDispatch::make();
+  const auto found = std::make_shared<ScriptedReportSource>(dispatch->createQueue("radio"));
+  const auto native = makeNativeRadio(dispatch, {}, [&](const auto&) {
+    return RadioSourceResult{found, {}};
+  });
+  found->onOpen = [&] { native->stopScan(); };
+  native->startScan({});
+  native->open([](const auto&) {}, [](const auto&) {});
+  dispatch->runDue();
+  EXPECT_NE(found->takeNotes().back(), "scan");
+  native->close();
 }
 
 }  // namespace

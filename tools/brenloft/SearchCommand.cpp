@@ -186,7 +186,7 @@ class Search {
 
  private:
   void openSourceAndListener() {
-    const auto message = [this](std::string_view line) { reporter_.aside([line] { say(line); }); };
+    const auto message = [this](std::string_view line) { sayAside(line); };
     source_ =
         openSource(options_.source,
                    {.onEnd = [this] { sourceEnded(); }, .onMessage = message, .stop = stop_.get_token()});
@@ -221,9 +221,11 @@ class Search {
         platform::nativePlatform({.container = options_.container,
                                   .radio = reports_,
                                   .dispatch = source_.loop->dispatch(),
-                                  .onSettingsProblem = [this](std::string_view line) {
-                                    reporter_.aside([line] { say(fmt::format("brenloft: {}", line)); });
-                                  }});
+                                  .onSettingsProblem =
+                                      [this](std::string_view line) {
+                                        reporter_.aside([line] { say(fmt::format("brenloft: {}", line)); });
+                                      },
+                                  .onRadioDiagnostic = [this](std::string_view line) { sayAside(line); }});
     // A search that keeps nothing leaves no trace.
     if (!options_.log && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
@@ -238,6 +240,10 @@ class Search {
     BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { sayWithTime(line); });
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, *problem);
+  }
+
+  void sayAside(std::string_view line) {
+    reporter_.aside([line] { say(line); });
   }
 
   void sayWithTime(std::string_view line) {

@@ -4,7 +4,8 @@
 #include <thread>
 #include <utility>
 
-#include "platform/bluetooth/HandlerGate.h"
+#include "platform/bluetooth/Backoff.h"
+#include "platform/bluetooth/QueuedSource.h"
 #include "platform/bluetooth/bluez/BlueZAdapters.h"
 #include "platform/bluetooth/bluez/BlueZDevices.h"
 #include "platform/bluetooth/bluez/BlueZSession.h"
@@ -18,26 +19,15 @@ constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// A daemon that lives answers within a moment; for another one nobody's end is held up longer.
 constexpr std::chrono::milliseconds kFarewell{2000};
 
-/// The hearing through one bus. Everything but the public operations runs on the source's queue, where each
-/// block passes `gate_`, and does not wait; what the bus says hops there first and is dropped when it belongs
-/// to an earlier connection. `disconnect` runs when the gate is closed and empty.
-class BlueZSource : public AdvertisingReportSource, public std::enable_shared_from_this<BlueZSource> {
+/// The hearing through one bus. Nothing waits; what the bus says hops to the queue first.
+class BlueZSource final : public QueuedSource<> {
  public:
   explicit BlueZSource(BlueZOptions options)
-      : options_(std::move(options)),
-        queue_(options_.dispatch->createQueue("platform.bluetooth.bluez")),
-        gate_([this] { disconnect(); }),
+      : QueuedSource(options.dispatch, "radio", options.queue),
+        options_(std::move(options)),
         adapters_(options_.adapter, options_.root),
-        pause_(options_.firstPause) {}
-
-  ~BlueZSource() override { gate_.close(); }
-  BlueZSource(const BlueZSource&) = delete;
-  BlueZSource& operator=(const BlueZSource&) = delete;
-
-  void open(ReportHandler onReport, StateHandler onState) override {
-    gate_.open(std::move(onReport), std::move(onState));
-    post(&BlueZSource::connect);
-  }
+        pauses_(options_.firstPause, kLongestPause) {}
+  ~BlueZSource() override { close(); }
 
   void startScan(const std::vector<CBUUID>& services) override {
     std::vector<std::string> uuids;
@@ -48,41 +38,17 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void stopScan() override { post(&BlueZSource::want, std::optional<std::vector<std::string>>()); }
 
-  void close() override { gate_.close(); }
-
  private:
   enum class Scan { idle, starting, running, pausing };
 
-  template <class... Parameters, class... Arguments>
-  void post(void (BlueZSource::*step)(Parameters...), Arguments... arguments) {
-    queue_->async([weak = weak_from_this(), step, ... arguments = std::move(arguments)]() mutable {
-      const auto self = weak.lock();
-      if (self) self->gate_.call([&] { (*self.*step)(std::move(arguments)...); });
-    });
+  void didOpen() override { connect(); }
+
+  void didClose() override {
+    if (session_ && (isDiscovering_ || scan_ == Scan::starting)) session_->endDiscovery(adapter_, kFarewell);
+    session_.reset();
   }
 
-  /// The same for what belongs to the connection `connection`.
-  template <class... Parameters, class... Arguments>
-  static void passIn(const std::weak_ptr<BlueZSource>& weak, uint64_t connection,
-                     void (BlueZSource::*step)(Parameters...), Arguments&&... arguments) {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->gate_.call([&] {
-      if (self->connection_ == connection) (*self.*step)(std::forward<Arguments>(arguments)...);
-    });
-  }
-
-  /// A handler for the bus's thread: hops to the queue, where it counts while the connection is the same.
-  template <class... Parameters>
-  auto hop(void (BlueZSource::*step)(Parameters...)) {
-    return [weak = weak_from_this(), queue = queue_, connection = connection_, step](auto... arguments) {
-      queue->async([weak, connection, step, ... arguments = std::move(arguments)]() mutable {
-        passIn(weak, connection, step, std::move(arguments)...);
-      });
-    };
-  }
-
-  /// The same with the time at which the bus's thread had it.
+  /// A handler for the bus's thread that also says when that had what it says.
   auto hopWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
     return [forward = hop(step), dispatch = options_.dispatch](bluez::Object object) {
       forward(dispatch->date(), std::move(object));
@@ -93,7 +59,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   /// A stalled bus is waited for, for minutes, by a thread that nobody else waits for.
   void connect() {
-    ++connection_;
+    beginConnection();
     bluez::BlueZSession::Handlers handlers{.onDaemon = hop(&BlueZSource::daemonChanged),
                                            .onAdded = hopWithTime(&BlueZSource::added),
                                            .onChanged = hopWithTime(&BlueZSource::changed),
@@ -113,27 +79,22 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
       session_->run();
       return load();
     }
-    tell({CBManagerState::unsupported, problem.message});
-    later(takePause(), &BlueZSource::connect);
+    tellNews({CBManagerState::unsupported, problem.message});
+    later(pauses_.next(), &BlueZSource::connect);
   }
 
   void busLost(const std::string& why) {
-    ++connection_;
+    beginConnection();
     session_.reset();
     forgetDaemon();
-    tell({CBManagerState::resetting, "the connection to the system bus ended: " + why});
-    later(takePause(), &BlueZSource::connect);
-  }
-
-  void disconnect() {
-    if (session_ && (isDiscovering_ || scan_ == Scan::starting)) session_->endDiscovery(adapter_, kFarewell);
-    session_.reset();
+    tellNews({CBManagerState::resetting, "the connection to the system bus ended: " + why});
+    later(pauses_.next(), &BlueZSource::connect);
   }
 
   void daemonChanged(bool isThere) {
     forgetDaemon();
     if (isThere) return load();
-    tell({CBManagerState::resetting, "bluetoothd went away; waiting for it to return"});
+    tellNews({CBManagerState::resetting, "bluetoothd went away; waiting for it to return"});
   }
 
   void forgetDaemon() {
@@ -149,7 +110,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   void loaded(const bluez::ObjectManagerClient::Objects& objects, const std::optional<CallError>& error) {
     if (error) return loadFailed(*error);
     isLoaded_ = true;
-    pause_ = options_.firstPause;
+    pauses_.reset();
     for (const auto& object : objects) {
       if (object.adapter) adapters_.update(object.path, *object.adapter);
       if (object.device) devices_.learn(object.path, *object.device);
@@ -159,14 +120,15 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   void loadFailed(const CallError& error) {
     if (error.isAbsent()) {
-      tell({CBManagerState::unsupported, "bluetoothd is not running; 'systemctl start bluetooth' starts it"});
+      tellNews(
+          {CBManagerState::unsupported, "bluetoothd is not running; 'systemctl start bluetooth' starts it"});
       return;  // its coming is announced
     }
     if (error.isAccessDenied())
-      tell(denied(error));
+      tellNews(denied(error));
     else
-      tell({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
-    later(takePause(), &BlueZSource::reload);
+      tellNews({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
+    later(pauses_.next(), &BlueZSource::reload);
   }
 
   void reload() {
@@ -214,11 +176,11 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
       return devices_.learn(object.path, *object.device);
     const auto sighting = devices_.hear(object.path, *object.device);
     if (!sighting) return;
-    gate_.report({.time = time,
-                  .address = sighting->address,
-                  .kind = sighting->kind,
-                  .rssi = sighting->rssi,
-                  .data = sighting->data});
+    report({.time = time,
+            .address = sighting->address,
+            .kind = sighting->kind,
+            .rssi = sighting->rssi,
+            .data = sighting->data});
   }
 
   // --- the scan
@@ -242,7 +204,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     const RadioState state = adapters_.stateOf(adapter_);
     const bool isOn = state.state == CBManagerState::poweredOn;
     if (!isOn) endAttempt();
-    if (!isOn || scan_ != Scan::pausing) tell(state);
+    if (!isOn || scan_ != Scan::pausing) tellNews(state);
     if (isOn && wanted_ && scan_ == Scan::idle) startDiscovery();
     if (isOn && !wanted_ && scan_ != Scan::idle) {
       stopDiscovery();
@@ -254,7 +216,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     ++attempt_;
     scan_ = Scan::idle;
     isDiscovering_ = false;
-    pause_ = options_.firstPause;
+    pauses_.reset();
   }
 
   /// A reply counts only for the attempt that asked for it.
@@ -285,8 +247,8 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     if (error) return discoveryFailed(*error);
     scan_ = Scan::running;
     isDiscovering_ = true;
-    pause_ = options_.firstPause;
-    tell(adapters_.stateOf(adapter_));
+    pauses_.reset();
+    tellNews(adapters_.stateOf(adapter_));
     if (wanted_ && *wanted_ != filter_) startDiscovery();  // it was changed meanwhile
   }
 
@@ -301,12 +263,12 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
     const bool isBusy = error.name == "org.bluez.Error.InProgress";
     if (isBusy) stopDiscovery();
     scan_ = Scan::pausing;
-    const auto pause = isBusy ? options_.firstPause : takePause();
+    const dispatch_time_t pause = isBusy ? options_.firstPause : pauses_.next();
     if (error.isAccessDenied())
-      tell(denied(error));
+      tellNews(denied(error));
     else
-      tell({CBManagerState::poweredOn,
-            "bluetoothd did not start the scan (" + error.message + "); trying again"});
+      tellNews({CBManagerState::poweredOn,
+                "bluetoothd did not start the scan (" + error.message + "); trying again"});
     later(pause, &BlueZSource::retry, attempt_);
   }
 
@@ -326,29 +288,14 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
 
   // --- helpers
 
-  std::chrono::milliseconds takePause() { return std::exchange(pause_, std::min(pause_ * 2, kLongestPause)); }
-
-  template <class... Parameters, class... Arguments>
-  void later(std::chrono::milliseconds pause, void (BlueZSource::*step)(Parameters...),
-             Arguments... arguments) {
-    options_.dispatch->after(pause, queue_,
-                             [weak = weak_from_this(), connection = connection_, step, arguments...] {
-                               passIn(weak, connection, step, arguments...);
-                             });
-  }
-
-  void tell(const RadioState& state) {
+  void tellNews(const RadioState& state) {
     if (state.state == told_.state && state.reason == told_.reason) return;
     told_ = state;
-    gate_.state(state);
+    tell(state);
   }
 
   const BlueZOptions options_;
-  const dispatch_queue_t queue_;
-  HandlerGate gate_;
-
   std::shared_ptr<bluez::BlueZSession> session_;
-  uint64_t connection_ = 0;
   bool isLoaded_ = false;
   bluez::BlueZAdapters adapters_;
   bluez::BlueZDevices devices_;
@@ -359,7 +306,7 @@ class BlueZSource : public AdvertisingReportSource, public std::enable_shared_fr
   Scan scan_ = Scan::idle;
   uint64_t attempt_ = 0;
   bool isDiscovering_ = false;  ///< the daemon holds a request of ours
-  std::chrono::milliseconds pause_;
+  Backoff pauses_;
   RadioState told_;
 };
 

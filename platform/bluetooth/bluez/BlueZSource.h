@@ -28,6 +28,7 @@ struct BlueZOptions {
   /// The pause before what failed is tried again; it doubles up to 30 seconds, unless the daemon is merely
   /// busy.
   std::chrono::milliseconds firstPause{1000};
+  dispatch_queue_t queue = nullptr;  ///< the source's; without one, a queue of its own
 };
 
 /// Survives the daemon, the bus or the adapter going away: the states say so, and a scan resumes by itself.

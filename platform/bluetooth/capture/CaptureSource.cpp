@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/bluetooth/HandlerGate.h"
+#include "platform/bluetooth/QueuedSource.h"
 #include "platform/dispatch/VirtualDispatch.h"
 
 namespace platform {
@@ -31,13 +31,13 @@ dispatch_time_t timeBetween(Date earlier, Date later) {
   return std::min<Date::duration>(later - earlier, kLongestGap);
 }
 
-class Replay : public CaptureSource, public std::enable_shared_from_this<Replay> {
+/// Its reading may wait for a pipe, so it is unguarded.
+class Replay final : public QueuedSource<CaptureSource> {
  public:
   Replay(CaptureSourceOptions options, std::shared_ptr<DispatchService> dispatch)
-      : options_(std::move(options)),
-        dispatch_(std::move(dispatch)),
-        clock_(std::dynamic_pointer_cast<VirtualDispatch>(dispatch_)),
-        queue_(dispatch_->createQueue("capture")) {}
+      : QueuedSource(dispatch, "capture"),
+        options_(std::move(options)),
+        clock_(std::dynamic_pointer_cast<VirtualDispatch>(dispatch)) {}
 
   bool load(std::string& error) {
     const auto keep = [this](const CaptureDiagnostic& diagnostic) { diagnostics_.push_back(diagnostic); };
@@ -49,46 +49,31 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
     return true;
   }
 
-  void open(ReportHandler onReport, StateHandler onState) override {
-    gate_.open(std::move(onReport), std::move(onState));
-    queue_->async(block(&Replay::powerOn));
-  }
   void startScan(const std::vector<CBUUID>&) override {
     isScanning_ = true;
-    queue_->async(block(&Replay::scanStarted));
+    queue()->async(unguarded(&Replay::scanStarted));
   }
   void stopScan() override { isScanning_ = false; }
-  void close() override {
-    isClosed_ = true;
-    gate_.close();
-  }
 
  private:
-  /// A block that does nothing once the source is closed or gone.
-  dispatch_block_t block(void (Replay::*operation)()) {
-    return [weak = weak_from_this(), operation] {
-      const auto self = weak.lock();
-      if (self && !self->isClosed_) (*self.*operation)();
-    };
-  }
   void afterwards(dispatch_time_t delay, void (Replay::*operation)()) {
     if (delay > dispatch_time_t::zero())
-      dispatch_->after(delay, queue_, block(operation));
+      dispatch().after(delay, queue(), unguarded(operation));
     else
-      queue_->async(block(operation));
+      queue()->async(unguarded(operation));
   }
 
-  void powerOn() {
+  void didOpen() override {
     isPowered_ = true;
-    gate_.state({CBManagerState::poweredOn, {}});
-    scanStarted();
+    tell({CBManagerState::poweredOn, {}});
+    afterwards({}, &Replay::scanStarted);
   }
 
   void scanStarted() {
     if (!isPowered_ || !isScanning_) return;
     if (isHeld_) return deliver();
     if (std::exchange(hasBegun_, true)) return;
-    due_ = dispatch_->now();
+    due_ = dispatch().now();
     if (next_ == CaptureReader::Next::skipped)
       advance();
     else
@@ -109,7 +94,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
 
   void schedule() {
     const bool takesTime = clock_ || options_.paced;
-    afterwards(takesTime ? due_ - dispatch_->now() : dispatch_time_t::zero(),
+    afterwards(takesTime ? due_ - dispatch().now() : dispatch_time_t::zero(),
                next_ == CaptureReader::Next::end ? &Replay::finish : &Replay::deliver);
   }
 
@@ -121,7 +106,7 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
     if (!isScanning_) return hold();
     ++heldRecords_;  // lets a pending `letGo` know that its record is done
     isHeld_ = false;
-    reader_->read([this](const AdvertisingReport& report) { gate_.report(report); });
+    guarded([this] { reader_->read([this](const AdvertisingReport& heard) { report(heard); }); });
     sayDiagnostics();
     advance();
   }
@@ -136,13 +121,11 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
   void hold() {
     isHeld_ = true;
     if (!clock_ && !options_.paced) return;
-    const auto goOn = [weak = weak_from_this(), held = heldRecords_] {
-      if (const auto self = weak.lock()) self->letGo(held);
-    };
-    dispatch_->after(clock_ ? dispatch_time_t(1) : kRealTimeGrace, queue_, goOn);
+    dispatch().after(clock_ ? dispatch_time_t(1) : kRealTimeGrace, queue(),
+                     unguarded(&Replay::letGo, heldRecords_));
   }
   void letGo(uint64_t held) {
-    if (isClosed_ || held != heldRecords_) return;
+    if (held != heldRecords_) return;
     ++heldRecords_;
     isHeld_ = false;
     advance();
@@ -151,40 +134,42 @@ class Replay : public CaptureSource, public std::enable_shared_from_this<Replay>
   void finish() {
     sayDiagnostics();
     if (!clock_) {
-      dispatch_->after(kRealTimeGrace, queue_, block(&Replay::end));
+      later(kRealTimeGrace, &Replay::end);
       return;
     }
     followDate();
     const auto due = clock_->nextDue();
     if (due && *due <= clock_->now() && ++rounds_ < kMaximumRounds)
-      return queue_->async(block(&Replay::finish));
+      return queue()->async(unguarded(&Replay::finish));
     end();
   }
-  void end() { gate_.handOn(options_.onEnd); }
+  void end() { say(options_.onEnd); }
 
   void followDate() {
     if (clock_ && clock_->date() != time_) clock_->setDate(time_);
   }
 
   void sayDiagnostics() {
-    for (const auto& diagnostic : std::exchange(diagnostics_, {}))
-      gate_.handOn(options_.onDiagnostic, diagnostic);
+    for (const auto& diagnostic : std::exchange(diagnostics_, {})) say(options_.onDiagnostic, diagnostic);
   }
 
   void showProgress() {
     const auto size = reader_->size();
     if (!size || reader_->position() < progress_) return;
     progress_ = reader_->position() + *size / kProgressSteps + 1;
-    gate_.handOn(options_.onProgress, reader_->position(), *size);
+    say(options_.onProgress, reader_->position(), *size);
+  }
+
+  template <class Handler, class... Arguments>
+  void say(const Handler& handler, const Arguments&... arguments) {
+    guarded([&] {
+      if (handler) handler(arguments...);
+    });
   }
 
   CaptureSourceOptions options_;
-  std::shared_ptr<DispatchService> dispatch_;
   std::shared_ptr<VirtualDispatch> clock_;  // null on real time
-  dispatch_queue_t queue_;
-  HandlerGate gate_;
   std::atomic<bool> isScanning_ = false;
-  std::atomic<bool> isClosed_ = false;
 
   // Everything below is used on the queue only.
   std::unique_ptr<CaptureReader> reader_;

@@ -6,17 +6,17 @@
 namespace platform::hci {
 
 void HCIDriverCore::takeOctets(const Data& octets) {
-  const uint64_t connection = connection_;
+  const uint64_t begun = connection();
   const uint64_t skipped = decoder_.skippedOctets();
-  decoder_.feed(octets, [this, connection](DataView packet) {
+  decoder_.feed(octets, [this, begun](DataView packet) {
     // A packet may end the connection or have the driver closed; those behind it then count for nothing.
-    if (connection == connection_ && transport_ && !gate_.isClosed()) takePacket(packet);
+    if (begun == connection() && !isClosed()) takePacket(packet);
   });
   if (const uint64_t more = decoder_.skippedOctets() - skipped; more > 0) {
     counts_.skippedOctets += more;
     diagnostics_.say(std::to_string(more) + " octets between packets made no sense and were skipped");
   }
-  if (connection == connection_ && transport_) transport_->consumed();
+  if (begun == connection()) transport_->consumed();
 }
 
 void HCIDriverCore::takePacket(DataView packet) {
@@ -54,10 +54,10 @@ void HCIDriverCore::takeAnswer(DataView packet) {
 
 void HCIDriverCore::takeAdvertisingEvent(DataView packet) {
   if (!wantScan_) return;
-  const auto fault = events_.read(packet.subspan(1), options_.dispatch->date(), [this](const auto& report) {
-    if (gate_.isClosed()) return;
+  const auto fault = events_.read(packet.subspan(1), dispatch().date(), [this](const auto& heard) {
+    if (isClosed()) return;
     ++counts_.reports;
-    gate_.report(report);
+    report(heard);
   });
   if (!fault.empty()) countMalformed(fault);
 }

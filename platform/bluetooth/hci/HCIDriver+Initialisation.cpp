@@ -96,7 +96,7 @@ void HCIDriverCore::initialiseFrom(std::size_t step) {
 
 void HCIDriverCore::becomeReady() {
   phase_ = Phase::ready;
-  readySince_ = options_.dispatch->now();
+  readySince_ = dispatch().now();
   if (!features_.hasLE) {
     return setState(CBManagerState::unsupported,
                     connectionTraits_.description + " has no Bluetooth Low Energy");

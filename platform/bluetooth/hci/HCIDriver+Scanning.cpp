@@ -8,7 +8,6 @@ namespace {
 
 using Command = HCICommandQueue::Command;
 using Result = HCICommandQueue::Result;
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 // Window equal to interval, so that the radio always listens: 30 ms, in units of 0.625 ms. That can be kept
@@ -17,12 +16,8 @@ constexpr unsigned kWindow = 0x0030;
 constexpr unsigned kLE1M = 0x01;
 constexpr unsigned kActive = 1;
 
-// Another program ends its scan, sets parameters and begins anew; it is left to finish.
-constexpr dispatch_time_t kFirstDisturbancePause = milliseconds(200);
-constexpr dispatch_time_t kLongestDisturbancePause = seconds(60);
 constexpr dispatch_time_t kQuietAfterDisturbance = seconds(5);
 
-constexpr dispatch_time_t kFirstRefusalPause = seconds(1);
 constexpr int kRefusalsBeforeReset = 3;
 
 Command parametersCommand(bool isExtended) {
@@ -108,21 +103,25 @@ void HCIDriverCore::scanRefused() {
   provenPlan_.reset();
   if (!wantScan_) return;
   if (++refusals_ >= kRefusalsBeforeReset && !connectionTraits_.isShared) {
-    refusals_ = 0;
+    endRefusals();
     return fail(HCITransport::Failure::lost, refusal_);
   }
-  const dispatch_time_t pause = kFirstRefusalPause * (1LL << std::min(refusals_ - 1, 6));
-  const auto shown = std::chrono::duration_cast<seconds>(std::min<dispatch_time_t>(pause, seconds(60)));
-  diagnostics_.say(refusal_ + "; next try in " + std::to_string(shown.count()) + " s");
-  wakeAfter(scanTimer_, shown);
+  const auto pause = std::chrono::duration_cast<seconds>(refusalPauses_.next());
+  diagnostics_.say(refusal_ + "; next try in " + std::to_string(pause.count()) + " s");
+  wakeAfter(scanTimer_, pause);
+}
+
+void HCIDriverCore::endRefusals() {
+  refusals_ = 0;
+  refusalPauses_.reset();
 }
 
 void HCIDriverCore::scanAgreed() {
   ++counts_.scanStarts;
-  refusals_ = 0;
+  endRefusals();
   provenPlan_ = plan();
   scan_ = Scan::on;
-  scanBegan_ = options_.dispatch->now();
+  scanBegan_ = dispatch().now();
   reconcileScan();
 }
 
@@ -146,11 +145,8 @@ void HCIDriverCore::scanDisturbed() {
   isDisturbed_ = true;
   if (!toldOfOthers_) diagnostics_.say("another program also scans with " + connectionTraits_.description);
   toldOfOthers_ = true;
-  const bool wasQuiet = options_.dispatch->now() - scanBegan_ >= kQuietAfterDisturbance;
-  disturbancePause_ =
-      wasQuiet ? kFirstDisturbancePause
-               : std::clamp(disturbancePause_ * 2, kFirstDisturbancePause, kLongestDisturbancePause);
-  wakeAfter(scanTimer_, disturbancePause_);
+  if (dispatch().now() - scanBegan_ >= kQuietAfterDisturbance) disturbances_.reset();
+  wakeAfter(scanTimer_, disturbances_.next());
 }
 
 void HCIDriverCore::scanTimerFired() {

@@ -17,6 +17,8 @@ namespace {
 using std::chrono::seconds;
 
 constexpr dispatch_time_t kFirstPause = seconds(1);
+// Another program ends its scan, sets parameters and begins anew; it is left to finish.
+constexpr dispatch_time_t kFirstDisturbancePause = std::chrono::milliseconds(200);
 constexpr dispatch_time_t kLongestPause = seconds(60);
 // Looking whether an adapter is back, or free, costs nothing and disturbs nobody.
 constexpr dispatch_time_t kLongestWait = seconds(4);
@@ -47,12 +49,13 @@ bool isWaitingForAdapter(HCITransport::Failure failure) {
 }  // namespace
 
 HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
-    : options_(std::move(options)),
-      queue_(options_.dispatch->createQueue("HCIDriver")),
-      gate_([this] { tearDown(); }),
+    : QueuedSource(options.dispatch, "radio", options.queue),
+      options_(std::move(options)),
       diagnostics_(*options_.dispatch, options_.onDiagnostic),
-      pause_(kFirstPause),
-      commandTimer_(options_.dispatch->createTimer(queue_)),
+      tries_(kFirstPause, kLongestPause),
+      refusalPauses_(kFirstPause, kLongestPause),
+      disturbances_(kFirstDisturbancePause, kLongestPause),
+      commandTimer_(dispatch().createTimer(queue())),
       commands_(*options_.dispatch, commandTimer_,
                 {.send =
                      [this](Data packet) {
@@ -69,21 +72,11 @@ HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
                             "the controller does not answer " + textOfOpcode(opcode));
                      }}) {}
 
-HCIDriverCore::~HCIDriverCore() {
-  gate_.close();
-}
-
-void HCIDriverCore::open(ReportHandler onReport, StateHandler onState) {
-  gate_.open(std::move(onReport), std::move(onState));
-  post([this] {
-    commandTimer_->setEventHandler([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->gate_.call([&] { self->commands_.timerFired(); });
-    });
-    commandTimer_->resume();
-    connectTimer_ = makeTimer(&HCIDriverCore::connect);
-    scanTimer_ = makeTimer(&HCIDriverCore::scanTimerFired);
-    connect();
-  });
+void HCIDriverCore::didOpen() {
+  useTimer(commandTimer_, [this] { commands_.timerFired(); });
+  connectTimer_ = makeTimer(&HCIDriverCore::connect);
+  scanTimer_ = makeTimer(&HCIDriverCore::scanTimerFired);
+  connect();
 }
 
 void HCIDriverCore::startScan(const std::vector<CBUUID>& services) {
@@ -102,10 +95,6 @@ void HCIDriverCore::stopScan() {
   });
 }
 
-void HCIDriverCore::close() {
-  gate_.close();
-}
-
 HCIDriverCounters HCIDriverCore::counters() const {
   return {.reports = counts_.reports,
           .malformed = counts_.malformed,
@@ -115,33 +104,15 @@ HCIDriverCounters HCIDriverCore::counters() const {
           .scanStarts = counts_.scanStarts};
 }
 
-void HCIDriverCore::post(dispatch_block_t block) {
-  queue_->async([weak = weak_from_this(), block = std::move(block)] {
-    if (const auto self = weak.lock()) self->gate_.call(block);
-  });
-}
-
-dispatch_source_t HCIDriverCore::makeTimer(void (HCIDriverCore::*handler)()) {
-  auto timer = options_.dispatch->createTimer(queue_);
-  timer->setEventHandler([weak = weak_from_this(), handler] {
-    if (const auto self = weak.lock()) self->gate_.call([&] { (*self.*handler)(); });
-  });
-  timer->resume();
-  return timer;
-}
-
 void HCIDriverCore::wakeAfter(const dispatch_source_t& timer, dispatch_time_t delay) {
-  timer->setTimer(options_.dispatch->now() + delay, DISPATCH_TIME_FOREVER, {});
+  timer->setTimer(dispatch().now() + delay, DISPATCH_TIME_FOREVER, {});
 }
 
 void HCIDriverCore::disarm(const dispatch_source_t& timer) {
   timer->setTimer(DISPATCH_TIME_FOREVER, DISPATCH_TIME_FOREVER, {});
 }
 
-void HCIDriverCore::tearDown() {
-  for (const auto& timer : {commandTimer_, connectTimer_, scanTimer_}) {
-    if (timer) timer->cancel();
-  }
+void HCIDriverCore::didClose() {
   if (!transport_) return;
   // Past the queue and without waiting for the answer: whoever uses the controller next finds it quiet.
   if (scan_ != Scan::off) transport_->send(scanDisablePacket());
@@ -151,41 +122,18 @@ void HCIDriverCore::tearDown() {
 
 void HCIDriverCore::connect() {
   phase_ = Phase::opening;
-  ++connection_;
+  beginConnection();
   transport_ = options_.makeTransport();
   transport_->open(transportHandlers());
 }
 
+/// Called on the transport's thread, which must never hold the driver.
 HCITransport::Handlers HCIDriverCore::transportHandlers() {
-  // Called on the transport's thread, which must never hold the driver. A block of a transport that was given
-  // up finds another connection's number.
-  const auto hop = [weak = weak_from_this(), queue = queue_, connection = connection_](auto block) {
-    queue->async([weak, connection, block = std::move(block)] {
-      const auto self = weak.lock();
-      if (!self) return;
-      self->gate_.call([&] {
-        if (self->connection_ == connection && self->transport_) block(*self);
-      });
-    });
-  };
   return {
-      .onOpened =
-          [hop](const HCITransport::Opened& traits) {
-            hop([traits](HCIDriverCore& self) { self.opened(traits); });
-          },
-      .onOctets =
-          [hop](Data octets) {
-            hop([octets = std::move(octets)](HCIDriverCore& self) { self.takeOctets(octets); });
-          },
-      .onFault =
-          [hop](std::string fault) {
-            hop([fault = std::move(fault)](HCIDriverCore& self) { self.countMalformed(fault); });
-          },
-      .onClosed =
-          [hop](const HCITransport::Closed& closed) {
-            hop([closed](HCIDriverCore& self) { self.fail(closed.failure, closed.reason); });
-          },
-  };
+      .onOpened = hop(&HCIDriverCore::opened),
+      .onOctets = hop(&HCIDriverCore::takeOctets),
+      .onFault = hop(&HCIDriverCore::countMalformed),
+      .onClosed = hop([this](const HCITransport::Closed& closed) { fail(closed.failure, closed.reason); })};
 }
 
 void HCIDriverCore::opened(const HCITransport::Opened& opened) {
@@ -200,6 +148,7 @@ void HCIDriverCore::opened(const HCITransport::Opened& opened) {
 void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reason) {
   commands_.stop();
   disarm(scanTimer_);
+  beginConnection();  // what the lost one still says counts no more
   transport_->close();
   transport_.reset();
   scan_ = Scan::off;
@@ -210,18 +159,15 @@ void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reaso
 }
 
 dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
-  const bool wasGood = phase_ == Phase::ready && options_.dispatch->now() - readySince_ >= kGoodConnection;
-  if (wasGood) pause_ = kFirstPause;
-  const auto longest = isWaitingForAdapter(failure) ? kLongestWait : kLongestPause;
-  const dispatch_time_t pause = std::min(pause_, longest);
-  pause_ = std::min(pause * 2, kLongestPause);
-  return pause;
+  const bool wasGood = phase_ == Phase::ready && dispatch().now() - readySince_ >= kGoodConnection;
+  if (wasGood) tries_.reset();
+  return tries_.next(isWaitingForAdapter(failure) ? kLongestWait : kLongestPause);
 }
 
 void HCIDriverCore::setState(CBManagerState state, std::string reason) {
-  if ((state == told_.state && reason == told_.reason) || gate_.isClosed()) return;
+  if ((state == told_.state && reason == told_.reason) || isClosed()) return;
   told_ = {state, std::move(reason)};
-  gate_.state(told_);
+  tell(told_);
 }
 
 void HCIDriverCore::countMalformed(std::string_view what) {

@@ -27,6 +27,7 @@ struct HCIDriverOptions {
   /// What the states do not tell: one line for people, without line end; on the driver's queue, at most a few
   /// a minute. May be empty.
   std::function<void(std::string_view)> onDiagnostic;
+  dispatch_queue_t queue = nullptr;  ///< the driver's; without one, a queue of its own
 };
 
 /// Hears through a controller that speaks HCI (Bluetooth Core, Vol 4, Part E), over any transport.

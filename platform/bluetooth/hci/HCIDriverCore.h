@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/bluetooth/Backoff.h"
 #include "platform/bluetooth/HCIAdvertisingEvents.h"
-#include "platform/bluetooth/HandlerGate.h"
+#include "platform/bluetooth/QueuedSource.h"
 #include "platform/bluetooth/hci/DiagnosticLimiter.h"
 #include "platform/bluetooth/hci/H4Decoder.h"
 #include "platform/bluetooth/hci/HCICommandQueue.h"
@@ -18,20 +19,15 @@ namespace platform::hci {
 
 /// The driver's state machine.
 ///
-/// Threads: everything private lives on `queue_`, where each block passes through `gate_`; `tearDown` runs
-/// when the gate is closed and empty. Public operations only submit blocks. Nothing but those blocks and who
-/// made the driver ever holds it, so it does not end on its transport's thread, which ending waits for.
-class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_this<HCIDriverCore> {
+/// Nothing but the blocks of its queue and who made the driver ever holds it, so it does not end on its
+/// transport's thread, which ending waits for.
+class HCIDriverCore final : public QueuedSource<HCIDriver> {
  public:
   explicit HCIDriverCore(HCIDriverOptions options);
-  ~HCIDriverCore() override;
-  HCIDriverCore(const HCIDriverCore&) = delete;
-  HCIDriverCore& operator=(const HCIDriverCore&) = delete;
+  ~HCIDriverCore() override { close(); }
 
-  void open(ReportHandler onReport, StateHandler onState) override;
   void startScan(const std::vector<CBUUID>& services) override;
   void stopScan() override;
-  void close() override;
   HCIDriverCounters counters() const override;
 
  private:
@@ -49,12 +45,11 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
         scanStarts{0};
   };
 
-  // HCIDriver.cpp: queue, timers, connection
-  void post(dispatch_block_t block);
-  dispatch_source_t makeTimer(void (HCIDriverCore::*handler)());
+  // HCIDriver.cpp: timers, connection
+  void didOpen() override;
+  void didClose() override;
   void wakeAfter(const dispatch_source_t& timer, dispatch_time_t delay);
   static void disarm(const dispatch_source_t& timer);
-  void tearDown();
   void connect();
   HCITransport::Handlers transportHandlers();
   void opened(const HCITransport::Opened& opened);
@@ -84,6 +79,7 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   void sendScanEnable();
   void nextPlan(const HCICommandQueue::Command& refused, const HCICommandQueue::Result& result);
   void scanRefused();
+  void endRefusals();
   void scanAgreed();
   void endScan();
   void scanDisturbed();
@@ -92,13 +88,10 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   const ScanPlan& plan() const { return plans_[planIndex_]; }
 
   const HCIDriverOptions options_;
-  const dispatch_queue_t queue_;
-  HandlerGate gate_;
   DiagnosticLimiter diagnostics_;
   Counts counts_;
 
   std::unique_ptr<HCITransport> transport_;
-  uint64_t connection_ = 0;  ///< tells a transport's late blocks from those of the present one
   HCITransport::Opened connectionTraits_;
   H4Decoder decoder_;
   HCIAdvertisingEvents events_;
@@ -106,7 +99,7 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   RadioState told_;
   HCIFeatures features_;
   dispatch_time_t readySince_{};
-  dispatch_time_t pause_;  ///< before the next try
+  Backoff tries_;
 
   bool wantScan_ = false;
   Scan scan_ = Scan::off;
@@ -115,8 +108,9 @@ class HCIDriverCore final : public HCIDriver, public std::enable_shared_from_thi
   std::optional<ScanPlan> provenPlan_;  ///< the one that the controller agreed to last
   std::string refusal_;                 ///< of the latest plan
   int refusals_ = 0;                    ///< of all plans, in a row
+  Backoff refusalPauses_;
   dispatch_time_t scanBegan_{};
-  dispatch_time_t disturbancePause_{};
+  Backoff disturbances_;
   bool isDisturbed_ = false;
   bool toldOfOthers_ = false;
   uint16_t foreignOpcode_ = opcode::kNone;  ///< of a command that another program sent, until its answer

@@ -28,7 +28,8 @@ std::shared_ptr<HCIDriver> makeHCISource(HCISourceOptions options) {
   const auto make = [address = std::move(options.address), sharing = std::move(options.sharing)] {
     return std::visit([&](const auto& kind) { return makeTransport(kind, sharing); }, address);
   };
-  return HCIDriver::make({std::move(options.dispatch), make, std::move(options.onDiagnostic)});
+  return HCIDriver::make(
+      {std::move(options.dispatch), make, std::move(options.onDiagnostic), std::move(options.queue)});
 }
 
 }  // namespace platform

@@ -18,6 +18,7 @@ struct HCISourceOptions {
   /// Whether an automatic channel has found its adapter in use, as `makeHCISocketTransport` keeps it; sources
   /// made of copies of these options have it in common.
   std::shared_ptr<std::atomic<bool>> sharing = std::make_shared<std::atomic<bool>>(false);
+  dispatch_queue_t queue = nullptr;  ///< as in `HCIDriverOptions`
 };
 
 /// A driver over the transport that the address names. Nothing is opened before `open`; an adapter named by

@@ -39,10 +39,9 @@ std::optional<std::string> bluezAdapterFrom(std::string_view text) {
 
 /// A radio that is restarted when it falls silent.
 RadioSourceResult watched(const RadioSourceOptions& options,
-                          std::function<std::shared_ptr<AdvertisingReportSource>()> makeSource) {
-  return {makeScanWatchdog({.makeSource = std::move(makeSource),
-                            .dispatch = options.dispatch,
-                            .onDiagnostic = options.onDiagnostic}),
+                          decltype(ScanWatchdogOptions::makeSource) makeSource) {
+  return {makeScanWatchdog(
+              {.makeSource = std::move(makeSource), .dispatch = options.dispatch, .queue = options.queue}),
           std::nullopt};
 }
 
@@ -68,8 +67,11 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
   if (!isThere)
     return failed(Kind::noRadio,
                   "looked for " + (adapter.empty() ? "an adapter" : adapter) + " at bluetoothd: not there");
-  const BlueZOptions bluez{.adapter = adapter, .busAddress = {}, .dispatch = options.dispatch};
-  return watched(options, [bluez] { return makeBlueZSource(bluez); });
+  BlueZOptions bluez{.adapter = adapter, .busAddress = {}, .dispatch = options.dispatch};
+  return watched(options, [bluez](const dispatch_queue_t& queue) mutable {
+    bluez.queue = queue;
+    return makeBlueZSource(bluez);
+  });
 }
 
 std::optional<RadioProblem> problemOf(const HCIAdapterAddress& address, const RadioProbe& probe) {
@@ -122,9 +124,12 @@ RadioSourceResult makeHCI(const RadioSourceOptions& options) {
   if (!address) return failed(Kind::usage, problem);
   if (auto found = std::visit([&](const auto& known) { return problemOf(known, options.probe); }, *address))
     return failed(found->kind, std::move(found->text));
-  const HCISourceOptions hci{
+  HCISourceOptions hci{
       .address = *address, .dispatch = options.dispatch, .onDiagnostic = options.onDiagnostic};
-  return watched(options, [hci] { return makeHCISource(hci); });
+  return watched(options, [hci](const dispatch_queue_t& queue) mutable {
+    hci.queue = queue;
+    return makeHCISource(hci);
+  });
 }
 
 RadioSourceResult makeChosen(RadioSourceOptions options) {

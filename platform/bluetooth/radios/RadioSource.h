@@ -37,6 +37,7 @@ struct RadioSourceOptions {
   std::function<void(std::string_view)> onDiagnostic;
   /// Where to look; for tests.
   RadioProbe probe = {};
+  dispatch_queue_t queue = nullptr;  ///< on which the source lives; without one, a queue of its own
 };
 
 /// The radio that an address names. Looks whether it is there and permitted, which may wait for the system
