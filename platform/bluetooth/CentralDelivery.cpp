@@ -1,7 +1,6 @@
 #include "platform/bluetooth/CentralDelivery.h"
 
 #include <algorithm>
-#include <string>
 #include <utility>
 
 namespace platform {
@@ -21,8 +20,7 @@ CentralDelivery::CentralDelivery(CBCentralManager& central, CBCentralManagerDele
     : central_(central),
       delegate_(delegate),
       queue_(std::move(queue)),
-      mostWaiting_(mostWaiting),
-      onDiagnostic_(std::move(onDiagnostic)) {}
+      backlog_(std::move(onDiagnostic), mostWaiting) {}
 
 void CentralDelivery::startScan(std::vector<CBUUID> services, bool allowDuplicates) {
   const std::lock_guard lock(mutex_);
@@ -50,24 +48,15 @@ void CentralDelivery::didUpdateState() {
 void CentralDelivery::didHear(const AdvertisingReport& report,
                               const std::shared_ptr<const MergedAdvertisement>& merged) {
   const std::optional<uint64_t> scanNumber = scanThatWants(report, merged->data);
-  if (!scanNumber || !mayWait()) return;
+  if (!scanNumber || !backlog_.add()) return;
   queue_->async([self = shared_from_this(), merged, number = *scanNumber, rssi = report.rssi] {
-    --self->waiting_;
+    self->backlog_.remove();
     self->gate_.call([&] {
       if (!self->isCurrent(number)) return;
       self->delegate_.centralManager_didDiscoverPeripheral_advertisementData_RSSI(
           self->central_, merged->peripheral, merged->data, rssi);
     });
   });
-}
-
-bool CentralDelivery::mayWait() {
-  if (waiting_.fetch_add(1) < mostWaiting_) return true;
-  --waiting_;
-  if (++dropped_ == 1 && onDiagnostic_)
-    onDiagnostic_("reports come faster than they are taken: what exceeds " + std::to_string(mostWaiting_) +
-                  " waiting ones is dropped");
-  return false;
 }
 
 std::optional<uint64_t> CentralDelivery::scanThatWants(const AdvertisingReport& report,
@@ -89,9 +78,7 @@ bool CentralDelivery::isCurrent(uint64_t scanNumber) const {
 void CentralDelivery::close() {
   stopScan();
   gate_.close();
-  if (const auto dropped = dropped_.exchange(0); dropped > 0 && onDiagnostic_)
-    onDiagnostic_(std::to_string(dropped) +
-                  " reports were dropped because they came faster than they were taken");
+  backlog_.close();
 }
 
 }  // namespace platform

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -10,9 +9,9 @@
 
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/bluetooth/Backlog.h"
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/CallGate.h"
-#include "platform/foundation/NSLog.h"
 
 namespace platform {
 
@@ -25,11 +24,7 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   /// Addresses that a scan without duplicates remembers; beyond that it forgets them all and begins anew.
   static constexpr std::size_t kMostAddresses = 20'000;
 
-  /// Reports that wait for the delegate, whose queue may be slow for ever.
-  static constexpr int kMostWaiting = 10'000;
-
-  /// What comes beyond `mostWaiting` reports is dropped, counted, and told to `onDiagnostic` once and at the
-  /// end.
+  /// At most `mostWaiting` reports wait on the queue.
   CentralDelivery(CBCentralManager& central, CBCentralManagerDelegate& delegate, dispatch_queue_t queue,
                   int mostWaiting, LogSink onDiagnostic);
 
@@ -54,16 +49,12 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
 
   std::optional<uint64_t> scanThatWants(const AdvertisingReport& report, const CBAdvertisementData& data);
   bool isCurrent(uint64_t scanNumber) const;
-  bool mayWait();
 
   CBCentralManager& central_;
   CBCentralManagerDelegate& delegate_;
   const dispatch_queue_t queue_;
-  const int mostWaiting_;
-  const LogSink onDiagnostic_;
   CallGate gate_;
-  std::atomic<int> waiting_ = 0;
-  std::atomic<uint64_t> dropped_ = 0;
+  Backlog backlog_;
 
   mutable std::mutex mutex_;  // guards what follows
   std::optional<Scan> scan_;

@@ -115,7 +115,7 @@ std::shared_ptr<CentralDelivery> SourceRadio::makeDelivery(CBCentralManager& cen
                                                            CBCentralManagerDelegate& delegate,
                                                            dispatch_queue_t queue) const {
   const bool isVirtual = std::dynamic_pointer_cast<VirtualDispatch>(dispatch_) != nullptr;
-  const auto most = isVirtual ? std::numeric_limits<int>::max() : CentralDelivery::kMostWaiting;
+  const auto most = isVirtual ? std::numeric_limits<int>::max() : Backlog::kMost;
   return std::make_shared<CentralDelivery>(central, delegate, std::move(queue), most, onDiagnostic_);
 }
 

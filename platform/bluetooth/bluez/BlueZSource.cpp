@@ -4,6 +4,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/bluetooth/Backlog.h"
 #include "platform/bluetooth/Backoff.h"
 #include "platform/bluetooth/QueuedSource.h"
 #include "platform/bluetooth/bluez/BlueZAdapters.h"
@@ -46,12 +47,19 @@ class BlueZSource final : public QueuedSource<> {
   void didClose() override {
     if (session_ && (isDiscovering_ || scan_ == Scan::starting)) session_->endDiscovery(adapter_, kFarewell);
     session_.reset();
+    backlog_->close();
   }
 
-  /// A handler for the bus's thread that also says when that had what it says.
+  /// A handler for the bus's thread that also says when that had what it says, and leaves out what exceeds
+  /// the backlog.
   auto hopWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
-    return [forward = hop(step), dispatch = options_.dispatch](bluez::Object object) {
-      forward(dispatch->date(), std::move(object));
+    return [run = within(step), queue = queue(), dispatch = options_.dispatch,
+            backlog = backlog_](bluez::Object object) {
+      if (!backlog->add()) return;
+      queue->async([run, backlog, time = dispatch->date(), object = std::move(object)] {
+        backlog->remove();
+        run(time, object);
+      });
     };
   }
 
@@ -295,6 +303,7 @@ class BlueZSource final : public QueuedSource<> {
   }
 
   const BlueZOptions options_;
+  const std::shared_ptr<Backlog> backlog_ = std::make_shared<Backlog>(options_.onDiagnostic);
   std::shared_ptr<bluez::BlueZSession> session_;
   bool isLoaded_ = false;
   bluez::BlueZAdapters adapters_;

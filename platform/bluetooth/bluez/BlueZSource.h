@@ -8,6 +8,7 @@
 
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/dispatch/Dispatch.h"
+#include "platform/foundation/NSLog.h"
 
 namespace platform {
 
@@ -29,6 +30,8 @@ struct BlueZOptions {
   /// busy.
   std::chrono::milliseconds firstPause{1000};
   dispatch_queue_t queue = nullptr;  ///< the source's; without one, a queue of its own
+  /// One line for people: that the daemon says more than is taken, which cannot hold it back.
+  LogSink onDiagnostic = {};
 };
 
 /// Survives the daemon, the bus or the adapter going away: the states say so, and a scan resumes by itself.

@@ -113,7 +113,7 @@ class Replay final : public QueuedSource<CaptureSource> {
 
   void changeState() {
     isOn_ = reader_->radioState().state == CBManagerState::poweredOn;
-    gate_.state(reader_->radioState());
+    guarded([this] { tell(reader_->radioState()); });
     advance();
   }
 

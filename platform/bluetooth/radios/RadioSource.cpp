@@ -67,7 +67,10 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
   if (!isThere)
     return failed(Kind::noRadio,
                   "looked for " + (adapter.empty() ? "an adapter" : adapter) + " at bluetoothd: not there");
-  BlueZOptions bluez{.adapter = adapter, .busAddress = {}, .dispatch = options.dispatch};
+  BlueZOptions bluez{.adapter = adapter,
+                     .busAddress = {},
+                     .dispatch = options.dispatch,
+                     .onDiagnostic = options.onDiagnostic};
   return watched(options, [bluez](const dispatch_queue_t& queue) mutable {
     bluez.queue = queue;
     return makeBlueZSource(bluez);
