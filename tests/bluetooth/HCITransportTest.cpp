@@ -135,28 +135,6 @@ TEST_F(HCITransportTest, ComesBackWhenTheOtherSideClosesAndListensAgain) {
   EXPECT_TRUE(wait([this] { return reports == 1; }));
 }
 
-TEST_F(HCITransportTest, TurnsTheScanOffWhenItIsDroppedUnderTraffic) {
-  for (int i = 0; i < 100; ++i) {
-    H4Server server;
-    open(server.address());
-    ASSERT_TRUE(server.waitForScan());
-    std::thread flood([&] {
-      while (server.sendSome(numbered(0))) {
-      }
-    });
-    const uint64_t before = [this] {
-      const std::lock_guard lock(mutex);
-      awaited = 0;
-      return reports;
-    }();
-    EXPECT_TRUE(wait([&] { return reports > before; }));
-    driver.reset();
-    EXPECT_TRUE(server.waitForEnd());
-    EXPECT_FALSE(server.isScanning());
-    flood.join();
-  }
-}
-
 TEST_F(HCITransportTest, NamesTheLineThatIsNone) {
   const std::pair<std::string, CBManagerState> cases[] = {
       {"h4:unix:/nonexistent/controller", CBManagerState::poweredOff},
@@ -199,23 +177,6 @@ TEST_F(HCITransportTest, WithoutAnAdapterItSaysWhy) {
   } else {
     EXPECT_EQ(states[0].state, CBManagerState::unsupported);
     EXPECT_EQ(states[0].reason, problem);
-  }
-}
-
-TEST_F(HCITransportTest, ClosesCleanlyWhateverIsUnderway) {
-  for (int i = 0; i < 30; ++i) {
-    H4Server server;
-    open(server.address());
-    std::thread noise([&] {
-      for (uint32_t k = 0; k < 50; ++k) server.sendSome(numbered(k));
-    });
-    driver->close();
-    const std::lock_guard lock(mutex);
-    const auto before = reports;
-    const auto stateCount = states.size();
-    noise.join();
-    EXPECT_EQ(reports, before);
-    EXPECT_EQ(states.size(), stateCount);
   }
 }
 

@@ -78,18 +78,18 @@ TEST(RadioServiceOnThreads, DropsWhatASlowDelegateDoesNotTakeAndTells) {
   Counter slow;
   const dispatch_queue_t queue = dispatch->createQueue("slow");
   auto manager = service->makeCentralManager(slow, queue);
-  for (const auto& each : {radio, queue}) {
+  const auto pass = [](const dispatch_queue_t& through) {
     std::promise<void> isDone;
-    each->async([&] { isDone.set_value(); });
+    through->async([&] { isDone.set_value(); });
     isDone.get_future().wait();
-  }
+  };
+  pass(radio);
+  pass(queue);
   std::promise<void> mayGoOn;
   queue->async([&] { mayGoOn.get_future().wait(); });
-  const Data name = ADBuilder().localName("A").octets();
-  for (int i = 0; i < 10'007; ++i) source->hear("C0:00:00:00:00:01", AdvertisingKind::connectable, name);
-  std::promise<void> isHeard;
-  radio->async([&] { isHeard.set_value(); });
-  isHeard.get_future().wait();
+  for (int i = 0; i < 10'007; ++i)
+    source->hear("C0:00:00:00:00:01", AdvertisingKind::connectable, ADBuilder().localName("A").octets());
+  pass(radio);
   EXPECT_THAT(lines, testing::ElementsAre(testing::HasSubstr("what exceeds 10000 waiting ones is dropped")));
   mayGoOn.set_value();
   manager.reset();

@@ -1,13 +1,8 @@
-#include <atomic>
-#include <future>
-#include <thread>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/bluetooth/radios/GapStatistics.h"
 #include "platform/bluetooth/radios/ScanWatchdog.h"
-#include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "platform/foundation/Hex.h"
 #include "tests/support/ScriptedReportSource.h"
@@ -138,40 +133,6 @@ TEST_F(Watchdog, ClosedByWhoHearsOfARestartItOpensNothingMore) {
   EXPECT_THAT(states_.back(), HasSubstr("the radio is opened anew"));
   EXPECT_EQ(sources_.size(), 1U);
   EXPECT_THAT(sources_[0]->takeNotes(), testing::Contains("close"));
-}
-
-// Without any patience for silence it closes and opens sources all the time.
-TEST(WatchdogOnThreads, IsClosedOrGoneWhateverIsUnderWay) {
-  const auto dispatch = RealTimeDispatch::make();
-  for (int round = 0; round < 200; ++round) {
-    std::vector<std::shared_ptr<ScriptedReportSource>> sources;
-    std::promise<void> gone;
-    auto make = [&, alive = std::shared_ptr<void>(&gone, [](void* end) {
-                      static_cast<std::promise<void>*>(end)->set_value();
-                    })](const auto& queue) {
-      const auto source = std::make_shared<ScriptedReportSource>(queue);
-      source->onOpen = [&talker = *source] {
-        for (int i = 0; i < 20; ++i) talker.hear(kBeacon, AdvertisingKind::connectable, {});
-      };
-      return sources.emplace_back(source);
-    };
-    auto watched = makeScanWatchdog(
-        {.makeSource = std::move(make), .dispatch = dispatch, .silence = 0s, .longestPause = 0s});
-    std::atomic<int> events = 0;
-    const auto count = [&, weak = std::weak_ptr(watched), closes = round % 4 == 3](const auto&) {
-      if (++events < 20 || !closes) return;
-      if (const auto self = weak.lock()) self->close();
-    };
-    watched->open(count, count);
-    watched->startScan({});
-    while (events < round % 20 && round % 3 == 0) std::this_thread::yield();
-    if (round % 2 == 0) watched->close();
-    const int before = events;
-    watched.reset();
-    gone.get_future().wait();  // a block may have been holding it
-    for (const auto& source : sources) EXPECT_THAT(source->takeNotes(), testing::Contains("close"));
-    EXPECT_TRUE(round % 2 != 0 || events == before) << events << " after " << before;
-  }
 }
 
 void hearAt(GapStatistics& gaps, double seconds, uint32_t beacon = 1) {
