@@ -16,7 +16,7 @@ for who in root tester; do
     ok "$who: stopped by a signal with status 0" stop_hearing
     ok_heard "bluez-$who"
     ok "$who: refreshes ($(lines "bluez-$who" $SENSOR))" more_than "bluez-$who" $SENSOR 15
-    brenloft hear --format jsonl --source "capture:/tmp/$who.btsnoop" > "/out/replay-$who.jsonl" 2>&1
+    brenloft hear --format jsonl --source "capture:/tmp/$who.btsnoop" > "/out/replay-$who.jsonl" 2> "/out/replay-$who.err"
     ok "$who: the recording replays the same" cmp "/out/bluez-$who.jsonl" "/out/replay-$who.jsonl"
 done
 hear auto "$TESTER" --source auto

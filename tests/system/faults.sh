@@ -31,7 +31,7 @@ ok "by extended scanning" grep -q 'scan on.*ext=1' /out/vb1.log
 radio 1 detach; sleep 2; radio 1 attach
 ok "hears on after it was unplugged" hears_on extended 00:00:21 40
 stop_hearing
-brenloft hear --format jsonl --source capture:/tmp/extended.btsnoop > /out/replay-extended.jsonl 2>&1
+brenloft hear --format jsonl --source capture:/tmp/extended.btsnoop > /out/replay-extended.jsonl 2> /out/replay-extended.err
 ok "the recording replays the same" cmp /out/extended.jsonl /out/replay-extended.jsonl
 
 rig_log "--- bluetoothd"

@@ -23,7 +23,7 @@ for who in root tester; do
     ok_heard "user-$who"
     ok "$who: every advertisement ($(lines "user-$who" $SENSOR))" more_than "user-$who" $SENSOR 15
     ok "$who: the scan has ended" rig_wait 5 sh -c '! grep -o "scan o[nf]*" /out/vb0.log | tail -1 | grep -q on'
-    brenloft hear --format jsonl --source "capture:/tmp/$who.btsnoop" > "/out/replay-$who.jsonl" 2>&1
+    brenloft hear --format jsonl --source "capture:/tmp/$who.btsnoop" > "/out/replay-$who.jsonl" 2> "/out/replay-$who.err"
     ok "$who: the recording replays the same" cmp "/out/user-$who.jsonl" "/out/replay-$who.jsonl"
 done
 
