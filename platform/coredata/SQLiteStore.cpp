@@ -6,7 +6,7 @@ namespace platform {
 namespace {
 
 // So many hold the lock for less than a tenth of a second.
-constexpr int64_t kRowsPerStep = 10'000;
+constexpr int64_t kMostDeletedAtOnce = 10'000;
 constexpr int64_t kPagesPerStep = 1000;
 
 int bindAll(SQLiteStatement& statement, std::span<const StoredValue> values) {
@@ -128,7 +128,7 @@ bool SQLiteStore::deleteNewestRows(std::size_t entity, int64_t number, int64_t c
 // The newest first, because they are at the file's end: what becomes free there is given back without moving
 // other rows.
 void SQLiteStore::deleteMostRowsThrough(std::size_t entity, int64_t number) {
-  int64_t rows = kRowsPerStep;
+  int64_t rows = kMostDeletedAtOnce;
   // As far as nobody reads in it, the log is then written from its beginning and needs no more of the disk.
   database_.moveLog();
   while (true) {

@@ -12,7 +12,7 @@ namespace platform {
 namespace {
 
 // What is copied before it is handed over.
-constexpr std::size_t kRowsPerStep = 500;
+constexpr std::size_t kMostReadAtOnce = 500;
 constexpr std::size_t kOctetsPerStep = 1 << 20;
 
 class CopiedRows {
@@ -26,7 +26,7 @@ class CopiedRows {
       if (const auto* text = std::get_if<std::string_view>(&view)) octets_ += text->size();
       if (const auto* data = std::get_if<DataView>(&view)) octets_ += data->size();
     }
-    return copies_.size() < kRowsPerStep && octets_ < kOctetsPerStep;
+    return copies_.size() < kMostReadAtOnce && octets_ < kOctetsPerStep;
   }
   void clear() {
     copies_.clear();

@@ -63,17 +63,6 @@ void removeWhatWasLeftIn(const fs::path& folder) {
 
 }  // namespace
 
-std::error_code writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written >= 0)
-      text.remove_prefix(static_cast<std::size_t>(written));
-    else if (errno != EINTR)
-      return lastError();
-  }
-  return {};
-}
-
 std::unique_ptr<ReplacementFile> ReplacementFile::create(fs::path target, fs::perms permissionsOfNewFile,
                                                          std::error_code& error) {
   std::unique_ptr<ReplacementFile> file(new ReplacementFile(std::move(target)));

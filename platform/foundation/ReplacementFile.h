@@ -8,10 +8,9 @@
 #include <system_error>
 #include <utility>
 
-namespace platform {
+#include "platform/foundation/WriteAll.h"
 
-/// Writes everything, however often it takes.
-std::error_code writeAll(int descriptor, std::string_view text);
+namespace platform {
 
 /// What is to take the place of a file, or of none: until `finish` the name stands for what it was,
 /// afterwards for the whole new content. A file that is replaced leaves its permissions, without set-id bits;

@@ -117,7 +117,7 @@ std::string jsonText(const Dictionary& settings) {
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
-std::string lastError() {
+std::string lastErrorText() {
   return std::generic_category().message(errno);
 }
 
@@ -126,7 +126,7 @@ std::string lastError() {
 StoredSettings readSettings(const std::filesystem::path& file) {
   errno = 0;
   std::ifstream stream(file, std::ios::binary);
-  if (!stream) return {{}, errno == ENOENT || errno == ENOTDIR ? "" : lastError()};
+  if (!stream) return {{}, errno == ENOENT || errno == ENOTDIR ? "" : lastErrorText()};
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   rapidjson::Document document;
   document.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(text);

@@ -34,13 +34,13 @@ std::size_t mistakes(std::string_view from, std::string_view to) {
   return table[from.size()][to.size()];
 }
 
-constexpr std::size_t kShortest = 3;  // shorter words are like anything
-constexpr std::size_t kLongest = 40;
+constexpr std::size_t kShortestWord = 3;  // shorter words are like anything
+constexpr std::size_t kLongestWord = 40;
 
 }  // namespace
 
 std::string nearest(std::string_view word, const std::vector<std::string>& words) {
-  if (word.size() < kShortest || word.size() > kLongest) return {};
+  if (word.size() < kShortestWord || word.size() > kLongestWord) return {};
   const std::string given = lowerCase(word);
   std::size_t fewest = SIZE_MAX;
   std::string result;

@@ -17,7 +17,7 @@ std::optional<double> secondsPerUnit(std::string_view unit) {
 }
 
 // A century; longer durations would not fit the clock.
-constexpr double kLongest = 3.2e9;
+constexpr double kLongestDuration = 3.2e9;
 
 // The octets of the well-formed UTF-8 character at the beginning of a text (Unicode, table 3-7); 0: none.
 std::size_t characterLength(std::string_view text) {
@@ -63,7 +63,7 @@ std::optional<std::chrono::microseconds> durationFromText(std::string_view text)
     if (!factor) return std::nullopt;
     total += number * *factor;
   }
-  if (!(total <= kLongest)) return std::nullopt;
+  if (!(total <= kLongestDuration)) return std::nullopt;
   return std::chrono::microseconds(std::llround(total * 1e6));
 }
 
