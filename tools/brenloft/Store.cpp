@@ -1,6 +1,7 @@
 #include "tools/brenloft/Store.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -40,8 +41,10 @@ std::vector<std::string>& settingsProblems() {
   return problems;
 }
 
-// With nothing but what a signal handler may call.
+// With nothing but what a signal handler may call. Two threads may come here: the first ends the process.
 void endWithProblem(int) {
+  static std::atomic_flag isTold;
+  while (isTold.test_and_set()) ::pause();
   const char* problem = BRLCoreDataManager::Class::fatalProblem();
   Output::restoreTerminal();
   const std::array<iovec, 3> line{pieceOf("brenloft: "), pieceOf(problem), pieceOf("\n")};
@@ -59,6 +62,11 @@ void tellProblem(int) {
   std::signal(SIGALRM, endWithProblem);
   ::alarm(1);
   if (lastActs()) lastActs()();
+  // Else it might come in the middle of what follows, on this very thread, and wait for it.
+  sigset_t alarm;
+  sigemptyset(&alarm);
+  sigaddset(&alarm, SIGALRM);
+  ::pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
   endWithProblem(SIGABRT);
 }
 
