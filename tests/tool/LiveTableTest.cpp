@@ -1,89 +1,117 @@
+#include <regex>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/PseudoTerminals.h"
 #include "tests/tool/RunTool.h"
-#include "tests/tool/TerminalProgram.h"
 
 namespace brenloft_test {
 namespace {
+
+constexpr const char* kHeader = "state    heard";
+constexpr const char* kDevice = "C0-C1-5C-00-00-";
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+// A shell on a terminal of tmux, and what stands on it.
+class Terminal {
+ public:
+  Terminal() {
+    run({"new-session", "-d", "-x", "80", "-y", "24",
+         "env -u NO_COLOR TERM=xterm TOOL=" + toolPath() + " PS1='$ ' bash --norc --noprofile -i"});
+  }
+  ~Terminal() { run({"kill-server"}); }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  void type(const std::string& key) { run({"send-keys", key}); }
+  void enter(const std::string& command) { run({"send-keys", command, "Enter"}); }
+  void resize(const char* columns, const char* rows) { run({"resize-window", "-x", columns, "-y", rows}); }
+  std::string screen() { return run({"capture-pane", "-p"}); }
+  /// Looks until the screen is another one than `before` and holds the five sensors of the demonstration
+  /// below one header; "" when it never does.
+  std::string waitForTable(const std::string& before = {}, const std::string& row = kDevice) {
+    for (int look = 0; look < 2000; ++look) {
+      const std::string now = screen();
+      if (now != before && countOf(now, kHeader) == 1 && countOf(now, row) == 5) return now;
+    }
+    return "";
+  }
+
+ private:
+  std::string run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"tmux", "-f", "/dev/null", "-S", folder_.file("socket")});
+    return runProgram(arguments).out;
+  }
+
+  const TemporaryFolder folder_;
+};
 
 class LiveTable : public testing::Test {
  protected:
   void SetUp() override {
     if (!support::hasPseudoTerminals()) GTEST_SKIP() << support::kNoPseudoTerminals;
+    if (!hasProgram("tmux") || !hasProgram("script")) GTEST_SKIP() << "tmux or script is not installed";
   }
 };
 
-const std::vector<std::string> kScan{"env",  "-u",       "NO_COLOR",   "TERM=xterm", toolPath(),
-                                     "scan", "--source", "demo?paced", "-q"};
-constexpr const char* kHeader = "state    heard";
-constexpr const char* kAnyDevice = "C0-C1-5C-00-00-";
-
-// The five sensors of the demonstration, and nothing but the one table.
-bool isWhole(const Screen& screen) {
-  return screen.linesBeginning(kHeader) == 1 && screen.linesWith(kAnyDevice) == 5;
-}
-
 TEST_F(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
-  TerminalProgram tool(kScan, 24, 80);
-  ASSERT_TRUE(tool.waitFor([&] { return tool.screen().linesWith(kAnyDevice) == 5; }));
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_TRUE(tool.waitForTable());
-    EXPECT_TRUE(isWhole(tool.screen()));
-  }
-  for (const char* device : {"00-00", "00-01", "00-02", "00-03", "00-04"})
-    EXPECT_EQ(tool.screen().linesWith(std::string("C0-C1-5C-00-") + device), 1U) << device;
-  tool.type("\x03");
-  EXPECT_EQ(tool.wait(), 0);
-  EXPECT_TRUE(tool.screen().isCursorShown());
-  EXPECT_TRUE(tool.screen().hadColour()) << "what is lost is dim";
-  EXPECT_EQ(tool.screen().linesBeginning(kHeader), 1U);
-  EXPECT_EQ(tool.screen().linesBeginning("lost"), 5U);
+  Terminal terminal;
+  terminal.enter("clear; $TOOL scan --source demo?paced -q; echo status $?");
+  std::string table = terminal.waitForTable();
+  for (int i = 0; i < 3; ++i) table = terminal.waitForTable(table);
+  for (const char* device : {"00", "01", "02", "03", "04"})
+    EXPECT_EQ(countOf(table, std::string(kDevice) + device), 1U) << device << table;
+  terminal.type("C-c");
+  EXPECT_NE(terminal.waitForTable({}, "lost").find("\nstatus 0\n"), std::string::npos) << terminal.screen();
 }
 
 TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
-  TerminalProgram tool(kScan, 24, 80);
-  ASSERT_TRUE(tool.waitFor([&] { return isWhole(tool.screen()); }));
-  tool.resize(20, 50);
-  ASSERT_TRUE(tool.waitForNewScreen());
-  EXPECT_TRUE(isWhole(tool.screen()));
-  ASSERT_TRUE(tool.waitForTable());
-  EXPECT_TRUE(isWhole(tool.screen()));
+  Terminal terminal;
+  terminal.enter("clear; $TOOL scan --source demo?paced -q");
+  std::string table = terminal.waitForTable();
+  terminal.resize("50", "20");
+  for (int i = 0; i < 3; ++i) table = terminal.waitForTable(table);
+  EXPECT_NE(table, "") << terminal.screen();
 
-  tool.stop();
-  tool.screen().feed("^Z\r\n[1]+  Stopped\r\n$ fg\r\n");
-  tool.goOn();
-  ASSERT_TRUE(tool.waitForNewScreen());
-  EXPECT_TRUE(isWhole(tool.screen()));
-  EXPECT_EQ(tool.screen().linesWith("Stopped"), 0U);
+  terminal.type("C-z");
+  while (terminal.screen().find("Stopped") == std::string::npos) {
+  }
+  terminal.enter("fg");
+  for (int i = 0; i < 3; ++i) table = terminal.waitForTable(table);
+  EXPECT_NE(table, "") << terminal.screen();
+  EXPECT_EQ(table.find("Stopped"), std::string::npos) << table;
+}
+
+// Every octet that a command writes to a terminal, and its status.
+Ended onTerminal(const std::string& command) {
+  return runProgram({"script", "-qec", "env TERM=xterm " + command, "/dev/null"});
 }
 
 TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
   TemporaryFolder folder;
-  TerminalProgram tool(
-      {"env", "TERM=xterm", "sh", "-c", "ulimit -f 72; exec \"$0\" scan --source demo --log -q -C \"$1\"",
-       toolPath(), folder.file("c")},
-      24, 200);
-  EXPECT_EQ(tool.wait(), 5);
-  EXPECT_TRUE(tool.screen().isCursorShown());
-  EXPECT_EQ(tool.screen().linesBeginning("brenloft: " + folder.file("c")), 1U);
+  const Ended ended = onTerminal("sh -c 'ulimit -f 72; exec " + toolPath() +
+                                 " scan --source demo --log -q -C " + folder.file("c") + "'");
+  EXPECT_EQ(ended.status, 5);
+  EXPECT_GT(ended.out.rfind("\x1b[?25h"), ended.out.rfind("\x1b[?25l")) << "the cursor is shown";
+  EXPECT_NE(ended.out.find("brenloft: " + folder.file("c")), std::string::npos) << ended.out;
 }
 
-TEST_F(LiveTable, HasNoColourWhereNoneIsWanted) {
-  TerminalProgram tool(
-      {"env", "NO_COLOR=1", "TERM=xterm", toolPath(), "scan", "--source", "demo", "--duration", "10", "-q"},
-      24, 80);
-  EXPECT_EQ(tool.wait(), 0);
-  EXPECT_EQ(tool.screen().linesBeginning("lost"), 5U);
-  EXPECT_FALSE(tool.screen().hadColour());
+TEST_F(LiveTable, IsColouredUnlessNoColourIsWanted) {
+  const std::string scan = toolPath() + " scan --source demo --duration 10 -q";
+  const std::regex colour("\x1b\\[[1-9][0-9;]*m");
+  EXPECT_TRUE(std::regex_search(onTerminal("NO_COLOR= " + scan).out, colour)) << "what is lost is dim";
+  EXPECT_FALSE(std::regex_search(onTerminal("NO_COLOR=1 " + scan).out, colour));
 }
 
 TEST_F(LiveTable, IsNoneWhereTheTerminalTakesNoControlSequences) {
-  TerminalProgram tool({"env", "TERM=dumb", toolPath(), "scan", "--source", "demo", "--count", "3", "-q"}, 24,
-                       200);
-  EXPECT_EQ(tool.wait(), 0);
-  EXPECT_FALSE(tool.screen().hadSequences());
-  EXPECT_EQ(tool.screen().linesWith(kAnyDevice), 3U);
+  const std::string out = onTerminal("TERM=dumb " + toolPath() + " scan --source demo --count 3 -q").out;
+  EXPECT_EQ(out.find('\x1b'), std::string::npos) << out;
+  EXPECT_EQ(countOf(out, kDevice), 3U) << out;
 }
 
 }  // namespace

@@ -155,7 +155,7 @@ TEST(Log, FollowsRowsOfAStoreThatComesLaterUntilItIsStoppedOrNobodyReads) {
   RunningTool unread(follow);
   unread.readLines(1);
   unread.closeOutput();
-  EXPECT_EQ(unread.wait(), 0);
+  EXPECT_EQ(unread.end(), 0);
 
   RunningTool follower(follow);
   follower.readLines(1);
@@ -167,7 +167,7 @@ TEST(Log, FollowsRowsOfAStoreThatComesLaterUntilItIsStoppedOrNobodyReads) {
   EXPECT_GT(lines, 5);
   EXPECT_EQ(follower.readLines(lines), shown);
   follower.signal(SIGTERM);
-  EXPECT_EQ(follower.wait(), 0);
+  EXPECT_EQ(follower.end(), 0);
 }
 
 }  // namespace

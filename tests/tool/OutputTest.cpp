@@ -32,7 +32,7 @@ TEST(Output, OneSignalEndsTheToolBesideAReaderThatStalls) {
     RunningTool tool(arguments);
     tool.fillOutput();
     tool.signal(SIGTERM);
-    EXPECT_EQ(tool.wait(), 0) << testing::PrintToString(arguments);
+    EXPECT_EQ(tool.end(), 0) << testing::PrintToString(arguments);
   }
 }
 
@@ -40,7 +40,7 @@ TEST(Output, ASearchThatHearsNothingEndsWhenNobodyReadsAnyMore) {
   RunningTool tool({"scan", "--source", "demo?paced", "--uuid", "1234", "--format", "csv", "-q"});
   tool.readLines(1);
   tool.closeOutput();
-  EXPECT_EQ(tool.wait(), 0);
+  EXPECT_EQ(tool.end(), 0);
 }
 
 TEST(Output, ThatFailsLeavesTheRecordingWhole) {

@@ -3,94 +3,32 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace brenloft_test {
 namespace {
 
-struct Pipe {
-  std::array<int, 2> ends{-1, -1};
-  Pipe() {
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-  }
-};
-
-struct Child {
-  pid_t pid = -1;
-  int in = -1;
-  int out = -1;
-  int err = -1;
-};
-
-Child spawn(const std::vector<std::string>& command) {
-  const Pipe in;
-  const Pipe out;
-  const Pipe err;
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::dup2(in.ends[0], STDIN_FILENO);
-    ::dup2(out.ends[1], STDOUT_FILENO);
-    ::dup2(err.ends[1], STDERR_FILENO);
-    std::vector<char*> argv;
-    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    ::execvp(argv[0], argv.data());
-    ::_exit(127);
-  }
-  ::close(in.ends[0]);
-  ::close(out.ends[1]);
-  ::close(err.ends[1]);
-  return {pid, in.ends[1], out.ends[0], err.ends[0]};
+std::vector<std::string> toolCommand(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), toolPath());
+  return arguments;
 }
 
-// Both outputs at once, so that neither fills its pipe; `onLines` once, after so many lines.
-template <typename OnLines>
-Ended collect(const Child& child, std::ptrdiff_t lines, OnLines onLines) {
-  Ended ended;
-  std::array<pollfd, 2> polled{{{child.out, POLLIN, 0}, {child.err, POLLIN, 0}}};
-  std::array<std::string*, 2> texts{&ended.out, &ended.err};
-  bool hasLines = false;
-  while (polled[0].fd >= 0 || polled[1].fd >= 0) {
-    ::poll(polled.data(), polled.size(), -1);
-    for (std::size_t i = 0; i < polled.size(); ++i) {
-      if (polled.at(i).fd < 0 || polled.at(i).revents == 0) continue;
-      std::array<char, 65536> buffer;
-      const ssize_t count = ::read(polled.at(i).fd, buffer.data(), buffer.size());
-      if (count > 0)
-        texts.at(i)->append(buffer.data(), static_cast<std::size_t>(count));
-      else
-        ::close(std::exchange(polled.at(i).fd, -1));
-    }
-    if (!hasLines && std::count(ended.out.begin(), ended.out.end(), '\n') >= lines) {
-      hasLines = true;
-      onLines();
-    }
-  }
-  ended.status = statusOf(child.pid);
-  return ended;
-}
-
-std::vector<std::string> toolCommand(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command{BRENLOFT_TOOL};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return command;
+int fileInMemory(const std::string& contents) {
+  const int file = ::memfd_create("test", MFD_CLOEXEC);
+  if (::pwrite(file, contents.data(), contents.size(), 0) < 0) throw std::runtime_error("memfd");
+  return file;
 }
 
 }  // namespace
-
-int statusOf(int pid) {
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 std::vector<std::string> Ended::lines() const {
   std::vector<std::string> result;
@@ -99,13 +37,12 @@ std::vector<std::string> Ended::lines() const {
   return result;
 }
 
+std::string toolPath() {
+  return BRENLOFT_TOOL;
+}
+
 Ended runProgram(const std::vector<std::string>& command, const std::string& input) {
-  std::signal(SIGPIPE, SIG_IGN);
-  const Child child = spawn(command);
-  // Inputs of tests fit a pipe.
-  if (::write(child.in, input.data(), input.size()) < 0) return {};
-  ::close(child.in);
-  return collect(child, 0, [] {});
+  return RunningProgram(command, input).readToEnd();
 }
 
 Ended runTool(const std::vector<std::string>& arguments, const std::string& input) {
@@ -113,9 +50,10 @@ Ended runTool(const std::vector<std::string>& arguments, const std::string& inpu
 }
 
 Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal) {
-  const Child child = spawn(toolCommand(arguments));
-  ::close(child.in);
-  return collect(child, lines, [&] { ::kill(child.pid, signal); });
+  RunningTool tool(arguments);
+  tool.readLines(lines);
+  tool.signal(signal);
+  return tool.readToEnd();
 }
 
 std::string valueOf(const std::string& line, const std::string& key) {
@@ -125,28 +63,41 @@ std::string valueOf(const std::string& line, const std::string& key) {
   return line.substr(begin, line.find_first_of(",}]", begin) - begin);
 }
 
-std::string toolPath() {
-  return BRENLOFT_TOOL;
+bool hasProgram(const std::string& name) {
+  return runProgram({"sh", "-c", "command -v " + name}).status == 0;
 }
 
-RunningTool::RunningTool(const std::vector<std::string>& arguments) {
-  const Child child = spawn(toolCommand(arguments));
-  pid_ = child.pid;
-  out_ = child.out;
-  ::fcntl(out_, F_SETPIPE_SZ, 8192);
-  ::close(child.in);
-  ::close(child.err);
+RunningProgram::RunningProgram(const std::vector<std::string>& command, const std::string& input)
+    : err_(fileInMemory("")) {
+  const int in = fileInMemory(input);
+  std::array<int, 2> out{};
+  if (::pipe2(out.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  pid_ = ::fork();
+  if (pid_ == 0) {
+    ::dup2(in, STDIN_FILENO);
+    ::dup2(out[1], STDOUT_FILENO);
+    ::dup2(err_, STDERR_FILENO);
+    std::vector<char*> argv;
+    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+  ::close(in);
+  ::close(out[1]);
+  out_ = out[0];
 }
 
-RunningTool::~RunningTool() {
+RunningProgram::~RunningProgram() {
   closeOutput();
+  ::close(err_);
   if (pid_ < 0) return;
   signal(SIGKILL);
-  wait();
+  end();
 }
 
-const std::string& RunningTool::readLines(std::ptrdiff_t lines) {
-  while (std::count(text_.begin(), text_.end(), '\n') < lines) {
+const std::string& RunningProgram::readLines(std::ptrdiff_t lines) {
+  while (out_ >= 0 && std::count(text_.begin(), text_.end(), '\n') < lines) {
     std::array<char, 4096> buffer;
     const ssize_t count = ::read(out_, buffer.data(), buffer.size());
     if (count <= 0) break;
@@ -155,7 +106,7 @@ const std::string& RunningTool::readLines(std::ptrdiff_t lines) {
   return text_;
 }
 
-void RunningTool::fillOutput() {
+void RunningProgram::fillOutput() {
   constexpr int kPage = 4096;
   const int room = ::fcntl(out_, F_GETPIPE_SZ);
   int waiting = 0;
@@ -163,20 +114,29 @@ void RunningTool::fillOutput() {
   while (waiting <= room - kPage && ::ioctl(out_, FIONREAD, &waiting) == 0) ::usleep(1000);
 }
 
-void RunningTool::closeOutput() {
+void RunningProgram::closeOutput() {
   if (out_ >= 0) ::close(std::exchange(out_, -1));
 }
 
-void RunningTool::signal(int number) const {
+void RunningProgram::signal(int number) const {
   ::kill(pid_, number);
 }
 
-int RunningTool::wait() {
-  return statusOf(std::exchange(pid_, -1));
+int RunningProgram::end() {
+  int status = 0;
+  ::waitpid(std::exchange(pid_, -1), &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-bool hasProgram(const std::string& name) {
-  return runProgram({"sh", "-c", "command -v " + name}).status == 0;
+Ended RunningProgram::readToEnd() {
+  Ended ended{.out = readLines(std::numeric_limits<std::ptrdiff_t>::max())};
+  ended.status = end();
+  ended.err.resize(static_cast<std::size_t>(::lseek(err_, 0, SEEK_END)));
+  if (::pread(err_, ended.err.data(), ended.err.size(), 0) < 0) throw std::runtime_error("pread");
+  return ended;
 }
+
+RunningTool::RunningTool(const std::vector<std::string>& arguments)
+    : RunningProgram(toolCommand(arguments), {}) {}
 
 }  // namespace brenloft_test

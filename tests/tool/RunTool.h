@@ -26,35 +26,39 @@ Ended runProgram(const std::vector<std::string>& command, const std::string& inp
 /// The tool, sent a signal once it has written so many lines.
 Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal);
 
-/// The exit status of an ended child, as in `Ended`.
-int statusOf(int pid);
-
 /// The value of a key in a JSON line, up to the next comma or end; "" without it.
 std::string valueOf(const std::string& line, const std::string& key);
 
-/// The tool as it runs beside a test.
-class RunningTool {
+/// A program that runs beside a test.
+class RunningProgram {
  public:
-  explicit RunningTool(const std::vector<std::string>& arguments);
+  RunningProgram(const std::vector<std::string>& command, const std::string& input);
   /// Kills what still runs.
-  ~RunningTool();
-  RunningTool(const RunningTool&) = delete;
-  RunningTool& operator=(const RunningTool&) = delete;
+  ~RunningProgram();
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
 
   /// Reads standard output until it holds so many lines, or ends; what was read so far.
   const std::string& readLines(std::ptrdiff_t lines);
-  /// Waits, without reading, until the tool can write no more to standard output.
+  /// Waits, without reading, until the program can write no more to standard output.
   void fillOutput();
   /// Goes away as the reader of standard output.
   void closeOutput();
   void signal(int number) const;
-  /// Waits for the end; the exit status as in `Ended`.
-  int wait();
+  /// Waits for the end, without reading; the exit status as in `Ended`.
+  int end();
+  Ended readToEnd();
 
  private:
   int pid_ = -1;
   int out_ = -1;
+  const int err_;
   std::string text_;
+};
+
+class RunningTool : public RunningProgram {
+ public:
+  explicit RunningTool(const std::vector<std::string>& arguments);
 };
 
 bool hasProgram(const std::string& name);
