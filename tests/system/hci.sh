@@ -65,4 +65,17 @@ ok "scan tells the sensor's readings" grep -q '"event":"beacon"' /out/scan.jsonl
 brenloft range -q --source hci:0 --uuid 00010203-0405-0607-0809-0a0b0c0d0e0f --group 2 -t 6 --format jsonl \
     > /out/range.jsonl 2> /out/range.err
 ok "range tells the iBeacon" grep -q '"event":"ranged".*513' /out/range.jsonl
+
+rig_log "--- a controller of bluez-test-tools behind a socket"
+btvirt -l1 -s > /out/btvirt.log 2>&1 &
+rig_wait 10 rig_have_hci 1; hciconfig hci1 up
+send() { hcitool -i hci1 cmd 0x08 "$@" > /dev/null; }
+send 0x0006 a0 00 a0 00 03 00 00 00 00 00 00 00 00 07 00  # 100 ms, cannot be connected to
+send 0x0008 1b 02 01 06 17 ff 88 09 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 ff 00 00 00 00
+hear emulated "" --source h4:unix:/tmp/bt-server-le
+# It sends one report for each beginning.
+advertise() { send 0x000a 00; send 0x000a 01; more_than emulated "8809$FRAME" 9; }
+ok "the frame, again and again" rig_wait 20 advertise
+ok "without a strength, which it does not tell" has emulated '"rssi":127'
+ok "stopped by a signal with status 0" stop_hearing
 finish
