@@ -1,9 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cmath>
 #include <functional>
-#include <iostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -202,18 +200,12 @@ TEST(ManagerUnderLoad, ReportsEveryAdvertisementOfASteadySearchAndLosesEveryBeac
   std::this_thread::sleep_for(kPause);
   manager.start();
   ASSERT_TRUE(load.settle());
-  const dispatch_time_t begin = load.now();
   {
     const Beside ranging([] { rangeOnce(load.location()); });
     const Beside application([&] { seen += readListAndLog(manager); });
     ASSERT_TRUE(load.feed(steady));
   }
   ASSERT_TRUE(load.settle());
-  const std::chrono::duration<double> took = load.now() - begin;
-  const double rate = static_cast<double>(load.sent(steady)) / took.count();
-  testing::Test::RecordProperty("advertisementsPerSecond", std::to_string(rate));
-  std::cout << "steady search: " << std::llround(rate) << " advertisements a second\n";
-
   EXPECT_EQ(load.reported(steady), load.sent(steady));
   EXPECT_EQ(load.reported(foreign), 0U);
   EXPECT_GT(seen, 0U);

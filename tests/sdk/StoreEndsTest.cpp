@@ -13,17 +13,11 @@ namespace {
 
 using Class = BRLDataManager::Class;
 
-// Under a sanitizer everything takes longer and says the same.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int kKills = 10;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-constexpr int kKills = 10;
-#else
+// Under the sanitizers, which are debug builds, everything takes longer and says the same.
+#ifdef NDEBUG
 constexpr int kKills = 200;
-#endif
 #else
-constexpr int kKills = 200;
+constexpr int kKills = 10;
 #endif
 
 // Room for the store's files as they are, but not for a long text.

@@ -214,13 +214,17 @@ std::vector<std::string> eventsOfRange(const std::string& source, const std::vec
   return events;
 }
 
+std::string threeIBeacons(const TemporaryFolder& folder, const std::string& seconds) {
+  const std::string capture = folder.file("ibeacons.btsnoop");
+  const Ended ended =
+      runTool({"simulate", "--out", capture, "--beacons", "0", "--ibeacons", "3", "--seconds", seconds});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  return "capture:" + capture;
+}
+
 TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
   TemporaryFolder folder;
-  const std::string capture = folder.file("ibeacons.btsnoop");
-  ASSERT_EQ(
-      runTool({"simulate", "--out", capture, "--beacons", "0", "--ibeacons", "3", "--seconds", "45"}).status,
-      0);
-  const std::string source = "capture:" + capture;
+  const std::string source = threeIBeacons(folder, "45");
   using Events = std::vector<std::string>;
   EXPECT_EQ(eventsOfRange(source, {"--group", "2"}),
             (Events{"present 1/0", "present 2/1", "lost 1/0", "lost 2/1"}));
@@ -228,6 +232,12 @@ TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
             (Events{"present 1/0", "present 2/1", "left 2/1", "returned 2/1", "lost 1/0", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--major", "2"}), (Events{"present 2/1", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--minor", "1", "--group", "0"}), (Events{"present 2/1", "lost 2/1"}));
+}
+
+TEST(Range, ReportsWhatTheLastUnfinishedSecondHeld) {
+  TemporaryFolder folder;
+  EXPECT_EQ(eventsOfRange(threeIBeacons(folder, "1"), {"--group", "2"}),
+            (std::vector<std::string>{"present 1/0", "present 2/1", "lost 1/0", "lost 2/1"}));
 }
 
 TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {
