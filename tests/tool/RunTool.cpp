@@ -72,6 +72,7 @@ RunningProgram::RunningProgram(const std::vector<std::string>& command, const st
   const int in = fileInMemory(input);
   std::array<int, 2> out{};
   if (::pipe2(out.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  ::fcntl(out[0], F_SETPIPE_SZ, 8192);  // soon full
   pid_ = ::fork();
   if (pid_ == 0) {
     ::dup2(in, STDIN_FILENO);
