@@ -32,14 +32,18 @@ class Terminal {
   void enter(const std::string& command) { run({"send-keys", command, "Enter"}); }
   void resize(const char* columns, const char* rows) { run({"resize-window", "-x", columns, "-y", rows}); }
   std::string screen() { return run({"capture-pane", "-p"}); }
-  /// Looks until the screen is another one than `before` and holds the five sensors of the demonstration
-  /// below one header; "" when it never does.
-  std::string waitForTable(const std::string& before = {}, const std::string& row = kDevice) {
-    for (int look = 0; look < 2000; ++look) {
-      const std::string now = screen();
-      if (now != before && countOf(now, kHeader) == 1 && countOf(now, row) == 5) return now;
-    }
+  /// Looks until the screen is as wanted; "" when it never is.
+  template <typename Condition>
+  std::string waitFor(const Condition& isAsWanted) {
+    for (int look = 0; look < 2000; ++look)
+      if (const std::string now = screen(); isAsWanted(now)) return now;
     return "";
+  }
+  /// The next screen that holds the five sensors of the demonstration below one header.
+  std::string waitForTable(const std::string& before = {}) {
+    return waitFor([&](const std::string& now) {
+      return now != before && countOf(now, kHeader) == 1 && countOf(now, kDevice) == 5;
+    });
   }
 
  private:
@@ -67,7 +71,9 @@ TEST_F(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
   for (const char* device : {"00", "01", "02", "03", "04"})
     EXPECT_EQ(countOf(table, std::string(kDevice) + device), 1U) << device << table;
   terminal.type("C-c");
-  EXPECT_NE(terminal.waitForTable({}, "lost").find("\nstatus 0\n"), std::string::npos) << terminal.screen();
+  table = terminal.waitFor([](const auto& now) { return countOf(now, "\nstatus 0\n") == 1; });
+  EXPECT_EQ(countOf(table, kHeader), 1U) << terminal.screen();
+  EXPECT_EQ(countOf(table, "lost "), 5U) << table;
 }
 
 TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
@@ -79,8 +85,7 @@ TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
   EXPECT_NE(table, "") << terminal.screen();
 
   terminal.type("C-z");
-  while (terminal.screen().find("Stopped") == std::string::npos) {
-  }
+  terminal.waitFor([](const auto& now) { return countOf(now, "Stopped") == 1; });
   terminal.enter("fg");
   for (int i = 0; i < 3; ++i) table = terminal.waitForTable(table);
   EXPECT_NE(table, "") << terminal.screen();
