@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <random>
 
 #include "tests/coredata/StoreFixture.h"
@@ -10,23 +11,29 @@ using platform::NSPredicate;
 using test::names;
 using test::things;
 
+// Of the letters that the list holds, one stands for an absent name.
+std::optional<std::string> nameOf(const std::string& letter) {
+  return letter == "NULL" ? std::nullopt : std::optional(letter);
+}
+
 // The store beside a list that does the same.
 class Twin {
  public:
   explicit Twin(unsigned seed) : random_(seed) { reopen(); }
 
   void step() {
-    const std::string name(1, static_cast<char>('a' + random_() % 4));
+    const std::string name = std::array{"a", "b", "B", "NULL"}.at(random_() % 4);
     switch (random_() % 10) {
       case 0:
       case 1:
       case 2:
         held_.push_back(test::insertThing(*context_, name));
+        held_.back()->setValue_forKey(nameOf(name), "name");
         now_.push_back(name);
         break;
       case 3:
         change([&](auto& object, std::size_t i) {
-          object->setValue_forKey(name, "name");
+          object->setValue_forKey(nameOf(name), "name");
           now_[i] = name;
         });
         break;
@@ -80,12 +87,15 @@ class Twin {
     EXPECT_EQ(context_->countForFetchRequest_error(request), now_.size());
     std::vector<std::string> rows;
     context_->enumerateRows(request, [&](const platform::StoredRow& row) {
-      rows.emplace_back(std::get<std::string_view>(row.values[0]));
+      const auto* text = std::get_if<std::string_view>(&row.values[0]);
+      rows.emplace_back(text != nullptr ? *text : "NULL");
       return true;
     });
     EXPECT_EQ(rows, now_);
-    request.setPredicate(NSPredicate::predicateWithFormat("name = %@", name));
-    EXPECT_EQ(context_->countForFetchRequest_error(request), std::count(now_.begin(), now_.end(), name));
+    request.setPredicate(NSPredicate::predicateWithFormat("name = %@", nameOf(name)));
+    const auto found = context_->executeFetchRequest_error(request).value();
+    EXPECT_EQ(names(found), std::vector<std::string>(std::count(now_.begin(), now_.end(), name), name));
+    EXPECT_EQ(context_->countForFetchRequest_error(request), found.size());
   }
 
   test::TemporaryFolder folder_;
