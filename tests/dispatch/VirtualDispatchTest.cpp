@@ -1,5 +1,4 @@
 #include <optional>
-#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -180,58 +179,6 @@ TEST_F(VirtualDispatchTest, MayBeLetGoInsideABlock) {
   one_->async([] { FAIL() << "dropped with the service"; });
   dispatch->advance(1ms);
   EXPECT_TRUE(ran);
-}
-
-// Random operations on timers, held side by side with the plainest model: each fires at its last deadline.
-TEST_F(VirtualDispatchTest, AgreesWithAPlainModelUnderRandomOperations) {
-  struct Model {
-    dispatch_source_t source;
-    std::optional<dispatch_time_t> deadline;
-    int suspensions = 0;
-  };
-  for (unsigned seed = 0; seed < 50; ++seed) {
-    std::mt19937 random(seed);
-    const auto pick = [&](int below) { return std::uniform_int_distribution(0, below - 1)(random); };
-    const auto dispatch = VirtualDispatch::make();
-    std::vector<Model> timers(5);
-    for (auto& model : timers) {
-      model.source = dispatch->createTimer(dispatch->mainQueue());
-      model.source->setEventHandler([&] {
-        EXPECT_EQ(model.suspensions, 0) << "seed " << seed;
-        EXPECT_TRUE(model.deadline && *model.deadline <= dispatch->now()) << "seed " << seed;
-        model.deadline.reset();
-      });
-      model.source->resume();
-    }
-    for (int step = 0; step < 400; ++step) {
-      Model& model = timers[pick(5)];
-      switch (pick(5)) {
-        case 0:
-        case 1:
-          model.deadline = dispatch->now() + std::chrono::milliseconds(pick(20) - 2);
-          model.source->setTimer(*model.deadline, DISPATCH_TIME_FOREVER, 0s);
-          break;
-        case 2:
-          if (model.suspensions++ < 2)
-            model.source->suspend();
-          else
-            --model.suspensions;
-          break;
-        case 3:
-          if (model.suspensions > 0) --model.suspensions;
-          model.source->resume();
-          break;
-        default:
-          dispatch->advance(std::chrono::milliseconds(pick(10)));
-          for (const Model& other : timers) {
-            const bool overdue =
-                other.suspensions == 0 && other.deadline && *other.deadline <= dispatch->now();
-            ASSERT_FALSE(overdue) << "seed " << seed << " step " << step;
-          }
-      }
-      if (pick(7) == 0) dispatch->nextDue();
-    }
-  }
 }
 
 }  // namespace
