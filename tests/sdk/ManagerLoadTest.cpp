@@ -28,8 +28,8 @@ constexpr seconds kHalf(5);
 constexpr milliseconds kRoundTime(25);  // one advertisement of each beacon
 constexpr double kExitTime = 0.05;      // seconds; lost checks run all the time
 constexpr milliseconds kPause(250);
-constexpr seconds kPatience(60);        // no measure of speed: the end of waiting for what never comes
-constexpr uint64_t kOnTheWay = 10'000;  // advertisements, at most
+constexpr seconds kPatience(60);       // no measure of speed: the end of waiting for what never comes
+constexpr uint64_t kOnTheWay = 5'000;  // advertisements, at most: what exceeds 10,000 would be dropped
 constexpr size_t kRowsKept = 200;
 
 // What an advertisement is for. It travels as the battery level, octet 5 of the frame; the number of a probe

@@ -11,12 +11,6 @@ namespace {
 constexpr const char* kHeader = "state    heard";
 constexpr const char* kDevice = "C0-C1-5C-00-00-";
 
-std::size_t countOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
-
 // A shell on a terminal of tmux, and what stands on it.
 class Terminal {
  public:
@@ -92,15 +86,10 @@ TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
   EXPECT_EQ(table.find("Stopped"), std::string::npos) << table;
 }
 
-// Every octet that a command writes to a terminal, and its status.
-Ended onTerminal(const std::string& command) {
-  return runProgram({"script", "-qec", "env TERM=xterm " + command, "/dev/null"});
-}
-
 TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
   TemporaryFolder folder;
-  const Ended ended = onTerminal("sh -c 'ulimit -f 72; exec " + toolPath() +
-                                 " scan --source demo --log -q -C " + folder.file("c") + "'");
+  const Ended ended = runOnTerminal("sh -c 'ulimit -f 72; exec " + toolPath() +
+                                    " scan --source demo --log -q -C " + folder.file("c") + "'");
   EXPECT_EQ(ended.status, 5);
   EXPECT_GT(ended.out.rfind("\x1b[?25h"), ended.out.rfind("\x1b[?25l")) << "the cursor is shown";
   EXPECT_NE(ended.out.find("brenloft: " + folder.file("c")), std::string::npos) << ended.out;
@@ -109,12 +98,12 @@ TEST_F(LiveTable, LeavesTheTerminalUsableWhenASaveFails) {
 TEST_F(LiveTable, IsColouredUnlessNoColourIsWanted) {
   const std::string scan = toolPath() + " scan --source demo --duration 10 -q";
   const std::regex colour("\x1b\\[[1-9][0-9;]*m");
-  EXPECT_TRUE(std::regex_search(onTerminal("NO_COLOR= " + scan).out, colour)) << "what is lost is dim";
-  EXPECT_FALSE(std::regex_search(onTerminal("NO_COLOR=1 " + scan).out, colour));
+  EXPECT_TRUE(std::regex_search(runOnTerminal("NO_COLOR= " + scan).out, colour)) << "what is lost is dim";
+  EXPECT_FALSE(std::regex_search(runOnTerminal("NO_COLOR=1 " + scan).out, colour));
 }
 
 TEST_F(LiveTable, IsNoneWhereTheTerminalTakesNoControlSequences) {
-  const std::string out = onTerminal("TERM=dumb " + toolPath() + " scan --source demo --count 3 -q").out;
+  const std::string out = runOnTerminal("TERM=dumb " + toolPath() + " scan --source demo --count 3 -q").out;
   EXPECT_EQ(out.find('\x1b'), std::string::npos) << out;
   EXPECT_EQ(countOf(out, kDevice), 3U) << out;
 }

@@ -18,12 +18,6 @@ using support::H4Server;
 const platform::Data kSensor = ControllerModel::legacyReport(
     1, platform::octetsFromHex("0201060303f0ff17ff880901020304050607080910111213141516171819ff").value());
 
-std::size_t countOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
-
 TEST(Radio, ItsStatesAreNotAmongTheEventsThatAreCounted) {
   H4Server server;
   std::atomic<bool> isOver = false;

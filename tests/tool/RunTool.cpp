@@ -56,6 +56,16 @@ Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& argumen
   return tool.readToEnd();
 }
 
+Ended runOnTerminal(const std::string& command) {
+  return runProgram({"script", "-qec", "env TERM=xterm " + command, "/dev/null"});
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
 std::string valueOf(const std::string& line, const std::string& key) {
   const std::size_t at = line.find('"' + key + "\":");
   if (at == std::string::npos) return "";

@@ -26,6 +26,10 @@ Ended runProgram(const std::vector<std::string>& command, const std::string& inp
 /// The tool, sent a signal once it has written so many lines.
 Ended runToolUntil(std::ptrdiff_t lines, const std::vector<std::string>& arguments, int signal);
 
+/// Every octet that a shell's command writes to a terminal, and its status.
+Ended runOnTerminal(const std::string& command);
+
+std::size_t countOf(const std::string& text, const std::string& part);
 /// The value of a key in a JSON line, up to the next comma or end; "" without it.
 std::string valueOf(const std::string& line, const std::string& key);
 

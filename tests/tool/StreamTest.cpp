@@ -93,11 +93,6 @@ TEST(Stream, ASignalEndsTheWaitForAReaderOfTheRecording) {
   }
 }
 
-// Both outputs of the command on one terminal, lines ended as terminals do.
-std::string onTerminal(const std::string& command) {
-  return runProgram({"env", "TERM=xterm", "script", "-qec", command, "/dev/null"}).out;
-}
-
 TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {
   if (!support::hasPseudoTerminals()) GTEST_SKIP() << support::kNoPseudoTerminals;
   if (!hasProgram("script")) GTEST_SKIP() << "script is not installed";
@@ -108,11 +103,11 @@ TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {
   std::filesystem::resize_file(file, std::filesystem::file_size(file) - 3);
   const std::string hear = std::string(BRENLOFT_TOOL) + " hear --format jsonl --source capture:" + file;
 
-  const std::string mixed = onTerminal(hear + " --count 3");
+  const std::string mixed = runOnTerminal(hear + " --count 3").out;
   EXPECT_EQ(std::count(mixed.begin(), mixed.end(), '\n'), 3);
   EXPECT_EQ(mixed.find('%'), std::string::npos) << mixed;
 
-  const std::string apart = onTerminal(hear + " > /dev/null");
+  const std::string apart = runOnTerminal(hear + " > /dev/null").out;
   EXPECT_NE(apart.find("]  50 %"), std::string::npos);
   EXPECT_NE(apart.find("%\r\x1b[K" + file + ": record "), std::string::npos)
       << apart.substr(apart.size() - 300);
