@@ -38,7 +38,7 @@ set(public_headers
   platform/coredata/NSManagedObjectModel.h platform/coredata/NSPersistentStoreCoordinator.h
   platform/coredata/NSPredicate.h platform/coredata/StoredValue.h
   platform/dispatch/Dispatch.h platform/dispatch/RealTimeDispatch.h platform/dispatch/VirtualDispatch.h
-  platform/foundation/Data.h platform/foundation/Date.h platform/foundation/Export.h
+  platform/foundation/Data.h platform/foundation/Date.h platform/foundation/Error.h platform/foundation/Export.h
   platform/foundation/FolderAccess.h platform/foundation/Hex.h
   platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
   platform/foundation/NSLog.h platform/foundation/NSUUID.h platform/foundation/NSUserDefaults.h
