@@ -34,6 +34,13 @@ function(brl_component name)
   set_property(GLOBAL APPEND PROPERTY BRENLOFT_DEPENDENCIES ${ARG_PRIVATE_LINK})
 endfunction()
 
+# brl_room(NAME SOURCES ... [LINK ...] [PRIVATE_LINK ...]): one room of the gateway; no part of the shared library.
+function(brl_room name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK;PRIVATE_LINK")
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC brenloft_options ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+endfunction()
+
 # brl_test(NAME SOURCES ... LINK ...): one test program per folder; ctest runs each test in its own process.
 function(brl_test name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK;LABELS")

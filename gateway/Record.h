@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "gateway/BeaconId.h"
+#include "platform/foundation/Date.h"
+
+namespace brenloft {
+
+/// What one advertisement of a sensor beacon measured, as whole numbers; absent where the frame gave none.
+struct Quantities {
+  std::optional<int32_t> temperature{};  ///< hundredths of a degree Celsius
+  std::optional<int32_t> humidity{};     ///< hundredths of a percent, relative
+  std::optional<int32_t> battery{};      ///< 0 to 255 as sent; a percentage by the maker's convention
+  std::optional<int32_t> emergency{};    ///< 0 to 255; 1 or more signals an emergency
+  std::optional<int32_t> txPower{};      ///< 0 to 255 as sent
+  std::optional<int32_t> xAccel{};       ///< -32768 to 32767 as sent
+  std::optional<int32_t> yAccel{};
+  std::optional<int32_t> zAccel{};
+
+  friend bool operator==(const Quantities&, const Quantities&) = default;
+};
+
+/// Why a reading is believed or not.
+enum class Verdict : uint8_t {
+  plausible = 0,
+  temperature = 1,  ///< out of any sensor's range
+  humidity = 2,
+  battery = 3,
+  identity = 4,  ///< the identifier is none, such as all zeroes
+  unknown = 5,   ///< only known beacons are wanted, and this is none
+};
+
+/// One advertisement of a beacon. Of an iBeacon only `rssi` is measured.
+struct Reading {
+  BeaconId beacon;
+  platform::Date heard;           ///< by the clock of the machine, or of the capture
+  std::optional<int32_t> rssi{};  ///< dBm
+  Quantities raw{};               ///< as the beacon sent it
+  Quantities shown{};             ///< with the beacon's offsets
+  Verdict verdict = Verdict::plausible;
+};
+
+/// What happened to a beacon, or to the gateway itself.
+struct BeaconEvent {
+  enum class Kind : uint8_t {
+    found = 1,          ///< heard for the first time, or again after its loss
+    lost = 2,           ///< silent for longer than its exit time
+    emergency = 3,      ///< its flag went up
+    emergencyOver = 4,  ///< its flag went down
+    alarmRaised = 5,    ///< by a rule; `text` has its name
+    alarmCleared = 6,
+    radio = 7,  ///< of the gateway: `text` has the state
+    gap = 8,    ///< of the gateway: `count` records could not be written
+  };
+
+  std::optional<BeaconId> beacon;  ///< none: the gateway's own
+  platform::Date heard;
+  Kind kind;
+  std::string text{};
+  uint64_t count = 0;
+};
+
+using Record = std::variant<Reading, BeaconEvent>;
+
+}  // namespace brenloft
