@@ -1,0 +1,22 @@
+#include "gateway/configuration/Settings.h"
+
+#include <algorithm>
+
+namespace brenloft {
+
+const BeaconSettings* Settings::beacon(const BeaconId& id) const {
+  const auto found = beacons.find(id);
+  return found == beacons.end() ? nullptr : &found->second;
+}
+
+const std::string& Settings::nameOf(const BeaconId& id) const {
+  const BeaconSettings* known = beacon(id);
+  return known && !known->name.empty() ? known->name : id.text();
+}
+
+const AlarmRule* Settings::alarm(const std::string& name) const {
+  const auto found = std::ranges::find(alarms, name, &AlarmRule::name);
+  return found == alarms.end() ? nullptr : &*found;
+}
+
+}  // namespace brenloft
