@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "gateway/BeaconId.h"
@@ -31,8 +32,11 @@ enum class Verdict : uint8_t {
   humidity = 2,
   battery = 3,
   identity = 4,  ///< the identifier is none, such as all zeroes
-  unknown = 5,   ///< only known beacons are wanted, and this is none
+  unknown = 5,   ///< only some beacons are wanted, and this is none of them
+  ignored = 6,   ///< the configuration says so
 };
+/// "plausible", "temperature", …
+std::string_view textOf(Verdict verdict);
 
 /// One advertisement of a beacon. Of an iBeacon only `rssi` is measured.
 struct Reading {
@@ -64,6 +68,21 @@ struct BeaconEvent {
   uint64_t count = 0;
 };
 
+/// "found", "lost", "emergency", "emergency_over", "alarm_raised", "alarm_cleared", "radio", "gap".
+std::string_view textOf(BeaconEvent::Kind kind);
+
+/// What people call a beacon and where it stands; "" for what is not configured.
+struct Label {
+  std::string name{};
+  std::string place{};
+};
+
 using Record = std::variant<Reading, BeaconEvent>;
+
+inline platform::Date heardAt(const Record& record) {
+  return std::visit([](const auto& one) { return one.heard; }, record);
+}
+/// Null for an event of the gateway itself.
+const BeaconId* beaconOf(const Record& record);
 
 }  // namespace brenloft
