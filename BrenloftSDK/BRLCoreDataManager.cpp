@@ -32,11 +32,10 @@ platform::Dictionary storeOptions() {
   return options;
 }
 
-bool addStore(NSPersistentStoreCoordinator& coordinator, const std::filesystem::path& url,
-              platform::NSError* error) {
+platform::Result<> addStore(NSPersistentStoreCoordinator& coordinator, const std::filesystem::path& url) {
   const auto options = storeOptions();
-  return coordinator.addPersistentStoreWithType_configuration_URL_options_error(
-      platform::NSSQLiteStoreType, std::nullopt, url, &options, error);
+  return coordinator.addPersistentStoreWithType_configuration_URL_options_error(platform::NSSQLiteStoreType,
+                                                                                std::nullopt, url, &options);
 }
 
 std::filesystem::path documentsDirectory() {
@@ -55,10 +54,6 @@ std::once_flag& contextOnce() {
   return flag;
 }
 
-std::string problemText(const std::filesystem::path& file, const platform::NSError& error) {
-  return file.string() + ": " + error.localizedDescription;
-}
-
 platform::LogSink& tellWaiting() {
   static auto& sink = *new platform::LogSink(platform::NSLog);
   return sink;
@@ -67,8 +62,8 @@ platform::LogSink& tellWaiting() {
 std::atomic<const char*> fatalText{""};
 
 // Running without a store is worse than not running.
-[[noreturn]] void endProcess(const platform::NSError& error) {
-  const auto* text = new std::string(problemText(BRLCoreDataManager::Class::storeFile(), error));
+[[noreturn]] void endProcess(const platform::Error& error) {
+  const auto* text = new std::string(error.in(BRLCoreDataManager::Class::storeFile().string()).text);
   fatalText.store(text->c_str(), std::memory_order_release);
   std::abort();
 }
@@ -106,9 +101,8 @@ std::shared_ptr<NSPersistentStoreCoordinator> BRLCoreDataManager::persistentStor
   platform::NSLog("-[BRLCoreDataManager persistentStoreCoordinator]");
   if (coordinator_) return coordinator_;
   coordinator_ = std::make_shared<NSPersistentStoreCoordinator>(managedObjectModel());
-  platform::NSError error;
   const auto file = Class::storeFile();
-  if (!addStore(*coordinator_, file, &error)) endProcess(error);
+  if (const auto added = addStore(*coordinator_, file); !added) endProcess(added.error());
   coordinator_->setTellWaiting(
       [line = file.string() + ": another process is writing; waiting for it"] { tellWaiting()(line); });
   return coordinator_;
@@ -127,18 +121,18 @@ std::filesystem::path BRLCoreDataManager::applicationDocumentsDirectory() const 
 void BRLCoreDataManager::saveContext() {
   const auto context = managedObjectContext();
   if (!context) return;
-  platform::NSError error;
-  bool saved = true;
+  platform::Result<> saved;
   context->performBlockAndWait([&] {
-    if (context->hasChanges()) saved = context->save(&error);
+    if (context->hasChanges()) saved = context->save();
   });
-  if (!saved) endProcess(error);
+  if (!saved) endProcess(saved.error());
 }
 
 std::optional<BRLCoreDataManager::Objects> BRLCoreDataManager::fetch(std::string_view entityName) {
   const auto context = managedObjectContext();
   if (!context) return std::nullopt;
-  return context->executeFetchRequest_error(platform::NSFetchRequest::fetchRequestWithEntityName(entityName));
+  const auto request = platform::NSFetchRequest::fetchRequestWithEntityName(entityName);
+  return context->executeFetchRequest_error(request).toOptional();
 }
 
 const char* BRLCoreDataManager::Class::fatalProblem() noexcept {
@@ -165,14 +159,13 @@ std::shared_ptr<const NSManagedObjectModel> BRLCoreDataManager::Class::serviceMo
   return model;
 }
 
-std::optional<std::string> BRLCoreDataManager::Class::storeProblem() {
+std::optional<platform::Error> BRLCoreDataManager::Class::storeProblem() {
   const auto file = storeFile();
   try {
     NSPersistentStoreCoordinator coordinator(serviceModel());
-    platform::NSError error;
-    if (addStore(coordinator, file, &error)) return std::nullopt;
-    return problemText(file, error);
+    const auto added = addStore(coordinator, file);
+    return added ? std::nullopt : std::optional(added.error().in(file.string()));
   } catch (const platform::NSInvalidArgumentException& missing) {
-    return std::string("the library's bundle: ") + missing.what();
+    return platform::Error{.text = missing.what()}.in("the library's bundle");
   }
 }

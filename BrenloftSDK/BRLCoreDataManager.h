@@ -85,7 +85,7 @@ struct BRLCoreDataManagerClassOperations {
   /// +[BRLCoreDataManager save]
   /// Saves, changes or not; a failure is ignored and the changes stay pending.
   static void save() {
-    if (auto context = sharedManagedObjectContext()) context->save();
+    if (auto context = sharedManagedObjectContext()) static_cast<void>(context->save());
   }
   /// +[BRLCoreDataManager insertNewObjectForEntityForName:]
   /// Throws platform::NSInvalidArgumentException for an unknown entity.
@@ -97,8 +97,8 @@ struct BRLCoreDataManagerClassOperations {
 
 struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreDataManager> {
   /// Tries to open the store of the installed platform, making it where there is none, and closes it again:
-  /// the reason why it cannot be used, or nothing. Never ends the process.
-  BRL_EXPORT static std::optional<std::string> storeProblem();
+  /// why it cannot be used ("FILE: reason"), or nothing. Never ends the process.
+  BRL_EXPORT static std::optional<platform::Error> storeProblem();
   /// Why the process is being ended: "FILE: reason", set right before std::abort; "" as long as the store is
   /// not to blame. Lives to the end of the process. Made for handlers of SIGABRT: takes no lock and no
   /// memory.

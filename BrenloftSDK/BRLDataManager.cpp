@@ -75,7 +75,7 @@ void BRLDataManager::loggingForSensor(const BRLBeaconDataModel& record) {
 
 void BRLDataManager::selectBeaconLogAllWithCompletionBlock(RecordsBlock completion) {
   Records records;
-  bool read = false;
+  platform::Result<> read;
   if (const auto context = this->context()) {
     SensorLogRecords rows(sensorLogOf(*context));
     read = context->enumerateRows(allReadings(), [&](const platform::StoredRow& row) {
@@ -89,7 +89,7 @@ void BRLDataManager::selectBeaconLogAllWithCompletionBlock(RecordsBlock completi
 
 void BRLDataManager::selectBeaconLogAllJSONWithCompletionBlock(DataBlock completion) {
   Data document;
-  bool read = false;
+  platform::Result<> read;
   bool empty = true;
   if (const auto context = this->context()) {
     SensorLogJSON json(sensorLogOf(*context), [&](std::string_view piece) { appendPiece(document, piece); });
@@ -137,16 +137,15 @@ void BRLDataManager::getBeaconTag_completionBlock(platform::TextArgument key, Da
   auto request = NSFetchRequest::fetchRequestWithEntityName(kTag);
   request.setPredicate(platform::NSPredicate::predicateWithFormat("uuid = %@", std::move(key.text)));
   const auto context = this->context();
-  const auto tags = context ? context->executeFetchRequest_error(request) : std::nullopt;
+  const auto tags = context ? context->executeFetchRequest_error(request).toOptional() : std::nullopt;
   if (!tags || tags->empty()) return deliverNothingLater(std::move(completion));
   if (completion) completion(dynamic_cast<BRLUserDataModel&>(*tags->front()).userData());
 }
 
 void BRLDataManager::getBeaconTagListWithCompletionBlock(const TagsBlock& completion) {
   const auto context = this->context();
-  const auto objects =
-      context ? context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName(kTag))
-              : std::nullopt;
+  const auto request = NSFetchRequest::fetchRequestWithEntityName(kTag);
+  const auto objects = context ? context->executeFetchRequest_error(request).toOptional() : std::nullopt;
   if (!completion) return;
   if (!objects) return completion(std::nullopt);
   Tags tags;

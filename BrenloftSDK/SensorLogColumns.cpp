@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 
 SensorLogColumns::SensorLogColumns(const platform::NSEntityDescription& entity) {
   for (std::size_t i = 0; i < places_.size(); ++i) {

@@ -6,6 +6,8 @@
 #include "BrenloftSDK/SensorLogJSON.h"
 #include "platform/coredata/StoreReader.h"
 
+using platform::Error;
+using platform::Result;
 using platform::StoredRow;
 using platform::StoredView;
 using platform::StoreReader;
@@ -51,57 +53,52 @@ std::filesystem::path SensorLogReader::storeFile() {
   return BRLCoreDataManager::Class::storeFile();
 }
 
-std::unique_ptr<SensorLogReader> SensorLogReader::open(const std::filesystem::path& file,
-                                                       std::string* problem) {
-  platform::NSError error;
-  std::unique_ptr<StoreReader> reader;
+Result<std::unique_ptr<SensorLogReader>> SensorLogReader::open(const std::filesystem::path& file) {
   try {
-    reader = StoreReader::open(BRLCoreDataManager::Class::serviceModel(), file, &error);
+    auto reader = StoreReader::open(BRLCoreDataManager::Class::serviceModel(), file);
+    if (!reader) return reader.error().in(file.string());
+    return std::unique_ptr<SensorLogReader>(new SensorLogReader(*std::move(reader), file.string()));
   } catch (const platform::NSInvalidArgumentException& missing) {
-    error.localizedDescription = missing.what();
+    return Error{.text = missing.what()}.in(file.string());
   }
-  if (!reader && problem != nullptr) *problem = file.string() + ": " + error.localizedDescription;
-  if (!reader) return nullptr;
-  return std::unique_ptr<SensorLogReader>(new SensorLogReader(std::move(reader), file.string()));
 }
 
 template <typename Operation>
-auto SensorLogReader::attempt(const Operation& operation) {
-  platform::NSError error;
-  auto result = operation(sensorLogOf(*reader_), &error);
-  if (!result) problem_ = file_ + ": " + error.localizedDescription;
+auto SensorLogReader::naming(const Operation& operation) {
+  auto result = operation(sensorLogOf(*reader_));
+  if (!result) result = result.error().in(file_);
   return result;
 }
 
-std::optional<uint64_t> SensorLogReader::count() {
-  return attempt([&](const auto& entity, auto* error) { return reader_->count(entity, error); });
+Result<uint64_t> SensorLogReader::count() {
+  return naming([&](const auto& entity) { return reader_->count(entity); });
 }
 
-std::optional<int64_t> SensorLogReader::lastNumber() {
-  return attempt([&](const auto& entity, auto* error) { return reader_->lastRow(entity, error); });
+Result<int64_t> SensorLogReader::lastNumber() {
+  return naming([&](const auto& entity) { return reader_->lastRow(entity); });
 }
 
-bool SensorLogReader::rowsAfter(int64_t number, const RowBlock& block) {
-  return attempt([&](const auto& entity, auto* error) {
+Result<> SensorLogReader::rowsAfter(int64_t number, const RowBlock& block) {
+  return naming([&](const auto& entity) {
     const SensorLogColumns columns(entity);
     const auto take = [&](const StoredRow& row) { return block(rowFrom(columns, row)); };
-    return reader_->rowsAfter(entity, number, take, error);
+    return reader_->rowsAfter(entity, number, take);
   });
 }
 
-bool SensorLogReader::lastRows(uint64_t limit, const RowBlock& block) {
-  return attempt([&](const auto& entity, auto* error) {
+Result<> SensorLogReader::lastRows(uint64_t limit, const RowBlock& block) {
+  return naming([&](const auto& entity) {
     const SensorLogColumns columns(entity);
     const auto take = [&](const StoredRow& row) { return block(rowFrom(columns, row)); };
-    return reader_->lastRows(entity, limit, take, error);
+    return reader_->lastRows(entity, limit, take);
   });
 }
 
-bool SensorLogReader::exportJSON(const TextSink& sink) {
-  return attempt([&](const auto& entity, auto* error) {
+Result<> SensorLogReader::exportJSON(const TextSink& sink) {
+  return naming([&](const auto& entity) {
     SensorLogJSON json(entity, sink);
     const auto add = [&](const StoredRow& row) { return json.add(row), true; };
-    const bool read = reader_->rowsAfter(entity, 0, add, error);
+    auto read = reader_->rowsAfter(entity, 0, add);
     if (read) json.finish();
     return read;
   });

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "BrenloftSDK/BRLDataModel.h"
+#include "platform/foundation/Error.h"
 #include "platform/foundation/Export.h"
 
 namespace platform {
@@ -34,9 +35,9 @@ class BRL_EXPORT SensorLogReader {
   using RowBlock = std::function<bool(const Row& row)>;
   using TextSink = std::function<void(std::string_view text)>;
 
-  /// Opens an existing store file, as the store of the installed platform names it (see `storeFile`). Nothing
-  /// when it cannot be used, with the reason in `problem`. Never makes a file.
-  static std::unique_ptr<SensorLogReader> open(const std::filesystem::path& file, std::string* problem);
+  /// Opens an existing store file, as the store of the installed platform names it (see `storeFile`). Never
+  /// makes a file. An error's text, here and below, names the file.
+  static platform::Result<std::unique_ptr<SensorLogReader>> open(const std::filesystem::path& file);
   /// The store file of the installed platform.
   static std::filesystem::path storeFile();
 
@@ -44,26 +45,23 @@ class BRL_EXPORT SensorLogReader {
   SensorLogReader(const SensorLogReader&) = delete;
   SensorLogReader& operator=(const SensorLogReader&) = delete;
 
-  /// The number of rows; nothing when the file cannot be read (so below).
-  std::optional<uint64_t> count();
+  /// The number of rows.
+  platform::Result<uint64_t> count();
   /// The number of the newest row, 0 for an empty log.
-  std::optional<int64_t> lastNumber();
+  platform::Result<int64_t> lastNumber();
   /// The rows after a number (0: all), oldest first.
-  bool rowsAfter(int64_t number, const RowBlock& block);
+  platform::Result<> rowsAfter(int64_t number, const RowBlock& block);
   /// The newest `limit` rows, oldest of them first.
-  bool lastRows(uint64_t limit, const RowBlock& block);
+  platform::Result<> lastRows(uint64_t limit, const RowBlock& block);
   /// Writes the document of -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:] in pieces, `[]` for
   /// an empty log. Memory does not grow with the log.
-  bool exportJSON(const TextSink& sink);
-  /// The file, and why the last operation failed.
-  const std::string& problem() const { return problem_; }
+  platform::Result<> exportJSON(const TextSink& sink);
 
  private:
   SensorLogReader(std::unique_ptr<platform::StoreReader> reader, std::string file);
   template <typename Operation>
-  auto attempt(const Operation& operation);
+  auto naming(const Operation& operation);
 
   std::unique_ptr<platform::StoreReader> reader_;
   std::string file_;
-  std::string problem_;
 };

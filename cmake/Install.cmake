@@ -33,7 +33,8 @@ set(public_headers
   platform/NativePlatform.h platform/Platform.h
   platform/bluetooth/AdvertisingReport.h platform/bluetooth/CBCentralManager.h platform/bluetooth/CBUUID.h
   platform/bluetooth/RadioService.h
-  platform/coredata/NSEntityDescription.h platform/coredata/NSError.h platform/coredata/NSFetchRequest.h
+  platform/coredata/NSEntityDescription.h platform/coredata/NSFetchRequest.h
+  platform/coredata/NSInvalidArgumentException.h
   platform/coredata/NSManagedObject.h platform/coredata/NSManagedObjectContext.h
   platform/coredata/NSManagedObjectModel.h platform/coredata/NSPersistentStoreCoordinator.h
   platform/coredata/NSPredicate.h platform/coredata/StoredValue.h

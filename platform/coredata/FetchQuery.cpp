@@ -2,19 +2,14 @@
 
 namespace platform {
 
-std::optional<FetchQuery> FetchQuery::make(const NSManagedObjectModel& model, const NSFetchRequest& request,
-                                           NSError* error) {
-  const auto fail = [&](std::string text) {
-    if (error != nullptr) *error = {0, std::move(text)};
-    return std::nullopt;
-  };
+Result<FetchQuery> FetchQuery::make(const NSManagedObjectModel& model, const NSFetchRequest& request) {
   const auto* entity = model.entityNamed(request.entityName());
-  if (entity == nullptr) return fail("no entity named " + request.entityName());
+  if (entity == nullptr) return Error{.text = "no entity named " + request.entityName()};
   FetchQuery query{static_cast<std::size_t>(entity - model.entities().data()), request.predicate(), 0};
   if (!query.predicate) return query;
   const auto attribute = entity->indexOfAttribute(query.predicate->key());
   if (!attribute || entity->attributes()[*attribute].attributeType != NSAttributeType::String) {
-    return fail("no text attribute named " + query.predicate->key());
+    return Error{.text = "no text attribute named " + query.predicate->key()};
   }
   query.attribute = *attribute;
   return query;

@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <optional>
 
-#include "platform/coredata/NSError.h"
 #include "platform/coredata/NSFetchRequest.h"
 #include "platform/coredata/NSManagedObjectModel.h"
 #include "platform/coredata/StoredValue.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -16,9 +16,8 @@ struct FetchQuery {
   std::optional<NSPredicate> predicate;
   std::size_t attribute = 0;
 
-  /// Nothing when the model has no such entity or text attribute.
-  static std::optional<FetchQuery> make(const NSManagedObjectModel& model, const NSFetchRequest& request,
-                                        NSError* error);
+  /// Fails when the model has no such entity or text attribute.
+  static Result<FetchQuery> make(const NSManagedObjectModel& model, const NSFetchRequest& request);
   /// What the predicate says to a value of its attribute.
   bool matches(const StoredView& value) const;
 };

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 #include "platform/coredata/NSManagedObjectContext.h"
 
 namespace platform {

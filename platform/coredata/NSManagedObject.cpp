@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 #include "platform/coredata/ObjectRegistry.h"
 
 namespace platform {

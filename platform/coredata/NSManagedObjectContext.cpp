@@ -39,18 +39,19 @@ uint64_t NSManagedObjectContext::saveCount() const {
   return registry_->saveCount;
 }
 
-SQLiteStore* NSManagedObjectContext::store(NSError* error) const {
+Result<SQLiteStore*> NSManagedObjectContext::store() const {
   SQLiteStore* store = coordinator_ ? coordinator_->store() : nullptr;
-  if (store == nullptr && error != nullptr) *error = {0, "the context has no store"};
+  if (store == nullptr) return Error{.text = "the context has no store"};
   return store;
 }
 
-bool NSManagedObjectContext::save(NSError* error) {
+Result<> NSManagedObjectContext::save() {
   const auto lock = registry_->lock();
   ++registry_->saveCount;
-  if (registry_->changes() == 0) return true;
-  SQLiteStore* store = this->store(error);
-  if (store == nullptr) return false;
+  if (registry_->changes() == 0) return {};
+  const auto found = this->store();
+  if (!found) return found.error();
+  SQLiteStore* store = *found;
   const bool hasDeletedAll = registry_->hasDeletedAll();
   std::vector<int64_t> newRows;
   const auto write = [&] {
@@ -58,26 +59,27 @@ bool NSManagedObjectContext::save(NSError* error) {
     registry_->deleteMost(*store);
     store->write(registry_->isSingleStatement(), [&] { newRows = registry_->writeTo(*store); });
   };
-  if (!reportingTo(error, write)) return false;
+  if (const auto written = resultOf(write); !written) return written;
   registry_->didSave(newRows);
   if (hasDeletedAll) store->giveSpaceBack();
-  return true;
+  return {};
 }
 
-bool NSManagedObjectContext::run(
-    const NSFetchRequest& request, NSError* error,
+Result<> NSManagedObjectContext::run(
+    const NSFetchRequest& request,
     const std::function<void(SQLiteStore&, const FetchQuery&)>& operation) const {
-  SQLiteStore* store = this->store(error);
-  if (store == nullptr) return false;
-  const auto query = FetchQuery::make(*registry_->model(), request, error);
-  return query && reportingTo(error, [&] { operation(*store, *query); });
+  const auto store = this->store();
+  if (!store) return store.error();
+  const auto query = FetchQuery::make(*registry_->model(), request);
+  if (!query) return query.error();
+  return resultOf([&] { operation(**store, *query); });
 }
 
-std::optional<std::vector<std::shared_ptr<NSManagedObject>>>
-NSManagedObjectContext::executeFetchRequest_error(const NSFetchRequest& request, NSError* error) {
+Result<std::vector<std::shared_ptr<NSManagedObject>>> NSManagedObjectContext::executeFetchRequest_error(
+    const NSFetchRequest& request) {
   const auto lock = registry_->lock();
   std::vector<std::shared_ptr<NSManagedObject>> objects;
-  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+  const auto done = run(request, [&](SQLiteStore& store, const FetchQuery& query) {
     const auto addRow = [&](const StoredRow& row) {
       objects.push_back(registry_->objectFor(query.entity, row));
       return true;
@@ -88,14 +90,14 @@ NSManagedObjectContext::executeFetchRequest_error(const NSFetchRequest& request,
     };
     registry_->walk(store, query, addRow, addObject);
   });
-  return done ? std::optional(std::move(objects)) : std::nullopt;
+  if (!done) return done.error();
+  return objects;
 }
 
-std::optional<uint64_t> NSManagedObjectContext::countForFetchRequest_error(const NSFetchRequest& request,
-                                                                           NSError* error) {
+Result<uint64_t> NSManagedObjectContext::countForFetchRequest_error(const NSFetchRequest& request) {
   const auto lock = registry_->lock();
   uint64_t count = 0;
-  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+  const auto done = run(request, [&](SQLiteStore& store, const FetchQuery& query) {
     const auto& entity = registry_->entity(query.entity);
     if (!query.predicate && entity.deleted.empty()) {
       count = store.count(query.entity, entity.deletedThrough) + entity.inserted.size();
@@ -104,11 +106,11 @@ std::optional<uint64_t> NSManagedObjectContext::countForFetchRequest_error(const
     const auto add = [&](const auto&...) { return ++count, true; };
     registry_->walk(store, query, add, add);
   });
-  return done ? std::optional(count) : std::nullopt;
+  if (!done) return done.error();
+  return count;
 }
 
-bool NSManagedObjectContext::enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block,
-                                           NSError* error) {
+Result<> NSManagedObjectContext::enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block) {
   const auto lock = registry_->lock();
   std::vector<StoredView> views;
   const auto visitObject = [&](const ObjectRegistry::Object&, const std::vector<StoredValue>& values) {
@@ -116,7 +118,7 @@ bool NSManagedObjectContext::enumerateRows(const NSFetchRequest& request, const 
     for (const auto& value : values) views.push_back(storedViewOf(value));
     return block({0, views});
   };
-  return run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+  return run(request, [&](SQLiteStore& store, const FetchQuery& query) {
     registry_->walk(store, query, block, visitObject);
   });
 }
@@ -126,11 +128,11 @@ void NSManagedObjectContext::deleteObject(const std::shared_ptr<NSManagedObject>
   registry_->deleteObject(object);
 }
 
-std::optional<bool> NSManagedObjectContext::deleteAllObjects(std::string_view entityName, NSError* error) {
+Result<bool> NSManagedObjectContext::deleteAllObjects(std::string_view entityName) {
   const auto lock = registry_->lock();
   bool any = false;
   const auto request = NSFetchRequest::fetchRequestWithEntityName(entityName);
-  const bool done = run(request, error, [&](SQLiteStore& store, const FetchQuery& query) {
+  const auto done = run(request, [&](SQLiteStore& store, const FetchQuery& query) {
     const auto& entity = registry_->entity(query.entity);
     auto lastRow = store.lastRow(query.entity);
     // Rows that are deleted already count no more.
@@ -143,7 +145,8 @@ std::optional<bool> NSManagedObjectContext::deleteAllObjects(std::string_view en
     }
     registry_->deleteAll(query.entity, lastRow);
   });
-  return done ? std::optional(any) : std::nullopt;
+  if (!done) return done.error();
+  return any;
 }
 
 std::shared_ptr<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view entityName) {

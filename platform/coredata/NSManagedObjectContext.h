@@ -3,14 +3,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string_view>
 #include <vector>
 
-#include "platform/coredata/NSError.h"
 #include "platform/coredata/NSFetchRequest.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 #include "platform/coredata/NSManagedObject.h"
 #include "platform/coredata/NSPersistentStoreCoordinator.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -46,32 +46,32 @@ class BRL_EXPORT NSManagedObjectContext {
   /// -[NSManagedObjectContext save:]
   /// Writes every pending change in one transaction; only where all of very many objects are deleted, most of
   /// them go before, in steps that let other processes write in between. On failure nothing else is written
-  /// and the changes stay pending. Once it returned true, the changes survive the death of the process.
-  bool save(NSError* error = nullptr);
+  /// and the changes stay pending. Once it has succeeded, the changes survive the death of the process.
+  Result<> save();
   /// How often a save was asked for, with or without changes.
   uint64_t saveCount() const;
 
-  /// -[NSManagedObjectContext executeFetchRequest:error:], nothing when the store cannot be read.
-  std::optional<std::vector<std::shared_ptr<NSManagedObject>>> executeFetchRequest_error(
-      const NSFetchRequest& request, NSError* error = nullptr);
+  /// -[NSManagedObjectContext executeFetchRequest:error:]
+  Result<std::vector<std::shared_ptr<NSManagedObject>>> executeFetchRequest_error(
+      const NSFetchRequest& request);
   /// -[NSManagedObjectContext countForFetchRequest:error:], without making objects.
-  std::optional<uint64_t> countForFetchRequest_error(const NSFetchRequest& request, NSError* error = nullptr);
-  /// Hands over what a fetch would return row by row, without making objects. False when the store cannot be
-  /// read; the rows before the failure were handed over.
-  bool enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block, NSError* error = nullptr);
+  Result<uint64_t> countForFetchRequest_error(const NSFetchRequest& request);
+  /// Hands over what a fetch would return row by row, without making objects. The rows before a failure were
+  /// handed over.
+  Result<> enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block);
 
   /// -[NSManagedObjectContext deleteObject:]
   void deleteObject(const std::shared_ptr<NSManagedObject>& object);
-  /// Marks everything deleted that a fetch of the entity would return, without making objects. Nothing when
-  /// the store cannot be read, else whether there was something.
-  std::optional<bool> deleteAllObjects(std::string_view entityName, NSError* error = nullptr);
+  /// Marks everything deleted that a fetch of the entity would return, without making objects: whether there
+  /// was something.
+  Result<bool> deleteAllObjects(std::string_view entityName);
 
  private:
   friend class NSEntityDescription;
   std::shared_ptr<NSManagedObject> insertNewObject(std::string_view entityName);
-  SQLiteStore* store(NSError* error) const;
-  bool run(const NSFetchRequest& request, NSError* error,
-           const std::function<void(SQLiteStore&, const FetchQuery&)>& operation) const;
+  Result<SQLiteStore*> store() const;
+  Result<> run(const NSFetchRequest& request,
+               const std::function<void(SQLiteStore&, const FetchQuery&)>& operation) const;
 
   std::shared_ptr<NSPersistentStoreCoordinator> coordinator_;
   std::shared_ptr<ObjectRegistry> registry_;

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <utility>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 #include "platform/foundation/NSBundle.h"
 
 namespace platform {

@@ -27,10 +27,10 @@ NSPersistentStoreCoordinator::NSPersistentStoreCoordinator(std::shared_ptr<const
 
 NSPersistentStoreCoordinator::~NSPersistentStoreCoordinator() = default;
 
-bool NSPersistentStoreCoordinator::addPersistentStoreWithType_configuration_URL_options_error(
+Result<> NSPersistentStoreCoordinator::addPersistentStoreWithType_configuration_URL_options_error(
     std::string_view type, std::optional<std::string> configuration, const std::filesystem::path& url,
-    const Dictionary* options, NSError* error) {
-  return reportingTo(error, [&] {
+    const Dictionary* options) {
+  return resultOf([&] {
     if (type != NSSQLiteStoreType) throw SQLiteFailure(0, "unknown store type " + std::string(type));
     if (configuration) throw SQLiteFailure(0, "the model has no configuration " + *configuration);
     if (store_) throw SQLiteFailure(0, "there is a store already");

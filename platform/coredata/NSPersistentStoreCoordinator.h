@@ -8,8 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 #include "platform/coredata/NSManagedObjectModel.h"
+#include "platform/foundation/Error.h"
 #include "platform/foundation/Value.h"
 
 namespace platform {
@@ -55,10 +56,9 @@ class BRL_EXPORT NSPersistentStoreCoordinator {
   /// meanwhile leaves what the next one finishes or begins anew. A file of another model, of
   /// another application, one with triggers or views, a damaged one or no database at all does not open and
   /// is left as it is.
-  bool addPersistentStoreWithType_configuration_URL_options_error(std::string_view type,
-                                                                  std::optional<std::string> configuration,
-                                                                  const std::filesystem::path& url,
-                                                                  const Dictionary* options, NSError* error);
+  Result<> addPersistentStoreWithType_configuration_URL_options_error(
+      std::string_view type, std::optional<std::string> configuration, const std::filesystem::path& url,
+      const Dictionary* options);
 
   /// Once there is a store: the block is called, with the context's lock held, once for each wait for another
   /// process that takes longer than a second.

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/coredata/NSError.h"
+#include "platform/coredata/NSInvalidArgumentException.h"
 
 namespace platform {
 

@@ -92,13 +92,12 @@ bool SQLiteFailure::lacksPermission() const {
   return (code_ & 0xff) == SQLITE_CANTOPEN || (code_ & 0xff) == SQLITE_READONLY;
 }
 
-bool reportingTo(NSError* error, const std::function<void()>& operation) {
+Result<> resultOf(const std::function<void()>& operation) {
   try {
     operation();
-    return true;
+    return {};
   } catch (const SQLiteFailure& failure) {
-    if (error != nullptr) *error = {failure.code(), failure.what()};
-    return false;
+    return Error{failure.isBusy() ? Error::Kind::busy : Error::Kind::failed, failure.what()};
   }
 }
 

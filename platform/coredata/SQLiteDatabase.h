@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,15 +13,15 @@
 #include "platform/coredata/BusyWait.h"
 #include "platform/coredata/FileStamp.h"
 #include "platform/coredata/NSEntityDescription.h"
-#include "platform/coredata/NSError.h"
 #include "platform/coredata/StoredValue.h"
+#include "platform/foundation/Error.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace platform {
 
-/// An operation of SQLite that failed. Never leaves this folder: the store's operations turn it into NSError.
+/// An operation of SQLite that failed. Never leaves this folder: the store's operations turn it into Error.
 class SQLiteFailure : public std::runtime_error {
  public:
   SQLiteFailure(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
@@ -36,8 +37,8 @@ class SQLiteFailure : public std::runtime_error {
   int code_;
 };
 
-/// Runs an operation; a failure goes into `error` and makes the result false.
-bool reportingTo(NSError* error, const std::function<void()>& operation);
+/// Runs an operation; its failure becomes the result.
+Result<> resultOf(const std::function<void()>& operation);
 
 /// One prepared statement. Every operation throws SQLiteFailure.
 class SQLiteStatement {

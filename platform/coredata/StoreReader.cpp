@@ -63,10 +63,11 @@ StoreReader::StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std:
 
 StoreReader::~StoreReader() = default;
 
-std::unique_ptr<StoreReader> StoreReader::open(std::shared_ptr<const NSManagedObjectModel> model,
-                                               const std::filesystem::path& file, NSError* error) {
+Result<std::unique_ptr<StoreReader>> StoreReader::open(std::shared_ptr<const NSManagedObjectModel> model,
+                                                       const std::filesystem::path& file) {
   std::unique_ptr<StoreReader> reader(new StoreReader(std::move(model), file));
-  return reportingTo(error, [&] { reader->connect(); }) ? std::move(reader) : nullptr;
+  if (const auto connected = resultOf([&] { reader->connect(); }); !connected) return connected.error();
+  return reader;
 }
 
 void StoreReader::connect() {
@@ -118,30 +119,34 @@ void StoreReader::readThrough(const NSEntityDescription& entity, int64_t after, 
   }
 }
 
-std::optional<uint64_t> StoreReader::count(const NSEntityDescription& entity, NSError* error) {
-  std::optional<int64_t> count;
-  const auto read = [&](SQLiteDatabase& database) { count = database.integer(EntityTable(entity).count()); };
-  const bool done = reportingTo(error, [&] { atOneMoment(read); });
-  return done && count ? std::optional(static_cast<uint64_t>(*count)) : std::nullopt;
+Result<uint64_t> StoreReader::count(const NSEntityDescription& entity) {
+  uint64_t count = 0;
+  const auto read = [&](SQLiteDatabase& database) {
+    count = static_cast<uint64_t>(database.integer(EntityTable(entity).count()).value_or(0));
+  };
+  if (const auto done = resultOf([&] { atOneMoment(read); }); !done) return done.error();
+  return count;
 }
 
-std::optional<int64_t> StoreReader::lastRow(const NSEntityDescription& entity, NSError* error) {
-  std::optional<int64_t> number;
+Result<int64_t> StoreReader::lastRow(const NSEntityDescription& entity) {
+  int64_t number = 0;
   // An empty table's last row is absent, which reads as 0.
   const auto read = [&](SQLiteDatabase& database) {
-    number = database.integer(EntityTable(entity).lastRow());
+    number = database.integer(EntityTable(entity).lastRow()).value_or(0);
   };
-  return reportingTo(error, [&] { atOneMoment(read); }) ? number : std::nullopt;
+  if (const auto done = resultOf([&] { atOneMoment(read); }); !done) return done.error();
+  return number;
 }
 
-bool StoreReader::rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block,
-                            NSError* error) {
-  const auto last = lastRow(entity, error);
-  return last && reportingTo(error, [&] { readThrough(entity, number, *last, block); });
+Result<> StoreReader::rowsAfter(const NSEntityDescription& entity, int64_t number,
+                                const StoredRowBlock& block) {
+  const auto last = lastRow(entity);
+  if (!last) return last.error();
+  return resultOf([&] { readThrough(entity, number, *last, block); });
 }
 
-bool StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block,
-                           NSError* error) {
+Result<> StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit,
+                               const StoredRowBlock& block) {
   constexpr uint64_t most = std::numeric_limits<int64_t>::max();
   int64_t first = 0;
   int64_t last = 0;
@@ -152,7 +157,7 @@ bool StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit, co
     first = statement.integerAt(0);
     last = statement.integerAt(1);
   };
-  return reportingTo(error, [&] {
+  return resultOf([&] {
     atOneMoment(find);
     readThrough(entity, first - 1, last, block);
   });

@@ -4,12 +4,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string_view>
 
-#include "platform/coredata/NSError.h"
 #include "platform/coredata/NSManagedObjectModel.h"
 #include "platform/coredata/StoredValue.h"
+#include "platform/foundation/Error.h"
 #include "platform/foundation/Export.h"
 
 namespace platform {
@@ -26,24 +25,22 @@ class SQLiteDatabase;
 /// Threads: one at a time. Blocks run with no lock held.
 class BRL_EXPORT StoreReader {
  public:
-  /// Nothing when the file does not open, for the reasons of NSPersistentStoreCoordinator or because there is
+  /// Fails when the file does not open, for the reasons of NSPersistentStoreCoordinator or because there is
   /// none.
-  static std::unique_ptr<StoreReader> open(std::shared_ptr<const NSManagedObjectModel> model,
-                                           const std::filesystem::path& file, NSError* error);
+  static Result<std::unique_ptr<StoreReader>> open(std::shared_ptr<const NSManagedObjectModel> model,
+                                                   const std::filesystem::path& file);
   ~StoreReader();
   StoreReader(const StoreReader&) = delete;
   StoreReader& operator=(const StoreReader&) = delete;
 
   const NSManagedObjectModel& model() const { return *model_; }
-  std::optional<uint64_t> count(const NSEntityDescription& entity, NSError* error);
-  /// The number of the newest row, 0 without one; nothing on failure.
-  std::optional<int64_t> lastRow(const NSEntityDescription& entity, NSError* error);
-  /// Hands over the rows after a number, in their order. False on failure.
-  bool rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block,
-                 NSError* error);
-  /// Hands over the newest rows, in their order. False on failure.
-  bool lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block,
-                NSError* error);
+  Result<uint64_t> count(const NSEntityDescription& entity);
+  /// The number of the newest row, 0 without one.
+  Result<int64_t> lastRow(const NSEntityDescription& entity);
+  /// Hands over the rows after a number, in their order.
+  Result<> rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block);
+  /// Hands over the newest rows, in their order.
+  Result<> lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block);
 
  private:
   StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::filesystem::path file);

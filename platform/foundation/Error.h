@@ -1,7 +1,9 @@
 #pragma once
 
 #include <concepts>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -22,13 +24,15 @@ struct Error {
   Kind kind = Kind::failed;
   std::string text;
 
+  /// The same with its text behind the name of the file or thing it is about.
+  Error in(std::string_view place) const { return {kind, std::string(place) + ": " + text}; }
   friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// What an operation gives, or why it gives nothing. An operation that gives nothing anyway returns
-/// `std::optional<Error>`.
-template <class T>
-class [[nodiscard]] Result {
+/// What an operation gives, or why it failed. True when it succeeded. A question whose answer is the error
+/// returns `std::optional<Error>` instead.
+template <class T = void>
+class Result {
  public:
   template <std::convertible_to<T> U = T>
   requires(!std::same_as<std::remove_cvref_t<U>, Error> && !std::same_as<std::remove_cvref_t<U>, Result>)
@@ -43,10 +47,27 @@ class [[nodiscard]] Result {
   T&& operator*() && { return std::get<0>(std::move(state_)); }
   T* operator->() { return &std::get<0>(state_); }
   const T* operator->() const { return &std::get<0>(state_); }
+  T value_or(T other) const { return *this ? **this : std::move(other); }
+  std::optional<T> toOptional() && { return *this ? std::optional(*std::move(*this)) : std::nullopt; }
   const Error& error() const { return std::get<1>(state_); }
+  friend bool operator==(const Result& result, const T& value) { return result && *result == value; }
 
  private:
   std::variant<T, Error> state_;
+};
+
+/// Of an operation that gives nothing.
+template <>
+class Result<void> {
+ public:
+  Result() = default;
+  Result(Error error) : error_(std::move(error)) {}
+
+  explicit operator bool() const { return !error_; }
+  const Error& error() const { return *error_; }
+
+ private:
+  std::optional<Error> error_;
 };
 
 }  // namespace platform

@@ -75,9 +75,8 @@ TEST_F(Context, MistakesOfTheProgramThrow) {
   for (const char* format : {"", "name", "name == %@", "name = %@ OR 1", "= %@"}) {
     EXPECT_THROW(NSPredicate::predicateWithFormat(format, "x"), NSInvalidArgumentException) << format;
   }
-  platform::NSError error;
-  EXPECT_FALSE(context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName("No"), &error));
-  EXPECT_FALSE(error.localizedDescription.empty());
+  EXPECT_EQ(context->executeFetchRequest_error(NSFetchRequest::fetchRequestWithEntityName("No")).error().text,
+            "no entity named No");
 }
 
 TEST_F(Context, ARowIsOneObjectWhileSomebodyHoldsIt) {

@@ -93,7 +93,7 @@ class Twin {
     });
     EXPECT_EQ(rows, now_);
     request.setPredicate(NSPredicate::predicateWithFormat("name = %@", nameOf(name)));
-    const auto found = context_->executeFetchRequest_error(request).value();
+    const auto found = *context_->executeFetchRequest_error(request);
     EXPECT_EQ(names(found), std::vector<std::string>(std::count(now_.begin(), now_.end(), name), name));
     EXPECT_EQ(context_->countForFetchRequest_error(request), found.size());
   }

@@ -90,10 +90,10 @@ TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
     const test::TemporaryFolder folder;
     make(folder / "s");
     const auto before = folder.contents();
-    platform::NSError error;
+    platform::Error error;
     EXPECT_EQ(test::openContext(folder / "s", test::kThings, &error), nullptr);
-    EXPECT_THAT(error.localizedDescription, HasSubstr(reason));
-    EXPECT_EQ(platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", &error), nullptr);
+    EXPECT_THAT(error.text, HasSubstr(reason));
+    EXPECT_FALSE(platform::StoreReader::open(test::modelOf(test::kThings), folder / "s"));
     EXPECT_TRUE(folder.contents() == before) << "the files have changed";
   }
 }
@@ -101,15 +101,14 @@ TEST(StoreFile, WhatIsNoStoreOfTheModelDoesNotOpenAndIsNotTouched) {
 TEST(StoreFile, APlaceWhereNoFileCanBeDoesNotOpen) {
   const test::TemporaryFolder folder;
   test::writeFile(folder / "file", "x");
-  platform::NSError error;
   for (const char* place : {"file/s", "missing/s"}) {
-    EXPECT_EQ(test::openContext(folder / place, test::kThings, &error), nullptr) << place;
+    EXPECT_EQ(test::openContext(folder / place), nullptr) << place;
   }
-  EXPECT_EQ(platform::StoreReader::open(test::modelOf(test::kThings), folder / "none", &error), nullptr);
+  EXPECT_FALSE(platform::StoreReader::open(test::modelOf(test::kThings), folder / "none"));
   EXPECT_FALSE(std::filesystem::exists(folder / "none"));
   const platform::Dictionary options = {
       {std::string(platform::NSSQLiteSynchronousOption), std::string("SOMETIMES")}};
-  EXPECT_EQ(test::openContext(folder / "s", test::kThings, &error, &options), nullptr);
+  EXPECT_EQ(test::openContext(folder / "s", test::kThings, nullptr, &options), nullptr);
   EXPECT_FALSE(std::filesystem::exists(folder / "s"));
 }
 
@@ -143,9 +142,8 @@ TEST(StoreFile, ACreationThatEndsAtAnyWriteIsMadeUpFor) {
     const test::TemporaryFolder folder;
     ended = endsAtWrite(write, folder / "s");
     endsAtWrite(write / 2, folder / "s");
-    platform::NSError error;
-    EXPECT_NE(test::openContext(folder / "s", test::kThings, &error), nullptr)
-        << write << ": " << error.localizedDescription;
+    platform::Error error;
+    EXPECT_NE(test::openContext(folder / "s", test::kThings, &error), nullptr) << write << ": " << error.text;
   }
   EXPECT_GT(write, 5);
 }
@@ -183,32 +181,32 @@ TEST(StoreFile, AnyToolFindsTheEntitiesAsTables) {
 TEST(StoreReader, FollowsWhatIsSavedWhileTheStoreIsInUse) {
   const test::TemporaryFolder folder;
   auto context = test::openContext(folder / "s");
-  auto reader = platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", nullptr);
+  auto reader = *platform::StoreReader::open(test::modelOf(test::kThings), folder / "s");
   ASSERT_NE(reader, nullptr);
   const auto& entity = reader->model().entities()[0];
-  EXPECT_EQ(reader->lastRow(entity, nullptr), 0);
+  EXPECT_EQ(reader->lastRow(entity), 0);
   for (const char* name : {"a", "b", "c"}) test::insertThing(*context, name);
-  EXPECT_EQ(reader->count(entity, nullptr), 0U) << "pending is not saved";
+  EXPECT_EQ(reader->count(entity), 0U) << "pending is not saved";
   ASSERT_TRUE(context->save());
   std::string seen;
   const auto take = [&](const platform::StoredRow& row) {
     seen += std::get<std::string_view>(row.values[0]);
     return true;
   };
-  EXPECT_TRUE(reader->rowsAfter(entity, 1, take, nullptr));
-  EXPECT_TRUE(reader->lastRows(entity, 2, take, nullptr));
-  EXPECT_TRUE(reader->lastRows(entity, 100, take, nullptr));
+  EXPECT_TRUE(reader->rowsAfter(entity, 1, take));
+  EXPECT_TRUE(reader->lastRows(entity, 2, take));
+  EXPECT_TRUE(reader->lastRows(entity, 100, take));
   EXPECT_EQ(seen, "bcbcabc");
-  EXPECT_EQ(reader->count(entity, nullptr), 3U);
-  EXPECT_EQ(reader->lastRow(entity, nullptr), 3);
+  EXPECT_EQ(reader->count(entity), 3U);
+  EXPECT_EQ(reader->lastRow(entity), 3);
   // "0": nobody is in the way of emptying the log.
   const auto stall = [&](const auto&) {
     EXPECT_THAT(test::sql(folder / "s", "PRAGMA wal_checkpoint(TRUNCATE)"), ElementsAre("0|0|0"));
     return true;
   };
-  EXPECT_TRUE(reader->rowsAfter(entity, 0, stall, nullptr));
+  EXPECT_TRUE(reader->rowsAfter(entity, 0, stall));
   std::filesystem::remove(folder / "s");
-  EXPECT_FALSE(reader->rowsAfter(entity, 0, take, nullptr)) << "the file is gone";
+  EXPECT_FALSE(reader->rowsAfter(entity, 0, take)) << "the file is gone";
 }
 
 TEST(StoreReader, ReadsWhereItMayNotWrite) {
@@ -219,19 +217,19 @@ TEST(StoreReader, ReadsWhereItMayNotWrite) {
   const uid_t user = geteuid();
   // Permissions say nothing to root.
   ASSERT_EQ(seteuid(user == 0 ? 65'534 : user), 0);
-  platform::NSError error;
-  const auto reader = platform::StoreReader::open(test::modelOf(test::kThings), folder / "s", &error);
+  auto opened = platform::StoreReader::open(test::modelOf(test::kThings), folder / "s");
   ASSERT_EQ(seteuid(user), 0);
   std::filesystem::permissions(folder.path(), std::filesystem::perms(0700));
-  ASSERT_NE(reader, nullptr) << error.localizedDescription;
+  ASSERT_TRUE(opened) << opened.error().text;
+  const auto& reader = *opened;
   const auto& entity = reader->model().entities()[0];
-  EXPECT_EQ(reader->count(entity, nullptr), 2000U);
+  EXPECT_EQ(reader->count(entity), 2000U);
   // Another process, which may, begins to write.
   std::filesystem::permissions(folder / "s", std::filesystem::perms(0600));
   auto context = test::openContext(folder / "s");
   test::insertThing(*context, "new");
   ASSERT_TRUE(context->save());
-  EXPECT_EQ(reader->count(entity, nullptr), 2001U);
+  EXPECT_EQ(reader->count(entity), 2001U);
 }
 
 }  // namespace

@@ -43,13 +43,13 @@ inline constexpr std::string_view kThings = "entity Thing\nname string\nsize int
 
 /// Opens a store; without one, says why.
 inline std::unique_ptr<platform::NSManagedObjectContext> openContext(
-    const std::filesystem::path& file, std::string_view model = kThings, platform::NSError* error = nullptr,
+    const std::filesystem::path& file, std::string_view model = kThings, platform::Error* error = nullptr,
     const platform::Dictionary* options = nullptr) {
   auto coordinator = std::make_shared<platform::NSPersistentStoreCoordinator>(modelOf(model));
-  if (!coordinator->addPersistentStoreWithType_configuration_URL_options_error(
-          platform::NSSQLiteStoreType, std::nullopt, file, options, error)) {
-    return nullptr;
-  }
+  const auto added = coordinator->addPersistentStoreWithType_configuration_URL_options_error(
+      platform::NSSQLiteStoreType, std::nullopt, file, options);
+  if (!added && error != nullptr) *error = added.error();
+  if (!added) return nullptr;
   auto context = std::make_unique<platform::NSManagedObjectContext>();
   context->setPersistentStoreCoordinator(coordinator);
   return context;
@@ -67,7 +67,7 @@ inline std::vector<std::shared_ptr<platform::NSManagedObject>> things(
     platform::NSManagedObjectContext& context, std::optional<platform::NSPredicate> predicate = {}) {
   auto request = platform::NSFetchRequest::fetchRequestWithEntityName("Thing");
   request.setPredicate(std::move(predicate));
-  return context.executeFetchRequest_error(request).value();
+  return *context.executeFetchRequest_error(request);
 }
 
 inline std::vector<std::string> names(

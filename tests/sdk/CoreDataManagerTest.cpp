@@ -103,7 +103,7 @@ TEST(CoreDataManagerWithout, AFolderSaysWhy) {
   const test::TemporaryFolder folder;
   std::ofstream(folder / "file") << "in place of the folder";
   const test::StorePlatform platform(folder / "file");
-  EXPECT_THAT(Class::storeProblem().value(), testing::HasSubstr("ServiceModel.sqlite: "));
+  EXPECT_THAT(Class::storeProblem().value().text, testing::HasSubstr("ServiceModel.sqlite: "));
 }
 
 TEST_F(CoreDataManager, TellsWhetherTheStoreCanBeUsed) {

@@ -130,8 +130,8 @@ TEST_F(OpenDataManager, ADocumentOfManyRowsAgreesWithTheFileReadByOthers) {
   for (int i = 0; i < 500; ++i) test::logSensor("id " + std::to_string(i) + " \"\xC3\xA9\t\"");
   std::ofstream(folder / "log.json") << test::logJSON();
   std::string streamed;
-  std::string problem;
-  ASSERT_TRUE(SensorLogReader::open(file(), &problem)->exportJSON([&](auto piece) { streamed += piece; }));
+  const auto reader = *SensorLogReader::open(file());
+  ASSERT_TRUE(reader->exportJSON([&](auto piece) { streamed += piece; }));
   EXPECT_TRUE(streamed == test::logJSON());
   std::ofstream(folder / "check.py") << R"(
 import json, sqlite3, sys, time

@@ -24,18 +24,16 @@ namespace {
 
 constexpr std::chrono::milliseconds kFollowPeriod{500};
 
+template <class T>
+T require(platform::Result<T> result) {
+  if (!result) throw Failure(ExitStatus::storeUnusable, result.error().text);
+  if constexpr (!std::is_void_v<T>) return *std::move(result);
+}
+
 // Nothing when there is no store yet: an empty log.
 std::unique_ptr<SensorLogReader> openLog(const LogOptions& options) {
   const auto file = storeIn(options.container);
-  if (!file) return nullptr;
-  std::string problem;
-  auto reader = SensorLogReader::open(*file, &problem);
-  if (!reader) throw Failure(ExitStatus::storeUnusable, problem);
-  return reader;
-}
-
-void require(bool succeeded, const SensorLogReader& reader) {
-  if (!succeeded) throw Failure(ExitStatus::storeUnusable, reader.problem());
+  return file ? require(SensorLogReader::open(*file)) : nullptr;
 }
 
 // Prints rows and remembers the newest, so that the next look begins behind it.
@@ -65,9 +63,7 @@ class RowPrinter {
   bool isEmpty() const { return newest_ == 0; }
 
   void showNew(SensorLogReader& reader) {
-    const auto last = reader.lastNumber();
-    require(last.has_value(), reader);
-    if (*last > newest_) require(reader.rowsAfter(newest_, block()), reader);
+    if (require(reader.lastNumber()) > newest_) require(reader.rowsAfter(newest_, block()));
   }
 
  private:
@@ -132,8 +128,7 @@ void show(const LogOptions& options) {
   RowPrinter printer(out, options);
   if (reader)
     require(options.last ? reader->lastRows(*options.last, printer.block())
-                         : reader->rowsAfter(0, printer.block()),
-            *reader);
+                         : reader->rowsAfter(0, printer.block()));
   if (printer.isEmpty()) sayEmpty("no rows", options.container);
   if (loop) follow(options, std::move(reader), printer, out, *loop);
   out.finish();
@@ -144,7 +139,7 @@ void exportDocument(const LogOptions& options) {
   const auto reader = openLog(options);
   const auto write = [&](const SensorLogReader::TextSink& sink) {
     if (reader)
-      require(reader->exportJSON(sink), *reader);
+      require(reader->exportJSON(sink));
     else
       sink("[]");
     sink("\n");
@@ -163,10 +158,7 @@ void exportDocument(const LogOptions& options) {
 
 uint64_t rowsOf(const LogOptions& options) {
   const auto reader = openLog(options);
-  if (!reader) return 0;
-  const auto rows = reader->count();
-  require(rows.has_value(), *reader);
-  return *rows;
+  return reader ? require(reader->count()) : 0;
 }
 
 void count(const LogOptions& options) {

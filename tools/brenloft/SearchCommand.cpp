@@ -239,7 +239,7 @@ class Search {
     });
     BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { sayWithTime(line); });
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
-      throw Failure(ExitStatus::storeUnusable, *problem);
+      throw Failure(ExitStatus::storeUnusable, problem->text);
   }
 
   void sayAside(std::string_view line) {

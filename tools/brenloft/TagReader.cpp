@@ -20,16 +20,16 @@ StoredTag tagFrom(const platform::NSEntityDescription& entity, const platform::S
 }  // namespace
 
 std::vector<StoredTag> readTags(const std::filesystem::path& store) {
-  const auto refuse = [&](const std::string& why) {
-    throw Failure(ExitStatus::storeUnusable, store.string() + ": " + why);
+  const auto refuse = [&](const platform::Error& error) {
+    throw Failure(ExitStatus::storeUnusable, error.in(store.string()).text);
   };
-  platform::NSError error;
-  const auto reader = platform::StoreReader::open(BRLCoreDataManager::Class::serviceModel(), store, &error);
-  if (!reader) refuse(error.localizedDescription);
-  const auto& entity = *reader->model().entityNamed("BRLUserDataModel");
+  const auto opened = platform::StoreReader::open(BRLCoreDataManager::Class::serviceModel(), store);
+  if (!opened) refuse(opened.error());
+  platform::StoreReader& reader = **opened;
+  const auto& entity = *reader.model().entityNamed("BRLUserDataModel");
   std::vector<StoredTag> tags;
   const auto add = [&](const platform::StoredRow& row) { return tags.push_back(tagFrom(entity, row)), true; };
-  if (!reader->rowsAfter(entity, 0, add, &error)) refuse("the tags cannot be read");
+  if (!reader.rowsAfter(entity, 0, add)) refuse({.text = "the tags cannot be read"});
   return tags;
 }
 
