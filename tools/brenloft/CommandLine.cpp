@@ -15,14 +15,14 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "gateway/Suggestion.h"
+#include "gateway/Texts.h"
 #include "platform/bluetooth/CBUUID.h"
 #include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Source.h"
-#include "tools/brenloft/Suggestion.h"
-#include "tools/brenloft/Texts.h"
 
 namespace brenloft {
 namespace {

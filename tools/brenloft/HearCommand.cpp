@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "gateway/Texts.h"
 #include "platform/bluetooth/ADStructures.h"
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/capture/CaptureReader.h"
@@ -18,7 +19,6 @@
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/StopSignals.h"
-#include "tools/brenloft/Texts.h"
 #include "tools/brenloft/TimeText.h"
 
 namespace brenloft {

@@ -9,10 +9,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "gateway/Texts.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
-#include "tools/brenloft/Texts.h"
 #include "tools/brenloft/TimeText.h"
 
 namespace brenloft {

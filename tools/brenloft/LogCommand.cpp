@@ -7,6 +7,7 @@
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/SensorLogReader.h"
+#include "gateway/Texts.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
@@ -16,7 +17,6 @@
 #include "tools/brenloft/RunLoop.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
-#include "tools/brenloft/Texts.h"
 #include "tools/brenloft/TimeText.h"
 
 namespace brenloft {

@@ -5,8 +5,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "gateway/Texts.h"
 #include "tools/brenloft/Output.h"
-#include "tools/brenloft/Texts.h"
 
 namespace brenloft {
 

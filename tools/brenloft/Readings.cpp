@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 
 #include "BrenloftSDK/BRLProperties.h"
-#include "tools/brenloft/Texts.h"
+#include "gateway/Texts.h"
 
 namespace brenloft {
 namespace {

@@ -9,12 +9,12 @@
 
 #include <fmt/format.h>
 
+#include "gateway/Suggestion.h"
 #include "platform/bluetooth/capture/CaptureSource.h"
 #include "platform/bluetooth/radios/RadioSource.h"
 #include "platform/simulated/SimulatedWorldSource.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Messages.h"
-#include "tools/brenloft/Suggestion.h"
 
 namespace brenloft {
 

@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
+#include "gateway/Texts.h"
 #include "platform/bluetooth/radios/RadioInventory.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
-#include "tools/brenloft/Texts.h"
 
 namespace brenloft {
 namespace {

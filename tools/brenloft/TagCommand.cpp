@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "BrenloftSDK/BRLDataManager.h"
+#include "gateway/Texts.h"
 #include "platform/Platform.h"
 #include "platform/coredata/NSPersistentStoreCoordinator.h"
 #include "platform/foundation/Hex.h"
@@ -21,7 +22,6 @@
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Store.h"
 #include "tools/brenloft/TagReader.h"
-#include "tools/brenloft/Texts.h"
 
 namespace brenloft {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/brenloft/Texts.h"
+#include "gateway/Texts.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,4 +1,4 @@
-#include "tools/brenloft/Suggestion.h"
+#include "gateway/Suggestion.h"
 
 #include <algorithm>
 #include <cctype>

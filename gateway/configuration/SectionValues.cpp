@@ -1,0 +1,129 @@
+#include "gateway/configuration/SectionValues.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "gateway/Suggestion.h"
+#include "gateway/Texts.h"
+
+namespace brenloft {
+namespace {
+
+std::optional<double> numberOf(const TomlValue& given) {
+  if (const auto* whole = std::get_if<int64_t>(&given.value)) return static_cast<double>(*whole);
+  if (const auto* number = std::get_if<double>(&given.value)) return *number;
+  return std::nullopt;
+}
+
+std::vector<std::string> namesOf(const std::vector<SettingsKey>& keys) {
+  std::vector<std::string> names;
+  for (const SettingsKey& key : keys) names.emplace_back(key.name);
+  return names;
+}
+
+std::vector<std::string> copyOf(const std::vector<std::string_view>& words) {
+  return {words.begin(), words.end()};
+}
+
+std::string quoted(std::string_view word) {
+  return fmt::format("\"{}\"", word);
+}
+
+}  // namespace
+
+std::string suggestion(std::string_view word, const std::vector<std::string>& words) {
+  return didYouMean(nearest(word, words));
+}
+
+SectionValues::SectionValues(const TomlValue::Table& table, const std::vector<SettingsKey>& keys,
+                             std::string_view section, Complaints& complaints) {
+  for (const TomlEntry& entry : table) {
+    const auto key = std::ranges::find(keys, entry.key, &SettingsKey::name);
+    if (key == keys.end()) {
+      complaints.push_back({entry.value.line, fmt::format("{} is no key of {}{}", entry.key, section,
+                                                          suggestion(entry.key, namesOf(keys)))});
+      continue;
+    }
+    auto value = read(*key, entry.value);
+    if (const auto* wrong = std::get_if<Wrong>(&value))
+      complaints.push_back({entry.value.line, fmt::format("{}: {}", entry.key, wrong->reason)});
+    else
+      values_.emplace(key->name, Placed{std::get<Value>(std::move(value)), entry.value.line});
+  }
+}
+
+unsigned SectionValues::line(std::string_view key, unsigned otherwise) const {
+  const auto found = values_.find(key);
+  return found == values_.end() ? otherwise : found->second.line;
+}
+
+SectionValues::Outcome SectionValues::read(const SettingsKey& key, const TomlValue& given) {
+  using Kind = SettingsKey::Kind;
+  switch (key.kind) {
+    case Kind::text:
+    case Kind::choice:
+      if (const auto* text = std::get_if<std::string>(&given.value)) return readText(key, *text);
+      return Wrong{"it must be a text in quotes"};
+    case Kind::number: {
+      const auto number = numberOf(given);
+      if (!number) return Wrong{"it must be a number"};
+      if (!(*number >= key.least && *number <= key.most))
+        return Wrong{fmt::format("{} is not between {} and {}", *number, key.least, key.most)};
+      return Value(*number);
+    }
+    case Kind::duration:
+      return readDuration(key, given);
+    case Kind::flag:
+      if (const auto* flag = std::get_if<bool>(&given.value)) return Value(*flag);
+      return Wrong{"it must be true or false"};
+    case Kind::command:
+      return readCommand(given);
+  }
+  return Wrong{"it is of no known kind"};
+}
+
+SectionValues::Outcome SectionValues::readText(const SettingsKey& key, const std::string& text) {
+  if (text.empty()) return Wrong{"it is empty"};
+  if (printable(text) != text) return Wrong{"it holds a control character"};
+  if (key.kind == SettingsKey::Kind::choice && std::ranges::find(key.words, text) == key.words.end())
+    return Wrong{fmt::format("{} is none of {}{}", quoted(text), fmt::join(key.words, ", "),
+                             suggestion(text, copyOf(key.words)))};
+  return Value(text);
+}
+
+SectionValues::Outcome SectionValues::readDuration(const SettingsKey& key, const TomlValue& given) {
+  const auto* text = std::get_if<std::string>(&given.value);
+  if (text && std::ranges::find(key.words, *text) != key.words.end()) return Value(*text);
+  const auto number = numberOf(given);
+  const auto duration = text     ? durationFromText(*text)
+                        : number ? durationFromText(fmt::format("{:.6f}", *number))
+                                 : std::nullopt;
+  const std::string words =
+      key.words.empty() ? "" : fmt::format(" or \"{}\"", fmt::join(key.words, "\", \""));
+  if (!duration) return Wrong{fmt::format("it must be a duration such as 10, 2.5 or \"1h30m\"{}", words)};
+  if (std::chrono::duration<double>(*duration).count() < key.least)
+    return Wrong{fmt::format("it must be {} seconds at least", key.least)};
+  return Value(*duration);
+}
+
+SectionValues::Outcome SectionValues::readCommand(const TomlValue& given) {
+  const auto* array = std::get_if<TomlValue::Array>(&given.value);
+  std::vector<std::string> words;
+  if (array)
+    for (const TomlValue& element : *array)
+      if (const auto* word = std::get_if<std::string>(&element.value)) words.push_back(*word);
+  if (!array || words.empty() || words.size() != array->size())
+    return Wrong{"it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it"};
+  if (!words.front().starts_with('/'))
+    return Wrong{
+        fmt::format("{} is no full path of a program, such as \"/usr/bin/notify\"", quoted(words.front()))};
+  const auto hasNull = [](const std::string& word) { return word.find('\0') != std::string::npos; };
+  if (std::ranges::any_of(words, hasNull)) return Wrong{"it holds a null character"};
+  return Value(words);
+}
+
+}  // namespace brenloft

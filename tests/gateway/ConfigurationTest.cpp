@@ -1,0 +1,173 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "gateway/configuration/SettingsParser.h"
+
+namespace brenloft {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string checkOption(const std::string& command, const OptionSetting& setting) {
+  const bool isWrong = setting.option == "format" && setting.words != std::vector<std::string>{"csv"};
+  return isWrong ? "--format: not for " + command : "";
+}
+
+const CommandVocabulary kVocabulary{
+    .commands = {{"scan", {{"source"}, {"log", true}, {"out", false, true}, {"format"}, {"count"}}},
+                 {"log show", {{"format"}, {"container"}}},
+                 {"log count", {{"container"}}}},
+    .check = checkOption};
+
+// "LINE: REASON" for each complaint.
+std::string complaintsOf(std::string_view text) {
+  const auto parsed = parseSettings(text, kVocabulary);
+  std::string lines;
+  if (const auto* complaints = std::get_if<std::vector<Complaint>>(&parsed))
+    for (const Complaint& one : *complaints) lines += std::to_string(one.line) + ": " + one.reason + '\n';
+  return lines;
+}
+
+Settings settingsOf(std::string_view text) {
+  EXPECT_EQ(complaintsOf(text), "");
+  return std::get<Settings>(parseSettings(text, kVocabulary));
+}
+
+TEST(ConfigurationTest, SaysWhatTheFileSays) {
+  const Settings settings = settingsOf(R"(
+container = "/srv/beacons"
+[scan]
+source = "hci:0"
+count = 12
+log = true
+out = ["readings:a", "influx:b"]
+[log.show]
+container = "elsewhere"
+[beacon."c0-c1-5c-00-00-01"]
+name = "fridge"
+place = "kitchen"
+temperature = -0.4
+humidity = 2
+exit-time = "auto"
+expected-interval = 0.5
+[beacon."F7826DA6-4FA2-4E98-8024-BC5B71E0893E/1/2"]
+exit-time = "1m30s"
+ignore = true
+[[alarm]]
+name = "too warm"
+beacon = "fridge"
+quantity = "temperature"
+above = 8.25
+below = 2
+for = "10m"
+hysteresis = 0.5
+cooldown = 3600
+severity = "critical"
+text = "Close the door"
+exec = ["/usr/bin/notify", "-u", ""]
+exec-timeout = "5s"
+[[alarm]]
+name = "gone"
+place = "kitchen"
+silent = "10m"
+[[alarm]]
+name = "help"
+emergency = true
+)");
+  const auto fridge = *BeaconId::fromText("C0-C1-5C-00-00-01");
+  EXPECT_EQ(settings.options.at("scan"),
+            (std::vector<OptionSetting>{
+                {"source", {"hci:0"}}, {"count", {"12"}}, {"log"}, {"out", {"readings:a", "influx:b"}}}));
+  EXPECT_EQ(settings.options.at("log show"), (std::vector<OptionSetting>{{"container", {"elsewhere"}}}));
+  EXPECT_EQ(settings.options.at("log count"), (std::vector<OptionSetting>{{"container", {"/srv/beacons"}}}));
+  EXPECT_EQ(settings.nameOf(fridge), "fridge");
+  EXPECT_EQ(*settings.beacon(fridge), (BeaconSettings{.name = "fridge",
+                                                      .place = "kitchen",
+                                                      .temperatureOffset = -40,
+                                                      .humidityOffset = 200,
+                                                      .exitTime = ExitTime{},
+                                                      .expectedInterval = 500ms}));
+  EXPECT_EQ(*settings.beacon(*BeaconId::fromText("F7826DA6-4FA2-4E98-8024-BC5B71E0893E/1/2")),
+            (BeaconSettings{.exitTime = ExitTime{90s}, .ignore = true}));
+  using Quantity = AlarmRule::Quantity;
+  EXPECT_EQ(settings.alarms[0], (AlarmRule{.name = "too warm",
+                                           .beacon = fridge,
+                                           .quantity = Quantity::temperature,
+                                           .above = 825,
+                                           .below = 200,
+                                           .hysteresis = 50,
+                                           .hold = 10min,
+                                           .cooldown = 1h,
+                                           .severity = AlarmRule::Severity::critical,
+                                           .text = "Close the door",
+                                           .exec = {"/usr/bin/notify", "-u", ""},
+                                           .execTimeout = 5s}));
+  EXPECT_EQ(settings.alarms[1],
+            (AlarmRule{.name = "gone", .place = "kitchen", .quantity = Quantity::silence, .hold = 10min}));
+  EXPECT_EQ(settings.alarms[2], (AlarmRule{.name = "help", .quantity = Quantity::emergency, .above = 0}));
+}
+
+TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
+  const std::string beacon = "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"fridge\"\nplace = \"kitchen\"\n";
+  const std::string alarm = beacon + "[[alarm]]\nname = \"warm\"\nquantity = \"temperature\"\n";
+  const std::pair<std::string, std::string> cases[] = {
+      {"a = 1\nb = \n", "2: expected value, saw '\\n'\n"},
+      {"[scan]\nsource = \"auto\"\nsource = \"demo\"\n", "3: cannot redefine existing string 'source'\n"},
+      {"\n[scam]\n", "2: there is no section [scam]; did you mean scan?\n"},
+      {"contaner = \"/srv\"\n", "1: no command has the option contaner; did you mean container?\n"},
+      {"scan = 1\n", "1: the options of scan stand below [scan]\n"},
+      {"[scan]\nlog = true\nsuorce = \"hci:0\"\n", "3: suorce is no option of scan; did you mean source?\n"},
+      {"[log]\nsohw = 1\n", "2: sohw is no option of log; did you mean show?\n"},
+      {"[scan]\nlog = \"yes\"\nsource = [\"a\"]\nout = [1, true]\ncount = \"a\\u0000b\"\n",
+       "2: log: it must be true or false\n3: source: it must be a text or a number\n"
+       "4: out: it must be a text or a number, or a list of them\n5: count: it must be a text or a number\n"},
+      {"format = \"xml\"\n", "1: --format: not for log show\n1: --format: not for scan\n"},
+      {"[beacon]\nname = \"x\"\n",
+       "2: \"name\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
+       "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},
+      {beacon + "temprature = 1\nhumidity = \"1\"\nexit-time = \"soon\"\nignore = 1\nexpected-interval = 0\n",
+       "4: temprature is no key of [beacon]; did you mean temperature?\n5: humidity: it must be a number\n"
+       "6: exit-time: it must be a duration such as 10, 2.5 or \"1h30m\" or \"auto\"\n"
+       "7: ignore: it must be true or false\n8: expected-interval: it must be 0.02 seconds at least\n"},
+      {beacon + "temperature = nan\n", "4: temperature: nan is not between -50 and 50\n"},
+      {beacon + "[beacon.\"c0-c1-5c-00-00-01\"]\n[beacon.\"C0-C1-5C-00-00-02\"]\nname = \"fridge\"\n",
+       "4: C0-C1-5C-00-00-01 stands here a second time\n6: C0-C1-5C-00-00-01 is named \"fridge\", too\n"},
+      {"[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"a\\u001bb\"\nplace = \"\"\n",
+       "2: name: it holds a control character\n3: place: it is empty\n"},
+      {"[alarm]\nname = \"x\"\n", "1: an alarm begins with [[alarm]]\n"},
+      {"\n[[alarm]]\nsilent = 10\n", "2: an alarm needs a name\n"},
+      {"[[alarm]]\nname = \"a\"\n",
+       "1: an alarm needs a quantity with above or below, or silent, or emergency\n"},
+      {"[[alarm]]\nname = \"a\"\nabove = 8\n",
+       "3: above of what? Add quantity = \"temperature\", for example\n"},
+      {alarm, "6: it needs above or below\n"},
+      {alarm + "above = 1\n[[alarm]]\nname = \"warm\"\nsilent = 9\n",
+       "9: another alarm is named \"warm\", too\n"},
+      {alarm + "above = 1\nplace = \"kichen\"\n",
+       "8: no beacon has the place \"kichen\"; did you mean kitchen?\n"},
+      {alarm + "above = 1\nbeacon = \"frigde\"\n",
+       "8: \"frigde\" is neither a beacon's name nor an identifier; did you mean fridge?\n"},
+      {alarm + "above = 1\nbeacon = \"fridge\"\nplace = \"kitchen\"\n",
+       "9: give an alarm a beacon or a place, not both\n"},
+      {alarm + "above = 1.234\n", "7: above: 1.234 has more decimals than the two that are measured\n"},
+      {alarm + "above = 900\n", "7: above: 900 is no temperature: from -100 to 200\n"},
+      {alarm + "above = 4\nbelow = 5\n", "8: it must not be larger than above\n"},
+      {alarm + "above = 4\nbelow = 3\nhysteresis = 0.6\n", "9: it leaves no value that clears the alarm\n"},
+      {alarm + "silent = 10\n",
+       "6: an alarm has one of quantity, silent and emergency; write one alarm for each\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 10\nfor = 5\n", "4: for says nothing beside silent\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 10\nseverity = \"criticl\"\nexec-timeout = 5\n",
+       "4: severity: \"criticl\" is none of info, warning, critical; did you mean critical?\n"
+       "5: exec-timeout says nothing without exec\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = \"notify\"\n",
+       "4: exec: it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = [\"notify\"]\n",
+       "4: exec: \"notify\" is no full path of a program, such as \"/usr/bin/notify\"\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 2026-01-01\n",
+       "3: silent: it must be a duration such as 10, 2.5 or \"1h30m\"\n"},
+  };
+  for (const auto& [text, complaints] : cases) EXPECT_EQ(complaintsOf(text), complaints) << text;
+}
+
+}  // namespace
+}  // namespace brenloft
