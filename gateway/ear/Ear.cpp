@@ -1,0 +1,97 @@
+#include "gateway/ear/Ear.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <string_view>
+
+#include "platform/bluetooth/AdvertisingReport.h"
+
+namespace brenloft {
+namespace {
+
+// Bluetooth Core, Vol 6, Part B, 4.4.2.2.1: nobody advertises more often than this.
+constexpr std::chrono::milliseconds kLeastInterval{20};
+constexpr std::size_t kTxPower = 4;  // its octet in the frame
+
+std::optional<int32_t> numberFrom(std::string_view text, int base = 10) {
+  int32_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+std::optional<int32_t> integerFrom(const BRLOptionalText& text) {
+  return text ? numberFrom(*text) : std::nullopt;
+}
+
+// "-0.01": two decimals always, or "".
+std::optional<int32_t> hundredthsFrom(const BRLOptionalText& text) {
+  if (!text) return std::nullopt;
+  std::string digits = *text;
+  digits.erase(std::remove(digits.begin(), digits.end(), '.'), digits.end());
+  return numberFrom(digits);
+}
+
+Quantities quantitiesOf(const BRLBeaconSnapshot& record, std::optional<int32_t> txPower) {
+  return {.temperature = hundredthsFrom(record.temperature),
+          .humidity = hundredthsFrom(record.humidity),
+          .battery = static_cast<int32_t>(record.battery),
+          .emergency = static_cast<int32_t>(record.emergency),
+          .txPower = txPower,
+          .xAccel = integerFrom(record.xAccel),
+          .yAccel = integerFrom(record.yAccel),
+          .zAccel = integerFrom(record.zAccel)};
+}
+
+}  // namespace
+
+void Ear::bytes(const std::vector<std::string>& octets) {
+  // The record keeps that of its first frame.
+  const auto txPower = octets.size() > kTxPower ? numberFrom(octets[kTxPower], 16) : std::nullopt;
+  advertisement_ = {std::this_thread::get_id(), txPower};
+}
+
+void Ear::beacon(const BRLBeaconDataModel& beacon) {
+  if (!advertisement_ || advertisement_->thread != std::this_thread::get_id()) return;
+  const auto txPower = std::exchange(advertisement_, std::nullopt)->txPower;
+  const BRLBeaconSnapshot record = beacon.snapshot();
+  if (record.beaconType != kBRLSensorBeacon || !record.uniqueId) return;
+  const Quantities raw = quantitiesOf(record, txPower);
+  Reading reading{
+      .beacon = BeaconId::sensor(*record.uniqueId), .heard = dispatch_->date(), .raw = raw, .shown = raw};
+  if (record.rssi != platform::AdvertisingReport::kNoRssi) reading.rssi = static_cast<int32_t>(record.rssi);
+  if (!isDoubled(reading)) handler_(std::move(reading));
+}
+
+bool Ear::isDoubled(const Reading& reading) {
+  const auto now = dispatch_->now();
+  while (!recent_.empty() && now - recent_.front().at >= kLeastInterval) recent_.pop_front();
+  const bool isDoubled = std::any_of(recent_.begin(), recent_.end(), [&](const Recent& one) {
+    return one.beacon == reading.beacon && one.raw == reading.raw;
+  });
+  if (isDoubled)
+    ++doubled_;
+  else
+    recent_.push_back({now, reading.beacon, reading.raw});
+  return isDoubled;
+}
+
+void Ear::ranged(const BRLRecordList& beacons) {
+  std::size_t index = 0;
+  for (const auto& beacon : beacons.view()) {
+    if (ranged_.size() == index) ranged_.push_back(platform::Date::min());
+    platform::Date& last = ranged_[index++];
+    if (beacon->beaconType() != kBRLIBeacon) continue;
+    const auto updated = beacon->statusUpdatedDate();
+    // A report holds for some seconds those that are silent, without a signal strength.
+    if (!updated || std::exchange(last, *updated) == *updated || beacon->rssi() == 0) continue;
+    handler_({.beacon = BeaconId::iBeacon(beacon->uuid().value_or(""), static_cast<uint16_t>(beacon->major()),
+                                          static_cast<uint16_t>(beacon->minor())),
+              .heard = dispatch_->date(),
+              .rssi = static_cast<int32_t>(beacon->rssi())});
+  }
+}
+
+}  // namespace brenloft
