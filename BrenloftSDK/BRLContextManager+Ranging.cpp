@@ -71,6 +71,6 @@ void BRLContextManager::addRangedBeacon(const CLBeacon& beacon, const std::strin
       {"statusUpdatedDate", Platform::installed().dispatch->date()},
   });
   reportBeacon(record);
-  rangeBeaconSensors_.append(record);
+  appendBeacon(record);
   if (isLogSave()) loggingForSensor(*record);
 }

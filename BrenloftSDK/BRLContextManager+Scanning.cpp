@@ -1,6 +1,7 @@
 #include <chrono>
 
 #include "BrenloftSDK/BRLContextManager.h"
+#include "BrenloftSDK/BRLLastHeard.h"
 #include "platform/Platform.h"
 #include "platform/foundation/Hex.h"
 #include "platform/foundation/NSLog.h"
@@ -131,7 +132,7 @@ void BRLContextManager::addSensorBeacon(const std::string& key, Date heard, int6
   dictionary.emplace("statusUpdatedDate", heard);
   const auto record = std::make_shared<BRLBeaconDataModel>(dictionary);
   reportBeacon(record);
-  rangeBeaconSensors_.append(record);
+  appendBeacon(record);
   if (readings.emergency >= 1) reportEmergency(record);
   if (isLogSave()) loggingForSensor(*record);
 }
@@ -170,20 +171,27 @@ void BRLContextManager::replaceOvertakenTimer(const std::string& key, const BRLT
     seen.on_lost_timer = makeLostTimer(key);
 }
 
+// The walk over the list as it was at the beginning, in its order, but only over the records that may be
+// silent. The cutoff is taken anew for each: a delegate may take its time or change the exit time.
 void BRLContextManager::checkLost() {
-  for (const Record& record : rangeBeaconSensors_.view()) {
-    if (!loseIfSilent(*record)) continue;
+  const size_t end = rangeBeaconSensors_.size();
+  for (size_t next = 0; next < end;) {
+    const int64_t cutoff = lostCutoff(currentDate(), beaconExitTime_);
+    const auto entry = lastHeard_->take(next, end, cutoff);
+    if (!entry) break;
+    const Record& record = rangeBeaconSensors_[entry->number];
+    next = entry->number;  // a stale entry may stand before the record's own
+    if (!loseIfSilent(*record, cutoff, entry->second)) continue;
     if (reportBeacon(record) && isLogSave()) loggingForSensor(*record);
+    ++next;
   }
 }
 
 // The entry goes together with the status and not after the delegate: an advertisement that brings the record
 // back meanwhile finds none and makes a timer, and nothing else makes one.
-bool BRLContextManager::loseIfSilent(BRLBeaconDataModel& record) {
-  if (record.status() != kBRLPresent) return false;
-  const int64_t cutoff = lostCutoff(currentDate(), beaconExitTime_);
+bool BRLContextManager::loseIfSilent(BRLBeaconDataModel& record, int64_t cutoff, int64_t entrySecond) {
   const std::scoped_lock lock(seenMutex_);
-  if (!record.markLostIfSilentSince(cutoff)) return false;
+  if (!record.markLostIfSilentSince(cutoff, entrySecond)) return false;
   if (record.uuid()) seenBRLCache_.erase(*record.uuid());
   return true;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "BrenloftSDK/BRLLastHeard.h"
 #include "platform/Platform.h"
 #include "platform/foundation/NSLog.h"
 
@@ -34,7 +35,7 @@ BRLDataManager* BRLContextManager::allocInit() {
   return new BRLContextManager;
 }
 
-BRLContextManager::BRLContextManager() {
+BRLContextManager::BRLContextManager() : lastHeard_(std::make_shared<BRLLastHeard>()) {
   const Platform& services = Platform::installed();
   locationManager_ = services.location->makeLocationManager();
   locationManager_->setDelegate(this);
@@ -100,6 +101,10 @@ std::optional<platform::Dictionary> BRLContextManager::responseDataSetting(
 BRLContextManagerDelegate* BRLContextManager::delegateFor(BRLDelegateOperation operation) const {
   BRLContextManagerDelegate* delegate = delegate_;
   return delegate != nullptr && delegate->respondsTo(operation) ? delegate : nullptr;
+}
+
+void BRLContextManager::appendBeacon(const Record& record) {
+  record->enter(lastHeard_, rangeBeaconSensors_.append(record));
 }
 
 bool BRLContextManager::reportBeacon(const Record& record) noexcept {

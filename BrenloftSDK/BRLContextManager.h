@@ -192,6 +192,8 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   static BRLDataManager* allocInit();
   static BRLContextManager* sharedContextManager(const char* operation);
 
+  void appendBeacon(const Record& record);
+
   // Delegate calls, each only when the delegate responds to it. True when it was called. An exception ends
   // the process here, since a caller could not make good what it left half done.
   bool reportBeacon(const Record& record) noexcept;
@@ -210,7 +212,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::shared_ptr<BRLTimer> makeLostTimer(const std::string& key);
   void replaceOvertakenTimer(const std::string& key, const BRLTimer& timer);
   void checkLost();
-  bool loseIfSilent(BRLBeaconDataModel& record);
+  bool loseIfSilent(BRLBeaconDataModel& record, int64_t cutoff, int64_t entrySecond);
   void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
   void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
       platform::CBCentralManager& central, const platform::CBPeripheral& peripheral,
@@ -264,6 +266,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::optional<std::string> beaconUUID_;
 
   BRLRecordList rangeBeaconSensors_;
+  const std::shared_ptr<BRLLastHeard> lastHeard_;
 
   std::mutex regionsMutex_;
   std::vector<std::weak_ptr<const platform::CLRegion>> submittedRegions_;  // since the last `stop`

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "BrenloftSDK/BRLLastHeard.h"
 #include "BrenloftSDK/BRLProperties.h"
 
 namespace {
@@ -96,10 +97,18 @@ BRLBeaconSnapshot BRLBeaconDataModel::snapshot() const {
   return std::apply(copied, kBRLProperties);
 }
 
+void BRLBeaconDataModel::setStatusValue(int64_t status) {
+  store(values_.status, status);
+  if (status != kBRLPresent) return;
+  const std::scoped_lock lock(mutex_);
+  keepEntry();
+}
+
 void BRLBeaconDataModel::setStatusUpdatedDate(Date date) {
   const std::scoped_lock lock(mutex_);
   values_.statusUpdatedDate = date;
   statusUpdatedDateText_.reset();
+  keepEntry();
 }
 
 void BRLBeaconDataModel::setUniqueId(platform::TextArgument uniqueId) {
@@ -117,6 +126,7 @@ void BRLBeaconDataModel::refresh(Date date, int64_t rssi, const BRLSensorReading
   BRLForEach(kBRLReadings, [&](const auto& reading) {
     if (!reading.isFixed) ::refresh(values_.*reading.property, readings.*reading.member);
   });
+  keepEntry();
 }
 
 bool BRLBeaconDataModel::markLost() {
@@ -125,15 +135,40 @@ bool BRLBeaconDataModel::markLost() {
       .compare_exchange_strong(expected, kBRLLost, std::memory_order_acq_rel);
 }
 
-bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff) {
-  if (status() != kBRLPresent) return false;
+bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff, int64_t second) {
   const std::scoped_lock lock(mutex_);
-  // A record without a date was last heard at the beginning of time.
-  const int64_t last =
-      values_.statusUpdatedDate ? platform::wholeSecondsSince1970(*values_.statusUpdatedDate) : 0;
-  return last <= cutoff && markLost();
+  if (second != entrySecond_) return false;
+  entrySecond_ = kNoEntry;
+  if (secondLastHeard() <= cutoff && markLost()) return true;
+  keepEntry();
+  return false;
 }
 
 bool BRLBeaconDataModel::markPresent() {
-  return std::atomic_ref(values_.status).exchange(kBRLPresent, std::memory_order_acq_rel) != kBRLPresent;
+  if (std::atomic_ref(values_.status).exchange(kBRLPresent, std::memory_order_acq_rel) == kBRLPresent)
+    return false;
+  const std::scoped_lock lock(mutex_);
+  keepEntry();
+  return true;
+}
+
+void BRLBeaconDataModel::enter(std::shared_ptr<BRLLastHeard> lastHeard, std::size_t number) {
+  const std::scoped_lock lock(mutex_);
+  lastHeard_ = std::move(lastHeard);
+  number_ = number;
+  keepEntry();
+}
+
+// A record without a date was last heard at the beginning of time.
+int64_t BRLBeaconDataModel::secondLastHeard() const {
+  return values_.statusUpdatedDate ? platform::wholeSecondsSince1970(*values_.statusUpdatedDate) : 0;
+}
+
+// With the lock held, after whatever may have made the record present or its date earlier. The status is
+// stored before the lock is taken, so that of two such changes the later one sees both.
+void BRLBeaconDataModel::keepEntry() {
+  const int64_t second = secondLastHeard();
+  if (second >= entrySecond_ || !lastHeard_ || status() != kBRLPresent) return;
+  entrySecond_ = second;
+  lastHeard_->add({number_, second});
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,6 +14,8 @@
 #include "platform/foundation/Export.h"
 #include "platform/foundation/TextArgument.h"
 #include "platform/foundation/Value.h"
+
+class BRLLastHeard;
 
 /// A text that may be absent; absent and "" are different.
 using BRLOptionalText = std::optional<std::string>;
@@ -103,7 +106,7 @@ class BRL_EXPORT BRLBeaconDataModel {
   BRLBeaconSnapshot snapshot() const;
 
   // -[BRLBeaconDataModel setStatusValue:] and the other mutators; each replaces one value.
-  void setStatusValue(int64_t status) { store(values_.status, status); }
+  void setStatusValue(int64_t status);
   void setRssiValue(int64_t rssi) { store(values_.rssi, rssi); }
   void setStatusUpdatedDate(platform::Date date);
   void setEmergency(int64_t emergency) { store(values_.emergency, emergency); }
@@ -124,12 +127,20 @@ class BRL_EXPORT BRLBeaconDataModel {
   /// Status 1 becomes 2, any other stays, in one step. True when it did.
   bool markLost();
   /// The same, only if the record was last heard at `cutoff` (whole seconds since 1970) or before; one step
-  /// against a concurrent `refresh`.
-  bool markLostIfSilentSince(int64_t cutoff);
+  /// against a concurrent `refresh`. Asked for the entry at `second` that was taken out of the record's
+  /// BRLLastHeard; while the record stays present it gets a new one.
+  bool markLostIfSilentSince(int64_t cutoff, int64_t second);
   /// Any status becomes 1, in one step. True when it was another one.
   bool markPresent();
 
+  /// From here on the record has an entry there while it is present, as the `number` of its list.
+  void enter(std::shared_ptr<BRLLastHeard> lastHeard, std::size_t number);
+
  private:
+  static constexpr int64_t kNoEntry = std::numeric_limits<int64_t>::max();
+
+  int64_t secondLastHeard() const;
+  void keepEntry();
   static int64_t load(int64_t& integer) { return std::atomic_ref(integer).load(std::memory_order_acquire); }
   static void store(int64_t& integer, int64_t value) {
     std::atomic_ref(integer).store(value, std::memory_order_release);
@@ -149,4 +160,8 @@ class BRL_EXPORT BRLBeaconDataModel {
   // Mutable for std::atomic_ref only, which has no constant form.
   mutable BRLBeaconSnapshot values_;
   BRLOptionalText statusUpdatedDateText_;
+  // Guarded by mutex_:
+  std::shared_ptr<BRLLastHeard> lastHeard_;
+  std::size_t number_ = 0;
+  int64_t entrySecond_ = kNoEntry;
 };

@@ -65,13 +65,14 @@ std::optional<size_t> BRLRecordList::find(Identity identity, std::string_view uu
   return *next;
 }
 
-void BRLRecordList::append(Record record) {
+size_t BRLRecordList::append(Record record) {
   const BRLBeaconDataModel& added = *record;
   const std::scoped_lock lock(index_->mutex);
   const size_t index = list_.append(std::move(record));
-  if (!added.uuid()) return;  // equals no beacon's text
+  if (!added.uuid()) return index;  // equals no beacon's text
   for (const Identity identity : kIdentities) {
     const Key key = keyOf(identity, *added.uuid(), added.major(), added.minor());
     index_->maps[static_cast<size_t>(identity)][key].push_back(index);
   }
+  return index;
 }

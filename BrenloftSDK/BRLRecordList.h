@@ -38,7 +38,8 @@ class BRL_EXPORT BRLRecordList {
   std::optional<size_t> find(Identity identity, std::string_view uuid, int64_t major, int64_t minor,
                              size_t from, size_t end) const;
 
-  void append(Record record);
+  /// Returns the record's number, its index.
+  size_t append(Record record);
 
  private:
   struct Index;

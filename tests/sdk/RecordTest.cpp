@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "BrenloftSDK/BRLDataModel.h"
+#include "BrenloftSDK/BRLLastHeard.h"
 
 namespace {
 
@@ -77,11 +78,19 @@ TEST(Record, KeepsADateGivenAsTextUntilARealOneReplacesIt) {
   EXPECT_EQ(record.statusUpdatedDate(), Date(microseconds(1)));
 }
 
+// The lost check's look at a list of this record alone.
+bool isFoundLost(BRLBeaconDataModel& record, BRLLastHeard& lastHeard, int64_t cutoff) {
+  const auto entry = lastHeard.take(0, 1, cutoff);
+  return entry && record.markLostIfSilentSince(cutoff, entry->second);
+}
+
 TEST(Record, IsLostAtTheCutoffSecondAndNotBefore) {
   BRLBeaconDataModel record(
       Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date(microseconds(100'999'999))}});
-  EXPECT_FALSE(record.markLostIfSilentSince(99));
-  EXPECT_TRUE(record.markLostIfSilentSince(100));
+  const auto lastHeard = std::make_shared<BRLLastHeard>();
+  record.enter(lastHeard, 0);
+  EXPECT_FALSE(isFoundLost(record, *lastHeard, 99));
+  EXPECT_TRUE(isFoundLost(record, *lastHeard, 100));
 }
 
 TEST(Record, TheUniqueIdIsTheBeaconIdAsWell) {
@@ -94,9 +103,11 @@ TEST(Record, TheUniqueIdIsTheBeaconIdAsWell) {
 // A refresh that has returned is never followed by a loss decided from the date before it.
 TEST(Record, RefreshAndLostCheckDecideOnWholeStates) {
   BRLBeaconDataModel record(Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date()}});
+  const auto lastHeard = std::make_shared<BRLLastHeard>();
+  record.enter(lastHeard, 0);
   std::atomic<bool> done{false};
   std::thread sweeper([&] {
-    while (!done) record.markLostIfSilentSince(1);
+    while (!done) isFoundLost(record, *lastHeard, 1);
   });
   for (int i = 0; i < 20'000; ++i) {
     record.setStatusUpdatedDate(Date());
@@ -108,6 +119,10 @@ TEST(Record, RefreshAndLostCheckDecideOnWholeStates) {
   }
   done = true;
   sweeper.join();
+  bool isFound = false;  // whatever stale entries stand before its own
+  for (int64_t entries = 0; entries < 20'000 && !isFound; ++entries)
+    isFound = isFoundLost(record, *lastHeard, 2);
+  EXPECT_TRUE(isFound) << "the checks have lost the record's entry";
 }
 
 }  // namespace
