@@ -6,43 +6,46 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 . "$root/tools/build.sh"
 filter="${1:-}"
 copy="$root/build/mutants"
-awake='#include <cstdlib>
+awake='#ifndef BRENLOFT_MUTANT
+#define BRENLOFT_MUTANT
+#include <cstdlib>
 #include <string_view>
 inline bool isMutant(std::string_view name) {
   static const char* const chosen = std::getenv("BRENLOFT_MUTANT");
   return chosen != nullptr && name == chosen;
 }
-'
+#endif'
 declare -a names=()          # those to be tried
 declare -A line=() tests=()  # of each of them
 declare -A wanted=()         # test programs
+declare -A contents=()       # of the files with a fault
 stale=0
 
-# Puts the fault TEXT ==> REPLACEMENT into $content.
+# Puts the fault TEXT ==> REPLACEMENT, whose text stands once below $folder, there. Sets $name.
 place() {
-  local name="$1" text="${2%% ==>*}" replacement="${2#* ==>}" before after
+  local text="${1%% ==>*}" replacement="${1#* ==>}" found file content before after
+  name=$folder
+  found=$(cd "$root" && grep -HrnF --include='*.h' --include='*.cpp' -e "$text" "$folder") || return 1
+  file="${found%%:*}" found="${found#*:}"
+  [[ $found != *$'\n'* ]] || return 1
+  name="${file##*/}:${found%%:*}"
+  content="${contents[$file]:-$(<"$root/$file")}"
   before="${content%%"$text"*}" after="${content#*"$text"}"
   [[ $content == *"$text"* && $after != *"$text"* ]] || return 1
   if [[ $text == *\; ]]; then
-    content="$before{ if (isMutant(\"$name\")) {$replacement } else { $text } }$after"
+    contents[$file]="$before{ if (isMutant(\"$name\")) {$replacement } else { $text } }$after"
   else
-    content="$before(isMutant(\"$name\") ? ($replacement) : ($text))$after"
+    contents[$file]="$before(isMutant(\"$name\") ? ($replacement) : ($text))$after"
   fi
 }
 
-finish_file() {
-  [[ -n ${content:-} && $awake$content != "$(cat "$copy/$file")" ]] || return 0
-  printf '%s\n' "$awake$content" >"$copy/$file"
-}
-
 read_list() {
-  local entry name number=0 programs=""
+  local entry name folder="" programs="" file
   while IFS= read -r entry; do
     case "$entry" in
       '' | '#'*) ;;
       *' ==>'*)
-        name="${file##*/}:$((++number))"
-        if ! place "$name" "$entry"; then
+        if ! place "$entry"; then
           say "stale     $name  $entry"
           stale=$((stale + 1))
         elif [[ $name$entry == *"$filter"* ]]; then
@@ -50,14 +53,13 @@ read_list() {
           for program in $programs; do wanted[$program]=1; done
         fi
         ;;
-      *)
-        finish_file
-        file="${entry%%: *}" programs="${entry#*: }" number=0
-        content=$(cat "$root/$file" 2>/dev/null) || true
-        ;;
+      *) folder="${entry%%: *}" programs="${entry#*: }" ;;
     esac
   done <"$root/tests/mutants/mutants"
-  finish_file
+  for file in "${!contents[@]}"; do
+    content="$awake"$'\n'"${contents[$file]}"
+    [[ $content == "$(<"$copy/$file")" ]] || printf '%s\n' "$content" >"$copy/$file"
+  done
 }
 
 # The tests of some programs up to the first that fails.
