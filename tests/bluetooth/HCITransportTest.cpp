@@ -1,6 +1,7 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -10,10 +11,12 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include "platform/bluetooth/hci/H4Decoder.h"
 #include "platform/bluetooth/hci/HCIAdapters.h"
 #include "platform/bluetooth/hci/HCIPackets.h"
 #include "platform/bluetooth/hci/HCISource.h"
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/foundation/Hex.h"
 #include "tests/support/ControllerModel.h"
 #include "tests/support/H4Server.h"
 #include "tests/support/PseudoTerminals.h"
@@ -178,6 +181,128 @@ TEST_F(HCITransportTest, WithoutAnAdapterItSaysWhy) {
     EXPECT_EQ(states[0].state, CBManagerState::unsupported);
     EXPECT_EQ(states[0].reason, problem);
   }
+}
+
+const BluetoothAddress kAddress = BluetoothAddress::fromText("C0:00:00:00:00:01").value();
+
+struct AddressCase {
+  const char* text;
+  RadioAddress address;
+  const char* shortest;  ///< when it is not `text`
+};
+
+const AddressCase kAddresses[] = {
+    {"h4:/dev/ttyACM0,1000000", H4SerialAddress{"/dev/ttyACM0", 1'000'000}, nullptr},
+    {"h4:/dev/ttyACM0", H4SerialAddress{"/dev/ttyACM0", 115'200}, nullptr},
+    {"h4:/dev/ttyUSB0,115200", H4SerialAddress{"/dev/ttyUSB0", 115'200}, "h4:/dev/ttyUSB0"},
+    {"h4:/dev/a,b,9600", H4SerialAddress{"/dev/a,b", 9600}, nullptr},
+    {"h4:unix:/run/controller", H4UnixAddress{"/run/controller"}, nullptr},
+    {"hci:0", HCIAdapterAddress{0, HCIChannel::automatic}, nullptr},
+    {"hci:hci12", HCIAdapterAddress{12, HCIChannel::automatic}, "hci:12"},
+    {"hci:hci1?user", HCIAdapterAddress{1, HCIChannel::user}, "hci:1?user"},
+    {"hci:c0:00:00:00:00:01", HCIAdapterAddress{kAddress, HCIChannel::automatic}, "hci:C0:00:00:00:00:01"},
+    {"hci:C0:00:00:00:00:01?raw", HCIAdapterAddress{kAddress, HCIChannel::raw}, nullptr},
+};
+
+TEST(HCITransportAddressTest, ReadsAndWritesEachForm) {
+  for (const auto& row : kAddresses) {
+    SCOPED_TRACE(row.text);
+    std::string problem;
+    const auto read = parseRadioAddress(row.text, problem);
+    ASSERT_TRUE(read) << problem;
+    EXPECT_EQ(*read, row.address);
+    EXPECT_EQ(textOf(*read), row.shortest != nullptr ? row.shortest : row.text);
+  }
+}
+
+TEST(HCITransportAddressTest, SaysWhatIsWrongWithOthers) {
+  for (const char* text :
+       {"", "h4:", "h4:,9600", "h4:/dev/ttyACM0,", "h4:/dev/ttyACM0,fast", "h4:/dev/ttyACM0,0",
+        "h4:/dev/ttyACM0,99999999999", "h4:unix:", "hci:", "hci:hci", "hci:-1", "hci:1?both",
+        "hci:C0:00:00:00:00", "hci:C0:00:00:00:00:0G", "hci:70000", "HCI:0"}) {
+    std::string problem;
+    EXPECT_FALSE(parseRadioAddress(text, problem)) << text;
+    EXPECT_FALSE(problem.empty()) << text;
+  }
+  std::string problem;
+  EXPECT_TRUE(parseRadioAddress("h4:unix:" + std::string(107, 'a'), problem));
+  EXPECT_FALSE(parseRadioAddress("h4:unix:" + std::string(108, 'a'), problem));
+  EXPECT_NE(problem.find("107"), std::string::npos) << problem;
+}
+
+struct StreamCase {
+  const char* name;
+  const char* stream;
+  std::vector<std::string> packets;
+  uint64_t skipped;
+};
+
+const StreamCase kStreams[] = {
+    {"one event", "040e0401030c00", {"040e0401030c00"}, 0},
+    {"two events", "040e0401030c00041001aa", {"040e0401030c00", "041001aa"}, 0},
+    {"an event without parameters", "04ff00041001aa", {"04ff00", "041001aa"}, 0},
+    {"a command of another program", "010c2002010004100142", {"010c20020100", "04100142"}, 0},
+    {"ACL, SCO and ISO data",
+     "02010002000102030100010905010001000a",
+     {"02010002000102", "0301000109", "05010001000a"},
+     0},
+    {"ISO data, whose length leaves two bits to others",
+     "05010001c00a041001aa",
+     {"05010001c00a", "041001aa"},
+     0},
+    {"garbage in front", "ffee00041001aa", {"041001aa"}, 3},
+    {"garbage between", "041001aa7e7e041001bb", {"041001aa", "041001bb"}, 2},
+    {"garbage that looks like an event of no known kind", "00042000041001aa", {"041001aa"}, 4},
+    {"garbage that looks like an answer, with nothing sensible behind",
+     "00040f0411223344ff041001aa",
+     {"041001aa"},
+     9},
+    {"huge ACL data is garbage", "020100ffff041001aa", {"041001aa"}, 5},
+    {"a packet that has not ended", "043e20", {}, 0},
+};
+
+std::vector<std::string> decode(H4Decoder& decoder, const Data& stream, std::size_t piece) {
+  std::vector<std::string> packets;
+  for (std::size_t at = 0; at < stream.size(); at += piece) {
+    const auto octets = DataView(stream).subspan(at, std::min(piece, stream.size() - at));
+    decoder.feed(octets, [&](DataView packet) { packets.push_back(hexText(packet)); });
+  }
+  return packets;
+}
+
+TEST(HCITransportDecoderTest, CutsStreamsIntoPacketsWhateverPiecesTheyComeIn) {
+  for (const auto& row : kStreams) {
+    SCOPED_TRACE(row.name);
+    const Data stream = octetsFromHex(row.stream).value();
+    // What follows a doubtful packet is not known yet when it comes in pieces.
+    for (std::size_t piece = row.skipped > 0 ? stream.size() : 1; piece <= stream.size(); ++piece) {
+      H4Decoder decoder;
+      EXPECT_EQ(decode(decoder, stream, piece), row.packets) << "in pieces of " << piece;
+      EXPECT_EQ(decoder.skippedOctets(), row.skipped);
+    }
+  }
+}
+
+TEST(HCITransportDecoderTest, LosesFewPacketsWhenOctetsAreLost) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const Data report = octetsFromHex("043e15020103010100000000c00902010605ff3412abcdc4").value();
+  Data stream;
+  constexpr std::size_t kPackets = 20'000;
+  std::size_t damaged = 0;
+  for (std::size_t i = 0; i < kPackets; ++i) {
+    const bool isDamaged = random() % 100 == 0;
+    const std::size_t lost = isDamaged ? random() % report.size() : report.size();
+    damaged += isDamaged ? 1 : 0;
+    for (std::size_t k = 0; k < report.size(); ++k) {
+      if (k != lost) stream.push_back(report[k]);
+    }
+  }
+  H4Decoder decoder;
+  std::size_t intact = 0;
+  decoder.feed(stream, [&](DataView packet) { intact += hexText(packet) == hexText(report) ? 1 : 0; });
+  EXPECT_GE(intact, kPackets - 3 * damaged - 1);
 }
 
 }  // namespace
