@@ -1,10 +1,8 @@
-#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -22,7 +20,6 @@ namespace {
 using namespace support;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::string fileOf(const Data& octets) {
   const std::string test = testing::UnitTest::GetInstance()->current_test_info()->name();

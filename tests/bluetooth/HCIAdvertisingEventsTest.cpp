@@ -7,7 +7,6 @@
 #include "platform/foundation/Hex.h"
 
 using platform::AdvertisingReport;
-using platform::Data;
 using platform::HCIAdvertisingEvents;
 using platform::hexText;
 using platform::octetsFromHex;

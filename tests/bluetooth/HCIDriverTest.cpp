@@ -303,21 +303,6 @@ INSTANTIATE_TEST_SUITE_P(Commands, HCIDriverLossTest,
                            return name;
                          });
 
-TEST_F(HCIDriverTest, HearsEventsThatTheTransportCutsAnywhere) {
-  for (const std::size_t piece : {1U, 2U, 3U, 7U, 20U}) {
-    SCOPED_TRACE(piece);
-    reports.clear();
-    start();
-    controller->cutInto(piece);
-    driver->startScan({});
-    dispatch->runDue();
-    hear(1);
-    hear(2);
-    EXPECT_THAT(reports, ElementsAre(Report{"C0:00:00:00:00:01", data}, Report{"C0:00:00:00:00:02", data}));
-    driver->close();
-  }
-}
-
 TEST_F(HCIDriverTest, FindsBackIntoTheStreamAfterGarbage) {
   startScanning();
   Data stream = parameters({0x00, 0x77, 0x04, 0x3E, 0x00, 0x04, 0x04, 0xAA});

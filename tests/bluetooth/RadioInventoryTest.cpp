@@ -1,14 +1,12 @@
-#include <filesystem>
-#include <fstream>
 #include <functional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "platform/bluetooth/radios/RadioInventory.h"
 #include "platform/bluetooth/radios/RadioSource.h"
 #include "platform/dispatch/VirtualDispatch.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 using namespace platform;
 using testing::ElementsAre;
@@ -35,16 +33,11 @@ const std::string kBoth = "000001ffffffffff";
 class Machine {
  public:
   Machine() {
-    std::string pattern = fs::temp_directory_path() / "brenloft-machine-XXXXXX";
-    root_ = ::mkdtemp(pattern.data());
     fs::create_directories(root_ / "proc/self");
     fs::create_directories(root_ / "dev");
     fs::create_symlink("/opt/brenloft", root_ / "proc/self/exe");
     capabilities(kNothing);
   }
-  ~Machine() { fs::remove_all(root_); }
-  Machine(const Machine&) = delete;
-  Machine& operator=(const Machine&) = delete;
 
   void capabilities(const std::string& effective) {
     std::ofstream(root_ / "proc/self/status")
@@ -63,7 +56,7 @@ class Machine {
     return root_ / "dev/ttyACM0";
   }
   RadioProbe probe() const {
-    return {.root = root_,
+    return {.root = root_.path(),
             .listAdapters =
                 [this](std::string& problem) {
                   problem = kernelProblem;
@@ -78,7 +71,7 @@ class Machine {
   BlueZInventory bluez{Daemon::absent, "bluetoothd is not running", {}};
 
  private:
-  fs::path root_;
+  const test::TemporaryFolder root_;
   int switches_ = 0;
 };
 

@@ -13,6 +13,7 @@ using platform::NSNumber;
 using platform::NSPredicate;
 using platform::Value;
 using test::insertThing;
+using test::modelOf;
 using test::names;
 using test::things;
 using testing::ElementsAre;
@@ -155,6 +156,35 @@ TEST_F(Context, NoRowGetsTheNumberOfADeletedOne) {
   insertThing(*context, "6");
   ASSERT_TRUE(context->save());
   EXPECT_THAT(test::sql(folder / "s", "SELECT rowid, name FROM Thing"), ElementsAre("4|4", "6|6"));
+}
+
+TEST(Model, WhatIsNoCompiledModelIsNone) {
+  for (const char* text :
+       {"", "name string\n", "entity\n", "entity A\n", "entity A\nname\n", "entity A\nname text\n",
+        "entity A\nname string more\n", "entity A\nrowid integer\n", "entity A\nna\"me string\n",
+        "entity A\nb string\nb integer\n", "entity A\nb string\nentity A\nc string\n", "\n"}) {
+    EXPECT_EQ(modelOf(text), nullptr) << text;
+  }
+}
+
+TEST(Model, EveryDifferenceShowsInTheFingerprint) {
+  const auto fingerprint = [](const char* text) { return modelOf(text)->fingerprint(); };
+  const auto base = fingerprint("entity A\nb string\nc integer\n");
+  EXPECT_EQ(base, fingerprint("entity A\n  b   string\n  c integer\n"));
+  for (const char* other :
+       {"entity A\nb string\nc unsigned\n", "entity A\nc integer\nb string\n", "entity A\nb string\n",
+        "entity A\nb string\nentity B\nc integer\n", "entity AB\nb string\nc integer\n"}) {
+    EXPECT_NE(base, fingerprint(other)) << other;
+  }
+}
+
+TEST(Model, MergingRefusesAMissingModelAndTwoEntitiesOfOneName) {
+  const auto a = modelOf("entity A\nb string\n");
+  const auto b = modelOf("entity B\nb string\n");
+  EXPECT_EQ(platform::NSManagedObjectModel::modelByMergingModels({a, b})->entities().size(), 2U);
+  EXPECT_THROW(platform::NSManagedObjectModel::modelByMergingModels({a, nullptr}),
+               NSInvalidArgumentException);
+  EXPECT_THROW(platform::NSManagedObjectModel::modelByMergingModels({a, a}), NSInvalidArgumentException);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <set>
 #include <stdexcept>

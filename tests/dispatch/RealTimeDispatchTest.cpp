@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/epoll.h>
-#include <unistd.h>
 
 #include "platform/dispatch/RealTimeDispatch.h"
 
@@ -110,32 +108,6 @@ TEST_F(RealTimeDispatchTest, ShowsOnItsDescriptorWhetherPollHasSomethingToDo) {
   EXPECT_TRUE(readable()) << "a deadline that is due";
   source->cancel();
   EXPECT_FALSE(readable()) << "a cancelled one";
-}
-
-TEST_F(RealTimeDispatchTest, IsDrivenByAForeignEpollLoop) {
-  const int loop = epoll_create1(EPOLL_CLOEXEC);
-  epoll_event interest{};
-  interest.events = EPOLLIN;
-  ASSERT_EQ(epoll_ctl(loop, EPOLL_CTL_ADD, dispatch_->fileDescriptor(), &interest), 0);
-
-  const dispatch_queue_t worker = dispatch_->createQueue("worker");
-  int timers = 0;
-  int blocks = 0;
-  const auto source = mainTimer(5ms, [&] { ++timers; });
-  const auto pushedBack = mainTimer(2ms, [&] { ++timers; });
-  pushedBack->setTimer(dispatch_->now() + 20ms, DISPATCH_TIME_FOREVER, 0s);
-  for (int i = 0; i < 100; ++i) {
-    worker->async([&] { main_->async([&] { ++blocks; }); });
-  }
-  dispatch_->after(10ms, main_, [&] { ++blocks; });
-  int idleWakeUps = 0;
-  while (timers < 2 || blocks < 101) {
-    epoll_event event{};
-    ASSERT_EQ(epoll_wait(loop, &event, 1, 60'000), 1) << "slept through something that was due";
-    if (dispatch_->poll() == 0) ++idleWakeUps;
-  }
-  EXPECT_LE(idleWakeUps, 20) << "the descriptor stays readable with nothing to do";
-  close(loop);
 }
 
 TEST_F(RealTimeDispatchTest, GathersTimersWithLeewayOnCommonInstants) {

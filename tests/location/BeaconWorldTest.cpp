@@ -54,13 +54,6 @@ int64_t sendersSilentFor(platform::dispatch_time_t duration, const std::vector<H
   return std::ssize(silent);
 }
 
-TEST(BeaconWorld, IsTheSameForTheSameSeedAndAnotherForAnother) {
-  const BeaconWorldOptions options{.sensors = 8, .iBeacons = 8, .seed = 42};
-  const std::string first = textOf(play(options, seconds(120)));
-  EXPECT_EQ(first, textOf(play(options, seconds(120))));
-  EXPECT_NE(first, textOf(play({.sensors = 8, .iBeacons = 8, .seed = 43}, seconds(120))));
-}
-
 TEST(BeaconWorld, GivesItsReportsInTimeOrderAtAboutTheirInterval) {
   const BeaconWorldOptions options{.sensors = 3, .iBeacons = 2, .seed = 7, .interval = milliseconds(100)};
   const auto all = play(options, seconds(10));

@@ -77,6 +77,24 @@ class LocationListener final : public platform::CLLocationManagerDelegate {
   }
 };
 
+/// Writes down what a central manager reports.
+class CentralListener final : public platform::CBCentralManagerDelegate {
+ public:
+  Lines lines;
+
+  Lines take() { return std::exchange(lines, {}); }
+  void centralManagerDidUpdateState(platform::CBCentralManager& central) override {
+    lines.push_back("state " + std::to_string(static_cast<int>(central.state())));
+  }
+  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(platform::CBCentralManager&,
+                                                                   const platform::CBPeripheral& peripheral,
+                                                                   const platform::CBAdvertisementData& data,
+                                                                   int64_t rssi) override {
+    lines.push_back(peripheral.identifier + " " + std::to_string(rssi) + " " +
+                    platform::hexText(data.manufacturerData.value_or(platform::Data{})));
+  }
+};
+
 template <class... Numbers>
 std::shared_ptr<CLBeaconRegion> beaconRegion(const std::string& identifier, const platform::NSUUID& uuid,
                                              Numbers... numbers) {

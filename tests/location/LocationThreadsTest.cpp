@@ -37,34 +37,26 @@ TEST_F(LocationThreads, OperationsFromSeveralThreadsMeetFramesAndCallbacks) {
     }
   });
 
-  LocationListener listener;
+  std::size_t told = 0;
   const auto region = beaconRegion("R", kUUID);
-  for (int round = 0; round < 100; ++round) {
-    const auto manager = location.makeLocationManager();
-    manager->setDelegate(&listener);
+  for (int round = 0; round < 200; ++round) {
+    const auto listener =
+        std::make_unique<LocationListener>();  // nobody may call it once its manager is gone
+    auto manager = location.makeLocationManager();
+    manager->setDelegate(listener.get());
     manager->startMonitoringForRegion(region);
     manager->startRangingBeaconsInRegion(region);
     manager->requestStateForRegion(region);
     EXPECT_LE(manager->monitoredRegions().size(), 1U);
-    std::this_thread::sleep_for(milliseconds(2));
-    manager->stopMonitoringForRegion(region);
+    std::this_thread::sleep_for(milliseconds(round % 3));
+    if (round % 2 == 0) manager->stopMonitoringForRegion(region);
+    manager.reset();
+    told += listener->lines.size();
   }
   isDone = true;
   air.join();
   user.join();
-  EXPECT_FALSE(listener.lines.empty());
-}
-
-TEST_F(LocationThreads, NoCallbackBeginsOrRunsOnceAManagerIsGone) {
-  for (int round = 0; round < 200; ++round) {
-    auto listener = std::make_unique<LocationListener>();
-    auto manager = simulated.beaconLocation().makeLocationManager();
-    manager->setDelegate(listener.get());
-    for (int i = 0; i < 20; ++i) manager->requestStateForRegion(beaconRegion("R", kUUID));
-    if (round % 2 == 0) std::this_thread::yield();
-    manager.reset();
-    listener.reset();
-  }
+  EXPECT_GT(told, 0U);
 }
 
 // The last manager takes the service with it, while the service's queue is busy with the radio's states.

@@ -143,13 +143,7 @@ TEST_F(Monitoring, ARadioThatWentAndCameBackAtOnceIsListenedToAgain) {
 
 // The radio is on already when the service's central is made, whose first state report then comes late.
 TEST_F(Monitoring, AStopBeforeTheFirstStateReportOfTheRadioEndsTheScan) {
-  struct : platform::CBCentralManagerDelegate {
-    void centralManagerDidUpdateState(platform::CBCentralManager&) override {}
-    void centralManager_didDiscoverPeripheral_advertisementData_RSSI(platform::CBCentralManager&,
-                                                                     const platform::CBPeripheral&,
-                                                                     const platform::CBAdvertisementData&,
-                                                                     int64_t) override {}
-  } nobody;
+  CentralListener nobody;
   const auto other = simulated.services().bluetooth->makeCentralManager(nobody, nullptr);
   simulated.advance({});
   listener.onLine = [&] {

@@ -10,13 +10,6 @@ class Ranging : public BeaconLocationTest {
   }
 };
 
-TEST_F(Ranging, ReportsOnceASecondAlsoWhenNothingIsHeard) {
-  startRanging(region);
-  EXPECT_EQ(after(seconds(1) - milliseconds(1)), Lines{});
-  EXPECT_EQ(after(milliseconds(1)), Lines{"ranged R:"});
-  EXPECT_EQ(after(seconds(3)), (Lines{"ranged R:", "ranged R:", "ranged R:"}));
-}
-
 TEST_F(Ranging, GivesTheMeanOfEachSecondNearestFirstAndWhatWasNotMeasuredLast) {
   startRanging(region);
   hear(kUUID, 1, 1, -70);

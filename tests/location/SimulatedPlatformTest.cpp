@@ -9,24 +9,6 @@ namespace {
 using platform::SimulatedPlatform;
 using platform::SimulatedPlatformOptions;
 
-/// Writes down what a central manager reports.
-class CentralListener final : public platform::CBCentralManagerDelegate {
- public:
-  Lines lines;
-
-  Lines take() { return std::exchange(lines, {}); }
-  void centralManagerDidUpdateState(platform::CBCentralManager& central) override {
-    lines.push_back("state " + std::to_string(static_cast<int>(central.state())));
-  }
-  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(platform::CBCentralManager&,
-                                                                   const platform::CBPeripheral& peripheral,
-                                                                   const platform::CBAdvertisementData& data,
-                                                                   int64_t rssi) override {
-    lines.push_back(peripheral.identifier + " " + std::to_string(rssi) + " " +
-                    platform::hexText(data.manufacturerData.value_or(platform::Data{})));
-  }
-};
-
 const platform::BluetoothAddress kAddress{{0xC0, 0, 0, 0, 0, 1}, true};
 const platform::CBUUID kService = platform::CBUUID::fromShort(0xA001);
 

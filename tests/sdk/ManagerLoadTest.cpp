@@ -142,24 +142,12 @@ size_t readListAndLog(BRLContextManager& manager) {
   return seen;
 }
 
-// Does something again and again on a thread of its own.
-class Beside {
- public:
-  explicit Beside(std::function<void()> turn)
-      : thread_([this, turn = std::move(turn)] {
-          for (; !isDone_; std::this_thread::sleep_for(milliseconds(5))) turn();
-        }) {}
-  ~Beside() {
-    isDone_ = true;
-    thread_.join();
-  }
-  Beside(const Beside&) = delete;
-  Beside& operator=(const Beside&) = delete;
-
- private:
-  std::atomic<bool> isDone_{false};
-  std::thread thread_;
-};
+// Does something again and again on a thread of its own, until the end of its scope.
+std::jthread beside(std::function<void()> turn) {
+  return std::jthread([turn = std::move(turn)](const std::stop_token& stop) {
+    for (; !stop.stop_requested(); std::this_thread::sleep_for(milliseconds(5))) turn();
+  });
+}
 
 void rangeOnce(platform::ScriptedLocationService& location) {
   static const platform::NSUUID proximityUUID;
@@ -184,8 +172,8 @@ TEST(ManagerUnderLoad, ReportsEveryAdvertisementOfASteadySearchAndLosesEveryBeac
   manager.start();
   ASSERT_TRUE(load.settle());
   {
-    const Beside ranging([] { rangeOnce(load.location()); });
-    const Beside application([&] {
+    const auto ranging = beside([] { rangeOnce(load.location()); });
+    const auto application = beside([&] {
       manager.stop();
       manager.start();
       seen += readListAndLog(manager);
@@ -201,8 +189,8 @@ TEST(ManagerUnderLoad, ReportsEveryAdvertisementOfASteadySearchAndLosesEveryBeac
   manager.start();
   ASSERT_TRUE(load.settle());
   {
-    const Beside ranging([] { rangeOnce(load.location()); });
-    const Beside application([&] { seen += readListAndLog(manager); });
+    const auto ranging = beside([] { rangeOnce(load.location()); });
+    const auto application = beside([&] { seen += readListAndLog(manager); });
     ASSERT_TRUE(load.feed(steady));
   }
   ASSERT_TRUE(load.settle());

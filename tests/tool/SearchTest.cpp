@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <csignal>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -250,16 +249,6 @@ TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {
   EXPECT_EQ(said({"--verbose", "-q"}), "");
   EXPECT_TRUE(said({"--quiet", "-v"}).starts_with("2026-01-01T00:00:00.000000Z CoreDataManager"))
       << said({"-v"});
-}
-
-TEST(Scan, AnInterruptedSearchStopsInOrder) {
-  TemporaryFolder folder;
-  const std::string source = simulated(folder) + "?paced";
-  for (const int signal : {SIGINT, SIGTERM}) {
-    const Ended ended = runToolUntil(20, {"scan", "--source", source, "--format", "jsonl", "-q"}, signal);
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(valueOf(ended.lines().back(), "status"), "2");
-  }
 }
 
 }  // namespace

@@ -61,6 +61,19 @@ TEST(Stream, ShowsWhatComesThroughAPipeAtOnceAndStopsInOrder) {
   }
 }
 
+TEST(Stream, APipeIsHeardUntilItsWriterHasComeAndGone) {
+  TemporaryFolder folder;
+  const std::string file = folder.file("c.btsnoop");
+  ASSERT_EQ(runTool({"simulate", "--out", file}).status, 0);
+  // The writer waits for the tool, which finds nobody there.
+  const Ended ended = runProgram(
+      {"sh", "-c",
+       "mkfifo \"$1\"; (exec 3>\"$1\"; cat \"$2\" >&3) & exec \"$0\" hear -F jsonl -s capture:\"$1\"",
+       toolPath(), folder.file("pipe"), file});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(ended.out, runTool({"hear", "-F", "jsonl", "-s", "capture:" + file}).out);
+}
+
 TEST(Stream, ASignalEndsTheWaitForAPipeThatBringsNothing) {
   TemporaryFolder folder;
   const std::string pipe = folder.file("pipe");
