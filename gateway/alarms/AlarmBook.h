@@ -7,30 +7,24 @@
 #include <string>
 #include <vector>
 
+#include "gateway/KeptState.h"
 #include "gateway/Record.h"
 #include "gateway/configuration/Settings.h"
 #include "platform/dispatch/Dispatch.h"
 
 namespace brenloft {
 
-/// How one rule stands for one beacon, in the form that is kept. Nothing is kept of a quiet one.
-struct AlarmState {
-  std::string rule;  ///< its name
-  BeaconId beacon;
-  std::string text{};  ///< "": forget what is kept of it
-};
-
 /// A step of an alarm: the state to keep and, where it was raised or cleared, the event to keep in the same
 /// transaction and to tell.
 struct AlarmChange {
-  AlarmState state;
+  KeptState state;                     ///< owner: the rule's name; subject: the beacon
   std::optional<BeaconEvent> event{};  ///< `text` is the rule's name
   std::optional<int32_t> value{};      ///< what made it, in the unit of the rule's quantity
 };
 
 /// What the history knows at the start.
 struct AlarmsKept {
-  std::vector<AlarmState> states{};
+  std::vector<KeptState> states{};
   std::map<BeaconId, platform::Date> heard{};  ///< the newest reading of each beacon
   platform::Date stoppedAt{};                  ///< the newest record of all
 };

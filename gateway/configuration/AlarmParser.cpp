@@ -100,6 +100,7 @@ class AlarmReader {
                       "an alarm has one of quantity, silent and emergency; write one alarm for each");
     if (stands("silent")) return readSilence();
     if (isEmergency) return readEmergency();
+    if (!stands("quantity")) return missCondition();
     readLimits();
   }
 
@@ -122,14 +123,15 @@ class AlarmReader {
     rule_.hold = values_.duration("for");
   }
 
+  void missCondition() {
+    if (complaints_.size() != before_) return;  // it may be there, misspelt
+    const bool hasLimit = stands("above") || stands("below");
+    const std::string_view key = stands("above") ? "above" : "below";
+    complain(key, hasLimit ? fmt::format("{} of what? Add quantity = \"temperature\", for example", key)
+                           : "an alarm needs a quantity with above or below, or silent, or emergency");
+  }
+
   void readLimits() {
-    if (!stands("quantity")) {
-      const bool hasLimit = stands("above") || stands("below");
-      const std::string_view key = stands("above") ? "above" : "below";
-      return complain(key, hasLimit
-                               ? fmt::format("{} of what? Add quantity = \"temperature\", for example", key)
-                               : "an alarm needs a quantity with above or below, or silent, or emergency");
-    }
     if (!values_.has("quantity")) return;
     if (!stands("above") && !stands("below")) return complain("quantity", "it needs above or below");
     const Scale& scale = *std::ranges::find(kScales, values_.text("quantity"), &Scale::word);

@@ -28,9 +28,9 @@ std::optional<std::string> wordOf(const TomlValue& value) {
   return std::nullopt;
 }
 
-class SettingsReader {
+class DocumentReader {
  public:
-  explicit SettingsReader(const CommandVocabulary& vocabulary) : vocabulary_(vocabulary) {}
+  explicit DocumentReader(const CommandVocabulary& vocabulary) : vocabulary_(vocabulary) {}
 
   std::variant<Settings, Complaints> read(const TomlValue::Table& document) {
     for (const TomlEntry& entry : document)
@@ -171,7 +171,7 @@ class SettingsReader {
                                          option.isRepeatable ? ", or a list of them" : ""));
     }
     const std::string reason = vocabulary_.check ? vocabulary_.check(command, setting) : std::string();
-    if (!reason.empty()) return complain(value, reason);
+    if (!reason.empty()) return complain(value, fmt::format("{}, for {}", reason, command));
     settings_.options[command].push_back(std::move(setting));
   }
 
@@ -180,7 +180,7 @@ class SettingsReader {
     if (array && !option.isRepeatable) return false;
     for (const TomlValue& one : array ? *array : TomlValue::Array{value}) {
       const auto word = wordOf(one);
-      if (!word || word->find('\0') != std::string::npos) return false;
+      if (!word || word->empty() || word->find('\0') != std::string::npos) return false;
       words.push_back(*word);
     }
     return !words.empty();
@@ -197,7 +197,7 @@ class SettingsReader {
 std::variant<Settings, Complaints> parseSettings(std::string_view text, const CommandVocabulary& vocabulary) {
   auto document = readToml(text);
   if (const auto* complaint = std::get_if<Complaint>(&document)) return Complaints{*complaint};
-  return SettingsReader(vocabulary).read(std::get<TomlValue::Table>(document));
+  return DocumentReader(vocabulary).read(std::get<TomlValue::Table>(document));
 }
 
 }  // namespace brenloft

@@ -8,9 +8,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::string checkOption(const std::string& command, const OptionSetting& setting) {
+std::string checkOption(const std::string&, const OptionSetting& setting) {
   const bool isWrong = setting.option == "format" && setting.words != std::vector<std::string>{"csv"};
-  return isWrong ? "--format: not for " + command : "";
+  return isWrong ? "--format: is wrong" : "";
 }
 
 const CommandVocabulary kVocabulary{
@@ -121,7 +121,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[scan]\nlog = \"yes\"\nsource = [\"a\"]\nout = [1, true]\ncount = \"a\\u0000b\"\n",
        "2: log: it must be true or false\n3: source: it must be a text or a number\n"
        "4: out: it must be a text or a number, or a list of them\n5: count: it must be a text or a number\n"},
-      {"format = \"xml\"\n", "1: --format: not for log show\n1: --format: not for scan\n"},
+      {"format = \"xml\"\n", "1: --format: is wrong, for log show\n1: --format: is wrong, for scan\n"},
       {"[beacon]\nname = \"x\"\n",
        "2: \"name\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
        "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -19,6 +18,7 @@
 #include "gateway/Texts.h"
 #include "platform/bluetooth/CBUUID.h"
 #include "platform/simulated/BeaconWorld.h"
+#include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/Output.h"
@@ -29,7 +29,7 @@ namespace {
 
 // CLI11 stays in this file: it is the dearest header of the program.
 
-using Run = std::function<ExitStatus()>;
+using Run = ChosenCommand;
 
 template <typename Value>
 using Choices = std::vector<std::pair<std::string, Value>>;
@@ -39,9 +39,10 @@ const Choices<Format> kAllFormats{{"table", Format::table}, {"jsonl", Format::js
 
 constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
 
-// "--count" of "-n,--count".
+// "--count" of "-n,--count", FILE of FILE.
 std::string longName(const std::string& names) {
-  return names.substr(names.find("--"));
+  const auto dashes = names.find("--");
+  return dashes == std::string::npos ? names : names.substr(dashes);
 }
 
 // "table, jsonl or csv".
@@ -259,7 +260,10 @@ void addScan(CLI::App& app, Run& run) {
       ->check(checkServiceUUID);
   addExitTime(*command, options->exitTime);
   addSearchOptions(*command, *options);
-  command->callback([&run, options] { run = [options] { return runSearch(*options); }; });
+  command->callback([&run, options] {
+    options->settings = run.settings;
+    run = [options] { return runSearch(*options); };
+  });
 }
 
 void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
@@ -293,6 +297,7 @@ void addRange(CLI::App& app, Run& run) {
   addSearchOptions(*command, *options);
   command->callback([&run, options, group] {
     if (group->count() == 0) options->group = options->minor ? 2 : options->major ? 1 : 0;
+    options->settings = run.settings;
     run = [options] { return runSearch(*options); };
   });
 }
@@ -352,6 +357,26 @@ void addSources(CLI::App& app, Run& run) {
   command->callback([&run, options] { run = [options] { return runSources(*options); }; });
 }
 
+void declareCommands(CLI::App& app, Run& run);
+
+void addConfig(CLI::App& app, Run& run) {
+  auto options = std::make_shared<ConfigOptions>();
+  options->file = kSettingsFile;
+  auto* config = app.add_subcommand("config", "Check the settings file")->require_subcommand(1);
+  const auto add = [&](const char* name, const char* help, ConfigOptions::Action action) {
+    auto* command = config->add_subcommand(name, help);
+    command->callback([&run, options, action] {
+      options->action = action;
+      options->vocabulary = vocabularyOf(declareCommands);
+      run = [options] { return runConfig(*options); };
+    });
+    return command;
+  };
+  auto* check = add("check", "Say every line that is wrong, and why", ConfigOptions::Action::check);
+  addPath(*check, "FILE", options->file, std::string("default: ") + kSettingsFile);
+  add("keys", "List what the file can say", ConfigOptions::Action::keys);
+}
+
 std::vector<CLI::App*> commandsOf(CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
@@ -403,21 +428,32 @@ Failure unexpected(CLI::App& app) {
   return {ExitStatus::usage, fmt::format("not expected: {}{}", fmt::join(extras, " "), didYouMean(meant))};
 }
 
-}  // namespace
-
-ExitStatus runCommandLine(int argc, char** argv) {
-  CLI::App app("Sensor beacons and iBeacons over Bluetooth Low Energy", "brenloft");
+void declareCommands(CLI::App& app, Run& run) {
+  app.description("Sensor beacons and iBeacons over Bluetooth Low Energy");
+  app.name("brenloft");
   app.footer(
       "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no radio, 4 not permitted, 5 the store cannot be "
       "used.");
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
-  Run run;
   for (const auto add :
-       {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources, addHelp})
+       {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources, addConfig, addHelp})
     add(app, run);
+  addConfigOption(app, {"config", "help"});
+}
+
+}  // namespace
+
+ExitStatus runCommandLine(int argc, char** argv) {
+  auto [arguments, settings] =
+      settle(std::vector<std::string>(argv + std::min(argc, 1), argv + argc), declareCommands);
+  CLI::App app;
+  Run run;
+  run.settings = settings;
+  declareCommands(app, run);
   try {
-    app.parse(argc, argv);
+    std::ranges::reverse(arguments);  // it takes them from the back
+    app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       app.exit(error);  // --help and --version

@@ -15,5 +15,6 @@ ExitStatus runSearch(const SearchOptions& options);
 ExitStatus runLog(const LogOptions& options);
 ExitStatus runTag(const TagOptions& options);
 ExitStatus runSources(const SourcesOptions& options);
+ExitStatus runConfig(const ConfigOptions& options);
 
 }  // namespace brenloft

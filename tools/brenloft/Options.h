@@ -3,11 +3,16 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "gateway/configuration/SettingsParser.h"
+
 namespace brenloft {
+
+class LiveSettings;
 
 // What the command line asked for, one structure per command; `CommandLine.cpp` fills them.
 
@@ -58,6 +63,7 @@ struct SearchOptions {
   std::filesystem::path container;
   std::string record;
   bool verbose = false;  ///< with the library's diagnostic lines
+  std::shared_ptr<LiveSettings> settings;
 };
 
 struct LogOptions {
@@ -84,6 +90,13 @@ struct TagOptions {
 
 struct SourcesOptions {
   Format format = Format::table;
+};
+
+struct ConfigOptions {
+  enum class Action { check, keys };
+  Action action = Action::check;
+  std::filesystem::path file;
+  CommandVocabulary vocabulary;
 };
 
 }  // namespace brenloft

@@ -1,0 +1,153 @@
+#include "tools/brenloft/CommandSettings.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace brenloft {
+namespace {
+
+constexpr const char* kConfig = "--config";
+
+// An application of its own to try arguments on: what they set there is thrown away.
+struct Trial {
+  explicit Trial(const DeclareCommands& declare) { declare(app, run); }
+
+  CLI::App app;
+  ChosenCommand run;
+};
+
+std::vector<CLI::App*> commandsOf(const CLI::App& app) {
+  return const_cast<CLI::App&>(app).get_subcommands([](const CLI::App*) { return true; });
+}
+
+// Each command that has none below it, with its whole name.
+template <class Visit>
+void eachCommand(CLI::App& app, const std::string& above, const Visit& visit) {
+  for (CLI::App* command : commandsOf(app)) {
+    const std::string name = above.empty() ? command->get_name() : above + ' ' + command->get_name();
+    if (commandsOf(*command).empty()) visit(*command, name);
+    eachCommand(*command, name, visit);
+  }
+}
+
+// No settings: they have a meaning on the command line only.
+bool isSetting(const std::string& option) {
+  return option != "help" && option != "version" && option != "config";
+}
+
+std::vector<CommandOption> optionsOf(const CLI::App& command) {
+  std::vector<CommandOption> options;
+  for (const CLI::Option* option : command.get_options())
+    for (const std::string& name : option->get_lnames())
+      if (isSetting(name))
+        options.push_back({.name = name,
+                           .isFlag = option->get_items_expected_max() == 0,
+                           .isRepeatable = option->get_items_expected_max() > 1});
+  return options;
+}
+
+std::string whatIsWrong(Trial& trial, const std::string& name, const OptionSetting& setting) {
+  std::string reason;
+  eachCommand(trial.app, "", [&](CLI::App& command, const std::string& one) {
+    if (one != name || setting.words.empty()) return;
+    CLI::Option* option = command.get_option("--" + setting.option);
+    option->clear();
+    try {
+      for (const std::string& word : setting.words) option->add_result(word);
+      option->run_callback();
+    } catch (const CLI::ParseError& error) {
+      reason = error.what();
+    }
+  });
+  return reason;
+}
+
+// The command that was chosen, as far as the arguments went.
+CLI::App& chosen(CLI::App& app) {
+  CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().back();
+  return *command;
+}
+
+std::string nameOf(CLI::App& command) {
+  CLI::App* parent = command.get_parent();
+  const bool isTop = parent == nullptr || parent->get_parent() == nullptr;
+  return isTop ? command.get_name() : nameOf(*parent) + ' ' + command.get_name();
+}
+
+// After the words that name the command, so that what the caller says himself comes later.
+void insert(std::vector<std::string>& arguments, CLI::App& command,
+            const std::vector<OptionSetting>& settings) {
+  std::vector<std::string> added;
+  for (const OptionSetting& setting : settings) {
+    const std::string name = "--" + setting.option;
+    if (command.get_option(name)->count() != 0) continue;
+    if (setting.words.empty()) added.push_back(name);
+    for (const std::string& word : setting.words) added.push_back(name + '=' + word);
+  }
+  auto place = arguments.begin();
+  for (CLI::App* one = &command; one->get_parent() != nullptr; one = one->get_parent()) ++place;
+  arguments.insert(place, added.begin(), added.end());
+}
+
+}  // namespace
+
+void addConfigOption(CLI::App& app, const std::vector<std::string>& exceptions) {
+  const std::string help = fmt::format("the settings file; default: {}", kSettingsFile);
+  eachCommand(app, "", [&](CLI::App& command, const std::string& name) {
+    if (std::ranges::find(exceptions, name.substr(0, name.find(' '))) != exceptions.end()) return;
+    command.add_option_function<std::string>(
+        kConfig,
+        [](const std::string& file) {
+          if (file.empty()) throw CLI::ValidationError(kConfig, "the name is empty");
+        },
+        help);
+  });
+}
+
+CommandVocabulary vocabularyOf(const DeclareCommands& declare) {
+  const auto trial = std::make_shared<Trial>(declare);
+  CommandVocabulary vocabulary;
+  eachCommand(trial->app, "", [&](CLI::App& command, const std::string& name) {
+    if (command.get_option_no_throw(kConfig)) vocabulary.commands[name] = optionsOf(command);
+  });
+  vocabulary.check = [trial](const std::string& command, const OptionSetting& setting) {
+    return whatIsWrong(*trial, command, setting);
+  };
+  return vocabulary;
+}
+
+SettledArguments settle(std::vector<std::string> arguments, const DeclareCommands& declare) {
+  Trial trial(declare);
+  try {
+    // It takes them from the back.
+    trial.app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& error) {
+    // What is missing may be in the file, and what is wrong is told when it counts. Help needs no file.
+    if (error.get_exit_code() == 0) return {std::move(arguments)};
+  }
+  CLI::App& command = chosen(trial.app);
+  const CLI::Option* config = command.get_option_no_throw(kConfig);
+  if (config == nullptr) return {std::move(arguments)};
+
+  const bool isGiven = config->count() != 0;
+  const SettingsReader reader(isGiven ? config->as<std::string>() : kSettingsFile,
+                              isGiven ? SettingsReader::Absence::isWrong : SettingsReader::Absence::isAllowed,
+                              vocabularyOf(declare));
+  const auto outcome = reader.read();
+  if (!outcome.settings) {
+    const std::size_t others = outcome.complaints.size() - 1;
+    const std::string more =
+        others == 0 ? "" : fmt::format(" (and {} more; see 'brenloft config check')", others);
+    throw Failure(ExitStatus::usage, outcome.complaints.front() + more);
+  }
+  const auto options = outcome.settings->options.find(nameOf(command));
+  if (options != outcome.settings->options.end()) insert(arguments, command, options->second);
+  return {std::move(arguments), std::make_shared<LiveSettings>(reader, outcome.settings)};
+}
+
+}  // namespace brenloft
