@@ -228,6 +228,9 @@ TEST_F(HCIDriverTest, BesideOthersItGivesWayMoreAndMoreToOneThatInsists) {
   EXPECT_LT(driver->counters().scanStarts - starts, 10U);
   dispatch->advance(70s);
   EXPECT_TRUE(isScanning());
+  commandByOther(opcode::kLESetScanEnable, {0, 0});
+  dispatch->advance(250ms);
+  EXPECT_TRUE(isScanning()) << "one that left it alone for a while is waited for briefly again";
 }
 
 TEST_F(HCIDriverTest, TakesAnotherProgramsScanOverWhenParametersAreRefusedDuringIt) {
@@ -436,6 +439,10 @@ TEST_F(HCIDriverTest, PausesKeepGrowingWhenEachConnectionBreaksAtOnce) {
     dispatch->advance(100ms);
   }
   EXPECT_LE(controller->connectionCount() - connections, 7);  // 1 + 2 + 4 + 8 + 16 + 32 s, then 60
+  dispatch->advance(180s);
+  controller->breakLine("after a good while");
+  dispatch->advance(1s);
+  EXPECT_TRUE(isScanning());
 }
 
 TEST_F(HCIDriverTest, TellsWhyThereIsNoRadioAndComesBack) {
