@@ -21,7 +21,7 @@ struct sqlite3_stmt;
 
 namespace platform {
 
-/// An operation of SQLite that failed. Never leaves this folder: the store's operations turn it into Error.
+/// An operation of SQLite that failed. It stays with those who work on files: what they offer returns Error.
 class SQLiteFailure : public std::runtime_error {
  public:
   SQLiteFailure(int code, const std::string& text) : std::runtime_error(text), code_(code) {}

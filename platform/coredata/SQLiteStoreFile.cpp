@@ -3,10 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <system_error>
-
-#include <fcntl.h>
-#include <unistd.h>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -14,18 +11,8 @@ namespace {
 // "BRLS": the store files of this library.
 constexpr int64_t kApplicationId = 0x42524c53;
 
-// Every database file has a header, https://www.sqlite.org/fileformat.html
-constexpr std::size_t kHeaderSize = 100;
-constexpr std::string_view kMagic{"SQLite format 3\0", 16};
-constexpr std::size_t kUserVersionAt = 60;
-constexpr std::size_t kApplicationIdAt = 68;
-
 // What a log that was large once is cut to.
 constexpr std::string_view kLogSizeLimit = "4194304";
-
-[[noreturn]] void refuse(const std::string& why) {
-  throw SQLiteFailure(0, why);
-}
 
 // The model's fingerprint in the 31 bits that fit the header's user_version; never 0, which is unset.
 int64_t versionOf(const NSManagedObjectModel& model) {
@@ -40,54 +27,13 @@ std::string fingerprintText(const NSManagedObjectModel& model) {
   return text.data();
 }
 
-bool hasLog(const SQLiteDatabase& database) {
-  std::error_code error;
-  const auto size = std::filesystem::file_size(database.logFile(), error);
-  return !error && size > 0;
-}
-
-bool isZeros(std::string_view octets) {
-  return octets.find_first_not_of('\0') == std::string_view::npos;
-}
-
-bool isBlank(const SQLiteDatabase& database) {
-  constexpr std::size_t piece = 65'536;
-  for (uint64_t from = 0;; from += piece) {
-    const std::string octets = database.octets(from, piece);
-    if (!isZeros(octets)) return false;
-    if (octets.size() < piece) return true;
-  }
-}
-
-int64_t bigEndian32(std::string_view header, std::size_t at) {
-  uint32_t number = 0;
-  for (const char octet : header.substr(at, 4)) number = number << 8 | static_cast<unsigned char>(octet);
-  return number;
-}
-
-enum class Contents {
-  Nothing,
-  /// What a creation leaves that was cut short by a power cut.
-  Zeros,
-  /// Ours as far as the header tells, whole or not: SQLite finishes or takes back what was cut short.
-  Store,
-};
-
-// A look at the header only, because opening a stranger's database leaves SQLite's files beside it. What the
-// look is for stands there from the first write on and stays.
-Contents glance(const NSManagedObjectModel& model, const std::filesystem::path& file) {
-  std::error_code error;
-  const auto status = std::filesystem::status(file, error);
-  if (status.type() == std::filesystem::file_type::not_found) return Contents::Nothing;
-  if (error) refuse(error.message());
-  if (!std::filesystem::is_regular_file(status)) refuse("not a file");
-  const std::string header = SQLiteDatabase(file, SQLiteDatabase::Access::Immutable).octets(0, kHeaderSize);
-  if (header.empty()) return Contents::Nothing;
-  if (isZeros(header)) return Contents::Zeros;
-  if (header.size() < kHeaderSize || !header.starts_with(kMagic)) refuse("not a database");
-  if (bigEndian32(header, kApplicationIdAt) != kApplicationId) refuse("another application's database");
-  if (bigEndian32(header, kUserVersionAt) != versionOf(model)) refuse("a store of another model");
-  return Contents::Store;
+// Refuses what is not ours as far as the header tells.
+SQLiteHeader::Contents glance(const NSManagedObjectModel& model, const std::filesystem::path& file) {
+  const auto header = SQLiteHeader::of(file);
+  if (header.contents != SQLiteHeader::Contents::Database) return header.contents;
+  if (header.applicationId != kApplicationId) refuse("another application's database");
+  if (header.userVersion != versionOf(model)) refuse("a store of another model");
+  return header.contents;
 }
 
 void writeSchema(const NSManagedObjectModel& model, SQLiteDatabase& database) {
@@ -97,30 +43,6 @@ void writeSchema(const NSManagedObjectModel& model, SQLiteDatabase& database) {
                    "')");
   database.execute("PRAGMA user_version = " + std::to_string(versionOf(model)));
   database.execute("PRAGMA application_id = " + std::to_string(kApplicationId));
-}
-
-// SQLite makes its files as the umask says, those beside the first with its permissions.
-void makeForOwnerOnly(const std::filesystem::path& file) {
-  const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  // Made by somebody else meanwhile, or not to be made at all: then opening says why.
-  if (descriptor >= 0) ::close(descriptor);
-}
-
-// In one transaction, so that a process that dies leaves the whole schema or nothing. SQLite makes nothing of
-// zeros unless it is told that they are nothing, and then of nothing else either; so the file itself is
-// looked at, once the others are locked out.
-void create(const NSManagedObjectModel& model, SQLiteDatabase& database, Contents found) {
-  const bool isZeros = found == Contents::Zeros;
-  database.takeForEmpty(isZeros);
-  database.execute("BEGIN");
-  // So that the space of deleted rows can be given back in steps. Takes the lock, and must be the first
-  // change.
-  database.execute("PRAGMA auto_vacuum = INCREMENTAL");
-  const bool isQuickest =
-      isZeros ? isBlank(database) : database.integer("SELECT count(*) FROM sqlite_schema") == 0;
-  if (isQuickest) writeSchema(model, database);
-  database.execute(isQuickest ? "COMMIT" : "ROLLBACK");
-  database.takeForEmpty(false);
 }
 
 // Indexes are welcome. What has no page of its own is a trigger, a view or a virtual table.
@@ -230,6 +152,7 @@ void EntityTable::readRows(SQLiteStatement& statement, const StoredRowBlock& blo
 
 SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file,
                              SQLiteStoreOptions options) {
+  using Contents = SQLiteHeader::Contents;
   const Contents contents = glance(model, file);
   if (contents == Contents::Nothing && !options.create) refuse("no such file");
   if (contents == Contents::Nothing && options.ownerOnly) makeForOwnerOnly(file);
@@ -237,9 +160,7 @@ SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::files
   SQLiteDatabase database(file, options.create ? Access::Create : Access::ReadWrite);
   // A log that a killed process left behind goes into the file only once the file has proved to be ours.
   database.leaveLogOnClose(hasLog(database));
-  // A creation that was cut short is taken back when it is first read, and begun anew.
-  if (contents == Contents::Zeros || database.integer("SELECT count(*) FROM sqlite_schema") == 0)
-    create(model, database, contents);
+  createSchema(database, contents, [&] { writeSchema(model, database); });
   verify(model, database);
   database.leaveLogOnClose(false);
   if (!options.create) return database;
@@ -252,16 +173,14 @@ SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::files
   return database;
 }
 
-void requireInPlace(const SQLiteDatabase& database) {
-  if (database.hasMoved()) refuse("the file was removed or replaced while in use");
-}
-
-SQLiteDatabase openImmutableStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file) {
-  SQLiteDatabase database(file, SQLiteDatabase::Access::Immutable);
-  if (hasLog(database))
-    refuse("its log needs an index that cannot be made beside it; copy both to another folder");
-  verify(model, database);
-  return database;
+SQLiteReadConnection readStoreFile(std::shared_ptr<const NSManagedObjectModel> model,
+                                   const std::filesystem::path& file) {
+  return SQLiteReadConnection([model = std::move(model), file](SQLiteDatabase::Access access) {
+    if (access != SQLiteDatabase::Access::Immutable) return openStoreFile(*model, file, {.create = false});
+    SQLiteDatabase database(file, access);
+    if (!hasLog(database)) verify(*model, database);
+    return database;
+  });
 }
 
 }  // namespace platform

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/coredata/NSManagedObjectModel.h"
 #include "platform/coredata/SQLiteDatabase.h"
+#include "platform/coredata/SQLiteFile.h"
 
 namespace platform {
 
@@ -56,11 +58,8 @@ struct SQLiteStoreOptions {
 SQLiteDatabase openStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file,
                              SQLiteStoreOptions options);
 
-/// Throws SQLiteFailure when the file is no longer the one that its name stands for.
-void requireInPlace(const SQLiteDatabase& database);
-
-/// Opens one that has no log for reading where SQLite's files cannot be made beside it. What is read is right
-/// as long as the file is as it was opened.
-SQLiteDatabase openImmutableStoreFile(const NSManagedObjectModel& model, const std::filesystem::path& file);
+/// Reads one, also where it may not be written.
+SQLiteReadConnection readStoreFile(std::shared_ptr<const NSManagedObjectModel> model,
+                                   const std::filesystem::path& file);
 
 }  // namespace platform

@@ -58,48 +58,17 @@ class CopiedRows {
 
 }  // namespace
 
-StoreReader::StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::filesystem::path file)
-    : model_(std::move(model)), file_(std::move(file)) {}
+StoreReader::StoreReader(std::shared_ptr<const NSManagedObjectModel> model, SQLiteReadConnection connection)
+    : model_(std::move(model)), connection_(std::make_unique<SQLiteReadConnection>(std::move(connection))) {}
 
 StoreReader::~StoreReader() = default;
 
 Result<std::unique_ptr<StoreReader>> StoreReader::open(std::shared_ptr<const NSManagedObjectModel> model,
                                                        const std::filesystem::path& file) {
-  std::unique_ptr<StoreReader> reader(new StoreReader(std::move(model), file));
-  if (const auto connected = resultOf([&] { reader->connect(); }); !connected) return connected.error();
+  std::unique_ptr<StoreReader> reader;
+  const auto opened = resultOf([&] { reader.reset(new StoreReader(model, readStoreFile(model, file))); });
+  if (!opened) return opened.error();
   return reader;
-}
-
-void StoreReader::connect() {
-  try {
-    database_ = std::make_unique<SQLiteDatabase>(openStoreFile(*model_, file_, {.create = false}));
-    isImmutable_ = false;
-  } catch (const SQLiteFailure& failure) {
-    // Without the right or the room for SQLite's own files, the file alone is read.
-    if (!failure.lacksPermission() && !failure.isFull()) throw;
-    database_ = std::make_unique<SQLiteDatabase>(openImmutableStoreFile(*model_, file_));
-    isImmutable_ = true;
-  }
-  database_->execute("PRAGMA query_only = 1");
-}
-
-bool StoreReader::hasChanged() const {
-  return isImmutable_ && !database_->isAsOpened();
-}
-
-// No lock keeps others from writing what is read as an immutable file; what they may have touched is read
-// anew.
-void StoreReader::atOneMoment(const std::function<void(SQLiteDatabase&)>& read) {
-  while (true) {
-    try {
-      read(*database_);
-    } catch (const SQLiteFailure&) {
-      if (!hasChanged()) throw;
-    }
-    requireInPlace(*database_);
-    if (!hasChanged()) return;
-    connect();
-  }
 }
 
 void StoreReader::readThrough(const NSEntityDescription& entity, int64_t after, int64_t last,
@@ -107,7 +76,7 @@ void StoreReader::readThrough(const NSEntityDescription& entity, int64_t after, 
   const EntityTable table(entity);
   CopiedRows rows;
   while (after < last) {
-    atOneMoment([&](SQLiteDatabase& database) {
+    connection_->atOneMoment([&](SQLiteDatabase& database) {
       rows.clear();
       auto statement = database.prepare(table.select(" WHERE rowid > ?1 AND rowid <= ?2 ORDER BY rowid"));
       statement.bind(1, after);
@@ -124,7 +93,7 @@ Result<uint64_t> StoreReader::count(const NSEntityDescription& entity) {
   const auto read = [&](SQLiteDatabase& database) {
     count = static_cast<uint64_t>(database.integer(EntityTable(entity).count()).value_or(0));
   };
-  if (const auto done = resultOf([&] { atOneMoment(read); }); !done) return done.error();
+  if (const auto done = resultOf([&] { connection_->atOneMoment(read); }); !done) return done.error();
   return count;
 }
 
@@ -134,7 +103,7 @@ Result<int64_t> StoreReader::lastRow(const NSEntityDescription& entity) {
   const auto read = [&](SQLiteDatabase& database) {
     number = database.integer(EntityTable(entity).lastRow()).value_or(0);
   };
-  if (const auto done = resultOf([&] { atOneMoment(read); }); !done) return done.error();
+  if (const auto done = resultOf([&] { connection_->atOneMoment(read); }); !done) return done.error();
   return number;
 }
 
@@ -158,7 +127,7 @@ Result<> StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit
     last = statement.integerAt(1);
   };
   return resultOf([&] {
-    atOneMoment(find);
+    connection_->atOneMoment(find);
     readThrough(entity, first - 1, last, block);
   });
 }

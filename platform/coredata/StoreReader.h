@@ -13,7 +13,7 @@
 
 namespace platform {
 
-class SQLiteDatabase;
+class SQLiteReadConnection;
 
 /// Reads the saved rows of a store file on a connection of its own, beside whoever else uses the file. Never
 /// changes rows, though what a killed process left in the file's log may move into the file; never makes a
@@ -43,17 +43,12 @@ class BRL_EXPORT StoreReader {
   Result<> lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block);
 
  private:
-  StoreReader(std::shared_ptr<const NSManagedObjectModel> model, std::filesystem::path file);
-  void connect();
-  bool hasChanged() const;
-  void atOneMoment(const std::function<void(SQLiteDatabase&)>& read);
+  StoreReader(std::shared_ptr<const NSManagedObjectModel> model, SQLiteReadConnection connection);
   void readThrough(const NSEntityDescription& entity, int64_t after, int64_t last,
                    const StoredRowBlock& block);
 
   const std::shared_ptr<const NSManagedObjectModel> model_;
-  const std::filesystem::path file_;
-  std::unique_ptr<SQLiteDatabase> database_;
-  bool isImmutable_ = false;
+  const std::unique_ptr<SQLiteReadConnection> connection_;
 };
 
 }  // namespace platform
