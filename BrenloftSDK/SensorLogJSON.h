@@ -1,16 +1,15 @@
 #pragma once
 
-#include <array>
 #include <functional>
 #include <string>
 #include <string_view>
 
 #include "BrenloftSDK/SensorLogColumns.h"
+#include "platform/foundation/JSONWriter.h"
 #include "platform/foundation/NSDateFormatter.h"
 
-/// Writes rows of the sensor log as one pretty-printed JSON array (RFC 8259), in pieces. Written by hand
-/// because what goes between two values is always the same text, which a general writer would put together
-/// anew for each of millions of rows.
+/// Writes rows of the sensor log as one pretty-printed JSON array, in pieces. Octets of a text that are no
+/// UTF-8 become U+FFFD.
 ///
 /// Threads: one at a time.
 class SensorLogJSON {
@@ -25,14 +24,11 @@ class SensorLogJSON {
 
  private:
   void addValue(BRLKind kind, const platform::StoredView& value);
+  void handOver();
 
   SensorLogColumns columns_;
   platform::NSDateFormatter dates_;
+  std::string date_;
   Sink sink_;
-  std::array<std::string, kSensorLogMembers.size()> keys_;
-  std::string text_;
-  bool empty_ = true;
+  platform::JSONWriter json_{platform::JSONWriter::Layout::indented};
 };
-
-/// Appends a text as a JSON string. Octets that are no UTF-8 become U+FFFD.
-void appendJSONString(std::string& out, std::string_view text);

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "platform/foundation/UTF8.h"
+
 namespace brenloft {
 namespace {
 
@@ -18,24 +20,6 @@ std::optional<double> secondsPerUnit(std::string_view unit) {
 
 // A century; longer durations would not fit the clock.
 constexpr double kLongestDuration = 3.2e9;
-
-// The octets of the well-formed UTF-8 character at the beginning of a text (Unicode, table 3-7); 0: none.
-std::size_t characterLength(std::string_view text) {
-  const auto octet = [&](std::size_t i) {
-    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-  };
-  const unsigned first = octet(0);
-  if (first < 0x80) return 1;
-  if (first < 0xC2 || first > 0xF4) return 0;
-  const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-  for (std::size_t i = 1; i < length; ++i)
-    if ((octet(i) & 0xC0) != 0x80) return 0;
-  // What has a shorter form, surrogates, and what is beyond U+10FFFF.
-  const unsigned second = octet(1);
-  const bool isForbidden = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
-                           (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
-  return isForbidden ? 0 : length;
-}
 
 // U+0000 to U+001F and U+007F to U+009F.
 bool isControl(std::string_view character) {
@@ -70,7 +54,7 @@ std::optional<std::chrono::microseconds> durationFromText(std::string_view text)
 std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    const std::size_t length = characterLength(text);
+    const std::size_t length = platform::characterLength(text);
     const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
     if (length == 0 || isControl(character))
       result += '?';

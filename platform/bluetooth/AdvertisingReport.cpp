@@ -7,12 +7,8 @@
 namespace platform {
 
 std::string BluetoothAddress::text() const {
-  std::string text;
-  text.reserve(octets.size() * 3);
-  for (const uint8_t octet : octets) {
-    if (!text.empty()) text += ':';
-    appendHex(text, octet, kUpperHexDigits);
-  }
+  std::string text(octets.size() * 3 - 1, ':');
+  for (size_t i = 0; i < octets.size(); ++i) writeHex(&text[i * 3], octets[i], kUpperHexDigits);
   return text;
 }
 

@@ -3,9 +3,9 @@
 namespace platform {
 
 std::string hexText(DataView octets) {
-  std::string text;
-  text.reserve(octets.size() * 2);
-  for (const std::byte octet : octets) appendHex(text, std::to_integer<uint8_t>(octet), kLowerHexDigits);
+  std::string text(octets.size() * 2, '0');
+  char* to = text.data();
+  for (const std::byte octet : octets) to = writeHex(to, std::to_integer<uint8_t>(octet), kLowerHexDigits);
   return text;
 }
 

@@ -27,6 +27,13 @@ inline void appendHex(std::string& text, uint8_t octet, std::string_view digits)
   text += digits[octet & 15];
 }
 
+/// Writes the two digits of an octet, and says where they end.
+inline char* writeHex(char* to, uint8_t octet, std::string_view digits) {
+  *to++ = digits[octet >> 4];
+  *to++ = digits[octet & 15];
+  return to;
+}
+
 /// Octets as lower-case hexadecimal digits without separators.
 BRL_EXPORT std::string hexText(DataView octets);
 

@@ -32,11 +32,12 @@ std::optional<NSUUID> NSUUID::initWithUUIDString(std::string_view text) {
 }
 
 std::string NSUUID::UUIDString() const {
-  std::string text;
-  text.reserve(kTextLength);
+  std::string text(kTextLength, '-');
+  size_t i = 0;
   for (const uint8_t octet : octets_) {
-    if (isHyphenPosition(text.size())) text += '-';
-    appendHex(text, octet, kUpperHexDigits);
+    if (isHyphenPosition(i)) ++i;
+    writeHex(&text[i], octet, kUpperHexDigits);
+    i += 2;
   }
   return text;
 }

@@ -11,61 +11,42 @@
 #include <fcntl.h>
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include "platform/foundation/Folders.h"
 #include "platform/foundation/Hex.h"
+#include "platform/foundation/JSONWriter.h"
 #include "platform/foundation/ReplacementFile.h"
 
 namespace platform {
 namespace {
 
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
-
 class ValueWriter {
  public:
-  explicit ValueWriter(Writer& json) : json_(json) {}
+  explicit ValueWriter(JSONWriter& json) : json_(json) {}
 
-  void operator()(NSNull) const { json_.Null(); }
-  void operator()(bool value) const { json_.Bool(value); }
-  void operator()(int64_t value) const { json_.Int64(value); }
-  void operator()(const std::string& value) const { json_.String(value); }
+  void operator()(NSNull) const { json_.null(); }
+  void operator()(bool value) const { json_.boolean(value); }
+  void operator()(int64_t value) const { json_.number(value); }
+  void operator()(const std::string& value) const { json_.text(value); }
   void operator()(const NSNumber& value) const { std::visit(*this, value.storage()); }
-  void operator()(int32_t value) const {
-    tagged("int32", [&] { json_.Int(value); });
-  }
-  void operator()(uint32_t value) const {
-    tagged("uint32", [&] { json_.Uint(value); });
-  }
-  void operator()(uint64_t value) const {
-    tagged("uint64", [&] { json_.Uint64(value); });
-  }
+  void operator()(int32_t value) const { tagged("int32").number(value).endObject(); }
+  void operator()(uint32_t value) const { tagged("uint32").number(value).endObject(); }
+  void operator()(uint64_t value) const { tagged("uint64").number(value).endObject(); }
   void operator()(double value) const {
     if (std::isfinite(value))
-      json_.Double(value);
+      json_.number(value);
     else
-      tagged("double", [&] { json_.String(std::to_string(value)); });
+      tagged("double").text(std::to_string(value)).endObject();
   }
-  void operator()(Date value) const {
-    tagged("date", [&] { json_.Int64(value.time_since_epoch().count()); });
-  }
-  void operator()(const Data& value) const {
-    tagged("data", [&] { json_.String(hexText(value)); });
-  }
+  void operator()(Date value) const { tagged("date").number(value.time_since_epoch().count()).endObject(); }
+  void operator()(const Data& value) const { tagged("data").hex(value).endObject(); }
 
  private:
-  template <typename Content>
-  void tagged(const char* kind, const Content& content) const {
-    json_.StartObject();
-    json_.Key(kind);
-    content();
-    json_.EndObject();
-  }
+  JSONWriter& tagged(std::string_view kind) const { return json_.beginObject().plainKey(kind); }
 
-  Writer& json_;
+  JSONWriter& json_;
 };
 
 std::string textOf(const rapidjson::Value& json) {
@@ -105,16 +86,14 @@ std::optional<Value> valueOf(const rapidjson::Value& json) {
 }
 
 std::string jsonText(const Dictionary& settings) {
-  rapidjson::StringBuffer buffer;
-  Writer json(buffer);
-  json.SetIndent(' ', 2);
-  json.StartObject();
+  JSONWriter json(JSONWriter::Layout::indented, JSONWriter::Invalid::kept);
+  json.beginObject();
   for (const auto& [key, value] : settings) {
-    json.Key(key);
+    json.key(key);
     std::visit(ValueWriter(json), value);
   }
-  json.EndObject();
-  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+  json.endObject().endLine();
+  return std::string(json.written());
 }
 
 std::string lastErrorText() {

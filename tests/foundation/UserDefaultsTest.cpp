@@ -67,11 +67,16 @@ TEST_F(UserDefaultsTest, ReadsNumbersFromNumbersAndTextsAndNothingElse) {
 
 TEST_F(UserDefaultsTest, RestoresEveryKindOfValueExactly) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  // Each octet, behind none to eight others.
+  std::string octets;
+  for (std::size_t octet = 0; octet < 256; ++octet)
+    octets += std::string(octet % 9, 'a') + static_cast<char>(octet);
   const Dictionary values{
       {"", std::string("the empty key")},
       {"bool", NSNumber(true)},
       {"data", Data{std::byte{0}, std::byte{255}}},
       {"date", Date(std::chrono::microseconds(-1))},
+      {"each octet " + octets, octets},
       {"double", NSNumber(5.0)},
       {"no data", Data()},
       {"infinite", NSNumber(-kInfinity)},

@@ -205,6 +205,17 @@ TEST(Tags, ComeBackAsTheyWereInALaterProcess) {
   const Ended absent = tag({"get", "window"});
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.err, "brenloft: no tag under the key window\n");
+  // Cut off, too long, a surrogate, beyond the last character; then characters of two to four octets.
+  const std::string characters = "\xDF\xBF \xED\x9F\xBF \xF4\x8F\xBF\xBF";
+  EXPECT_EQ(
+      tag({"set", "\xE2\x82 \xC0\x80 \xE0\x9F\xBF \xED\xA0\x80 \xF4\x90\x80\x80 " + characters}, "").status,
+      0);
+  const auto replaced = [](std::string text) {
+    for (std::size_t at; (at = text.find('?')) != std::string::npos;) text.replace(at, 1, "\xEF\xBF\xBD");
+    return text;
+  };
+  EXPECT_EQ(tag({"list", "--format", "jsonl"}).lines().back(),
+            replaced("{\"key\":\"?? ?? ??? ??? ???? " + characters + "\",\"data\":\"\"}"));
   // Neither a control character of one octet, nor one of two, nor what is no text reaches the terminal.
   EXPECT_EQ(tag({"get", "\x1b[2J\xC2\x9B\xFF\xE2\x82\xAC"}).err,
             "brenloft: no tag under the key ?[2J??\xE2\x82\xAC\n");

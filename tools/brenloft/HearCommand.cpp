@@ -82,19 +82,20 @@ class HeardPrinter {
   void writeLine(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
                  std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
     line_.beginObject();
-    line_.key("time").date(report.time);
-    line_.key("address").text(report.address.text());
-    line_.key("kind").text(textOf(report.kind));
-    line_.key("rssi").number(report.rssi);
-    line_.key("uuids").beginArray();
+    line_.plainKey("time");
+    line_.date(report.time);
+    line_.plainKey("address").text(report.address.text());
+    line_.plainKey("kind").text(textOf(report.kind));
+    line_.plainKey("rssi").number(report.rssi);
+    line_.plainKey("uuids").beginArray();
     for (const CBUUID& uuid : uuids) line_.text(uuid.UUIDString());
     line_.endArray();
-    line_.key("manufacturer");
+    line_.plainKey("manufacturer");
     if (manufacturer)
-      line_.text(platform::hexText(*manufacturer));
+      line_.hex(*manufacturer);
     else
       line_.null();
-    line_.key("readings");
+    line_.plainKey("readings");
     writeReadings(line_, readings);
     line_.endObject();
     out_.write(line_.take());

@@ -11,7 +11,8 @@ class JsonEvents : public SearchEvents {
   JsonEvents(Output& out, TimeForm timeForm) : out_(out), line_(timeForm) {}
 
   bool bytes(platform::Date time, const Octets& octets) override {
-    beginLine("bytes", time).key("bytes").beginArray();
+    beginLine("bytes", time);
+    line_.plainKey("bytes").beginArray();
     for (const std::string& octet : octets) line_.text(octet);
     line_.endArray();
     return end();
@@ -32,14 +33,16 @@ class JsonEvents : public SearchEvents {
   }
 
   bool ranged(platform::Date time, const BRLRecordList& records) override {
-    beginLine("ranged", time).key("beacons").beginArray();
+    beginLine("ranged", time);
+    line_.plainKey("beacons").beginArray();
     for (const auto& record : records.view()) writeRecord(line_, record->snapshot());
     line_.endArray();
     return end();
   }
 
   void radio(platform::Date time, const platform::RadioState& state) override {
-    beginLine("radio", time).key("state").text(textOf(state.state)).key("reason");
+    beginLine("radio", time);
+    line_.plainKey("state").text(textOf(state.state)).plainKey("reason");
     if (state.reason.empty())
       line_.null();
     else
@@ -48,8 +51,9 @@ class JsonEvents : public SearchEvents {
   }
 
  private:
-  JsonLine& beginLine(std::string_view event, platform::Date time) {
-    return line_.beginObject().key("event").text(event).key("time").date(time);
+  void beginLine(std::string_view event, platform::Date time) {
+    line_.beginObject().plainKey("event").text(event).plainKey("time");
+    line_.date(time);
   }
 
   bool end() {
@@ -59,7 +63,8 @@ class JsonEvents : public SearchEvents {
   }
 
   bool one(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    beginLine(event, time).key("beacon");
+    beginLine(event, time);
+    line_.plainKey("beacon");
     writeRecord(line_, record);
     return end();
   }

@@ -1,7 +1,7 @@
 #include "tools/brenloft/Readings.h"
 
+#include <concepts>
 #include <tuple>
-#include <type_traits>
 
 #include <fmt/format.h>
 
@@ -29,13 +29,8 @@ std::string beaconText(const BRLBeaconSnapshot& record) {
 
 // A property or a reading of each kind as a value of JSON.
 
-void write(JsonLine& line, int64_t number) {
-  line.number(number);
-}
-void write(JsonLine& line, uint64_t number) {
-  line.number(static_cast<int64_t>(number));
-}
-void write(JsonLine& line, uint32_t number) {
+template <std::integral Integer>
+void write(JsonLine& line, Integer number) {
   line.number(number);
 }
 void write(JsonLine& line, const std::string& text) {
@@ -54,14 +49,16 @@ void write(JsonLine& line, const std::optional<platform::Date>& date) {
 template <typename Table, typename Values>
 void writeObject(JsonLine& line, const Table& table, const Values& values) {
   line.beginObject();
-  BRLForEach(table, [&](const auto& entry) { write(line.key(entry.name), values.*entry.member); });
+  BRLForEach(table, [&](const auto& entry) {
+    line.plainKey(entry.name);
+    write(line, values.*entry.member);
+  });
   line.endObject();
 }
 
 // The same as a field of CSV.
 
-template <typename Integer>
-requires std::is_integral_v<Integer>
+template <std::integral Integer>
 void append(std::string& fields, Integer number) {
   const fmt::format_int digits(number);
   fields.append(digits.data(), digits.size());
@@ -77,7 +74,7 @@ void append(std::string& fields, const T& value, TimeText&) {
   append(fields, value);
 }
 void append(std::string& fields, const std::optional<platform::Date>& date, TimeText& times) {
-  if (date) fields += times.whole(*date);
+  if (date) times.appendWhole(*date, fields);
 }
 
 // What `append` makes of each entry of a table, with commas between.

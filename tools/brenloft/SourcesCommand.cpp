@@ -38,8 +38,14 @@ void writeTable(const std::vector<RadioCandidate>& sources, Output& out) {
 void writeLines(const std::vector<RadioCandidate>& sources, std::string_view automatic, Output& out) {
   JsonLine line;
   for (const auto& [address, name, state, why] : sources) {
-    line.beginObject().key("source").text(address).key("state").text(platform::textOf(state));
-    line.key("name").text(name).key("why").text(why).key("auto").boolean(address == automatic).endObject();
+    line.beginObject().plainKey("source").text(address).plainKey("state").text(platform::textOf(state));
+    line.plainKey("name")
+        .text(name)
+        .plainKey("why")
+        .text(why)
+        .plainKey("auto")
+        .boolean(address == automatic)
+        .endObject();
     out.write(line.take());
   }
 }

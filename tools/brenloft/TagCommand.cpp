@@ -16,7 +16,6 @@
 #include "gateway/Texts.h"
 #include "platform/Platform.h"
 #include "platform/coredata/NSPersistentStoreCoordinator.h"
-#include "platform/foundation/Hex.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/Output.h"
@@ -96,12 +95,7 @@ void list(const TagOptions& options) {
       out.write(fmt::format("{:>8}  {}\n", tag.data.size(), printable(tag.key.value_or("-"))));
       continue;
     }
-    line.beginObject()
-        .key("key")
-        .textOrNull(tag.key)
-        .key("data")
-        .text(platform::hexText(tag.data))
-        .endObject();
+    line.beginObject().plainKey("key").textOrNull(tag.key).plainKey("data").hex(tag.data).endObject();
     out.write(line.take());
   }
   out.finish();

@@ -1,8 +1,28 @@
 #include "tools/brenloft/TimeText.h"
 
-#include <fmt/format.h>
+#include <array>
+#include <charconv>
 
 namespace brenloft {
+namespace {
+
+// Seconds since 1970 with exactly six decimals, "-0.000001" for the microsecond before.
+void appendSeconds(platform::Date date, std::string& text) {
+  constexpr uint64_t kMillion = 1'000'000;
+  constexpr std::ptrdiff_t kDecimals = 6;
+  const int64_t micros = date.time_since_epoch().count();
+  const uint64_t magnitude = micros < 0 ? 0 - static_cast<uint64_t>(micros) : static_cast<uint64_t>(micros);
+  if (micros < 0) text += '-';
+  std::array<char, 24> characters{};
+  char* const point = std::to_chars(characters.begin(), characters.end(), magnitude / kMillion).ptr;
+  *point = '.';
+  uint64_t rest = magnitude % kMillion;
+  for (char* digit = point + kDecimals; digit != point; --digit, rest /= 10)
+    *digit = static_cast<char>('0' + rest % 10);
+  text.append(characters.data(), point + kDecimals + 1);
+}
+
+}  // namespace
 
 TimeForm timeFormOf(const std::optional<TimeForm>& asked, Format format) {
   return asked.value_or(format == Format::table ? TimeForm::local : TimeForm::epoch);
@@ -12,15 +32,21 @@ TimeText::TimeText(TimeForm form)
     : form_(form), whole_("yyyy-MM-ddTHH:mm:ss.SSSSSSxxx"), clock_("HH:mm:ssxxx") {}
 
 std::string TimeText::whole(platform::Date date) {
+  std::string text;
+  appendWhole(date, text);
+  return text;
+}
+
+void TimeText::appendWhole(platform::Date date, std::string& text) {
   switch (form_) {
     case TimeForm::local:
-      return whole_.stringFromDate(date);
+      return whole_.appendDate(date, text);
     case TimeForm::utc:
-      return platform::rfc3339Text(date);
+      text += platform::rfc3339Text(date);
+      return;
     case TimeForm::epoch:
-      break;
+      return appendSeconds(date, text);
   }
-  return secondsText(date);
 }
 
 std::string TimeText::clock(platform::Date date) {
@@ -28,13 +54,6 @@ std::string TimeText::clock(platform::Date date) {
   const std::string text = whole(date);
   // hh:mm:ss of the whole date, or what stands before the fraction.
   return form_ == TimeForm::utc ? text.substr(11, 8) + 'Z' : text.substr(0, text.find('.'));
-}
-
-std::string secondsText(platform::Date date) {
-  constexpr int64_t kMillion = 1'000'000;
-  const int64_t micros = date.time_since_epoch().count();
-  const uint64_t magnitude = micros < 0 ? 0 - static_cast<uint64_t>(micros) : static_cast<uint64_t>(micros);
-  return fmt::format("{}{}.{:06}", micros < 0 ? "-" : "", magnitude / kMillion, magnitude % kMillion);
 }
 
 }  // namespace brenloft

@@ -23,6 +23,8 @@ class TimeText {
 
   /// "2026-01-31T13:34:56.789012+01:00", "2026-01-31T12:34:56.789012Z", "1769862896.789012"
   std::string whole(platform::Date date);
+  /// The same at the end of a text, for many of them.
+  void appendWhole(platform::Date date, std::string& text);
   /// Without the day: "13:34:56+01:00", "12:34:56Z", "1769862896"
   std::string clock(platform::Date date);
   /// How long they are in this millennium, for the columns of a table.
@@ -36,8 +38,5 @@ class TimeText {
   platform::NSDateFormatter whole_;
   platform::NSDateFormatter clock_;
 };
-
-/// Seconds since 1970 with exactly six decimals, "-0.000001" for the microsecond before.
-std::string secondsText(platform::Date date);
 
 }  // namespace brenloft
