@@ -1,11 +1,7 @@
 #include "gateway/formats/RecordLines.h"
 
-#include <iterator>
 #include <string_view>
-#include <utility>
 #include <variant>
-
-#include <fmt/format.h>
 
 #include "gateway/formats/Decimal.h"
 #include "gateway/formats/LineProtocol.h"
@@ -13,87 +9,66 @@
 namespace brenloft {
 namespace {
 
-void appendQuoted(std::string& line, std::string_view text) {
-  line += '"';
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) < ' ') {
-      fmt::format_to(std::back_inserter(line), "\\u{:04x}", c);
-      continue;
-    }
-    if (c == '"' || c == '\\') line += '\\';
-    line += c;
-  }
-  line += '"';
+using platform::JSONWriter;
+
+void write(JSONWriter& json, std::string_view key, std::string_view text) {
+  json.plainKey(key);
+  if (text.empty())
+    json.null();
+  else
+    json.text(text);
 }
 
-// One object, member by member.
-class Members {
- public:
-  explicit Members(std::string& line) : line_(line) {}
+void write(JSONWriter& json, std::string_view key, std::optional<int32_t> number) {
+  json.plainKey(key);
+  if (number)
+    json.number(*number);
+  else
+    json.null();
+}
 
-  std::string& value(std::string_view key) {
-    line_ += std::exchange(separator_, ',');
-    return (line_ += '"').append(key) += "\":";
-  }
-  void text(std::string_view key, std::string_view text) {
-    if (text.empty())
-      value(key) += "null";
-    else
-      appendQuoted(value(key), text);
-  }
-  template <typename Append>
-  void number(std::string_view key, std::optional<int32_t> number, const Append& append) {
-    if (number)
-      append(value(key), *number);
-    else
-      value(key) += "null";
-  }
-  void integer(std::string_view key, std::optional<int32_t> number) {
-    this->number(key, number, appendNumber);
-  }
-  void hundredths(std::string_view key, std::optional<int32_t> number) {
-    this->number(key, number, appendHundredths);
-  }
+void writeHundredths(JSONWriter& json, std::string_view key, std::optional<int32_t> hundredths) {
+  if (!hundredths) return write(json, key, std::nullopt);
+  std::string decimal;
+  appendHundredths(decimal, *hundredths);
+  json.plainKey(key).raw(decimal);
+}
 
- private:
-  std::string& line_;
-  char separator_ = '{';
-};
-
-void appendAcceleration(std::string& line, const Quantities& shown) {
-  char separator = '[';
-  for (const auto& axis : {shown.xAccel, shown.yAccel, shown.zAccel}) {
-    if (!axis) return void(line += "null");
-    line += std::exchange(separator, ',');
-    appendNumber(line, *axis);
-  }
-  line += ']';
+void writeAcceleration(JSONWriter& json, const Quantities& shown) {
+  json.plainKey("accel");
+  if (shown.xAccel && shown.yAccel && shown.zAccel)
+    json.beginArray().number(*shown.xAccel).number(*shown.yAccel).number(*shown.zAccel).endArray();
+  else
+    json.null();
 }
 
 // What the offsets have changed, or null.
-void appendRaw(std::string& line, const Reading& reading) {
-  if (reading.raw == reading.shown) return void(line += "null");
-  Members raw(line);
-  raw.hundredths("temperature", reading.raw.temperature);
-  raw.hundredths("humidity", reading.raw.humidity);
-  line += '}';
+void writeRaw(JSONWriter& json, const Reading& reading) {
+  json.plainKey("raw");
+  if (reading.raw == reading.shown) {
+    json.null();
+    return;
+  }
+  json.beginObject();
+  writeHundredths(json, "temperature", reading.raw.temperature);
+  writeHundredths(json, "humidity", reading.raw.humidity);
+  json.endObject();
 }
 
-void appendMembers(Members& members, const Reading& reading) {
-  members.integer("rssi", reading.rssi);
-  members.hundredths("temperature", reading.shown.temperature);
-  members.hundredths("humidity", reading.shown.humidity);
-  members.integer("battery", reading.shown.battery);
-  members.integer("emergency", reading.shown.emergency);
-  members.integer("tx_power", reading.shown.txPower);
-  appendAcceleration(members.value("accel"), reading.shown);
-  appendRaw(members.value("raw"), reading);
+void writeMembers(JSONWriter& json, const Reading& reading) {
+  write(json, "rssi", reading.rssi);
+  writeHundredths(json, "temperature", reading.shown.temperature);
+  writeHundredths(json, "humidity", reading.shown.humidity);
+  write(json, "battery", reading.shown.battery);
+  write(json, "emergency", reading.shown.emergency);
+  write(json, "tx_power", reading.shown.txPower);
+  writeAcceleration(json, reading.shown);
+  writeRaw(json, reading);
 }
 
-void appendMembers(Members& members, const BeaconEvent& event) {
-  members.text("text", event.text);
-  if (event.kind == BeaconEvent::Kind::gap)
-    appendNumber(members.value("count"), static_cast<int64_t>(event.count));
+void writeMembers(JSONWriter& json, const BeaconEvent& event) {
+  write(json, "text", event.text);
+  if (event.kind == BeaconEvent::Kind::gap) json.plainKey("count").number(event.count);
 }
 
 std::string_view nameOf(const Record& record) {
@@ -112,27 +87,25 @@ void RecordLines::append(std::string& lines, const Record& record, const Label& 
   appendReadings(lines, record, label, seq);
 }
 
-void RecordLines::appendTime(std::string& lines, platform::Date date) {
-  lines += '"';
-  if (zone_ == Zone::local)
-    local_.appendDate(date, lines);
-  else
-    lines += platform::rfc3339Text(date);
-  lines += '"';
+std::string RecordLines::timeOf(const Record& record) {
+  const platform::Date date = heardAt(record);
+  return zone_ == Zone::local ? local_.stringFromDate(date) : platform::rfc3339Text(date);
 }
 
 void RecordLines::appendReadings(std::string& lines, const Record& record, const Label& label,
                                  std::optional<uint64_t> seq) {
-  Members members(lines);
-  appendTime(members.value("time"), heardAt(record));
-  if (seq) appendNumber(members.value("seq"), static_cast<int64_t>(*seq));
-  members.text("event", nameOf(record));
+  json_.clear();
+  json_.beginObject();
+  write(json_, "time", timeOf(record));
+  if (seq) json_.plainKey("seq").number(*seq);
+  write(json_, "event", nameOf(record));
   const BeaconId* beacon = beaconOf(record);
-  members.text("id", beacon != nullptr ? std::string_view(beacon->text()) : "");
-  members.text("name", label.name);
-  members.text("place", label.place);
-  std::visit([&](const auto& one) { appendMembers(members, one); }, record);
-  lines += "}\n";
+  write(json_, "id", beacon != nullptr ? std::string_view(beacon->text()) : "");
+  write(json_, "name", label.name);
+  write(json_, "place", label.place);
+  std::visit([&](const auto& one) { writeMembers(json_, one); }, record);
+  json_.endObject().endLine();
+  lines += json_.written();
 }
 
 }  // namespace brenloft

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "gateway/Record.h"
+#include "platform/foundation/JSONWriter.h"
 #include "platform/foundation/NSDateFormatter.h"
 
 namespace brenloft {
@@ -31,11 +32,12 @@ class RecordLines {
  private:
   void appendReadings(std::string& lines, const Record& record, const Label& label,
                       std::optional<uint64_t> seq);
-  void appendTime(std::string& lines, platform::Date date);
+  std::string timeOf(const Record& record);
 
   const Format format_;
   const Zone zone_;
   platform::NSDateFormatter local_;
+  platform::JSONWriter json_;
 };
 
 }  // namespace brenloft

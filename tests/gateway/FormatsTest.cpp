@@ -38,7 +38,7 @@ std::vector<Case> cases() {
   return {
       {Reading{.beacon = kSensor, .heard = kHeard, .rssi = -49, .raw = raw, .shown = shown}, kFridge,
        R"({"time":"2026-11-21T10:00:00.123456Z","event":"reading","id":"C0-C1-5C-00-00-01",)"
-       R"("name":"Fridge, \"old\"\u000a","place":"Kitchen","rssi":-49,"temperature":-0.01,"humidity":38.70,)"
+       R"("name":"Fridge, \"old\"\n","place":"Kitchen","rssi":-49,"temperature":-0.01,"humidity":38.70,)"
        R"("battery":69,"emergency":0,"tx_power":197,"accel":[-1000,0,3],)"
        R"("raw":{"temperature":-0.36,"humidity":38.70}})",
        R"(reading,id=C0-C1-5C-00-00-01,name=Fridge\,\ "old"_,place=Kitchen temperature=-0.01,humidity=38.70,)"

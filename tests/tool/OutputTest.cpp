@@ -35,6 +35,22 @@ TEST(Output, OneSignalEndsTheToolBesideAReaderThatStalls) {
   }
 }
 
+// A pipe of packets keeps apart what was written apart.
+TEST(Output, AnAdvertisementIsOneWrite) {
+  if (!hasProgram("python3")) GTEST_SKIP() << "python3 is missing";
+  const Ended ended = runProgram({"python3", "-c", R"(
+import os, subprocess, sys
+reading, writing = os.pipe2(os.O_DIRECT)
+tool = subprocess.Popen([sys.argv[1], 'scan', '-s', 'demo', '-q', '-F', 'jsonl'], stdout=writing)
+os.close(writing)
+writes = list(iter(lambda: os.read(reading, 65536), b''))
+heard = [write for write in writes if write.startswith(b'{"event":"bytes"')]
+print(len(heard) > 0, all(write.count(b'\n') == 2 for write in heard), max(w.count(b'\n') for w in writes))
+)",
+                                  toolPath()});
+  EXPECT_EQ(ended.out, "True True 2\n") << ended.err;
+}
+
 TEST(Output, ASearchThatHearsNothingEndsWhenNobodyReadsAnyMore) {
   RunningTool tool({"scan", "--source", "demo?paced", "--uuid", "1234", "--format", "csv", "-q"});
   tool.readLines(1);

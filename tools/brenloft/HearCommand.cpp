@@ -24,8 +24,6 @@
 namespace brenloft {
 namespace {
 
-constexpr std::chrono::milliseconds kReaderCheck{500};
-
 using platform::AdvertisingReport;
 using platform::CBUUID;
 using platform::DataView;
@@ -177,7 +175,7 @@ void watchReader(RunLoop& loop, Output& out) {
   if (loop.isVirtual()) return;
   out.checkReader();
   if (out.isClosed()) return loop.stop();
-  loop.dispatch()->after(kReaderCheck, loop.dispatch()->mainQueue(), [&] { watchReader(loop, out); });
+  loop.dispatch()->after(Output::kReaderCheck, loop.dispatch()->mainQueue(), [&] { watchReader(loop, out); });
 }
 
 // Everything else comes at its own time.

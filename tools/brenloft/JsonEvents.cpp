@@ -14,8 +14,9 @@ class JsonEvents : public SearchEvents {
     beginLine("bytes", time);
     line_.plainKey("bytes").beginArray();
     for (const std::string& octet : octets) line_.text(octet);
-    line_.endArray();
-    return end();
+    line_.endArray().endObject();
+    out_.hold(line_.take());  // the same advertisement's beacon follows in the same call of the library
+    return true;
   }
 
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {

@@ -43,6 +43,8 @@ winsize terminalSize() {
 std::atomic<bool> wasContinued{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
 
+constexpr std::chrono::milliseconds kPeriod{250};
+
 class LiveTable : public SearchEvents {
  public:
   LiveTable(Output& out, TimeForm timeForm) : out_(out), times_(timeForm), hasColour_(wantsColour()) {
@@ -70,6 +72,7 @@ class LiveTable : public SearchEvents {
     isChanged_ = true;
   }
 
+  std::chrono::milliseconds period() const override { return kPeriod; }
   void tick() override {
     findPlace();
     if (isChanged_) draw();

@@ -39,6 +39,11 @@ bool isRegularFile() {
 
 Output::Output(Buffering buffering) : buffering_(buffering), mayStall_(!isRegularFile()) {}
 
+void Output::hold(std::string_view text) {
+  const std::scoped_lock lock(mutex_);
+  if (error_ == 0) pending_ += text;
+}
+
 void Output::write(std::string_view text) {
   const std::scoped_lock lock(mutex_);
   if (error_ != 0) return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -20,6 +21,9 @@ class Output {
     blocks,  ///< for output that is made as fast as it can be
   };
 
+  /// How often to call `checkReader`; nothing is lost by asking seldom, and each time wakes the machine.
+  static constexpr std::chrono::milliseconds kReaderCheck{2000};
+
   explicit Output(Buffering buffering);
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -27,6 +31,8 @@ class Output {
 
   /// Whole lines, with their line ends, or octets as they are.
   void write(std::string_view text);
+  /// The same for lines that others follow at once: both go out together.
+  void hold(std::string_view text);
   void flush();
   /// Nobody reads any more, or the output cannot be written.
   bool isClosed() const;

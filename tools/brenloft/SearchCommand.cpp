@@ -27,8 +27,6 @@
 namespace brenloft {
 namespace {
 
-constexpr std::chrono::milliseconds kTick{250};
-
 Format formatOf(const SearchOptions& options) {
   if (options.format) return *options.format;
   return Output::isTerminal() ? Format::table : Format::jsonl;
@@ -142,7 +140,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     const platform::Date date = loop_->dispatch()->date();
     const bool isShown = event(date);
     // A timer on virtual time would run through every gap of a capture.
-    if (loop_->isVirtual() && (date < ticked_ || date - ticked_ >= kTick)) {
+    if (loop_->isVirtual() && (date < ticked_ || date - ticked_ >= events_.period())) {
       ticked_ = date;
       events_.tick();
     }
@@ -282,7 +280,8 @@ class Search {
 
   void tick() {
     reporter_.tick();
-    source_.loop->dispatch()->after(kTick, source_.loop->dispatch()->mainQueue(), [this] { tick(); });
+    source_.loop->dispatch()->after(events_->period(), source_.loop->dispatch()->mainQueue(),
+                                    [this] { tick(); });
   }
 
   void end() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,8 +32,10 @@ class SearchEvents {
   virtual bool left(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual bool returned(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void radio(platform::Date time, const platform::RadioState& state) = 0;
-  /// A few times a second.
+  /// Once every `period`.
   virtual void tick() {}
+  /// Short where something is drawn; else just long enough to notice that nobody reads any more.
+  virtual std::chrono::milliseconds period() const { return Output::kReaderCheck; }
   /// Somebody is about to write to standard error.
   virtual void makeRoom() {}
   virtual void finish() {}

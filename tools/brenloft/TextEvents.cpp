@@ -22,9 +22,10 @@ class CsvEvents : public SearchEvents {
     return row("emergency", time, record);
   }
   bool ranged(platform::Date time, const BRLRecordList& records) override {
-    bool isShown = false;
-    for (const auto& record : records.view()) isShown = row("ranged", time, record->snapshot());
-    return isShown;
+    std::string lines;
+    for (const auto& record : records.view()) lines += line("ranged", time, record->snapshot());
+    out_.write(lines);
+    return !lines.empty();
   }
   bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("left", time, record);
@@ -35,8 +36,11 @@ class CsvEvents : public SearchEvents {
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
+  std::string line(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+    return fmt::format("{},{},{}\n", event, times_.whole(time), recordFields(record, times_));
+  }
   bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    out_.write(fmt::format("{},{},{}\n", event, times_.whole(time), recordFields(record, times_)));
+    out_.write(line(event, time, record));
     return true;
   }
 
@@ -60,10 +64,11 @@ class RowEvents : public SearchEvents {
     return row("EMERGENCY", time, record);
   }
   bool ranged(platform::Date time, const BRLRecordList& records) override {
-    bool isShown = false;
+    std::string lines;
     for (const auto& record : records.view())
-      if (record->beaconType() == 2) isShown = row("ranged", time, record->snapshot());
-    return isShown;
+      if (record->beaconType() == 2) lines += line("ranged", time, record->snapshot());
+    out_.write(lines);
+    return !lines.empty();
   }
   bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("left", time, record);
@@ -74,8 +79,11 @@ class RowEvents : public SearchEvents {
   void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
 
  private:
+  std::string line(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+    return fmt::format("{}  {:<9}  {}\n", times_.whole(time), event, recordRow(record));
+  }
   bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    out_.write(fmt::format("{}  {:<9}  {}\n", times_.whole(time), event, recordRow(record)));
+    out_.write(line(event, time, record));
     return true;
   }
 

@@ -31,6 +31,7 @@ class Transitions final : public SearchEvents {
   }
   void radio(platform::Date time, const platform::RadioState& state) override { shown_->radio(time, state); }
   void tick() override { shown_->tick(); }
+  std::chrono::milliseconds period() const override { return shown_->period(); }
   void makeRoom() override { shown_->makeRoom(); }
   void finish() override { shown_->finish(); }
 
