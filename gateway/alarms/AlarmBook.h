@@ -1,32 +1,36 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "gateway/KeptState.h"
 #include "gateway/Record.h"
+#include "gateway/alarms/AlarmStep.h"
 #include "gateway/configuration/Settings.h"
 #include "platform/dispatch/Dispatch.h"
 
 namespace brenloft {
 
-/// A step of an alarm: the state to keep and, where it was raised or cleared, the event to keep in the same
-/// transaction and to tell.
-struct AlarmChange {
-  KeptState state;                     ///< owner: the rule's name; subject: the beacon
-  std::optional<BeaconEvent> event{};  ///< `text` is the rule's name
-  std::optional<int32_t> value{};      ///< what made it, in the unit of the rule's quantity
+/// What somebody is to be told of an alarm.
+struct AlarmNotice {
+  AlarmRule rule;
+  BeaconId beacon;
+  bool isRaised;  ///< else cleared
+  platform::Date at;
+  std::optional<int32_t> value{};  ///< what made it, in the unit of the rule's quantity
 };
 
 /// What the history knows at the start.
 struct AlarmsKept {
   std::vector<KeptState> states{};
   std::map<BeaconId, platform::Date> heard{};  ///< the newest reading of each beacon
-  platform::Date stoppedAt{};                  ///< the newest record of all
+  std::optional<platform::Date> stoppedAt{};   ///< the newest record of all
 };
 
 /// Judges what is heard by the rules in the settings: the states of all alarms, and one timer for the
@@ -34,28 +38,40 @@ struct AlarmsKept {
 ///
 /// Holds, silences and cooldowns count only the time in which the radio listened: a radio that is down and a
 /// program that does not run tell nothing of a beacon. A reading without the quantity neither raises nor
-/// clears. What is not plausible is not judged.
+/// clears. What is not plausible is not judged. A rule for every beacon finds silent only those of the
+/// settings: strangers come and go. Beyond `kCapacity` beacons with an alarm strangers raise none.
 ///
-/// Threads: one call at a time, on `queue`; the handler is called on it, too, from inside calls and from the
-/// timer. It may call the book back, except `setSettings`.
+/// Threads: one call at a time, on `queue`; the handlers are called on it, from inside calls and from the
+/// timer. They may not call the book back, except to ask.
 class AlarmBook {
  public:
-  using ChangeHandler = std::function<void(const AlarmChange&)>;
+  static constexpr std::size_t kCapacity = 10'000;
+
+  struct Handlers {
+    /// Raised or cleared; `text` is the rule's name. To be told, and kept together with its state.
+    std::function<void(const BeaconEvent&, const KeptState&)> onEvent;
+    /// A state to keep of which no event tells.
+    std::function<void(const KeptState&)> onState;
+    /// Somebody is to be called; `told` says that it was done. A rule without a command has none.
+    std::function<void(const AlarmNotice&)> onNotice;
+  };
 
   AlarmBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
-            std::shared_ptr<const Settings> settings, ChangeHandler onChange);
+            std::shared_ptr<const Settings> settings, Handlers handlers);
   ~AlarmBook();
   AlarmBook(const AlarmBook&) = delete;
   AlarmBook& operator=(const AlarmBook&) = delete;
 
-  /// Takes up where the last run stopped; before anything is heard. What was raised stays raised and is not
-  /// told again; an alarm whose rule is gone is cleared.
+  /// Takes up where the last run stopped, before anything is heard. What was raised stays raised and is not
+  /// raised again; who was not told yet is; an alarm whose rule is gone is cleared.
   void restore(const AlarmsKept& kept);
   void heard(const Reading& reading);
   /// Whether the radio listens; it does at first.
   void radio(bool isListening);
   /// Alarms keep their state by the name of their rule.
   void setSettings(std::shared_ptr<const Settings> settings);
+  /// The oldest notice of this rule and beacon has been dealt with.
+  void told(const std::string& rule, const BeaconId& beacon);
 
   struct Raised {
     const AlarmRule* rule;  ///< of the settings in force
@@ -65,8 +81,47 @@ class AlarmBook {
   std::vector<Raised> raised(const BeaconId& beacon) const;
 
  private:
-  class Impl;
-  std::shared_ptr<Impl> impl_;  // the timer holds it weakly
+  // What is remembered of one rule for one beacon.
+  struct Slot {
+    std::size_t rule;
+    RuleState state{};
+    platform::Date since{};     // of the phase
+    platform::Date raisedOn{};  // where it was raised
+    std::string untold{};       // an r or a c for each notice that was not dealt with, the oldest first
+  };
+  using Slots = std::vector<Slot>;  // of one beacon, in the order of the rules
+
+  const AlarmRule& ruleOf(const Slot& slot) const { return settings_->alarms[slot.rule]; }
+  ListenedTime listened() const;
+  bool concerns(const AlarmRule& rule, const BeaconId& beacon) const;
+  bool hasRoomFor(const BeaconId& beacon) const;
+  bool isOver(const Slot& slot) const;
+  Slot* find(const BeaconId& beacon, std::size_t rule);
+  Slot& slotOf(const BeaconId& beacon, std::size_t rule);
+  void forgetWhatIsOver(const BeaconId& beacon);
+  void beginSilences();
+  void judge(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
+  void apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
+  void tell(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at);
+  void awaitUntil(ListenedTime due);
+  void awaitEarliest();
+  void timeIsUp();
+
+  // What outlives the process and its settings.
+  KeptState stateOf(const BeaconId& beacon, const Slot& slot) const;
+  void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const AlarmsKept& kept);
+  void keepPending();
+  void clearWithoutRule(const KeptState& state, const BeaconId& beacon);
+  Slots adopted(const BeaconId& beacon, const Slots& slots, const Settings& before);
+
+  const std::shared_ptr<platform::DispatchService> dispatch_;
+  std::shared_ptr<const Settings> settings_;
+  const Handlers handlers_;
+  std::unordered_map<BeaconId, Slots> slots_;
+  std::optional<platform::dispatch_time_t> pausedAt_;
+  ListenedTime paused_{};                // in all
+  std::optional<ListenedTime> awaited_;  // the timer's deadline
+  platform::dispatch_source_t timer_;
 };
 
 }  // namespace brenloft
