@@ -10,6 +10,7 @@ class JsonEvents : public SearchEvents {
  public:
   JsonEvents(Output& out, TimeForm timeForm) : out_(out), line_(timeForm) {}
 
+  bool showsBytes() const override { return true; }
   bool bytes(platform::Date time, const Octets& octets) override {
     beginLine("bytes", time);
     line_.plainKey("bytes").beginArray();

@@ -51,7 +51,6 @@ class LiveTable : public SearchEvents {
     std::signal(SIGCONT, [](int) { wasContinued = true; });
   }
 
-  bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, false); }
   bool emergency(platform::Date, const BRLBeaconSnapshot& record) override {
     keep(record);

@@ -64,6 +64,11 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   /// Where the time of an event comes from, and what ends the search.
   void attach(RunLoop& loop) { loop_ = &loop; }
 
+  bool respondsTo(BRLDelegateOperation operation) const noexcept override {
+    if (operation == BRLDelegateOperation::didByteArray && !events_.showsBytes()) return false;
+    return BRLDelegateOf<Reporter>::respondsTo(operation);
+  }
+
   void contextManager_forBeacon(BRLContextManager&,
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) {

@@ -24,7 +24,9 @@ class SearchEvents {
   virtual ~SearchEvents() = default;
   /// Before the first event.
   virtual void begin() {}
-  virtual bool bytes(platform::Date time, const Octets& octets) = 0;
+  /// Whether `bytes` is called at all.
+  virtual bool showsBytes() const { return false; }
+  virtual bool bytes(platform::Date, const Octets&) { return false; }
   virtual bool beacon(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual bool emergency(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual bool ranged(platform::Date time, const BRLRecordList& records) = 0;

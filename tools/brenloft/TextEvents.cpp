@@ -14,7 +14,6 @@ class CsvEvents : public SearchEvents {
 
   void begin() override { out_.write(fmt::format("event,time,{}\n", recordNames())); }
 
-  bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("beacon", time, record);
   }
@@ -56,7 +55,6 @@ class RowEvents : public SearchEvents {
     out_.write(fmt::format("{:<{}}  {:<9}  {}\n", "time", times_.wholeWidth(), "event", recordHeader()));
   }
 
-  bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row(record.status == 2 ? "lost" : "present", time, record);
   }

@@ -12,7 +12,6 @@ class Transitions final : public SearchEvents {
   explicit Transitions(std::unique_ptr<SearchEvents> shown) : shown_(std::move(shown)) {}
 
   void begin() override { shown_->begin(); }
-  bool bytes(platform::Date, const Octets&) override { return false; }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
     Told& told = toldOf(record);
     const bool isStatusNew = std::exchange(told.status, record.status) != record.status;
