@@ -33,11 +33,7 @@ dispatch_time_t leewayOf(double delay) {
 
 std::shared_ptr<BRLTimer> BRLTimer::Class::timerWithDelay_onQueue_block(
     double delay, const platform::dispatch_queue_t& queue, Block block) {
-  auto timer = std::make_shared<BRLTimer>(Key(), delay, queue, std::move(block));
-  timer->wrappedBlock_ = [weakTimer = std::weak_ptr(timer)] {
-    if (const auto self = weakTimer.lock()) self->fire();
-  };
-  return timer;
+  return std::make_shared<BRLTimer>(Key(), delay, queue, std::move(block));
 }
 
 std::shared_ptr<BRLTimer> BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
@@ -61,10 +57,20 @@ dispatch_time_t BRLTimer::durationOf(double delay) {
 void BRLTimer::schedule() {
   reschedule();
   // The source holds the timer until it has fired or was cancelled.
-  source_->setEventHandler([self = shared_from_this(), handler = wrappedBlock_] {
-    if (handler) handler();
-  });
+  if (wrappedBlock_)
+    source_->setEventHandler([self = shared_from_this(), handler = *wrappedBlock_] {
+      if (handler) handler();
+    });
+  else
+    source_->setEventHandler([self = shared_from_this()] { self->fire(); });
   source_->resume();
+}
+
+platform::dispatch_block_t BRLTimer::wrappedBlock() {
+  if (wrappedBlock_) return *wrappedBlock_;
+  return [weakTimer = weak_from_this()] {
+    if (const auto self = weakTimer.lock()) self->fire();
+  };
 }
 
 void BRLTimer::reschedule() {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "platform/dispatch/Dispatch.h"
@@ -72,7 +73,7 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
   void setBlock(Block block);
   /// What `schedule` installs on the source. Does not keep the timer alive.
   // @property BRLTimer.wrappedBlock
-  platform::dispatch_block_t wrappedBlock() const { return wrappedBlock_; }
+  platform::dispatch_block_t wrappedBlock();
   void setWrappedBlock(platform::dispatch_block_t block) { wrappedBlock_ = std::move(block); }
   /// The queue given at the beginning; setting another one does not move the source.
   // @property BRLTimer.queue
@@ -83,7 +84,7 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
   double delay() const { return delay_.load(std::memory_order_relaxed); }
   void setDelay(double delay) { delay_.store(delay, std::memory_order_relaxed); }
   // @property BRLTimer.source
-  platform::dispatch_source_t source() const { return source_; }
+  const platform::dispatch_source_t& source() const { return source_; }
   void setSource(platform::dispatch_source_t source) { source_ = std::move(source); }
   /// The application's own flag; `suspend` and `resume` leave it alone.
   // @property BRLTimer.suspended
@@ -96,8 +97,8 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
   // The services it was made with; kept, so that a push-back need not look them up.
   const std::shared_ptr<platform::DispatchService> dispatch_;
   mutable std::mutex mutex_;
-  Block block_;  // guarded by mutex_
-  platform::dispatch_block_t wrappedBlock_;
+  Block block_;                                             // guarded by mutex_
+  std::optional<platform::dispatch_block_t> wrappedBlock_;  // absent: fire()
   platform::dispatch_queue_t queue_;
   platform::dispatch_source_t source_;
   std::atomic<double> delay_;
