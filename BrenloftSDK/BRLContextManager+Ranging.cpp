@@ -1,5 +1,4 @@
 #include "BrenloftSDK/BRLContextManager.h"
-#include "platform/Platform.h"
 
 // Ranging reports into records.
 
@@ -7,7 +6,6 @@ namespace {
 
 using platform::CLBeacon;
 using platform::NSNumber;
-using platform::Platform;
 
 std::optional<BRLRecordList::Identity> identityOf(int64_t groupType) {
   switch (groupType) {
@@ -28,16 +26,23 @@ void BRLContextManager::locationManager_didRangeBeacons_inRegion(
     platform::CLLocationManager& /*manager*/, const std::vector<CLBeacon>& beacons,
     const platform::CLBeaconRegionPtr& /*region*/) {
   if (beacons.empty()) return;
+  std::string uuid;
+  std::optional<BRLHashedText> key;
+  const CLBeacon* previous = nullptr;
   for (const CLBeacon& beacon : beacons) {
-    const std::string uuid = beacon.proximityUUID.UUIDString();
-    if (!refreshRanged(beacon, uuid)) addRangedBeacon(beacon, uuid);
+    if (previous == nullptr || beacon.proximityUUID != previous->proximityUUID) {
+      uuid = beacon.proximityUUID.UUIDString();
+      key.emplace(uuid);
+    }
+    previous = &beacon;
+    if (!refreshRanged(beacon, *key)) addRangedBeacon(beacon, uuid);
   }
   reportRanged();
 }
 
 // Every record that stands for the beacon is refreshed. The grouping mode is read anew for each comparison: a
 // delegate may change it on the way.
-bool BRLContextManager::refreshRanged(const CLBeacon& beacon, const std::string& uuid) {
+bool BRLContextManager::refreshRanged(const CLBeacon& beacon, const BRLHashedText& uuid) {
   const auto known = rangeBeaconSensors_.view();
   bool matched = false;
   for (size_t next = 0; next < known.size();) {
@@ -46,15 +51,15 @@ bool BRLContextManager::refreshRanged(const CLBeacon& beacon, const std::string&
     const auto match =
         rangeBeaconSensors_.find(*identity, uuid, beacon.major, beacon.minor, next, known.size());
     if (!match) break;
-    const Record& record = known[*match];
-    record->setStatusUpdatedDate(Platform::installed().dispatch->date());
-    record->setRssiValue(beacon.rssi);
+    const Record& record = known[match->number];
+    record->refresh(dispatch_->date(), beacon.rssi);
     if (record->markPresent()) {
       reportBeacon(record);
       if (isLogSave()) loggingForSensor(*record);
     }
     matched = true;
-    next = *match + 1;
+    if (match->isLast && identityOf(beaconGroupType_) == identity) break;
+    next = match->number + 1;
   }
   return matched;
 }
@@ -68,7 +73,7 @@ void BRLContextManager::addRangedBeacon(const CLBeacon& beacon, const std::strin
       {"minor", NSNumber(beacon.minor)},
       {"rssi", NSNumber(beacon.rssi)},
       {"status", NSNumber(kBRLPresent)},
-      {"statusUpdatedDate", Platform::installed().dispatch->date()},
+      {"statusUpdatedDate", dispatch_->date()},
   });
   reportBeacon(record);
   appendBeacon(record);

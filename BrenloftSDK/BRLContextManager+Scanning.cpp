@@ -1,8 +1,9 @@
+#include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "BrenloftSDK/BRLContextManager.h"
 #include "BrenloftSDK/BRLLastHeard.h"
-#include "platform/Platform.h"
 #include "platform/foundation/Hex.h"
 #include "platform/foundation/NSLog.h"
 
@@ -13,14 +14,7 @@ namespace {
 using platform::CBManagerState;
 using platform::CBUUID;
 using platform::Date;
-using platform::Dictionary;
 using platform::NSLog;
-using platform::NSNumber;
-using platform::Platform;
-
-Date currentDate() {
-  return Platform::installed().dispatch->date();
-}
 
 // The whole second up to which a beacon heard last counts as lost. Goes back no further than the lost timer
 // waits, in whole microseconds as dates are: a timer on its deadline finds its own beacon.
@@ -65,56 +59,62 @@ void BRLContextManager::centralManager_didDiscoverPeripheral_advertisementData_R
   const auto& manufacturerData = advertisementData.manufacturerData;
   const auto& services = advertisementData.serviceUUIDs;
   if (!manufacturerData || !services || services->empty()) return;
-  const auto readings = BRLSensorReadings::fromFrame(*manufacturerData);
-  if (!readings) return;
+  const auto frame = BRLSensorFrame::of(*manufacturerData);
+  if (!frame) return;
   reportOctets(*manufacturerData);
   const std::string key = services->front().UUIDString();
   // A new beacon's date is not later than the start of its timer, which the walk makes.
-  const Date heard = currentDate();
-  if (!refreshMatches(key, rssi, *readings)) addSensorBeacon(key, heard, rssi, *readings);
+  const Date heard = dispatch_->date();
+  if (!refreshMatches(key, rssi, *frame)) addSensorBeacon(key, heard, rssi, *frame);
 }
 
+// The texts of the last advertisement are written over, but for a delegate that lets in another one
+// meanwhile.
 void BRLContextManager::reportOctets(platform::DataView manufacturerData) noexcept {
   BRLContextManagerDelegate* delegate = delegateFor(BRLDelegateOperation::didByteArray);
   if (delegate == nullptr) return;
-  std::vector<std::string> octets;
-  octets.reserve(manufacturerData.size());
-  for (const std::byte octet : manufacturerData) {
-    platform::appendHex(octets.emplace_back(), std::to_integer<uint8_t>(octet), platform::kUpperHexDigits);
+  std::vector<std::string> octets = std::exchange(octetTexts_, {});
+  octets.resize(manufacturerData.size(), std::string(2, '0'));
+  const std::byte* next = manufacturerData.data();
+  for (std::string& text : octets) {
+    const auto octet = std::to_integer<uint8_t>(*next++);
+    char* digits = text.data();
+    digits[0] = platform::kUpperHexDigits[octet >> 4];
+    digits[1] = platform::kUpperHexDigits[octet & 15];
   }
   delegate->contextManager_didByteArray(*this, octets);
+  octetTexts_ = std::move(octets);
 }
 
-// Every record that is visited, matching or not, keeps the lost timer of `key` up to date. A run of records
-// that do not match does so with its first one: pushing the same timer back again at the same moment changes
-// nothing, and only the first can find it missing or fired.
-bool BRLContextManager::refreshMatches(const std::string& key, int64_t rssi,
-                                       const BRLSensorReadings& readings) {
+// Every record that is visited, matching or not, keeps the lost timer of `key` up to date. Of a run of visits
+// with no delegate between them the first one does it: pushing the same timer back again at the same moment
+// changes nothing, and only the first can find it missing or fired.
+bool BRLContextManager::refreshMatches(const BRLHashedText& key, int64_t rssi, const BRLSensorFrame& frame) {
   const auto known = rangeBeaconSensors_.view();
-  size_t next = 0;
-  bool matched = false;
-  while (const auto match =
-             rangeBeaconSensors_.find(BRLRecordList::Identity::uuid, key, 0, 0, next, known.size())) {
-    if (*match > next) keepLostTimer(key, known[next]);
-    refreshKnownBeacon(known[*match], rssi, readings);
-    keepLostTimer(key, known[*match]);
-    next = *match + 1;
-    matched = true;
+  const auto matchFrom = [&](size_t next) {
+    return rangeBeaconSensors_.find(BRLRecordList::Identity::uuid, key, 0, 0, next, known.size());
+  };
+  auto match = matchFrom(0);
+  const bool isKnown = match.has_value();
+  if (!known.empty() && (!match || match->number > 0)) keepLostTimer(key, known[0]);
+  while (match) {
+    const Record& record = known[match->number];
+    refreshKnownBeacon(record, rssi, frame);
+    keepLostTimer(key, record);
+    match = match->isLast ? std::nullopt : matchFrom(match->number + 1);
   }
-  if (next < known.size()) keepLostTimer(key, known[next]);
-  return matched;
+  return isKnown;
 }
 
-void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
-                                           const BRLSensorReadings& readings) {
-  record->refresh(currentDate(), rssi, readings);
+void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi, const BRLSensorFrame& frame) {
+  record->refresh(dispatch_->date(), rssi, frame);
   if (!record->markPresent()) {
-    if (readings.emergency >= 1) {
+    if (frame.emergency() >= 1) {
       reportEmergency(record);
       if (isLogSave()) loggingForSensor(*record);
     }
     // Deliberately after the refresh, which has made the two equal.
-    if (record->beaconId() != readings.uniqueId && isLogSave()) loggingForSensor(*record);
+    if (isLogSave() && record->beaconId() != frame.uniqueId()) loggingForSensor(*record);
   } else if (isLogSave()) {
     loggingForSensor(*record);
   }
@@ -122,53 +122,45 @@ void BRLContextManager::refreshKnownBeacon(const Record& record, int64_t rssi,
 }
 
 void BRLContextManager::addSensorBeacon(const std::string& key, Date heard, int64_t rssi,
-                                        const BRLSensorReadings& readings) {
-  Dictionary dictionary = readings.dictionary();
-  dictionary.emplace("beaconType", NSNumber(kBRLSensorBeacon));
-  dictionary.emplace("beaconId", readings.uniqueId);
-  dictionary.emplace("uuid", key);
-  dictionary.emplace("rssi", NSNumber(rssi));
-  dictionary.emplace("status", NSNumber(kBRLPresent));
-  dictionary.emplace("statusUpdatedDate", heard);
-  const auto record = std::make_shared<BRLBeaconDataModel>(dictionary);
+                                        const BRLSensorFrame& frame) {
+  const auto record = std::make_shared<BRLBeaconDataModel>(key, heard, rssi, frame);
   reportBeacon(record);
   appendBeacon(record);
-  if (readings.emergency >= 1) reportEmergency(record);
+  if (frame.emergency() >= 1) reportEmergency(record);
   if (isLogSave()) loggingForSensor(*record);
 }
 
 // A timer that has fired is replaced; one that was cleared stays dead. Asked after the push-back: either the
 // timer was cancelled by then, or `replaceOvertakenTimer` sees the push-back.
-void BRLContextManager::keepLostTimer(const std::string& key, const Record& record) {
+void BRLContextManager::keepLostTimer(const BRLHashedText& key, const Record& record) {
   const std::scoped_lock lock(seenMutex_);
   const auto found = seenBRLCache_.find(key);
   if (found == seenBRLCache_.end()) {
-    seenBRLCache_.emplace(key, SeenBeacon{record, makeLostTimer(key)});
+    seenBRLCache_.emplace(key.text, SeenBeacon{record, makeLostTimer()});
     return;
   }
   SeenBeacon& seen = found->second;
   seen.on_lost_timer->reschedule();
-  if (seen.on_lost_timer->source()->testCancel() && !seen.isCleared) seen.on_lost_timer = makeLostTimer(key);
+  if (seen.on_lost_timer->source()->testCancel() && !seen.isCleared) seen.on_lost_timer = makeLostTimer();
 }
 
-std::shared_ptr<BRLTimer> BRLContextManager::makeLostTimer(const std::string& key) {
-  return BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
-      beaconExitTime_, Platform::installed().dispatch->mainQueue(), [this, key](BRLTimer& timer) {
-        replaceOvertakenTimer(key, timer);
-        checkLost();
-      });
+std::shared_ptr<BRLTimer> BRLContextManager::makeLostTimer() {
+  return BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(beaconExitTime_, dispatch_->mainQueue(),
+                                                                [this](BRLTimer& timer) {
+                                                                  replaceOvertakenTimer(timer);
+                                                                  checkLost();
+                                                                });
 }
 
 // An advertisement may push the timer back after its firing was decided and before it counts as cancelled.
-// The deadline then lies ahead, and nothing else would watch for the silence after that advertisement.
-void BRLContextManager::replaceOvertakenTimer(const std::string& key, const BRLTimer& timer) {
+// The deadline then lies ahead, and nothing else would watch for the silence after that advertisement. So
+// seldom that the timer is looked for.
+void BRLContextManager::replaceOvertakenTimer(const BRLTimer& timer) {
+  if (timer.source()->start() <= dispatch_->now()) return;
   const std::scoped_lock lock(seenMutex_);
-  const auto found = seenBRLCache_.find(key);
-  if (found == seenBRLCache_.end()) return;
-  SeenBeacon& seen = found->second;
-  if (seen.on_lost_timer.get() != &timer || seen.isCleared) return;
-  if (timer.source()->start() > Platform::installed().dispatch->now())
-    seen.on_lost_timer = makeLostTimer(key);
+  const auto found = std::ranges::find_if(
+      seenBRLCache_, [&](const auto& entry) { return entry.second.on_lost_timer.get() == &timer; });
+  if (found != seenBRLCache_.end() && !found->second.isCleared) found->second.on_lost_timer = makeLostTimer();
 }
 
 // The walk over the list as it was at the beginning, in its order, but only over the records that may be
@@ -176,7 +168,7 @@ void BRLContextManager::replaceOvertakenTimer(const std::string& key, const BRLT
 void BRLContextManager::checkLost() {
   const size_t end = rangeBeaconSensors_.size();
   for (size_t next = 0; next < end;) {
-    const int64_t cutoff = lostCutoff(currentDate(), beaconExitTime_);
+    const int64_t cutoff = lostCutoff(dispatch_->date(), beaconExitTime_);
     const auto entry = lastHeard_->take(next, end, cutoff);
     if (!entry) break;
     const Record& record = rangeBeaconSensors_[entry->number];

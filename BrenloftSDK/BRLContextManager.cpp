@@ -35,11 +35,12 @@ BRLDataManager* BRLContextManager::allocInit() {
   return new BRLContextManager;
 }
 
-BRLContextManager::BRLContextManager() : lastHeard_(std::make_shared<BRLLastHeard>()) {
+BRLContextManager::BRLContextManager()
+    : dispatch_(Platform::installed().dispatch), lastHeard_(std::make_shared<BRLLastHeard>()) {
   const Platform& services = Platform::installed();
   locationManager_ = services.location->makeLocationManager();
   locationManager_->setDelegate(this);
-  beaconOperationsQueue_ = services.dispatch->createQueue(kScannerQueueLabel);
+  beaconOperationsQueue_ = dispatch_->createQueue(kScannerQueueLabel);
   centralManager_ = services.bluetooth->makeCentralManager(*this, beaconOperationsQueue_);
   platform::NSUserDefaults& defaults = *services.userDefaults;
   if (!defaults.objectForKey(SAFETY_REGION_IDENTIFIER)) {

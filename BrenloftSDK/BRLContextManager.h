@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -187,6 +188,14 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
     std::shared_ptr<BRLTimer> on_lost_timer;
     bool isCleared = false;  // by clearRemainingTimers: no timer until the entry is removed
   };
+  struct SeenHash {
+    using is_transparent = void;
+    size_t operator()(const BRLHashedText& key) const { return key.hash; }
+  };
+  struct SeenEqual {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const { return a == b; }
+  };
 
   BRLContextManager();
   static BRLDataManager* allocInit();
@@ -204,13 +213,13 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
 
   // The scan (BRLContextManager+Scanning.cpp).
   void startScanning();
-  void refreshKnownBeacon(const Record& record, int64_t rssi, const BRLSensorReadings& readings);
-  bool refreshMatches(const std::string& key, int64_t rssi, const BRLSensorReadings& readings);
+  void refreshKnownBeacon(const Record& record, int64_t rssi, const BRLSensorFrame& frame);
+  bool refreshMatches(const BRLHashedText& key, int64_t rssi, const BRLSensorFrame& frame);
   void addSensorBeacon(const std::string& key, platform::Date heard, int64_t rssi,
-                       const BRLSensorReadings& readings);
-  void keepLostTimer(const std::string& key, const Record& record);
-  std::shared_ptr<BRLTimer> makeLostTimer(const std::string& key);
-  void replaceOvertakenTimer(const std::string& key, const BRLTimer& timer);
+                       const BRLSensorFrame& frame);
+  void keepLostTimer(const BRLHashedText& key, const Record& record);
+  std::shared_ptr<BRLTimer> makeLostTimer();
+  void replaceOvertakenTimer(const BRLTimer& timer);
   void checkLost();
   bool loseIfSilent(BRLBeaconDataModel& record, int64_t cutoff, int64_t entrySecond);
   void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
@@ -247,12 +256,13 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
                                                    const platform::CLRegionPtr& region) override;
 
   // Ranging (BRLContextManager+Ranging.cpp).
-  bool refreshRanged(const platform::CLBeacon& beacon, const std::string& uuid);
+  bool refreshRanged(const platform::CLBeacon& beacon, const BRLHashedText& uuid);
   void addRangedBeacon(const platform::CLBeacon& beacon, const std::string& uuid);
   void locationManager_didRangeBeacons_inRegion(platform::CLLocationManager& manager,
                                                 const std::vector<platform::CLBeacon>& beacons,
                                                 const platform::CLBeaconRegionPtr& region) override;
 
+  const std::shared_ptr<platform::DispatchService> dispatch_;
   std::atomic<uint64_t> beaconType_{0};
   std::atomic<int64_t> beaconGroupType_{0};
   std::atomic<BRLContextManagerDelegate*> delegate_{nullptr};
@@ -273,7 +283,9 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::vector<std::weak_ptr<const platform::CLRegion>> endedRegions_;      // by `stop`
 
   std::mutex seenMutex_;
-  std::unordered_map<std::string, SeenBeacon> seenBRLCache_;
+  std::unordered_map<std::string, SeenBeacon, SeenHash, SeenEqual> seenBRLCache_;
+
+  std::vector<std::string> octetTexts_;  // the scanner queue's, for the next advertisement
 
   platform::dispatch_queue_t beaconOperationsQueue_;
   std::unique_ptr<platform::CLLocationManager> locationManager_;

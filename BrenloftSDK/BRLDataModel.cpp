@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <tuple>
 #include <utility>
 
 #include "BrenloftSDK/BRLLastHeard.h"
@@ -58,47 +57,124 @@ void take(std::optional<Date>& date, const Dictionary& dictionary, std::string_v
   if (const auto* given = platform::find<Date>(dictionary, key)) date = *given;
 }
 
-// Integers are read and changed without the record's lock.
-
-static_assert(std::atomic_ref<int64_t>::required_alignment <= alignof(BRLBeaconSnapshot));
-
-int64_t current(int64_t& integer) {
-  return std::atomic_ref(integer).load(std::memory_order_acquire);
-}
-template <typename T>
-const T& current(const T& value) {
-  return value;
-}
-
-void refresh(int64_t& integer, uint32_t value) {
-  std::atomic_ref(integer).store(value, std::memory_order_relaxed);
-}
-void refresh(BRLOptionalText& text, const std::string& value) {
-  text = value;
-}
+// What a frame says under each text, in their order.
+constexpr std::array kFrameTexts{&BRLSensorFrame::uniqueId,    &BRLSensorFrame::uniqueId,
+                                 &BRLSensorFrame::temperature, &BRLSensorFrame::humidity,
+                                 &BRLSensorFrame::tbd,         &BRLSensorFrame::xAccel,
+                                 &BRLSensorFrame::yAccel,      &BRLSensorFrame::zAccel};
 
 }  // namespace
 
 BRLBeaconDataModel::BRLBeaconDataModel(const Dictionary* dictionary) {
   if (dictionary == nullptr) return;
+  BRLBeaconSnapshot given;
   BRLForEach(kBRLProperties,
-             [&](const auto& property) { take(values_.*property.member, *dictionary, property.name); });
-  if (const auto* text = platform::find<std::string>(*dictionary, "statusUpdatedDate")) {
-    statusUpdatedDateText_ = *text;
-  }
+             [&](const auto& property) { take(given.*property.member, *dictionary, property.name); });
+  beaconType_ = static_cast<int32_t>(given.beaconType);
+  uuid_ = std::move(given.uuid);
+  major_ = static_cast<int32_t>(given.major);
+  minor_ = static_cast<int32_t>(given.minor);
+  txPower_ = static_cast<int32_t>(given.txPower);
+  rssi_ = given.rssi;
+  status_ = given.status;
+  emergency_ = given.emergency;
+  battery_ = given.battery;
+  statusUpdatedDate_ = given.statusUpdatedDate;
+  holdText(Text::beaconId, std::move(given.beaconId));
+  holdText(Text::uniqueId, std::move(given.uniqueId));
+  holdText(Text::temperature, std::move(given.temperature));
+  holdText(Text::humidity, std::move(given.humidity));
+  holdText(Text::tbd, std::move(given.tbd));
+  holdText(Text::xAccel, std::move(given.xAccel));
+  holdText(Text::yAccel, std::move(given.yAccel));
+  holdText(Text::zAccel, std::move(given.zAccel));
+  if (const auto* text = platform::find<std::string>(*dictionary, "statusUpdatedDate"))
+    holdText(Text::statusUpdatedDate, *text);
 }
+
+// As a dictionary of the same would make it.
+BRLBeaconDataModel::BRLBeaconDataModel(std::string uuid, Date heard, int64_t rssi,
+                                       const BRLSensorFrame& frame)
+    : beaconType_(static_cast<int32_t>(kBRLSensorBeacon)),
+      txPower_(static_cast<int32_t>(frame.txPower())),
+      uuid_(std::move(uuid)),
+      rssi_(static_cast<int32_t>(rssi)),
+      status_(kBRLPresent),
+      emergency_(frame.emergency()),
+      battery_(frame.battery()),
+      statusUpdatedDate_(heard),
+      frame_(frame) {}
 
 BRLBeaconSnapshot BRLBeaconDataModel::snapshot() const {
   const std::scoped_lock lock(mutex_);
-  // The table has the order of the members.
-  const auto copied = [&](const auto&... property) {
-    return BRLBeaconSnapshot{current(values_.*property.member)...};
-  };
-  return std::apply(copied, kBRLProperties);
+  return {.beaconType = beaconType(),
+          .beaconId = heldText(Text::beaconId),
+          .uuid = uuid_,
+          .major = major_,
+          .minor = minor_,
+          .rssi = rssi(),
+          .txPower = txPower_,
+          .emergency = emergency(),
+          .battery = battery(),
+          .temperature = heldText(Text::temperature),
+          .humidity = heldText(Text::humidity),
+          .uniqueId = heldText(Text::uniqueId),
+          .tbd = heldText(Text::tbd),
+          .status = status(),
+          .statusUpdatedDate = statusUpdatedDate_,
+          .xAccel = heldText(Text::xAccel),
+          .yAccel = heldText(Text::yAccel),
+          .zAccel = heldText(Text::zAccel)};
+}
+
+std::optional<Date> BRLBeaconDataModel::statusUpdatedDate() const {
+  const std::scoped_lock lock(mutex_);
+  return statusUpdatedDate_;
+}
+
+BRLOptionalText BRLBeaconDataModel::text(Text which) const {
+  const std::scoped_lock lock(mutex_);
+  return heldText(which);
+}
+
+BRLOptionalText BRLBeaconDataModel::heldText(Text which) const {
+  const auto place = static_cast<size_t>(which);
+  if (frame_)
+    return place < kFrameTexts.size() ? BRLOptionalText(((*frame_).*kFrameTexts[place])()) : std::nullopt;
+  if (!texts_ || !(*texts_)[place]) return std::nullopt;
+  return *(*texts_)[place];
+}
+
+void BRLBeaconDataModel::setText(Text which, BRLOptionalText text) {
+  const std::scoped_lock lock(mutex_);
+  holdText(which, std::move(text));
+}
+
+void BRLBeaconDataModel::holdText(Text which, BRLOptionalText text) {
+  if (!text && !frame_ && !texts_) return;
+  auto& held = ownTexts()[static_cast<size_t>(which)];
+  held = text ? std::make_unique<const std::string>(std::move(*text)) : nullptr;
+}
+
+BRLBeaconDataModel::Texts& BRLBeaconDataModel::ownTexts() {
+  if (texts_) return *texts_;
+  texts_ = std::make_unique<Texts>();
+  if (frame_) {
+    for (size_t i = 0; i < kFrameTexts.size(); ++i)
+      (*texts_)[i] = std::make_unique<const std::string>(((*frame_).*kFrameTexts[i])());
+    frame_.reset();
+  }
+  return *texts_;
+}
+
+void BRLBeaconDataModel::setUniqueId(platform::TextArgument uniqueId) {
+  const std::scoped_lock lock(mutex_);
+  holdText(Text::beaconId, uniqueId.text);
+  holdText(Text::uniqueId, std::move(uniqueId.text));
 }
 
 void BRLBeaconDataModel::setStatusValue(int64_t status) {
-  store(values_.status, status);
+  status_.store(status, std::memory_order_release);
   if (status != kBRLPresent) return;
   const std::scoped_lock lock(mutex_);
   keepEntry();
@@ -106,33 +182,34 @@ void BRLBeaconDataModel::setStatusValue(int64_t status) {
 
 void BRLBeaconDataModel::setStatusUpdatedDate(Date date) {
   const std::scoped_lock lock(mutex_);
-  values_.statusUpdatedDate = date;
-  statusUpdatedDateText_.reset();
+  setDate(date);
+}
+
+void BRLBeaconDataModel::setDate(Date date) {
+  statusUpdatedDate_ = date;
+  if (texts_) (*texts_)[static_cast<size_t>(Text::statusUpdatedDate)].reset();
   keepEntry();
 }
 
-void BRLBeaconDataModel::setUniqueId(platform::TextArgument uniqueId) {
+void BRLBeaconDataModel::refresh(Date date, int64_t rssi) {
   const std::scoped_lock lock(mutex_);
-  values_.beaconId = uniqueId.text;
-  values_.uniqueId = std::move(uniqueId.text);
-}
-
-void BRLBeaconDataModel::refresh(Date date, int64_t rssi, const BRLSensorReadings& readings) {
-  const std::scoped_lock lock(mutex_);
-  values_.statusUpdatedDate = date;
-  statusUpdatedDateText_.reset();
+  setDate(date);
   setRssiValue(rssi);
-  values_.beaconId = readings.uniqueId;
-  BRLForEach(kBRLReadings, [&](const auto& reading) {
-    if (!reading.isFixed) ::refresh(values_.*reading.property, readings.*reading.member);
-  });
-  keepEntry();
+}
+
+void BRLBeaconDataModel::refresh(Date date, int64_t rssi, const BRLSensorFrame& frame) {
+  const std::scoped_lock lock(mutex_);
+  texts_.reset();
+  frame_ = frame;
+  setRssiValue(rssi);
+  setEmergency(frame.emergency());
+  setBattery(frame.battery());
+  setDate(date);
 }
 
 bool BRLBeaconDataModel::markLost() {
   int64_t expected = kBRLPresent;
-  return std::atomic_ref(values_.status)
-      .compare_exchange_strong(expected, kBRLLost, std::memory_order_acq_rel);
+  return status_.compare_exchange_strong(expected, kBRLLost, std::memory_order_acq_rel);
 }
 
 bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff, int64_t second) {
@@ -145,8 +222,7 @@ bool BRLBeaconDataModel::markLostIfSilentSince(int64_t cutoff, int64_t second) {
 }
 
 bool BRLBeaconDataModel::markPresent() {
-  if (std::atomic_ref(values_.status).exchange(kBRLPresent, std::memory_order_acq_rel) == kBRLPresent)
-    return false;
+  if (status_.exchange(kBRLPresent, std::memory_order_acq_rel) == kBRLPresent) return false;
   const std::scoped_lock lock(mutex_);
   keepEntry();
   return true;
@@ -161,7 +237,7 @@ void BRLBeaconDataModel::enter(std::shared_ptr<BRLLastHeard> lastHeard, std::siz
 
 // A record without a date was last heard at the beginning of time.
 int64_t BRLBeaconDataModel::secondLastHeard() const {
-  return values_.statusUpdatedDate ? platform::wholeSecondsSince1970(*values_.statusUpdatedDate) : 0;
+  return statusUpdatedDate_ ? platform::wholeSecondsSince1970(*statusUpdatedDate_) : 0;
 }
 
 // With the lock held, after whatever may have made the record present or its date earlier. The status is

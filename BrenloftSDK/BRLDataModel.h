@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <limits>
@@ -47,6 +48,8 @@ struct BRLBeaconSnapshot {
   BRLOptionalText xAccel{};
   BRLOptionalText yAccel{};
   BRLOptionalText zAccel{};
+
+  friend bool operator==(const BRLBeaconSnapshot&, const BRLBeaconSnapshot&) = default;
 };
 
 /// The live record of one beacon, sensor or iBeacon.
@@ -69,61 +72,66 @@ class BRL_EXPORT BRLBeaconDataModel {
   BRLBeaconDataModel(const BRLBeaconDataModel&) = delete;
   BRLBeaconDataModel& operator=(const BRLBeaconDataModel&) = delete;
 
+  /// A sensor beacon that has just been heard for the first time.
+  BRLBeaconDataModel(std::string uuid, platform::Date heard, int64_t rssi, const BRLSensorFrame& frame);
+
   /// 1 = sensor beacon, 2 = iBeacon, 0 = not given.
-  uint64_t beaconType() const { return values_.beaconType; }
+  uint64_t beaconType() const { return static_cast<uint64_t>(int64_t{beaconType_}); }
   /// The device identifier of a sensor beacon, "iBeacon" for an iBeacon.
-  BRLOptionalText beaconId() const { return copyOf(values_.beaconId); }
+  BRLOptionalText beaconId() const { return text(Text::beaconId); }
   /// The text of the first service UUID, or of the proximity UUID.
-  const BRLOptionalText& uuid() const { return values_.uuid; }
-  int64_t major() const { return values_.major; }
-  int64_t minor() const { return values_.minor; }
+  const BRLOptionalText& uuid() const { return uuid_; }
+  int64_t major() const { return major_; }
+  int64_t minor() const { return minor_; }
   /// dBm as the platform reported it.
-  int64_t rssi() const { return load(values_.rssi); }
+  int64_t rssi() const { return rssi_.load(std::memory_order_acquire); }
   /// 0 to 255, from the first frame only.
-  int64_t txPower() const { return values_.txPower; }
+  int64_t txPower() const { return txPower_; }
   /// 1 or more signals an emergency.
-  int64_t emergency() const { return load(values_.emergency); }
-  int64_t battery() const { return load(values_.battery); }
+  int64_t emergency() const { return emergency_.load(std::memory_order_acquire); }
+  int64_t battery() const { return battery_.load(std::memory_order_acquire); }
   /// Two decimals; "" when the frame gave none.
-  BRLOptionalText temperature() const { return copyOf(values_.temperature); }
-  BRLOptionalText humidity() const { return copyOf(values_.humidity); }
+  BRLOptionalText temperature() const { return text(Text::temperature); }
+  BRLOptionalText humidity() const { return text(Text::humidity); }
   /// XX-XX-XX-XX-XX-XX
-  BRLOptionalText uniqueId() const { return copyOf(values_.uniqueId); }
+  BRLOptionalText uniqueId() const { return text(Text::uniqueId); }
   /// Six hexadecimal digits.
-  BRLOptionalText tbd() const { return copyOf(values_.tbd); }
+  BRLOptionalText tbd() const { return text(Text::tbd); }
   /// 1 = present, 2 = lost, 0 = not set.
-  int64_t status() const { return load(values_.status); }
+  int64_t status() const { return status_.load(std::memory_order_acquire); }
   /// When the beacon was last heard.
-  std::optional<platform::Date> statusUpdatedDate() const { return copyOf(values_.statusUpdatedDate); }
+  std::optional<platform::Date> statusUpdatedDate() const;
   /// The text that stood for the date in the dictionary, when it was given as a text.
-  BRLOptionalText statusUpdatedDateText() const { return copyOf(statusUpdatedDateText_); }
+  BRLOptionalText statusUpdatedDateText() const { return text(Text::statusUpdatedDate); }
   /// Signed decimal integers.
-  BRLOptionalText xAccel() const { return copyOf(values_.xAccel); }
-  BRLOptionalText yAccel() const { return copyOf(values_.yAccel); }
-  BRLOptionalText zAccel() const { return copyOf(values_.zAccel); }
+  BRLOptionalText xAccel() const { return text(Text::xAccel); }
+  BRLOptionalText yAccel() const { return text(Text::yAccel); }
+  BRLOptionalText zAccel() const { return text(Text::zAccel); }
 
   /// Everything at one moment.
   BRLBeaconSnapshot snapshot() const;
 
   // -[BRLBeaconDataModel setStatusValue:] and the other mutators; each replaces one value.
   void setStatusValue(int64_t status);
-  void setRssiValue(int64_t rssi) { store(values_.rssi, rssi); }
+  void setRssiValue(int64_t rssi) { rssi_.store(rssi, std::memory_order_release); }
   void setStatusUpdatedDate(platform::Date date);
-  void setEmergency(int64_t emergency) { store(values_.emergency, emergency); }
-  void setBattery(int64_t battery) { store(values_.battery, battery); }
+  void setEmergency(int64_t emergency) { emergency_.store(emergency, std::memory_order_release); }
+  void setBattery(int64_t battery) { battery_.store(battery, std::memory_order_release); }
   void setTemperature(platform::TextArgument temperature) {
-    replace(values_.temperature, std::move(temperature.text));
+    setText(Text::temperature, std::move(temperature.text));
   }
-  void setHumidity(platform::TextArgument humidity) { replace(values_.humidity, std::move(humidity.text)); }
+  void setHumidity(platform::TextArgument humidity) { setText(Text::humidity, std::move(humidity.text)); }
   /// Sets beaconId as well: the identity follows the identifier that was sent last.
   void setUniqueId(platform::TextArgument uniqueId);
-  void setTbd(platform::TextArgument tbd) { replace(values_.tbd, std::move(tbd.text)); }
-  void setXAccel(platform::TextArgument xAccel) { replace(values_.xAccel, std::move(xAccel.text)); }
-  void setYAccel(platform::TextArgument yAccel) { replace(values_.yAccel, std::move(yAccel.text)); }
-  void setZAccel(platform::TextArgument zAccel) { replace(values_.zAccel, std::move(zAccel.text)); }
+  void setTbd(platform::TextArgument tbd) { setText(Text::tbd, std::move(tbd.text)); }
+  void setXAccel(platform::TextArgument xAccel) { setText(Text::xAccel, std::move(xAccel.text)); }
+  void setYAccel(platform::TextArgument yAccel) { setText(Text::yAccel, std::move(yAccel.text)); }
+  void setZAccel(platform::TextArgument zAccel) { setText(Text::zAccel, std::move(zAccel.text)); }
 
   /// The date, the signal strength and the readings of one advertisement in one change; txPower stays.
-  void refresh(platform::Date date, int64_t rssi, const BRLSensorReadings& readings);
+  void refresh(platform::Date date, int64_t rssi, const BRLSensorFrame& frame);
+  /// The date and the signal strength in one change.
+  void refresh(platform::Date date, int64_t rssi);
   /// Status 1 becomes 2, any other stays, in one step. True when it did.
   bool markLost();
   /// The same, only if the record was last heard at `cutoff` (whole seconds since 1970) or before; one step
@@ -137,30 +145,46 @@ class BRL_EXPORT BRLBeaconDataModel {
   void enter(std::shared_ptr<BRLLastHeard> lastHeard, std::size_t number);
 
  private:
+  enum class Text {
+    beaconId,
+    uniqueId,
+    temperature,
+    humidity,
+    tbd,
+    xAccel,
+    yAccel,
+    zAccel,
+    statusUpdatedDate,
+  };
+  static constexpr std::size_t kTexts = 9;
+  using Texts = std::array<std::unique_ptr<const std::string>, kTexts>;
   static constexpr int64_t kNoEntry = std::numeric_limits<int64_t>::max();
 
+  BRLOptionalText text(Text which) const;
+  void setText(Text which, BRLOptionalText text);
+  // With the lock held:
+  BRLOptionalText heldText(Text which) const;
+  void holdText(Text which, BRLOptionalText text);
+  Texts& ownTexts();
+  void setDate(platform::Date date);
   int64_t secondLastHeard() const;
   void keepEntry();
-  static int64_t load(int64_t& integer) { return std::atomic_ref(integer).load(std::memory_order_acquire); }
-  static void store(int64_t& integer, int64_t value) {
-    std::atomic_ref(integer).store(value, std::memory_order_release);
-  }
-  template <typename T>
-  T copyOf(const T& value) const {
-    const std::scoped_lock lock(mutex_);
-    return value;
-  }
-  template <typename T>
-  void replace(T& value, T by) {
-    const std::scoped_lock lock(mutex_);
-    std::swap(value, by);
-  }
 
-  mutable std::mutex mutex_;  // guards the texts, but for uuid, and the date
-  // Mutable for std::atomic_ref only, which has no constant form.
-  mutable BRLBeaconSnapshot values_;
-  BRLOptionalText statusUpdatedDateText_;
-  // Guarded by mutex_:
+  int32_t beaconType_ = 0;
+  int32_t major_ = 0;
+  int32_t minor_ = 0;
+  int32_t txPower_ = 0;
+  BRLOptionalText uuid_;
+  std::atomic<int64_t> rssi_{0};
+  std::atomic<int64_t> status_{0};
+  std::atomic<int64_t> emergency_{0};
+  std::atomic<int64_t> battery_{0};
+
+  mutable std::mutex mutex_;  // guards what follows
+  std::optional<platform::Date> statusUpdatedDate_;
+  // The texts are those of the last frame or, once one of them was set or given, all written out.
+  std::optional<BRLSensorFrame> frame_;
+  std::unique_ptr<Texts> texts_;
   std::shared_ptr<BRLLastHeard> lastHeard_;
   std::size_t number_ = 0;
   int64_t entrySecond_ = kNoEntry;

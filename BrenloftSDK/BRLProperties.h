@@ -55,30 +55,27 @@ inline constexpr std::tuple kBRLProperties{
     BRLProperty{"zAccel", &BRLBeaconSnapshot::zAccel, 17, 17},
 };
 
-/// One reading of a sensor frame, and the property that holds it.
-template <typename T, typename Property>
+/// One reading of a sensor frame.
+template <typename T>
 struct BRLReading {
   std::string_view name;
   T BRLSensorReadings::*member;
-  Property BRLBeaconSnapshot::*property;
-  bool isFixed = false;  ///< the property keeps what the first frame said
 };
-template <typename T, typename Property>
-BRLReading(std::string_view, T BRLSensorReadings::*, Property BRLBeaconSnapshot::*, bool = false)
-    -> BRLReading<T, Property>;
+template <typename T>
+BRLReading(std::string_view, T BRLSensorReadings::*) -> BRLReading<T>;
 
 /// The readings in their declared order.
 inline constexpr std::tuple kBRLReadings{
-    BRLReading{"uniqueId", &BRLSensorReadings::uniqueId, &BRLBeaconSnapshot::uniqueId},
-    BRLReading{"txPower", &BRLSensorReadings::txPower, &BRLBeaconSnapshot::txPower, true},
-    BRLReading{"temperature", &BRLSensorReadings::temperature, &BRLBeaconSnapshot::temperature},
-    BRLReading{"humidity", &BRLSensorReadings::humidity, &BRLBeaconSnapshot::humidity},
-    BRLReading{"battery", &BRLSensorReadings::battery, &BRLBeaconSnapshot::battery},
-    BRLReading{"emergency", &BRLSensorReadings::emergency, &BRLBeaconSnapshot::emergency},
-    BRLReading{"tbd", &BRLSensorReadings::tbd, &BRLBeaconSnapshot::tbd},
-    BRLReading{"xAccel", &BRLSensorReadings::xAccel, &BRLBeaconSnapshot::xAccel},
-    BRLReading{"yAccel", &BRLSensorReadings::yAccel, &BRLBeaconSnapshot::yAccel},
-    BRLReading{"zAccel", &BRLSensorReadings::zAccel, &BRLBeaconSnapshot::zAccel},
+    BRLReading{"uniqueId", &BRLSensorReadings::uniqueId},
+    BRLReading{"txPower", &BRLSensorReadings::txPower},
+    BRLReading{"temperature", &BRLSensorReadings::temperature},
+    BRLReading{"humidity", &BRLSensorReadings::humidity},
+    BRLReading{"battery", &BRLSensorReadings::battery},
+    BRLReading{"emergency", &BRLSensorReadings::emergency},
+    BRLReading{"tbd", &BRLSensorReadings::tbd},
+    BRLReading{"xAccel", &BRLSensorReadings::xAccel},
+    BRLReading{"yAccel", &BRLSensorReadings::yAccel},
+    BRLReading{"zAccel", &BRLSensorReadings::zAccel},
 };
 
 inline constexpr std::size_t kBRLPropertyCount = std::tuple_size_v<decltype(kBRLProperties)>;

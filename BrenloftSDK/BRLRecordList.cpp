@@ -2,77 +2,117 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
+#include <limits>
 #include <mutex>
-#include <shared_mutex>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace {
 
-// Text keys point into the records, whose uuid never changes.
+using Identity = BRLRecordList::Identity;
+using Number = uint32_t;  // four billion records fit into no memory
+constexpr Number kNone = std::numeric_limits<Number>::max();
+constexpr std::array kIdentities{Identity::uuid, Identity::uuidAndMajor, Identity::uuidMajorAndMinor};
+
 struct Key {
   std::string_view uuid;
-  int64_t major = 0;
-  int64_t minor = 0;
-  friend bool operator==(const Key&, const Key&) = default;
+  int64_t major;
+  int64_t minor;
+  size_t hash;
 };
 
-struct KeyHash {
-  size_t operator()(const Key& key) const {
-    constexpr uint64_t kMix = 0x9E3779B97F4A7C15;
-    const auto numbers = (static_cast<uint64_t>(key.major) << 32) ^ static_cast<uint64_t>(key.minor);
-    return std::hash<std::string_view>{}(key.uuid) ^ static_cast<size_t>((numbers + 1) * kMix);
-  }
-};
-
-constexpr std::array kIdentities{BRLRecordList::Identity::uuid, BRLRecordList::Identity::uuidAndMajor,
-                                 BRLRecordList::Identity::uuidMajorAndMinor};
-
-Key keyOf(BRLRecordList::Identity identity, std::string_view uuid, int64_t major, int64_t minor) {
-  switch (identity) {
-    case BRLRecordList::Identity::uuid:
-      return {uuid, 0, 0};
-    case BRLRecordList::Identity::uuidAndMajor:
-      return {uuid, major, 0};
-    case BRLRecordList::Identity::uuidMajorAndMinor:
-      break;
-  }
-  return {uuid, major, minor};
+Key keyOf(Identity identity, const BRLHashedText& uuid, int64_t major, int64_t minor) {
+  if (identity == Identity::uuid) major = 0;
+  if (identity != Identity::uuidMajorAndMinor) minor = 0;
+  constexpr uint64_t kMix = 0x9E3779B97F4A7C15;
+  const auto numbers = static_cast<uint64_t>(major) << 32 ^ static_cast<uint64_t>(minor);
+  return {uuid.text, major, minor, (uuid.hash ^ numbers * kMix) * kMix >> 32};
 }
+
+// Records by the properties of one identity. A slot holds the last record of its key, and each record the
+// number of the next one of its key, the last one that of the first.
+class Table {
+ public:
+  Table(const BRLGrowingList<BRLRecordList::Record>& list, Identity identity)
+      : list_(list), identity_(identity) {}
+
+  std::optional<BRLRecordList::Match> find(const Key& key, size_t from, size_t end) const {
+    const Number last = slots_.empty() ? kNone : slots_[slotOf(key)];
+    if (last == kNone || last < from) return std::nullopt;
+    Number number = from > 0 && has(from - 1, key) ? next_[from - 1] : next_[last];
+    while (number < from) number = next_[number];
+    if (number >= end) return std::nullopt;
+    return BRLRecordList::Match{number, number == last};
+  }
+
+  // Records come in order; one without a uuid stands for nothing.
+  void add(Number number) {
+    next_.push_back(number);
+    if (!list_[number]->uuid()) return;
+    if (++used_ * 2 > slots_.size()) return rebuild();
+    put(number);
+  }
+
+ private:
+  Key keyAt(size_t number) const {
+    const BRLBeaconDataModel& record = *list_[number];
+    return keyOf(identity_, *record.uuid(), record.major(), record.minor());
+  }
+  bool has(size_t number, const Key& key) const {
+    const BRLBeaconDataModel& record = *list_[number];
+    return record.uuid() == key.uuid && (identity_ == Identity::uuid || record.major() == key.major) &&
+           (identity_ != Identity::uuidMajorAndMinor || record.minor() == key.minor);
+  }
+  size_t slotOf(const Key& key) const {
+    const size_t mask = slots_.size() - 1;
+    size_t slot = key.hash & mask;
+    while (slots_[slot] != kNone && !has(slots_[slot], key)) slot = (slot + 1) & mask;
+    return slot;
+  }
+  void put(Number number) {
+    Number& last = slots_[slotOf(keyAt(number))];
+    if (last != kNone) next_[number] = std::exchange(next_[last], number);
+    last = number;
+  }
+  void rebuild() {
+    constexpr size_t kFewest = 16;
+    slots_.assign(std::max(kFewest, slots_.size() * 2), kNone);
+    for (Number number = 0; number < next_.size(); ++number) {
+      next_[number] = number;
+      if (list_[number]->uuid()) put(number);
+    }
+  }
+
+  const BRLGrowingList<BRLRecordList::Record>& list_;
+  const Identity identity_;
+  std::vector<Number> slots_;  // a power of two, at least half of it free
+  std::vector<Number> next_;
+  size_t used_ = 0;  // at most: records of one key take one slot
+};
 
 }  // namespace
 
-// Indices of the records of each identity, ascending.
 struct BRLRecordList::Index {
-  mutable std::shared_mutex mutex;
-  std::array<std::unordered_map<Key, std::vector<size_t>, KeyHash>, kIdentities.size()> maps;
+  explicit Index(const BRLGrowingList<Record>& list)
+      : tables{Table(list, kIdentities[0]), Table(list, kIdentities[1]), Table(list, kIdentities[2])} {}
+
+  mutable std::mutex mutex;
+  std::array<Table, kIdentities.size()> tables;
 };
 
-BRLRecordList::BRLRecordList() : index_(std::make_unique<Index>()) {}
+BRLRecordList::BRLRecordList() : index_(std::make_unique<Index>(list_)) {}
 BRLRecordList::~BRLRecordList() = default;
 
-std::optional<size_t> BRLRecordList::find(Identity identity, std::string_view uuid, int64_t major,
-                                          int64_t minor, size_t from, size_t end) const {
-  const std::shared_lock lock(index_->mutex);
-  const auto& map = index_->maps[static_cast<size_t>(identity)];
-  const auto entry = map.find(keyOf(identity, uuid, major, minor));
-  if (entry == map.end()) return std::nullopt;
-  const auto& indices = entry->second;
-  const auto next = std::lower_bound(indices.begin(), indices.end(), from);
-  if (next == indices.end() || *next >= end) return std::nullopt;
-  return *next;
+std::optional<BRLRecordList::Match> BRLRecordList::find(Identity identity, const BRLHashedText& uuid,
+                                                        int64_t major, int64_t minor, size_t from,
+                                                        size_t end) const {
+  const std::scoped_lock lock(index_->mutex);
+  return index_->tables[static_cast<size_t>(identity)].find(keyOf(identity, uuid, major, minor), from, end);
 }
 
 size_t BRLRecordList::append(Record record) {
-  const BRLBeaconDataModel& added = *record;
   const std::scoped_lock lock(index_->mutex);
-  const size_t index = list_.append(std::move(record));
-  if (!added.uuid()) return index;  // equals no beacon's text
-  for (const Identity identity : kIdentities) {
-    const Key key = keyOf(identity, *added.uuid(), added.major(), added.minor());
-    index_->maps[static_cast<size_t>(identity)][key].push_back(index);
-  }
-  return index;
+  const size_t number = list_.append(std::move(record));
+  for (Table& table : index_->tables) table.add(static_cast<Number>(number));
+  return number;
 }

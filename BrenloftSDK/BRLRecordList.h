@@ -1,7 +1,9 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -9,6 +11,18 @@
 #include "BrenloftSDK/BRLDataModel.h"
 #include "BrenloftSDK/BRLGrowingList.h"
 #include "platform/foundation/Export.h"
+
+/// A text with its hash, for who looks it up more than once. Lent as long as the text lives.
+struct BRLHashedText {
+  // NOLINTNEXTLINE(google-explicit-constructor): any text will do
+  BRLHashedText(const std::convertible_to<std::string_view> auto& given)
+      : text(given), hash(std::hash<std::string_view>{}(text)) {}
+
+  operator std::string_view() const { return text; }  // NOLINT(google-explicit-constructor)
+
+  std::string_view text;
+  std::size_t hash;
+};
 
 /// All known beacons in the order in which they were found. Records are never removed.
 ///
@@ -33,10 +47,15 @@ class BRL_EXPORT BRLRecordList {
   /// Which of the properties that never change tell records apart.
   enum class Identity { uuid, uuidAndMajor, uuidMajorAndMinor };
 
-  /// The index of the first record, from `from` on and below `end`, that has these properties. Costs the same
-  /// however long the list is.
-  std::optional<size_t> find(Identity identity, std::string_view uuid, int64_t major, int64_t minor,
-                             size_t from, size_t end) const;
+  struct Match {
+    size_t number;
+    bool isLast;  ///< in the whole list, at that moment
+  };
+
+  /// The first record, from `from` on and below `end`, that has these properties. Costs the same however long
+  /// the list is, when `from` is 0 or follows such a record.
+  std::optional<Match> find(Identity identity, const BRLHashedText& uuid, int64_t major, int64_t minor,
+                            size_t from, size_t end) const;
 
   /// Returns the record's number, its index.
   size_t append(Record record);

@@ -1,5 +1,6 @@
 #include "BrenloftSDK/BRLSensorFrame.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -7,20 +8,6 @@
 #include "platform/foundation/Hex.h"
 
 namespace {
-
-using platform::DataView;
-
-uint8_t octetAt(DataView frame, size_t offset) {
-  return std::to_integer<uint8_t>(frame[offset]);
-}
-
-uint16_t littleEndianAt(DataView frame, size_t offset) {
-  return static_cast<uint16_t>(octetAt(frame, offset) | octetAt(frame, offset + 1) << 8);
-}
-
-int16_t bigEndianAt(DataView frame, size_t offset) {
-  return static_cast<int16_t>(octetAt(frame, offset) << 8 | octetAt(frame, offset + 1));
-}
 
 // A single-precision quotient is off by far less than half a hundredth in this range, so that integer
 // arithmetic gives the digits of "%0.2f" on it. Zero means that there is no reading.
@@ -44,11 +31,11 @@ std::string decimalText(int16_t value) {
 
 // Two digits of each octet, with room for a separator where there is one.
 template <size_t Octets, char Separator = 0>
-std::string hexDigits(DataView frame, size_t offset) {
+std::string hexDigits(const std::byte* octets) {
   constexpr size_t kStep = Separator == 0 ? 2 : 3;
   std::array<char, Octets * kStep> digits;
   for (size_t i = 0; i < Octets; ++i) {
-    const uint8_t octet = octetAt(frame, offset + i);
+    const auto octet = std::to_integer<uint8_t>(octets[i]);
     digits[i * kStep] = platform::kUpperHexDigits[octet >> 4];
     digits[i * kStep + 1] = platform::kUpperHexDigits[octet & 15];
     if (Separator != 0) digits[i * kStep + 2] = Separator;
@@ -65,21 +52,58 @@ platform::Value valueOf(const std::string& text) {
 
 }  // namespace
 
-std::optional<BRLSensorReadings> BRLSensorReadings::fromFrame(DataView manufacturerData) {
+std::optional<BRLSensorFrame> BRLSensorFrame::of(platform::DataView manufacturerData) {
   if (manufacturerData.size() < kBRLSensorFrameLength) return std::nullopt;
-  const DataView frame = manufacturerData.first(kBRLSensorFrameLength);
-  return BRLSensorReadings{
-      .uniqueId = hexDigits<6, '-'>(frame, 7),
-      .txPower = octetAt(frame, 4),
-      .temperature = hundredthsText(static_cast<int16_t>(littleEndianAt(frame, 0))),
-      .humidity = hundredthsText(littleEndianAt(frame, 2)),
-      .battery = octetAt(frame, 5),
-      .emergency = octetAt(frame, 6),
-      .tbd = hexDigits<3>(frame, 19),
-      .xAccel = decimalText(bigEndianAt(frame, 13)),
-      .yAccel = decimalText(bigEndianAt(frame, 15)),
-      .zAccel = decimalText(bigEndianAt(frame, 17)),
-  };
+  BRLSensorFrame frame;
+  std::copy_n(manufacturerData.begin(), kBRLSensorFrameLength, frame.octets_.begin());
+  return frame;
+}
+
+uint16_t BRLSensorFrame::littleEndianAt(size_t offset) const {
+  return static_cast<uint16_t>(octetAt(offset) | octetAt(offset + 1) << 8);
+}
+int16_t BRLSensorFrame::bigEndianAt(size_t offset) const {
+  return static_cast<int16_t>(octetAt(offset) << 8 | octetAt(offset + 1));
+}
+
+std::string BRLSensorFrame::temperature() const {
+  return hundredthsText(static_cast<int16_t>(littleEndianAt(0)));
+}
+std::string BRLSensorFrame::humidity() const {
+  return hundredthsText(littleEndianAt(2));
+}
+std::string BRLSensorFrame::uniqueId() const {
+  return hexDigits<6, '-'>(&octets_[7]);
+}
+std::string BRLSensorFrame::xAccel() const {
+  return decimalText(bigEndianAt(13));
+}
+std::string BRLSensorFrame::yAccel() const {
+  return decimalText(bigEndianAt(15));
+}
+std::string BRLSensorFrame::zAccel() const {
+  return decimalText(bigEndianAt(17));
+}
+std::string BRLSensorFrame::tbd() const {
+  return hexDigits<3>(&octets_[19]);
+}
+
+BRLSensorReadings BRLSensorFrame::readings() const {
+  return {.uniqueId = uniqueId(),
+          .txPower = txPower(),
+          .temperature = temperature(),
+          .humidity = humidity(),
+          .battery = battery(),
+          .emergency = emergency(),
+          .tbd = tbd(),
+          .xAccel = xAccel(),
+          .yAccel = yAccel(),
+          .zAccel = zAccel()};
+}
+
+std::optional<BRLSensorReadings> BRLSensorReadings::fromFrame(platform::DataView manufacturerData) {
+  const auto frame = BRLSensorFrame::of(manufacturerData);
+  return frame ? std::optional(frame->readings()) : std::nullopt;
 }
 
 platform::Dictionary BRLSensorReadings::dictionary() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -13,6 +14,36 @@
 /// stand: temperature and humidity little-endian in hundredths, txPower, battery, emergency, the six-octet
 /// identifier, three accelerations big-endian, three octets that are only carried.
 inline constexpr size_t kBRLSensorFrameLength = 22;
+
+struct BRLSensorReadings;
+
+/// One frame as it was sent; each reading is worked out when it is asked for.
+class BRL_EXPORT BRLSensorFrame {
+ public:
+  /// Octets after the 22nd are ignored, a shorter value gives nothing.
+  static std::optional<BRLSensorFrame> of(platform::DataView manufacturerData);
+
+  /// The readings as BRLSensorReadings has them.
+  std::string uniqueId() const;
+  uint32_t txPower() const { return octetAt(4); }
+  std::string temperature() const;
+  std::string humidity() const;
+  uint32_t battery() const { return octetAt(5); }
+  uint32_t emergency() const { return octetAt(6); }
+  std::string tbd() const;
+  std::string xAccel() const;
+  std::string yAccel() const;
+  std::string zAccel() const;
+  BRLSensorReadings readings() const;
+
+ private:
+  BRLSensorFrame() = default;
+  uint8_t octetAt(std::size_t offset) const { return std::to_integer<uint8_t>(octets_[offset]); }
+  uint16_t littleEndianAt(std::size_t offset) const;
+  int16_t bigEndianAt(std::size_t offset) const;
+
+  std::array<std::byte, kBRLSensorFrameLength> octets_{};
+};
 
 /// The ten readings of one sensor frame. What a person reads is text, the one-octet readings are numbers.
 struct BRL_EXPORT BRLSensorReadings {

@@ -1,5 +1,7 @@
+#include <array>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -103,18 +105,53 @@ TEST(Record, TheUniqueIdIsTheBeaconIdAsWell) {
   EXPECT_EQ(record.uniqueId(), record.beaconId());
 }
 
+TEST(Record, TellsWhatTheLastFrameSaidAndWhatWasSetSince) {
+  std::array<std::byte, kBRLSensorFrameLength> octets{};
+  for (size_t i = 0; i < octets.size(); ++i) octets.at(i) = static_cast<std::byte>(i * 37 + 11);
+  const auto frame = *BRLSensorFrame::of(octets);
+  const BRLSensorReadings said = frame.readings();
+  const Date heard(microseconds(1));
+  BRLBeaconDataModel record("FFF0", heard, -60, frame);
+  const auto expectTexts = [&](const std::string& beaconId, const std::string& humidity) {
+    const BRLBeaconSnapshot told = record.snapshot();
+    EXPECT_EQ(std::tie(told.beaconId, told.uniqueId, told.temperature, told.humidity, told.tbd, told.xAccel,
+                       told.yAccel, told.zAccel),
+              std::tie(beaconId, said.uniqueId, said.temperature, humidity, said.tbd, said.xAccel,
+                       said.yAccel, said.zAccel));
+    EXPECT_EQ(record.humidity(), humidity);
+  };
+  Dictionary dictionary = said.dictionary();
+  dictionary.emplace("beaconType", NSNumber(1));
+  dictionary.emplace("beaconId", said.uniqueId);
+  dictionary.emplace("uuid", "FFF0");
+  dictionary.emplace("rssi", NSNumber(-60));
+  dictionary.emplace("status", NSNumber(1));
+  dictionary.emplace("statusUpdatedDate", heard);
+  EXPECT_TRUE(record.snapshot() == BRLBeaconDataModel(dictionary).snapshot());
+  expectTexts(said.uniqueId, said.humidity);
+  record.setHumidity("50.00");
+  expectTexts(said.uniqueId, "50.00");
+  record.refresh(heard, -60, frame);
+  expectTexts(said.uniqueId, said.humidity);
+}
+
 // A refresh that has returned is never followed by a loss decided from the date before it.
 TEST(Record, RefreshAndLostCheckDecideOnWholeStates) {
   BRLBeaconDataModel record(Dictionary{{"status", NSNumber(1)}, {"statusUpdatedDate", Date()}});
   const auto lastHeard = std::make_shared<BRLLastHeard>();
   record.enter(lastHeard, 0);
+  const auto frameOf = [](int octet) {
+    return *BRLSensorFrame::of(platform::Data(kBRLSensorFrameLength, static_cast<std::byte>(octet)));
+  };
+  const std::array frames{frameOf(0), frameOf(1), frameOf(2)};
   std::atomic<bool> done{false};
   std::thread sweeper([&] {
     while (!done) isFoundLost(record, *lastHeard, 1);
   });
   for (int i = 0; i < 20'000; ++i) {
     record.setStatusUpdatedDate(Date());
-    record.refresh(Date(std::chrono::seconds(2)), -i % 100, {.uniqueId = std::to_string(i % 3)});
+    record.refresh(Date(std::chrono::seconds(2)), -i % 100, frames[static_cast<size_t>(i % 3)]);
+    if (i % 2 != 0) record.setUniqueId("0C-61-CF-12-34-56");
     record.markPresent();
     ASSERT_EQ(record.status(), 1);
     const auto snapshot = record.snapshot();
@@ -162,7 +199,10 @@ TEST(RecordList, FindsWhatALinearWalkFinds) {
     for (size_t k = from; k < end && !expected; ++k) {
       if (standsFor(*list[k], identity, uuid, major, minor)) expected = k;
     }
-    ASSERT_EQ(list.find(identity, uuid, major, minor, from, end), expected);
+    const auto match = list.find(identity, uuid, major, minor, from, end);
+    ASSERT_EQ(match ? std::optional(match->number) : std::nullopt, expected);
+    EXPECT_EQ(match && match->isLast,
+              match && !list.find(identity, uuid, major, minor, match->number + 1, list.size()));
   }
 }
 
