@@ -40,8 +40,7 @@ class DocumentReader {
     for (const auto& [value, key] : common_) addCommonOption(key, *value);
     if (complaints_.empty()) return std::move(settings_);
     std::ranges::stable_sort(complaints_, {}, &Complaint::line);
-    const auto repeated = std::ranges::unique(complaints_);
-    complaints_.erase(repeated.begin(), repeated.end());
+    complaints_.erase(std::unique(complaints_.begin(), complaints_.end()), complaints_.end());
     return std::move(complaints_);
   }
 
