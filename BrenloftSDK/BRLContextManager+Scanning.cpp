@@ -74,7 +74,7 @@ void BRLContextManager::reportOctets(platform::DataView manufacturerData) noexce
   BRLContextManagerDelegate* delegate = delegateFor(BRLDelegateOperation::didByteArray);
   if (delegate == nullptr) return;
   std::vector<std::string> octets = std::exchange(octetTexts_, {});
-  octets.resize(manufacturerData.size(), std::string(2, '0'));
+  if (octets.size() != manufacturerData.size()) octets.resize(manufacturerData.size(), std::string(2, '0'));
   const std::byte* next = manufacturerData.data();
   for (std::string& text : octets) {
     const auto octet = std::to_integer<uint8_t>(*next++);
