@@ -10,20 +10,34 @@ Gateway::Gateway(std::shared_ptr<platform::DispatchService> dispatch, platform::
       queue_(std::move(queue)),
       settings_(std::move(settings)),
       book_(dispatch_, queue_, settings_, std::move(choice),
-            {.onReading = [this](const Reading& reading) { tell(reading); },
+            {.onReading =
+                 [this](const Reading& reading) {
+                   tell(reading);
+                   alarms_.heard(reading);
+                 },
              .onEvent = [this](const BeaconEvent& event, const KeptState& state) { tellEvent(event, state); },
              .onRefused =
                  [this](const Reading& reading) {
                    if (onRefused_) onRefused_(reading);
                  },
-             .onState = [this](const KeptState& state) { keep(state); }}) {}
+             .onState = [this](const KeptState& state) { keep(state); }}),
+      alarms_(
+          dispatch_, queue_, settings_,
+          {.onEvent = [this](const BeaconEvent& event, const KeptState& state) { tellEvent(event, state); },
+           .onState = [this](const KeptState& state) { keep(state); },
+           .onNotice =
+               [this](const AlarmNotice& notice) {
+                 if (onNotice_) onNotice_(notice);
+               }}) {}
 
 Gateway::~Gateway() = default;
 
-void Gateway::add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept) {
+void Gateway::add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept,
+                  const LastRun& last) {
   keeper_ = sink;
   sinks_.push_back(std::move(sink));
   book_.restore(kept);
+  alarms_.restore(kept, last);
 }
 
 void Gateway::hear(Reading reading) {
@@ -43,6 +57,7 @@ void Gateway::hear(Reading reading) {
 void Gateway::radio(bool isListening, std::string text) {
   queue_->async([this, isListening, text = std::move(text)] {
     book_.radio(isListening);
+    alarms_.radio(isListening);
     tell(BeaconEvent{
         .beacon = {}, .heard = dispatch_->date(), .kind = BeaconEvent::Kind::radio, .text = text});
   });
@@ -52,6 +67,7 @@ void Gateway::setSettings(std::shared_ptr<const Settings> settings) {
   queue_->async([this, settings = std::move(settings)] {
     settings_ = settings;
     book_.setSettings(settings);
+    alarms_.setSettings(settings);
   });
 }
 

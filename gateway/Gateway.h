@@ -10,6 +10,7 @@
 #include "gateway/KeptState.h"
 #include "gateway/Record.h"
 #include "gateway/Sink.h"
+#include "gateway/alarms/AlarmBook.h"
 #include "gateway/beacons/BeaconBook.h"
 #include "gateway/configuration/Settings.h"
 #include "platform/dispatch/Dispatch.h"
@@ -44,8 +45,12 @@ class Gateway {
   // Before anything is heard.
 
   void add(std::shared_ptr<Sink> sink) { sinks_.push_back(std::move(sink)); }
-  /// Where states are kept, too; what it kept before is in `kept`.
-  void add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept);
+  /// Where states are kept, too; `kept` is what it kept before, and `last` what else it knows of the last
+  /// run.
+  void add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept, const LastRun& last = {});
+  /// Who calls the commands of alarms, and says so through `told`; without it nobody does. Set it before
+  /// something is added that kept states: notices of the last run may be among them.
+  void setOnNotice(std::function<void(const AlarmNotice&)> onNotice) { onNotice_ = std::move(onNotice); }
   /// What is heard and not believed.
   void setOnRefused(std::function<void(const Reading&)> onRefused) { onRefused_ = std::move(onRefused); }
 
@@ -63,6 +68,9 @@ class Gateway {
   Label labelOf(const BeaconId& beacon) const;
   Census census() const;
   const BeaconBook& book() const { return book_; }
+  const AlarmBook& alarms() const { return alarms_; }
+  /// The command of this notice was run.
+  void told(const AlarmNotice& notice) { alarms_.told(notice.rule.name, notice.beacon); }
 
  private:
   void tell(const Record& record);
@@ -76,11 +84,13 @@ class Gateway {
   std::vector<std::shared_ptr<Sink>> sinks_;
   std::shared_ptr<KeepingSink> keeper_;  // one of the sinks
   std::function<void(const Reading&)> onRefused_;
+  std::function<void(const AlarmNotice&)> onNotice_;
   std::atomic<uint64_t> heard_{0};
   std::atomic<uint64_t> waiting_{0};
   std::atomic<uint64_t> dropped_{0};
   uint64_t told_ = 0;  // of those that were dropped
   BeaconBook book_;
+  AlarmBook alarms_;
 };
 
 }  // namespace brenloft

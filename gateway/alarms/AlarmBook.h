@@ -26,9 +26,8 @@ struct AlarmNotice {
   std::optional<int32_t> value{};  ///< what made it, in the unit of the rule's quantity
 };
 
-/// What the history knows at the start.
-struct AlarmsKept {
-  std::vector<KeptState> states{};
+/// What a history knows of the last run beside the states that it keeps.
+struct LastRun {
   std::map<BeaconId, platform::Date> heard{};  ///< the newest reading of each beacon
   std::optional<platform::Date> stoppedAt{};   ///< the newest record of all
 };
@@ -64,7 +63,7 @@ class AlarmBook {
 
   /// Takes up where the last run stopped, before anything is heard. What was raised stays raised and is not
   /// raised again; who was not told yet is; an alarm whose rule is gone is cleared.
-  void restore(const AlarmsKept& kept);
+  void restore(const std::vector<KeptState>& states, const LastRun& last);
   void heard(const Reading& reading);
   /// Whether the radio listens; it does at first.
   void radio(bool isListening);
@@ -109,7 +108,7 @@ class AlarmBook {
 
   // What outlives the process and its settings.
   KeptState stateOf(const BeaconId& beacon, const Slot& slot) const;
-  void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const AlarmsKept& kept);
+  void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const LastRun& last);
   void keepPending();
   void clearWithoutRule(const KeptState& state, const BeaconId& beacon);
   Slots adopted(const BeaconId& beacon, const Slots& slots, const Settings& before);

@@ -137,5 +137,27 @@ TEST_F(Line, WritesWhatWaitedForAPipesReaderInOrder) {
   EXPECT_NE(at, std::string::npos);
 }
 
+TEST_F(Line, JudgesByTheRulesWhatItTold) {
+  settings_->alarms.push_back({.name = "warm", .above = 800});
+  const auto line = gateway();
+  const auto sink = std::make_shared<Remembering>();
+  line->add(std::shared_ptr<Sink>(sink));
+  std::vector<bool> notices;
+  line->setOnNotice([&](const AlarmNotice& notice) { notices.push_back(notice.isRaised); });
+  hear(*line, 900);
+  hear(*line, 700);
+  EXPECT_EQ(sink->log, "found alarm_raised alarm_cleared ");
+  EXPECT_TRUE(notices.empty());  // no command
+
+  auto other = std::make_shared<Settings>(*settings_);
+  other->alarms[0].exec = {"/bin/true"};
+  line->setSettings(other);
+  hear(*line, 900);
+  line->radio(false, "off");
+  dispatch_->runDue();
+  EXPECT_EQ(notices, std::vector<bool>{true});
+  EXPECT_EQ(line->alarms().raised(kFridge).size(), 1U);
+}
+
 }  // namespace
 }  // namespace brenloft
