@@ -25,6 +25,17 @@ void appendTag(std::string& line, std::string_view key, std::string_view value) 
   }
 }
 
+void appendTags(std::string& line, const Label& label) {
+  appendTag(line, "name", label.name);
+  appendTag(line, "place", label.place);
+}
+
+void appendTime(std::string& line, platform::Date time) {
+  line += ' ';
+  appendNumber(line, std::chrono::nanoseconds(time.time_since_epoch()).count());
+  line += '\n';
+}
+
 // What follows the tags: the fields, one by one.
 class Fields {
  public:
@@ -88,14 +99,21 @@ void appendLineProtocol(std::string& lines, const Record& record, const Label& l
   if (event != nullptr) appendTag(lines, "kind", textOf(event->kind));
   const BeaconId* beacon = beaconOf(record);
   if (beacon != nullptr) appendTag(lines, "id", beacon->text());
-  appendTag(lines, "name", label.name);
-  appendTag(lines, "place", label.place);
+  appendTags(lines, label);
   Fields fields(lines);
   std::visit([&](const auto& one) { appendFields(fields, one); }, record);
   if (fields.areNone()) return lines.resize(begin);
+  appendTime(lines, heardAt(record));
+}
+
+void appendLineProtocol(std::string& lines, std::string_view measurement, const BeaconId& beacon,
+                        const Label& label, std::string_view fields, platform::Date time) {
+  lines += measurement;
+  appendTag(lines, "id", beacon.text());
+  appendTags(lines, label);
   lines += ' ';
-  appendNumber(lines, std::chrono::nanoseconds(heardAt(record).time_since_epoch()).count());
-  lines += '\n';
+  lines += fields;
+  appendTime(lines, time);
 }
 
 }  // namespace brenloft

@@ -13,8 +13,10 @@ namespace brenloft {
 class HistoryFollower {
  public:
   struct News {
-    std::vector<HistoryRow> rows;
-    uint64_t missing = 0;  ///< rows between the number that was asked for and the first that were deleted
+    std::vector<HistoryRow> rows{};
+    /// Rows before these, or before what comes next, that were deleted; where it is not 0 and there are no
+    /// rows, go on after those.
+    uint64_t missing = 0;
   };
 
   /// The file need not be there yet; its folder must be.

@@ -215,6 +215,19 @@ Result<std::vector<KeptState>> HistoryReader::states() {
   });
 }
 
+Result<HistorySpan> HistoryReader::extent() {
+  return core_->ask<HistorySpan>([](SQLiteDatabase& database) {
+    const std::string tail = " WHERE seq > coalesce((SELECT max(last_seq) FROM round), 0)";
+    auto times = database.prepare(
+        "SELECT min(since), max(until) FROM (SELECT since, until FROM round "
+        "UNION ALL SELECT heard, heard FROM reading" +
+        tail + " UNION ALL SELECT heard, heard FROM event" + tail + ") HAVING count(*) > 0");
+    if (!times.step()) return HistorySpan{platform::Date(), platform::Date()};
+    return HistorySpan{history::dateOf(times.integerAt(0)),
+                       history::dateOf(times.integerAt(1)) + std::chrono::microseconds(1)};
+  });
+}
+
 // The newest of each as of the last round, and what came since.
 Result<std::vector<HistoryBeacon>> HistoryReader::latest() {
   return core_->ask<std::vector<HistoryBeacon>>([&](SQLiteDatabase& database) {

@@ -35,7 +35,7 @@ struct HistoryFilter {
 };
 
 struct HistoryPage {
-  std::vector<HistoryRow> rows;
+  std::vector<HistoryRow> rows{};
   int64_t through = 0;  ///< where the next page begins: after this number
   bool isLast = false;  ///< nothing came after it at that moment
 };
@@ -85,6 +85,8 @@ class HistoryReader {
   platform::Result<int64_t> lastSeq();
   /// How many rows there are.
   platform::Result<uint64_t> count();
+  /// From the earliest time of a row to behind the latest; empty without rows.
+  platform::Result<HistorySpan> extent();
   /// Every beacon with a row, by identifier, each with its newest reading.
   platform::Result<std::vector<HistoryBeacon>> latest();
   /// Rows after a number, in order; at most `limit`, and fewer, or none, where it had to look at many others.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "gateway/KeptState.h"
 #include "gateway/history/HistoryOptions.h"
@@ -12,7 +13,7 @@
 namespace brenloft {
 
 /// The history's name in a container.
-inline constexpr const char* kHistoryFileName = "history.sqlite";
+inline constexpr std::string_view kHistoryFileName = "history.sqlite";
 
 /// Writes the history: routine readings thinned and in batches of a second, everything else at once with what
 /// waits before it. A plausible reading of every beacon; what is not plausible is only counted.

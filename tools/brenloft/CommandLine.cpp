@@ -1,10 +1,8 @@
 #include "tools/brenloft/CommandLine.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,133 +19,17 @@
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
+#include "tools/brenloft/HistoryCommand.h"
+#include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Source.h"
 
 namespace brenloft {
 namespace {
 
-// CLI11 stays in this file: it is the dearest header of the program.
-
 using Run = ChosenCommand;
 
-template <typename Value>
-using Choices = std::vector<std::pair<std::string, Value>>;
-
-const Choices<Format> kTwoFormats{{"table", Format::table}, {"jsonl", Format::jsonl}};
-const Choices<Format> kAllFormats{{"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
-
 constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
-
-// "--count" of "-n,--count", FILE of FILE.
-std::string longName(const std::string& names) {
-  const auto dashes = names.find("--");
-  return dashes == std::string::npos ? names : names.substr(dashes);
-}
-
-// "table, jsonl or csv".
-std::string listText(const std::vector<std::string>& words) {
-  std::string text;
-  for (std::size_t i = 0; i < words.size(); ++i)
-    text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
-  return text;
-}
-
-// `value` may be optional.
-template <typename Value, typename Choice>
-void addChoice(CLI::App& command, const std::string& names, Value& value, const Choices<Choice>& choices,
-               const std::string& help = {}) {
-  std::vector<std::string> words;
-  for (const auto& [word, choice] : choices) words.push_back(word);
-  command.add_option_function<std::string>(
-      names,
-      [&value, &choices, words, name = longName(names)](const std::string& text) {
-        for (const auto& [word, choice] : choices)
-          if (word == text) return void(value = choice);
-        throw CLI::ValidationError(
-            name, fmt::format("'{}' is not {}{}", text, listText(words), didYouMean(nearest(text, words))));
-      },
-      listText(words) + help);
-}
-
-template <typename Value>
-void addFormat(CLI::App& command, Value& format, const Choices<Format>& choices) {
-  addChoice(command, "-F,--format", format, choices);
-}
-
-const Choices<TimeForm> kTimeForms{
-    {"local", TimeForm::local}, {"utc", TimeForm::utc}, {"unix", TimeForm::epoch}};
-
-void addTime(CLI::App& command, std::optional<TimeForm>& form) {
-  addChoice(command, "--time", form, kTimeForms,
-            ": how times are written; default: local in a table, else unix, seconds since 1970");
-}
-
-template <typename Duration>
-CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
-                         const std::string& help) {
-  return command.add_option_function<std::string>(
-      names,
-      [&duration, name = longName(names)](const std::string& text) {
-        const auto value = durationFromText(text);
-        if (!value)
-          throw CLI::ValidationError(name, fmt::format("'{}' is no duration such as 10, 2.5 or 1h30m", text));
-        duration = *value;
-      },
-      help);
-}
-
-bool holds(const std::optional<uint64_t>&, uint64_t) {
-  return true;
-}
-template <typename Number>
-bool holds(const Number&, uint64_t value) {
-  return value <= std::numeric_limits<Number>::max();
-}
-
-// CLI11 itself takes -1 and what is too long for the largest number.
-template <typename Number>
-CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& number, uint64_t least,
-                       const std::string& help, uint64_t most = std::numeric_limits<uint64_t>::max()) {
-  return command.add_option_function<std::string>(
-      names,
-      [&number, least, most, name = longName(names)](const std::string& text) {
-        uint64_t value = 0;
-        const char* end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, value);
-        const bool isNumber = error == std::errc() && stop == end && value >= least;
-        if (!isNumber || value > most || !holds(number, value))
-          throw CLI::ValidationError(name, fmt::format("'{}' is {}", text,
-                                                       isNumber     ? "too large"
-                                                       : least == 0 ? "no whole number"
-                                                                    : "no whole number above 0"));
-        number = value;
-      },
-      help);
-}
-
-enum class Dash {
-  isName,
-  isStream,  // standard input or output, which is what an empty path means to the commands
-};
-
-// A file or a folder. An empty name is what a script's unset variable leaves, never what was meant.
-template <typename Path>
-CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help,
-                     Dash dash = Dash::isName) {
-  return command.add_option_function<std::string>(
-      names,
-      [&path, dash, name = longName(names)](const std::string& text) {
-        if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
-        path = dash == Dash::isStream && text == "-" ? "" : text;
-      },
-      help);
-}
-
-void addContainer(CLI::App& command, std::filesystem::path& container) {
-  addPath(command, "-C,--container", container,
-          "folder of the log, the tags and the settings; default: the user's data folder for brenloft");
-}
 
 void addRecord(CLI::App& command, std::string& record) {
   addPath(command, "--record", record, "write everything heard to a btsnoop file")
@@ -436,8 +318,8 @@ void declareCommands(CLI::App& app, Run& run) {
       "used.");
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
-  for (const auto add :
-       {addDecode, addHear, addScan, addRange, addSimulate, addLog, addTag, addSources, addConfig, addHelp})
+  for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addTag,
+                         addSources, addConfig, addHelp})
     add(app, run);
   addConfigOption(app, {"config", "help"});
 }

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "BrenloftSDK/BRLCoreDataManager.h"
+#include "gateway/history/HistoryWriter.h"
 #include "platform/NativePlatform.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Store.h"
@@ -17,7 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array kNames{BRLCoreDataManager::kStoreFileName, platform::kSettingsFileName};
+constexpr std::array kNames{BRLCoreDataManager::kStoreFileName, platform::kSettingsFileName,
+                            kHistoryFileName};
 
 bool isSame(const fs::path& one, const fs::path& other) {
   std::error_code absent;

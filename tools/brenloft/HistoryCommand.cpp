@@ -1,0 +1,382 @@
+#include "tools/brenloft/HistoryCommand.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "gateway/Suggestion.h"
+#include "gateway/Texts.h"
+#include "gateway/history/HistoryFollower.h"
+#include "gateway/history/HistoryMaintenance.h"
+#include "gateway/history/HistoryReader.h"
+#include "gateway/history/HistoryWriter.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/ContainerFiles.h"
+#include "tools/brenloft/DocumentFile.h"
+#include "tools/brenloft/HistoryLines.h"
+#include "tools/brenloft/InstantText.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/Output.h"
+#include "tools/brenloft/StopSignals.h"
+#include "tools/brenloft/Store.h"
+
+namespace brenloft {
+namespace {
+
+using Options = HistoryCommandOptions;
+using platform::Date;
+using platform::Error;
+
+constexpr std::size_t kRowsPerPage = 1000;
+// Memory is bounded by so many pieces of each beacon.
+constexpr int64_t kPiecesPerWindow = 500;
+constexpr std::chrono::hours kShown{1};
+constexpr int kReaderCheck = 250;  // milliseconds
+
+// False when nobody wants more.
+using TextSink = std::function<bool(std::string_view)>;
+
+class HistoryCommand {
+ public:
+  explicit HistoryCommand(const Options& options)
+      : options_(options),
+        file_(folderOfContainer(options.container) / kHistoryFileName),
+        now_(platform::RealTimeDispatch::make()->date()),
+        settings_(options.settings ? options.settings->current() : std::make_shared<Settings>()) {
+    if (!options.container.empty()) storeIn(options.container);  // says what is wrong with the folder
+  }
+
+  void run() {
+    switch (options_.action) {
+      case Options::Action::show:
+        return show();
+      case Options::Action::exportRows:
+        return exportRows();
+      case Options::Action::count:
+        return count();
+      case Options::Action::last:
+        return last();
+      case Options::Action::prune:
+        return prune();
+      case Options::Action::check:
+        return check();
+      case Options::Action::backUp:
+        return backUp();
+    }
+  }
+
+ private:
+  // What the options mean.
+
+  [[noreturn]] void fail(const Error& error) const {
+    throw Failure(ExitStatus::storeUnusable, file_.string() + ": " + error.text);
+  }
+  template <typename Value>
+  Value require(platform::Result<Value> result) const {
+    if (!result) fail(result.error());
+    return *std::move(result);
+  }
+
+  Date instant(const char* option, const std::string& text) const {
+    const auto date = instantFromText(text, now_);
+    if (!date)
+      throw Failure(
+          ExitStatus::usage,
+          fmt::format("{}: '{}' is no time such as 2026-11-21T10:00, 2h or yesterday", option, text));
+    return *date;
+  }
+
+  HistorySpan span() const {
+    HistorySpan span;
+    if (!options_.since.empty()) span.since = instant("--since", options_.since);
+    if (!options_.until.empty()) span.until = instant("--until", options_.until);
+    if (span.until < span.since) throw Failure(ExitStatus::usage, "--until is before --since");
+    return span;
+  }
+
+  void resolve(const std::string& text, std::vector<BeaconId>& beacons) const {
+    const std::size_t before = beacons.size();
+    std::vector<std::string> names;
+    for (const auto& [id, beacon] : settings_->beacons) {
+      if (beacon.name == text) beacons.push_back(id);
+      if (!beacon.name.empty()) names.push_back(beacon.name);
+    }
+    if (beacons.size() > before) return;
+    const auto id = BeaconId::fromText(text);
+    if (!id)
+      throw Failure(ExitStatus::usage,
+                    fmt::format("--beacon: '{}' is no beacon's name, nor an identifier such as "
+                                "C0-C1-5C-00-00-01{}",
+                                text, didYouMean(nearest(text, names))));
+    beacons.push_back(*id);
+  }
+
+  HistoryFilter filter() const {
+    HistoryFilter filter{.span = span()};
+    for (const std::string& text : options_.beacons) resolve(text, filter.beacons);
+    return filter;
+  }
+
+  Label labelOf(const BeaconId& id) const {
+    const BeaconSettings* beacon = settings_->beacon(id);
+    return beacon != nullptr ? Label{beacon->name, beacon->place} : Label{};
+  }
+
+  HistoryLines lines() const {
+    if (options_.time == TimeForm::epoch && options_.format == HistoryFormat::jsonl)
+      throw Failure(ExitStatus::usage, "jsonl has times in ISO form: --time utc or local");
+    return {options_.format, options_.time, [this](const BeaconId& id) { return labelOf(id); }};
+  }
+
+  /// Nothing where there is no history yet.
+  std::unique_ptr<HistoryReader> open() const {
+    auto reader = HistoryReader::open(file_);
+    if (!reader && reader.error().kind == Error::Kind::absent) return nullptr;
+    return require(std::move(reader));
+  }
+  void sayNothing() const { sayEmpty("no history", options_.container); }
+
+  // Rows.
+
+  void eachPage(HistoryReader& reader, const HistoryFilter& filter,
+                const std::function<bool(const HistoryPage&)>& take) const {
+    // What is written meanwhile would have no end.
+    const int64_t last = require(reader.lastSeq());
+    int64_t after = 0;
+    while (after < last) {
+      auto page = require(reader.rows(after, filter, kRowsPerPage));
+      std::erase_if(page.rows, [&](const HistoryRow& row) { return row.seq > last; });
+      if (!take(page) || page.through <= after) return;
+      after = page.through;
+    }
+  }
+
+  // False when nothing was there. `through` becomes the last number that was looked at.
+  bool writeRows(HistoryReader& reader, const HistoryFilter& filter, const TextSink& sink,
+                 int64_t* through = nullptr) const {
+    HistoryLines form = lines();
+    std::string text;
+    form.header(text);
+    bool isAny = false;
+    sink(text);
+    eachPage(reader, filter, [&](const HistoryPage& page) {
+      text.clear();
+      for (const HistoryRow& row : page.rows) form.row(text, row);
+      isAny = isAny || !page.rows.empty();
+      if (through != nullptr) *through = page.through;
+      return sink(text);
+    });
+    return isAny;
+  }
+
+  // Window after window, so that a long time needs no more memory than a short one.
+  bool writePieces(HistoryReader& reader, const HistoryFilter& filter, const TextSink& sink) const {
+    HistoryLines form = lines();
+    const auto width = std::chrono::duration_cast<std::chrono::seconds>(*options_.every);
+    std::vector<BeaconId> beacons = filter.beacons;
+    if (beacons.empty())
+      for (const HistoryBeacon& beacon : require(reader.latest())) beacons.push_back(beacon.beacon);
+    const HistorySpan extent = require(reader.extent());
+    const Date until = std::min(filter.span.until, extent.until);
+    const auto first = std::chrono::floor<std::chrono::seconds>(std::max(filter.span.since, extent.since));
+    std::string text;
+    form.pointHeader(text);
+    bool isAny = false;
+    bool isWanted = sink(text);
+    for (Date start = first - first.time_since_epoch() % width; isWanted && start < until;
+         start += width * kPiecesPerWindow) {
+      text.clear();
+      const HistorySpan window{std::max<Date>(start, first),
+                               std::min<Date>(start + width * kPiecesPerWindow, until)};
+      writeWindow(reader, beacons, window, form, text);
+      isAny = isAny || !text.empty();
+      isWanted = sink(text);
+    }
+    return isAny;
+  }
+
+  void writeWindow(HistoryReader& reader, const std::vector<BeaconId>& beacons, const HistorySpan& window,
+                   HistoryLines& form, std::string& text) const {
+    const auto width = std::chrono::duration_cast<std::chrono::seconds>(*options_.every);
+    std::map<std::pair<Date, std::size_t>, HistoryLines::Points> pieces;
+    for (std::size_t beacon = 0; beacon < beacons.size(); ++beacon)
+      for (std::size_t i = 0; i < HistoryLines::kQuantities.size(); ++i) {
+        const auto found =
+            require(reader.pieces(beacons[beacon], HistoryLines::kQuantities[i], window, width));
+        for (const HistoryPoint& point : found) pieces[{point.start, beacon}][i] = point;
+      }
+    for (const auto& [key, points] : pieces) form.points(text, key.first, beacons[key.second], points);
+  }
+
+  bool write(HistoryReader& reader, const HistoryFilter& filter, const TextSink& sink) const {
+    return options_.every ? writePieces(reader, filter, sink) : writeRows(reader, filter, sink);
+  }
+
+  // The actions.
+
+  void show() {
+    HistoryFilter wanted = filter();
+    if (options_.since.empty() && options_.until.empty() && !options_.every)
+      wanted.span.since = now_ - kShown;
+    if (options_.follow && options_.every) throw Failure(ExitStatus::usage, "--follow goes without --every");
+    std::optional<StopSignals> signals;
+    if (options_.follow) signals.emplace();
+    const auto reader = open();
+    Output out(options_.follow ? Output::Buffering::lines : Output::Buffering::blocks);
+    const TextSink sink = [&](std::string_view text) {
+      if (!text.empty()) out.write(text);
+      return !out.isClosed();
+    };
+    bool isAny = false;
+    int64_t through = 0;
+    if (reader)
+      isAny =
+          options_.every ? writePieces(*reader, wanted, sink) : writeRows(*reader, wanted, sink, &through);
+    if (!reader)
+      sayNothing();
+    else if (!isAny)
+      say(options_.since.empty() && options_.until.empty()
+              ? "nothing in the last hour; --since goes back further"
+              : "nothing there");
+    if (options_.follow) follow(wanted, through, out, *signals);
+    out.finish();
+  }
+
+  void follow(const HistoryFilter& wanted, int64_t through, Output& out, StopSignals& signals) const {
+    signals.watch([] {});
+    auto follower = require(HistoryFollower::open(file_));
+    HistoryLines form = lines();
+    std::string text;
+    while (!StopSignals::isStopped() && !out.isClosed()) {
+      pollfd wake{follower->wakeDescriptor(), POLLIN, 0};
+      ::poll(&wake, 1, kReaderCheck);
+      out.checkReader();
+      auto news = require(follower->after(through, kRowsPerPage));
+      through += static_cast<int64_t>(news.missing);
+      text.clear();
+      for (const HistoryRow& row : news.rows) {
+        through = row.seq;
+        const BeaconId* beacon = beaconOf(row.record);
+        const bool isOne =
+            wanted.beacons.empty() ||
+            (beacon != nullptr && std::ranges::find(wanted.beacons, *beacon) != wanted.beacons.end());
+        if (isOne && wanted.span.contains(heardAt(row.record))) form.row(text, row);
+      }
+      if (!text.empty()) out.write(text);
+    }
+  }
+
+  void exportRows() {
+    refuseContainerFile("--out", options_.out, options_.container);
+    const HistoryFilter wanted = filter();
+    static_cast<void>(lines());  // says what is wrong with the options
+    const auto reader = open();
+    if (options_.out.empty()) {
+      Output out(Output::Buffering::blocks);
+      const TextSink sink = [&](std::string_view text) {
+        out.write(text);
+        return !out.isClosed();
+      };
+      if (reader) write(*reader, wanted, sink);
+      out.finish();
+    } else {
+      DocumentFile file(options_.out);
+      if (reader) write(*reader, wanted, [&](std::string_view text) { return file.write(text), true; });
+      file.finish();
+    }
+    if (!reader) sayNothing();
+  }
+
+  void count() {
+    const HistoryFilter wanted = filter();
+    const auto reader = open();
+    uint64_t rows = 0;
+    if (reader && options_.since.empty() && options_.until.empty() && options_.beacons.empty())
+      rows = require(reader->count());
+    else if (reader)
+      eachPage(*reader, wanted, [&](const HistoryPage& page) { return rows += page.rows.size(), true; });
+    Output out(Output::Buffering::blocks);
+    out.write(fmt::format("{}\n", rows));
+    out.finish();
+    if (!reader) sayNothing();
+  }
+
+  void last() {
+    HistoryLines form = lines();
+    const auto reader = open();
+    std::string text;
+    form.header(text);
+    if (reader)
+      for (const HistoryBeacon& beacon : require(reader->latest()))
+        if (beacon.latest) form.row(text, *beacon.latest);
+    Output out(Output::Buffering::blocks);
+    out.write(text);
+    out.finish();
+    if (!reader) sayNothing();
+  }
+
+  void prune() {
+    HistoryPruning pruning{.size = options_.keepSize};
+    if (!options_.before.empty()) pruning.before = instant("--before", options_.before);
+    if (!pruning.before && !pruning.size)
+      throw Failure(ExitStatus::usage, "what is to go: --before TIME or --keep-size SIZE");
+    if (!open()) return sayNothing();
+    if (!confirmed("Delete the oldest rows of the history?", options_.yes)) return;
+    const uint64_t pruned = require(pruneHistory(file_, pruning, now_));
+    say(fmt::format("{} rows deleted", pruned));
+  }
+
+  void check() {
+    if (!open()) return sayNothing();
+    const auto problems = require(checkHistory(file_));
+    if (problems.empty()) return say(fmt::format("{} is sound", file_.string()));
+    for (std::size_t i = 0; i + 1 < problems.size(); ++i)
+      say(fmt::format("brenloft: {}: {}", file_.string(), problems[i]));
+    fail({Error::Kind::failed, problems.back()});
+  }
+
+  // Whole or not at all.
+  void backUp() {
+    refuseContainerFile("FILE", options_.out, options_.container);
+    if (!open()) return sayNothing();
+    const std::string partial = options_.out + ".partial";
+    const auto refuse = [&](const std::string& why) {
+      ::unlink(partial.c_str());
+      throw Failure(ExitStatus::failed, options_.out + ": " + why);
+    };
+    std::error_code error;
+    if (std::filesystem::exists(options_.out, error))
+      throw Failure(ExitStatus::failed, options_.out + ": it is there already");
+    ::unlink(partial.c_str());
+    const auto copied = backUpHistory(file_, partial);
+    if (!copied) refuse(copied.error().text);
+    const int descriptor = ::open(partial.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isSynced = descriptor >= 0 && ::fsync(descriptor) == 0;
+    if (descriptor >= 0) ::close(descriptor);
+    if (!isSynced || ::rename(partial.c_str(), options_.out.c_str()) != 0)
+      refuse(std::generic_category().message(errno));
+  }
+
+  const Options& options_;
+  const std::filesystem::path file_;
+  const Date now_;
+  const std::shared_ptr<const Settings> settings_;
+};
+
+}  // namespace
+
+ExitStatus runHistory(const HistoryCommandOptions& options) {
+  installForStore(options.container);
+  HistoryCommand(options).run();
+  return ExitStatus::done;
+}
+
+}  // namespace brenloft

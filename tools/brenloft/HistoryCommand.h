@@ -1,0 +1,48 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/configuration/LiveSettings.h"
+#include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Options.h"
+
+namespace CLI {
+class App;
+}
+
+namespace brenloft {
+
+class ChosenCommand;
+
+enum class HistoryFormat { table, jsonl, csv, influx };
+
+struct HistoryCommandOptions {
+  enum class Action { show, exportRows, count, last, prune, check, backUp };
+  Action action = Action::show;
+  std::filesystem::path container;
+  std::shared_ptr<LiveSettings> settings{};  ///< names
+  HistoryFormat format = HistoryFormat::table;
+  std::optional<TimeForm> time{};
+  std::string since{};  ///< as `instantFromText` reads it; none: from the beginning
+  std::string until{};
+  std::vector<std::string> beacons{};  ///< names or identifiers; none: all
+  std::optional<std::chrono::microseconds> every{};
+  std::string out{};  ///< of `export` and `backup`; none: standard output
+  bool follow = false;
+  bool yes = false;
+  std::string before{};                ///< of `prune`
+  std::optional<uint64_t> keepSize{};  ///< of `prune`
+};
+
+ExitStatus runHistory(const HistoryCommandOptions& options);
+
+/// Declares `history` and its actions.
+void addHistory(CLI::App& app, ChosenCommand& run);
+
+}  // namespace brenloft

@@ -1,0 +1,94 @@
+#include <memory>
+#include <string>
+
+#include "gateway/history/HistoryOptions.h"
+#include "tools/brenloft/CommandSettings.h"
+#include "tools/brenloft/HistoryCommand.h"
+#include "tools/brenloft/OptionDeclarations.h"
+
+namespace brenloft {
+namespace {
+
+using Options = HistoryCommandOptions;
+
+const Choices<HistoryFormat> kHistoryFormats{{"table", HistoryFormat::table},
+                                             {"jsonl", HistoryFormat::jsonl},
+                                             {"csv", HistoryFormat::csv},
+                                             {"influx", HistoryFormat::influx}};
+
+void addSpan(CLI::App& command, Options& options) {
+  command.add_option(
+      "--since", options.since,
+      "from then on: 2026-11-21T10:00, 2h (ago), yesterday, today or @ and seconds since 1970");
+  command.add_option("--until", options.until, "before then; as --since");
+  command.add_option("--beacon", options.beacons, "only this beacon, by name or identifier; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
+void addEvery(CLI::App& command, Options& options) {
+  command.add_option_function<std::string>(
+      "--every",
+      [&options](const std::string& text) {
+        options.every = durationFromText(text);
+        if (!options.every || *options.every < std::chrono::seconds(1) ||
+            *options.every % std::chrono::seconds(1) != std::chrono::microseconds(0))
+          throw CLI::ValidationError("--every", fmt::format("'{}' is no duration of whole seconds", text));
+      },
+      "mean, minimum and maximum in pieces of this length (5m) instead of single readings");
+}
+
+void addForms(CLI::App& command, Options& options) {
+  addFormat(command, options.format, kHistoryFormats);
+  addChoice(command, "--time", options.time, kTimeForms,
+            ": how times are written; default: local in a table, utc in jsonl, else unix");
+}
+
+}  // namespace
+
+void addHistory(CLI::App& app, ChosenCommand& run) {
+  auto options = std::make_shared<Options>();
+  auto* history =
+      app.add_subcommand("history", "Read and look after the kept readings")->require_subcommand(1);
+  const auto add = [&](const char* name, const char* help, Options::Action action) {
+    auto* command = history->add_subcommand(name, help);
+    addContainer(*command, options->container);
+    command->callback([&run, options, action] {
+      options->action = action;
+      options->settings = run.settings;
+      run = [options] { return runHistory(*options); };
+    });
+    return command;
+  };
+  auto* show =
+      add("show", "Print readings and events; without --since those of the last hour", Options::Action::show);
+  addSpan(*show, *options);
+  addEvery(*show, *options);
+  addForms(*show, *options);
+  show->add_flag("-f,--follow", options->follow, "wait for new ones");
+  auto* out = add("export", "Write readings and events for other programs", Options::Action::exportRows);
+  addSpan(*out, *options);
+  addEvery(*out, *options);
+  addForms(*out, *options);
+  addPath(*out, "-o,--out", options->out, "the file to write; default, and -: standard output",
+          Dash::isStream);
+  addSpan(*add("count", "Print the number of rows", Options::Action::count), *options);
+  addForms(*add("last", "Print the newest reading of each beacon", Options::Action::last), *options);
+  auto* prune = add("prune", "Delete the oldest rows", Options::Action::prune);
+  prune->add_option("--before", options->before, "those heard before then; as --since");
+  prune->add_option_function<std::string>(
+      "--keep-size",
+      [options](const std::string& text) {
+        options->keepSize = historySizeFromText(text);
+        if (!options->keepSize)
+          throw CLI::ValidationError("--keep-size", fmt::format("'{}' is no size such as 500M or 2G", text));
+      },
+      "until the file has no more than this, such as 2G");
+  prune->add_flag("-y,--yes", options->yes, "without asking");
+  add("check", "Look for damage", Options::Action::check);
+  addPath(*add("backup", "Copy the history, also while it is written", Options::Action::backUp), "FILE",
+          options->out, "the new file")
+      ->required();
+}
+
+}  // namespace brenloft

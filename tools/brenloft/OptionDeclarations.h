@@ -1,0 +1,153 @@
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "gateway/Suggestion.h"
+#include "gateway/Texts.h"
+#include "tools/brenloft/Options.h"
+
+namespace brenloft {
+
+// Kinds of options that several commands have. CLI11 is the dearest header of the program: include this only
+// where commands are declared.
+
+template <typename Value>
+using Choices = std::vector<std::pair<std::string, Value>>;
+
+inline const Choices<Format> kTwoFormats{{"table", Format::table}, {"jsonl", Format::jsonl}};
+inline const Choices<Format> kAllFormats{
+    {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
+
+// "--count" of "-n,--count", FILE of FILE.
+inline std::string longName(const std::string& names) {
+  const auto dashes = names.find("--");
+  return dashes == std::string::npos ? names : names.substr(dashes);
+}
+
+// "table, jsonl or csv".
+inline std::string listText(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i)
+    text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+  return text;
+}
+
+template <typename Choice>
+std::vector<std::string> wordsOf(const Choices<Choice>& choices) {
+  std::vector<std::string> words;
+  for (const auto& [word, choice] : choices) words.push_back(word);
+  return words;
+}
+
+template <typename Choice>
+Choice chosen(const std::string& name, const std::string& text, const Choices<Choice>& choices) {
+  for (const auto& [word, choice] : choices)
+    if (word == text) return choice;
+  const auto words = wordsOf(choices);
+  throw CLI::ValidationError(
+      name, fmt::format("'{}' is not {}{}", text, listText(words), didYouMean(nearest(text, words))));
+}
+
+// `value` may be optional.
+template <typename Value, typename Choice>
+void addChoice(CLI::App& command, const std::string& names, Value& value, const Choices<Choice>& choices,
+               const std::string& help = {}) {
+  command.add_option_function<std::string>(
+      names,
+      [&value, &choices, name = longName(names)](const std::string& text) {
+        value = chosen(name, text, choices);
+      },
+      listText(wordsOf(choices)) + help);
+}
+
+template <typename Value, typename Choice>
+void addFormat(CLI::App& command, Value& format, const Choices<Choice>& choices) {
+  addChoice(command, "-F,--format", format, choices);
+}
+
+inline const Choices<TimeForm> kTimeForms{
+    {"local", TimeForm::local}, {"utc", TimeForm::utc}, {"unix", TimeForm::epoch}};
+
+inline void addTime(CLI::App& command, std::optional<TimeForm>& form) {
+  addChoice(command, "--time", form, kTimeForms,
+            ": how times are written; default: local in a table, else unix, seconds since 1970");
+}
+
+template <typename Duration>
+CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
+                         const std::string& help) {
+  return command.add_option_function<std::string>(
+      names,
+      [&duration, name = longName(names)](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value)
+          throw CLI::ValidationError(name, fmt::format("'{}' is no duration such as 10, 2.5 or 1h30m", text));
+        duration = *value;
+      },
+      help);
+}
+
+inline bool holds(const std::optional<uint64_t>&, uint64_t) {
+  return true;
+}
+template <typename Number>
+bool holds(const Number&, uint64_t value) {
+  return value <= std::numeric_limits<Number>::max();
+}
+
+// CLI11 itself takes -1 and what is too long for the largest number.
+template <typename Number>
+CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& number, uint64_t least,
+                       const std::string& help, uint64_t most = std::numeric_limits<uint64_t>::max()) {
+  return command.add_option_function<std::string>(
+      names,
+      [&number, least, most, name = longName(names)](const std::string& text) {
+        uint64_t value = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        const bool isNumber = error == std::errc() && stop == end && value >= least;
+        if (!isNumber || value > most || !holds(number, value))
+          throw CLI::ValidationError(name, fmt::format("'{}' is {}", text,
+                                                       isNumber     ? "too large"
+                                                       : least == 0 ? "no whole number"
+                                                                    : "no whole number above 0"));
+        number = value;
+      },
+      help);
+}
+
+enum class Dash {
+  isName,
+  isStream,  // standard input or output, which is what an empty path means to the commands
+};
+
+// A file or a folder. An empty name is what a script's unset variable leaves, never what was meant.
+template <typename Path>
+CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help,
+                     Dash dash = Dash::isName) {
+  return command.add_option_function<std::string>(
+      names,
+      [&path, dash, name = longName(names)](const std::string& text) {
+        if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
+        path = dash == Dash::isStream && text == "-" ? "" : text;
+      },
+      help);
+}
+
+inline void addContainer(CLI::App& command, std::filesystem::path& container) {
+  addPath(command, "-C,--container", container,
+          "folder of the log, the tags, the settings and the history; default: the user's data folder for "
+          "brenloft");
+}
+
+}  // namespace brenloft
