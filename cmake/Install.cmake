@@ -77,7 +77,7 @@ install(FILES ${PROJECT_BINARY_DIR}/brenloftsdk.pc DESTINATION ${CMAKE_INSTALL_L
 
 install(TARGETS brenloft RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # The service, for the prefix of cmake --install
 install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallService.cmake)

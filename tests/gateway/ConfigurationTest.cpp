@@ -1,7 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gateway/configuration/SettingsParser.h"
+#include "gateway/configuration/LiveSettings.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace brenloft {
 namespace {
@@ -167,6 +168,35 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "3: silent: it must be a duration such as 10, 2.5 or \"1h30m\"\n"},
   };
   for (const auto& [text, complaints] : cases) EXPECT_EQ(complaintsOf(text), complaints) << text;
+}
+
+TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
+  const test::TemporaryFolder folder;
+  const std::filesystem::path file = folder.path() / "settings.toml";
+  const SettingsReader reader(file, SettingsReader::Absence::isAllowed, kVocabulary);
+  LiveSettings live(reader, reader.read().settings);
+  const auto none = live.current();
+  EXPECT_EQ(*none, Settings());
+
+  const std::string beacon = "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"fridge\"\n";
+  test::writeFile(file, beacon);
+  const auto named = live.reload();
+  EXPECT_EQ(named.settings, live.current());
+  EXPECT_EQ(named.settings->beacons.size(), 1U);
+  EXPECT_THAT(named.lines, testing::ElementsAre("settings read again: 1 beacons, 0 alarms"));
+  EXPECT_TRUE(none->beacons.empty()) << "who still holds it sees it as it was";
+  EXPECT_EQ(live.reload().settings, nullptr);
+
+  test::writeFile(file, beacon + "nam = 1\nplase = 2\n");
+  EXPECT_THAT(live.reload().lines,
+              testing::ElementsAre(file.string() + ":3: nam is no key of [beacon]; did you mean name? (and 1 "
+                                                   "more); the settings stay as they were"));
+  EXPECT_EQ(live.current(), named.settings);
+
+  test::writeFile(file, "[scan]\nlog = true\n" + beacon);
+  EXPECT_THAT(live.reload().lines,
+              testing::ElementsAre("settings read again: 1 beacons, 0 alarms",
+                                   "options of commands are as at the start until the next one"));
 }
 
 }  // namespace

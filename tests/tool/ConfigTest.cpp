@@ -62,6 +62,8 @@ TEST_F(Config, CheckLooksForTheProgramsToo) {
   EXPECT_EQ(runTool({"config", "check", file(alarm + "[\"/bin/sh\"]\n")}).out,
             path + " is right: 0 beacons, 1 alarms\n");
   EXPECT_EQ(runTool({"config", "check", path + "/none"}).status, 2);
+  const Ended example = runTool({"config", "check", BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml"});
+  EXPECT_EQ(example.status, 0) << example.err;
 }
 
 }  // namespace
