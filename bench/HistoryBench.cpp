@@ -263,8 +263,8 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
 }  // namespace
 
 int main(int count, char** arguments) {
-  compareWriting();
-  measureOctets();
+  if (count < 4) compareWriting();
+  if (count < 4) measureOctets();
   const Folder folder;
   const int64_t rows = count > 1 ? std::stoll(arguments[1]) : 1'000'000;
   const int beaconCount = count > 2 ? std::stoi(arguments[2]) : 100;

@@ -252,17 +252,19 @@ Result<std::vector<HistoryBeacon>> HistoryReader::latest() {
 
 std::vector<HistoryBeacon> HistoryReader::Core::withRows(SQLiteDatabase& database,
                                                          const std::unordered_map<int64_t, int64_t>& newest) {
+  std::vector<std::pair<int64_t, int64_t>> ordered(newest.begin(), newest.end());
+  std::ranges::sort(ordered, {}, [&](const auto& one) -> const BeaconId& { return step.beacon(one.first); });
   std::vector<HistoryBeacon> beacons;
+  beacons.reserve(ordered.size());
   auto row =
       database.prepare(std::string("SELECT ") + ReadStep::kReadingColumns + " FROM reading WHERE seq = ?");
-  for (const auto& [id, seq] : newest) {
+  for (const auto& [id, seq] : ordered) {
     HistoryBeacon& beacon = beacons.emplace_back(HistoryBeacon{step.beacon(id)});
     if (seq == 0) continue;
     row.bind(1, seq);
     if (row.step()) beacon.latest = step.readingAt(row);
     row.reset();
   }
-  std::ranges::sort(beacons, {}, &HistoryBeacon::beacon);
   return beacons;
 }
 

@@ -1,6 +1,7 @@
 #include "gateway/history/HistoryStore.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "gateway/history/ChunkReading.h"
 
@@ -26,6 +27,12 @@ std::optional<int32_t> shown(const std::optional<int32_t>& raw, int32_t offset) 
 void bindAll(SQLiteStatement& statement, std::initializer_list<StoredView> values, int first = 1) {
   int parameter = first;
   for (const auto& value : values) statement.bind(parameter++, value);
+}
+
+// Subjects outlive a store, and must not take another one's rows for theirs.
+uint64_t freshNumber() {
+  static std::atomic<uint64_t> last{0};
+  return ++last;
 }
 
 }  // namespace
@@ -57,7 +64,7 @@ void HistoryStore::load() {
                           number("SELECT value FROM about WHERE key = 'deleted_through'")) +
                  1;
   loadTail();
-  ++generation_;
+  generation_ = freshNumber();
   isLoaded_ = true;
 }
 
@@ -66,7 +73,7 @@ void HistoryStore::clearTail() {
   tailUsed_.clear();
   tailSince_ = INT64_MAX;
   tailUntil_ = INT64_MIN;
-  ++tailNumber_;
+  tailNumber_ = freshNumber();
 }
 
 void HistoryStore::widenTail(int64_t heard) {
@@ -262,7 +269,7 @@ void HistoryStore::forgetUnused() {
   const std::string condition = " WHERE last_seq <= (SELECT value FROM about WHERE key = 'deleted_through')";
   for (const char* table : {"beacon", "source"}) {
     database_.execute("DELETE FROM " + std::string(table) + condition);
-    if (database_.changedRows() != 0) ++generation_;
+    if (database_.changedRows() != 0) generation_ = freshNumber();
   }
 }
 

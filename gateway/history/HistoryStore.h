@@ -147,8 +147,8 @@ class HistoryStore {
   platform::SQLiteStatement appendReading_;  // takes the next number by itself, which is quicker
   platform::SQLiteStatement insertEvent_;
   bool isLoaded_ = false;
-  uint64_t generation_ = 1;  // of the rows that subjects remember
-  uint64_t tailNumber_ = 1;  // of the tail that they point into
+  uint64_t generation_ = 0;  // of the rows that subjects remember
+  uint64_t tailNumber_ = 0;  // of the tail that they point into
   int64_t nextSeq_ = 1;
   int64_t newestReading_ = 0;  // 0: none is there
   int64_t firstOfTail_ = 1;

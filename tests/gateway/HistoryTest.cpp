@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <csignal>
 #include <map>
 #include <tuple>
+
+#include <sys/resource.h>
 
 #include "tests/gateway/HistoryFixture.h"
 
@@ -221,6 +224,42 @@ TEST_F(HistoryTest, CountsInAGapWhatItHadToDrop) {
   EXPECT_EQ(gap.kind, BeaconEvent::Kind::gap);
   EXPECT_EQ(gap.count, 10U);
   EXPECT_EQ(gap.heard, kNow + std::chrono::seconds(most));
+}
+
+// What a file's size limit does is what a full disk does, without a disk of its own.
+void limitFiles(rlim_t octets) {
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  limit.rlim_cur = std::min(octets, limit.rlim_max);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+TEST_F(HistoryTest, StopsOnAFullDiskAndGoesOnWhenThereIsRoom) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  auto writer = openWriter();
+  auto reader = openReader();
+  const auto hear = [&](int count) {
+    for (int i = 0; i < count; ++i) writer->accept(reading(1, kNow, i));
+    dispatch_->advance(10s);
+  };
+  hear(100);
+  limitFiles(std::filesystem::file_size(file_.string() + "-wal"));
+  for (int turn = 0; turn < 3; ++turn) hear(1000);
+  EXPECT_EQ(*reader->count(), 100U);
+  ASSERT_EQ(states_.size(), 1U) << "told once";
+  EXPECT_FALSE(states_[0].isWorking);
+  EXPECT_NE(states_[0].reason, "");
+  EXPECT_EQ(writer->counts(), (HistoryWriter::Counts{.written = 100, .waiting = 3000}));
+  limitFiles(RLIM_INFINITY);
+  hear(1);
+  EXPECT_EQ(*openReader()->count(), 3101U);
+  ASSERT_EQ(states_.size(), 2U);
+  EXPECT_EQ(states_[1], Sink::State{});
+  int32_t expected = 0;
+  for (const auto& row : allRows(*openReader(), {}, 100)) {
+    EXPECT_EQ(std::get<Reading>(row.record).raw.temperature, expected % 1000);
+    ++expected;
+  }
 }
 
 TEST_F(HistoryTest, PrunesByAgeAndBySizeAndNeverGivesANumberAgain) {
