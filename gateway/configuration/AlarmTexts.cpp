@@ -16,10 +16,14 @@ std::string_view textOf(AlarmRule::Severity severity) {
 }
 
 std::string valueText(AlarmRule::Quantity quantity, int32_t value) {
-  using Quantity = AlarmRule::Quantity;
-  const bool isHundredths =
-      quantity == Quantity::temperature || quantity == Quantity::humidity || quantity == Quantity::dewPoint;
-  return isHundredths ? fmt::format("{:.2f}", value / 100.0) : std::to_string(value);
+  switch (quantity) {
+    case AlarmRule::Quantity::temperature:
+    case AlarmRule::Quantity::humidity:
+    case AlarmRule::Quantity::dewPoint:
+      return fmt::format("{:.2f}", value / 100.0);
+    default:
+      return std::to_string(value);
+  }
 }
 
 }  // namespace brenloft

@@ -29,7 +29,7 @@ std::vector<std::string> copyOf(const std::vector<std::string_view>& words) {
   return {words.begin(), words.end()};
 }
 
-std::string quoted(std::string_view word) {
+std::string inQuotes(std::string_view word) {
   return fmt::format("\"{}\"", word);
 }
 
@@ -90,7 +90,7 @@ SectionValues::Outcome SectionValues::readText(const SettingsKey& key, const std
   if (text.empty()) return Wrong{"it is empty"};
   if (printable(text) != text) return Wrong{"it holds a control character"};
   if (key.kind == SettingsKey::Kind::choice && std::ranges::find(key.words, text) == key.words.end())
-    return Wrong{fmt::format("{} is none of {}{}", quoted(text), fmt::join(key.words, ", "),
+    return Wrong{fmt::format("{} is none of {}{}", inQuotes(text), fmt::join(key.words, ", "),
                              suggestion(text, copyOf(key.words)))};
   return Value(text);
 }
@@ -120,7 +120,7 @@ SectionValues::Outcome SectionValues::readCommand(const TomlValue& given) {
     return Wrong{"it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it"};
   if (!words.front().starts_with('/'))
     return Wrong{
-        fmt::format("{} is no full path of a program, such as \"/usr/bin/notify\"", quoted(words.front()))};
+        fmt::format("{} is no full path of a program, such as \"/usr/bin/notify\"", inQuotes(words.front()))};
   const auto hasNull = [](const std::string& word) { return word.find('\0') != std::string::npos; };
   if (std::ranges::any_of(words, hasNull)) return Wrong{"it holds a null character"};
   return Value(words);

@@ -18,9 +18,9 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const platform::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 3 / 1);
+const platform::Date kSeriesStart = std::chrono::sys_days(std::chrono::year(2026) / 3 / 1);
 
-std::shared_ptr<const Settings> settingsOf(const std::string& alarms) {
+std::shared_ptr<const Settings> rulesOf(const std::string& alarms) {
   const auto parsed = parseSettings(
       "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"fridge\"\nplace = \"kitchen\"\n"
       "[beacon.\"C0-C1-5C-00-00-02\"]\nname = \"oven\"\nplace = \"kitchen\"\n" +
@@ -32,7 +32,7 @@ std::shared_ptr<const Settings> settingsOf(const std::string& alarms) {
 // What a rule does to a series of lines such as "10 fridge temperature 8.5", "20 radio down", "30 end".
 class AlarmsWorld {
  public:
-  explicit AlarmsWorld(const std::string& alarms) : settings_(settingsOf(alarms)) {
+  explicit AlarmsWorld(const std::string& alarms) : settings_(rulesOf(alarms)) {
     start();
     book_->restore({}, {});
   }
@@ -66,7 +66,7 @@ class AlarmsWorld {
     for (const auto& [key, text] : kept_) states.push_back({key.first, key.second, text});
     dispatch_->advance(downtime);
     from_ += downtime;
-    if (!alarms.empty()) settings_ = settingsOf(alarms);
+    if (!alarms.empty()) settings_ = rulesOf(alarms);
     start();
     book_->restore(states, last);
   }
@@ -92,7 +92,7 @@ class AlarmsWorld {
   }
   std::string when(platform::Date date) const {
     std::ostringstream text;
-    text << std::chrono::duration<double>(date - kStart - from_).count();
+    text << std::chrono::duration<double>(date - kSeriesStart - from_).count();
     return text.str();
   }
   void start() {
@@ -119,13 +119,13 @@ class AlarmsWorld {
                 }});
   }
 
-  const std::shared_ptr<platform::VirtualDispatch> dispatch_ = platform::VirtualDispatch::make(kStart);
+  const std::shared_ptr<platform::VirtualDispatch> dispatch_ = platform::VirtualDispatch::make(kSeriesStart);
   std::chrono::microseconds from_{};  // where second 0 is
   std::shared_ptr<const Settings> settings_;
   std::unique_ptr<AlarmBook> book_;
   std::map<std::pair<std::string, std::string>, std::string> kept_;
   std::map<BeaconId, platform::Date> heard_;
-  platform::Date last_ = kStart;
+  platform::Date last_ = kSeriesStart;
 };
 
 const std::string kWarm =
@@ -274,19 +274,19 @@ TEST(AlarmsTest, StepLikeASlowObviousModel) {
 TEST(AlarmsTest, KeepTheirStateByTheirNameWhenTheSettingsChange) {
   AlarmsWorld world(kWarm + "for = 60\n" + kGone);
   world.playLine("0 fridge temperature 9");
-  world.book().setSettings(settingsOf(kWarm + "for = 30\n"));
+  world.book().setSettings(rulesOf(kWarm + "for = 30\n"));
   world.playLine("35 end");
   EXPECT_THAT(world.events, ElementsAre("30 raised warm"));
-  EXPECT_EQ(world.book().raised(AlarmsWorld::idOf("fridge"))[0].since, kStart + 30s);
+  EXPECT_EQ(world.book().raised(AlarmsWorld::idOf("fridge"))[0].since, kSeriesStart + 30s);
   world.events.clear();
 
-  world.book().setSettings(settingsOf(kGone + kWarm + "hysteresis = 3\n"));
+  world.book().setSettings(rulesOf(kGone + kWarm + "hysteresis = 3\n"));
   world.play({"40 fridge temperature 6", "41 fridge temperature 5"});
   EXPECT_THAT(world.events, ElementsAre("41 cleared warm"));
   world.events.clear();
 
   world.playLine("42 fridge temperature 9");
-  world.book().setSettings(settingsOf(kGone));
+  world.book().setSettings(rulesOf(kGone));
   EXPECT_THAT(world.book().raised(AlarmsWorld::idOf("fridge")), IsEmpty());
   world.restart(0s, kWarm);
   world.playLine("60 end");
