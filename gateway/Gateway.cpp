@@ -32,12 +32,11 @@ Gateway::Gateway(std::shared_ptr<platform::DispatchService> dispatch, platform::
 
 Gateway::~Gateway() = default;
 
-void Gateway::add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept,
-                  const LastRun& last) {
+void Gateway::add(std::shared_ptr<KeepingSink> sink, const AlarmsKept& kept) {
   keeper_ = sink;
   sinks_.push_back(std::move(sink));
-  book_.restore(kept);
-  alarms_.restore(kept, last);
+  book_.restore(kept.states);
+  alarms_.restore(kept);
 }
 
 void Gateway::hear(Reading reading) {

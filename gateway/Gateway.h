@@ -45,9 +45,8 @@ class Gateway {
   // Before anything is heard.
 
   void add(std::shared_ptr<Sink> sink) { sinks_.push_back(std::move(sink)); }
-  /// Where states are kept, too; `kept` is what it kept before, and `last` what else it knows of the last
-  /// run.
-  void add(std::shared_ptr<KeepingSink> sink, const std::vector<KeptState>& kept, const LastRun& last = {});
+  /// Where states are kept, too; what it kept before is in `kept`.
+  void add(std::shared_ptr<KeepingSink> sink, const AlarmsKept& kept);
   /// Who calls the commands of alarms, and says so through `told`; without it nobody does. Set it before
   /// something is added that kept states: notices of the last run may be among them.
   void setOnNotice(std::function<void(const AlarmNotice&)> onNotice) { onNotice_ = std::move(onNotice); }

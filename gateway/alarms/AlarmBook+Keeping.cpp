@@ -96,8 +96,8 @@ KeptState AlarmBook::stateOf(const BeaconId& beacon, const Slot& slot) const {
   return state;
 }
 
-void AlarmBook::restore(const std::vector<KeptState>& states, const LastRun& last) {
-  for (const KeptState& state : states) {
+void AlarmBook::restore(const AlarmsKept& kept) {
+  for (const KeptState& state : kept.states) {
     const auto beacon = BeaconId::fromText(state.subject);
     if (!beacon || !state.text || !state.owner.starts_with(kAlarmOwner)) continue;
     const auto rule =
@@ -105,14 +105,14 @@ void AlarmBook::restore(const std::vector<KeptState>& states, const LastRun& las
     if (rule == settings_->alarms.end() || !concerns(*rule, *beacon))
       clearWithoutRule(state, *beacon);
     else
-      restoreSlot(*beacon, static_cast<std::size_t>(rule - settings_->alarms.begin()), state, last);
+      restoreSlot(*beacon, static_cast<std::size_t>(rule - settings_->alarms.begin()), state, kept);
   }
   keepPending();
   awaitEarliest();
 }
 
 void AlarmBook::restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state,
-                            const LastRun& last) {
+                            const AlarmsKept& kept) {
   const auto alarm = KeptAlarm::fromText(*state.text);
   if (!alarm) return handlers_.onState({state.owner, state.subject});
   Slot& slot = slotOf(beacon, rule);
@@ -122,18 +122,18 @@ void AlarmBook::restoreSlot(const BeaconId& beacon, std::size_t rule, const Kept
   if (slot.state.phase == Phase::pending) {
     const bool stoodStill = alarm->phase == 's';
     ListenedTime lasted = std::chrono::microseconds(std::clamp<int64_t>(alarm->lasted, 0, kMost.count()));
-    if (!stoodStill) lasted += between(slot.since, last.stoppedAt);
+    if (!stoodStill) lasted += between(slot.since, kept.stoppedAt);
     // Readings begin a silence anew without a word to whoever keeps its state.
-    const auto heard = last.heard.find(beacon);
-    if (ruleOf(slot).quantity == AlarmQuantity::silence && heard != last.heard.end() &&
+    const auto heard = kept.heard.find(beacon);
+    if (ruleOf(slot).quantity == AlarmQuantity::silence && heard != kept.heard.end() &&
         heard->second > slot.since)
-      lasted = between(heard->second, last.stoppedAt);
+      lasted = between(heard->second, kept.stoppedAt);
     slot.state.since = listened() - std::min<ListenedTime>(lasted, ruleOf(slot).hold);
   }
   if (alarm->value) slot.state.value = static_cast<int32_t>(*alarm->value);
   if (alarm->raisedOn) {
     slot.raisedOn = dateOf(*alarm->raisedOn);
-    const ListenedTime rested = between(slot.raisedOn, last.stoppedAt);
+    const ListenedTime rested = between(slot.raisedOn, kept.stoppedAt);
     slot.state.raisedAt = listened() - std::min<ListenedTime>(rested, ruleOf(slot).cooldown);
   }
   if (ruleOf(slot).exec.empty()) return;

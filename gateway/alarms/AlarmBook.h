@@ -26,8 +26,9 @@ struct AlarmNotice {
   std::optional<int32_t> value{};  ///< what made it, in the unit of the rule's quantity
 };
 
-/// What a history knows of the last run beside the states that it keeps.
-struct LastRun {
+/// What a history knows of the last run.
+struct AlarmsKept {
+  std::vector<KeptState> states{};             ///< of whatever rooms
   std::map<BeaconId, platform::Date> heard{};  ///< the newest reading of each beacon
   std::optional<platform::Date> stoppedAt{};   ///< the newest record of all
 };
@@ -63,7 +64,7 @@ class AlarmBook {
 
   /// Takes up where the last run stopped, before anything is heard. What was raised stays raised and is not
   /// raised again; who was not told yet is; an alarm whose rule is gone is cleared.
-  void restore(const std::vector<KeptState>& states, const LastRun& last);
+  void restore(const AlarmsKept& kept);
   void heard(const Reading& reading);
   /// Whether the radio listens; it does at first.
   void radio(bool isListening);
@@ -108,7 +109,7 @@ class AlarmBook {
 
   // What outlives the process and its settings.
   KeptState stateOf(const BeaconId& beacon, const Slot& slot) const;
-  void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const LastRun& last);
+  void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const AlarmsKept& kept);
   void keepPending();
   void clearWithoutRule(const KeptState& state, const BeaconId& beacon);
   Slots adopted(const BeaconId& beacon, const Slots& slots, const Settings& before);

@@ -34,7 +34,7 @@ class AlarmsWorld {
  public:
   explicit AlarmsWorld(const std::string& alarms) : settings_(rulesOf(alarms)) {
     start();
-    book_->restore({}, {});
+    book_->restore({});
   }
 
   void playLine(const std::string& line) {
@@ -61,14 +61,13 @@ class AlarmsWorld {
   /// As after a kill: only what was kept is known. `play` goes on counting where it stopped.
   void restart(std::chrono::seconds downtime = 0s, const std::string& alarms = {}) {
     book_.reset();
-    const LastRun last{.heard = heard_, .stoppedAt = std::max(last_, dispatch_->date())};
-    std::vector<KeptState> states;
-    for (const auto& [key, text] : kept_) states.push_back({key.first, key.second, text});
+    AlarmsKept kept{.heard = heard_, .stoppedAt = std::max(last_, dispatch_->date())};
+    for (const auto& [key, text] : kept_) kept.states.push_back({key.first, key.second, text});
     dispatch_->advance(downtime);
     from_ += downtime;
     if (!alarms.empty()) settings_ = rulesOf(alarms);
     start();
-    book_->restore(states, last);
+    book_->restore(kept);
   }
 
   AlarmBook& book() { return *book_; }

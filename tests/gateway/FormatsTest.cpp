@@ -12,7 +12,7 @@ namespace {
 constexpr platform::Date kHeard(std::chrono::microseconds(1'795'255'200'123'456));
 const BeaconId kSensor = BeaconId::sensor("C0-C1-5C-00-00-01");
 const BeaconId kIBeacon = BeaconId::iBeacon("51C70E2A-9B44-4D1F-8A63-2FD075E81C36", 1, 2);
-const Label kFridge{"Fridge, \"old\"\n", "Kitchen"};
+const Label kFridgeLabel{"Fridge, \"old\"\n", "Kitchen"};
 
 struct Case {
   Record record;
@@ -36,7 +36,7 @@ std::vector<Case> cases() {
   noAxes.humidity = noAxes.xAccel = std::nullopt;
   using Kind = BeaconEvent::Kind;
   return {
-      {Reading{.beacon = kSensor, .heard = kHeard, .rssi = -49, .raw = raw, .shown = shown}, kFridge,
+      {Reading{.beacon = kSensor, .heard = kHeard, .rssi = -49, .raw = raw, .shown = shown}, kFridgeLabel,
        R"({"time":"2026-11-21T10:00:00.123456Z","event":"reading","id":"C0-C1-5C-00-00-01",)"
        R"("name":"Fridge, \"old\"\n","place":"Kitchen","rssi":-49,"temperature":-0.01,"humidity":38.70,)"
        R"("battery":69,"emergency":0,"tx_power":197,"accel":[-1000,0,3],)"

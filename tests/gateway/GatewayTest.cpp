@@ -22,7 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::TemporaryFolder;
 
-const BeaconId kFridge = BeaconId::sensor("C0-C1-5C-00-00-01");
+const BeaconId kHeardFridge = BeaconId::sensor("C0-C1-5C-00-00-01");
 
 class Line : public testing::Test {
  protected:
@@ -38,7 +38,7 @@ class Line : public testing::Test {
                                         [](const BeaconId&) { return Label{}; });
   }
   void hear(Gateway& gateway, int32_t temperature) {
-    gateway.hear({.beacon = kFridge, .heard = dispatch_->date(), .raw = {.temperature = temperature}});
+    gateway.hear({.beacon = kHeardFridge, .heard = dispatch_->date(), .raw = {.temperature = temperature}});
     dispatch_->advance(1s);
   }
   static std::size_t linesOf(const std::filesystem::path& path) {
@@ -75,7 +75,7 @@ TEST_F(Line, KeepsTheOrderAndCountsWhatItHadToDrop) {
   line->add(std::shared_ptr<Sink>(sink));
   constexpr uint64_t kTooMany = 3;
   for (uint64_t i = 0; i < Gateway::kMostWaiting + kTooMany; ++i)
-    line->hear({.beacon = kFridge, .raw = {.emergency = i == 1 ? 1 : 0}});
+    line->hear({.beacon = kHeardFridge, .raw = {.emergency = i == 1 ? 1 : 0}});
   dispatch_->runDue();
   line->radio(false, "off");
   bool isDone = false;
@@ -156,7 +156,7 @@ TEST_F(Line, JudgesByTheRulesWhatItTold) {
   line->radio(false, "off");
   dispatch_->runDue();
   EXPECT_EQ(notices, std::vector<bool>{true});
-  EXPECT_EQ(line->alarms().raised(kFridge).size(), 1U);
+  EXPECT_EQ(line->alarms().raised(kHeardFridge).size(), 1U);
 }
 
 }  // namespace
