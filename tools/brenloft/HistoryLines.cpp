@@ -14,11 +14,11 @@
 namespace brenloft {
 namespace {
 
-constexpr std::size_t kNameWidth = 24;
-constexpr std::array<std::string_view, HistoryLines::kQuantities.size()> kNames{"temperature", "humidity",
-                                                                                "battery", "rssi"};
+constexpr std::size_t kBeaconWidth = 24;
+constexpr std::array<std::string_view, HistoryLines::kQuantities.size()> kQuantityNames{
+    "temperature", "humidity", "battery", "rssi"};
 
-TimeForm formOf(const std::optional<TimeForm>& asked, HistoryFormat format) {
+TimeForm historyTimeForm(const std::optional<TimeForm>& asked, HistoryFormat format) {
   if (asked) return *asked;
   return format == HistoryFormat::table   ? TimeForm::local
          : format == HistoryFormat::jsonl ? TimeForm::utc
@@ -60,14 +60,15 @@ uint64_t countOf(const HistoryLines::Points& points) {
 HistoryLines::HistoryLines(HistoryFormat format, const std::optional<TimeForm>& time, Labels labels)
     : format_(format),
       labels_(std::move(labels)),
-      times_(formOf(time, format)),
+      times_(historyTimeForm(time, format)),
       records_(format == HistoryFormat::influx ? RecordLines::Format::influx : RecordLines::Format::readings,
-               formOf(time, format) == TimeForm::local ? RecordLines::Zone::local : RecordLines::Zone::utc) {}
+               historyTimeForm(time, format) == TimeForm::local ? RecordLines::Zone::local
+                                                                : RecordLines::Zone::utc) {}
 
 void HistoryLines::header(std::string& lines) {
   if (format_ == HistoryFormat::table)
     lines += fmt::format("{:<{}}  {:<{}}  {:>4}  {:>7}  {:>6}  {:>4}  {}\n", "time", times_.wholeWidth(),
-                         "beacon", kNameWidth, "rssi", "°C", "%RH", "batt", "event");
+                         "beacon", kBeaconWidth, "rssi", "°C", "%RH", "batt", "event");
   if (format_ == HistoryFormat::csv)
     lines +=
         "seq,time,event,id,name,place,rssi,temperature,humidity,battery,emergency,tx_power,accel_x,accel_y,"
@@ -86,14 +87,14 @@ void HistoryLines::row(std::string& lines, const HistoryRow& row) {
 std::string HistoryLines::shownName(const BeaconId* beacon) const {
   if (beacon == nullptr) return "-";
   const std::string name = labels_(*beacon).name;
-  return name.empty() ? printable(beacon->text()) : fitted(printable(name), kNameWidth);
+  return name.empty() ? printable(beacon->text()) : fitted(printable(name), kBeaconWidth);
 }
 
 void HistoryLines::tableRow(std::string& lines, const HistoryRow& row) {
   const BeaconId* beacon = beaconOf(row.record);
   const auto begin = [&] {
     fmt::format_to(std::back_inserter(lines), "{:<{}}  {:<{}}  ", times_.whole(heardAt(row.record)),
-                   times_.wholeWidth(), shownName(beacon), kNameWidth);
+                   times_.wholeWidth(), shownName(beacon), kBeaconWidth);
   };
   begin();
   if (const auto* reading = std::get_if<Reading>(&row.record)) {
@@ -136,11 +137,11 @@ void HistoryLines::csvRow(std::string& lines, const HistoryRow& row) {
 void HistoryLines::pointHeader(std::string& lines) {
   if (format_ == HistoryFormat::table)
     lines += fmt::format("{:<{}}  {:<{}}  {:>6}  {:>21}  {:>21}  {:>17}  {:>20}\n", "from",
-                         times_.wholeWidth(), "beacon", kNameWidth, "count", "°C mean  min  max",
+                         times_.wholeWidth(), "beacon", kBeaconWidth, "count", "°C mean  min  max",
                          "%RH mean  min  max", "batt mean min max", "rssi mean min max");
   if (format_ != HistoryFormat::csv) return;
   lines += "time,id,name,place,count";
-  for (const auto name : kNames) lines += fmt::format(",{0}_mean,{0}_min,{0}_max", name);
+  for (const auto name : kQuantityNames) lines += fmt::format(",{0}_mean,{0}_min,{0}_max", name);
   lines += '\n';
 }
 
@@ -162,7 +163,7 @@ void HistoryLines::tablePoints(std::string& lines, platform::Date start, const B
                                const Points& points) {
   constexpr std::array widths{6, 6, 5, 6};
   fmt::format_to(std::back_inserter(lines), "{:<{}}  {:<{}}  {:>6}", times_.whole(start), times_.wholeWidth(),
-                 shownName(&beacon), kNameWidth, countOf(points));
+                 shownName(&beacon), kBeaconWidth, countOf(points));
   for (std::size_t i = 0; i < points.size(); ++i) {
     const HistoryPoint& point = points[i];
     const bool isThere = point.count != 0;
@@ -206,7 +207,7 @@ void HistoryLines::jsonPoints(std::string& lines, platform::Date start, const Be
   json.plainKey("count").number(countOf(points));
   for (std::size_t i = 0; i < points.size(); ++i) {
     const HistoryPoint& point = points[i];
-    json.plainKey(kNames[i]);
+    json.plainKey(kQuantityNames[i]);
     if (point.count == 0) {
       json.null();
       continue;
@@ -226,7 +227,7 @@ void HistoryLines::influxPoints(std::string& lines, platform::Date start, const 
     const HistoryPoint& point = points[i];
     if (point.count == 0) continue;
     const char* kind = isInHundredths(kQuantities[i]) ? "" : "i";
-    fields += fmt::format(",{0}_mean={1},{0}_min={2}{4},{0}_max={3}{4}", kNames[i],
+    fields += fmt::format(",{0}_mean={1},{0}_min={2}{4},{0}_max={3}{4}", kQuantityNames[i],
                           meanText(kQuantities[i], point.mean), valueText(kQuantities[i], point.minimum),
                           valueText(kQuantities[i], point.maximum), kind);
   }

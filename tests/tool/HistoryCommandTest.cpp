@@ -1,0 +1,142 @@
+#include <cstdlib>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+#include "gateway/history/HistoryWriter.h"
+#include "platform/dispatch/VirtualDispatch.h"
+#include "tests/tool/RunTool.h"
+#include "tools/brenloft/InstantText.h"
+
+namespace brenloft_test {
+namespace {
+
+using namespace brenloft;
+
+constexpr platform::Date kTen =
+    std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + std::chrono::hours(10);
+
+// Two beacons for ten minutes, one reading each in a second, and an event at the end.
+class KeptHistory : public testing::Test {
+ protected:
+  void SetUp() override {
+    const auto dispatch = platform::VirtualDispatch::make(kTen);
+    const auto writer =
+        *HistoryWriter::open(folder_ / kHistoryFileName, {}, dispatch, dispatch->mainQueue(), {});
+    for (int second = 0; second < 600; ++second)
+      for (const char* name : {"C0-C1-5C-00-00-01", "C0-C1-5C-00-00-02"}) {
+        Reading reading{
+            .beacon = BeaconId::sensor(name), .heard = kTen + std::chrono::seconds(second), .rssi = -60};
+        reading.raw.temperature = reading.shown.temperature = 400 + second % 60;
+        writer->accept(reading);
+      }
+    writer->accept(BeaconEvent{.beacon = BeaconId::sensor("C0-C1-5C-00-00-02"),
+                               .heard = kTen + std::chrono::seconds(600),
+                               .kind = BeaconEvent::Kind::lost});
+    writeFile(folder_ / "brenloft.toml",
+              "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"Fridge\"\nplace = \"Kitchen\"\n");
+  }
+
+  Ended history(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), "history");
+    for (const std::string& more : {std::string("--container"), folder_.path().string(),
+                                    std::string("--config"), folder_.file("brenloft.toml")})
+      arguments.push_back(more);
+    return runTool(arguments);
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(KeptHistory, IsExportedForANameAndATimeInEachFormat) {
+  const std::vector<std::string> minute{
+      "export", "--since", "2026-11-21T10:01Z", "--until", "2026-11-21T10:02Z", "--beacon", "Fridge"};
+  const auto as = [&](const std::string& format, std::vector<std::string> more = {}) {
+    more.insert(more.begin(), minute.begin(), minute.end());
+    more.insert(more.end(), {"--format", format, "--time", format == "csv" ? "unix" : "utc"});
+    return history(more).lines();
+  };
+  ASSERT_EQ(as("jsonl").size(), 60U);
+  EXPECT_EQ(
+      as("jsonl").front().rfind(
+          R"({"time":"2026-11-21T10:01:00.000000Z","seq":121,"event":"reading",)"
+          R"("id":"C0-C1-5C-00-00-01","name":"Fridge","place":"Kitchen","rssi":-60,"temperature":4.00,)"),
+      0U);
+  EXPECT_EQ(as("csv").at(60),
+            "239,1795255319.000000,reading,C0-C1-5C-00-00-01,Fridge,Kitchen,-60,4.59,,,,,,,,4.59,,,");
+  EXPECT_EQ(as("influx").front(),
+            "reading,id=C0-C1-5C-00-00-01,name=Fridge,place=Kitchen temperature=4.00,rssi=-60i "
+            "1795255260000000000");
+  EXPECT_EQ(as("jsonl", {"--every", "30s"}),
+            (std::vector<std::string>{
+                R"({"time":"2026-11-21T10:01:00.000000Z","id":"C0-C1-5C-00-00-01","name":"Fridge",)"
+                R"("place":"Kitchen","count":30,"temperature":{"mean":4.145,"min":4.00,"max":4.29},)"
+                R"("humidity":null,"battery":null,"rssi":{"mean":-60.000,"min":-60,"max":-60}})",
+                R"({"time":"2026-11-21T10:01:30.000000Z","id":"C0-C1-5C-00-00-01","name":"Fridge",)"
+                R"("place":"Kitchen","count":30,"temperature":{"mean":4.445,"min":4.30,"max":4.59},)"
+                R"("humidity":null,"battery":null,"rssi":{"mean":-60.000,"min":-60,"max":-60}})"}));
+  EXPECT_EQ(as("csv", {"--every", "60s"}).at(1),
+            "1795255260.000000,C0-C1-5C-00-00-01,Fridge,Kitchen,60,4.295,4.00,4.59,,,,,,,-60.000,-60,-60");
+}
+
+TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
+  EXPECT_EQ(history({"count"}).out, "1201\n");
+  EXPECT_EQ(history({"count", "--beacon", "C0-C1-5C-00-00-02", "--since", "@1795255799"}).out, "2\n");
+  EXPECT_EQ(history({"last", "-F", "csv"}).lines().size(), 3U);
+  EXPECT_EQ(history({"check"}).status, 0);
+  const std::string copy = folder_.file("copy/history.sqlite");
+  std::filesystem::create_directory(folder_ / "copy");
+  EXPECT_EQ(history({"backup", copy}).status, 0);
+  EXPECT_EQ(runTool({"history", "count", "-C", folder_.file("copy")}).out, "1201\n");
+  EXPECT_EQ(history({"backup", copy}).status, 2) << "what is there stays";
+  EXPECT_EQ(history({"prune", "--before", "2026-11-21T10:05Z"}).status, 2) << "nobody can be asked";
+  EXPECT_EQ(history({"prune", "--before", "2026-11-21T10:05Z", "--yes"}).err, "600 rows deleted\n");
+  EXPECT_EQ(history({"count"}).out, "601\n");
+  EXPECT_EQ(history({"check"}).status, 0);
+}
+
+TEST_F(KeptHistory, WrongWordsAndDamageAreOneLineEach) {
+  EXPECT_EQ(history({"show", "--since", "teatime"}).err,
+            "brenloft: --since: 'teatime' is no time such as 2026-11-21T10:00, 2h or yesterday\n");
+  EXPECT_EQ(history({"show", "--beacon", "Fridgee"}).err,
+            "brenloft: --beacon: 'Fridgee' is no beacon's name, nor an identifier such as C0-C1-5C-00-00-01; "
+            "did you "
+            "mean Fridge?\n");
+  EXPECT_EQ(history({"show", "--every", "0.5"}).status, 2);
+  EXPECT_EQ(history({"export", "--out", folder_.file("history.sqlite-wal")}).status, 2);
+  const std::string file = folder_.file("history.sqlite");
+  std::string octets = contentsOf(file);
+  octets.replace(octets.size() / 2, 4000, 4000, '\x55');
+  writeFile(file, octets);
+  for (const char* beside : {"-wal", "-shm"}) std::filesystem::remove(file + beside);
+  EXPECT_EQ(history({"check"}).status, 5);
+  std::filesystem::remove(file);
+  const Ended none = history({"count"});
+  EXPECT_EQ(none.out, "0\n");
+  EXPECT_EQ(none.err, "no history in " + folder_.path().string() + "; --container names another folder\n");
+}
+
+TEST(InstantText, ReadsTimesInLocalTimeUnlessTheyHaveAZone) {
+  ::setenv("TZ", "Europe/Berlin", 1);
+  ::tzset();
+  using namespace std::chrono_literals;
+  for (const auto& [text, expected] : {std::pair{"2026-11-21T10:00Z", kTen},
+                                       {"2026-11-21T11:00", kTen},
+                                       {"2026-11-21 11:00:00.25", kTen + 250ms},
+                                       {"2026-11-21T15:30:00+05:30", kTen},
+                                       {"2026-11-21", kTen - 11h},
+                                       {"2026-07-01T12:00", platform::Date(1782900000s)},
+                                       {"today", kTen - 11h},
+                                       {"yesterday", kTen - 35h},
+                                       {"now", kTen},
+                                       {"2h", kTen - 2h},
+                                       {"1d12h", kTen - 36h},
+                                       {"@1795255200.5", kTen + 500ms}})
+    EXPECT_EQ(instantFromText(text, kTen), expected) << text;
+  for (const char* wrong : {"", "2026", "2026-13-01", "2026-02-30", "2026-11-21T", "2026-11-21T10",
+                            "2026-11-21T10:00x", "2026-11-21T10:00+", "10", "-2h", "@", "@x", "tomorrow"})
+    EXPECT_FALSE(instantFromText(wrong, kTen)) << wrong;
+}
+
+}  // namespace
+}  // namespace brenloft_test
