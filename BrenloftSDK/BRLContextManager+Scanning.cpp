@@ -36,7 +36,7 @@ void BRLContextManager::startScanning() {
           ", cannot start or stop scanning");
     return;
   }
-  NSLog("Starting to scan for Eddystones");
+  NSLog("Starting to scan for Eddystones");  // the exact message is part of the interface
   std::optional<std::vector<CBUUID>> services;
   if (const auto text = beaconUUID(); text && !text->empty()) {
     const auto uuid = CBUUID::UUIDWithString(*text);

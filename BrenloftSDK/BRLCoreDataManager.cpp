@@ -83,13 +83,13 @@ BRLCoreDataManager* BRLCoreDataManager::sharedManagerOfClass(BRLCoreDataManager*
 
 std::shared_ptr<NSManagedObjectContext> BRLCoreDataManager::managedObjectContext() {
   if (contextBuilt_.load(std::memory_order_acquire)) return context_;
-  platform::NSLog("QQ");
+  platform::NSLog("QQ");  // the exact message is part of the interface, and so is the next
   std::call_once(contextOnce(), [this] { buildContext(); });
   return contextBuilt_.load(std::memory_order_acquire) ? context_ : nullptr;
 }
 
 void BRLCoreDataManager::buildContext() {
-  platform::NSLog("AA");
+  platform::NSLog("AA");  // part of the interface, like "QQ"
   auto coordinator = persistentStoreCoordinator();
   context_ = std::make_shared<NSManagedObjectContext>();
   context_->setPersistentStoreCoordinator(std::move(coordinator));

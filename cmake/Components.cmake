@@ -14,8 +14,7 @@ target_compile_options(brenloft_options INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wno-missing-field-initializers  # designated initialisers name what they set
   -Wcast-align -Wformat=2 -Wimplicit-fallthrough
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>  # GCC 12 sees overlaps within std::string that are none
-  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)  # GCC 12 sees overlaps within std::string that are none
 find_package(Threads REQUIRED)
 target_link_libraries(brenloft_options INTERFACE Threads::Threads)
 

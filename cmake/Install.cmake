@@ -31,7 +31,8 @@ set(public_headers
   BrenloftSDK/BRLUserDataModel.h BrenloftSDK/BrenloftSDK_vers.h
   BrenloftSDK/SensorLog+CoreDataProperties.h BrenloftSDK/SensorLog.h BrenloftSDK/SensorLogReader.h
   platform/NativePlatform.h platform/Platform.h
-  platform/bluetooth/AdvertisingReport.h platform/bluetooth/CBCentralManager.h platform/bluetooth/CBUUID.h
+  platform/bluetooth/AdvertisingReport.h platform/bluetooth/CBCentralManager.h
+  platform/bluetooth/CBManagerState.h platform/bluetooth/CBUUID.h
   platform/bluetooth/RadioService.h
   platform/coredata/NSEntityDescription.h platform/coredata/NSFetchRequest.h
   platform/coredata/NSInvalidArgumentException.h

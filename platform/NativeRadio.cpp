@@ -51,32 +51,32 @@ class NativeRadio final : public QueuedSource<> {
 
   void found(const RadioSourceResult& result) {
     if (!result.source) {
-      tellProblem(*result.problem);
+      announceError(*result.problem);
       return later(pauses_.next(), &NativeRadio::look);
     }
     radio_ = result.source;
     radio_->open(within([this](const AdvertisingReport& heard) { report(heard); }),
-                 within(&NativeRadio::tellAndLog));
+                 within(&NativeRadio::announceAndLog));
     if (wanted_) radio_->startScan(*wanted_);
   }
 
-  void tellProblem(const RadioProblem& problem) {
-    if (problem.text == lastProblem_) return;
-    lastProblem_ = problem.text;
+  void announceError(const RadioProblem& problem) {
+    if (problem.text == lastError_) return;
+    lastError_ = problem.text;
     const bool forbidden = problem.kind == RadioProblem::Kind::notPermitted;
-    tellAndLog({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
+    announceAndLog({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
   }
 
-  void tellAndLog(const RadioState& state) {
+  void announceAndLog(const RadioState& state) {
     if (log_ && !state.reason.empty()) log_(state.reason);
-    tell(state);
+    announce(state);
   }
 
   const RadioSourceOptions options_;
   const LogSink log_;
   const Look look_;
   Backoff pauses_{kFirstPause, kLongestPause};
-  std::string lastProblem_;
+  std::string lastError_;
   std::optional<Services> wanted_;
   std::shared_ptr<AdvertisingReportSource> radio_;
 };

@@ -9,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bluetooth/CBCentralManager.h"
+#include "platform/bluetooth/CBManagerState.h"
+#include "platform/bluetooth/CBUUID.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Date.h"
 #include "platform/foundation/Export.h"

@@ -10,7 +10,7 @@
 namespace platform {
 
 /// Counts what waits on a queue whose owner may be slow for ever, so that it stays bounded: what comes beyond
-/// that is to be dropped. That this begins is told once, and at the end how much was.
+/// that is to be dropped. That this begins is logged once, and at the end how much was.
 ///
 /// Threads: any.
 class Backlog {
@@ -25,18 +25,18 @@ class Backlog {
     if (waiting_.fetch_add(1) < most_) return true;
     --waiting_;
     if (++dropped_ == 1)
-      say("reports come faster than they are taken: what exceeds " + std::to_string(most_) +
+      log("reports come faster than they are taken: what exceeds " + std::to_string(most_) +
           " waiting ones is dropped");
     return false;
   }
   void remove() { --waiting_; }
   void close() {
     if (const auto dropped = dropped_.exchange(0); dropped > 0)
-      say(std::to_string(dropped) + " reports were dropped because they came faster than they were taken");
+      log(std::to_string(dropped) + " reports were dropped because they came faster than they were taken");
   }
 
  private:
-  void say(const std::string& line) const {
+  void log(const std::string& line) const {
     if (onDiagnostic_) onDiagnostic_(line);
   }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/bluetooth/CBManagerState.h"
 #include "platform/bluetooth/CBUUID.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/Data.h"
@@ -20,15 +21,6 @@ namespace platform {
 // made with. No callback is made from inside an operation.
 // Implementers: deliver what the radio heard, without decoding and without a cache of your own beyond the
 // merging of an advertisement with its scan response.
-
-enum class CBManagerState : int {
-  unknown = 0,
-  resetting = 1,
-  unsupported = 2,
-  unauthorized = 3,
-  poweredOff = 4,
-  poweredOn = 5,
-};
 
 /// The sender of an advertisement.
 struct CBPeripheral {

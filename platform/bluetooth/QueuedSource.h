@@ -19,8 +19,8 @@ namespace platform {
 /// or gone, and `close` waits for the one that runs; so what only steps use needs no lock, and steps may name
 /// `this`. A step is anything callable, or a member function of the source.
 ///
-/// Sources that stand on each other share a queue: what the lower one tells, the upper one hands on within
-/// the same step.
+/// Sources that stand on each other share a queue: what the lower one announces, the upper one hands on
+/// within the same step.
 ///
 /// Threads: operations from any; what is protected from steps only, unless its comment says otherwise.
 template <class Interface = AdvertisingReportSource>
@@ -126,7 +126,7 @@ class QueuedSource : public Interface, public std::enable_shared_from_this<Queue
   void report(const AdvertisingReport& report) {
     if (onReport_ && !isClosed()) onReport_(report);
   }
-  void tell(const RadioState& state) {
+  void announce(const RadioState& state) {
     if (onState_ && !isClosed()) onState_(state);
   }
 

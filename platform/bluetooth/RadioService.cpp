@@ -58,7 +58,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
   void open();
   void didHear(const AdvertisingReport& report);
   void didUpdateState(const RadioState& radio);
-  std::shared_ptr<const Deliveries> listeners(bool& isFirstOfScan);
+  std::shared_ptr<const Deliveries> deliveriesNow(bool& isFirstOfScan);
   void applyScans();
 
   const std::shared_ptr<AdvertisingReportSource> source_;
@@ -189,7 +189,7 @@ void SourceRadio::applyScans() {
   isApplying_ = false;
 }
 
-std::shared_ptr<const Deliveries> SourceRadio::listeners(bool& isFirstOfScan) {
+std::shared_ptr<const Deliveries> SourceRadio::deliveriesNow(bool& isFirstOfScan) {
   const std::lock_guard lock(mutex_);
   if (!applied_) return nullptr;
   isFirstOfScan = std::exchange(isNewScan_, false);
@@ -198,7 +198,7 @@ std::shared_ptr<const Deliveries> SourceRadio::listeners(bool& isFirstOfScan) {
 
 void SourceRadio::didHear(const AdvertisingReport& report) {
   bool isFirstOfScan = false;
-  const std::shared_ptr<const Deliveries> deliveries = listeners(isFirstOfScan);
+  const std::shared_ptr<const Deliveries> deliveries = deliveriesNow(isFirstOfScan);
   if (!deliveries) return;
   if (isFirstOfScan) merger_.clear();
   const auto merged = merger_.merge(report);

@@ -9,7 +9,7 @@ namespace {
 // Naps are counted rather than timed: a machine that was suspended meanwhile has not waited.
 constexpr std::chrono::milliseconds kNap{4};
 constexpr std::chrono::milliseconds kPause = 2 * kNap;
-constexpr int kNapsBeforeTelling = std::chrono::seconds(1) / kNap;
+constexpr int kNapsBeforeNotice = std::chrono::seconds(1) / kNap;
 constexpr int kQuietNaps = std::chrono::seconds(60) / kNap;
 
 }  // namespace
@@ -19,7 +19,7 @@ bool BusyWait::nap(int turn) {
   quiet_ = turn == 0 || now != last_ ? 0 : quiet_ + 1;
   last_ = now;
   if (quiet_ >= kQuietNaps) return false;
-  if (turn == kNapsBeforeTelling && tell_) tell_();
+  if (turn == kNapsBeforeNotice && onWaiting_) onWaiting_();
   std::this_thread::sleep_for(kNap);
   return true;
 }

@@ -18,7 +18,7 @@ class BusyWait {
   explicit BusyWait(std::function<StoreStamp()> stamp) : stamp_(std::move(stamp)) {}
 
   /// Called once for each wait that takes longer than a second.
-  void setTell(std::function<void()> tell) { tell_ = std::move(tell); }
+  void setOnWaiting(std::function<void()> onWaiting) { onWaiting_ = std::move(onWaiting); }
   /// Naps once; false when there is no use in waiting longer. `turn` counts the naps of one wait from 0.
   bool nap(int turn);
 
@@ -27,7 +27,7 @@ class BusyWait {
 
  private:
   std::function<StoreStamp()> stamp_;
-  std::function<void()> tell_;
+  std::function<void()> onWaiting_;
   StoreStamp last_;
   int quiet_ = 0;
 };

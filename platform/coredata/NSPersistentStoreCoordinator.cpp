@@ -39,7 +39,7 @@ Result<> NSPersistentStoreCoordinator::addPersistentStoreWithType_configuration_
 }
 
 void NSPersistentStoreCoordinator::setTellWaiting(std::function<void()> tell) {
-  store_->setTellWaiting(std::move(tell));
+  store_->setOnWaiting(std::move(tell));
 }
 
 }  // namespace platform

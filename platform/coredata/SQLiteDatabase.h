@@ -112,7 +112,7 @@ class SQLiteDatabase {
   /// The same, and waits for others; then the log is cut to nothing.
   void emptyLog();
   /// Called once for each wait for another process that takes longer than a second.
-  void setTellWaiting(std::function<void()> tell) { busyWait_->setTell(std::move(tell)); }
+  void setOnWaiting(std::function<void()> onWaiting) { busyWait_->setOnWaiting(std::move(onWaiting)); }
 
   /// Runs an operation as one transaction that is rolled back when it throws.
   void transaction(const std::function<void()>& operation);

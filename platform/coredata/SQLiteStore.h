@@ -52,7 +52,7 @@ class SQLiteStore {
   void giveSpaceBack();
 
   /// Called once for each wait for another process that takes longer than a second.
-  void setTellWaiting(std::function<void()> tell) { database_.setTellWaiting(std::move(tell)); }
+  void setOnWaiting(std::function<void()> onWaiting) { database_.setOnWaiting(std::move(onWaiting)); }
 
  private:
   struct Table {

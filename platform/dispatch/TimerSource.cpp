@@ -75,7 +75,7 @@ dispatch_time_t TimerSource::leeway() const {
   return leeway_;
 }
 
-bool TimerSource::settle() {
+bool TimerSource::rearm() {
   if (armed_ == target()) return false;
   place();
   return true;

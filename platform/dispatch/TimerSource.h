@@ -50,7 +50,7 @@ class TimerSource final : public dispatch_source_timer, public std::enable_share
   /// Called on the queue when a wake-up is due; true when the handler ran.
   bool onWake();
   /// Moves the wake-up to where the deadline is now; false when it was there. With the queue's lock held.
-  bool settle();
+  bool rearm();
 
  private:
   // With the lock held:

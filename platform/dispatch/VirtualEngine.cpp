@@ -130,7 +130,7 @@ size_t VirtualEngine::pendingCount() const {
 dispatch_time_t VirtualEngine::nextDue() {
   const std::scoped_lock lock(mutex_);
   // A wake-up whose deadline was pushed back will only go to sleep again.
-  for (TimerSource* source = deadlines_.firstSource(); source != nullptr && source->settle();)
+  for (TimerSource* source = deadlines_.firstSource(); source != nullptr && source->rearm();)
     source = deadlines_.firstSource();
   return firstDue();
 }
@@ -147,7 +147,7 @@ void VirtualEngine::fireLate(bool late) {
   const std::scoped_lock lock(mutex_);
   late_ = late;
   sources = deadlines_.sources();
-  for (const auto& source : sources) source->settle();
+  for (const auto& source : sources) source->rearm();
 }
 
 void VirtualEngine::end() {

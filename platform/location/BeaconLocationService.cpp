@@ -203,15 +203,15 @@ void BeaconLocationCore::postChanges(const BeaconPresence::Changes& changes) {
     const bool isFirst = change.before == CLRegionState::unknown;
     const bool isEntry = change.now == CLRegionState::inside;
     if (!isFirst && !(isEntry ? region->notifyOnEntry() : region->notifyOnExit())) continue;
-    const auto tell = [&](const Report& report) {
+    const auto notify = [&](const Report& report) {
       for (BeaconLocationManager* manager : managers_) post(*manager, whileMonitored(region), report);
     };
-    tell([region, state = change.now](auto& reporter, auto& delegate) {
+    notify([region, state = change.now](auto& reporter, auto& delegate) {
       delegate.locationManager_didDetermineState_forRegion(reporter, state, region);
     });
     if (isFirst) continue;
     // On its own: the first report may have replaced the delegate.
-    tell([region, isEntry](auto& reporter, auto& delegate) {
+    notify([region, isEntry](auto& reporter, auto& delegate) {
       isEntry ? delegate.locationManager_didEnterRegion(reporter, region)
               : delegate.locationManager_didExitRegion(reporter, region);
     });
@@ -230,7 +230,7 @@ void BeaconLocationCore::postRanging(BeaconLocationManager& manager, const CLBea
 // ---- Radio and time
 
 void BeaconLocationCore::makeQueue() {
-  queue_ = options_.dispatch->createQueue("BeaconLocationService");
+  queue_ = options_.dispatch->createQueue("location");
   const auto makeTimer = [&](void (BeaconLocationCore::*handler)()) {
     dispatch_source_t timer = options_.dispatch->createTimer(queue_);
     timer->setEventHandler([weak = weak_from_this(), handler] {

@@ -12,7 +12,7 @@ namespace {
 class Radio final : public QueuedSource<SimulatedRadio> {
  public:
   Radio(std::shared_ptr<DispatchService> dispatch, RadioState initial)
-      : QueuedSource(std::move(dispatch), "SimulatedRadio"), state_(std::move(initial)) {}
+      : QueuedSource(std::move(dispatch), "simulated radio"), state_(std::move(initial)) {}
 
   void startScan(const std::vector<CBUUID>& services) override;
   void stopScan() override;
@@ -61,7 +61,7 @@ void Radio::didOpen() {
   std::unique_lock lock(mutex_);
   const RadioState state = state_;
   lock.unlock();
-  tell(state);
+  announce(state);
 }
 
 void Radio::startScan(const std::vector<CBUUID>& services) {
@@ -130,7 +130,7 @@ void Radio::setState(CBManagerState state, std::string reason) {
       const std::scoped_lock lock(mutex_);
       state_ = radio;
     }
-    tell(radio);
+    announce(radio);
   });
 }
 

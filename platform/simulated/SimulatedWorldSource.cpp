@@ -14,7 +14,7 @@ class WorldSource final : public QueuedSource<> {
  public:
   WorldSource(std::shared_ptr<DispatchService> dispatch, const BeaconWorldOptions& options,
               dispatch_time_t duration, std::function<void()> onEnd)
-      : QueuedSource(std::move(dispatch), "SimulatedWorld"),
+      : QueuedSource(std::move(dispatch), "simulated world"),
         options_(options),
         duration_(duration),
         onEnd_(std::move(onEnd)) {}
@@ -26,7 +26,7 @@ class WorldSource final : public QueuedSource<> {
   void stopScan() override { isScanning_ = false; }
 
  private:
-  void didOpen() override { tell({CBManagerState::poweredOn, "simulated"}); }
+  void didOpen() override { announce({CBManagerState::poweredOn, "simulated"}); }
   void begin();
   void deliver();
   void scheduleNext();

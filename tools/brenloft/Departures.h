@@ -33,8 +33,8 @@ class Departures {
 
   /// At the end of a report; in the order of the list.
   std::vector<Change> ranged(platform::Date time, const BRLRecordList& records);
-  /// The library itself has told of this beacon.
-  void told(const BRLBeaconDataModel& beacon) { left_.erase(&beacon); }
+  /// The library itself has reported this beacon.
+  void reported(const BRLBeaconDataModel& beacon) { left_.erase(&beacon); }
   /// The radio was away.
   void interrupt() { lastReport_.reset(); }
 

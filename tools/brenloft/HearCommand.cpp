@@ -13,11 +13,11 @@
 #include "platform/location/iBeaconFrame.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/JsonLine.h"
-#include "tools/brenloft/Listener.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/Source.h"
+#include "tools/brenloft/SourceMonitor.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/TimeText.h"
 
@@ -136,24 +136,26 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
   StopSignals signals;
   signals.watch([&] { stop.request_stop(); });
   ProgressBar progress;
-  const auto tellLine = [&](std::string_view line) {
+  const auto printLine = [&](std::string_view line) {
     progress.clear();
-    say(line);
+    printMessage(line);
   };
-  const auto tell = [&](const platform::CaptureDiagnostic& diagnostic) { tellLine(diagnostic.line()); };
-  const auto tellState = [&](const platform::RadioState& state) { tellLine(radioLine(state)); };
+  const auto onDiagnostic = [&](const platform::CaptureDiagnostic& diagnostic) {
+    printLine(diagnostic.line());
+  };
+  const auto onRadioState = [&](const platform::RadioState& state) { printLine(radioLine(state)); };
   std::string error;
-  const auto reader = platform::CaptureReader::open(file, tell, error, stop.get_token());
+  const auto reader = platform::CaptureReader::open(file, onDiagnostic, error, stop.get_token());
   if (!reader) throw Failure(ExitStatus::failed, error);
-  const auto listener = Listener::make({.record = options.record,
-                                        .capture = file,
-                                        .date = [&] { return reader->time(); },
-                                        .stop = stop.get_token(),
-                                        .onMessage = tellLine,
-                                        .onRadioState = tellState});
-  const auto recorded = listener->tee([&](const AdvertisingReport& report) { printer.print(report); });
+  const auto monitor = SourceMonitor::make({.record = options.record,
+                                            .capture = file,
+                                            .date = [&] { return reader->time(); },
+                                            .stop = stop.get_token(),
+                                            .onMessage = printLine,
+                                            .onRadioState = onRadioState});
+  const auto recorded = monitor->tee([&](const AdvertisingReport& report) { printer.print(report); });
 
-  listener->begin();
+  monitor->begin();
   printer.begin();
   std::optional<platform::Date> end;
   while (!stop.stop_requested() && !out.isClosed() && !printer.isFull()) {
@@ -163,11 +165,11 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
     if (next == platform::CaptureReader::Next::skipped) continue;
     if (!end && options.duration) end = reader->time() + *options.duration;
     if (end && reader->time() >= *end) break;
-    if (next == platform::CaptureReader::Next::state) listener->tell(reader->radioState());
+    if (next == platform::CaptureReader::Next::state) monitor->announce(reader->radioState());
     reader->read(recorded);
   }
   progress.clear();
-  listener->finish();
+  monitor->finish();
 }
 
 // Ends the loop when nobody reads any more, which a source that is silent would not show.
@@ -184,20 +186,22 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
   Source source;  // its loop outlives the thread that stops it; its own threads begin behind the signals
   StopSignals signals;
   signals.watch([&] { stop.request_stop(); });
-  source = openSource(options.source,
-                      {.onEnd = [&] { source.loop->stop(); }, .onMessage = say, .stop = stop.get_token()});
+  source = openSource(
+      options.source,
+      {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
   RunLoop& loop = *source.loop;
   const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
-  const auto listener = Listener::make({.record = options.record,
-                                        .capture = source.capture,
-                                        .isRadio = source.isRadio,
-                                        .date = [&] { return loop.dispatch()->date(); },
-                                        .stop = stop.get_token(),
-                                        .onMessage = say,
-                                        .onRadioState = [](const auto& state) { say(radioLine(state)); },
-                                        .onUnusable = [&] { loop.stop(); }});
-  const auto reports = listener->wrap(source.reports);
-  listener->begin();
+  const auto monitor =
+      SourceMonitor::make({.record = options.record,
+                           .capture = source.capture,
+                           .isRadio = source.isRadio,
+                           .date = [&] { return loop.dispatch()->date(); },
+                           .stop = stop.get_token(),
+                           .onMessage = printMessage,
+                           .onRadioState = [](const auto& state) { printMessage(radioLine(state)); },
+                           .onUnusable = [&] { loop.stop(); }});
+  const auto reports = monitor->wrap(source.reports);
+  monitor->begin();
   printer.begin();
   watchReader(loop, out);
   reports->open(
@@ -213,7 +217,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
   stop.request_stop();  // nobody waits for a pipe any more
   reports->stopScan();
   reports->close();
-  listener->finish();
+  monitor->finish();
 }
 
 }  // namespace

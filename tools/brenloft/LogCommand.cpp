@@ -129,7 +129,7 @@ void show(const LogOptions& options) {
   if (reader)
     require(options.last ? reader->lastRows(*options.last, printer.block())
                          : reader->rowsAfter(0, printer.block()));
-  if (printer.isEmpty()) sayEmpty("no rows", options.container);
+  if (printer.isEmpty()) printEmpty("no rows", options.container);
   if (loop) follow(options, std::move(reader), printer, out, *loop);
   out.finish();
 }
@@ -153,7 +153,7 @@ void exportDocument(const LogOptions& options) {
     write([&](std::string_view text) { file.write(text); });
     file.finish();
   }
-  if (!reader) sayEmpty("no rows", options.container);
+  if (!reader) printEmpty("no rows", options.container);
 }
 
 uint64_t rowsOf(const LogOptions& options) {
@@ -166,7 +166,7 @@ void count(const LogOptions& options) {
   Output out(Output::Buffering::blocks);
   out.write(fmt::format("{}\n", rows));
   out.finish();
-  if (rows == 0) sayEmpty("no rows", options.container);
+  if (rows == 0) printEmpty("no rows", options.container);
 }
 
 void deleteAll(const LogOptions& options) {
@@ -194,7 +194,7 @@ ExitStatus runLog(const LogOptions& options) {
       deleteAll(options);
       break;
   }
-  tellSettingsProblems();
+  printSettingsProblems();
   return ExitStatus::done;
 }
 

@@ -10,7 +10,7 @@
 
 namespace brenloft {
 
-void say(std::string_view line) {
+void printMessage(std::string_view line) {
   const std::string whole = printable(line) + '\n';
   // Nobody may be there to read it.
   std::fwrite(whole.data(), 1, whole.size(), stderr);

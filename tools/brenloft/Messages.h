@@ -9,7 +9,7 @@
 namespace brenloft {
 
 /// One line on standard error, whatever the text holds. Threads: any.
-void say(std::string_view line);
+void printMessage(std::string_view line);
 
 /// "poweredOn", …: one text per state.
 std::string_view textOf(platform::CBManagerState state);

@@ -34,7 +34,7 @@ void RunLoop::stop() {
   });
 }
 
-void RunLoop::settle() {
+void RunLoop::runDue() {
   if (virtual_)
     virtual_->runDue();
   else

@@ -22,7 +22,7 @@ class RunLoop {
   /// Makes `run` return before the clock moves on. Threads: any.
   void stop();
   /// Runs what is due by now.
-  void settle();
+  void runDue();
 
  private:
   std::shared_ptr<platform::VirtualDispatch> virtual_;

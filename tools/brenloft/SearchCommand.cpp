@@ -16,10 +16,10 @@
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/IBeaconFilter.h"
-#include "tools/brenloft/Listener.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/Source.h"
+#include "tools/brenloft/SourceMonitor.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
 #include "tools/brenloft/TimeText.h"
@@ -72,7 +72,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   void contextManager_forBeacon(BRLContextManager&,
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) {
-      departures_.told(*beacon);
+      departures_.reported(*beacon);
       return events_.beacon(time, beacon->snapshot());
     });
   }
@@ -100,7 +100,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   void radio(const platform::RadioState& state) {
     const std::scoped_lock lock(mutex_);
     departures_.interrupt();
-    tell([&](auto time) {
+    show([&](auto time) {
       events_.radio(time, state);
       return false;
     });
@@ -134,12 +134,12 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   template <typename Event>
   void report(Event event) {
     const std::scoped_lock lock(mutex_);
-    if (tell(event) && isCounted_ && --left_ == 0) loop_->stop();
+    if (show(event) && isCounted_ && --left_ == 0) loop_->stop();
   }
 
   /// Whether anything was shown of it.
   template <typename Event>
-  bool tell(Event event) {
+  bool show(Event event) {
     if (isCounted_ && left_ == 0) return false;
     if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return false;
     const platform::Date date = loop_->dispatch()->date();
@@ -180,7 +180,7 @@ class Search {
     openSourceAndListener();
     installPlatform();
     const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
-    listener_->begin();
+    monitor_->begin();
     events_->begin();
     begin();
     source_.loop->run();
@@ -189,12 +189,12 @@ class Search {
 
  private:
   void openSourceAndListener() {
-    const auto message = [this](std::string_view line) { sayAside(line); };
+    const auto message = [this](std::string_view line) { printAside(line); };
     source_ =
         openSource(options_.source,
                    {.onEnd = [this] { sourceEnded(); }, .onMessage = message, .stop = stop_.get_token()});
     reporter_.attach(*source_.loop);
-    listener_ = Listener::make(
+    monitor_ = SourceMonitor::make(
         {.record = options_.record,
          .container = options_.container,
          .capture = source_.capture,
@@ -206,7 +206,7 @@ class Search {
          .onMessage = message,
          .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
          .onUnusable = [this] { source_.loop->stop(); }});
-    reports_ = listener_->wrap(source_.reports);
+    reports_ = monitor_->wrap(source_.reports);
     if (options_.mode == SearchOptions::Mode::iBeacons)
       reports_ = filtered(
           reports_, {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major, options_.minor});
@@ -220,38 +220,39 @@ class Search {
   }
 
   void installPlatform() {
-    auto platform =
-        platform::nativePlatform({.container = options_.container,
-                                  .radio = reports_,
-                                  .dispatch = source_.loop->dispatch(),
-                                  .onSettingsProblem =
-                                      [this](std::string_view line) {
-                                        reporter_.aside([line] { say(fmt::format("brenloft: {}", line)); });
-                                      },
-                                  .onRadioDiagnostic = [this](std::string_view line) { sayAside(line); }});
+    auto platform = platform::nativePlatform(
+        {.container = options_.container,
+         .radio = reports_,
+         .dispatch = source_.loop->dispatch(),
+         .onSettingsProblem =
+             [this](std::string_view line) {
+               reporter_.aside([line] { printMessage(fmt::format("brenloft: {}", line)); });
+             },
+         .onRadioDiagnostic = [this](std::string_view line) { printAside(line); }});
     // A search that keeps nothing leaves no trace.
     if (!options_.log && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
     platform.log = [](std::string_view) {};
-    if (options_.verbose) platform.log = [this](std::string_view line) { sayWithTime(line); };
+    if (options_.verbose) platform.log = [this](std::string_view line) { printWithTime(line); };
     platform::Platform::install(std::move(platform));
     if (!options_.log) return;
-    tellFatalStoreProblems([this] {
-      listener_->flush();
+    printFatalStoreProblems([this] {
+      monitor_->flush();
       out_.flush();
     });
-    BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { sayWithTime(line); });
+    BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { printWithTime(line); });
     if (const auto problem = BRLCoreDataManager::Class::storeProblem())
       throw Failure(ExitStatus::storeUnusable, problem->text);
   }
 
-  void sayAside(std::string_view line) {
-    reporter_.aside([line] { say(line); });
+  void printAside(std::string_view line) {
+    reporter_.aside([line] { printMessage(line); });
   }
 
-  void sayWithTime(std::string_view line) {
-    reporter_.aside(
-        [&] { say(diagnosticTimes_.whole(source_.loop->dispatch()->date()) + ' ' + std::string(line)); });
+  void printWithTime(std::string_view line) {
+    reporter_.aside([&] {
+      printMessage(diagnosticTimes_.whole(source_.loop->dispatch()->date()) + ' ' + std::string(line));
+    });
   }
 
   void begin() {
@@ -294,12 +295,12 @@ class Search {
     reporter_.beginEnd();
     BRLContextManager::Class::stopLeScan();
     BRLContextManager::Class::setDelegate(nullptr);
-    source_.loop->settle();
+    source_.loop->runDue();
     reports_->close();
     reporter_.finish();
     // Neither takes the other along when it fails.
     out_.flush();
-    listener_->finish();
+    monitor_->finish();
     out_.finish();
   }
 
@@ -310,7 +311,7 @@ class Search {
   Reporter reporter_;
   TimeText diagnosticTimes_{options_.time.value_or(TimeForm::local)};  // used within the reporter's `aside`
   Source source_;
-  std::shared_ptr<Listener> listener_;
+  std::shared_ptr<SourceMonitor> monitor_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;
   bool hasEnded_ = false;
 };

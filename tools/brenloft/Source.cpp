@@ -55,8 +55,8 @@ Source openCapture(std::string address, SourceEvents events) {
        .paced = paced,
        .onEnd = std::move(events.onEnd),
        .onDiagnostic =
-           [say = events.onMessage](const platform::CaptureDiagnostic& diagnostic) {
-             if (say) say(diagnostic.line());
+           [onMessage = events.onMessage](const platform::CaptureDiagnostic& diagnostic) {
+             if (onMessage) onMessage(diagnostic.line());
            },
        .onProgress = std::move(events.onProgress),
        .stop = std::move(events.stop)},

@@ -62,8 +62,8 @@ ExitStatus runSources(const SourcesOptions& options) {
   else
     writeLines(sources, choice.address, out);
   out.finish();
-  if (!inventory.adapterProblem.empty()) say("kernel: " + inventory.adapterProblem);
-  say(fmt::format("auto: {}{}{}", choice.address, choice.address.empty() ? "" : ": ", choice.why));
+  if (!inventory.adapterProblem.empty()) printMessage("kernel: " + inventory.adapterProblem);
+  printMessage(fmt::format("auto: {}{}{}", choice.address, choice.address.empty() ? "" : ": ", choice.why));
   return ExitStatus::done;
 }
 

@@ -57,7 +57,7 @@ void endWithProblem(int) {
 // Handles SIGABRT. Returns where the store is not to blame, and the process is ended as it would have been.
 // Where it is, the library has called std::abort, and this is no more than a call from there; but a reader
 // that stalls, and whoever waits for him, must not keep the process.
-void tellProblem(int) {
+void printProblem(int) {
   if (*BRLCoreDataManager::Class::fatalProblem() == '\0') return;
   std::signal(SIGALRM, endWithProblem);
   ::alarm(1);
@@ -86,16 +86,16 @@ void installForStore(const std::filesystem::path& container) {
        .onSettingsProblem = [](std::string_view line) { settingsProblems().emplace_back(line); }});
   platform.log = [](std::string_view) {};
   platform::Platform::install(std::move(platform));
-  tellFatalStoreProblems();
+  printFatalStoreProblems();
 }
 
-void tellFatalStoreProblems(std::function<void()> beforeEnd) {
+void printFatalStoreProblems(std::function<void()> beforeEnd) {
   lastActs() = std::move(beforeEnd);
-  std::signal(SIGABRT, tellProblem);
+  std::signal(SIGABRT, printProblem);
 }
 
-void tellSettingsProblems() {
-  for (const std::string& problem : settingsProblems()) say("brenloft: " + problem);
+void printSettingsProblems() {
+  for (const std::string& problem : settingsProblems()) printMessage("brenloft: " + problem);
 }
 
 std::filesystem::path folderOfContainer(const std::filesystem::path& container) {
@@ -103,8 +103,9 @@ std::filesystem::path folderOfContainer(const std::filesystem::path& container) 
   return container.empty() ? platform::applicationDataFolder(standard.applicationName) : container;
 }
 
-void sayEmpty(std::string_view what, const std::filesystem::path& container) {
-  say(fmt::format("{} in {}; --container names another folder", what, folderOfContainer(container).string()));
+void printEmpty(std::string_view what, const std::filesystem::path& container) {
+  printMessage(
+      fmt::format("{} in {}; --container names another folder", what, folderOfContainer(container).string()));
 }
 
 std::optional<std::filesystem::path> storeIn(const std::filesystem::path& container) {

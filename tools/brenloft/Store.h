@@ -19,16 +19,16 @@ std::optional<std::filesystem::path> storeIn(const std::filesystem::path& contai
 /// The folder of a container, or the application's data folder for none.
 std::filesystem::path folderOfContainer(const std::filesystem::path& container);
 
-/// Says what is missing in which folder, on standard error: another process may keep its log elsewhere.
-void sayEmpty(std::string_view what, const std::filesystem::path& container);
+/// Prints what is missing in which folder, on standard error: another process may keep its log elsewhere.
+void printEmpty(std::string_view what, const std::filesystem::path& container);
 
-/// Says what was wrong with the settings; for a command that succeeds. Where the store cannot be used, its
+/// Prints what was wrong with the settings; for a command that succeeds. Where the store cannot be used, its
 /// own line is enough.
-void tellSettingsProblems();
+void printSettingsProblems();
 
 /// From here on, when the library ends the process because of the store, one line says why and the exit
 /// status is `storeUnusable`. `beforeEnd` brings what is still kept back where it belongs; it has a second.
-void tellFatalStoreProblems(std::function<void()> beforeEnd = {});
+void printFatalStoreProblems(std::function<void()> beforeEnd = {});
 
 /// Asks on the terminal; true without asking when `yes`. Throws `Failure` when there is no terminal to ask
 /// on.

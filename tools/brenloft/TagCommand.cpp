@@ -99,7 +99,7 @@ void list(const TagOptions& options) {
     out.write(line.take());
   }
   out.finish();
-  if (tags.empty()) sayEmpty("no tags", options.container);
+  if (tags.empty()) printEmpty("no tags", options.container);
 }
 
 void clear(const TagOptions& options) {
@@ -133,7 +133,7 @@ ExitStatus runTag(const TagOptions& options) {
       clear(options);
       break;
   }
-  tellSettingsProblems();
+  printSettingsProblems();
   return ExitStatus::done;
 }
 

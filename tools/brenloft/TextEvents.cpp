@@ -32,7 +32,7 @@ class CsvEvents : public SearchEvents {
   bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("returned", time, record);
   }
-  void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
+  void radio(platform::Date, const platform::RadioState& state) override { printMessage(radioLine(state)); }
 
  private:
   std::string line(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
@@ -74,7 +74,7 @@ class RowEvents : public SearchEvents {
   bool returned(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("returned", time, record);
   }
-  void radio(platform::Date, const platform::RadioState& state) override { say(radioLine(state)); }
+  void radio(platform::Date, const platform::RadioState& state) override { printMessage(radioLine(state)); }
 
  private:
   std::string line(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {

@@ -13,13 +13,13 @@ class Transitions final : public SearchEvents {
 
   void begin() override { shown_->begin(); }
   bool beacon(platform::Date time, const BRLBeaconSnapshot& record) override {
-    Told& told = toldOf(record);
-    const bool isStatusNew = std::exchange(told.status, record.status) != record.status;
-    const bool isEmergencyOver = record.emergency == 0 && std::exchange(told.isEmergency, false);
+    Reported& reported = reportedOf(record);
+    const bool isStatusNew = std::exchange(reported.status, record.status) != record.status;
+    const bool isEmergencyOver = record.emergency == 0 && std::exchange(reported.isEmergency, false);
     return (isStatusNew || isEmergencyOver) && shown_->beacon(time, record);
   }
   bool emergency(platform::Date time, const BRLBeaconSnapshot& record) override {
-    return !std::exchange(toldOf(record).isEmergency, true) && shown_->emergency(time, record);
+    return !std::exchange(reportedOf(record).isEmergency, true) && shown_->emergency(time, record);
   }
   bool ranged(platform::Date, const BRLRecordList&) override { return false; }
   bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
@@ -36,15 +36,17 @@ class Transitions final : public SearchEvents {
 
  private:
   using Key = std::tuple<BRLOptionalText, int64_t, int64_t>;
-  struct Told {
+  struct Reported {
     int64_t status = 0;
     bool isEmergency = false;
   };
 
-  Told& toldOf(const BRLBeaconSnapshot& record) { return told_[{record.uuid, record.major, record.minor}]; }
+  Reported& reportedOf(const BRLBeaconSnapshot& record) {
+    return reported_[{record.uuid, record.major, record.minor}];
+  }
 
   const std::unique_ptr<SearchEvents> shown_;
-  std::map<Key, Told> told_;
+  std::map<Key, Reported> reported_;
 };
 
 }  // namespace

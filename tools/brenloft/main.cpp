@@ -21,7 +21,7 @@ void keepStandardStreams() {
 }
 
 int end(brenloft::ExitStatus status, const std::string& why) {
-  brenloft::say("brenloft: " + why);
+  brenloft::printMessage("brenloft: " + why);
   return static_cast<int>(status);
 }
 

@@ -87,7 +87,7 @@ class BlueZSource final : public QueuedSource<> {
       session_->run();
       return load();
     }
-    tellNews({CBManagerState::unsupported, problem.message});
+    announceIfNew({CBManagerState::unsupported, problem.message});
     later(pauses_.next(), &BlueZSource::connect);
   }
 
@@ -95,14 +95,14 @@ class BlueZSource final : public QueuedSource<> {
     beginConnection();
     session_.reset();
     forgetDaemon();
-    tellNews({CBManagerState::resetting, "the connection to the system bus ended: " + why});
+    announceIfNew({CBManagerState::resetting, "the connection to the system bus ended: " + why});
     later(pauses_.next(), &BlueZSource::connect);
   }
 
   void daemonChanged(bool isThere) {
     forgetDaemon();
     if (isThere) return load();
-    tellNews({CBManagerState::resetting, "bluetoothd went away; waiting for it to return"});
+    announceIfNew({CBManagerState::resetting, "bluetoothd went away; waiting for it to return"});
   }
 
   void forgetDaemon() {
@@ -123,19 +123,19 @@ class BlueZSource final : public QueuedSource<> {
       if (object.adapter) adapters_.update(object.path, *object.adapter);
       if (object.device) devices_.learn(object.path, *object.device);
     }
-    settle();
+    reconcile();
   }
 
   void loadFailed(const CallError& error) {
     if (error.isAbsent()) {
-      tellNews(
+      announceIfNew(
           {CBManagerState::unsupported, "bluetoothd is not running; 'systemctl start bluetooth' starts it"});
       return;  // its coming is announced
     }
     if (error.isAccessDenied())
-      tellNews(denied(error));
+      announceIfNew(denied(error));
     else
-      tellNews({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
+      announceIfNew({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
     later(pauses_.next(), &BlueZSource::reload);
   }
 
@@ -152,7 +152,7 @@ class BlueZSource final : public QueuedSource<> {
   void added(Date time, const bluez::Object& object) {
     if (object.adapter) {
       adapters_.update(object.path, *object.adapter);
-      settle();
+      reconcile();
     }
     if (object.device) heard(time, object);
   }
@@ -160,9 +160,9 @@ class BlueZSource final : public QueuedSource<> {
   void changed(Date time, const bluez::Object& object) {
     if (object.adapter && adapters_.find(object.path) != nullptr) {
       const bool isOurs = object.path == adapter_ && scan_ == Scan::running;
-      const uint64_t attempt = attempt_;  // settling may end it, and nothing is to be resumed then
+      const uint64_t attempt = attempt_;  // reconciling may end it, and nothing is to be resumed then
       adapters_.update(object.path, *object.adapter);
-      settle();
+      reconcile();
       if (isOurs && object.adapter->discovering == false)
         later(options_.firstPause, &BlueZSource::resumeIfEnded, attempt);
     }
@@ -174,7 +174,7 @@ class BlueZSource final : public QueuedSource<> {
     if (std::ranges::find(interfaces, bluez::kAdapterInterface) == interfaces.end()) return;
     adapters_.remove(path);
     devices_.forgetBelow(path);
-    settle();
+    reconcile();
   }
 
   /// What is said of a device outside our own discovery is not heard, only known. The daemon answers
@@ -197,11 +197,11 @@ class BlueZSource final : public QueuedSource<> {
     const bool isRefined = uuids && wanted_ && *uuids != *wanted_;
     wanted_ = std::move(uuids);
     if (isRefined && scan_ == Scan::running) scan_ = Scan::idle;  // the filter may change under way
-    settle();
+    reconcile();
   }
 
   /// Brings the daemon to what is wanted, as far as its adapters allow.
-  void settle() {
+  void reconcile() {
     if (!isLoaded_) return;
     const std::string chosen = adapters_.choose(adapter_);
     if (chosen != adapter_) {
@@ -212,7 +212,7 @@ class BlueZSource final : public QueuedSource<> {
     const RadioState state = adapters_.stateOf(adapter_);
     const bool isOn = state.state == CBManagerState::poweredOn;
     if (!isOn) endAttempt();
-    if (!isOn || scan_ != Scan::pausing) tellNews(state);
+    if (!isOn || scan_ != Scan::pausing) announceIfNew(state);
     if (isOn && wanted_ && scan_ == Scan::idle) startDiscovery();
     if (isOn && !wanted_ && scan_ != Scan::idle) {
       stopDiscovery();
@@ -256,7 +256,7 @@ class BlueZSource final : public QueuedSource<> {
     scan_ = Scan::running;
     isDiscovering_ = true;
     pauses_.reset();
-    tellNews(adapters_.stateOf(adapter_));
+    announceIfNew(adapters_.stateOf(adapter_));
     if (wanted_ && *wanted_ != filter_) startDiscovery();  // it was changed meanwhile
   }
 
@@ -273,10 +273,10 @@ class BlueZSource final : public QueuedSource<> {
     scan_ = Scan::pausing;
     const dispatch_time_t pause = isBusy ? options_.firstPause : pauses_.next();
     if (error.isAccessDenied())
-      tellNews(denied(error));
+      announceIfNew(denied(error));
     else
-      tellNews({CBManagerState::poweredOn,
-                "bluetoothd did not start the scan (" + error.message + "); trying again"});
+      announceIfNew({CBManagerState::poweredOn,
+                     "bluetoothd did not start the scan (" + error.message + "); trying again"});
     later(pause, &BlueZSource::retry, attempt_);
   }
 
@@ -296,10 +296,10 @@ class BlueZSource final : public QueuedSource<> {
 
   // --- helpers
 
-  void tellNews(const RadioState& state) {
-    if (state.state == told_.state && state.reason == told_.reason) return;
-    told_ = state;
-    tell(state);
+  void announceIfNew(const RadioState& state) {
+    if (state.state == announced_.state && state.reason == announced_.reason) return;
+    announced_ = state;
+    announce(state);
   }
 
   const BlueZOptions options_;
@@ -316,7 +316,7 @@ class BlueZSource final : public QueuedSource<> {
   uint64_t attempt_ = 0;
   bool isDiscovering_ = false;  ///< the daemon holds a request of ours
   Backoff pauses_;
-  RadioState told_;
+  RadioState announced_;
 };
 
 }  // namespace

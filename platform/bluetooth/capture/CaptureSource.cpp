@@ -65,7 +65,7 @@ class Replay final : public QueuedSource<CaptureSource> {
 
   void didOpen() override {
     isPowered_ = true;
-    tell({CBManagerState::poweredOn, {}});
+    announce({CBManagerState::poweredOn, {}});
     afterwards({}, &Replay::scanStarted);
   }
 
@@ -99,7 +99,7 @@ class Replay final : public QueuedSource<CaptureSource> {
   }
 
   void deliver() {
-    sayDiagnostics();
+    reportDiagnostics();
     followDate();
     if (next_ == CaptureReader::Next::state) return changeState();
     if (!isOn_) return advance();
@@ -107,13 +107,13 @@ class Replay final : public QueuedSource<CaptureSource> {
     ++heldRecords_;  // lets a pending `letGo` know that its record is done
     isHeld_ = false;
     guarded([this] { reader_->read([this](const AdvertisingReport& heard) { report(heard); }); });
-    sayDiagnostics();
+    reportDiagnostics();
     advance();
   }
 
   void changeState() {
     isOn_ = reader_->radioState().state == CBManagerState::poweredOn;
-    guarded([this] { tell(reader_->radioState()); });
+    guarded([this] { announce(reader_->radioState()); });
     advance();
   }
 
@@ -132,7 +132,7 @@ class Replay final : public QueuedSource<CaptureSource> {
   }
 
   void finish() {
-    sayDiagnostics();
+    reportDiagnostics();
     if (!clock_) {
       later(kRealTimeGrace, &Replay::end);
       return;
@@ -143,25 +143,25 @@ class Replay final : public QueuedSource<CaptureSource> {
       return queue()->async(unguarded(&Replay::finish));
     end();
   }
-  void end() { say(options_.onEnd); }
+  void end() { notify(options_.onEnd); }
 
   void followDate() {
     if (clock_ && clock_->date() != time_) clock_->setDate(time_);
   }
 
-  void sayDiagnostics() {
-    for (const auto& diagnostic : std::exchange(diagnostics_, {})) say(options_.onDiagnostic, diagnostic);
+  void reportDiagnostics() {
+    for (const auto& diagnostic : std::exchange(diagnostics_, {})) notify(options_.onDiagnostic, diagnostic);
   }
 
   void showProgress() {
     const auto size = reader_->size();
     if (!size || reader_->position() < progress_) return;
     progress_ = reader_->position() + *size / kProgressSteps + 1;
-    say(options_.onProgress, reader_->position(), *size);
+    notify(options_.onProgress, reader_->position(), *size);
   }
 
   template <class Handler, class... Arguments>
-  void say(const Handler& handler, const Arguments&... arguments) {
+  void notify(const Handler& handler, const Arguments&... arguments) {
     guarded([&] {
       if (handler) handler(arguments...);
     });

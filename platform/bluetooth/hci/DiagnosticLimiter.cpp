@@ -8,7 +8,7 @@ namespace platform::hci {
 DiagnosticLimiter::DiagnosticLimiter(DispatchService& dispatch, std::function<void(std::string_view)> sink)
     : dispatch_(dispatch), sink_(std::move(sink)), refilled_(dispatch.now()) {}
 
-void DiagnosticLimiter::say(std::string line) {
+void DiagnosticLimiter::log(std::string line) {
   if (!sink_) return;
   const auto earned = (dispatch_.now() - refilled_) / kInterval;
   allowance_ = static_cast<int>(std::min<int64_t>(kBurst, allowance_ + earned));

@@ -17,7 +17,7 @@ class DiagnosticLimiter {
   static constexpr dispatch_time_t kInterval = std::chrono::seconds(12);
 
   DiagnosticLimiter(DispatchService& dispatch, std::function<void(std::string_view)> sink);
-  void say(std::string line);
+  void log(std::string line);
 
  private:
   DispatchService& dispatch_;

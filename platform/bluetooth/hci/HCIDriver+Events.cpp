@@ -14,7 +14,7 @@ void HCIDriverCore::takeOctets(const Data& octets) {
   });
   if (const uint64_t more = decoder_.skippedOctets() - skipped; more > 0) {
     counts_.skippedOctets += more;
-    diagnostics_.say(std::to_string(more) + " octets between packets made no sense and were skipped");
+    diagnostics_.log(std::to_string(more) + " octets between packets made no sense and were skipped");
   }
   if (begun == connection()) transport_->consumed();
 }

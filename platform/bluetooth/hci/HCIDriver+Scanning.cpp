@@ -38,7 +38,7 @@ Command enableCommand(bool isExtended, bool on) {
 }  // namespace
 
 void HCIDriverCore::reconcileScan() {
-  if (phase_ != Phase::ready || told_.state != CBManagerState::poweredOn) return;
+  if (phase_ != Phase::ready || announced_.state != CBManagerState::poweredOn) return;
   if (wantScan_ && scan_ == Scan::off) {
     beginScan(false);
   } else if (!wantScan_ && scan_ == Scan::on) {
@@ -107,7 +107,7 @@ void HCIDriverCore::scanRefused() {
     return fail(HCITransport::Failure::lost, refusal_);
   }
   const auto pause = std::chrono::duration_cast<seconds>(refusalPauses_.next());
-  diagnostics_.say(refusal_ + "; next try in " + std::to_string(pause.count()) + " s");
+  diagnostics_.log(refusal_ + "; next try in " + std::to_string(pause.count()) + " s");
   wakeAfter(scanTimer_, pause);
 }
 
@@ -143,8 +143,8 @@ Data HCIDriverCore::scanDisablePacket() const {
 void HCIDriverCore::scanDisturbed() {
   if (!wantScan_ || scan_ != Scan::on || isDisturbed_) return;
   isDisturbed_ = true;
-  if (!toldOfOthers_) diagnostics_.say("another program also scans with " + connectionTraits_.description);
-  toldOfOthers_ = true;
+  if (!hasLoggedOthers_) diagnostics_.log("another program also scans with " + connectionTraits_.description);
+  hasLoggedOthers_ = true;
   if (dispatch().now() - scanBegan_ >= kQuietAfterDisturbance) disturbances_.reset();
   wakeAfter(scanTimer_, disturbances_.next());
 }

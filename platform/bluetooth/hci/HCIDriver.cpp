@@ -64,7 +64,7 @@ HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
                  .onTimeout =
                      [this](uint16_t opcode) {
                        ++counts_.commandTimeouts;
-                       diagnostics_.say("no answer to " + textOfOpcode(opcode));
+                       diagnostics_.log("no answer to " + textOfOpcode(opcode));
                      },
                  .onDead =
                      [this](uint16_t opcode) {
@@ -139,7 +139,7 @@ HCITransport::Handlers HCIDriverCore::transportHandlers() {
 void HCIDriverCore::opened(const HCITransport::Opened& opened) {
   ++counts_.connections;
   connectionTraits_ = opened;
-  toldOfOthers_ = false;
+  hasLoggedOthers_ = false;
   decoder_ = {};
   provenPlan_.reset();
   initialise();
@@ -165,14 +165,14 @@ dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
 }
 
 void HCIDriverCore::setState(CBManagerState state, std::string reason) {
-  if ((state == told_.state && reason == told_.reason) || isClosed()) return;
-  told_ = {state, std::move(reason)};
-  tell(told_);
+  if ((state == announced_.state && reason == announced_.reason) || isClosed()) return;
+  announced_ = {state, std::move(reason)};
+  announce(announced_);
 }
 
 void HCIDriverCore::countMalformed(std::string_view what) {
   ++counts_.malformed;
-  diagnostics_.say("malformed packet passed over: " + std::string(what));
+  diagnostics_.log("malformed packet passed over: " + std::string(what));
 }
 
 }  // namespace hci

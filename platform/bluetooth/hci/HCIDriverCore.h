@@ -96,7 +96,7 @@ class HCIDriverCore final : public QueuedSource<HCIDriver> {
   H4Decoder decoder_;
   HCIAdvertisingEvents events_;
   Phase phase_ = Phase::idle;
-  RadioState told_;
+  RadioState announced_;
   HCIFeatures features_;
   dispatch_time_t readySince_{};
   Backoff tries_;
@@ -112,7 +112,7 @@ class HCIDriverCore final : public QueuedSource<HCIDriver> {
   dispatch_time_t scanBegan_{};
   Backoff disturbances_;
   bool isDisturbed_ = false;
-  bool toldOfOthers_ = false;
+  bool hasLoggedOthers_ = false;
   uint16_t foreignOpcode_ = opcode::kNone;  ///< of a command that another program sent, until its answer
   Data foreignParameters_;
 

@@ -60,7 +60,7 @@ class ScanWatchdog final : public QueuedSource<> {
     const bool wasHearing = shouldHear();
     state_ = state.state;
     if (!wasHearing) beginWatch();
-    tell(state);
+    announce(state);
   }
 
   void heard(const AdvertisingReport& heard) {
@@ -68,7 +68,7 @@ class ScanWatchdog final : public QueuedSource<> {
     const bool isWell = restarts_ > 0 && now - lastRestart_ >= options_.silence;
     if (isWell) restartsAreOver();
     if (std::exchange(isSilent_, false))
-      tell({state_, "hearing again after " + secondsText(now - lastHeard_)});
+      announce({state_, "hearing again after " + secondsText(now - lastHeard_)});
     lastHeard_ = now;
     if (isWell) arm();  // the pause that it was armed for counts no more
     report(heard);
@@ -113,13 +113,13 @@ class ScanWatchdog final : public QueuedSource<> {
     if (restarts_ == 1) {
       source_->stopScan();
       source_->startScan(*wanted_);
-      tell({state_, silence + ": the scan is started anew" + next});
+      announce({state_, silence + ": the scan is started anew" + next});
       return;
     }
     beginConnection();  // what the old one still says counts no more
     source_->close();
     state_ = CBManagerState::resetting;
-    tell({state_, silence + ": the radio is opened anew" + next});
+    announce({state_, silence + ": the radio is opened anew" + next});
     if (!isClosed()) openSource();
   }
 

@@ -3,7 +3,7 @@
 
 #include "platform/bluetooth/capture/CaptureReader.h"
 #include "platform/foundation/Hex.h"
-#include "tools/brenloft/Listener.h"
+#include "tools/brenloft/SourceMonitor.h"
 
 namespace brenloft {
 namespace {
@@ -35,25 +35,26 @@ class TestRadio : public platform::AdvertisingReportSource {
   StateHandler tell;
 };
 
-/// A listener to a radio, and what it said.
-class ListenerTest : public testing::Test {
+/// A monitor of a radio, and what it reported.
+class SourceMonitorTest : public testing::Test {
  protected:
-  void listen(std::optional<double> exitTime = std::nullopt, const std::string& record = {}) {
-    listener = Listener::make({.record = record,
-                               .isRadio = true,
-                               .exitTime = exitTime,
-                               .date = [] { return platform::dateWithTimeIntervalSince1970(7); },
-                               .onMessage = [this](std::string_view line) { messages.emplace_back(line); },
-                               .onRadioState = [this](const auto& state) { states.push_back(state.reason); },
-                               .onUnusable = [this] { isUnusable = true; }});
-    listener->begin();
-    reports = listener->wrap(radio);
+  void watch(std::optional<double> exitTime = std::nullopt, const std::string& record = {}) {
+    monitor =
+        SourceMonitor::make({.record = record,
+                             .isRadio = true,
+                             .exitTime = exitTime,
+                             .date = [] { return platform::dateWithTimeIntervalSince1970(7); },
+                             .onMessage = [this](std::string_view line) { messages.emplace_back(line); },
+                             .onRadioState = [this](const auto& state) { states.push_back(state.reason); },
+                             .onUnusable = [this] { isUnusable = true; }});
+    monitor->begin();
+    reports = monitor->wrap(radio);
     reports->open([](const AdvertisingReport&) {}, [](const platform::RadioState&) {});
   }
 
   ExitStatus finish() {
     try {
-      listener->finish();
+      monitor->finish();
     } catch (const Failure& failure) {
       last = failure.what();
       return failure.status();
@@ -62,7 +63,7 @@ class ListenerTest : public testing::Test {
   }
 
   std::shared_ptr<TestRadio> radio = std::make_shared<TestRadio>();
-  std::shared_ptr<Listener> listener;
+  std::shared_ptr<SourceMonitor> monitor;
   std::shared_ptr<platform::AdvertisingReportSource> reports;
   std::vector<std::string> messages;
   std::vector<std::string> states;
@@ -70,8 +71,8 @@ class ListenerTest : public testing::Test {
   std::string last;
 };
 
-TEST_F(ListenerTest, ARadioThatMayNotHearEndsTheCommandEvenIfItIsOn) {
-  listen();
+TEST_F(SourceMonitorTest, ARadioThatMayNotHearEndsTheCommandEvenIfItIsOn) {
+  watch();
   radio->tell({CBManagerState::poweredOn, "on"});
   radio->tell({CBManagerState::unauthorized, "this permits it"});
   EXPECT_TRUE(isUnusable);
@@ -80,8 +81,8 @@ TEST_F(ListenerTest, ARadioThatMayNotHearEndsTheCommandEvenIfItIsOn) {
   EXPECT_THAT(states, ElementsAre("on")) << "the last line tells the rest";
 }
 
-TEST_F(ListenerTest, ARadioThatOnceHeardMayComeBack) {
-  listen();
+TEST_F(SourceMonitorTest, ARadioThatOnceHeardMayComeBack) {
+  watch();
   radio->tell({CBManagerState::poweredOn, "on"});
   radio->hear(reportAt(1));
   radio->tell({CBManagerState::unauthorized, "refused"});
@@ -91,9 +92,9 @@ TEST_F(ListenerTest, ARadioThatOnceHeardMayComeBack) {
   EXPECT_THAT(states, ElementsAre("on", "refused", "gone"));
 }
 
-TEST_F(ListenerTest, RecordsTheStatesForAReplay) {
+TEST_F(SourceMonitorTest, RecordsTheStatesForAReplay) {
   const std::string file = testing::TempDir() + "brenloft-states.btsnoop";
-  listen(std::nullopt, file);
+  watch(std::nullopt, file);
   radio->tell({CBManagerState::poweredOn, "on"});
   radio->hear(reportAt(1));
   radio->tell({CBManagerState::poweredOff, std::string(1000, 'x')});
@@ -113,8 +114,8 @@ TEST_F(ListenerTest, RecordsTheStatesForAReplay) {
   EXPECT_EQ(reader->next(), Next::end);
 }
 
-TEST_F(ListenerTest, TellsAtOnceThatTheRecordingFails) {
-  listen(std::nullopt, "/dev/full");
+TEST_F(SourceMonitorTest, TellsAtOnceThatTheRecordingFails) {
+  watch(std::nullopt, "/dev/full");
   for (int second = 0; second < 10; ++second) radio->hear(reportAt(second));
   EXPECT_THAT(messages, ElementsAre(HasSubstr("/dev/full: cannot be written")));
   EXPECT_FALSE(isUnusable);
@@ -122,9 +123,9 @@ TEST_F(ListenerTest, TellsAtOnceThatTheRecordingFails) {
   EXPECT_THAT(last, HasSubstr("/dev/full"));
 }
 
-TEST_F(ListenerTest, WarnsOfTheExitTimeForTheBeaconsOfTheSearch) {
+TEST_F(SourceMonitorTest, WarnsOfTheExitTimeForTheBeaconsOfTheSearch) {
   for (const uint32_t service : {0x180FU, 0xFFF0U}) {
-    listen(5);
+    watch(5);
     reports->startScan({CBUUID::fromShort(service)});
     for (int i = 0; i < 10; ++i) radio->hear(reportAt(i * 10));
     EXPECT_EQ(messages.size(), service == 0xFFF0 ? 1U : 0U) << service;

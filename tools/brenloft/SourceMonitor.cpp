@@ -1,4 +1,4 @@
-#include "tools/brenloft/Listener.h"
+#include "tools/brenloft/SourceMonitor.h"
 
 #include <filesystem>
 #include <system_error>
@@ -9,45 +9,45 @@
 
 namespace brenloft {
 
-class Listener::WrappedSource : public platform::AdvertisingReportSource {
+class SourceMonitor::WrappedSource : public platform::AdvertisingReportSource {
  public:
-  WrappedSource(std::shared_ptr<Listener> listener, std::shared_ptr<AdvertisingReportSource> source)
-      : listener_(std::move(listener)), source_(std::move(source)) {}
+  WrappedSource(std::shared_ptr<SourceMonitor> monitor, std::shared_ptr<AdvertisingReportSource> source)
+      : monitor_(std::move(monitor)), source_(std::move(source)) {}
 
   void open(ReportHandler onReport, StateHandler onState) override {
-    source_->open(listener_->tee(std::move(onReport)),
-                  [listener = listener_, onState = std::move(onState)](const platform::RadioState& state) {
-                    listener->changed(state);
+    source_->open(monitor_->tee(std::move(onReport)),
+                  [monitor = monitor_, onState = std::move(onState)](const platform::RadioState& state) {
+                    monitor->changed(state);
                     onState(state);
                   });
   }
   void startScan(const std::vector<platform::CBUUID>& services) override {
-    listener_->want(services);
+    monitor_->want(services);
     source_->startScan(services);
   }
   void stopScan() override { source_->stopScan(); }
   void close() override { source_->close(); }
 
  private:
-  std::shared_ptr<Listener> listener_;
+  std::shared_ptr<SourceMonitor> monitor_;
   std::shared_ptr<AdvertisingReportSource> source_;
 };
 
-Listener::Listener(ListenerOptions options)
+SourceMonitor::SourceMonitor(SourceMonitorOptions options)
     : options_(std::move(options)),
       takesReports_(!options_.record.empty() || (options_.isRadio && options_.exitTime)) {
   if (options_.isRadio && options_.exitTime) warning_.emplace(*options_.exitTime);
 }
 
-std::shared_ptr<Listener> Listener::make(ListenerOptions options) {
+std::shared_ptr<SourceMonitor> SourceMonitor::make(SourceMonitorOptions options) {
   std::error_code absent;
   if (std::filesystem::equivalent(options.record, options.capture, absent))
     throw Failure(ExitStatus::usage, "--record would overwrite the capture that is read: " + options.record);
   refuseContainerFile("--record", options.record, options.container);
-  return std::shared_ptr<Listener>(new Listener(std::move(options)));
+  return std::shared_ptr<SourceMonitor>(new SourceMonitor(std::move(options)));
 }
 
-void Listener::begin() {
+void SourceMonitor::begin() {
   if (options_.record.empty()) return;
   std::string error;
   const std::scoped_lock lock(mutex_);
@@ -55,26 +55,26 @@ void Listener::begin() {
   if (!error.empty()) throw Failure(ExitStatus::failed, error);
 }
 
-std::shared_ptr<platform::AdvertisingReportSource> Listener::wrap(
+std::shared_ptr<platform::AdvertisingReportSource> SourceMonitor::wrap(
     std::shared_ptr<platform::AdvertisingReportSource> source) {
   return std::make_shared<WrappedSource>(shared_from_this(), std::move(source));
 }
 
-platform::AdvertisingReportSource::ReportHandler Listener::tee(
+platform::AdvertisingReportSource::ReportHandler SourceMonitor::tee(
     platform::AdvertisingReportSource::ReportHandler onReport) {
-  return [listener = shared_from_this(),
+  return [monitor = shared_from_this(),
           onReport = std::move(onReport)](const platform::AdvertisingReport& report) {
-    listener->heard(report);
+    monitor->heard(report);
     onReport(report);
   };
 }
 
-void Listener::want(const std::vector<platform::CBUUID>& services) {
+void SourceMonitor::want(const std::vector<platform::CBUUID>& services) {
   const std::scoped_lock lock(mutex_);
   if (warning_) warning_->want(services);
 }
 
-void Listener::heard(const platform::AdvertisingReport& report) {
+void SourceMonitor::heard(const platform::AdvertisingReport& report) {
   wasHeard_ = true;
   if (!takesReports_) return;
   std::string error;
@@ -85,29 +85,29 @@ void Listener::heard(const platform::AdvertisingReport& report) {
     if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
     if (warning_) warning = warning_->heard(report);
   }
-  tellUnrecorded(error);
+  reportUnrecorded(error);
   if (warning && options_.onMessage) options_.onMessage(*warning);
 }
 
-void Listener::tellUnrecorded(const std::string& error) {
+void SourceMonitor::reportUnrecorded(const std::string& error) {
   if (!error.empty() && options_.onMessage) options_.onMessage(error + "; from here on nothing is recorded");
 }
 
-void Listener::tell(const platform::RadioState& state) {
+void SourceMonitor::announce(const platform::RadioState& state) {
   std::string error;
   {
     const std::scoped_lock lock(mutex_);
     if (recording_) error = recording_->write(options_.date(), state);
     if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
   }
-  tellUnrecorded(error);
+  reportUnrecorded(error);
   if (options_.onRadioState) options_.onRadioState(state);
 }
 
-void Listener::changed(const platform::RadioState& state) {
+void SourceMonitor::changed(const platform::RadioState& state) {
   // What is no radio is on when it is opened. What it tells later, it was recorded with.
   if (!options_.isRadio) {
-    if (std::exchange(wasOpened_, true)) tell(state);
+    if (std::exchange(wasOpened_, true)) announce(state);
     return;
   }
   const std::string reason = state.reason.empty() ? "the radio cannot be used" : state.reason;
@@ -119,10 +119,10 @@ void Listener::changed(const platform::RadioState& state) {
     return fail(ExitStatus::notPermitted, reason);
   if (state.state == CBManagerState::unsupported && !wasPoweredOn_)
     return fail(ExitStatus::noRadio, noRadioLine(reason));
-  tell(state);
+  announce(state);
 }
 
-void Listener::fail(ExitStatus status, const std::string& line) {
+void SourceMonitor::fail(ExitStatus status, const std::string& line) {
   {
     const std::scoped_lock lock(mutex_);
     failure_.emplace(status, line);
@@ -130,12 +130,12 @@ void Listener::fail(ExitStatus status, const std::string& line) {
   if (options_.onUnusable) options_.onUnusable();
 }
 
-void Listener::flush() {
+void SourceMonitor::flush() {
   const std::scoped_lock lock(mutex_);
   if (recording_) recording_->flush();
 }
 
-void Listener::finish() {
+void SourceMonitor::finish() {
   const std::scoped_lock lock(mutex_);
   const std::string error = recording_ ? recording_->flush() : std::string();
   recording_.reset();

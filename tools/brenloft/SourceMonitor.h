@@ -18,7 +18,7 @@
 
 namespace brenloft {
 
-struct ListenerOptions {
+struct SourceMonitorOptions {
   std::string record;                    ///< capture file that gets everything heard; "": none
   std::filesystem::path container;       ///< whose files are never recorded to
   std::string capture;                   ///< capture file that is being heard; "": none
@@ -37,10 +37,10 @@ struct ListenerOptions {
 /// gaps make meaningless, and notices a radio that cannot be used at all.
 ///
 /// Threads: made and asked on one; `wrap`'s result does its work on the source's queue.
-class Listener : public std::enable_shared_from_this<Listener> {
+class SourceMonitor : public std::enable_shared_from_this<SourceMonitor> {
  public:
   /// Throws `Failure` when the recording would overwrite what is being heard, or a file of a container.
-  static std::shared_ptr<Listener> make(ListenerOptions options);
+  static std::shared_ptr<SourceMonitor> make(SourceMonitorOptions options);
 
   /// Begins the recording; before the first report, and once nothing else can go wrong, for an earlier file
   /// of that name is gone then. Throws `Failure`.
@@ -52,7 +52,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
   /// The same for a caller that reads reports and states itself.
   platform::AdvertisingReportSource::ReportHandler tee(
       platform::AdvertisingReportSource::ReportHandler onReport);
-  void tell(const platform::RadioState& state);
+  void announce(const platform::RadioState& state);
 
   /// Hands what was recorded to the file.
   void flush();
@@ -62,20 +62,20 @@ class Listener : public std::enable_shared_from_this<Listener> {
 
  private:
   class WrappedSource;
-  explicit Listener(ListenerOptions options);
+  explicit SourceMonitor(SourceMonitorOptions options);
   void want(const std::vector<platform::CBUUID>& services);
   void heard(const platform::AdvertisingReport& report);
   void changed(const platform::RadioState& state);
-  void tellUnrecorded(const std::string& error);
+  void reportUnrecorded(const std::string& error);
   void fail(ExitStatus status, const std::string& line);
 
-  ListenerOptions options_;
+  SourceMonitorOptions options_;
   const bool takesReports_;
   bool wasOpened_ = false;
   bool wasPoweredOn_ = false;
   bool wasHeard_ = false;
 
-  std::mutex mutex_;  // guards what follows; not held while anything is told
+  std::mutex mutex_;  // guards what follows; not held while anything is announced
   std::optional<platform::ExitTimeWarning> warning_;
   std::unique_ptr<platform::BtsnoopWriter> recording_;
   std::optional<Failure> failure_;
