@@ -50,21 +50,21 @@ class NativeRadio final : public QueuedSource<> {
   }
 
   void found(const RadioSourceResult& result) {
-    if (!result.source) {
-      announceError(*result.problem);
+    if (!result) {
+      announceError(result.error());
       return later(pauses_.next(), &NativeRadio::look);
     }
-    radio_ = result.source;
+    radio_ = *result;
     radio_->open(within([this](const AdvertisingReport& heard) { report(heard); }),
                  within(&NativeRadio::announceAndLog));
     if (wanted_) radio_->startScan(*wanted_);
   }
 
-  void announceError(const RadioProblem& problem) {
-    if (problem.text == lastError_) return;
-    lastError_ = problem.text;
-    const bool forbidden = problem.kind == RadioProblem::Kind::notPermitted;
-    announceAndLog({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, problem.text});
+  void announceError(const Error& error) {
+    if (error.text == lastError_) return;
+    lastError_ = error.text;
+    const bool forbidden = error.kind == Error::Kind::notPermitted;
+    announceAndLog({forbidden ? CBManagerState::unauthorized : CBManagerState::unsupported, error.text});
   }
 
   void announceAndLog(const RadioState& state) {

@@ -229,12 +229,11 @@ TEST_F(BlueZSource, HearsOnWhenTheDaemonOrTheBusReturns) {
 
 TEST_F(BlueZSource, ACallOnAConnectionThatHasEndedFailsAsOthersDo) {
   startDaemon();
-  bluez::CallError problem;
-  const auto connection = bluez::DBusConnection::open(bus_.address(), problem);
-  ASSERT_TRUE(connection) << problem.message;
-  bluez::Adapter1Client adapter(*connection, "/org/bluez/hci0");
+  const auto connection = bluez::DBusConnection::open(bus_.address());
+  ASSERT_TRUE(connection) << connection.error().text;
+  bluez::Adapter1Client adapter(**connection, "/org/bluez/hci0");
   bus_.stop();
-  std::optional<bluez::CallError> failure;
+  std::optional<Error> failure;
   for (int i = 0; i < 3 && !failure; ++i) adapter.startDiscovery([&](auto error) { failure = error; });
   EXPECT_TRUE(failure);
 }
@@ -334,9 +333,9 @@ TEST_F(BlueZSource, DoesNotWaitLongForAStalledBus) {
 
   // What the bus does not take does not hold up the end of a connection.
   bus_.goOn();
-  bluez::CallError problem;
-  auto connection = bluez::DBusConnection::open(bus_.address(), problem);
-  ASSERT_TRUE(connection) << problem.message;
+  auto opened = bluez::DBusConnection::open(bus_.address());
+  ASSERT_TRUE(opened) << opened.error().text;
+  auto connection = *std::move(opened);
   auto adapter = std::make_unique<bluez::Adapter1Client>(*connection, "/org/bluez/hci0");
   bus_.stall();
   for (int i = 0; i < 30'000; ++i) adapter->startDiscovery([](const auto&) {});

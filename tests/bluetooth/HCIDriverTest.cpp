@@ -21,7 +21,6 @@ using support::ScriptedController;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Failure = HCITransport::Failure;
 
 /// A driver on virtual time with a scripted controller, and what it told.
 class HCIDriverTest : public testing::Test {
@@ -410,7 +409,7 @@ TEST_F(HCIDriverTest, KeepsAskingForAScanThatIsRefusedThenResetsTheController) {
 TEST_F(HCIDriverTest, ABrokenLineIsOpenedAgainWithGrowingPauses) {
   startScanning();
   dispatch->advance(120s);
-  controller->refuseConnections({Failure::lost, "busy"}, 1000);
+  controller->refuseConnections({Error::Kind::failed, "busy"}, 1000);
   controller->takeTries();
   const auto broken = dispatch->now();
   controller->breakLine("cable pulled");
@@ -447,19 +446,19 @@ TEST_F(HCIDriverTest, PausesKeepGrowingWhenEachConnectionBreaksAtOnce) {
 
 TEST_F(HCIDriverTest, TellsWhyThereIsNoRadioAndComesBack) {
   const struct {
-    Failure failure;
+    Error::Kind kind;
     CBManagerState state;
     std::chrono::seconds longest;  // until it is noticed that the reason is gone
-  } cases[] = {{Failure::lost, CBManagerState::resetting, 60s},
-               {Failure::busy, CBManagerState::poweredOff, 4s},
-               {Failure::absent, CBManagerState::poweredOff, 4s},
-               {Failure::off, CBManagerState::poweredOff, 4s},
-               {Failure::notPermitted, CBManagerState::unauthorized, 60s},
-               {Failure::unsupported, CBManagerState::unsupported, 60s}};
+  } cases[] = {{Error::Kind::failed, CBManagerState::resetting, 60s},
+               {Error::Kind::busy, CBManagerState::poweredOff, 4s},
+               {Error::Kind::absent, CBManagerState::poweredOff, 4s},
+               {Error::Kind::off, CBManagerState::poweredOff, 4s},
+               {Error::Kind::notPermitted, CBManagerState::unauthorized, 60s},
+               {Error::Kind::unsupported, CBManagerState::unsupported, 60s}};
   for (const auto& one : cases) {
     SCOPED_TRACE(&one - cases);
     controller = std::make_unique<support::ScriptedController>(dispatch, Traits{});
-    controller->refuseConnections({one.failure, "a reason"}, 1'000'000);
+    controller->refuseConnections({one.kind, "a reason"}, 1'000'000);
     states.clear();
     openDriver();
     driver->startScan({});

@@ -36,9 +36,8 @@ class HCITransportTest : public testing::Test {
   }
 
   void open(const std::string& address) {
-    std::string problem;
-    const auto parsed = parseRadioAddress(address, problem);
-    ASSERT_TRUE(parsed) << problem;
+    const auto parsed = parseRadioAddress(address);
+    ASSERT_TRUE(parsed) << parsed.error().text;
     driver = makeHCISource({*parsed, dispatch, nullptr});
     driver->open([this](const AdvertisingReport& report) { heard(report); },
                  [this](const RadioState& state) {
@@ -169,17 +168,16 @@ TEST_F(HCITransportTest, HearsOverASerialLineAndNoticesThatItIsUnplugged) {
 }
 
 TEST_F(HCITransportTest, WithoutAnAdapterItSaysWhy) {
-  std::string problem;
-  const auto adapters = listHCIAdapters(problem);
-  if (!adapters.empty()) GTEST_SKIP() << "this machine has a Bluetooth adapter";
+  const auto adapters = listHCIAdapters();
+  if (adapters && !adapters->empty()) GTEST_SKIP() << "this machine has a Bluetooth adapter";
   open("hci:0");
   ASSERT_TRUE(wait([this] { return !states.empty(); }));
-  if (problem.empty()) {
+  if (adapters) {
     EXPECT_EQ(states[0].state, CBManagerState::poweredOff);
     EXPECT_EQ(states[0].reason, "no adapter hci0; none is plugged in");
   } else {
     EXPECT_EQ(states[0].state, CBManagerState::unsupported);
-    EXPECT_EQ(states[0].reason, problem);
+    EXPECT_EQ(states[0].reason, adapters.error().text);
   }
 }
 
@@ -207,9 +205,8 @@ const AddressCase kAddresses[] = {
 TEST(HCITransportAddressTest, ReadsAndWritesEachForm) {
   for (const auto& row : kAddresses) {
     SCOPED_TRACE(row.text);
-    std::string problem;
-    const auto read = parseRadioAddress(row.text, problem);
-    ASSERT_TRUE(read) << problem;
+    const auto read = parseRadioAddress(row.text);
+    ASSERT_TRUE(read) << read.error().text;
     EXPECT_EQ(*read, row.address);
     EXPECT_EQ(textOf(*read), row.shortest != nullptr ? row.shortest : row.text);
   }
@@ -220,14 +217,14 @@ TEST(HCITransportAddressTest, SaysWhatIsWrongWithOthers) {
        {"", "h4:", "h4:,9600", "h4:/dev/ttyACM0,", "h4:/dev/ttyACM0,fast", "h4:/dev/ttyACM0,0",
         "h4:/dev/ttyACM0,99999999999", "h4:unix:", "hci:", "hci:hci", "hci:-1", "hci:1?both",
         "hci:C0:00:00:00:00", "hci:C0:00:00:00:00:0G", "hci:70000", "HCI:0"}) {
-    std::string problem;
-    EXPECT_FALSE(parseRadioAddress(text, problem)) << text;
-    EXPECT_FALSE(problem.empty()) << text;
+    const auto read = parseRadioAddress(text);
+    ASSERT_FALSE(read) << text;
+    EXPECT_FALSE(read.error().text.empty()) << text;
   }
-  std::string problem;
-  EXPECT_TRUE(parseRadioAddress("h4:unix:" + std::string(107, 'a'), problem));
-  EXPECT_FALSE(parseRadioAddress("h4:unix:" + std::string(108, 'a'), problem));
-  EXPECT_NE(problem.find("107"), std::string::npos) << problem;
+  EXPECT_TRUE(parseRadioAddress("h4:unix:" + std::string(107, 'a')));
+  const auto tooLong = parseRadioAddress("h4:unix:" + std::string(108, 'a'));
+  ASSERT_FALSE(tooLong);
+  EXPECT_NE(tooLong.error().text.find("107"), std::string::npos) << tooLong.error().text;
 }
 
 struct StreamCase {

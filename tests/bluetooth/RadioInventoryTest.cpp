@@ -58,8 +58,8 @@ class Machine {
   RadioProbe probe() const {
     return {.root = root_.path(),
             .listAdapters =
-                [this](std::string& problem) {
-                  problem = kernelProblem;
+                [this]() -> platform::Result<std::vector<HCIAdapter>> {
+                  if (!kernelError.empty()) return Error{.text = kernelError};
                   return adapters;
                 },
             .listBlueZ = [this] { return bluez; }};
@@ -67,7 +67,7 @@ class Machine {
 
   std::vector<HCIAdapter> adapters;
   std::string sandbox = "CapBnd:\t000001ffffffffff\nNoNewPrivs:\t0\n";
-  std::string kernelProblem;
+  std::string kernelError;
   BlueZInventory bluez{Daemon::absent, "bluetoothd is not running", {}};
 
  private:
@@ -184,51 +184,51 @@ TEST(AutomaticRadio, LeavesAnAdapterToTheProgramThatHasItToItself) {
 
 TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
   Machine machine;
-  machine.kernelProblem = "no Bluetooth in this kernel";
+  machine.kernelError = "no Bluetooth in this kernel";
   const auto nothing = sourceFor(machine, "auto");
-  ASSERT_TRUE(nothing.problem);
-  EXPECT_EQ(nothing.problem->kind, RadioProblem::Kind::noRadio);
+  ASSERT_FALSE(nothing);
+  EXPECT_EQ(nothing.error().kind, Error::Kind::absent);
   EXPECT_EQ(
-      nothing.problem->text,
+      nothing.error().text,
       "no radio: looked for adapters of the kernel (no Bluetooth in this kernel) and for bluetoothd on the "
       "system bus (bluetoothd is not running)");
 
   machine.bluez = {Daemon::notPermitted, "rejected", {}};
   for (const char* address : {"auto", "bluez"}) {
     const auto refused = sourceFor(machine, address);
-    ASSERT_TRUE(refused.problem) << address;
-    EXPECT_EQ(refused.problem->kind, RadioProblem::Kind::notPermitted) << address;
-    EXPECT_THAT(refused.problem->text, HasSubstr(kRefusal)) << address;
+    ASSERT_FALSE(refused) << address;
+    EXPECT_EQ(refused.error().kind, Error::Kind::notPermitted) << address;
+    EXPECT_THAT(refused.error().text, HasSubstr(kRefusal)) << address;
   }
 
   // Both reasons, and setcap only where the kernel would heed it.
-  machine.kernelProblem.clear();
+  machine.kernelError.clear();
   machine.adapters = {adapter(0, true)};
   machine.bluez = {Daemon::noBus, "the bus is away", {}};
   for (const char* sandbox : {"NoNewPrivs:\t1\n", "CapBnd:\t0000000000001000\n", ""}) {
     machine.sandbox = sandbox;
     machine.capabilities(kNothing);
     const auto forbidden = sourceFor(machine, "auto");
-    ASSERT_TRUE(forbidden.problem) << sandbox;
-    EXPECT_EQ(forbidden.problem->kind, RadioProblem::Kind::notPermitted) << sandbox;
-    EXPECT_THAT(forbidden.problem->text, HasSubstr("hci0 (00:AA:01:00:00:42) may not be used: " +
+    ASSERT_FALSE(forbidden) << sandbox;
+    EXPECT_EQ(forbidden.error().kind, Error::Kind::notPermitted) << sandbox;
+    EXPECT_THAT(forbidden.error().text, HasSubstr("hci0 (00:AA:01:00:00:42) may not be used: " +
                                                    (*sandbox == 0 ? kSetcap : kSandbox)));
-    EXPECT_THAT(forbidden.problem->text, HasSubstr("(the bus is away)"));
+    EXPECT_THAT(forbidden.error().text, HasSubstr("(the bus is away)"));
   }
   machine.adapters.clear();
 
   machine.bluez = daemonWith(true);
   std::string said;
-  EXPECT_TRUE(sourceFor(machine, "auto", [&](std::string_view line) { said = line; }).source);
+  EXPECT_TRUE(sourceFor(machine, "auto", [&](std::string_view line) { said = line; }));
   EXPECT_THAT(said, HasSubstr("chose hci0 (00:AA:01:00:00:42) through bluetoothd: the kernel shows no"));
   EXPECT_THAT(said, HasSubstr("once in ten seconds"));
 }
 
 TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
-  using Kind = RadioProblem::Kind;
+  using Kind = Error::Kind;
   struct Case {
     std::string address, capabilities;
-    std::optional<Kind> problem;
+    std::optional<Kind> error;
     std::string text;
   };
   Machine machine;
@@ -241,14 +241,14 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
       {"bluez:hci0", kNothing, {}, {}},
       {"bluez:0", kNothing, {}, {}},
       {"bluez:00:aa:01:00:00:42", kNothing, {}, {}},
-      {"bluez:hci1", kNothing, Kind::noRadio, "looked for hci1 at bluetoothd: not there"},
-      {"bluez:", kNothing, Kind::usage, "bluez:hciN"},
-      {"bluez:eth0", kNothing, Kind::usage, "bluez:hciN"},
+      {"bluez:hci1", kNothing, Kind::absent, "looked for hci1 at bluetoothd: not there"},
+      {"bluez:", kNothing, Kind::unsupported, "bluez:hciN"},
+      {"bluez:eth0", kNothing, Kind::unsupported, "bluez:hciN"},
       {"hci:0", kBoth, {}, {}},
       {"hci", kBoth, {}, {}},
       {"hci:00:AA:01:00:00:43?user", kBoth, {}, {}},
       {"hci:0", kNothing, Kind::notPermitted, "hci0 may not be used: " + kSetcap},
-      {"hci:5", kBoth, Kind::noRadio, "looked for hci:5 among the kernel's adapters: not there"},
+      {"hci:5", kBoth, Kind::absent, "looked for hci:5 among the kernel's adapters: not there"},
       // Enough beside somebody else, not for taking over; and the other way round.
       {"hci:0", kRaw, {}, {}},
       {"hci:0?user", kRaw, Kind::notPermitted, {}},
@@ -256,22 +256,21 @@ TEST(RadioSource, IsMadeOrRefusedBeforeAnythingIsOpened) {
       {"hci:0", kAdmin, Kind::notPermitted, {}},
       {"hci:0?user", kAdmin, {}, {}},
       {"hci:1", kAdmin, {}, {}},
-      {"hci:x", kBoth, Kind::usage, {}},
+      {"hci:x", kBoth, Kind::unsupported, {}},
       {"h4:/dev/null", kNothing, {}, {}},  // a device; only opening it would tell more
-      {"h4:" + file, kBoth, Kind::noRadio, "looked for the serial line " + file + ": that is none"},
-      {"h4:unix:" + file, kBoth, Kind::noRadio, "looked for the socket " + file + ": that is none"},
-      {"h4:/nowhere,115200", kBoth, Kind::noRadio, "looked for the serial line /nowhere"},
-      {"capture:file", kBoth, Kind::usage, "names no radio"},
-      {"h4", kBoth, Kind::usage, "names no radio"},
+      {"h4:" + file, kBoth, Kind::absent, "looked for the serial line " + file + ": that is none"},
+      {"h4:unix:" + file, kBoth, Kind::absent, "looked for the socket " + file + ": that is none"},
+      {"h4:/nowhere,115200", kBoth, Kind::absent, "looked for the serial line /nowhere"},
+      {"capture:file", kBoth, Kind::unsupported, "names no radio"},
+      {"h4", kBoth, Kind::unsupported, "names no radio"},
   };
   for (const auto& one : cases) {
     machine.capabilities(one.capabilities);
     const auto result = sourceFor(machine, one.address);
-    EXPECT_EQ(result.source != nullptr, !one.problem) << one.address;
-    ASSERT_EQ(result.problem.has_value(), one.problem.has_value()) << one.address;
-    if (!one.problem) continue;
-    EXPECT_EQ(result.problem->kind, *one.problem) << one.address;
-    EXPECT_THAT(result.problem->text, HasSubstr(one.text)) << one.address;
+    ASSERT_EQ(static_cast<bool>(result), !one.error) << one.address;
+    if (!one.error) continue;
+    EXPECT_EQ(result.error().kind, *one.error) << one.address;
+    EXPECT_THAT(result.error().text, HasSubstr(one.text)) << one.address;
   }
 }
 

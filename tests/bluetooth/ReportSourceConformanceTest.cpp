@@ -91,7 +91,7 @@ void putWatchdog(Air& air) {
 void putNativeRadio(Air& air) {
   putWatchdog(air);
   air.make = [&air, make = air.make](const auto&) {
-    const auto look = [make](const auto& options) { return RadioSourceResult{make(options.queue), {}}; };
+    const auto look = [make](const auto& options) { return RadioSourceResult(make(options.queue)); };
     return makeNativeRadio(air.dispatch, {}, look);
   };
 }
@@ -305,9 +305,7 @@ TEST_P(ReportSource, MayBeClosedWhateverIsUnderWay) {
 TEST(NativeRadio, BeginsNoScanThatWasEndedWhileTheRadioWasOpened) {
   const auto dispatch = VirtualDispatch::make();
   const auto found = std::make_shared<ScriptedReportSource>(dispatch->createQueue("radio"));
-  const auto native = makeNativeRadio(dispatch, {}, [&](const auto&) {
-    return RadioSourceResult{found, {}};
-  });
+  const auto native = makeNativeRadio(dispatch, {}, [&](const auto&) { return RadioSourceResult(found); });
   found->onOpen = [&] { native->stopScan(); };
   native->startScan({});
   native->open([](const auto&) {}, [](const auto&) {});

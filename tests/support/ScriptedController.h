@@ -32,7 +32,7 @@ class ScriptedController {
   /// What is sent from now on arrives in pieces of so many octets; 0 for each packet in one piece.
   void cutInto(std::size_t octets) { piece_ = octets; }
   /// The next connections are refused.
-  void refuseConnections(HCITransport::Closed closed, int count) {
+  void refuseConnections(Error closed, int count) {
     refusal_ = std::move(closed);
     refusals_ = count;
   }
@@ -109,7 +109,7 @@ class ScriptedController {
 
     void broken(std::string reason) {
       controller_.line_ = nullptr;
-      later([reason = std::move(reason)](const Handlers& to) { to.onClosed({Failure::lost, reason}); });
+      later([reason = std::move(reason)](const Handlers& to) { to.onClosed({Error::Kind::failed, reason}); });
     }
 
    private:
@@ -147,7 +147,7 @@ class ScriptedController {
   Transport* line_ = nullptr;
   std::map<uint16_t, int> lost_;
   std::map<uint16_t, std::pair<uint8_t, int>> refused_;
-  HCITransport::Closed refusal_;
+  Error refusal_;
   int refusals_ = 0;
   uint8_t credits_ = 1;
   std::size_t piece_ = 0;

@@ -241,8 +241,8 @@ class Search {
       out_.flush();
     });
     BRLCoreDataManager::Class::setTellWaiting([this](std::string_view line) { printWithTime(line); });
-    if (const auto problem = BRLCoreDataManager::Class::storeProblem())
-      throw Failure(ExitStatus::storeUnusable, problem->text);
+    if (const auto error = BRLCoreDataManager::Class::storeProblem())
+      throw Failure(ExitStatus::storeUnusable, error->text);
   }
 
   void printAside(std::string_view line) {

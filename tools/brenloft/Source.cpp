@@ -75,16 +75,11 @@ Source openDemo(std::string address, SourceEvents events) {
   return source;
 }
 
-Failure failureFor(const platform::RadioProblem& problem) {
-  switch (problem.kind) {
-    case platform::RadioProblem::Kind::noRadio:
-      return {ExitStatus::noRadio, noRadioLine(problem.text)};
-    case platform::RadioProblem::Kind::notPermitted:
-      return {ExitStatus::notPermitted, problem.text};
-    case platform::RadioProblem::Kind::usage:
-      return {ExitStatus::usage, problem.text};
-  }
-  return {ExitStatus::failed, problem.text};
+Failure failureFor(const platform::Error& error) {
+  using Kind = platform::Error::Kind;
+  if (error.kind == Kind::notPermitted) return {ExitStatus::notPermitted, error.text};
+  if (error.kind == Kind::unsupported) return {ExitStatus::usage, error.text};
+  return {ExitStatus::noRadio, noRadioLine(error.text)};
 }
 
 Source openRadio(std::string address, SourceEvents events) {
@@ -92,8 +87,8 @@ Source openRadio(std::string address, SourceEvents events) {
   const platform::RadioSourceOptions options{
       .address = std::move(address), .dispatch = source.loop->dispatch(), .onDiagnostic = events.onMessage};
   auto made = platform::makeRadioSource(options);
-  if (made.problem) throw failureFor(*made.problem);
-  source.reports = std::move(made.source);
+  if (!made) throw failureFor(made.error());
+  source.reports = *std::move(made);
   return source;
 }
 

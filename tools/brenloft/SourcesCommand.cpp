@@ -62,7 +62,7 @@ ExitStatus runSources(const SourcesOptions& options) {
   else
     writeLines(sources, choice.address, out);
   out.finish();
-  if (!inventory.adapterProblem.empty()) printMessage("kernel: " + inventory.adapterProblem);
+  if (inventory.adapterError) printMessage(inventory.adapterError->in("kernel").text);
   printMessage(fmt::format("auto: {}{}{}", choice.address, choice.address.empty() ? "" : ": ", choice.why));
   return ExitStatus::done;
 }

@@ -11,18 +11,17 @@ std::string bluezRefusal(const std::string& problem) {
 
 BlueZInventory listBlueZAdapters(const std::string& busAddress) {
   using Daemon = BlueZInventory::Daemon;
-  bluez::CallError unreachable;
-  const auto connection = bluez::DBusConnection::open(busAddress, unreachable);
-  if (!connection) return {Daemon::noBus, unreachable.message, {}};
+  const auto connection = bluez::DBusConnection::open(busAddress);
+  if (!connection) return {Daemon::noBus, connection.error().text, {}};
 
-  std::optional<bluez::CallError> error;
-  const auto objects = bluez::getManagedObjects(*connection, std::chrono::seconds(5), error);
-  if (error) {
-    if (error->isAccessDenied()) return {Daemon::notPermitted, error->message, {}};
-    return {Daemon::absent, error->isAbsent() ? "bluetoothd is not running" : error->message, {}};
+  const auto objects = bluez::getManagedObjects(**connection, std::chrono::seconds(5));
+  if (!objects) {
+    const auto& [kind, text] = objects.error();
+    if (kind == Error::Kind::notPermitted) return {Daemon::notPermitted, text, {}};
+    return {Daemon::absent, kind == Error::Kind::absent ? "bluetoothd is not running" : text, {}};
   }
   bluez::BlueZAdapters adapters;
-  for (const auto& object : objects) {
+  for (const auto& object : *objects) {
     if (object.adapter) adapters.update(object.path, *object.adapter);
   }
   return {Daemon::present, {}, adapters.list()};

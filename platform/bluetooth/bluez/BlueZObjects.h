@@ -44,14 +44,4 @@ struct Object {
   std::optional<DeviceProperties> device;
 };
 
-/// Why a call failed: the error's D-Bus name and its text.
-struct CallError {
-  std::string name;
-  std::string message;
-
-  bool isAccessDenied() const;
-  /// Nobody on the bus bears the daemon's name.
-  bool isAbsent() const;
-};
-
 }  // namespace platform::bluez

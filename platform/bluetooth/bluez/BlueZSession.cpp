@@ -4,15 +4,13 @@
 
 namespace platform::bluez {
 
-std::unique_ptr<BlueZSession> BlueZSession::open(const std::string& busAddress, Handlers handlers,
-                                                 CallError& problem) {
-  auto connection = DBusConnection::open(busAddress, problem);
-  if (!connection) return nullptr;
+Result<std::unique_ptr<BlueZSession>> BlueZSession::open(const std::string& busAddress, Handlers handlers) {
+  auto connection = DBusConnection::open(busAddress);
+  if (!connection) return connection.error();
   try {
-    return std::unique_ptr<BlueZSession>(new BlueZSession(std::move(connection), handlers));
+    return std::unique_ptr<BlueZSession>(new BlueZSession(*std::move(connection), handlers));
   } catch (const sdbus::Error& error) {
-    problem = connectErrorFrom(error);
-    return nullptr;
+    return connectErrorFrom(error);
   }
 }
 

@@ -21,13 +21,12 @@ class BlueZSession {
     std::function<void(Object)> onAdded;
     std::function<void(Object)> onChanged;
     std::function<void(std::string path, std::vector<std::string> interfaces)> onRemoved;
-    std::function<void(std::string why)> onLost;
+    std::function<void(std::string reason)> onLost;
   };
 
-  /// Empty with `problem` set when the bus cannot be reached. A bus that is there but stalled is waited for,
+  /// Fails when the bus cannot be reached. A bus that is there but stalled is waited for,
   /// up to minutes.
-  static std::unique_ptr<BlueZSession> open(const std::string& busAddress, Handlers handlers,
-                                            CallError& problem);
+  static Result<std::unique_ptr<BlueZSession>> open(const std::string& busAddress, Handlers handlers);
   ~BlueZSession();
 
   BlueZSession(const BlueZSession&) = delete;
@@ -45,7 +44,7 @@ class BlueZSession {
   BlueZSession(std::unique_ptr<DBusConnection> connection, Handlers& handlers);
 
   std::unique_ptr<DBusConnection> connection_;
-  std::function<void(std::string why)> onLost_;
+  std::function<void(std::string reason)> onLost_;
   NameOwnerClient nameOwner_;
   ObjectManagerClient objects_;
   PropertiesClient properties_;

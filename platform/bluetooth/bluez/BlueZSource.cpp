@@ -14,8 +14,6 @@
 namespace platform {
 namespace {
 
-using bluez::CallError;
-
 constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// A daemon that lives answers within a moment; for another one nobody's end is held up longer.
 constexpr std::chrono::milliseconds kFarewell{2000};
@@ -75,27 +73,27 @@ class BlueZSource final : public QueuedSource<> {
                                            .onLost = hop(&BlueZSource::busLost)};
     std::thread([forward = hop(&BlueZSource::connected), busAddress = options_.busAddress,
                  handlers = std::move(handlers)] {
-      CallError problem;
-      std::shared_ptr<bluez::BlueZSession> session = bluez::BlueZSession::open(busAddress, handlers, problem);
-      forward(std::move(session), std::move(problem));
+      auto opened = bluez::BlueZSession::open(busAddress, handlers);
+      using Session = Result<std::shared_ptr<bluez::BlueZSession>>;
+      forward(opened ? Session(*std::move(opened)) : Session(opened.error()));
     }).detach();
   }
 
-  void connected(std::shared_ptr<bluez::BlueZSession> session, const CallError& problem) {
-    session_ = std::move(session);
-    if (session_) {
+  void connected(const Result<std::shared_ptr<bluez::BlueZSession>>& session) {
+    if (session) {
+      session_ = *session;
       session_->run();
       return load();
     }
-    announceIfNew({CBManagerState::unsupported, problem.message});
+    announceIfNew({CBManagerState::unsupported, session.error().text});
     later(pauses_.next(), &BlueZSource::connect);
   }
 
-  void busLost(const std::string& why) {
+  void busLost(const std::string& reason) {
     beginConnection();
     session_.reset();
     forgetDaemon();
-    announceIfNew({CBManagerState::resetting, "the connection to the system bus ended: " + why});
+    announceIfNew({CBManagerState::resetting, "the connection to the system bus ended: " + reason});
     later(pauses_.next(), &BlueZSource::connect);
   }
 
@@ -115,27 +113,27 @@ class BlueZSource final : public QueuedSource<> {
 
   void load() { session_->objects().getManagedObjects(hop(&BlueZSource::loaded)); }
 
-  void loaded(const bluez::ObjectManagerClient::Objects& objects, const std::optional<CallError>& error) {
-    if (error) return loadFailed(*error);
+  void loaded(const Result<bluez::ObjectManagerClient::Objects>& objects) {
+    if (!objects) return loadFailed(objects.error());
     isLoaded_ = true;
     pauses_.reset();
-    for (const auto& object : objects) {
+    for (const auto& object : *objects) {
       if (object.adapter) adapters_.update(object.path, *object.adapter);
       if (object.device) devices_.learn(object.path, *object.device);
     }
     reconcile();
   }
 
-  void loadFailed(const CallError& error) {
-    if (error.isAbsent()) {
+  void loadFailed(const Error& error) {
+    if (error.kind == Error::Kind::absent) {
       announceIfNew(
           {CBManagerState::unsupported, "bluetoothd is not running; 'systemctl start bluetooth' starts it"});
       return;  // its coming is announced
     }
-    if (error.isAccessDenied())
+    if (error.kind == Error::Kind::notPermitted)
       announceIfNew(denied(error));
     else
-      announceIfNew({CBManagerState::resetting, "bluetoothd does not answer: " + error.message});
+      announceIfNew({CBManagerState::resetting, "bluetoothd does not answer: " + error.text});
     later(pauses_.next(), &BlueZSource::reload);
   }
 
@@ -143,8 +141,8 @@ class BlueZSource final : public QueuedSource<> {
     if (session_ && !isLoaded_) load();
   }
 
-  static RadioState denied(const CallError& error) {
-    return {CBManagerState::unauthorized, bluezRefusal(error.message)};
+  static RadioState denied(const Error& error) {
+    return {CBManagerState::unauthorized, bluezRefusal(error.text)};
   }
 
   // --- objects
@@ -228,14 +226,14 @@ class BlueZSource final : public QueuedSource<> {
   }
 
   /// A reply counts only for the attempt that asked for it.
-  auto inAttempt(void (BlueZSource::*next)(const std::optional<CallError>&)) {
-    return [forward = hop(&BlueZSource::replied), attempt = attempt_, next](std::optional<CallError> error) {
+  auto inAttempt(void (BlueZSource::*next)(const std::optional<Error>&)) {
+    return [forward = hop(&BlueZSource::replied), attempt = attempt_, next](std::optional<Error> error) {
       forward(attempt, next, std::move(error));
     };
   }
 
-  using Next = void (BlueZSource::*)(const std::optional<CallError>&);
-  void replied(uint64_t attempt, Next next, const std::optional<CallError>& error) {
+  using Next = void (BlueZSource::*)(const std::optional<Error>&);
+  void replied(uint64_t attempt, Next next, const std::optional<Error>& error) {
     if (attempt == attempt_) (this->*next)(error);
   }
 
@@ -245,13 +243,13 @@ class BlueZSource final : public QueuedSource<> {
     session_->adapter(adapter_).setDiscoveryFilter(*wanted_, inAttempt(&BlueZSource::filterSet));
   }
 
-  void filterSet(const std::optional<CallError>& error) {
+  void filterSet(const std::optional<Error>& error) {
     if (error) return discoveryFailed(*error);
     if (isDiscovering_) return discoveryStarted({});
     session_->adapter(adapter_).startDiscovery(inAttempt(&BlueZSource::discoveryStarted));
   }
 
-  void discoveryStarted(const std::optional<CallError>& error) {
+  void discoveryStarted(const std::optional<Error>& error) {
     if (error) return discoveryFailed(*error);
     scan_ = Scan::running;
     isDiscovering_ = true;
@@ -262,21 +260,21 @@ class BlueZSource final : public QueuedSource<> {
 
   void stopDiscovery() {
     isDiscovering_ = false;
-    session_->adapter(adapter_).stopDiscovery([](const std::optional<CallError>&) {});
+    session_->adapter(adapter_).stopDiscovery([](const std::optional<Error>&) {});
   }
 
-  void discoveryFailed(const CallError& error) {
+  void discoveryFailed(const Error& error) {
     // The daemon still holds an earlier request of ours, is busy with somebody's connection, or was killed
     // and finds the controller scanning for the one before it, ten seconds at most.
-    const bool isBusy = error.name == "org.bluez.Error.InProgress";
+    const bool isBusy = error.kind == Error::Kind::busy;
     if (isBusy) stopDiscovery();
     scan_ = Scan::pausing;
     const dispatch_time_t pause = isBusy ? options_.firstPause : pauses_.next();
-    if (error.isAccessDenied())
+    if (error.kind == Error::Kind::notPermitted)
       announceIfNew(denied(error));
     else
       announceIfNew({CBManagerState::poweredOn,
-                     "bluetoothd did not start the scan (" + error.message + "); trying again"});
+                     "bluetoothd did not start the scan (" + error.text + "); trying again"});
     later(pause, &BlueZSource::retry, attempt_);
   }
 

@@ -27,8 +27,8 @@ std::string signalRule(const std::string& sender, const std::string& interface, 
   return "type='signal',sender='" + sender + "',interface='" + interface + "',member='" + member + "'";
 }
 
-std::optional<CallError> optionalError(const sdbus::Error* error) {
-  return error == nullptr ? std::nullopt : std::optional(callErrorFrom(*error));
+std::optional<Error> optionalError(const sdbus::Error* error) {
+  return error == nullptr ? std::nullopt : std::optional(errorFrom(*error));
 }
 
 /// A connection that has ended throws instead of answering.
@@ -37,7 +37,7 @@ void attempt(const Call& call, const Fail& fail) {
   try {
     call();
   } catch (const sdbus::Error& error) {
-    fail(callErrorFrom(error));
+    fail(errorFrom(error));
   }
 }
 
@@ -82,16 +82,17 @@ ObjectManagerClient::ObjectManagerClient(DBusConnection& connection, Handlers ha
 
 ObjectManagerClient::~ObjectManagerClient() = default;
 
-void ObjectManagerClient::getManagedObjects(std::function<void(Objects, std::optional<CallError>)> onReply) {
+void ObjectManagerClient::getManagedObjects(std::function<void(Result<Objects>)> onReply) {
   const auto ask = [&] {
     proxy_->callMethodAsync("GetManagedObjects")
         .onInterface(kObjectManager)
         .withTimeout(kCallTimeout)
         .uponReplyInvoke([onReply](const sdbus::Error* error, const ManagedObjects& managed) {
-          onReply(objectsFrom(managed), optionalError(error));
+          if (error != nullptr) return onReply(errorFrom(*error));
+          onReply(objectsFrom(managed));
         });
   };
-  attempt(ask, [&](const CallError& error) { onReply({}, error); });
+  attempt(ask, onReply);
 }
 
 PropertiesClient::PropertiesClient(DBusConnection& connection, std::function<void(Object)> onChanged)
@@ -129,7 +130,7 @@ void Adapter1Client::stopDiscovery(std::chrono::milliseconds timeout) {
   const auto ask = [&] {
     proxy_->callMethod("StopDiscovery").onInterface(kAdapterInterface).withTimeout(timeout);
   };
-  attempt(ask, [](const CallError&) {});  // the end of the connection tells the daemon, too
+  attempt(ask, [](const Error&) {});  // the end of the connection tells the daemon, too
 }
 
 template <class... Arguments>
@@ -144,8 +145,8 @@ void Adapter1Client::call(const std::string& method, Reply onReply, const Argume
   attempt(ask, onReply);
 }
 
-ObjectManagerClient::Objects getManagedObjects(DBusConnection& connection, std::chrono::seconds timeout,
-                                               std::optional<CallError>& error) {
+Result<ObjectManagerClient::Objects> getManagedObjects(DBusConnection& connection,
+                                                       std::chrono::seconds timeout) {
   try {
     ManagedObjects managed;
     sdbus::createProxy(connection.bus(), kService, "/")
@@ -155,8 +156,7 @@ ObjectManagerClient::Objects getManagedObjects(DBusConnection& connection, std::
         .storeResultsTo(managed);
     return objectsFrom(managed);
   } catch (const sdbus::Error& failure) {
-    error = callErrorFrom(failure);
-    return {};
+    return errorFrom(failure);
   }
 }
 

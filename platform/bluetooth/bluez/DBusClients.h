@@ -45,7 +45,7 @@ class ObjectManagerClient {
   ObjectManagerClient(DBusConnection& connection, Handlers handlers);
   ~ObjectManagerClient();
 
-  void getManagedObjects(std::function<void(Objects, std::optional<CallError>)> onReply);
+  void getManagedObjects(std::function<void(Result<Objects>)> onReply);
 
  private:
   std::unique_ptr<sdbus::IProxy> proxy_;
@@ -65,7 +65,7 @@ class PropertiesClient {
 /// org.bluez.Adapter1 of one adapter.
 class Adapter1Client {
  public:
-  using Reply = std::function<void(std::optional<CallError>)>;
+  using Reply = std::function<void(std::optional<Error>)>;
 
   Adapter1Client(DBusConnection& connection, const std::string& path);
   ~Adapter1Client();
@@ -85,7 +85,7 @@ class Adapter1Client {
 };
 
 /// The same question with the answer as return value, for a connection that nobody runs.
-ObjectManagerClient::Objects getManagedObjects(DBusConnection& connection, std::chrono::seconds timeout,
-                                               std::optional<CallError>& error);
+Result<ObjectManagerClient::Objects> getManagedObjects(DBusConnection& connection,
+                                                       std::chrono::seconds timeout);
 
 }  // namespace platform::bluez

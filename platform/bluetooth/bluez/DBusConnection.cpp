@@ -19,14 +19,13 @@ constexpr int kLongestPoll = 200;  // milliseconds
 
 }  // namespace
 
-std::unique_ptr<DBusConnection> DBusConnection::open(const std::string& busAddress, CallError& problem) {
+Result<std::unique_ptr<DBusConnection>> DBusConnection::open(const std::string& busAddress) {
   try {
     auto bus = busAddress.empty() ? sdbus::createSystemBusConnection()
                                   : sdbus::createSessionBusConnectionWithAddress(busAddress);
     return std::unique_ptr<DBusConnection>(new DBusConnection(std::move(bus)));
   } catch (const sdbus::Error& error) {
-    problem = connectErrorFrom(error);
-    return nullptr;
+    return connectErrorFrom(error);
   }
 }
 
@@ -49,18 +48,18 @@ void DBusConnection::endSocket() {
   }
 }
 
-void DBusConnection::run(std::function<void(const std::string& why)> onLost) {
+void DBusConnection::run(std::function<void(const std::string& reason)> onLost) {
   thread_ = std::thread([this, onLost = std::move(onLost)] { readUntilStopped(onLost); });
 }
 
-void DBusConnection::readUntilStopped(const std::function<void(const std::string& why)>& onLost) {
-  std::string why = "the connection ended";
+void DBusConnection::readUntilStopped(const std::function<void(const std::string& reason)>& onLost) {
+  std::string reason = "the connection ended";
   try {
     while (!isStopping_) readOnce();
   } catch (const std::exception& error) {
-    why = error.what();
+    reason = error.what();
   }
-  if (!isStopping_) onLost(why);
+  if (!isStopping_) onLost(reason);
 }
 
 void DBusConnection::readOnce() {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/bluetooth/bluez/BlueZObjects.h"
+#include "platform/foundation/Error.h"
 
 namespace sdbus {
 class IConnection;
@@ -18,9 +19,9 @@ namespace platform::bluez {
 /// that thread; they must hop away and not destroy the connection.
 class DBusConnection {
  public:
-  /// An empty address means the system bus (as DBUS_SYSTEM_BUS_ADDRESS names it). Empty with `problem` set
-  /// when the bus cannot be reached.
-  static std::unique_ptr<DBusConnection> open(const std::string& busAddress, CallError& problem);
+  /// An empty address means the system bus (as DBUS_SYSTEM_BUS_ADDRESS names it). Fails when the
+  /// bus cannot be reached.
+  static Result<std::unique_ptr<DBusConnection>> open(const std::string& busAddress);
   ~DBusConnection();
 
   DBusConnection(const DBusConnection&) = delete;
@@ -28,7 +29,7 @@ class DBusConnection {
 
   /// Starts the thread, once the clients have said what they want to hear. `onLost` tells, on the thread,
   /// that the bus ended the connection.
-  void run(std::function<void(const std::string& why)> onLost);
+  void run(std::function<void(const std::string& reason)> onLost);
   /// Ends the thread; no handler is called once this has returned.
   void stop();
 
@@ -36,7 +37,7 @@ class DBusConnection {
 
  private:
   explicit DBusConnection(std::unique_ptr<sdbus::IConnection> bus);
-  void readUntilStopped(const std::function<void(const std::string& why)>& onLost);
+  void readUntilStopped(const std::function<void(const std::string& reason)>& onLost);
   void readOnce();
   void endSocket();
 

@@ -35,18 +35,18 @@ std::optional<std::map<Key, Data>> octetsByKey(const PropertyMap& properties, co
   return result;
 }
 
+Error::Kind kindOf(std::string_view name) {
+  if (name == "org.freedesktop.DBus.Error.AccessDenied" || name == "org.bluez.Error.NotAuthorized" ||
+      name == "org.bluez.Error.NotPermitted")
+    return Error::Kind::notPermitted;
+  if (name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
+      name == "org.freedesktop.DBus.Error.NameHasNoOwner" ||
+      name.starts_with("org.freedesktop.DBus.Error.Spawn"))
+    return Error::Kind::absent;
+  return name == "org.bluez.Error.InProgress" ? Error::Kind::busy : Error::Kind::failed;
+}
+
 }  // namespace
-
-bool CallError::isAccessDenied() const {
-  return name == "org.freedesktop.DBus.Error.AccessDenied" || name == "org.bluez.Error.NotAuthorized" ||
-         name == "org.bluez.Error.NotPermitted";
-}
-
-bool CallError::isAbsent() const {
-  return name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
-         name == "org.freedesktop.DBus.Error.NameHasNoOwner" ||
-         name.starts_with("org.freedesktop.DBus.Error.Spawn");
-}
 
 AdapterProperties adapterProperties(const PropertyMap& properties) {
   return {.address = valueOf<std::string>(properties, "Address"),
@@ -75,22 +75,19 @@ Object objectFrom(const std::string& path, const InterfaceMap& interfaces) {
   return object;
 }
 
-CallError callErrorFrom(const sdbus::Error& error) {
-  return {error.getName(), error.getMessage()};
+Error errorFrom(const sdbus::Error& error) {
+  return {kindOf(error.getName()), error.getMessage()};
 }
 
-CallError connectErrorFrom(const sdbus::Error& error) {
-  CallError problem = callErrorFrom(error);
+Error connectErrorFrom(const sdbus::Error& error) {
   constexpr std::string_view kHungUp[] = {"System.Error.ENOTCONN", "System.Error.ECONNRESET",
                                           "System.Error.EPIPE", "org.freedesktop.DBus.Error.Disconnected"};
-  if (std::ranges::find(kHungUp, problem.name) == std::end(kHungUp)) {
-    problem.message = "the system bus cannot be reached: " + problem.message;
-  } else {
-    problem.message = "the system bus hung up on user " + std::to_string(::geteuid()) +
-                      ", as it does when it knows no such user, a DynamicUser= for instance; a service then "
-                      "needs 'User=' with one of the system's";
-  }
-  return problem;
+  if (std::ranges::find(kHungUp, error.getName()) == std::end(kHungUp))
+    return errorFrom(error).in("the system bus cannot be reached");
+  return {Error::Kind::failed,
+          "the system bus hung up on user " + std::to_string(::geteuid()) +
+              ", as it does when it knows no such user, a DynamicUser= for instance; a service then needs "
+              "'User=' with one of the system's"};
 }
 
 }  // namespace platform::bluez

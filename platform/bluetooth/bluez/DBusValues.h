@@ -9,6 +9,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include "platform/bluetooth/bluez/BlueZObjects.h"
+#include "platform/foundation/Error.h"
 
 namespace platform::bluez {
 
@@ -19,8 +20,9 @@ using InterfaceMap = std::map<std::string, PropertyMap>;
 AdapterProperties adapterProperties(const PropertyMap& properties);
 DeviceProperties deviceProperties(const PropertyMap& properties);
 Object objectFrom(const std::string& path, const InterfaceMap& interfaces);
-CallError callErrorFrom(const sdbus::Error& error);
-/// The same of a bus that could not be connected to; its message is a reason for people.
-CallError connectErrorFrom(const sdbus::Error& error);
+/// Busy: another client holds what was asked for. Absent: nobody on the bus bears the daemon's name.
+Error errorFrom(const sdbus::Error& error);
+/// The same of a bus that could not be connected to.
+Error connectErrorFrom(const sdbus::Error& error);
 
 }  // namespace platform::bluez

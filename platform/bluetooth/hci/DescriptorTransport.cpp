@@ -32,28 +32,28 @@ ssize_t writeQuietly(int descriptor, DataView octets) {
   return ::write(descriptor, octets.data(), octets.size());
 }
 
-HCITransport::Failure failureOf(int error) {
+Error::Kind kindOf(int error) {
   switch (error) {
     case EPERM:
     case EACCES:
-      return HCITransport::Failure::notPermitted;
+      return Error::Kind::notPermitted;
     case ENETDOWN:
     case ERFKILL:
-      return HCITransport::Failure::off;
+      return Error::Kind::off;
     case ENOENT:
     case ENODEV:
     case ENXIO:
     case ECONNREFUSED:
-      return HCITransport::Failure::absent;
+      return Error::Kind::absent;
     case EAFNOSUPPORT:
     case EPROTONOSUPPORT:
     case ENOTTY:  // the rest: what was named is no line at all
     case ENOTSOCK:
     case EPROTOTYPE:
     case ENAMETOOLONG:
-      return HCITransport::Failure::unsupported;
+      return Error::Kind::unsupported;
     default:
-      return HCITransport::Failure::lost;
+      return Error::Kind::failed;
   }
 }
 
@@ -63,8 +63,8 @@ void FileDescriptor::reset() {
   if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
 }
 
-HCITransport::Closed closedByError(int error, const std::string& what) {
-  return {failureOf(error), what + ": " + std::generic_category().message(error)};
+Error errorOf(int error, const std::string& what) {
+  return {kindOf(error), what + ": " + std::generic_category().message(error)};
 }
 
 DescriptorTransport::DescriptorTransport(Opener opener)
@@ -120,27 +120,27 @@ void DescriptorTransport::run() {
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, nullptr);  // signals are the application's threads' business
   auto opened = opener_();
-  std::optional<Closed> closed;
-  if (auto* line = std::get_if<Line>(&opened)) {
-    line_ = std::move(*line);
+  std::optional<Error> closed;
+  if (opened) {
+    line_ = *std::move(opened);
     handlers_.onOpened(line_.opened);
     closed = serve();
     line_.descriptor.reset();
   } else {
-    closed = std::get<Closed>(std::move(opened));
+    closed = opened.error();
   }
   if (closed) handlers_.onClosed(*closed);
 }
 
 /// Until the line breaks, which it returns, or `close` is called.
-std::optional<HCITransport::Closed> DescriptorTransport::serve() {
+std::optional<Error> DescriptorTransport::serve() {
   while (true) {
     const auto wanted = static_cast<short>((mayRead() ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
     std::array<pollfd, 2> polled{
         {{wanted != 0 ? line_.descriptor.get() : -1, wanted, 0}, {wakeUp_.get(), POLLIN, 0}}};
     const int rc =
         ::poll(polled.data(), polled.size(), line_.check ? static_cast<int>(kCheckInterval.count()) : -1);
-    if (rc < 0 && errno != EINTR) return closedByError(errno, line_.opened.description);
+    if (rc < 0 && errno != EINTR) return errorOf(errno, line_.opened.description);
     if (polled[1].revents != 0) {
       uint64_t count = 0;
       (void)!::read(wakeUp_.get(), &count, sizeof count);
@@ -169,30 +169,31 @@ bool DescriptorTransport::hasToWrite() {
   return !outgoing_.empty();
 }
 
-std::optional<HCITransport::Closed> DescriptorTransport::readOnce() {
+std::optional<Error> DescriptorTransport::readOnce() {
   return line_.keepsPackets ? readPackets() : readStream();
 }
 
-std::optional<HCITransport::Closed> DescriptorTransport::readStream() {
+std::optional<Error> DescriptorTransport::readStream() {
   const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), buffer_.size());
   if (count > 0) {
     deliver(toData(DataView(buffer_).first(static_cast<std::size_t>(count))));
     return std::nullopt;
   }
-  if (count == 0) return Closed{Failure::lost, line_.opened.description + ": the other side closed the line"};
+  if (count == 0)
+    return Error{Error::Kind::failed, line_.opened.description + ": the other side closed the line"};
   if (isTransient(errno)) return std::nullopt;
-  return closedByError(errno, line_.opened.description);
+  return errorOf(errno, line_.opened.description);
 }
 
 /// Collects the packets that are there; a packet whose length is wrong would upset those behind it.
-std::optional<HCITransport::Closed> DescriptorTransport::readPackets() {
+std::optional<Error> DescriptorTransport::readPackets() {
   Data collected;
-  std::optional<Closed> closed;
+  std::optional<Error> closed;
   while (collected.size() + kLargestPacket <= kChunk) {
     const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), kLargestPacket);
     if (count <= 0) {
-      if (count == 0) closed = Closed{Failure::lost, line_.opened.description + ": end of stream"};
-      if (count < 0 && !isTransient(errno)) closed = closedByError(errno, line_.opened.description);
+      if (count == 0) closed = Error{Error::Kind::failed, line_.opened.description + ": end of stream"};
+      if (count < 0 && !isTransient(errno)) closed = errorOf(errno, line_.opened.description);
       break;
     }
     const auto packet = DataView(buffer_).first(static_cast<std::size_t>(count));
@@ -214,7 +215,7 @@ void DescriptorTransport::deliver(Data octets) {
   handlers_.onOctets(std::move(octets));
 }
 
-std::optional<HCITransport::Closed> DescriptorTransport::writeWaiting() {
+std::optional<Error> DescriptorTransport::writeWaiting() {
   while (true) {
     Data packet;
     {
@@ -224,7 +225,7 @@ std::optional<HCITransport::Closed> DescriptorTransport::writeWaiting() {
       outgoing_.pop_front();
     }
     const ssize_t count = writeQuietly(line_.descriptor.get(), packet);
-    if (count < 0 && !isTransient(errno)) return closedByError(errno, line_.opened.description);
+    if (count < 0 && !isTransient(errno)) return errorOf(errno, line_.opened.description);
     const std::size_t done = count < 0 ? 0 : static_cast<std::size_t>(count);
     if (done == packet.size()) continue;
     packet.erase(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(done));

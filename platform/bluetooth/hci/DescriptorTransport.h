@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <variant>
 
 #include "platform/bluetooth/hci/FileDescriptor.h"
 #include "platform/bluetooth/hci/HCITransport.h"
@@ -27,9 +26,9 @@ class DescriptorTransport : public HCITransport {
     bool keepsPackets = false;  ///< one read is one packet
     /// For what no read would tell: asked in silence, and when the line broke, with how it did. Returns why
     /// the line is good no more, or nothing. Empty when the line itself tells all.
-    std::function<std::optional<Closed>(std::optional<Closed> broken)> check;
+    std::function<std::optional<Error>(std::optional<Error> broken)> check;
   };
-  using Opener = std::function<std::variant<Line, Closed>()>;
+  using Opener = std::function<Result<Line>()>;
 
   /// `open` is called on the transport's thread.
   explicit DescriptorTransport(Opener opener);
@@ -43,11 +42,11 @@ class DescriptorTransport : public HCITransport {
  private:
   void stop();
   void run();
-  std::optional<Closed> serve();
-  std::optional<Closed> readOnce();
-  std::optional<Closed> readPackets();
-  std::optional<Closed> readStream();
-  std::optional<Closed> writeWaiting();
+  std::optional<Error> serve();
+  std::optional<Error> readOnce();
+  std::optional<Error> readPackets();
+  std::optional<Error> readStream();
+  std::optional<Error> writeWaiting();
   bool mayRead();
   bool hasToWrite();
   bool isStopping();
@@ -68,6 +67,6 @@ class DescriptorTransport : public HCITransport {
 };
 
 /// What an error number says about a line named `what`.
-HCITransport::Closed closedByError(int error, const std::string& what);
+Error errorOf(int error, const std::string& what);
 
 }  // namespace platform::hci

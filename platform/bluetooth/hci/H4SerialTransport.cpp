@@ -28,12 +28,12 @@ bool makeRaw(int descriptor, unsigned baud) {
   return ::ioctl(descriptor, TCSETS2, &settings) == 0;
 }
 
-std::variant<DescriptorTransport::Line, HCITransport::Closed> openSerial(const H4SerialAddress& address) {
+Result<DescriptorTransport::Line> openSerial(const H4SerialAddress& address) {
   FileDescriptor descriptor(::open(address.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-  if (!descriptor) return closedByError(errno, address.device);
+  if (!descriptor) return errorOf(errno, address.device);
   // Two readers would each get a part of the octets.
   if (::ioctl(descriptor.get(), TIOCEXCL) != 0 || !makeRaw(descriptor.get(), address.baud)) {
-    return closedByError(errno, address.device);
+    return errorOf(errno, address.device);
   }
   ::ioctl(descriptor.get(), TCFLSH, TCIOFLUSH);
   return DescriptorTransport::Line{std::move(descriptor), {address.device, false}, false, {}};

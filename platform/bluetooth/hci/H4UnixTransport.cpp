@@ -11,15 +11,15 @@
 namespace platform::hci {
 namespace {
 
-std::variant<DescriptorTransport::Line, HCITransport::Closed> openUnix(const H4UnixAddress& address) {
+Result<DescriptorTransport::Line> openUnix(const H4UnixAddress& address) {
   sockaddr_un name{};
   name.sun_family = AF_UNIX;
-  if (address.path.size() >= sizeof name.sun_path) return closedByError(ENAMETOOLONG, address.path);
+  if (address.path.size() >= sizeof name.sun_path) return errorOf(ENAMETOOLONG, address.path);
   std::copy(address.path.begin(), address.path.end(), std::begin(name.sun_path));
   FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!descriptor) return closedByError(errno, address.path);
+  if (!descriptor) return errorOf(errno, address.path);
   if (::connect(descriptor.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0) {
-    return closedByError(errno, address.path);
+    return errorOf(errno, address.path);
   }
   return DescriptorTransport::Line{std::move(descriptor), {address.path, false}, false, {}};
 }

@@ -54,14 +54,11 @@ bool isTaken(int index) {
 
 }  // namespace
 
-std::vector<HCIAdapter> listHCIAdapters(std::string& problem) {
-  problem.clear();
+Result<std::vector<HCIAdapter>> listHCIAdapters() {
   const auto socket = hci::openHCISocket();
   hci::HCIDeviceList list;
-  if (!socket || ::ioctl(socket.get(), hci::kGetDeviceList, &list) != 0) {
-    problem = noSocketText(errno);
-    return {};
-  }
+  if (!socket || ::ioctl(socket.get(), hci::kGetDeviceList, &list) != 0)
+    return Error{Error::Kind::unsupported, noSocketText(errno)};
   std::vector<HCIAdapter> adapters;
   for (const auto& entry :
        std::span(list.entries).first(std::min<std::size_t>(list.count, hci::kMostAdapters))) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/bluetooth/hci/RadioAddress.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -23,9 +24,9 @@ struct HCIAdapter {
   std::string title() const { return name() + " (" + address.text() + ")"; }
 };
 
-/// The adapters in the order of their numbers. Needs no privilege. When the kernel cannot be asked, `problem`
-/// says why and the list is empty; it is empty without a problem when no adapter is plugged in.
-std::vector<HCIAdapter> listHCIAdapters(std::string& problem);
+/// The adapters in the order of their numbers. Needs no privilege. Fails when the kernel cannot be asked;
+/// the list is empty when no adapter is plugged in.
+Result<std::vector<HCIAdapter>> listHCIAdapters();
 
 /// The one that the address names; null when it is not among them.
 const HCIAdapter* findHCIAdapter(const std::vector<HCIAdapter>& adapters, const HCIAdapterAddress& address);

@@ -32,7 +32,7 @@ void HCIDriverCore::takePacket(DataView packet) {
     case event::kLEMeta:
       return takeAdvertisingEvent(packet);
     case event::kHardwareError:
-      return fail(HCITransport::Failure::lost, "the controller reported a hardware error");
+      return fail({Error::Kind::failed, "the controller reported a hardware error"});
     default:
       return;
   }

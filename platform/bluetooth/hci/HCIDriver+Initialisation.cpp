@@ -5,7 +5,7 @@
 namespace platform::hci {
 namespace {
 
-using Result = HCICommandQueue::Result;
+using Answer = HCICommandQueue::Result;
 
 constexpr unsigned kLESupportedByController = 1U << 6U;  // in octet 4 of the features
 
@@ -24,21 +24,21 @@ Data noParameters(const HCIFeatures&) {
   return {};
 }
 
-void takeNothing(HCIFeatures&, const Result&) {}
+void takeNothing(HCIFeatures&, const Answer&) {}
 
-void takeVersion(HCIFeatures& features, const Result& result) {
+void takeVersion(HCIFeatures& features, const Answer& result) {
   if (result.isGood()) features.version = octetAt(result.returned, 0);
 }
 
-void takeCommands(HCIFeatures& features, const Result& result) {
+void takeCommands(HCIFeatures& features, const Answer& result) {
   if (result.isGood()) features.setCommands(result.returned);
 }
 
-void takeFeatures(HCIFeatures& features, const Result& result) {
+void takeFeatures(HCIFeatures& features, const Answer& result) {
   if (result.isGood()) features.hasLE = (octetAt(result.returned, 4) & kLESupportedByController) != 0;
 }
 
-void takeLEFeatures(HCIFeatures& features, const Result& result) {
+void takeLEFeatures(HCIFeatures& features, const Answer& result) {
   if (result.isGood()) features.leFeatures = uint64At(result.returned, 0);
   if (result.status == status::kUnknownCommand) features.hasLE = false;
 }
@@ -50,7 +50,7 @@ struct Step {
   bool needsLE;     ///< a controller without LE is not asked
   std::size_t minimumReturned;
   Data (*parameters)(const HCIFeatures&);
-  void (*take)(HCIFeatures&, const Result&);
+  void (*take)(HCIFeatures&, const Answer&);
 };
 
 constexpr Step kSteps[] = {
@@ -83,15 +83,15 @@ void HCIDriverCore::initialiseFrom(std::size_t step) {
   while (step < std::size(kSteps) && !isNeeded(kSteps[step])) ++step;
   if (step == std::size(kSteps)) return becomeReady();
   const Step& next = kSteps[step];
-  commands_.send({next.opcode, next.parameters(features_), next.minimumReturned}, [this, step, &next](
-                                                                                      const Result& result) {
-    if (!result.isGood() && next.isRequired) {
-      return fail(HCITransport::Failure::lost, "the controller refused " + textOfOpcode(next.opcode) +
-                                                   " with " + textOfStatus(result.status));
-    }
-    next.take(features_, result);
-    initialiseFrom(step + 1);
-  });
+  commands_.send({next.opcode, next.parameters(features_), next.minimumReturned},
+                 [this, step, &next](const Answer& result) {
+                   if (!result.isGood() && next.isRequired) {
+                     return fail({Error::Kind::failed, "the controller refused " + textOfOpcode(next.opcode) +
+                                                           " with " + textOfStatus(result.status)});
+                   }
+                   next.take(features_, result);
+                   initialiseFrom(step + 1);
+                 });
 }
 
 void HCIDriverCore::becomeReady() {

@@ -7,7 +7,7 @@ namespace platform::hci {
 namespace {
 
 using Command = HCICommandQueue::Command;
-using Result = HCICommandQueue::Result;
+using Answer = HCICommandQueue::Result;
 using std::chrono::seconds;
 
 // Window equal to interval, so that the radio always listens: 30 ms, in units of 0.625 ms. That can be kept
@@ -72,12 +72,12 @@ void HCIDriverCore::beginScan(bool disableFirst) {
 void HCIDriverCore::tryPlan() {
   if (planIndex_ == plans_.size()) return scanRefused();
   if (!plan().disableFirst) return sendScanParameters();
-  commands_.send(enableCommand(plan().isExtended, false), [this](const Result&) { sendScanParameters(); });
+  commands_.send(enableCommand(plan().isExtended, false), [this](const Answer&) { sendScanParameters(); });
 }
 
 void HCIDriverCore::sendScanParameters() {
   const Command command = parametersCommand(plan().isExtended);
-  commands_.send(command, [this, command](const Result& result) {
+  commands_.send(command, [this, command](const Answer& result) {
     if (!result.isGood()) return nextPlan(command, result);
     sendScanEnable();
   });
@@ -85,13 +85,13 @@ void HCIDriverCore::sendScanParameters() {
 
 void HCIDriverCore::sendScanEnable() {
   const Command command = enableCommand(plan().isExtended, true);
-  commands_.send(command, [this, command](const Result& result) {
+  commands_.send(command, [this, command](const Answer& result) {
     if (!result.isGood()) return nextPlan(command, result);
     scanAgreed();
   });
 }
 
-void HCIDriverCore::nextPlan(const Command& refused, const Result& result) {
+void HCIDriverCore::nextPlan(const Command& refused, const Answer& result) {
   refusal_ =
       "the controller refused " + textOfOpcode(refused.opcode) + " with " + textOfStatus(result.status);
   ++planIndex_;
@@ -104,7 +104,7 @@ void HCIDriverCore::scanRefused() {
   if (!wantScan_) return;
   if (++refusals_ >= kRefusalsBeforeReset && !connectionTraits_.isShared) {
     endRefusals();
-    return fail(HCITransport::Failure::lost, refusal_);
+    return fail({Error::Kind::failed, refusal_});
   }
   const auto pause = std::chrono::duration_cast<seconds>(refusalPauses_.next());
   diagnostics_.log(refusal_ + "; next try in " + std::to_string(pause.count()) + " s");
@@ -127,7 +127,7 @@ void HCIDriverCore::scanAgreed() {
 
 void HCIDriverCore::endScan() {
   scan_ = Scan::stopping;
-  commands_.send(enableCommand(plan().isExtended, false), [this](const Result&) {
+  commands_.send(enableCommand(plan().isExtended, false), [this](const Answer&) {
     scan_ = Scan::off;
     reconcileScan();
   });

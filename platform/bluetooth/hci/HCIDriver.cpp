@@ -25,25 +25,24 @@ constexpr dispatch_time_t kLongestWait = seconds(4);
 // A connection that held for so long was a good one: the pauses start again with the shortest.
 constexpr dispatch_time_t kGoodConnection = seconds(60);
 
-CBManagerState stateOf(HCITransport::Failure failure) {
-  switch (failure) {
-    case HCITransport::Failure::lost:
+CBManagerState stateOf(Error::Kind kind) {
+  switch (kind) {
+    case Error::Kind::failed:
       return CBManagerState::resetting;
-    case HCITransport::Failure::busy:
-    case HCITransport::Failure::absent:
-    case HCITransport::Failure::off:
+    case Error::Kind::busy:
+    case Error::Kind::absent:
+    case Error::Kind::off:
       return CBManagerState::poweredOff;
-    case HCITransport::Failure::notPermitted:
+    case Error::Kind::notPermitted:
       return CBManagerState::unauthorized;
-    case HCITransport::Failure::unsupported:
+    case Error::Kind::unsupported:
       break;
   }
   return CBManagerState::unsupported;
 }
 
-bool isWaitingForAdapter(HCITransport::Failure failure) {
-  return failure == HCITransport::Failure::busy || failure == HCITransport::Failure::absent ||
-         failure == HCITransport::Failure::off;
+bool isWaitingForAdapter(Error::Kind kind) {
+  return kind == Error::Kind::busy || kind == Error::Kind::absent || kind == Error::Kind::off;
 }
 
 }  // namespace
@@ -68,8 +67,7 @@ HCIDriverCore::HCIDriverCore(HCIDriverOptions options)
                      },
                  .onDead =
                      [this](uint16_t opcode) {
-                       fail(HCITransport::Failure::lost,
-                            "the controller does not answer " + textOfOpcode(opcode));
+                       fail({Error::Kind::failed, "the controller does not answer " + textOfOpcode(opcode)});
                      }}) {}
 
 void HCIDriverCore::didOpen() {
@@ -129,11 +127,10 @@ void HCIDriverCore::connect() {
 
 /// Called on the transport's thread, which must never hold the driver.
 HCITransport::Handlers HCIDriverCore::transportHandlers() {
-  return {
-      .onOpened = hop(&HCIDriverCore::opened),
-      .onOctets = hop(&HCIDriverCore::takeOctets),
-      .onFault = hop(&HCIDriverCore::countMalformed),
-      .onClosed = hop([this](const HCITransport::Closed& closed) { fail(closed.failure, closed.reason); })};
+  return {.onOpened = hop(&HCIDriverCore::opened),
+          .onOctets = hop(&HCIDriverCore::takeOctets),
+          .onFault = hop(&HCIDriverCore::countMalformed),
+          .onClosed = hop(&HCIDriverCore::fail)};
 }
 
 void HCIDriverCore::opened(const HCITransport::Opened& opened) {
@@ -145,23 +142,23 @@ void HCIDriverCore::opened(const HCITransport::Opened& opened) {
   initialise();
 }
 
-void HCIDriverCore::fail(HCITransport::Failure failure, const std::string& reason) {
+void HCIDriverCore::fail(const Error& error) {
   commands_.stop();
   disarm(scanTimer_);
   beginConnection();  // what the lost one still says counts no more
   transport_->close();
   transport_.reset();
   scan_ = Scan::off;
-  const dispatch_time_t pause = nextPause(failure);
+  const dispatch_time_t pause = nextPause(error.kind);
   phase_ = Phase::idle;
   wakeAfter(connectTimer_, pause);
-  setState(stateOf(failure), reason);
+  setState(stateOf(error.kind), error.text);
 }
 
-dispatch_time_t HCIDriverCore::nextPause(HCITransport::Failure failure) {
+dispatch_time_t HCIDriverCore::nextPause(Error::Kind kind) {
   const bool wasGood = phase_ == Phase::ready && dispatch().now() - readySince_ >= kGoodConnection;
   if (wasGood) tries_.reset();
-  return tries_.next(isWaitingForAdapter(failure) ? kLongestWait : kLongestPause);
+  return tries_.next(isWaitingForAdapter(kind) ? kLongestWait : kLongestPause);
 }
 
 void HCIDriverCore::setState(CBManagerState state, std::string reason) {

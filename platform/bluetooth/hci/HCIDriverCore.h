@@ -53,8 +53,8 @@ class HCIDriverCore final : public QueuedSource<HCIDriver> {
   void connect();
   HCITransport::Handlers transportHandlers();
   void opened(const HCITransport::Opened& opened);
-  void fail(HCITransport::Failure failure, const std::string& reason);
-  dispatch_time_t nextPause(HCITransport::Failure failure);
+  void fail(const Error& error);
+  dispatch_time_t nextPause(Error::Kind kind);
   void setState(CBManagerState state, std::string reason);
   void countMalformed(std::string_view what);
 

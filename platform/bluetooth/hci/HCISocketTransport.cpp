@@ -15,27 +15,26 @@
 namespace platform::hci {
 namespace {
 
-using Closed = HCITransport::Closed;
-using Failure = HCITransport::Failure;
 using Line = DescriptorTransport::Line;
 
 constexpr int kReceiveBuffer = 1 << 20;
 
-Closed notPermitted(const HCIAdapter& adapter) {
-  return {Failure::notPermitted,
+Error notPermitted(const HCIAdapter& adapter) {
+  return {Error::Kind::notPermitted,
           adapter.name() + " may not be used: " + HCIPermissions::ofThisProcess().hint(ownExecutable())};
 }
 
-Closed blocked(const std::string& name) {
+Error blocked(const std::string& name) {
   const std::string_view why = rfkillBlockOf(name);
-  return {Failure::off, (name + " is ").append(why.empty() ? kBlockedBySoftware : why)};
+  return {Error::Kind::off, (name + " is ").append(why.empty() ? kBlockedBySoftware : why)};
 }
 
-Closed down(const std::string& name, int index) {
-  return {Failure::off, name +
-                            " is down; 'bluetoothctl power on' brings it up, or without bluetoothd 'btmgmt "
-                            "--index " +
-                            std::to_string(index) + " power on'"};
+Error down(const std::string& name, int index) {
+  return {Error::Kind::off,
+          name +
+              " is down; 'bluetoothctl power on' brings it up, or without bluetoothd 'btmgmt "
+              "--index " +
+              std::to_string(index) + " power on'"};
 }
 
 std::string nameOf(const HCIAdapterAddress& address) {
@@ -43,15 +42,15 @@ std::string nameOf(const HCIAdapterAddress& address) {
   return std::get<BluetoothAddress>(address.adapter).text();
 }
 
-Closed noSuchAdapter(const HCIAdapterAddress& address, const std::vector<HCIAdapter>& present) {
+Error noSuchAdapter(const HCIAdapterAddress& address, const std::vector<HCIAdapter>& present) {
   std::string text = "waiting for adapter " + nameOf(address);
   text += present.empty() ? "; none is plugged in" : "; there is";
   for (const auto& adapter : present) text += " " + adapter.title();
-  return {Failure::absent, text};
+  return {Error::Kind::absent, text};
 }
 
-Closed taken(const HCIAdapter& adapter) {
-  return {Failure::busy, "another program has " + adapter.title() + " to itself; waiting for its end"};
+Error taken(const HCIAdapter& adapter) {
+  return {Error::Kind::busy, "another program has " + adapter.title() + " to itself; waiting for its end"};
 }
 
 void enlargeBuffer(const FileDescriptor& socket) {
@@ -76,12 +75,12 @@ bool setRawFilter(const FileDescriptor& socket) {
 
 /// A socket breaks when its adapter goes, whose number may have another owner by now, or the same one again;
 /// the raw channel stays open and silent when the adapter goes down.
-std::optional<Closed> check(const HCIAdapter& adapter, std::optional<Closed> broken) {
+std::optional<Error> check(const HCIAdapter& adapter, std::optional<Error> broken) {
   HCIDeviceInfo info;
   const bool isThere =
       readDeviceInfo(openHCISocket(), adapter.index, info) && addressOf(info) == adapter.address;
-  if (!isThere || (broken && broken->failure == Failure::lost))
-    return Closed{Failure::absent, adapter.title() + " was unplugged"};
+  if (!isThere || (broken && broken->kind == Error::Kind::failed))
+    return Error{Error::Kind::absent, adapter.title() + " was unplugged"};
   if ((info.flags & kFlagUp) != 0) return broken;
   return rfkillBlockOf(adapter.name()).empty() ? down(adapter.name(), adapter.index)
                                                : blocked(adapter.name());
@@ -93,18 +92,18 @@ Line lineTo(const HCIAdapter& adapter, FileDescriptor socket, bool isShared) {
             {adapter.title() + (isShared ? ", raw channel" : ", user channel"), isShared},
             true,
             {}};
-  line.check = [adapter](std::optional<Closed> broken) { return check(adapter, std::move(broken)); };
+  line.check = [adapter](std::optional<Error> broken) { return check(adapter, std::move(broken)); };
   return line;
 }
 
-using Opening = std::variant<Line, Closed>;
+using Opening = Result<Line>;
 
 Opening openRaw(const HCIAdapter& adapter) {
   if (adapter.isBlocked) return blocked(adapter.name());
   if (!adapter.isUp) return down(adapter.name(), adapter.index);
   FileDescriptor socket = openHCISocket();
   if (!socket || !setRawFilter(socket) || !bindHCISocket(socket, adapter.index, kRawChannel)) {
-    return errno == EPERM ? notPermitted(adapter) : closedByError(errno, adapter.name());
+    return errno == EPERM ? notPermitted(adapter) : errorOf(errno, adapter.name());
   }
   return lineTo(adapter, std::move(socket), true);
 }
@@ -119,18 +118,17 @@ Opening openUser(const HCIAdapter& adapter) {
     case ERFKILL:
       return blocked(adapter.name());
     case EBUSY:
-      return Closed{Failure::busy, adapter.name() + " is up; the user channel needs it down"};
+      return Error{Error::Kind::busy, adapter.name() + " is up; the user channel needs it down"};
     default:
-      return closedByError(errno, adapter.name());
+      return errorOf(errno, adapter.name());
   }
 }
 
 Opening openAdapter(const HCIAdapterAddress& address, std::atomic<bool>& sharing) {
-  std::string problem;
-  const auto adapters = listHCIAdapters(problem);
-  if (!problem.empty()) return Closed{Failure::unsupported, problem};
-  const HCIAdapter* found = findHCIAdapter(adapters, address);
-  if (found == nullptr) return noSuchAdapter(address, adapters);
+  const auto adapters = listHCIAdapters();
+  if (!adapters) return adapters.error();
+  const HCIAdapter* found = findHCIAdapter(*adapters, address);
+  if (found == nullptr) return noSuchAdapter(address, *adapters);
   if (found->isTaken) return taken(*found);
   if (address.channel == HCIChannel::user) return openUser(*found);
   if (address.channel == HCIChannel::automatic) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/foundation/Data.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -16,25 +17,11 @@ namespace platform {
 /// block and must not call operations; the driver hops to its own queue.
 class HCITransport {
  public:
-  enum class Failure {
-    lost,          ///< it worked, or could have, and broke: I/O error, end of stream
-    busy,          ///< another program has the adapter
-    absent,        ///< nothing is plugged in, or nobody listens, under that name
-    off,           ///< the adapter is down or blocked by rfkill
-    notPermitted,  ///< the process lacks a capability or a file permission
-    unsupported,   ///< this machine cannot have such a transport, or what is named can never be one
-  };
-
   struct Opened {
     std::string description;  ///< for people: "hci0, user channel"
     /// Other programs use the controller too: it must not be reset, their commands are seen, and the other
     /// side keeps account of the command credits.
     bool isShared = false;
-  };
-
-  struct Closed {
-    Failure failure = Failure::lost;
-    std::string reason;  ///< for people
   };
 
   struct Handlers {
@@ -43,8 +30,9 @@ class HCITransport {
     std::function<void(Data octets)> onOctets;
     /// A packet that could not be taken over; for people.
     std::function<void(std::string fault)> onFault;
-    /// It never opened or works no more; the last handler called.
-    std::function<void(const Closed&)> onClosed;
+    /// It never opened or works no more; the last handler called. Failed: it worked, or could have, and
+    /// broke. Off: the adapter is down or blocked by rfkill.
+    std::function<void(const Error&)> onClosed;
   };
 
   virtual ~HCITransport() = default;

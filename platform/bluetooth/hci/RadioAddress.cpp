@@ -1,6 +1,7 @@
 #include "platform/bluetooth/hci/RadioAddress.h"
 
 #include <charconv>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -24,27 +25,27 @@ std::optional<Number> numberFrom(std::string_view text, Number highest) {
   return isWhole && value >= 0 && value <= highest ? std::optional(value) : std::nullopt;
 }
 
-std::optional<RadioAddress> parseH4(std::string_view text, std::string& problem) {
+Error notAnAddress(std::string text) {
+  return {Error::Kind::unsupported, std::move(text)};
+}
+
+Result<RadioAddress> parseH4(std::string_view text) {
   if (takePrefix(text, kUnixPrefix)) {
     if (!text.empty() && text.size() <= kLongestSocketPath) return H4UnixAddress{std::string(text)};
-    problem = text.empty() ? "h4:unix: needs the path of a socket"
-                           : "h4:unix: takes a path of 107 octets at most, as sockets do";
-    return std::nullopt;
+    return notAnAddress(text.empty() ? "h4:unix: needs the path of a socket"
+                                     : "h4:unix: takes a path of 107 octets at most, as sockets do");
   }
   H4SerialAddress address;
   if (const auto comma = text.rfind(','); comma != std::string_view::npos) {
     const auto baud = numberFrom<unsigned>(text.substr(comma + 1), kHighestBaud);
-    if (!baud || *baud == 0) {
-      problem = "\"" + std::string(text.substr(comma + 1)) + "\" is no baud rate";
-      return std::nullopt;
-    }
+    if (!baud || *baud == 0)
+      return notAnAddress("\"" + std::string(text.substr(comma + 1)) + "\" is no baud rate");
     address.baud = *baud;
     text = text.substr(0, comma);
   }
   address.device = text;
   if (!address.device.empty()) return address;
-  problem = "h4: needs a serial device, such as h4:/dev/ttyACM0,1000000";
-  return std::nullopt;
+  return notAnAddress("h4: needs a serial device, such as h4:/dev/ttyACM0,1000000");
 }
 
 std::optional<HCIChannel> channelFrom(std::string_view& text) {
@@ -57,13 +58,10 @@ std::optional<HCIChannel> channelFrom(std::string_view& text) {
   return std::nullopt;
 }
 
-std::optional<RadioAddress> parseHCI(std::string_view text, std::string& problem) {
+Result<RadioAddress> parseHCI(std::string_view text) {
   HCIAdapterAddress address;
   const auto channel = channelFrom(text);
-  if (!channel) {
-    problem = "the channel of an adapter is ?user or ?raw";
-    return std::nullopt;
-  }
+  if (!channel) return notAnAddress("the channel of an adapter is ?user or ?raw");
   address.channel = *channel;
   if (const auto device = BluetoothAddress::fromText(text)) {
     address.adapter = *device;
@@ -74,8 +72,7 @@ std::optional<RadioAddress> parseHCI(std::string_view text, std::string& problem
     address.adapter = *index;
     return address;
   }
-  problem = "hci: needs an adapter: a number, hciN or its Bluetooth address";
-  return std::nullopt;
+  return notAnAddress("hci: needs an adapter: a number, hciN or its Bluetooth address");
 }
 
 std::string textOfChannel(HCIChannel channel) {
@@ -85,12 +82,10 @@ std::string textOfChannel(HCIChannel channel) {
 
 }  // namespace
 
-std::optional<RadioAddress> parseRadioAddress(std::string_view text, std::string& problem) {
-  problem.clear();
-  if (takePrefix(text, "h4:")) return parseH4(text, problem);
-  if (takePrefix(text, "hci:")) return parseHCI(text, problem);
-  problem = "a radio begins with h4: or hci:";
-  return std::nullopt;
+Result<RadioAddress> parseRadioAddress(std::string_view text) {
+  if (takePrefix(text, "h4:")) return parseH4(text);
+  if (takePrefix(text, "hci:")) return parseHCI(text);
+  return notAnAddress("a radio begins with h4: or hci:");
 }
 
 std::string textOf(const RadioAddress& address) {

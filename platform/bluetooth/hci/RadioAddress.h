@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -39,8 +40,8 @@ struct HCIAdapterAddress {
 
 using RadioAddress = std::variant<H4SerialAddress, H4UnixAddress, HCIAdapterAddress>;
 
-/// Reads one of the forms above. Nothing when the text is none of them; `problem` then says why, for people.
-std::optional<RadioAddress> parseRadioAddress(std::string_view text, std::string& problem);
+/// Reads one of the forms above. Unsupported when the text is none of them.
+Result<RadioAddress> parseRadioAddress(std::string_view text);
 
 /// The shortest text that reads as this address: `h4:/dev/ttyACM0,1000000`, `hci:0`, …
 std::string textOf(const RadioAddress& address);

@@ -54,7 +54,7 @@ RadioChoice bluezChoice(const RadioInventory& inventory) {
 }
 
 std::string whyNotHCI(const RadioInventory& inventory) {
-  if (!inventory.adapterProblem.empty()) return inventory.adapterProblem;
+  if (inventory.adapterError) return inventory.adapterError->text;
   if (inventory.adapters.empty()) return "none is plugged in";
   return inventory.adapters.front().title() +
          " may not be used: " + inventory.permissions.hint(inventory.executable);

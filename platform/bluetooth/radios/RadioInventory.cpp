@@ -117,7 +117,10 @@ RadioInventory RadioInventory::take(const RadioProbe& probe) {
   RadioInventory inventory;
   inventory.permissions = HCIPermissions::ofThisProcess(probe.root);
   inventory.executable = ownExecutable(probe.root);
-  inventory.adapters = probe.listAdapters(inventory.adapterProblem);
+  if (auto adapters = probe.listAdapters())
+    inventory.adapters = *std::move(adapters);
+  else
+    inventory.adapterError = adapters.error();
   inventory.bluez = probe.listBlueZ();
 
   auto& candidates = inventory.candidates;
@@ -126,7 +129,7 @@ RadioInventory RadioInventory::take(const RadioProbe& probe) {
   if (inventory.adapters.empty()) {
     candidates.push_back(
         {"hci", "the kernel's adapters", State::absent,
-         inventory.adapterProblem.empty() ? "no adapter is plugged in" : inventory.adapterProblem});
+         inventory.adapterError ? inventory.adapterError->text : "no adapter is plugged in"});
   }
   for (const auto& adapter : inventory.bluez.adapters)
     candidates.push_back(candidateFor(adapter, probe.root));

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace platform {
 /// Where the inventory looks; the defaults are this machine.
 struct RadioProbe {
   std::filesystem::path root = "/";  ///< holds proc/self/status, proc/self/exe, sys/class/rfkill and dev
-  std::function<std::vector<HCIAdapter>(std::string& problem)> listAdapters = listHCIAdapters;
+  std::function<Result<std::vector<HCIAdapter>>()> listAdapters = listHCIAdapters;
   std::function<BlueZInventory()> listBlueZ = [] { return listBlueZAdapters(); };
 };
 
@@ -41,7 +42,7 @@ std::string_view textOf(RadioCandidate::State state);
 struct RadioInventory {
   HCIPermissions permissions;
   std::vector<HCIAdapter> adapters;
-  std::string adapterProblem;  ///< why the kernel could not be asked; else empty
+  std::optional<Error> adapterError;  ///< why the kernel could not be asked
   BlueZInventory bluez;
   std::string executable;  ///< of this process, for the commands in texts
   std::vector<RadioCandidate> candidates;

@@ -15,14 +15,10 @@
 namespace platform {
 namespace {
 
-using Kind = RadioProblem::Kind;
+using Kind = Error::Kind;
 using Daemon = BlueZInventory::Daemon;
 
 constexpr std::string_view kBlueZ = "bluez";
-
-RadioSourceResult failed(Kind kind, std::string text) {
-  return {nullptr, RadioProblem{kind, std::move(text)}};
-}
 
 bool isNumber(std::string_view text) {
   unsigned value = 0;
@@ -40,9 +36,8 @@ std::optional<std::string> bluezAdapterFrom(std::string_view text) {
 /// A radio that is restarted when it falls silent.
 RadioSourceResult watched(const RadioSourceOptions& options,
                           decltype(ScanWatchdogOptions::makeSource) makeSource) {
-  return {makeScanWatchdog(
-              {.makeSource = std::move(makeSource), .dispatch = options.dispatch, .queue = options.queue}),
-          std::nullopt};
+  return makeScanWatchdog(
+      {.makeSource = std::move(makeSource), .dispatch = options.dispatch, .queue = options.queue});
 }
 
 RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
@@ -52,21 +47,21 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
     selector.remove_prefix(1);
     const auto named = bluezAdapterFrom(selector);
     if (!named)
-      return failed(Kind::usage,
-                    "no adapter in '" + options.address + "': bluez, bluez:hciN or bluez:ADDRESS");
+      return Error{Kind::unsupported,
+                   "no adapter in '" + options.address + "': bluez, bluez:hciN or bluez:ADDRESS"};
     adapter = *named;
   }
   const auto inventory = options.probe.listBlueZ();
   if (inventory.daemon == Daemon::notPermitted)
-    return failed(Kind::notPermitted, bluezRefusal(inventory.problem));
+    return Error{Kind::notPermitted, bluezRefusal(inventory.problem)};
   if (inventory.daemon != Daemon::present)
-    return failed(Kind::noRadio, "looked for bluetoothd on the system bus: " + inventory.problem);
+    return Error{Kind::absent, "looked for bluetoothd on the system bus: " + inventory.problem};
   const bool isThere = std::ranges::any_of(inventory.adapters, [&](const BlueZAdapter& candidate) {
     return adapter.empty() || candidate.name == adapter || candidate.address == adapter;
   });
   if (!isThere)
-    return failed(Kind::noRadio,
-                  "looked for " + (adapter.empty() ? "an adapter" : adapter) + " at bluetoothd: not there");
+    return Error{Kind::absent,
+                 "looked for " + (adapter.empty() ? "an adapter" : adapter) + " at bluetoothd: not there"};
   BlueZOptions bluez{.adapter = adapter,
                      .busAddress = {},
                      .dispatch = options.dispatch,
@@ -77,56 +72,53 @@ RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
   });
 }
 
-std::optional<RadioProblem> problemOf(const HCIAdapterAddress& address, const RadioProbe& probe) {
-  std::string problem;
-  const auto adapters = probe.listAdapters(problem);
-  const HCIAdapter* found = findHCIAdapter(adapters, address);
+std::optional<Error> errorOf(const HCIAdapterAddress& address, const RadioProbe& probe) {
+  const auto adapters = probe.listAdapters();
+  const HCIAdapter* found = adapters ? findHCIAdapter(*adapters, address) : nullptr;
   if (found == nullptr) {
-    return RadioProblem{Kind::noRadio,
-                        "looked for " + textOf(RadioAddress(address)) +
-                            " among the kernel's adapters: " + (problem.empty() ? "not there" : problem)};
+    return Error{Kind::absent,
+                 "looked for " + textOf(RadioAddress(address)) +
+                     " among the kernel's adapters: " + (adapters ? "not there" : adapters.error().text)};
   }
   const auto permissions = HCIPermissions::ofThisProcess(probe.root);
   const bool takesOver = address.channel == HCIChannel::user ||
                          (address.channel == HCIChannel::automatic && found->isToTakeOver());
   if (permissions.allow(takesOver)) return std::nullopt;
-  return RadioProblem{Kind::notPermitted,
-                      found->name() + " may not be used: " + permissions.hint(ownExecutable(probe.root))};
+  return Error{Kind::notPermitted,
+               found->name() + " may not be used: " + permissions.hint(ownExecutable(probe.root))};
 }
 
 /// Why there is nothing of this type under a path, though it may not be permitted; `what` names it for
 /// people.
-std::optional<RadioProblem> lookFor(const std::string& what, const std::string& path, mode_t type) {
+std::optional<Error> lookFor(const std::string& what, const std::string& path, mode_t type) {
   struct stat status {};
   const bool isThere = ::stat(path.c_str(), &status) == 0;
   if (isThere && (status.st_mode & S_IFMT) == type) return std::nullopt;
   std::string why = "that is none";
   if (!isThere)
     why = errno == ENOENT || errno == ENOTDIR ? "not there" : std::generic_category().message(errno);
-  return RadioProblem{Kind::noRadio, "looked for the " + what + " " + path + ": " + why};
+  return Error{Kind::absent, "looked for the " + what + " " + path + ": " + why};
 }
 
-std::optional<RadioProblem> problemOf(const H4SerialAddress& address, const RadioProbe&) {
-  if (auto problem = lookFor("serial line", address.device, S_IFCHR)) return problem;
+std::optional<Error> errorOf(const H4SerialAddress& address, const RadioProbe&) {
+  if (auto error = lookFor("serial line", address.device, S_IFCHR)) return error;
   if (::access(address.device.c_str(), R_OK | W_OK) == 0) return std::nullopt;
-  return RadioProblem{
+  return Error{
       Kind::notPermitted,
       address.device + " may not be opened: 'usermod -aG dialout USER' permits it from the next login on"};
 }
 
-std::optional<RadioProblem> problemOf(const H4UnixAddress& address, const RadioProbe&) {
-  if (auto problem = lookFor("socket", address.path, S_IFSOCK)) return problem;
+std::optional<Error> errorOf(const H4UnixAddress& address, const RadioProbe&) {
+  if (auto error = lookFor("socket", address.path, S_IFSOCK)) return error;
   if (::access(address.path.c_str(), W_OK) == 0) return std::nullopt;
-  return RadioProblem{Kind::notPermitted,
-                      address.path + " may not be opened: its owner can permit it with chmod"};
+  return Error{Kind::notPermitted, address.path + " may not be opened: its owner can permit it with chmod"};
 }
 
 RadioSourceResult makeHCI(const RadioSourceOptions& options) {
-  std::string problem;
-  const auto address = parseRadioAddress(options.address == "hci" ? "hci:0" : options.address, problem);
-  if (!address) return failed(Kind::usage, problem);
-  if (auto found = std::visit([&](const auto& known) { return problemOf(known, options.probe); }, *address))
-    return failed(found->kind, std::move(found->text));
+  const auto address = parseRadioAddress(options.address == "hci" ? "hci:0" : options.address);
+  if (!address) return address.error();
+  if (auto found = std::visit([&](const auto& known) { return errorOf(known, options.probe); }, *address))
+    return *std::move(found);
   HCISourceOptions hci{
       .address = *address, .dispatch = options.dispatch, .onDiagnostic = options.onDiagnostic};
   return watched(options, [hci](const dispatch_queue_t& queue) mutable {
@@ -139,7 +131,7 @@ RadioSourceResult makeChosen(RadioSourceOptions options) {
   const auto inventory = RadioInventory::take(options.probe);
   const auto choice = chooseRadio(inventory);
   if (choice.address.empty())
-    return failed(choice.isForbidden ? Kind::notPermitted : Kind::noRadio, choice.why);
+    return Error{choice.isForbidden ? Kind::notPermitted : Kind::absent, choice.why};
   if (options.onDiagnostic) options.onDiagnostic(choice.why);
   options.address = choice.address;
   return makeRadioSource(options);
@@ -154,10 +146,10 @@ bool isRadioAddress(std::string_view address) {
 
 RadioSourceResult makeRadioSource(const RadioSourceOptions& options) {
   if (!isRadioAddress(options.address)) {
-    return failed(Kind::usage,
-                  "'" + options.address +
-                      "' names no radio: auto, bluez[:hciN|:ADDRESS], hci[:N|:ADDRESS][?user|?raw], "
-                      "h4:DEVICE[,BAUD] or h4:unix:PATH");
+    return Error{Kind::unsupported,
+                 "'" + options.address +
+                     "' names no radio: auto, bluez[:hciN|:ADDRESS], hci[:N|:ADDRESS][?user|?raw], "
+                     "h4:DEVICE[,BAUD] or h4:unix:PATH"};
   }
   if (options.address == "auto") return makeChosen(options);
   return options.address.starts_with(kBlueZ) ? makeBlueZ(options) : makeHCI(options);

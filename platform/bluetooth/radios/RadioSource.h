@@ -2,31 +2,19 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/radios/RadioInventory.h"
 #include "platform/dispatch/Dispatch.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
-/// Why there is no source; `text` is one line for people: what was looked for, or what would permit it.
-struct RadioProblem {
-  enum class Kind {
-    noRadio,       ///< nothing there that could hear
-    notPermitted,  ///< there, but not for this process
-    usage,         ///< the address is none
-  };
-  Kind kind = Kind::noRadio;
-  std::string text;
-};
-
-struct RadioSourceResult {
-  std::shared_ptr<AdvertisingReportSource> source;
-  std::optional<RadioProblem> problem;  ///< exactly when there is no source
-};
+/// Without a source, the error says what was looked for and what would permit it: the radio is absent, not
+/// permitted to this process, or the address can be none.
+using RadioSourceResult = Result<std::shared_ptr<AdvertisingReportSource>>;
 
 struct RadioSourceOptions {
   /// `auto`, `bluez[:hciN|:ADDRESS]`, `hci[:…]` or `h4:…` (as in hci/RadioAddress.h).
