@@ -38,9 +38,7 @@ class BenchCapture {
 };
 
 void BenchCapture::write(int64_t beacons) {
-  std::string error;
-  const auto writer = BtsnoopWriter::create(path_, error);
-  if (!writer) throw std::runtime_error(error);
+  const auto writer = *BtsnoopWriter::create(path_);
   Data data{std::byte{2},    std::byte{1},    std::byte{6},  std::byte{3},   std::byte{3},
             std::byte{0x0F}, std::byte{0x18}, std::byte{23}, std::byte{0xFF}};
   data.resize(31);
@@ -61,10 +59,9 @@ void captureToMergedAdvertisement(benchmark::State& state) {
   const BenchCapture capture(state.range(0));
   int64_t reports = 0;
   for (auto _ : state) {
-    std::string error;
-    const auto reader = CaptureReader::open(capture.path(), {}, error);
+    const auto reader = *CaptureReader::open(capture.path(), {});
     AdvertisementMerger merger;
-    while (reader && reader->next() != CaptureReader::Next::end)
+    while (reader->next() != CaptureReader::Next::end)
       reader->read([&](const AdvertisingReport& report) {
         benchmark::DoNotOptimize(merger.merge(report));
         ++reports;
@@ -78,9 +75,8 @@ void captureToReport(benchmark::State& state) {
   const BenchCapture capture(100);
   int64_t reports = 0;
   for (auto _ : state) {
-    std::string error;
-    const auto reader = CaptureReader::open(capture.path(), {}, error);
-    while (reader && reader->next() != CaptureReader::Next::end)
+    const auto reader = *CaptureReader::open(capture.path(), {});
+    while (reader->next() != CaptureReader::Next::end)
       reader->read([&](const AdvertisingReport&) { ++reports; });
   }
   state.SetItemsProcessed(reports);

@@ -35,12 +35,7 @@ constexpr microseconds kInterval{125};  // 8,000 a second: a legacy radio's full
 std::string writeCapture(int beacons) {
   const std::string path =
       (std::filesystem::temp_directory_path() / ("manager-bench-" + std::to_string(getpid()))).string();
-  std::string error;
-  const auto writer = platform::BtsnoopWriter::create(path, error);
-  if (!writer) {
-    std::fprintf(stderr, "%s\n", error.c_str());
-    std::exit(1);
-  }
+  const auto writer = *platform::BtsnoopWriter::create(path);
   platform::Date time = platform::dateWithTimeIntervalSince1970(1'767'225'600);
   for (int i = 0; i < kAdvertisements; ++i, time += kInterval) {
     const int beacon = i % beacons;
@@ -72,9 +67,8 @@ double replay(int beacons) {
   const std::string path = writeCapture(beacons);
   platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
   Platform services = simulated.services();
-  std::string error;
-  auto source = platform::CaptureSource::make({.path = path, .onEnd = [&] { simulated.clock().stop(); }},
-                                              services.dispatch, error);
+  const auto source = *platform::CaptureSource::make(
+      {.path = path, .onEnd = [&] { simulated.clock().stop(); }}, services.dispatch);
   services.bluetooth = platform::RadioService::make(source, services.dispatch);
   Platform::install(services);
   Counter counter;

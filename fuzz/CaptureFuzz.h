@@ -33,16 +33,16 @@ inline int readCapture(const Magics& magics, const uint8_t* octets, std::size_t 
   for (const std::string_view magic : magics)
     isOfFormat = isOfFormat || platform::textOf(input).starts_with(magic);
   if (!isOfFormat) return -1;
-  std::string error;
   uint64_t faulty = 0;
-  const auto reader = platform::CaptureReader::open(
-      std::make_unique<platform::MemoryByteSource>(input), "input",
-      [&](const platform::CaptureDiagnostic& diagnostic) {
-        if (diagnostic.record <= faulty || diagnostic.text.empty()) std::abort();
-        faulty = diagnostic.record;
-      },
-      error);
-  if (reader == nullptr && error.empty()) std::abort();
+  const auto opened =
+      platform::CaptureReader::open(std::make_unique<platform::MemoryByteSource>(input), "input",
+                                    [&](const platform::CaptureDiagnostic& diagnostic) {
+                                      if (diagnostic.record <= faulty || diagnostic.text.empty())
+                                        std::abort();
+                                      faulty = diagnostic.record;
+                                    });
+  if (!opened && opened.error().text.empty()) std::abort();
+  auto* reader = opened ? opened->get() : nullptr;
   unsigned sum = 0;
   while (reader && reader->next() != platform::CaptureReader::Next::end)
     reader->read([&](const platform::AdvertisingReport& report) {

@@ -45,9 +45,9 @@ class BeaconLocationCore final : public BeaconLocationService,
 
   /// Holds the service while it handles a callback, and drops those that come once its end has begun: the
   /// central waits for callbacks when it is destroyed, and they must not find the service half gone.
-  class CentralListener final : public CBCentralManagerDelegate {
+  class CentralDelegate final : public CBCentralManagerDelegate {
    public:
-    explicit CentralListener(BeaconLocationCore& core) : core_(core) {}
+    explicit CentralDelegate(BeaconLocationCore& core) : core_(core) {}
     void centralManagerDidUpdateState(CBCentralManager& central) override;
     void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
         CBCentralManager& central, const CBPeripheral& peripheral,
@@ -97,7 +97,7 @@ class BeaconLocationCore final : public BeaconLocationService,
   std::optional<dispatch_time_t> checkTime_;  ///< when `check` runs at the latest
   std::optional<dispatch_time_t> tickTime_;   ///< when `tick` runs next
 
-  CentralListener centralListener_{*this};
+  CentralDelegate centralDelegate_{*this};
   bool isScanning_ = false;                    ///< private queue only
   std::unique_ptr<CBCentralManager> central_;  ///< private queue only
 };

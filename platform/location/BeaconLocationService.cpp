@@ -259,7 +259,7 @@ void BeaconLocationCore::update() {
     const std::scoped_lock lock(mutex_);
     return isAllowed() && (!presence_.regions().empty() || isRanging());
   }();
-  if (isWanted && !central_) central_ = options_.bluetooth->makeCentralManager(centralListener_, queue_);
+  if (isWanted && !central_) central_ = options_.bluetooth->makeCentralManager(centralDelegate_, queue_);
   if (!central_) return;
   const bool isOn = central_->state() == CBManagerState::poweredOn;
   if (isWanted && isOn && !isScanning_)
@@ -324,11 +324,11 @@ void BeaconLocationCore::tick() {
   tickTimer_->setTimer(*tickTime_, DISPATCH_TIME_FOREVER, dispatch_time_t::zero());
 }
 
-void BeaconLocationCore::CentralListener::centralManagerDidUpdateState(CBCentralManager&) {
+void BeaconLocationCore::CentralDelegate::centralManagerDidUpdateState(CBCentralManager&) {
   if (const auto self = core_.weak_from_this().lock()) self->radioChanged();
 }
 
-void BeaconLocationCore::CentralListener::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+void BeaconLocationCore::CentralDelegate::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
     CBCentralManager&, const CBPeripheral&, const CBAdvertisementData& advertisementData, int64_t rssi) {
   if (const auto self = core_.weak_from_this().lock()) self->heard(advertisementData, rssi);
 }

@@ -265,11 +265,9 @@ TEST(CaptureReader, namesWhatIsNoCapture) {
   Data cut = btsnoopFile(1002);
   cut.resize(12);
   EXPECT_EQ(errorOf(cut), "FILE: ends inside its btsnoop header");
-  std::string error;
-  EXPECT_FALSE(CaptureReader::open("/nowhere/at/all", {}, error));
-  EXPECT_EQ(error, "/nowhere/at/all: cannot be opened: No such file or directory");
-  EXPECT_FALSE(CaptureReader::open("/", {}, error));
-  EXPECT_EQ(error, "/: cannot be read: Is a directory");
+  EXPECT_EQ(CaptureReader::open("/nowhere/at/all", {}).error().text,
+            "/nowhere/at/all: cannot be opened: No such file or directory");
+  EXPECT_EQ(CaptureReader::open("/", {}).error().text, "/: cannot be read: Is a directory");
 }
 
 TEST(CaptureReader, skipsAFaultyRecordWhoseEndIsKnown) {

@@ -51,9 +51,7 @@ class CaptureReplay : public testing::Test {
       note(diagnostic.text.substr(0, 12));
     };
     options.onProgress = [this](uint64_t position, uint64_t size) { progress_.emplace_back(position, size); };
-    std::string error;
-    source_ = CaptureSource::make(options, dispatch_, error);
-    ASSERT_TRUE(source_) << error;
+    source_ = *CaptureSource::make(options, dispatch_);
     source_->open(
         [this](const AdvertisingReport& report) {
           EXPECT_EQ(report.time, dispatch_->date());
@@ -177,9 +175,7 @@ TEST(CaptureSource, replaysOnRealTimeAtItsPaceOrAtOnce) {
     options.path = fileOf(captureOf({0, 30, paced ? 60 : 86'400'000}));
     options.paced = paced;
     options.onEnd = [&] { dispatch->stop(); };
-    std::string error;
-    const auto source = CaptureSource::make(options, dispatch, error);
-    ASSERT_TRUE(source) << error;
+    const auto source = *CaptureSource::make(options, dispatch);
     const auto start = dispatch->now();
     source->startScan({});  // remembered
     source->open(

@@ -63,13 +63,14 @@ struct Reading {
 
 inline Reading readCapture(DataView octets) {
   Reading reading;
-  const auto reader = platform::CaptureReader::open(
-      std::make_unique<platform::MemoryByteSource>(octets), "FILE",
-      [&](const platform::CaptureDiagnostic& diagnostic) {
-        reading.diagnostics.push_back(diagnostic.line());
-      },
-      reading.error);
-  while (reader && reader->next() != platform::CaptureReader::Next::end)
+  const auto opened =
+      platform::CaptureReader::open(std::make_unique<platform::MemoryByteSource>(octets), "FILE",
+                                    [&](const platform::CaptureDiagnostic& diagnostic) {
+                                      reading.diagnostics.push_back(diagnostic.line());
+                                    });
+  if (!opened) reading.error = opened.error().text;
+  auto* reader = opened ? opened->get() : nullptr;
+  while (reader != nullptr && reader->next() != platform::CaptureReader::Next::end)
     reader->read([&](const platform::AdvertisingReport& report) {
       reading.reports.push_back(std::to_string(report.time.time_since_epoch().count()) + " " +
                                 report.address.text() + " " + std::to_string(report.rssi) + " " +

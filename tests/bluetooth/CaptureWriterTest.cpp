@@ -38,10 +38,9 @@ TEST(BtsnoopWriter, writesWhatReadsBackTheSame) {
   Data octets;
   for (int i = 0; i < 2000; ++i) octets.push_back(static_cast<std::byte>(i * 7));
   std::vector<std::string> written;
-  std::string error;
   {
-    const auto writer = BtsnoopWriter::create(path, error);
-    ASSERT_TRUE(writer) << error;
+    const auto writer = *BtsnoopWriter::create(path);
+    ASSERT_TRUE(writer);
     AdvertisingReport report;
     for (int kind = 0; kind <= static_cast<int>(AdvertisingKind::extendedScanResponse); ++kind)
       for (const std::size_t size : {0, 31, 32, 229, 230, 458, 459, 1650}) {
@@ -56,16 +55,15 @@ TEST(BtsnoopWriter, writesWhatReadsBackTheSame) {
         report.isTruncated = !isLegacy && size == 459;
         report.data = DataView(octets).first(size);
         written.push_back(lineOf(report));
-        EXPECT_EQ(writer->write(report), "");
+        EXPECT_TRUE(writer->write(report));
       }
     report.data = octets;
-    EXPECT_EQ(writer->write(report), "");
+    EXPECT_TRUE(writer->write(report));
     report.data = DataView(octets).first(1650);
     report.isTruncated = true;
     written.push_back(lineOf(report));
   }
-  const auto reader = CaptureReader::open(path, {}, error);
-  ASSERT_TRUE(reader) << error;
+  const auto reader = *CaptureReader::open(path, {});
   std::vector<std::string> read;
   while (reader->next() != CaptureReader::Next::end)
     reader->read([&](const AdvertisingReport& report) { read.push_back(lineOf(report)); });
@@ -74,31 +72,29 @@ TEST(BtsnoopWriter, writesWhatReadsBackTheSame) {
 
 TEST(BtsnoopWriter, losesAtMostASecondOrNothingAfterAFlush) {
   const std::string path = scratch("late.btsnoop");
-  std::string error;
-  const auto writer = BtsnoopWriter::create(path, error);
-  ASSERT_TRUE(writer) << error;
+  const auto writer = *BtsnoopWriter::create(path);
+  ASSERT_TRUE(writer);
   const auto reportsInFile = [&] { return readCapture(contentOf(path)).reports.size(); };
   AdvertisingReport report;
   for (const int milliseconds : {0, 600, 1100}) {
     report.time = Date(std::chrono::milliseconds(milliseconds));
-    EXPECT_EQ(writer->write(report), "");
+    EXPECT_TRUE(writer->write(report));
   }
   EXPECT_EQ(reportsInFile(), 3U);
-  EXPECT_EQ(writer->write(report), "");
-  EXPECT_EQ(writer->flush(), "");
+  EXPECT_TRUE(writer->write(report));
+  EXPECT_TRUE(writer->flush());
   EXPECT_EQ(reportsInFile(), 4U);
 }
 
 TEST(BtsnoopWriter, saysOnceWhatWentWrong) {
-  std::string error;
-  EXPECT_FALSE(BtsnoopWriter::create("/nowhere/at/all", error));
-  EXPECT_EQ(error, "/nowhere/at/all: cannot be written: No such file or directory");
-  const auto writer = BtsnoopWriter::create("/dev/full", error);
+  EXPECT_EQ(BtsnoopWriter::create("/nowhere/at/all").error().text,
+            "/nowhere/at/all: cannot be written: No such file or directory");
+  const auto writer = *BtsnoopWriter::create("/dev/full");
   ASSERT_TRUE(writer);
-  EXPECT_EQ(writer->write({}), "");
-  EXPECT_EQ(writer->flush(), "/dev/full: cannot be written: No space left on device");
-  EXPECT_EQ(writer->write({}), "");
-  EXPECT_EQ(writer->flush(), "");
+  EXPECT_TRUE(writer->write({}));
+  EXPECT_EQ(writer->flush().error().text, "/dev/full: cannot be written: No space left on device");
+  EXPECT_TRUE(writer->write({}));
+  EXPECT_TRUE(writer->flush());
 }
 
 TEST(BtsnoopWriter, givesUpAReaderThatStallsOrNeverComesOnceStopped) {
@@ -106,14 +102,14 @@ TEST(BtsnoopWriter, givesUpAReaderThatStallsOrNeverComesOnceStopped) {
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   std::stop_source stop;
   stop.request_stop();
-  std::string error;
-  EXPECT_FALSE(BtsnoopWriter::create(path, error, stop.get_token()));
-  EXPECT_EQ(error, "");
+  EXPECT_EQ(*BtsnoopWriter::create(path, stop.get_token()), nullptr);
   const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const auto writer = BtsnoopWriter::create(path, error, stop.get_token());
-  ASSERT_TRUE(writer) << error;
-  for (int i = 0; i < 100'000 && error.empty(); ++i) error = writer->write(AdvertisingReport());
-  EXPECT_EQ(error, path + ": cannot be written: its reader has stalled");
+  const auto writer = *BtsnoopWriter::create(path, stop.get_token());
+  ASSERT_TRUE(writer);
+  Result<> written;
+  for (int i = 0; i < 100'000 && written; ++i) written = writer->write(AdvertisingReport());
+  ASSERT_FALSE(written);
+  EXPECT_EQ(written.error().text, path + ": cannot be written: its reader has stalled");
   ::close(reader);
   ::unlink(path.c_str());
 }

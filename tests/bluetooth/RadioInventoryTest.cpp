@@ -57,11 +57,10 @@ class Machine {
   }
   RadioProbe probe() const {
     return {.root = root_.path(),
-            .listAdapters =
-                [this]() -> platform::Result<std::vector<HCIAdapter>> {
-                  if (!kernelError.empty()) return Error{.text = kernelError};
-                  return adapters;
-                },
+            .listAdapters = [this]() -> platform::Result<std::vector<HCIAdapter>> {
+              if (!kernelError.empty()) return Error{.text = kernelError};
+              return adapters;
+            },
             .listBlueZ = [this] { return bluez; }};
   }
 
@@ -212,7 +211,7 @@ TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
     ASSERT_FALSE(forbidden) << sandbox;
     EXPECT_EQ(forbidden.error().kind, Error::Kind::notPermitted) << sandbox;
     EXPECT_THAT(forbidden.error().text, HasSubstr("hci0 (00:AA:01:00:00:42) may not be used: " +
-                                                   (*sandbox == 0 ? kSetcap : kSandbox)));
+                                                  (*sandbox == 0 ? kSetcap : kSandbox)));
     EXPECT_THAT(forbidden.error().text, HasSubstr("(the bus is away)"));
   }
   machine.adapters.clear();

@@ -120,8 +120,7 @@ void putCapture(Air& air) {
   for (int i = 0; i < 3000; ++i) file = file + btsnoopRecord(h4(advertisingEvent(1)), i * 10'000);
   test::writeFile(folder->path() / "capture", std::string(textOf(DataView(file))));
   air.make = [&air, folder](const auto&) {
-    std::string error;
-    return CaptureSource::make({.path = folder->file("capture"), .paced = true}, air.dispatch, error);
+    return *CaptureSource::make({.path = folder->file("capture"), .paced = true}, air.dispatch);
   };
 }
 

@@ -71,9 +71,7 @@ TEST(Hear, FindsNoReadingsInWhatIBeaconsAndApplesDevicesSend) {
       {"4c0010020b001610" + zeros.substr(8), false},   // two messages
       {"4c00881364640003" + zeros.substr(12), true},   // a sensor at 0.76 degrees
       {"290988136464000c" + zeros.substr(12), true}};  // and at 23.45
-  std::string error;
-  const auto writer = platform::BtsnoopWriter::create(folder.file("c"), error);
-  ASSERT_TRUE(writer) << error;
+  const auto writer = *platform::BtsnoopWriter::create(folder.file("c"));
   for (const auto& [manufacturer, isSensor] : cases) {
     platform::Data data = platform::octetsFromHex("00ff" + manufacturer).value();
     data[0] = static_cast<std::byte>(data.size() - 1);
@@ -88,9 +86,7 @@ TEST(Hear, FindsNoReadingsInWhatIBeaconsAndApplesDevicesSend) {
 
 TEST(Times, AreLocalForPeopleAndSecondsForProgramsUnlessAskedFor) {
   TemporaryFolder folder;
-  std::string error;
-  const auto writer = platform::BtsnoopWriter::create(folder.file("c"), error);
-  ASSERT_TRUE(writer) << error;
+  const auto writer = *platform::BtsnoopWriter::create(folder.file("c"));
   // Before and after summer time ends.
   for (const int64_t second : {1'792'889'999, 1'792'890'000})
     writer->write({.time = platform::Date(std::chrono::seconds(second))});

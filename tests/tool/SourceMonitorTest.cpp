@@ -99,9 +99,7 @@ TEST_F(SourceMonitorTest, RecordsTheStatesForAReplay) {
   radio->hear(reportAt(1));
   radio->tell({CBManagerState::poweredOff, std::string(1000, 'x')});
   EXPECT_EQ(finish(), ExitStatus::done);
-  std::string error;
-  const auto reader = platform::CaptureReader::open(file, {}, error);
-  ASSERT_TRUE(reader) << error;
+  const auto reader = *platform::CaptureReader::open(file, {});
   using Next = platform::CaptureReader::Next;
   EXPECT_EQ(reader->next(), Next::state);
   EXPECT_EQ(reader->radioState().state, CBManagerState::poweredOn);

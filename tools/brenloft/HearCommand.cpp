@@ -144,9 +144,9 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
     printLine(diagnostic.line());
   };
   const auto onRadioState = [&](const platform::RadioState& state) { printLine(radioLine(state)); };
-  std::string error;
-  const auto reader = platform::CaptureReader::open(file, onDiagnostic, error, stop.get_token());
-  if (!reader) throw Failure(ExitStatus::failed, error);
+  const auto opened = platform::CaptureReader::open(file, onDiagnostic, stop.get_token());
+  if (!opened) throw Failure(ExitStatus::failed, opened.error().text);
+  const auto& reader = *opened;
   const auto monitor = SourceMonitor::make({.record = options.record,
                                             .capture = file,
                                             .date = [&] { return reader->time(); },

@@ -177,7 +177,7 @@ class Search {
   void run() {
     StopSignals signals;
     signals.watch([this] { stop_.request_stop(); });
-    openSourceAndListener();
+    openSourceAndMonitor();
     installPlatform();
     const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
     monitor_->begin();
@@ -188,7 +188,7 @@ class Search {
   }
 
  private:
-  void openSourceAndListener() {
+  void openSourceAndMonitor() {
     const auto message = [this](std::string_view line) { printAside(line); };
     source_ =
         openSource(options_.source,

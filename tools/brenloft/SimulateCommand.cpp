@@ -22,14 +22,13 @@ std::unique_ptr<BtsnoopWriter> makeWriter(const SimulateOptions& options, Output
       throw Failure(ExitStatus::usage, "--out: a terminal shows no capture; name a file or use a pipe");
     return BtsnoopWriter::create([&out](platform::DataView octets) {
       out.write(platform::textOf(octets));
-      return std::string();
+      return platform::Result<>();
     });
   }
   refuseContainerFile("--out", options.out);
-  std::string error;
-  auto writer = BtsnoopWriter::create(options.out, error, std::move(stop));
-  if (!error.empty()) throw Failure(ExitStatus::failed, error);
-  return writer;
+  auto writer = BtsnoopWriter::create(options.out, std::move(stop));
+  if (!writer) throw Failure(ExitStatus::failed, writer.error().text);
+  return *std::move(writer);
 }
 
 }  // namespace
@@ -45,14 +44,14 @@ ExitStatus runSimulate(const SimulateOptions& options) {
       .sensors = options.beacons, .iBeacons = options.iBeacons, .seed = options.seed};
   platform::BeaconWorld world(place);
   const auto end = place.start + options.duration;
-  std::string error;
-  while (!stop.stop_requested() && !out.isClosed() && error.empty()) {
+  platform::Result<> written;
+  while (!stop.stop_requested() && !out.isClosed() && written) {
     const platform::AdvertisingReport report = world.next();
     if (report.time >= end) break;
-    error = writer->write(report);
+    written = writer->write(report);
   }
-  if (error.empty()) error = writer->flush();
-  if (!error.empty()) throw Failure(ExitStatus::failed, error);
+  if (written) written = writer->flush();
+  if (!written) throw Failure(ExitStatus::failed, written.error().text);
   out.finish();
   return ExitStatus::done;
 }

@@ -49,8 +49,7 @@ std::unique_ptr<RunLoop> makeLoop(bool paced) {
 Source openCapture(std::string address, SourceEvents events) {
   const bool paced = takePaced(address);
   Source source{makeLoop(paced), nullptr, false, captureFile(address)};
-  std::string error;
-  source.reports = platform::CaptureSource::make(
+  auto made = platform::CaptureSource::make(
       {.path = source.capture,
        .paced = paced,
        .onEnd = std::move(events.onEnd),
@@ -60,8 +59,9 @@ Source openCapture(std::string address, SourceEvents events) {
            },
        .onProgress = std::move(events.onProgress),
        .stop = std::move(events.stop)},
-      source.loop->dispatch(), error);
-  if (!source.reports) throw Failure(ExitStatus::failed, error);
+      source.loop->dispatch());
+  if (!made) throw Failure(ExitStatus::failed, made.error().text);
+  source.reports = *std::move(made);
   return source;
 }
 

@@ -49,10 +49,10 @@ std::shared_ptr<SourceMonitor> SourceMonitor::make(SourceMonitorOptions options)
 
 void SourceMonitor::begin() {
   if (options_.record.empty()) return;
-  std::string error;
+  auto recording = platform::BtsnoopWriter::create(options_.record, options_.stop);
+  if (!recording) throw Failure(ExitStatus::failed, recording.error().text);
   const std::scoped_lock lock(mutex_);
-  recording_ = platform::BtsnoopWriter::create(options_.record, error, options_.stop);
-  if (!error.empty()) throw Failure(ExitStatus::failed, error);
+  recording_ = *std::move(recording);
 }
 
 std::shared_ptr<platform::AdvertisingReportSource> SourceMonitor::wrap(
@@ -77,30 +77,31 @@ void SourceMonitor::want(const std::vector<platform::CBUUID>& services) {
 void SourceMonitor::heard(const platform::AdvertisingReport& report) {
   wasHeard_ = true;
   if (!takesReports_) return;
-  std::string error;
+  platform::Result<> written;
   std::optional<std::string> warning;
   {
     const std::scoped_lock lock(mutex_);
-    if (recording_) error = recording_->write(report);
-    if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
+    if (recording_) written = recording_->write(report);
+    if (!written) failure_.emplace(ExitStatus::failed, written.error().text);
     if (warning_) warning = warning_->heard(report);
   }
-  reportUnrecorded(error);
+  reportUnrecorded(written);
   if (warning && options_.onMessage) options_.onMessage(*warning);
 }
 
-void SourceMonitor::reportUnrecorded(const std::string& error) {
-  if (!error.empty() && options_.onMessage) options_.onMessage(error + "; from here on nothing is recorded");
+void SourceMonitor::reportUnrecorded(const platform::Result<>& written) {
+  if (!written && options_.onMessage)
+    options_.onMessage(written.error().text + "; from here on nothing is recorded");
 }
 
 void SourceMonitor::announce(const platform::RadioState& state) {
-  std::string error;
+  platform::Result<> written;
   {
     const std::scoped_lock lock(mutex_);
-    if (recording_) error = recording_->write(options_.date(), state);
-    if (!error.empty()) failure_.emplace(ExitStatus::failed, error);
+    if (recording_) written = recording_->write(options_.date(), state);
+    if (!written) failure_.emplace(ExitStatus::failed, written.error().text);
   }
-  reportUnrecorded(error);
+  reportUnrecorded(written);
   if (options_.onRadioState) options_.onRadioState(state);
 }
 
@@ -137,10 +138,10 @@ void SourceMonitor::flush() {
 
 void SourceMonitor::finish() {
   const std::scoped_lock lock(mutex_);
-  const std::string error = recording_ ? recording_->flush() : std::string();
+  const auto written = recording_ ? recording_->flush() : platform::Result<>();
   recording_.reset();
   if (failure_) throw Failure(*failure_);
-  if (!error.empty()) throw Failure(ExitStatus::failed, error);
+  if (!written) throw Failure(ExitStatus::failed, written.error().text);
 }
 
 }  // namespace brenloft

@@ -66,7 +66,7 @@ class SourceMonitor : public std::enable_shared_from_this<SourceMonitor> {
   void want(const std::vector<platform::CBUUID>& services);
   void heard(const platform::AdvertisingReport& report);
   void changed(const platform::RadioState& state);
-  void reportUnrecorded(const std::string& error);
+  void reportUnrecorded(const platform::Result<>& written);
   void fail(ExitStatus status, const std::string& line);
 
   SourceMonitorOptions options_;

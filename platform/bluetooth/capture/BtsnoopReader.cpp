@@ -46,21 +46,17 @@ CaptureLink linkOf(uint64_t dataLink) {
 
 }  // namespace
 
-std::unique_ptr<PacketReader> openBtsnoop(CaptureBuffer& buffer, std::string& error) {
+Result<std::unique_ptr<PacketReader>> openBtsnoop(CaptureBuffer& buffer) {
   const DataView header = buffer.peek(kFileHeader);
-  if (!textOf(header).starts_with(kMagic)) return nullptr;
-  if (header.size() < kFileHeader) {
-    error = "ends inside its btsnoop header";
-    return nullptr;
-  }
+  if (!textOf(header).starts_with(kMagic)) return std::unique_ptr<PacketReader>();
+  if (header.size() < kFileHeader) return Error{.text = "ends inside its btsnoop header"};
   const uint64_t version = wire::bigEndian(header, 8, 4);
   const uint64_t dataLink = wire::bigEndian(header, 12, 4);
   const CaptureLink link = linkOf(dataLink);
   if (version != kVersion)
-    error = fmt::format("is btsnoop of version {}, which is not supported", version);
-  else if (link == CaptureLink::unsupported)
-    error = fmt::format("is btsnoop with data link {}, which is not supported", dataLink);
-  if (!error.empty()) return nullptr;
+    return Error{.text = fmt::format("is btsnoop of version {}, which is not supported", version)};
+  if (link == CaptureLink::unsupported)
+    return Error{.text = fmt::format("is btsnoop with data link {}, which is not supported", dataLink)};
   buffer.drop(kFileHeader);
   return std::make_unique<BtsnoopReader>(buffer, link);
 }

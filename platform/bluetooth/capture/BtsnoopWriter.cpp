@@ -60,7 +60,7 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
   }
   ~BufferedBtsnoopWriter() override { BufferedBtsnoopWriter::flush(); }
 
-  std::string write(const AdvertisingReport& report) override {
+  Result<> write(const AdvertisingReport& report) override {
     if (hasFailed_) return {};
     if (buffer_.empty()) oldest_ = report.time;
     if (isLegacy(report.kind) && report.data.size() <= kLongestLegacyData)
@@ -68,10 +68,10 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
     else
       putExtended(report);
     const bool isLate = report.time - oldest_ >= kLongestDelay || report.time < oldest_;
-    return isLate || buffer_.size() >= kManyOctets ? flush() : std::string();
+    return isLate || buffer_.size() >= kManyOctets ? flush() : Result<>();
   }
 
-  std::string write(Date time, const RadioState& state) override {
+  Result<> write(Date time, const RadioState& state) override {
     if (hasFailed_) return {};
     const Data event = radioStateEvent(state);
     beginPacket(time, event.size());
@@ -79,12 +79,12 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
     return flush();
   }
 
-  std::string flush() override {
+  Result<> flush() override {
     if (hasFailed_) return {};
-    std::string error = sink_(buffer_);
-    hasFailed_ = !error.empty();
+    auto written = sink_(buffer_);
+    hasFailed_ = !written;
     buffer_.clear();
-    return error;
+    return written;
   }
 
  private:
@@ -172,10 +172,11 @@ class BufferedBtsnoopWriter : public BtsnoopWriter {
 
 }  // namespace
 
-std::unique_ptr<BtsnoopWriter> BtsnoopWriter::create(const std::string& path, std::string& error,
-                                                     std::stop_token stop) {
-  const std::shared_ptr<FileSink> file = FileSink::open(path, error, std::move(stop));
-  if (!file) return nullptr;
+Result<std::unique_ptr<BtsnoopWriter>> BtsnoopWriter::create(const std::string& path, std::stop_token stop) {
+  auto opened = FileSink::open(path, std::move(stop));
+  if (!opened) return opened.error();
+  const std::shared_ptr<FileSink> file = *std::move(opened);
+  if (!file) return std::unique_ptr<BtsnoopWriter>();
   return create([file](DataView octets) { return file->write(octets); });
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -20,21 +21,19 @@ namespace platform {
 /// or until `flush`. Threads: one at a time.
 class BtsnoopWriter {
  public:
-  /// Takes octets; returns the line that says why it could not, else nothing.
-  using Sink = std::function<std::string(DataView octets)>;
+  /// Takes octets.
+  using Sink = std::function<Result<>(DataView octets)>;
 
-  /// Begins the file anew. Nothing when that fails, as `FileSink::open` says.
-  static std::unique_ptr<BtsnoopWriter> create(const std::string& path, std::string& error,
-                                               std::stop_token stop = {});
+  /// Begins the file anew; fails, or gives none, as `FileSink::open` does.
+  static Result<std::unique_ptr<BtsnoopWriter>> create(const std::string& path, std::stop_token stop = {});
   static std::unique_ptr<BtsnoopWriter> create(Sink sink);
   virtual ~BtsnoopWriter() = default;
 
-  /// Returns the line that says what went wrong, once; empty when all is well and ever after a failure, from
-  /// which on nothing is written.
-  virtual std::string write(const AdvertisingReport& report) = 0;
-  virtual std::string write(Date time, const RadioState& state) = 0;
+  /// Fails once; from then on nothing is written.
+  virtual Result<> write(const AdvertisingReport& report) = 0;
+  virtual Result<> write(Date time, const RadioState& state) = 0;
   /// Hands everything to the file; returns as `write` does. The destructor does the same without a word.
-  virtual std::string flush() = 0;
+  virtual Result<> flush() = 0;
 };
 
 }  // namespace platform

@@ -62,15 +62,14 @@ class FileByteSource : public ByteSource {
 
 }  // namespace
 
-std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error,
-                                           std::stop_token stop) {
+Result<std::unique_ptr<ByteSource>> openFileSource(const std::string& path, std::stop_token stop) {
   // Not blocking: the opening of a named pipe would wait for a writer.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   auto stopped = descriptor < 0 ? nullptr : std::make_unique<StopDescriptor>(std::move(stop));
   if (stopped && stopped->get() >= 0) return std::make_unique<FileByteSource>(descriptor, std::move(stopped));
-  error = textOfErrno(errno);
+  Error error{.text = textOfErrno(errno)};
   if (descriptor >= 0) close(descriptor);
-  return nullptr;
+  return error;
 }
 
 std::size_t MemoryByteSource::read(std::span<std::byte> octets) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/foundation/Data.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -28,9 +29,8 @@ class ByteSource {
 };
 
 /// A file, a pipe or a device. Reading waits for octets, and for somebody to write into a named pipe, until
-/// `stop` is requested; that may be done on any thread. Nothing, and the reason, when it cannot be opened.
-std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::string& error,
-                                           std::stop_token stop = {});
+/// `stop` is requested; that may be done on any thread.
+Result<std::unique_ptr<ByteSource>> openFileSource(const std::string& path, std::stop_token stop = {});
 
 /// Octets in memory, which must outlive the source.
 class MemoryByteSource : public ByteSource {

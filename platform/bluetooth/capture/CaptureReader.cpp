@@ -15,16 +15,15 @@ namespace {
 // More controllers than this in one capture are not believed; their unfinished fragments are forgotten.
 constexpr std::size_t kMaximumChannels = 64;
 
-std::unique_ptr<PacketReader> openPackets(CaptureBuffer& buffer, std::string& error) {
+Result<std::unique_ptr<PacketReader>> openPackets(CaptureBuffer& buffer) {
   for (const auto openFormat : {openBtsnoop, openPcap, openPcapng}) {
-    auto packets = openFormat(buffer, error);
-    if (packets || !error.empty()) return packets;
+    auto packets = openFormat(buffer);
+    if (!packets || *packets) return packets;
   }
   const bool isEmpty = buffer.peek(1).empty();
-  error = isEmpty ? "is empty" : "is no capture file (btsnoop, pcap or pcapng)";
   const std::string cause = buffer.source().error();
-  if (!cause.empty()) error = "cannot be read: " + cause;
-  return nullptr;
+  if (!cause.empty()) return Error{.text = "cannot be read: " + cause};
+  return Error{.text = isEmpty ? "is empty" : "is no capture file (btsnoop, pcap or pcapng)"};
 }
 
 }  // namespace
@@ -92,26 +91,23 @@ struct CaptureReader::State {
 CaptureReader::CaptureReader(std::unique_ptr<State> state) : state_(std::move(state)) {}
 CaptureReader::~CaptureReader() = default;
 
-std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, DiagnosticHandler onDiagnostic,
-                                                   std::string& error, std::stop_token stop) {
-  std::string cause;
-  auto source = openFileSource(path, cause, std::move(stop));
-  if (source) return open(std::move(source), path, std::move(onDiagnostic), error);
-  error = fmt::format("{}: cannot be opened: {}", path, cause);
-  return nullptr;
+Result<std::unique_ptr<CaptureReader>> CaptureReader::open(const std::string& path,
+                                                           DiagnosticHandler onDiagnostic,
+                                                           std::stop_token stop) {
+  auto source = openFileSource(path, std::move(stop));
+  if (!source) return source.error().in("cannot be opened").in(path);
+  return open(*std::move(source), path, std::move(onDiagnostic));
 }
 
-std::unique_ptr<CaptureReader> CaptureReader::open(std::unique_ptr<ByteSource> source,
-                                                   const std::string& name, DiagnosticHandler onDiagnostic,
-                                                   std::string& error) {
+Result<std::unique_ptr<CaptureReader>> CaptureReader::open(std::unique_ptr<ByteSource> source,
+                                                           const std::string& name,
+                                                           DiagnosticHandler onDiagnostic) {
   auto state = std::make_unique<State>(std::move(source), name, std::move(onDiagnostic));
-  std::string cause;
-  state->packets = openPackets(state->buffer, cause);
+  auto packets = openPackets(state->buffer);
   state->hasEnded = state->buffer.source().isStopped();
-  if (state->packets || state->hasEnded)
-    return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(state)));
-  error = fmt::format("{}: {}", name, cause);
-  return nullptr;
+  if (!packets && !state->hasEnded) return packets.error().in(name);
+  if (packets) state->packets = *std::move(packets);
+  return std::unique_ptr<CaptureReader>(new CaptureReader(std::move(state)));
 }
 
 CaptureReader::Next CaptureReader::next() {

@@ -9,6 +9,7 @@
 
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "platform/bluetooth/capture/ByteSource.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -41,14 +42,14 @@ class CaptureReader {
   using DiagnosticHandler = std::function<void(const CaptureDiagnostic&)>;
   using ReportHandler = std::function<void(const AdvertisingReport&)>;
 
-  /// Nothing, and one line that names the file, when it is no capture that can be read. A pipe is waited for
+  /// Fails, with a text that names the file, when it is no capture that can be read. A pipe is waited for
   /// until `stop` is requested, here and by `next`: then the capture ends with the last whole record that
   /// came.
-  static std::unique_ptr<CaptureReader> open(const std::string& path, DiagnosticHandler onDiagnostic,
-                                             std::string& error, std::stop_token stop = {});
+  static Result<std::unique_ptr<CaptureReader>> open(const std::string& path, DiagnosticHandler onDiagnostic,
+                                                     std::stop_token stop = {});
   /// The same from anywhere; `name` stands for the file in what is said.
-  static std::unique_ptr<CaptureReader> open(std::unique_ptr<ByteSource> source, const std::string& name,
-                                             DiagnosticHandler onDiagnostic, std::string& error);
+  static Result<std::unique_ptr<CaptureReader>> open(std::unique_ptr<ByteSource> source,
+                                                     const std::string& name, DiagnosticHandler onDiagnostic);
   ~CaptureReader();
 
   /// Moves to the next record.

@@ -39,14 +39,15 @@ class Replay final : public QueuedSource<CaptureSource> {
         options_(std::move(options)),
         clock_(std::dynamic_pointer_cast<VirtualDispatch>(dispatch)) {}
 
-  bool load(std::string& error) {
+  Result<> load() {
     const auto keep = [this](const CaptureDiagnostic& diagnostic) { diagnostics_.push_back(diagnostic); };
-    reader_ = CaptureReader::open(options_.path, keep, error, options_.stop);
-    if (!reader_) return false;
+    auto reader = CaptureReader::open(options_.path, keep, options_.stop);
+    if (!reader) return reader.error();
+    reader_ = *std::move(reader);
     next_ = reader_->next();
     time_ = reader_->time();
     if (next_ != CaptureReader::Next::end) followDate();
-    return true;
+    return {};
   }
 
   void startScan(const std::vector<CBUUID>&) override {
@@ -188,11 +189,11 @@ class Replay final : public QueuedSource<CaptureSource> {
 
 }  // namespace
 
-std::shared_ptr<CaptureSource> CaptureSource::make(CaptureSourceOptions options,
-                                                   std::shared_ptr<DispatchService> dispatch,
-                                                   std::string& error) {
+Result<std::shared_ptr<CaptureSource>> CaptureSource::make(CaptureSourceOptions options,
+                                                           std::shared_ptr<DispatchService> dispatch) {
   auto replay = std::make_shared<Replay>(std::move(options), std::move(dispatch));
-  return replay->load(error) ? replay : nullptr;
+  if (const auto loaded = replay->load(); !loaded) return loaded.error();
+  return replay;
 }
 
 }  // namespace platform

@@ -37,10 +37,10 @@ struct CaptureSourceOptions {
 /// tenth of a second for an instant; without a pace the replay waits for the scan.
 class CaptureSource : public AdvertisingReportSource {
  public:
-  /// Opens the file and, on virtual time, sets the date to that of the first record. Nothing, and one line
-  /// that names the file, when it cannot be read.
-  static std::shared_ptr<CaptureSource> make(CaptureSourceOptions options,
-                                             std::shared_ptr<DispatchService> dispatch, std::string& error);
+  /// Opens the file and, on virtual time, sets the date to that of the first record. Fails, with a
+  /// text that names the file, when it cannot be read.
+  static Result<std::shared_ptr<CaptureSource>> make(CaptureSourceOptions options,
+                                                     std::shared_ptr<DispatchService> dispatch);
 };
 
 }  // namespace platform

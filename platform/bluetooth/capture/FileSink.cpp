@@ -37,16 +37,15 @@ std::string textOfErrno() {
 
 }  // namespace
 
-std::unique_ptr<FileSink> FileSink::open(const std::string& path, std::string& error, std::stop_token stop) {
+Result<std::unique_ptr<FileSink>> FileSink::open(const std::string& path, std::stop_token stop) {
   std::unique_ptr<FileSink> sink(new FileSink(path, std::move(stop)));
   sink->openToWrite();
   if (sink->descriptor_ < 0) {
-    if (errno != 0) error = sink->failure(textOfErrno());
-    return nullptr;
+    if (errno != 0) return sink->failure(textOfErrno());
+    return std::unique_ptr<FileSink>();
   }
   if (isatty(sink->descriptor_) != 1) return sink;
-  error = fmt::format("{}: a terminal shows no capture", path);
-  return nullptr;
+  return Error{.text = fmt::format("{}: a terminal shows no capture", path)};
 }
 
 FileSink::~FileSink() {
@@ -65,7 +64,7 @@ void FileSink::openToWrite() {
   }
 }
 
-std::string FileSink::write(DataView octets) {
+Result<> FileSink::write(DataView octets) {
   while (!octets.empty()) {
     const ssize_t count = ::write(descriptor_, octets.data(), octets.size());
     if (count >= 0)
@@ -85,8 +84,8 @@ bool FileSink::awaitReader() const {
   return polled[1].revents == 0 || isReady(descriptor_, POLLOUT, kPatience);
 }
 
-std::string FileSink::failure(const std::string& reason) const {
-  return fmt::format("{}: cannot be written: {}", path_, reason);
+Error FileSink::failure(const std::string& reason) const {
+  return {.text = fmt::format("{}: cannot be written: {}", path_, reason)};
 }
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 
 #include "platform/bluetooth/capture/StopDescriptor.h"
 #include "platform/foundation/Data.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -15,21 +16,21 @@ namespace platform {
 /// Threads: one at a time.
 class FileSink {
  public:
-  /// Nothing, and one line that names the file, when that fails or when it is a terminal; nothing and no line
-  /// when it is a pipe that nobody reads before the stop.
-  static std::unique_ptr<FileSink> open(const std::string& path, std::string& error, std::stop_token stop);
+  /// Fails also when it is a terminal; gives none when it is a pipe that nobody reads before the stop. The
+  /// text of an error, here and below, names the file.
+  static Result<std::unique_ptr<FileSink>> open(const std::string& path, std::stop_token stop);
   ~FileSink();
   FileSink(const FileSink&) = delete;
   FileSink& operator=(const FileSink&) = delete;
 
-  /// Returns the line that says why not everything was written, else nothing.
-  std::string write(DataView octets);
+  /// Fails when not everything was written.
+  Result<> write(DataView octets);
 
  private:
   FileSink(std::string path, std::stop_token stop) : path_(std::move(path)), stop_(std::move(stop)) {}
   void openToWrite();
   bool awaitReader() const;
-  std::string failure(const std::string& reason) const;
+  Error failure(const std::string& reason) const;
 
   const std::string path_;
   const StopDescriptor stop_;

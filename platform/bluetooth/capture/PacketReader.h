@@ -5,6 +5,7 @@
 
 #include "platform/bluetooth/capture/CaptureBuffer.h"
 #include "platform/foundation/Date.h"
+#include "platform/foundation/Error.h"
 
 namespace platform {
 
@@ -69,10 +70,10 @@ class PacketReader {
   CaptureBuffer& buffer_;
 };
 
-// Each recognises its file by the first octets and reads the header; nothing, and why, when it cannot.
-// Without a reason the file is of another kind.
-std::unique_ptr<PacketReader> openBtsnoop(CaptureBuffer& buffer, std::string& error);
-std::unique_ptr<PacketReader> openPcap(CaptureBuffer& buffer, std::string& error);
-std::unique_ptr<PacketReader> openPcapng(CaptureBuffer& buffer, std::string& error);
+// Each recognises its file by the first octets and reads the header. Without a reader the file is of
+// another kind.
+Result<std::unique_ptr<PacketReader>> openBtsnoop(CaptureBuffer& buffer);
+Result<std::unique_ptr<PacketReader>> openPcap(CaptureBuffer& buffer);
+Result<std::unique_ptr<PacketReader>> openPcapng(CaptureBuffer& buffer);
 
 }  // namespace platform

@@ -55,20 +55,15 @@ class PcapReader : public PacketReader {
 
 }  // namespace
 
-std::unique_ptr<PacketReader> openPcap(CaptureBuffer& buffer, std::string& error) {
+Result<std::unique_ptr<PacketReader>> openPcap(CaptureBuffer& buffer) {
   const DataView header = buffer.peek(kPcapHeader);
   const auto flavour = flavourOf(header);
-  if (!flavour) return nullptr;
-  if (header.size() < kPcapHeader) {
-    error = "ends inside its pcap header";
-    return nullptr;
-  }
+  if (!flavour) return std::unique_ptr<PacketReader>();
+  if (header.size() < kPcapHeader) return Error{.text = "ends inside its pcap header"};
   const uint32_t linkType = flavour->order.u32(header, 20) & 0xFFFF;  // above it stands the FCS length
   const CaptureLink link = captureLinkOfPcap(linkType);
-  if (link == CaptureLink::unsupported) {
-    error = fmt::format("is pcap with link type {}, which is not supported", linkType);
-    return nullptr;
-  }
+  if (link == CaptureLink::unsupported)
+    return Error{.text = fmt::format("is pcap with link type {}, which is not supported", linkType)};
   buffer.drop(kPcapHeader);
   return std::make_unique<PcapReader>(buffer, *flavour, link);
 }

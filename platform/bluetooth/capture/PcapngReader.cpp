@@ -171,14 +171,14 @@ class PcapngReader : public PacketReader {
 
 }  // namespace
 
-std::unique_ptr<PacketReader> openPcapng(CaptureBuffer& buffer, std::string& error) {
+Result<std::unique_ptr<PacketReader>> openPcapng(CaptureBuffer& buffer) {
   const DataView head = buffer.peek(kBlockFrame);
-  if (head.size() < 4 || wire::bigEndian(head, 0, 4) != kSectionBlock) return nullptr;
+  if (head.size() < 4 || wire::bigEndian(head, 0, 4) != kSectionBlock) return std::unique_ptr<PacketReader>();
   auto reader = std::make_unique<PcapngReader>(buffer);
   std::string fault;
   if (reader->beginSection(fault)) return reader;
-  error = head.size() < kBlockFrame ? "ends inside its pcapng header" : "begins like pcapng without being it";
-  return nullptr;
+  return Error{.text = head.size() < kBlockFrame ? "ends inside its pcapng header"
+                                                 : "begins like pcapng without being it"};
 }
 
 }  // namespace platform
