@@ -178,7 +178,7 @@ TEST(AutomaticRadio, LeavesAnAdapterToTheProgramThatHasItToItself) {
   const auto choice = chooseRadio(RadioInventory::take(machine.probe()));
   EXPECT_EQ(choice.address, kOverHCI);
   EXPECT_THAT(choice.why, HasSubstr("when that has ended this process may drive it"));
-  EXPECT_TRUE(sourceFor(machine, "hci:0").source) << "it will be down then";
+  EXPECT_TRUE(sourceFor(machine, "hci:0")) << "it will be down then";
 }
 
 TEST(AutomaticRadio, SaysWhatWasLookedForWhenThereIsNone) {
