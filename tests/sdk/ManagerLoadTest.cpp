@@ -44,7 +44,7 @@ class Load {
   /// One half: a round every 25 ms or, when that is too fast, as the reports keep up. False when they stop.
   bool feed(Purpose purpose);
   /// True once the search is on and everything that was advertised and asked for before has been dealt with.
-  bool settle();
+  bool awaitProbe();
   bool await(const std::function<bool()>& condition) const;
   void end();
 
@@ -107,7 +107,7 @@ bool Load::feed(Purpose purpose) {
 
 // Queues keep their order, and what was heard for an earlier scan is not delivered. So a probe that arrives
 // was heard by the scan that was asked for last, and nothing from before it is still on its way.
-bool Load::settle() {
+bool Load::awaitProbe() {
   ++probeSent_;
   return await([&] {
     advertise(probe, kBeacons);
@@ -170,7 +170,7 @@ TEST(ManagerUnderLoad, ReportsEveryAdvertisementOfASteadySearchAndLosesEveryBeac
   auto& manager = *dynamic_cast<BRLContextManager*>(BRLContextManager::Class::shareInstance());
   std::atomic<size_t> seen{0};
   manager.start();
-  ASSERT_TRUE(load.settle());
+  ASSERT_TRUE(load.awaitProbe());
   {
     const auto ranging = beside([] { rangeOnce(load.location()); });
     const auto application = beside([&] {
@@ -181,19 +181,19 @@ TEST(ManagerUnderLoad, ReportsEveryAdvertisementOfASteadySearchAndLosesEveryBeac
     ASSERT_TRUE(load.feed(unsteady));
   }
   manager.start();
-  ASSERT_TRUE(load.settle());
+  ASSERT_TRUE(load.awaitProbe());
 
   // Every timer fires in this pause and finds its beacon lost already.
   manager.stop();
   std::this_thread::sleep_for(kPause);
   manager.start();
-  ASSERT_TRUE(load.settle());
+  ASSERT_TRUE(load.awaitProbe());
   {
     const auto ranging = beside([] { rangeOnce(load.location()); });
     const auto application = beside([&] { seen += readListAndLog(manager); });
     ASSERT_TRUE(load.feed(steady));
   }
-  ASSERT_TRUE(load.settle());
+  ASSERT_TRUE(load.awaitProbe());
   EXPECT_EQ(load.reported(steady), load.sent(steady));
   EXPECT_EQ(load.reported(foreign), 0U);
   EXPECT_GT(seen, 0U);

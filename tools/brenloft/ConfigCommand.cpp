@@ -33,7 +33,7 @@ void check(const ConfigOptions& options, Output& out) {
   const auto outcome = reader.read();
   const auto complaints = outcome.settings ? missingPrograms(*outcome.settings) : outcome.complaints;
   // The last one is told by whoever ends the program.
-  for (std::size_t i = 0; i + 1 < complaints.size(); ++i) say("brenloft: " + complaints[i]);
+  for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
   if (!complaints.empty()) throw Failure(ExitStatus::usage, complaints.back());
   out.write(fmt::format("{} is right: {} beacons, {} alarms\n", options.file.string(),
                         outcome.settings->beacons.size(), outcome.settings->alarms.size()));

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "platform/foundation/Error.h"
 #include "platform/foundation/Hex.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Output.h"
@@ -27,16 +28,12 @@ class HexText {
  public:
   explicit HexText(std::string_view text) : text_(text) {}
 
-  /// Nothing when it is no such text; `fault` says why then.
-  std::optional<platform::Data> octets(std::string& fault) {
+  platform::Result<platform::Data> octets() {
     platform::Data octets;
     while (skipToOctet()) {
       const int high = digit();
       const int low = digit();
-      if (high < 0 || low < 0) {
-        fault = faultAtPosition();
-        return std::nullopt;
-      }
+      if (high < 0 || low < 0) return platform::Error{.text = faultAtPosition()};
       octets.push_back(static_cast<std::byte>(high << 4 | low));
     }
     return octets;
@@ -79,9 +76,8 @@ class Decoder {
 
   /// `place` names the frame when it is no hexadecimal text.
   void decode(const std::string& hex, const std::string& place) {
-    std::string fault;
-    const auto octets = HexText(hex).octets(fault);
-    if (!octets) throw Failure(ExitStatus::failed, fmt::format("{}: {}", place, fault));
+    const auto octets = HexText(hex).octets();
+    if (!octets) throw Failure(ExitStatus::failed, octets.error().in(place).text);
     const auto readings = BRLSensorReadings::fromFrame(*octets);
     switch (format_) {
       case Format::table:
