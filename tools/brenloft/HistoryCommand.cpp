@@ -142,7 +142,7 @@ class HistoryCommand {
     if (!reader && reader.error().kind == Error::Kind::absent) return nullptr;
     return require(std::move(reader));
   }
-  void sayNothing() const { sayEmpty("no history", options_.container); }
+  void printNothing() const { printEmpty("no history", options_.container); }
 
   // Rows.
 
@@ -241,11 +241,11 @@ class HistoryCommand {
       isAny =
           options_.every ? writePieces(*reader, wanted, sink) : writeRows(*reader, wanted, sink, &through);
     if (!reader)
-      sayNothing();
+      printNothing();
     else if (!isAny)
-      say(options_.since.empty() && options_.until.empty()
-              ? "nothing in the last hour; --since goes back further"
-              : "nothing there");
+      printMessage(options_.since.empty() && options_.until.empty()
+                       ? "nothing in the last hour; --since goes back further"
+                       : "nothing there");
     if (options_.follow) follow(wanted, through, out, *signals);
     out.finish();
   }
@@ -292,7 +292,7 @@ class HistoryCommand {
       if (reader) write(*reader, wanted, [&](std::string_view text) { return file.write(text), true; });
       file.finish();
     }
-    if (!reader) sayNothing();
+    if (!reader) printNothing();
   }
 
   void count() {
@@ -306,7 +306,7 @@ class HistoryCommand {
     Output out(Output::Buffering::blocks);
     out.write(fmt::format("{}\n", rows));
     out.finish();
-    if (!reader) sayNothing();
+    if (!reader) printNothing();
   }
 
   void last() {
@@ -320,7 +320,7 @@ class HistoryCommand {
     Output out(Output::Buffering::blocks);
     out.write(text);
     out.finish();
-    if (!reader) sayNothing();
+    if (!reader) printNothing();
   }
 
   void prune() {
@@ -328,25 +328,25 @@ class HistoryCommand {
     if (!options_.before.empty()) pruning.before = instant("--before", options_.before);
     if (!pruning.before && !pruning.size)
       throw Failure(ExitStatus::usage, "what is to go: --before TIME or --keep-size SIZE");
-    if (!open()) return sayNothing();
+    if (!open()) return printNothing();
     if (!confirmed("Delete the oldest rows of the history?", options_.yes)) return;
     const uint64_t pruned = require(pruneHistory(file_, pruning, now_));
-    say(fmt::format("{} rows deleted", pruned));
+    printMessage(fmt::format("{} rows deleted", pruned));
   }
 
   void check() {
-    if (!open()) return sayNothing();
+    if (!open()) return printNothing();
     const auto problems = require(checkHistory(file_));
-    if (problems.empty()) return say(fmt::format("{} is sound", file_.string()));
+    if (problems.empty()) return printMessage(fmt::format("{} is sound", file_.string()));
     for (std::size_t i = 0; i + 1 < problems.size(); ++i)
-      say(fmt::format("brenloft: {}: {}", file_.string(), problems[i]));
+      printMessage(fmt::format("brenloft: {}: {}", file_.string(), problems[i]));
     fail({Error::Kind::failed, problems.back()});
   }
 
   // Whole or not at all.
   void backUp() {
     refuseContainerFile("FILE", options_.out, options_.container);
-    if (!open()) return sayNothing();
+    if (!open()) return printNothing();
     const std::string partial = options_.out + ".partial";
     const auto refuse = [&](const std::string& why) {
       ::unlink(partial.c_str());
