@@ -102,7 +102,7 @@ void AlarmBook::restore(const AlarmsKept& kept) {
     if (!beacon || !state.text || !state.owner.starts_with(kAlarmOwner)) continue;
     const auto rule =
         std::ranges::find(settings_->alarms, state.owner.substr(kAlarmOwner.size()), &AlarmRule::name);
-    if (rule == settings_->alarms.end() || !concerns(*rule, *beacon))
+    if (rule == settings_->alarms.end() || !concerns(*rule, *beacon, settings_->beacon(*beacon)))
       clearWithoutRule(state, *beacon);
     else
       restoreSlot(*beacon, static_cast<std::size_t>(rule - settings_->alarms.begin()), state, kept);
@@ -180,7 +180,7 @@ AlarmBook::Slots AlarmBook::adopted(const BeaconId& beacon, const Slots& slots, 
   for (Slot slot : slots) {
     const AlarmRule& old = before.alarms[slot.rule];
     const auto rule = std::ranges::find(settings_->alarms, old.name, &AlarmRule::name);
-    if (rule == settings_->alarms.end() || !concerns(*rule, beacon)) {
+    if (rule == settings_->alarms.end() || !concerns(*rule, beacon, settings_->beacon(beacon))) {
       const bool isRaised = slot.state.phase == Phase::raised;
       clearWithoutRule({std::string(kAlarmOwner) + old.name, beacon.text(), isRaised ? "r" : ""}, beacon);
       if (isRaised && !old.exec.empty()) handlers_.onNotice({old, beacon, false, dispatch_->date()});

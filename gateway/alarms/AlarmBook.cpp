@@ -54,19 +54,22 @@ AlarmBook::~AlarmBook() {
 
 void AlarmBook::heard(const Reading& reading) {
   if (reading.verdict != Verdict::plausible) return;
+  const BeaconSettings* known = settings_->beacon(reading.beacon);
+  auto slots = slots_.find(reading.beacon);
   for (std::size_t i = 0; i < settings_->alarms.size(); ++i) {
     const AlarmRule& rule = settings_->alarms[i];
     const auto value = valueOf(rule.quantity, reading);
-    if (!value || !concerns(rule, reading.beacon)) continue;
-    Slot* slot = find(reading.beacon, i);
+    if (!value || !concerns(rule, reading.beacon, known)) continue;
+    Slot* slot = slots == slots_.end() ? nullptr : find(slots->second, i);
     if (slot == nullptr) {
       const bool isQuiet = step(rule, {}, value, listened()).state.phase == Phase::quiet;
       if (isQuiet || !hasRoomFor(reading.beacon)) continue;
       slot = &slotOf(reading.beacon, i);
+      slots = slots_.find(reading.beacon);
     }
     judge(reading.beacon, *slot, value, reading.heard);
   }
-  forgetWhatIsOver(reading.beacon);
+  if (slots != slots_.end()) forgetWhatIsOver(slots);
 }
 
 void AlarmBook::radio(bool isListening) {
@@ -84,11 +87,13 @@ void AlarmBook::radio(bool isListening) {
 void AlarmBook::told(const std::string& rule, const BeaconId& beacon) {
   const auto found = std::ranges::find(settings_->alarms, rule, &AlarmRule::name);
   if (found == settings_->alarms.end()) return;
-  Slot* slot = find(beacon, static_cast<std::size_t>(found - settings_->alarms.begin()));
+  const auto slots = slots_.find(beacon);
+  if (slots == slots_.end()) return;
+  Slot* slot = find(slots->second, static_cast<std::size_t>(found - settings_->alarms.begin()));
   if (slot == nullptr || slot->untold.empty()) return;
   slot->untold.erase(0, 1);
   handlers_.onState(stateOf(beacon, *slot));
-  forgetWhatIsOver(beacon);
+  forgetWhatIsOver(slots);
 }
 
 std::vector<AlarmBook::Raised> AlarmBook::raised(const BeaconId& beacon) const {
@@ -104,8 +109,7 @@ ListenedTime AlarmBook::listened() const {
   return pausedAt_.value_or(dispatch_->now()) - paused_;
 }
 
-bool AlarmBook::concerns(const AlarmRule& rule, const BeaconId& beacon) const {
-  const BeaconSettings* known = settings_->beacon(beacon);
+bool AlarmBook::concerns(const AlarmRule& rule, const BeaconId& beacon, const BeaconSettings* known) {
   if (known != nullptr && known->ignore) return false;
   if (rule.beacon) return *rule.beacon == beacon;
   if (!rule.place.empty()) return known != nullptr && known->place == rule.place;
@@ -120,24 +124,20 @@ bool AlarmBook::isOver(const Slot& slot) const {
   return slot.untold.empty() && isForgettable(slot.state);
 }
 
-AlarmBook::Slot* AlarmBook::find(const BeaconId& beacon, std::size_t rule) {
-  const auto found = slots_.find(beacon);
-  if (found == slots_.end()) return nullptr;
-  const auto slot = std::ranges::find(found->second, rule, &Slot::rule);
-  return slot == found->second.end() ? nullptr : &*slot;
+AlarmBook::Slot* AlarmBook::find(Slots& slots, std::size_t rule) {
+  const auto slot = std::ranges::find(slots, rule, &Slot::rule);
+  return slot == slots.end() ? nullptr : &*slot;
 }
 
 AlarmBook::Slot& AlarmBook::slotOf(const BeaconId& beacon, std::size_t rule) {
-  if (Slot* slot = find(beacon, rule)) return *slot;
   Slots& slots = slots_[beacon];
+  if (Slot* slot = find(slots, rule)) return *slot;
   return *slots.insert(std::ranges::upper_bound(slots, rule, {}, &Slot::rule), Slot{.rule = rule});
 }
 
-void AlarmBook::forgetWhatIsOver(const BeaconId& beacon) {
-  const auto found = slots_.find(beacon);
-  if (found == slots_.end()) return;
-  std::erase_if(found->second, [this](const Slot& slot) { return isOver(slot); });
-  if (found->second.empty()) slots_.erase(found);
+void AlarmBook::forgetWhatIsOver(SlotsByBeacon::iterator slots) {
+  std::erase_if(slots->second, [this](const Slot& slot) { return isOver(slot); });
+  if (slots->second.empty()) slots_.erase(slots);
 }
 
 // A beacon that is never heard at all is silent, too.
@@ -149,7 +149,7 @@ void AlarmBook::beginSilences() {
     if (rule.beacon) beacons.push_back(*rule.beacon);
     for (const auto& [beacon, known] : settings_->beacons) beacons.push_back(beacon);
     for (const BeaconId& beacon : beacons) {
-      if (!concerns(rule, beacon)) continue;
+      if (!concerns(rule, beacon, settings_->beacon(beacon))) continue;
       Slot& slot = slotOf(beacon, i);
       if (slot.state.phase != Phase::quiet) continue;
       slot.state.phase = Phase::pending;
@@ -217,7 +217,7 @@ void AlarmBook::timeIsUp() {
   std::ranges::sort(due);
   for (const auto& [deadline, rule, beacon] : due) {
     judge(beacon, slotOf(beacon, rule), std::nullopt, dispatch_->date());
-    forgetWhatIsOver(beacon);
+    forgetWhatIsOver(slots_.find(beacon));
   }
   awaitEarliest();
 }

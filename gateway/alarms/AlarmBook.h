@@ -90,15 +90,17 @@ class AlarmBook {
     std::string untold{};       // an r or a c for each notice that was not dealt with, the oldest first
   };
   using Slots = std::vector<Slot>;  // of one beacon, in the order of the rules
+  using SlotsByBeacon = std::unordered_map<BeaconId, Slots>;
 
   const AlarmRule& ruleOf(const Slot& slot) const { return settings_->alarms[slot.rule]; }
   ListenedTime listened() const;
-  bool concerns(const AlarmRule& rule, const BeaconId& beacon) const;
+  /// `known`: what the settings say of the beacon.
+  static bool concerns(const AlarmRule& rule, const BeaconId& beacon, const BeaconSettings* known);
   bool hasRoomFor(const BeaconId& beacon) const;
   bool isOver(const Slot& slot) const;
-  Slot* find(const BeaconId& beacon, std::size_t rule);
+  static Slot* find(Slots& slots, std::size_t rule);
   Slot& slotOf(const BeaconId& beacon, std::size_t rule);
-  void forgetWhatIsOver(const BeaconId& beacon);
+  void forgetWhatIsOver(SlotsByBeacon::iterator slots);
   void beginSilences();
   void judge(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
   void apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
@@ -117,7 +119,7 @@ class AlarmBook {
   const std::shared_ptr<platform::DispatchService> dispatch_;
   std::shared_ptr<const Settings> settings_;
   const Handlers handlers_;
-  std::unordered_map<BeaconId, Slots> slots_;
+  SlotsByBeacon slots_;
   std::optional<platform::dispatch_time_t> pausedAt_;
   ListenedTime paused_{};                // in all
   std::optional<ListenedTime> awaited_;  // the timer's deadline
