@@ -194,15 +194,15 @@ void HistoryStore::add(NewReading& reading) {
                                             shown(raw.battery, offsets.battery), raw.emergency});
 }
 
-void HistoryStore::add(NewEvent& added) {
-  if (added.event) {
-    const BeaconEvent& event = *added.event;
+void HistoryStore::add(const std::unique_ptr<NewEvent>& added) {
+  if (added->event) {
+    const BeaconEvent& event = *added->event;
     const int64_t seq = takeSeq();
     StoredView beacon;
-    if (added.subject) {
-      resolve(*added.subject);
-      beacon = added.subject->beacon;
-      added.subject->tail->lastSeq = seq;
+    if (added->subject) {
+      resolve(*added->subject);
+      beacon = added->subject->beacon;
+      added->subject->tail->lastSeq = seq;
     }
     const int64_t heard = ticksOf(event.heard);
     widenTail(heard);
@@ -211,7 +211,7 @@ void HistoryStore::add(NewEvent& added) {
                            event.count == 0 ? StoredView() : StoredView(static_cast<int64_t>(event.count))});
     insertEvent_.run();
   }
-  if (added.state) keep(*added.state);
+  if (added->state) keep(*added->state);
 }
 
 void HistoryStore::keep(const KeptState& state) {

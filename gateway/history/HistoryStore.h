@@ -76,7 +76,8 @@ struct NewEvent {
   std::optional<BeaconEvent> event{};  // none: the state alone
   std::optional<KeptState> state{};
 };
-using NewRecord = std::variant<NewReading, NewEvent>;
+/// Events are few, and readings must not be as large as they.
+using NewRecord = std::variant<NewReading, std::unique_ptr<NewEvent>>;
 
 /// Which rows are to go.
 struct PruneGoal {
@@ -121,7 +122,7 @@ class HistoryStore {
   void clearTail();
   void widenTail(int64_t heard);
   void add(NewReading& reading);
-  void add(NewEvent& event);
+  void add(const std::unique_ptr<NewEvent>& event);
   void keep(const KeptState& state);
   int64_t takeSeq();
   void insert(int64_t seq, std::initializer_list<platform::StoredView> columns);

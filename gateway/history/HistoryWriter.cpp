@@ -90,11 +90,14 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   }
 
   void accept(const BeaconEvent& event, std::optional<KeptState> state) {
-    push(NewEvent{event.beacon ? knownOf(*event.beacon).subject : nullptr, event, std::move(state)},
-         When::now, event.heard);
+    auto subject = event.beacon ? knownOf(*event.beacon).subject : nullptr;
+    push(std::make_unique<NewEvent>(NewEvent{std::move(subject), event, std::move(state)}), When::now,
+         event.heard);
   }
 
-  void keep(const KeptState& state) { push(NewEvent{nullptr, std::nullopt, state}, When::soon, {}); }
+  void keep(const KeptState& state) {
+    push(std::make_unique<NewEvent>(NewEvent{nullptr, std::nullopt, state}), When::soon, {});
+  }
 
   void flush() {
     const std::scoped_lock lock(fileMutex_);
@@ -202,12 +205,9 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     // What was lost was lost after what waited.
     if (const Lost lost = std::exchange(lost_, {}); lost.count != 0) {
       ++waiting_;
-      batch_.emplace_back(NewEvent{.subject = nullptr,
-                                   .event = BeaconEvent{.beacon = std::nullopt,
-                                                        .heard = lost.since,
-                                                        .kind = BeaconEvent::Kind::gap,
-                                                        .count = lost.count},
-                                   .state = std::nullopt});
+      BeaconEvent gap{.beacon = std::nullopt, .heard = lost.since, .kind = BeaconEvent::Kind::gap};
+      gap.count = lost.count;
+      batch_.emplace_back(std::make_unique<NewEvent>(NewEvent{nullptr, std::move(gap), std::nullopt}));
     }
     return !batch_.empty();
   }
