@@ -20,7 +20,9 @@ std::vector<std::string> environmentWith(const Variables& variables) {
   std::vector<std::string> environment;
   for (char** one = environ; *one != nullptr; ++one) {
     const std::string_view entry = *one;
-    const auto isReplaced = [&](const auto& variable) { return entry.starts_with(variable.first + '='); };
+    const auto isReplaced = [&](const auto& variable) {
+      return entry.substr(0, entry.find('=')) == variable.first;
+    };
     if (std::ranges::none_of(variables, isReplaced)) environment.emplace_back(entry);
   }
   for (const auto& [name, value] : variables) environment.push_back(name + '=' + value);
@@ -29,6 +31,7 @@ std::vector<std::string> environmentWith(const Variables& variables) {
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;

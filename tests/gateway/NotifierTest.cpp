@@ -63,7 +63,8 @@ class NotifierTest : public testing::Test {
 };
 
 TEST_F(NotifierTest, GivesTheCommandTheFactsAndNoShell) {
-  notify("too warm", "env | grep ^BRENLOFT_ | sort > \"$1\"; echo \"$2\" >> \"$1\"");
+  notify("too warm",
+         "env | grep ^BRENLOFT_ | grep -v ^BRENLOFT_MUTANT= | sort > \"$1\"; echo \"$2\" >> \"$1\"");
   waitForDone(1);
   EXPECT_EQ(test::contentsOf(output()),
             "BRENLOFT_ALARM=too warm\nBRENLOFT_BEACON=C0-C1-5C-00-00-01\nBRENLOFT_EVENT=raised\n"
