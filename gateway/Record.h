@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -76,6 +77,8 @@ struct Label {
   std::string name{};
   std::string place{};
 };
+/// As the settings in force have them.
+using Labels = std::function<Label(const BeaconId&)>;
 
 using Record = std::variant<Reading, BeaconEvent>;
 

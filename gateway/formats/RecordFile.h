@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "gateway/Sink.h"
@@ -12,8 +11,6 @@ namespace brenloft {
 /// Records as lines of a file. What could not be written is told by a `gap` once it can be again.
 class RecordFile final : public Sink {
  public:
-  using Labels = std::function<Label(const BeaconId&)>;
-
   RecordFile(std::unique_ptr<TextFile> file, RecordLines lines, Labels labels)
       : file_(std::move(file)), lines_(std::move(lines)), labels_(std::move(labels)) {}
 

@@ -247,5 +247,36 @@ TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {
       << said({"-v"});
 }
 
+// The count of one program's lines against what another kept: every reading of every beacon is there.
+TEST(Readings, AreAllThereInEveryOutput) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder, {"--beacons", "8"});
+  std::size_t heard = 0;
+  for (const std::string& line : runTool({"hear", "-s", source, "-F", "jsonl"}).lines())
+    heard += valueOf(line, "readings") != "null" ? 1 : 0;
+  ASSERT_GT(heard, 100U);
+
+  writeFile(folder.file("toml"), "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"Fridge\"\ntemperature = 1\n");
+  const Ended ended =
+      runTool({"scan", "-s", source, "-F", "readings", "--out", "influx:" + folder.file("influx"),
+               "--history", "-C", folder.file("c"), "--config", folder.file("toml")});
+  ASSERT_EQ(ended.status, 0) << ended.err;
+  const std::string influx = contentsOf(folder.file("influx"));
+  EXPECT_EQ(countOf(ended.out, R"("event":"reading")"), heard);
+  EXPECT_EQ(countOf(influx, "reading,"), heard);
+  EXPECT_EQ(countOf(influx, "name=Fridge "), countOf(influx, "raw_temperature"));
+  const std::size_t events = countOf(influx, "event,");
+  EXPECT_EQ(runTool({"history", "count", "-C", folder.file("c")}).out, std::to_string(heard + events) + "\n");
+
+  const Ended known = runTool({"scan", "-s", source, "--out", "readings:-", "--only", "known",
+                               "--transitions", "--config", folder.file("toml")});
+  EXPECT_EQ(known.lines().size(), countOf(known.out, R"("name":"Fridge")"));
+  EXPECT_EQ(countOf(known.out, R"("event":"reading")"), 0U);
+  for (const char* wrong :
+       {"--out=readings", "--out=foo:x", "--only=Fridge", "--exit-time=0", "--keep-size=1"})
+    EXPECT_EQ(runTool({"scan", "-s", source, wrong}).status, 2) << wrong;
+  EXPECT_EQ(runTool({"scan", "-s", source, "--out", "influx:" + folder.file("no/such")}).status, 1);
+}
+
 }  // namespace
 }  // namespace brenloft_test

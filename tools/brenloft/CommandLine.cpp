@@ -29,6 +29,12 @@ namespace {
 
 using Run = ChosenCommand;
 
+const Choices<SearchFormat> kSearchFormats{
+    {"table", SearchFormat::table},       {"jsonl", SearchFormat::jsonl},   {"csv", SearchFormat::csv},
+    {"readings", SearchFormat::readings}, {"influx", SearchFormat::influx}, {"none", SearchFormat::none}};
+const Choices<SearchFormat> kFileFormats{{"readings", SearchFormat::readings},
+                                         {"influx", SearchFormat::influx}};
+
 constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
 
 void addRecord(CLI::App& command, std::string& record) {
@@ -87,17 +93,74 @@ void addSimulate(CLI::App& app, Run& run) {
   });
 }
 
-void addExitTime(CLI::App& command, double& seconds) {
+void addExitTime(CLI::App& command, SearchOptions& options) {
   command.add_option_function<std::string>(
       "--exit-time",
-      [&seconds](const std::string& text) {
+      [&options](const std::string& text) {
+        if (text == "auto") return;
         const auto value = durationFromText(text);
         if (!value || value->count() == 0)
-          throw CLI::ValidationError("--exit-time", fmt::format("'{}' is no duration above 0", text));
-        seconds = std::chrono::duration<double>(*value).count();
+          throw CLI::ValidationError("--exit-time",
+                                     fmt::format("'{}' is neither auto nor a duration above 0", text));
+        options.exitTime = std::chrono::duration<double>(*value).count();
+        options.gateway.choice.exitTime.given = *value;
       },
-      "silence after which a sensor beacon is lost (also 1m30s); default 5");
+      "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon from "
+      "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
 }
+
+// FORMAT:FILE, and FORMAT:- for standard output.
+void addOut(CLI::App& command, SearchOptions& options) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--out",
+          [&options](const std::vector<std::string>& texts) {
+            options.gateway.files.clear();
+            for (const std::string& text : texts) {
+              const std::size_t colon = text.find(':');
+              const std::string file = colon == std::string::npos ? "" : text.substr(colon + 1);
+              if (file.empty())
+                throw CLI::ValidationError("--out", fmt::format("'{}' is not FORMAT:FILE", text));
+              const SearchFormat format = chosen("--out", text.substr(0, colon), kFileFormats);
+              if (file != "-")
+                options.gateway.files.push_back({format, file});
+              else if (options.format && *options.format != format)
+                throw CLI::ValidationError("--out", "standard output has another format already");
+              else
+                options.format = format;
+            }
+          },
+          "also write " + listText(wordsOf(kFileFormats)) + " to a file, as FORMAT:FILE; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
+void addOnly(CLI::App& command, BeaconChoice& choice) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--only",
+          [&choice](const std::vector<std::string>& texts) {
+            choice.only.clear();
+            choice.isKnown = false;
+            for (const std::string& text : texts) {
+              const auto beacon = BeaconId::fromText(text);
+              if (text != "known" && !beacon)
+                throw CLI::ValidationError("--only",
+                                           fmt::format("'{}' is neither known nor an identifier such as "
+                                                       "C0-C1-5C-00-00-01 or UUID/MAJOR/MINOR",
+                                                       text));
+              if (beacon)
+                choice.only.insert(*beacon);
+              else
+                choice.isKnown = true;
+            }
+          },
+          "only this beacon, or known: those in the settings file; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
+const Choices<bool> kOnOff{{"on", true}, {"off", false}};
 
 // The service gives one and its settings may give the other, so the last one holds.
 void addVerbose(CLI::App& command, bool& verbose) {
@@ -112,13 +175,45 @@ void addVerbose(CLI::App& command, bool& verbose) {
   });
 }
 
+// An option whose text `parse` makes a value of, or says that it is none.
+template <typename Value, typename Parse>
+void addParsed(CLI::App& command, const std::string& name, Value& value, const Parse& parse,
+               const std::string& what, const std::string& help) {
+  command.add_option_function<std::string>(
+      name,
+      [&value, parse, what, name](const std::string& text) {
+        const auto parsed = parse(text);
+        if (!parsed) throw CLI::ValidationError(name, fmt::format("'{}' is no {}", text, what));
+        value = *parsed;
+      },
+      help);
+}
+
+void addHistoryOptions(CLI::App& command, GatewayOptions& options) {
+  command.add_flag("--history", options.keepsHistory, "keep every reading in the container's history.sqlite");
+  addDuration(command, "--history-interval", options.history.interval,
+              "keep one routine reading of a beacon in so long; default every one");
+  addParsed(command, "--history-deadband", options.history.deadband, historyDeadbandFromText,
+            "deadband such as temperature=0.2,humidity=1",
+            "and, in between, one that moved so far, such as temperature=0.2,humidity=1");
+  addDuration(command, "--keep", options.history.keep, "of the history, delete what is older (400d)");
+  addParsed(command, "--keep-size", options.history.keepSize, historySizeFromText,
+            "size of 1M or more, such as 500M or 2G",
+            "of the history, delete the oldest beyond this size (2G)");
+}
+
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
   command.add_flag("--log", options.log,
                    "log each beacon when found, back, in an emergency and lost; not every reading");
+  addHistoryOptions(command, options.gateway);
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
-  addFormat(command, options.format, kAllFormats);
+  addFormat(command, options.format, kSearchFormats);
+  addOut(command, options);
+  addOnly(command, options.gateway.choice);
+  addChoice(command, "--plausible", options.gateway.choice.isPlausible, kOnOff,
+            ": leave out what no sensor can have measured; default on");
   addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
                    "tell only beacons that appear, are lost or return, and emergencies that begin or end");
@@ -140,7 +235,7 @@ void addScan(CLI::App& app, Run& run) {
   auto* command = app.add_subcommand("scan", "Find sensor beacons and tell their readings");
   command->add_option("--uuid", options->uuid, "only this service; default: every one")
       ->check(checkServiceUUID);
-  addExitTime(*command, options->exitTime);
+  addExitTime(*command, *options);
   addSearchOptions(*command, *options);
   command->callback([&run, options] {
     options->settings = run.settings;
@@ -169,16 +264,15 @@ void addRange(CLI::App& app, Run& run) {
       ->check(CLI::Range(0, 65535));
   command->add_option("--minor", options->minor, "only iBeacons with this minor")
       ->check(CLI::Range(0, 65535));
-  auto* group =
-      command
-          ->add_option("--group", options->group,
-                       "what tells beacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: "
-                       "what is given")
-          ->check(CLI::Range(0, 2));
+  command
+      ->add_option(
+          "--group", options->group,
+          "what tells beacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: what is "
+          "given, and 2 for readings, influx and the live table")
+      ->check(CLI::Range(0, 2));
   addLeftAfter(*command, options->leftAfter);
   addSearchOptions(*command, *options);
-  command->callback([&run, options, group] {
-    if (group->count() == 0) options->group = options->minor ? 2 : options->major ? 1 : 0;
+  command->callback([&run, options] {
     options->settings = run.settings;
     run = [options] { return runSearch(*options); };
   });

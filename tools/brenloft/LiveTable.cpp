@@ -72,7 +72,7 @@ class LiveTable : public SearchEvents {
   }
 
   std::chrono::milliseconds period() const override { return kPeriod; }
-  void tick() override {
+  void tick(platform::Date) override {
     findPlace();
     if (isChanged_) draw();
   }
@@ -183,7 +183,7 @@ class LiveTable : public SearchEvents {
 
 }  // namespace
 
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm) {
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels) {
   return std::make_unique<LiveTable>(out, timeForm);
 }
 

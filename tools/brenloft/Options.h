@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "gateway/beacons/BeaconBook.h"
 #include "gateway/configuration/SettingsParser.h"
+#include "gateway/history/HistoryOptions.h"
 
 namespace brenloft {
 
@@ -17,6 +19,15 @@ class LiveSettings;
 // What the command line asked for, one structure per command; `CommandLine.cpp` fills them.
 
 enum class Format { table, jsonl, csv };
+/// Of `scan` and `range`.
+enum class SearchFormat {
+  table,
+  jsonl,
+  csv,
+  readings,  ///< a JSON object per reading, for other programs
+  influx,    ///< line protocol
+  none,
+};
 enum class TimeForm { local, utc, epoch };
 
 struct DecodeOptions {
@@ -42,6 +53,18 @@ struct SimulateOptions {
   uint64_t seed = 1;
 };
 
+/// What the gateway makes of a search.
+struct GatewayOptions {
+  struct File {
+    SearchFormat format;
+    std::string name;
+  };
+  std::vector<File> files;  ///< beside standard output
+  BeaconChoice choice;
+  bool keepsHistory = false;
+  HistoryOptions history;
+};
+
 /// `scan` and `range`.
 struct SearchOptions {
   enum class Mode : uint8_t { sensors = 1, iBeacons = 2 };
@@ -50,20 +73,22 @@ struct SearchOptions {
   std::optional<std::string> uuid;
   std::optional<uint16_t> major;  ///< only iBeacons with this one
   std::optional<uint16_t> minor;
-  int64_t group = 0;  ///< what tells iBeacons apart, as `beaconGroupType`
+  std::optional<int64_t> group;  ///< what tells iBeacons apart, as `beaconGroupType`; absent: as it fits
   /// Silence after which a single iBeacon has left.
   std::chrono::microseconds leftAfter = std::chrono::seconds(30);
-  double exitTime = 5;  ///< seconds
+  double exitTime = 5;  ///< seconds; the library's
   bool log = false;
   std::optional<std::chrono::microseconds> duration;
-  uint64_t count = 0;            ///< ends after so many events; 0: never
-  std::optional<Format> format;  ///< absent: a table on a terminal, else JSON lines
+  uint64_t count = 0;  ///< ends after so many events; 0: never
+  /// Absent: a table on a terminal, else nothing where there are files, else JSON lines.
+  std::optional<SearchFormat> format;
   std::optional<TimeForm> time;  ///< absent: as the format has it
   bool transitions = false;      ///< only what begins or ends
   std::filesystem::path container;
   std::string record;
   bool verbose = false;  ///< with the library's diagnostic lines
   std::shared_ptr<LiveSettings> settings;
+  GatewayOptions gateway;
 };
 
 struct LogOptions {

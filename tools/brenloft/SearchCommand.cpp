@@ -8,9 +8,11 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "BrenloftSDK/BRLContextManager.h"
 #include "BrenloftSDK/BRLCoreDataManager.h"
+#include "gateway/configuration/LiveSettings.h"
 #include "platform/NativePlatform.h"
 #include "platform/location/BeaconLocationService.h"
 #include "tools/brenloft/Commands.h"
@@ -18,6 +20,7 @@
 #include "tools/brenloft/IBeaconFilter.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/SearchEvents.h"
+#include "tools/brenloft/SearchGateway.h"
 #include "tools/brenloft/Source.h"
 #include "tools/brenloft/SourceMonitor.h"
 #include "tools/brenloft/StopSignals.h"
@@ -27,32 +30,54 @@
 namespace brenloft {
 namespace {
 
-Format formatOf(const SearchOptions& options) {
+SearchFormat formatOf(const SearchOptions& options) {
   if (options.format) return *options.format;
-  return Output::isTerminal() ? Format::table : Format::jsonl;
+  if (Output::isTerminal()) return SearchFormat::table;
+  return options.gateway.files.empty() ? SearchFormat::jsonl : SearchFormat::none;
 }
 
-std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out) {
-  const Format format = formatOf(options);
-  const TimeForm timeForm = timeFormOf(options.time, format);
+std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out, const Labels& labels) {
+  const SearchFormat format = formatOf(options);
+  const TimeForm timeForm =
+      timeFormOf(options.time, format == SearchFormat::table ? Format::table : Format::jsonl);
   switch (format) {
-    case Format::jsonl:
+    case SearchFormat::jsonl:
       return makeJsonEvents(out, timeForm);
-    case Format::csv:
+    case SearchFormat::csv:
       return makeCsvEvents(out, timeForm);
-    case Format::table:
+    case SearchFormat::readings:
+    case SearchFormat::influx:
+      return makeRecordLines(out, recordLinesOf(format, options.time), labels);
+    case SearchFormat::none:
+      return makeNoEvents();
+    case SearchFormat::table:
       break;
   }
-  return Output::isScreen() ? makeLiveTable(out, timeForm) : makeRowEvents(out, timeForm);
+  return Output::isScreen() ? makeLiveTable(out, timeForm, labels) : makeRowEvents(out, timeForm);
 }
 
-std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out) {
-  auto events = makeForm(options, out);
+std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out, const Labels& labels) {
+  auto events = makeForm(options, out, labels);
   return options.transitions ? makeTransitions(std::move(events)) : std::move(events);
 }
 
-// Passes the library's calls on, one at a time: they come on several threads.
-class Reporter final : public BRLDelegateOf<Reporter> {
+// Whether what is wanted is the gateway's.
+bool isOfRecords(const SearchOptions& options) {
+  const SearchFormat format = formatOf(options);
+  return format == SearchFormat::readings || format == SearchFormat::influx ||
+         !options.gateway.files.empty() || options.gateway.keepsHistory ||
+         (format == SearchFormat::table && Output::isScreen());
+}
+
+// What tells iBeacons apart. The gateway tells each from the others, whatever was chosen.
+int64_t groupOf(const SearchOptions& options) {
+  if (options.group) return *options.group;
+  return isOfRecords(options) || options.minor ? 2 : options.major ? 1 : 0;
+}
+
+// Passes the library's calls on, one at a time: they come on several threads. To what is shown it also passes
+// the gateway's records.
+class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
  public:
   Reporter(SearchEvents& events, Output& out, const SearchOptions& options)
       : events_(events),
@@ -63,9 +88,12 @@ class Reporter final : public BRLDelegateOf<Reporter> {
 
   /// Where the time of an event comes from, and what ends the search.
   void attach(RunLoop& loop) { loop_ = &loop; }
+  /// Who hears what the library tells, too.
+  void attach(Ear& ear) { ear_ = &ear; }
 
   bool respondsTo(BRLDelegateOperation operation) const noexcept override {
-    if (operation == BRLDelegateOperation::didByteArray && !events_.showsBytes()) return false;
+    if (operation == BRLDelegateOperation::didByteArray && !events_.showsBytes() && ear_ == nullptr)
+      return false;
     return BRLDelegateOf<Reporter>::respondsTo(operation);
   }
 
@@ -73,6 +101,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) {
       departures_.reported(*beacon);
+      if (ear_ != nullptr) ear_->beacon(*beacon);
       return events_.beacon(time, beacon->snapshot());
     });
   }
@@ -80,6 +109,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     std::vector<Departures::Change> changes;
     report([&](auto time) {
       changes = departures_.ranged(time, beacons);
+      if (ear_ != nullptr) ear_->ranged(beacons);
       return events_.ranged(time, beacons);
     });
     for (const Departures::Change& change : changes) {
@@ -90,7 +120,10 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     }
   }
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>& octets) override {
-    report([&](auto time) { return events_.bytes(time, octets); });
+    report([&](auto time) {
+      if (ear_ != nullptr) ear_->bytes(octets);
+      return events_.bytes(time, octets);
+    });
   }
   void emergencyCallback_forBeacon(BRLContextManager&,
                                    const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
@@ -106,9 +139,21 @@ class Reporter final : public BRLDelegateOf<Reporter> {
     });
   }
 
+  void accept(const Record& record) override {
+    const std::scoped_lock lock(mutex_);
+    // What was heard before the end is shown, however late it comes.
+    count(!isCountedOut() && events_.record(record));
+  }
+  void flush() override {}
+  State state() const override { return {}; }
+  void refused(const Reading& reading) {
+    const std::scoped_lock lock(mutex_);
+    events_.refused(reading);
+  }
+
   void tick() {
     const std::scoped_lock lock(mutex_);
-    events_.tick();
+    events_.tick(loop_->dispatch()->date());
     if (!loop_->isVirtual()) out_.checkReader();
     if (out_.isClosed()) loop_->stop();
   }
@@ -134,22 +179,26 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   template <typename Event>
   void report(Event event) {
     const std::scoped_lock lock(mutex_);
-    if (show(event) && isCounted_ && --left_ == 0) loop_->stop();
+    count(show(event));
   }
+  void count(bool isShown) {
+    if (isShown && isCounted_ && --left_ == 0) loop_->stop();
+    if (out_.isClosed()) loop_->stop();
+  }
+  bool isCountedOut() const { return isCounted_ && left_ == 0; }
 
   /// Whether anything was shown of it.
   template <typename Event>
   bool show(Event event) {
-    if (isCounted_ && left_ == 0) return false;
+    if (isCountedOut()) return false;
     if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return false;
     const platform::Date date = loop_->dispatch()->date();
     const bool isShown = event(date);
     // A timer on virtual time would run through every gap of a capture.
     if (loop_->isVirtual() && (date < ticked_ || date - ticked_ >= events_.period())) {
       ticked_ = date;
-      events_.tick();
+      events_.tick(date);
     }
-    if (out_.isClosed()) loop_->stop();
     return isShown;
   }
 
@@ -157,6 +206,7 @@ class Reporter final : public BRLDelegateOf<Reporter> {
   SearchEvents& events_;
   Output& out_;
   RunLoop* loop_ = nullptr;
+  Ear* ear_ = nullptr;
   const bool isCounted_;
   uint64_t left_;
   Departures departures_;
@@ -171,13 +221,15 @@ class Search {
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
         out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
-        events_(makeEvents(options_, out_)),
+        events_(makeEvents(options_, out_,
+                           [this](const auto& beacon) { return gateway_->line().labelOf(beacon); })),
         reporter_(*events_, out_, options_) {}
 
   void run() {
     StopSignals signals;
-    signals.watch([this] { stop_.request_stop(); });
+    signals.watch([this] { stop_.request_stop(); }, [this] { reload(); });
     openSourceAndMonitor();
+    openGateway();
     installPlatform();
     const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
     monitor_->begin();
@@ -194,22 +246,45 @@ class Search {
         openSource(options_.source,
                    {.onEnd = [this] { sourceEnded(); }, .onMessage = message, .stop = stop_.get_token()});
     reporter_.attach(*source_.loop);
-    monitor_ = SourceMonitor::make(
-        {.record = options_.record,
-         .container = options_.container,
-         .capture = source_.capture,
-         .isRadio = source_.isRadio,
-         .exitTime =
-             options_.mode == SearchOptions::Mode::sensors ? std::optional(options_.exitTime) : std::nullopt,
-         .date = [this] { return source_.loop->dispatch()->date(); },
-         .stop = stop_.get_token(),
-         .onMessage = message,
-         .onRadioState = [this](const platform::RadioState& state) { reporter_.radio(state); },
-         .onUnusable = [this] { source_.loop->stop(); }});
+    monitor_ = SourceMonitor::make({.record = options_.record,
+                                    .container = options_.container,
+                                    .capture = source_.capture,
+                                    .isRadio = source_.isRadio,
+                                    .exitTime = options_.mode == SearchOptions::Mode::sensors
+                                                    ? std::optional(options_.exitTime)
+                                                    : std::nullopt,
+                                    .date = [this] { return source_.loop->dispatch()->date(); },
+                                    .stop = stop_.get_token(),
+                                    .onMessage = message,
+                                    .onRadioState =
+                                        [this](const platform::RadioState& state) {
+                                          reporter_.radio(state);
+                                          if (gateway_) gateway_->radio(state);
+                                        },
+                                    .onUnusable = [this] { source_.loop->stop(); }});
     reports_ = monitor_->wrap(source_.reports);
     if (options_.mode == SearchOptions::Mode::iBeacons)
       reports_ = filtered(
           reports_, {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major, options_.minor});
+  }
+
+  // Where only what the library tells is wanted, it need not be judged; but people are told of strangers.
+  void openGateway() {
+    const bool hasAlarms = !options_.settings->current()->alarms.empty();
+    if (!isOfRecords(options_) && !hasAlarms && ::isatty(STDERR_FILENO) != 1) return;
+    gateway_ = std::make_unique<SearchGateway>(
+        options_, *source_.loop,
+        SearchGateway::Handlers{reporter_, [this](const Reading& reading) { reporter_.refused(reading); },
+                                [this](std::string_view line) { printAside(line); }});
+    reporter_.attach(gateway_->ear());
+  }
+
+  void reload() {
+    // A signal may come before anything is heard.
+    if (!source_.loop) return;
+    source_.loop->dispatch()->mainQueue()->async([this] {
+      if (gateway_) gateway_->reload();
+    });
   }
 
   // iBeacons are reported once a second: the last, unfinished one is waited for.
@@ -230,7 +305,7 @@ class Search {
              },
          .onRadioDiagnostic = [this](std::string_view line) { printAside(line); }});
     // A search that keeps nothing leaves no trace.
-    if (!options_.log && options_.container.empty())
+    if (!options_.log && !options_.gateway.keepsHistory && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
     platform.log = [](std::string_view) {};
     if (options_.verbose) platform.log = [this](std::string_view line) { printWithTime(line); };
@@ -280,7 +355,7 @@ class Search {
     mainQueue->async([this, mainQueue] {
       if (hasEnded_) return;
       BRLContextManager::Class::startLeScan();
-      mainQueue->async([this] { BRLContextManager::Class::setBeaconGroupType(options_.group); });
+      mainQueue->async([this] { BRLContextManager::Class::setBeaconGroupType(groupOf(options_)); });
     });
   }
 
@@ -297,6 +372,7 @@ class Search {
     BRLContextManager::Class::setDelegate(nullptr);
     source_.loop->runDue();
     reports_->close();
+    if (gateway_) gateway_->finish();
     reporter_.finish();
     // Neither takes the other along when it fails.
     out_.flush();
@@ -307,6 +383,7 @@ class Search {
   const SearchOptions options_;
   std::stop_source stop_;
   Output out_;
+  std::unique_ptr<SearchGateway> gateway_;
   std::unique_ptr<SearchEvents> events_;
   Reporter reporter_;
   TimeText diagnosticTimes_{options_.time.value_or(TimeForm::local)};  // used within the reporter's `aside`

@@ -7,6 +7,8 @@
 
 #include "BrenloftSDK/BRLDataModel.h"
 #include "BrenloftSDK/BRLRecordList.h"
+#include "gateway/Record.h"
+#include "gateway/formats/RecordLines.h"
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "tools/brenloft/Options.h"
 #include "tools/brenloft/Output.h"
@@ -34,13 +36,29 @@ class SearchEvents {
   virtual bool left(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual bool returned(platform::Date time, const BRLBeaconSnapshot& record) = 0;
   virtual void radio(platform::Date time, const platform::RadioState& state) = 0;
+  /// What the gateway makes of what the library tells: a reading that it believes, or what it found in it.
+  virtual bool record(const Record&) { return false; }
+  /// A reading that it does not believe.
+  virtual void refused(const Reading&) {}
   /// Once every `period`.
-  virtual void tick() {}
+  virtual void tick(platform::Date) {}
   /// Short where something is drawn; else just long enough to notice that nobody reads any more.
   virtual std::chrono::milliseconds period() const { return Output::kReaderCheck; }
   /// Somebody is about to write to standard error.
   virtual void makeRoom() {}
   virtual void finish() {}
+};
+
+/// A form that shows what the gateway makes of a search, and nothing that the library tells.
+class RecordEvents : public SearchEvents {
+ public:
+  bool bytes(platform::Date, const Octets&) override { return false; }
+  bool beacon(platform::Date, const BRLBeaconSnapshot&) override { return false; }
+  bool emergency(platform::Date, const BRLBeaconSnapshot&) override { return false; }
+  bool ranged(platform::Date, const BRLRecordList&) override { return false; }
+  bool left(platform::Date, const BRLBeaconSnapshot&) override { return false; }
+  bool returned(platform::Date, const BRLBeaconSnapshot&) override { return false; }
+  void radio(platform::Date, const platform::RadioState&) override {}
 };
 
 /// One JSON line per event.
@@ -50,7 +68,13 @@ std::unique_ptr<SearchEvents> makeCsvEvents(Output& out, TimeForm timeForm);
 /// One line for people per record that changed.
 std::unique_ptr<SearchEvents> makeRowEvents(Output& out, TimeForm timeForm);
 /// A table on a terminal that is redrawn in place, one line per beacon.
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm);
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels labels);
+/// As `--format` and `--time` have it.
+RecordLines recordLinesOf(SearchFormat format, const std::optional<TimeForm>& time);
+/// One line per record, for other programs.
+std::unique_ptr<SearchEvents> makeRecordLines(Output& out, RecordLines lines, Labels labels);
+/// Nothing.
+std::unique_ptr<SearchEvents> makeNoEvents();
 /// Passes on what begins or ends: a beacon's presence, an emergency, a state of the radio.
 std::unique_ptr<SearchEvents> makeTransitions(std::unique_ptr<SearchEvents> shown);
 

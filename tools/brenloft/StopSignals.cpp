@@ -4,14 +4,25 @@
 #include <csignal>
 #include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace brenloft {
+namespace {
 
-StopSignals::StopSignals() {
+// One that hung up cannot be opened any more.
+bool hasTerminal() {
+  const int terminal = ::open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC);
+  if (terminal >= 0) ::close(terminal);
+  return terminal >= 0;
+}
+
+}  // namespace
+
+StopSignals::StopSignals() : hadTerminal_(hasTerminal()) {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
@@ -29,17 +40,26 @@ StopSignals::~StopSignals() {
   ::close(end_);
 }
 
-void StopSignals::watch(std::function<void()> onStop) {
-  thread_ = std::thread([this, onStop = std::move(onStop)] { wait(onStop); });
+void StopSignals::watch(std::function<void()> onStop, std::function<void()> onHangUp) {
+  thread_ = std::thread(
+      [this, onStop = std::move(onStop), onHangUp = std::move(onHangUp)] { wait(onStop, onHangUp); });
 }
 
-void StopSignals::wait(const std::function<void()>& onStop) {
+bool StopSignals::isTerminalGone() const {
+  return hadTerminal_ && !hasTerminal();
+}
+
+void StopSignals::wait(const std::function<void()>& onStop, const std::function<void()>& onHangUp) const {
   std::array<pollfd, 2> events{{{signals_, POLLIN, 0}, {end_, POLLIN, 0}}};
   while (true) {
     if (::poll(events.data(), events.size(), -1) < 0) continue;
     if (events[1].revents != 0) return;
     signalfd_siginfo info{};
     if (::read(signals_, &info, sizeof info) != sizeof info) continue;
+    if (info.ssi_signo == SIGHUP && onHangUp && !isStopped() && !isTerminalGone()) {
+      onHangUp();
+      continue;
+    }
     if (stopped_.exchange(true)) ::_exit(128 + static_cast<int>(info.ssi_signo));
     onStop();
   }

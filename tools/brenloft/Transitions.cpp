@@ -29,7 +29,11 @@ class Transitions final : public SearchEvents {
     return shown_->returned(time, record);
   }
   void radio(platform::Date time, const platform::RadioState& state) override { shown_->radio(time, state); }
-  void tick() override { shown_->tick(); }
+  bool record(const Record& record) override {
+    return std::holds_alternative<BeaconEvent>(record) && shown_->record(record);
+  }
+  void refused(const Reading& reading) override { shown_->refused(reading); }
+  void tick(platform::Date now) override { shown_->tick(now); }
   std::chrono::milliseconds period() const override { return shown_->period(); }
   void makeRoom() override { shown_->makeRoom(); }
   void finish() override { shown_->finish(); }

@@ -1,0 +1,131 @@
+#include "tools/brenloft/SearchGateway.h"
+
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "gateway/formats/RecordFile.h"
+#include "gateway/history/HistoryReader.h"
+#include "gateway/history/HistoryWriter.h"
+#include "tools/brenloft/ContainerFiles.h"
+#include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/SearchEvents.h"
+#include "tools/brenloft/Store.h"
+
+namespace brenloft {
+namespace {
+
+// The line keeps what it is given; what is shown outlives it.
+std::shared_ptr<Sink> unowned(Sink& sink) {
+  return {&sink, [](Sink*) {}};
+}
+
+// What the last run left. A history that cannot be read is one that cannot be written, which tells why.
+AlarmsKept keptIn(const std::filesystem::path& file) {
+  AlarmsKept kept;
+  const auto opened = HistoryReader::open(file);
+  if (!opened) return kept;
+  HistoryReader& reader = **opened;
+  if (auto states = reader.states()) kept.states = *std::move(states);
+  if (const auto latest = reader.latest())
+    for (const HistoryBeacon& one : *latest)
+      if (one.latest) kept.heard[one.beacon] = heardAt(one.latest->record);
+  if (const auto last = reader.lastSeq(); last && *last > 0)
+    if (const auto page = reader.rows(*last - 1, {}, 1); page && !page->rows.empty())
+      kept.stoppedAt = heardAt(page->rows.front().record);
+  return kept;
+}
+
+}  // namespace
+
+SearchGateway::SearchGateway(const SearchOptions& options, RunLoop& loop, Handlers handlers)
+    : loop_(loop),
+      handlers_(std::move(handlers)),
+      queue_(loop.dispatch()->createQueue("gateway")),
+      settings_(options.settings),
+      line_(loop.dispatch(), queue_, settings_->current(), options.gateway.choice),
+      notifier_(loop.dispatch(), queue_,
+                {.onDone = [this](const AlarmNotice& notice) { line_.told(notice); },
+                 .onMessage = handlers_.onMessage}),
+      ear_(loop.dispatch(), [this](Reading reading) { line_.hear(std::move(reading)); }) {
+  line_.setOnRefused([this](const Reading& reading) {
+    if (reading.verdict == Verdict::unknown || reading.verdict == Verdict::ignored) return;
+    handlers_.onRefused(reading);
+    if (const auto line = strangers_.refused(reading)) handlers_.onMessage(*line);
+  });
+  line_.setOnNotice([this](const AlarmNotice& notice) { notify(notice); });
+  line_.add(unowned(handlers_.shown));
+  if (options.gateway.keepsHistory) addHistory(options);
+  for (const GatewayOptions::File& file : options.gateway.files) addFile(file, options);
+}
+
+void SearchGateway::addHistory(const SearchOptions& options) {
+  const std::filesystem::path folder = folderOfContainer(options.container);
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  const std::filesystem::path file = folder / kHistoryFileName;
+  const AlarmsKept kept = keptIn(file);
+  auto opened = HistoryWriter::open(file, options.gateway.history, loop_.dispatch(), queue_,
+                                    stateHandler(file.native()));
+  if (!opened) throw Failure(ExitStatus::storeUnusable, opened.error().in(file.native()).text);
+  line_.add(std::shared_ptr<KeepingSink>(*std::move(opened)), kept);
+}
+
+void SearchGateway::addFile(const GatewayOptions::File& file, const SearchOptions& options) {
+  refuseContainerFile("--out", file.name, options.container);
+  auto opened = TextFile::open(file.name, loop_.dispatch(), queue_, stateHandler(file.name));
+  if (!opened) throw Failure(ExitStatus::failed, opened.error().text);
+  const auto labels = [this](const BeaconId& beacon) { return line_.labelOf(beacon); };
+  line_.add(
+      std::make_shared<RecordFile>(*std::move(opened), recordLinesOf(file.format, options.time), labels));
+}
+
+Sink::StateHandler SearchGateway::stateHandler(const std::string& name) {
+  return [this, name](const Sink::State& state) {
+    handlers_.onMessage(fmt::format(
+        "brenloft: {}: {}", name,
+        state.isWorking ? "is written again" : state.reason + "; the rest goes on, and this is tried again"));
+  };
+}
+
+// Rules are tried on recordings: nobody is called for what happened last week.
+void SearchGateway::notify(const AlarmNotice& notice) {
+  if (loop_.isVirtual())
+    queue_->async([this, notice] { line_.told(notice); });
+  else
+    notifier_.notify(notice, line_.labelOf(notice.beacon));
+}
+
+void SearchGateway::radio(const platform::RadioState& state) {
+  const std::string text(textOf(state.state));
+  line_.radio(state.state == platform::CBManagerState::poweredOn,
+              state.reason.empty() ? text : fmt::format("{} ({})", text, state.reason));
+}
+
+void SearchGateway::reload() {
+  const auto [settings, lines] = settings_->reload();
+  for (const std::string& line : lines) handlers_.onMessage(line);
+  if (settings) line_.setSettings(settings);
+  line_.reopen();
+}
+
+void SearchGateway::finish() {
+  std::promise<void> done;
+  line_.finish([this, &done] {
+    if (const auto line = strangers_.atEnd()) handlers_.onMessage(*line);
+    done.set_value();
+  });
+  const auto isDone = done.get_future();
+  // On virtual time it is this thread that runs the queue; an output that is closed stops it again.
+  while (loop_.isVirtual() && isDone.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+    loop_.runDue();
+  isDone.wait();
+}
+
+}  // namespace brenloft

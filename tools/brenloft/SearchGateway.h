@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "gateway/Gateway.h"
+#include "gateway/alarms/Notifier.h"
+#include "gateway/configuration/LiveSettings.h"
+#include "gateway/ear/Ear.h"
+#include "gateway/formats/TextFile.h"
+#include "platform/bluetooth/AdvertisingReport.h"
+#include "tools/brenloft/Options.h"
+#include "tools/brenloft/RunLoop.h"
+#include "tools/brenloft/Strangers.h"
+
+namespace brenloft {
+
+/// The gateway of one search: hears what the library tells, and goes to the outputs that were asked for.
+///
+/// Threads: as its parts.
+class SearchGateway {
+ public:
+  struct Handlers {
+    Sink& shown;  ///< what stands on standard output
+    std::function<void(const Reading&)> onRefused;
+    std::function<void(std::string_view line)> onMessage;
+  };
+
+  /// Throws `Failure` for an output or a history that cannot be opened.
+  SearchGateway(const SearchOptions& options, RunLoop& loop, Handlers handlers);
+
+  Ear& ear() { return ear_; }
+  Gateway& line() { return line_; }
+  void radio(const platform::RadioState& state);
+  /// Reads the settings again and opens the files again.
+  void reload();
+  /// Everything heard so far has reached the outputs; nothing more may be heard.
+  void finish();
+
+ private:
+  void notify(const AlarmNotice& notice);
+  void addHistory(const SearchOptions& options);
+  void addFile(const GatewayOptions::File& file, const SearchOptions& options);
+  Sink::StateHandler stateHandler(const std::string& name);
+
+  RunLoop& loop_;
+  const Handlers handlers_;
+  const platform::dispatch_queue_t queue_;
+  const std::shared_ptr<LiveSettings> settings_;
+  Gateway line_;
+  Notifier notifier_;
+  Ear ear_;
+  Strangers strangers_;
+};
+
+}  // namespace brenloft
