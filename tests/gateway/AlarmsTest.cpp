@@ -186,6 +186,14 @@ const Series kSeries[] = {
     {"[[alarm]]\nname = \"weak\"\nplace = \"kitchen\"\nquantity = \"rssi\"\nbelow = -80\n",
      {"1 C0-C1-5C-00-00-09 rssi -90", "2 oven rssi -81"},
      {"2 raised weak"}},
+    // The shorter hold ends first, although it began later.
+    {kWarm + "for = 60\n[[alarm]]\nname = \"hot\"\nquantity = \"temperature\"\nabove = 20\nfor = 5\n",
+     {"0 fridge temperature 9", "10 fridge temperature 30", "100 end"},
+     {"15 raised hot", "60 raised warm"}},
+    {"[beacon.\"C0-C1-5C-00-00-03\"]\nignore = true\n[[alarm]]\nname = \"weak\"\nquantity = \"rssi\"\nbelow "
+     "= -80\n",
+     {"1 C0-C1-5C-00-00-03 rssi -90"},
+     {}},
     {"[[alarm]]\nname = \"wet\"\nquantity = \"dew-point\"\nabove = 9.25\n",
      {"1 oven temperature 20", "2 oven temperature 20 humidity 49.9", "3 oven temperature 20 humidity 50"},
      {"3 raised wet"}},
@@ -308,6 +316,21 @@ TEST(AlarmsTest, KeepTheirStateByTheirNameWhenTheSettingsChange) {
   world.playLine("61 fridge temperature 9");
   world.restart(10s, kGone);
   EXPECT_THAT(world.events, ElementsAre("61 raised warm", "61 cleared warm"));
+}
+
+TEST(AlarmsTest, BeginAHoldAnewForAnotherLimitAndHoldItWhileTheRadioIsDown) {
+  AlarmsWorld world(kWarm + "for = 60\n");
+  world.playLine("0 fridge temperature 9");
+  world.book().setSettings(
+      rulesOf("[[alarm]]\nname = \"warm\"\nquantity = \"temperature\"\nabove = 8.5\nfor = 60\n"));
+  world.play({"30 fridge temperature 9", "100 end"});
+  EXPECT_THAT(world.events, ElementsAre("90 raised warm"));
+
+  AlarmsWorld other(kWarm + "for = 60\n");
+  other.play({"0 fridge temperature 9", "50 radio down", "100 end"});
+  other.restart();
+  other.playLine("200 end");
+  EXPECT_THAT(other.events, ElementsAre("110 raised warm"));
 }
 
 TEST(AlarmsTest, TellAgainAfterARestartWhatWasNotDealtWith) {
