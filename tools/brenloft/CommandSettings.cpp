@@ -20,16 +20,16 @@ struct Trial {
   ChosenCommand run;
 };
 
-std::vector<CLI::App*> commandsOf(const CLI::App& app) {
+std::vector<CLI::App*> subcommandsOf(const CLI::App& app) {
   return const_cast<CLI::App&>(app).get_subcommands([](const CLI::App*) { return true; });
 }
 
 // Each command that has none below it, with its whole name.
 template <class Visit>
 void eachCommand(CLI::App& app, const std::string& above, const Visit& visit) {
-  for (CLI::App* command : commandsOf(app)) {
+  for (CLI::App* command : subcommandsOf(app)) {
     const std::string name = above.empty() ? command->get_name() : above + ' ' + command->get_name();
-    if (commandsOf(*command).empty()) visit(*command, name);
+    if (subcommandsOf(*command).empty()) visit(*command, name);
     eachCommand(*command, name, visit);
   }
 }
