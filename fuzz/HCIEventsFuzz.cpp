@@ -8,7 +8,7 @@
 // into one small merger.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* octets, size_t size) {
   platform::HCIAdvertisingEvents events;
-  platform::AdvertisementMerger merger(2);
+  platform::AdvertisementMerger merger({.addresses = 2, .octets = 300});
   const platform::HCIAdvertisingEvents::Handler take = [&](const platform::AdvertisingReport& report) {
     merger.merge(report);
   };

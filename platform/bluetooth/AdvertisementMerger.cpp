@@ -1,6 +1,9 @@
 #include "platform/bluetooth/AdvertisementMerger.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 namespace platform {
@@ -9,26 +12,44 @@ namespace {
 constexpr std::size_t kAdvertisement = 0;
 constexpr std::size_t kScanResponse = 1;
 
-void addServiceUUIDs(const ADStructures& advertisement, const ADStructures& scanResponse,
-                     CBAdvertisementData& data) {
-  const std::vector<CBUUID>& first = advertisement.serviceUUIDs;
-  if (first.empty() && scanResponse.serviceUUIDs.empty()) return;
-  std::vector<CBUUID>& all = data.serviceUUIDs.emplace();
-  all.reserve(first.size() + scanResponse.serviceUUIDs.size());
-  all = first;
-  std::copy_if(
-      scanResponse.serviceUUIDs.begin(), scanResponse.serviceUUIDs.end(), std::back_inserter(all),
-      [&](const CBUUID& uuid) { return std::find(first.begin(), first.end(), uuid) == first.end(); });
+void addServiceUUIDs(const std::vector<CBUUID>& advertised, const std::vector<CBUUID>& answered,
+                     std::optional<std::vector<CBUUID>>& all) {
+  if (advertised.empty() && answered.empty()) return all.reset();
+  if (!all) all.emplace();
+  all->assign(advertised.begin(), advertised.end());
+  if (answered.empty()) return;
+  std::vector<CBUUID> known = advertised;
+  std::ranges::sort(known);
+  std::ranges::copy_if(answered, std::back_inserter(*all),
+                       [&](const CBUUID& uuid) { return !std::ranges::binary_search(known, uuid); });
+}
+
+void assign(const std::optional<DataView>& read, std::optional<Data>& kept) {
+  if (!read) return kept.reset();
+  if (!kept) kept.emplace();
+  kept->assign(read->begin(), read->end());
 }
 
 bool isSame(const Data& kept, DataView heard) {
-  return std::equal(kept.begin(), kept.end(), heard.begin(), heard.end());
+  return kept.size() == heard.size() &&
+         (kept.empty() || std::memcmp(kept.data(), heard.data(), kept.size()) == 0);
+}
+
+/// To write to: the one that was kept, unless somebody else still holds it.
+void renew(std::shared_ptr<MergedAdvertisement>& merged) {
+  if (merged.use_count() != 1) {
+    merged = std::make_shared<MergedAdvertisement>();
+    return;
+  }
+  // Its last other holder may have been on another thread: counting once more orders what is written now
+  // behind what was read there.
+  const std::shared_ptr<MergedAdvertisement> ordered = merged;
 }
 
 }  // namespace
 
-AdvertisementMerger::AdvertisementMerger(std::size_t capacity)
-    : capacity_(std::max<std::size_t>(capacity, 1)) {}
+AdvertisementMerger::AdvertisementMerger(Capacity capacity)
+    : capacity_{std::max<std::size_t>(capacity.addresses, 1), capacity.octets} {}
 
 std::shared_ptr<const MergedAdvertisement> AdvertisementMerger::merge(const AdvertisingReport& report) {
   const std::size_t own = isScanResponse(report.kind) ? kScanResponse : kAdvertisement;
@@ -36,39 +57,56 @@ std::shared_ptr<const MergedAdvertisement> AdvertisementMerger::merge(const Adve
     Entry alone;
     alone.isConnectable = isConnectable(report.kind);
     alone.sides[own].octets = toData(report.data);
-    return build(report.address, alone, own);
+    build(report.address, alone, own);
+    return alone.sides[own].merged;
   }
   Entry& entry = entryFor(report.address.key());
   Side& side = entry.sides[own];
-  Side& other = entry.sides[1 - own];
   if (own == kAdvertisement && entry.isConnectable != isConnectable(report.kind)) {
     entry.isConnectable = isConnectable(report.kind);
-    side.merged = other.merged = nullptr;
+    entry.change();
   }
-  if (!isSame(side.octets, report.data)) {
-    side.octets.assign(report.data.begin(), report.data.end());
-    side.merged = other.merged = nullptr;
-  }
-  if (!side.merged) side.merged = build(report.address, entry, own);
+  if (!isSame(side.octets, report.data)) keep(entry, own, report.data);
+  if (!side.isCurrent) build(report.address, entry, own);
   return side.merged;
 }
 
 void AdvertisementMerger::clear() {
   slots_.clear();
   entries_.clear();
+  free_.clear();
+  octets_ = 0;
   newest_ = oldest_ = kNone;
 }
 
-AdvertisementMerger::Merged AdvertisementMerger::build(const BluetoothAddress& address, const Entry& entry,
-                                                       std::size_t own) {
+/// The entry is the newest, so it stays.
+void AdvertisementMerger::keep(Entry& entry, std::size_t own, DataView octets) {
+  octets_ -= entry.octets();
+  entry.sides[own].octets.assign(octets.begin(), octets.end());
+  octets_ += entry.octets();
+  entry.change();
+  while (octets_ > capacity_.octets && oldest_ != newest_) forgetOldest();
+}
+
+void AdvertisementMerger::build(const BluetoothAddress& address, Entry& entry, std::size_t own) {
   for (std::size_t i = 0; i < structures_.size(); ++i) structures_[i].read(entry.sides[i].octets);
-  auto merged = std::make_shared<MergedAdvertisement>();
-  if (!address.isAnonymous()) merged->peripheral.identifier = address.text();
-  structures_[own].fill(merged->data);
-  structures_[1 - own].fill(merged->data);
-  addServiceUUIDs(structures_[kAdvertisement], structures_[kScanResponse], merged->data);
-  merged->data.isConnectable = entry.isConnectable;
-  return merged;
+  const ADStructures& first = structures_[own];
+  const ADStructures& second = structures_[1 - own];
+  Side& side = entry.sides[own];
+  renew(side.merged);
+  std::string& identifier = side.merged->peripheral.identifier;
+  if (identifier.empty() && !address.isAnonymous()) identifier = address.text();
+  CBAdvertisementData& data = side.merged->data;
+  assign(first.manufacturerData ? first.manufacturerData : second.manufacturerData, data.manufacturerData);
+  data.localName.reset();
+  data.txPowerLevel.reset();
+  data.serviceData.clear();
+  first.fill(data);
+  second.fill(data);
+  addServiceUUIDs(structures_[kAdvertisement].serviceUUIDs, structures_[kScanResponse].serviceUUIDs,
+                  data.serviceUUIDs);
+  data.isConnectable = entry.isConnectable;
+  side.isCurrent = true;
 }
 
 AdvertisementMerger::Entry& AdvertisementMerger::entryFor(uint64_t key) {
@@ -85,15 +123,23 @@ AdvertisementMerger::Entry& AdvertisementMerger::entryFor(uint64_t key) {
 }
 
 AdvertisementMerger::Slot AdvertisementMerger::slotToUse() {
-  if (entries_.size() < capacity_) {
+  if (slots_.size() > capacity_.addresses) forgetOldest();
+  if (free_.empty()) {
     entries_.emplace_back();
     return static_cast<Slot>(entries_.size() - 1);
   }
+  const Slot slot = free_.back();
+  free_.pop_back();
+  return slot;
+}
+
+void AdvertisementMerger::forgetOldest() {
   const Slot slot = oldest_;
   unlink(slot);
   slots_.erase(entries_[slot].key);
+  octets_ -= entries_[slot].octets();
   entries_[slot] = Entry{};
-  return slot;
+  free_.push_back(slot);
 }
 
 void AdvertisementMerger::unlink(Slot slot) {

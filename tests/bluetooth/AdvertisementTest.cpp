@@ -206,7 +206,7 @@ class Merging : public testing::Test {
   }
   static Data named(const char* name) { return ADBuilder().localName(name).octets(); }
 
-  AdvertisementMerger merger{3};
+  AdvertisementMerger merger{{.addresses = 3, .octets = 400}};
 };
 
 TEST_F(Merging, PutsOwnFieldsFirstAndFillsInTheRest) {
@@ -292,6 +292,19 @@ TEST_F(Merging, ForgetsTheLeastRecentlyHeardAddress) {
   EXPECT_FALSE(hear("02", AdvertisingKind::connectable, {})->data.localName);
   EXPECT_FALSE(hear("04", AdvertisingKind::connectable, {})->data.localName);
   EXPECT_EQ(merger.addressCount(), 3U);
+}
+
+TEST_F(Merging, ForgetsTheLeastRecentlyHeardForTheRoomOfOthers) {
+  const Data large(250);
+  for (const char* device : {"01", "02"}) hear(device, AdvertisingKind::scanResponse, named(device));
+  hear("01", AdvertisingKind::connectable, large);
+  EXPECT_EQ(merger.addressCount(), 2U);
+  hear("02", AdvertisingKind::connectable, large);
+  EXPECT_EQ(merger.addressCount(), 1U);
+  EXPECT_TRUE(hear("02", AdvertisingKind::connectable, {})->data.localName);
+  EXPECT_FALSE(hear("01", AdvertisingKind::connectable, {})->data.localName);
+  for (int i = 0; i < 2; ++i) hear("03", AdvertisingKind::connectable, Data(500));  // more than there is room
+  EXPECT_EQ(merger.addressCount(), 1U);
 }
 
 }  // namespace
