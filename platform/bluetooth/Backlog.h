@@ -9,8 +9,8 @@
 
 namespace platform {
 
-/// Counts what waits on a queue whose owner may be slow for ever, so that it stays bounded: what comes beyond
-/// that is to be dropped. That this begins is logged once, and at the end how much was.
+/// Counts what waits on a queue whose owner may be slow for ever, so that it stays bounded, and what is
+/// dropped because of that. That this begins is logged once, and at the end how much was.
 ///
 /// Threads: any.
 class Backlog {
@@ -24,12 +24,14 @@ class Backlog {
   bool add() {
     if (waiting_.fetch_add(1) < most_) return true;
     --waiting_;
-    if (++dropped_ == 1)
-      log("reports come faster than they are taken: what exceeds " + std::to_string(most_) +
-          " waiting ones is dropped");
     return false;
   }
   void remove() { --waiting_; }
+  void drop() {
+    if (++dropped_ == 1)
+      log("reports come faster than they are taken: what exceeds " + std::to_string(most_) +
+          " waiting ones is dropped");
+  }
   void close() {
     if (const auto dropped = dropped_.exchange(0); dropped > 0)
       log(std::to_string(dropped) + " reports were dropped because they came faster than they were taken");

@@ -45,34 +45,84 @@ void CentralDelivery::didUpdateState() {
   });
 }
 
-void CentralDelivery::didHear(const AdvertisingReport& report,
-                              const std::shared_ptr<const MergedAdvertisement>& merged) {
-  const std::optional<uint64_t> scanNumber = scanThatWants(report, merged->data);
-  if (!scanNumber || !backlog_.add()) return;
-  queue_->async([self = shared_from_this(), merged, number = *scanNumber, rssi = report.rssi] {
-    self->backlog_.remove();
-    self->gate_.call([&] {
-      if (!self->isCurrent(number)) return;
-      self->delegate_.centralManager_didDiscoverPeripheral_advertisementData_RSSI(
-          self->central_, merged->peripheral, merged->data, rssi);
-    });
+void CentralDelivery::didHear(const AdvertisingReport& report, const Merged& merged) {
+  switch (place(report, merged)) {
+    case Place::none:
+    case Place::replaced:
+      return;
+    case Place::dropped:
+      return backlog_.drop();
+    case Place::behind:
+      return queue_->async([self = shared_from_this()] { self->deliverNext(); });
+  }
+}
+
+CentralDelivery::Place CentralDelivery::place(const AdvertisingReport& report, const Merged& merged) {
+  const std::lock_guard lock(mutex_);
+  if (!scan_ || !listsOneOf(merged->data, scan_->services)) return Place::none;
+  const uint64_t sender = report.address.isAnonymous() ? 0 : report.address.key();
+  const bool isOnce = !scan_->allowDuplicates && sender != 0;
+  if (isOnce && scan_->delivered.contains(sender)) return Place::none;
+  const Place place = put({merged, sender, scanNumber_, report.rssi});
+  if (isOnce && place != Place::dropped) {
+    if (scan_->delivered.size() >= kMostAddresses) scan_->delivered.clear();
+    scan_->delivered.insert(sender);
+  }
+  return place;
+}
+
+CentralDelivery::Place CentralDelivery::put(Waiting&& heard) {
+  if (!backlog_.add()) {
+    Waiting* const older = newestOf(heard.sender);
+    if (older == nullptr) return Place::dropped;
+    *older = std::move(heard);
+    return Place::replaced;
+  }
+  if (newest_) note(heard.sender, taken_ + waiting_.size());
+  waiting_.push_back(std::move(heard));
+  return Place::behind;
+}
+
+CentralDelivery::Waiting* CentralDelivery::newestOf(uint64_t sender) {
+  if (!newest_) {
+    newest_.emplace();
+    uint64_t number = taken_;
+    for (const Waiting& waiting : waiting_) note(waiting.sender, number++);
+  }
+  const auto found = newest_->find(sender);
+  return found == newest_->end() ? nullptr : &waiting_[found->second - taken_];
+}
+
+void CentralDelivery::note(uint64_t sender, uint64_t number) {
+  if (sender != 0) (*newest_)[sender] = number;
+}
+
+void CentralDelivery::forget(uint64_t sender, uint64_t number) {
+  const auto found = newest_->find(sender);
+  if (found != newest_->end() && found->second == number) newest_->erase(found);
+}
+
+void CentralDelivery::deliverNext() {
+  gate_.call([this] {
+    int8_t rssi = 0;
+    if (const Merged next = takeNext(rssi))
+      delegate_.centralManager_didDiscoverPeripheral_advertisementData_RSSI(central_, next->peripheral,
+                                                                            next->data, rssi);
   });
 }
 
-std::optional<uint64_t> CentralDelivery::scanThatWants(const AdvertisingReport& report,
-                                                       const CBAdvertisementData& data) {
+/// Nothing when its scan is over.
+CentralDelivery::Merged CentralDelivery::takeNext(int8_t& rssi) {
   const std::lock_guard lock(mutex_);
-  if (!scan_ || !listsOneOf(data, scan_->services)) return std::nullopt;
-  if (!scan_->allowDuplicates && !report.address.isAnonymous()) {
-    if (scan_->delivered.size() >= kMostAddresses) scan_->delivered.clear();
-    if (!scan_->delivered.insert(report.address.key()).second) return std::nullopt;
-  }
-  return scanNumber_;
-}
-
-bool CentralDelivery::isCurrent(uint64_t scanNumber) const {
-  const std::lock_guard lock(mutex_);
-  return scanNumber == scanNumber_;
+  backlog_.remove();
+  Waiting next = std::move(waiting_.front());
+  waiting_.pop_front();
+  if (newest_) forget(next.sender, taken_);
+  ++taken_;
+  if (waiting_.empty()) newest_.reset();
+  if (next.scanNumber != scanNumber_) return nullptr;
+  rssi = next.rssi;
+  return std::move(next.merged);
 }
 
 void CentralDelivery::close() {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -24,7 +26,8 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   /// Addresses that a scan without duplicates remembers; beyond that it forgets them all and begins anew.
   static constexpr std::size_t kMostAddresses = 20'000;
 
-  /// At most `mostWaiting` reports wait on the queue.
+  /// At most `mostWaiting` reports wait on the queue. Beyond that the newest of a sender takes the place of
+  /// the one before it that waits; where none does, it is dropped.
   CentralDelivery(CBCentralManager& central, CBCentralManagerDelegate& delegate, dispatch_queue_t queue,
                   int mostWaiting, LogSink onDiagnostic);
 
@@ -47,8 +50,24 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
     std::unordered_set<uint64_t> delivered;
   };
 
-  std::optional<uint64_t> scanThatWants(const AdvertisingReport& report, const CBAdvertisementData& data);
-  bool isCurrent(uint64_t scanNumber) const;
+  using Merged = std::shared_ptr<const MergedAdvertisement>;
+  struct Waiting {
+    Merged merged;
+    uint64_t sender = 0;  ///< the address's key; zero for those that hide theirs
+    uint64_t scanNumber = 0;
+    int8_t rssi = 0;
+  };
+  enum class Place { none, behind, replaced, dropped };
+
+  void deliverNext();
+  // They lock.
+  Place place(const AdvertisingReport& report, const Merged& merged);
+  Merged takeNext(int8_t& rssi);
+  // With the lock held:
+  Place put(Waiting&& heard);
+  Waiting* newestOf(uint64_t sender);
+  void note(uint64_t sender, uint64_t number);
+  void forget(uint64_t sender, uint64_t number);
 
   CBCentralManager& central_;
   CBCentralManagerDelegate& delegate_;
@@ -59,6 +78,10 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   mutable std::mutex mutex_;  // guards what follows
   std::optional<Scan> scan_;
   uint64_t scanNumber_ = 0;
+  std::deque<Waiting> waiting_;  ///< one for each block on the queue, in their order
+  uint64_t taken_ = 0;           ///< the number of the first that waits
+  /// The number of each sender's newest that waits; kept from when the bound is met until nothing waits.
+  std::optional<std::unordered_map<uint64_t, uint64_t>> newest_;
 };
 
 }  // namespace platform

@@ -15,8 +15,9 @@ namespace platform {
 /// source hears as long as at least one manager scans. It is opened with the first manager, and closed when
 /// the service and all its managers are gone. Reports are not merged while no manager scans.
 ///
-/// A source is not held up by a manager's queue: there, 10,000 reports wait at most, and what comes beyond
-/// them is dropped and counted. On virtual time nothing is dropped.
+/// A source is not held up by a manager's queue: there, 10,000 reports wait at most. Beyond them the newest
+/// report of a sender takes the place of the one before it that waits, or is dropped and counted where none
+/// does. On virtual time all of them wait.
 class BRL_EXPORT RadioService : public BluetoothService {
  public:
   /// `dispatch` gives the main queue to managers that are made without a queue. `onDiagnostic` takes one line

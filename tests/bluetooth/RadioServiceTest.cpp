@@ -329,15 +329,16 @@ TEST(RadioServiceOnThreads, CallsNoDelegateOfADestroyedManager) {
   radio.join();
 }
 
-// The source is not held up, and the memory is not filled.
-TEST(RadioServiceOnThreads, DropsWhatASlowDelegateDoesNotTakeAndTells) {
+// The source is not held up, and the memory is not filled. What is new of a sender takes the place of what it
+// said before, and without such a place it is dropped.
+TEST(RadioServiceOnThreads, KeepsTheNewestOfEachSenderForASlowDelegateAndLogsWhatItDrops) {
   const auto dispatch = RealTimeDispatch::make();
   const auto radio = dispatch->createQueue("source");
   const auto source = std::make_shared<ScriptedReportSource>(radio);
   std::vector<std::string> lines;
   const auto service =
       RadioService::make(source, dispatch, [&](std::string_view line) { lines.emplace_back(line); });
-  Counter slow;
+  Listener slow;
   const dispatch_queue_t queue = dispatch->createQueue("slow");
   auto manager = service->makeCentralManager(slow, queue);
   const auto pass = [](const dispatch_queue_t& through) {
@@ -345,17 +346,37 @@ TEST(RadioServiceOnThreads, DropsWhatASlowDelegateDoesNotTakeAndTells) {
     through->async([&] { isDone.set_value(); });
     isDone.get_future().wait();
   };
+  const auto hear = [&](const char* device, int8_t rssi, int times = 1) {
+    for (int i = 0; i < times; ++i)
+      source->hear(std::string("C0:00:00:00:00:") + device, AdvertisingKind::connectable, {}, rssi);
+  };
   pass(radio);
   pass(queue);
-  std::promise<void> mayGoOn;
-  queue->async([&] { mayGoOn.get_future().wait(); });
-  for (int i = 0; i < 10'007; ++i)
-    source->hear("C0:00:00:00:00:01", AdvertisingKind::connectable, ADBuilder().localName("A").octets());
-  pass(radio);
-  EXPECT_THAT(lines, testing::ElementsAre(testing::HasSubstr("what exceeds 10000 waiting ones is dropped")));
-  mayGoOn.set_value();
+  manager->scanForPeripheralsWithServices_options(std::nullopt, {true});
+  for (int round = 0; round < 2; ++round) {
+    std::promise<void> mayGoOn;
+    queue->async([&] { mayGoOn.get_future().wait(); });
+    hear("01", -1, 9'996);
+    hear("02", -2);
+    hear("03", -3);
+    hear("02", -4);
+    hear("01", -5);
+    hear("03", -6);
+    hear("02", -7, 3);
+    hear("04", -8, 7);
+    hear("01", -9);
+    pass(radio);
+    EXPECT_THAT(lines,
+                testing::ElementsAre(testing::HasSubstr("what exceeds 10000 waiting ones is dropped")));
+    mayGoOn.set_value();
+    pass(queue);
+    const Texts heard = slow.take();
+    EXPECT_EQ(heard.size(), 10'000U + (round == 0));  // the first state came before
+    EXPECT_EQ(Texts(heard.end() - 5, heard.end()),
+              (Texts{"01 -1 -", "02 -2 -", "03 -6 -", "02 -7 -", "01 -9 -"}));
+  }
   manager.reset();
-  EXPECT_THAT(lines.back(), testing::HasSubstr("7 reports were dropped"));
+  EXPECT_THAT(lines.back(), testing::HasSubstr("14 reports were dropped"));
 }
 
 }  // namespace

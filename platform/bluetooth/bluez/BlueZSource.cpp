@@ -53,7 +53,7 @@ class BlueZSource final : public QueuedSource<> {
   auto hopWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
     return [run = within(step), queue = queue(), dispatch = options_.dispatch,
             backlog = backlog_](bluez::Object object) {
-      if (!backlog->add()) return;
+      if (!backlog->add()) return backlog->drop();
       queue->async([run, backlog, time = dispatch->date(), object = std::move(object)] {
         backlog->remove();
         run(time, object);
