@@ -84,7 +84,7 @@ struct RadioState {
 ///
 /// Threads: operations may be called from any thread. Both handlers are called on the source's own queue, one
 /// at a time, never from inside an operation and never after `close` has returned (unless `close` is called
-/// from inside a handler).
+/// from inside a handler). They do not wait for what they submit to other queues.
 class BRL_EXPORT AdvertisingReportSource {
  public:
   using ReportHandler = std::function<void(const AdvertisingReport&)>;

@@ -13,7 +13,13 @@ bool isParked(const Deadline& deadline) {
 
 void DeadlineMap::add(Deadline deadline, PostedBlock block) {
   // Most often the next thing to happen: a replay posts one advertisement after the other.
-  entries_.emplace_hint(entries_.begin(), deadline, std::move(block));
+  if (spare_) {
+    spare_.key() = deadline;
+    spare_.mapped() = std::move(block);
+    entries_.insert(entries_.begin(), std::move(spare_));
+  } else {
+    entries_.emplace_hint(entries_.begin(), deadline, std::move(block));
+  }
   if (isParked(deadline)) ++parked_;
 }
 
@@ -42,9 +48,9 @@ std::shared_ptr<TimerSource> DeadlineMap::forget(TimerSource& source) {
 
 PendingWork DeadlineMap::take(Entries::iterator entry) {
   if (isParked(entry->first)) --parked_;
-  PendingWork work = std::move(entry->second);
+  spare_ = entries_.extract(entry);
+  PendingWork work = std::move(spare_.mapped());
   if (const auto* wake = std::get_if<TimerWake>(&work)) wakes_.erase(wake->source.get());
-  entries_.erase(entry);
   return work;
 }
 

@@ -72,6 +72,7 @@ class DeadlineMap {
   Entries entries_;
   std::unordered_map<const TimerSource*, Entries::iterator> wakes_;
   size_t parked_ = 0;
+  Entries::node_type spare_;  ///< of the entry taken last, for the one added next
 };
 
 }  // namespace platform

@@ -1,7 +1,6 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 
 #include <mutex>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -9,12 +8,6 @@
 
 namespace platform {
 namespace {
-
-std::shared_ptr<RealTimeQueue> realTimeQueue(const dispatch_queue_t& queue) {
-  auto own = std::dynamic_pointer_cast<RealTimeQueue>(queue);
-  if (!own) throw std::invalid_argument("the queue belongs to another dispatch service");
-  return own;
-}
 
 class RealTimeDispatchService final : public RealTimeDispatch {
  public:
@@ -28,10 +21,10 @@ class RealTimeDispatchService final : public RealTimeDispatch {
   const dispatch_queue_t& mainQueue() const override { return mainQueue_; }
   dispatch_queue_t createQueue(std::string_view label) override;
   dispatch_source_t createTimer(const dispatch_queue_t& queue) override {
-    return std::make_shared<TimerSource>(realTimeQueue(queue));
+    return std::make_shared<TimerSource>(std::shared_ptr<TimerQueue>(queue, &ownQueue<RealTimeQueue>(queue)));
   }
   void after(dispatch_time_t delay, const dispatch_queue_t& queue, dispatch_block_t block) override {
-    realTimeQueue(queue)->asyncAt(dispatch_time(monotonicNow(), delay), std::move(block));
+    ownQueue<RealTimeQueue>(queue).asyncAt(dispatch_time(monotonicNow(), delay), std::move(block));
   }
 
   // A block may let go of the service while its queue runs.

@@ -7,6 +7,8 @@
 
 #include <pthread.h>
 
+#include "platform/dispatch/WakeUpsTogether.h"
+
 namespace platform {
 namespace {
 
@@ -84,17 +86,37 @@ bool RealTimeQueue::isCurrent() const {
 }
 
 void RealTimeQueue::async(dispatch_block_t block) {
-  const std::scoped_lock lock(mutex_);
+  Lock lock(mutex_);
   if (ended_) return;
   ready_.emplace_back(PostedBlock{this, std::move(block)});
-  changed();
+  submitted(lock);
 }
 
 void RealTimeQueue::asyncAt(dispatch_time_t due, dispatch_block_t block) {
-  const std::scoped_lock lock(mutex_);
+  Lock lock(mutex_);
   if (ended_) return;
   deadlines_.add({due, submissions_++}, {this, std::move(block)});
-  changed();
+  submitted(lock);
+}
+
+// Who is woken needs the lock at once, so it is let go of first; what was submitted may then be done and have
+// let go of the queue.
+void RealTimeQueue::submitted(Lock& lock) {
+  if (readiness_) showReadiness();
+  if (!sleepsTooLong()) return;
+  const auto self = shared_from_this();
+  if (WakeUpsTogether::hold(self)) return;
+  asleepUntil_ = kAwake;
+  lock.unlock();
+  wake_.notify_one();
+}
+
+void RealTimeQueue::wakeUp() {
+  Lock lock(mutex_);
+  if (!sleepsTooLong()) return;
+  asleepUntil_ = kAwake;
+  lock.unlock();
+  wake_.notify_one();
 }
 
 dispatch_time_t RealTimeQueue::pick(dispatch_time_t want, dispatch_time_t leeway) const {
@@ -106,22 +128,16 @@ dispatch_time_t RealTimeQueue::pick(dispatch_time_t want, dispatch_time_t leeway
 void RealTimeQueue::wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_time_t due, uint64_t order) {
   if (ended_) return;
   deadlines_.wakeAt({due, order}, *this, source);
-  changed();
+  if (readiness_) showReadiness();
+  if (!sleepsTooLong()) return;
+  asleepUntil_ = kAwake;
+  wake_.notify_one();
 }
 
 std::shared_ptr<TimerSource> RealTimeQueue::forget(TimerSource& source) {
   std::shared_ptr<TimerSource> dropped = deadlines_.forget(source);
   if (dropped && readiness_) showReadiness();
   return dropped;
-}
-
-// Wakes who sleeps past what comes next.
-void RealTimeQueue::changed() {
-  if (nextWork() < asleepUntil_) {
-    asleepUntil_ = kAwake;
-    wake_.notify_one();
-  }
-  if (readiness_) showReadiness();
 }
 
 // What is ready is due from the beginning of time.

@@ -19,7 +19,7 @@ inline dispatch_time_t monotonicNow() {
 }
 
 /// A serial queue on real time, run by its own thread or by the one that calls `run` or `poll`.
-class RealTimeQueue final : public TimerQueue {
+class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_this<RealTimeQueue> {
  public:
   explicit RealTimeQueue(std::string_view label) : label_(label) {}
   ~RealTimeQueue() override;
@@ -45,6 +45,8 @@ class RealTimeQueue final : public TimerQueue {
   size_t poll();
   void stop();
   int fileDescriptor();
+  /// Wakes who sleeps past what comes next.
+  void wakeUp();
   /// Cancels its timers, drops its blocks and ends its thread, for good.
   void end();
 
@@ -54,8 +56,9 @@ class RealTimeQueue final : public TimerQueue {
 
   void release();
   void endThread();
+  void submitted(Lock& lock);
   // With the lock held:
-  void changed();
+  bool sleepsTooLong() const { return nextWork() < asleepUntil_; }
   dispatch_time_t nextWork() const;
   void sleep(Lock& lock);
   size_t collectDue();

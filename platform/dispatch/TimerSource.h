@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <typeinfo>
 
 #include "platform/dispatch/Dispatch.h"
 
@@ -29,6 +31,16 @@ class TimerQueue : public dispatch_queue {
   /// Drops the wake-up. The caller lets go of the returned reference after the lock.
   virtual std::shared_ptr<TimerSource> forget(TimerSource& source) = 0;
 };
+
+/// A queue as the kind that its service makes; another service's is a std::invalid_argument. Asked for every
+/// delayed block, so without a walk through the classes.
+template <class Own>
+Own& ownQueue(const dispatch_queue_t& queue) {
+  const dispatch_queue* const any = queue.get();
+  if (any == nullptr || typeid(*any) != typeid(Own))
+    throw std::invalid_argument("the queue belongs to another dispatch service");
+  return static_cast<Own&>(*queue);
+}
 
 /// The timer of every backend.
 ///

@@ -1,6 +1,5 @@
 #include "platform/dispatch/VirtualDispatch.h"
 
-#include <stdexcept>
 #include <utility>
 
 #include "platform/dispatch/VirtualEngine.h"
@@ -33,12 +32,6 @@ class VirtualQueue final : public TimerQueue {
   const std::string label_;
 };
 
-std::shared_ptr<VirtualQueue> virtualQueue(const dispatch_queue_t& queue) {
-  auto own = std::dynamic_pointer_cast<VirtualQueue>(queue);
-  if (!own) throw std::invalid_argument("the queue belongs to another dispatch service");
-  return own;
-}
-
 class VirtualDispatchService final : public VirtualDispatch {
  public:
   explicit VirtualDispatchService(Date start)
@@ -52,10 +45,10 @@ class VirtualDispatchService final : public VirtualDispatch {
     return std::make_shared<VirtualQueue>(engine_, label);
   }
   dispatch_source_t createTimer(const dispatch_queue_t& queue) override {
-    return std::make_shared<TimerSource>(virtualQueue(queue));
+    return std::make_shared<TimerSource>(std::shared_ptr<TimerQueue>(queue, &ownQueue<VirtualQueue>(queue)));
   }
   void after(dispatch_time_t delay, const dispatch_queue_t& queue, dispatch_block_t block) override {
-    engine_->postAt(dispatch_time(engine_->now(), delay), *virtualQueue(queue), std::move(block));
+    engine_->postAt(dispatch_time(engine_->now(), delay), ownQueue<VirtualQueue>(queue), std::move(block));
   }
 
   void advance(dispatch_time_t duration) override { advanceTo(dispatch_time(now(), duration)); }

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <iterator>
 #include <set>
 #include <thread>
@@ -10,6 +11,7 @@
 #include <poll.h>
 
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/dispatch/WakeUpsTogether.h"
 
 namespace platform {
 namespace {
@@ -131,6 +133,25 @@ TEST_F(RealTimeDispatchTest, GathersTimersWithLeewayOnCommonInstants) {
     dispatch_->poll();
   }
   EXPECT_LE(turns.size(), 2U) << "two, when the common instant lies between their deadlines";
+}
+
+// A wake-up that is lost lets this wait for ever.
+TEST_F(RealTimeDispatchTest, WakesEachQueueOnceWhatWasSubmittedTogetherIsThere) {
+  const dispatch_queue_t queues[] = {dispatch_->createQueue("first"), dispatch_->createQueue("second")};
+  for (int round = 0; round < 500; ++round) {
+    std::atomic<int> ran = 0;
+    std::promise<void> isDone;
+    {
+      const WakeUpsTogether together;
+      for (int i = 0; i < 4; ++i) {
+        const WakeUpsTogether within;
+        queues[i % 2]->async([&] {
+          if (++ran == 4) isDone.set_value();
+        });
+      }
+    }
+    isDone.get_future().wait();
+  }
 }
 
 TEST_F(RealTimeDispatchTest, EndsAQueueFromItsOwnBlock) {

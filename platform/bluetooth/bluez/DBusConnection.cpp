@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/bluetooth/bluez/DBusValues.h"
+#include "platform/dispatch/WakeUpsTogether.h"
 
 namespace platform::bluez {
 namespace {
@@ -63,7 +64,10 @@ void DBusConnection::readUntilStopped(const std::function<void(const std::string
 }
 
 void DBusConnection::readOnce() {
-  while (!isStopping_ && bus_->processPendingRequest()) {
+  {
+    const WakeUpsTogether together;
+    while (!isStopping_ && bus_->processPendingRequest()) {
+    }
   }
   const auto wanted = bus_->getEventLoopPollData();
   const int due = wanted.getPollTimeout();

@@ -2,12 +2,14 @@
 #include <utility>
 
 #include "platform/bluetooth/hci/HCIDriverCore.h"
+#include "platform/dispatch/WakeUpsTogether.h"
 
 namespace platform::hci {
 
 void HCIDriverCore::takeOctets(const Data& octets) {
   const uint64_t begun = connection();
   const uint64_t skipped = decoder_.skippedOctets();
+  const WakeUpsTogether together;
   decoder_.feed(octets, [this, begun](DataView packet) {
     // A packet may end the connection or have the driver closed; those behind it then count for nothing.
     if (begun == connection() && !isClosed()) takePacket(packet);
