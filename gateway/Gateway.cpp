@@ -9,21 +9,22 @@ Gateway::Gateway(std::shared_ptr<platform::DispatchService> dispatch, platform::
     : dispatch_(std::move(dispatch)),
       queue_(std::move(queue)),
       settings_(std::move(settings)),
-      book_(dispatch_, queue_, settings_, std::move(choice),
-            {.onReading =
-                 [this](const Reading& reading) {
-                   tell(reading);
-                   alarms_.heard(reading);
-                 },
-             .onEvent = [this](const BeaconEvent& event, const KeptState& state) { tellEvent(event, state); },
-             .onRefused =
-                 [this](const Reading& reading) {
-                   if (onRefused_) onRefused_(reading);
-                 },
-             .onState = [this](const KeptState& state) { keep(state); }}),
+      book_(
+          dispatch_, queue_, settings_, std::move(choice),
+          {.onReading =
+               [this](const Reading& reading) {
+                 report(reading);
+                 alarms_.heard(reading);
+               },
+           .onEvent = [this](const BeaconEvent& event, const KeptState& state) { reportEvent(event, state); },
+           .onRefused =
+               [this](const Reading& reading) {
+                 if (onRefused_) onRefused_(reading);
+               },
+           .onState = [this](const KeptState& state) { keep(state); }}),
       alarms_(
           dispatch_, queue_, settings_,
-          {.onEvent = [this](const BeaconEvent& event, const KeptState& state) { tellEvent(event, state); },
+          {.onEvent = [this](const BeaconEvent& event, const KeptState& state) { reportEvent(event, state); },
            .onState = [this](const KeptState& state) { keep(state); },
            .onNotice =
                [this](const AlarmNotice& notice) {
@@ -48,7 +49,7 @@ void Gateway::hear(Reading reading) {
   }
   queue_->async([this, reading = std::move(reading)]() mutable {
     --waiting_;
-    tellGap();
+    reportGap();
     book_.heard(std::move(reading));
   });
 }
@@ -57,7 +58,7 @@ void Gateway::radio(bool isListening, std::string text) {
   queue_->async([this, isListening, text = std::move(text)] {
     book_.radio(isListening);
     alarms_.radio(isListening);
-    tell(BeaconEvent{
+    report(BeaconEvent{
         .beacon = {}, .heard = dispatch_->date(), .kind = BeaconEvent::Kind::radio, .text = text});
   });
 }
@@ -78,7 +79,7 @@ void Gateway::reopen() {
 
 void Gateway::finish(std::function<void()> onDone) {
   queue_->async([this, onDone = std::move(onDone)] {
-    tellGap();
+    reportGap();
     for (const auto& sink : sinks_) sink->flush();
     onDone();
   });
@@ -93,20 +94,20 @@ Gateway::Census Gateway::census() const {
   return {heard_, dropped_, book_.census()};
 }
 
-void Gateway::tell(const Record& record) {
+void Gateway::report(const Record& record) {
   for (const auto& sink : sinks_) sink->accept(record);
 }
 
-void Gateway::tellGap() {
+void Gateway::reportGap() {
   const uint64_t dropped = dropped_;
-  if (dropped == told_) return;
-  tell(BeaconEvent{.beacon = {},
-                   .heard = dispatch_->date(),
-                   .kind = BeaconEvent::Kind::gap,
-                   .count = dropped - std::exchange(told_, dropped)});
+  if (dropped == reportedDrops_) return;
+  report(BeaconEvent{.beacon = {},
+                     .heard = dispatch_->date(),
+                     .kind = BeaconEvent::Kind::gap,
+                     .count = dropped - std::exchange(reportedDrops_, dropped)});
 }
 
-void Gateway::tellEvent(const BeaconEvent& event, const KeptState& state) {
+void Gateway::reportEvent(const BeaconEvent& event, const KeptState& state) {
   for (const auto& sink : sinks_)
     if (sink == keeper_)
       keeper_->accept(event, state);

@@ -69,12 +69,12 @@ class Gateway {
   const BeaconBook& book() const { return book_; }
   const AlarmBook& alarms() const { return alarms_; }
   /// The command of this notice was run.
-  void told(const AlarmNotice& notice) { alarms_.told(notice.rule.name, notice.beacon); }
+  void notified(const AlarmNotice& notice) { alarms_.notified(notice.rule.name, notice.beacon); }
 
  private:
-  void tell(const Record& record);
-  void tellGap();
-  void tellEvent(const BeaconEvent& event, const KeptState& state);
+  void report(const Record& record);
+  void reportGap();
+  void reportEvent(const BeaconEvent& event, const KeptState& state);
   void keep(const KeptState& state);
 
   const std::shared_ptr<platform::DispatchService> dispatch_;
@@ -87,7 +87,7 @@ class Gateway {
   std::atomic<uint64_t> heard_{0};
   std::atomic<uint64_t> waiting_{0};
   std::atomic<uint64_t> dropped_{0};
-  uint64_t told_ = 0;  // of those that were dropped
+  uint64_t reportedDrops_ = 0;  // of those that were dropped
   BeaconBook book_;
   AlarmBook alarms_;
 };

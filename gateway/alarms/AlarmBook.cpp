@@ -84,7 +84,7 @@ void AlarmBook::radio(bool isListening) {
   awaitEarliest();
 }
 
-void AlarmBook::told(const std::string& rule, const BeaconId& beacon) {
+void AlarmBook::notified(const std::string& rule, const BeaconId& beacon) {
   const auto found = std::ranges::find(settings_->alarms, rule, &AlarmRule::name);
   if (found == settings_->alarms.end()) return;
   const auto slots = slots_.find(beacon);
@@ -175,13 +175,13 @@ void AlarmBook::apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t>
   if (isChanged) slot.since = now;
   for (const RuleEvent& event : result.events) {
     const auto late = std::chrono::duration_cast<std::chrono::microseconds>(listened() - event.at);
-    tell(beacon, slot, event, now - late);
+    report(beacon, slot, event, now - late);
   }
   if (isChanged && result.events.empty()) handlers_.onState(stateOf(beacon, slot));
   if (const auto due = nextDeadline(rule, slot.state)) awaitUntil(*due);
 }
 
-void AlarmBook::tell(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at) {
+void AlarmBook::report(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at) {
   const AlarmRule& rule = ruleOf(slot);
   slot.since = at;
   if (event.isRaised) slot.raisedOn = at;

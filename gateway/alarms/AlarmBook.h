@@ -71,7 +71,7 @@ class AlarmBook {
   /// Alarms keep their state by the name of their rule.
   void setSettings(std::shared_ptr<const Settings> settings);
   /// The oldest notice of this rule and beacon has been dealt with.
-  void told(const std::string& rule, const BeaconId& beacon);
+  void notified(const std::string& rule, const BeaconId& beacon);
 
   struct Raised {
     const AlarmRule* rule;  ///< of the settings in force
@@ -104,7 +104,7 @@ class AlarmBook {
   void beginSilences();
   void judge(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
   void apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
-  void tell(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at);
+  void report(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at);
   void awaitUntil(ListenedTime due);
   void awaitEarliest();
   void timeIsUp();

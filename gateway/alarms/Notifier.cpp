@@ -67,7 +67,7 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
     const std::string name = task.notice.rule.name;
     Line& line = lines_[name];
     if (line.waiting.size() >= kMostWaiting)
-      return tellFailure(task.notice.rule, "too many notices wait for it");
+      return reportFailure(task.notice.rule, "too many notices wait for it");
     line.waiting.push_back(std::move(task));
     if (!line.running) startNext(name);
   }
@@ -86,7 +86,7 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
   bool start(const std::string& name, Line& line) {
     const AlarmRule& rule = line.running->notice.rule;
     const auto process = startCommand(rule.exec, factsOf(line.running->notice, line.running->label));
-    if (!process) return tellFailure(rule, process.error().text), false;
+    if (!process) return reportFailure(rule, process.error().text), false;
     line.process = *process;
     line.isOverdue = false;
     const auto onEnd = [weak = weak_from_this(), queue = queue_, name] {
@@ -97,7 +97,7 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
     if (!ends_.watch(*process, onEnd)) {
       killCommand(*process);
       reapCommand(*process);
-      return tellFailure(rule, "its end cannot be watched"), false;
+      return reportFailure(rule, "its end cannot be watched"), false;
     }
     dispatch_->after(rule.execTimeout, queue_, [weak = weak_from_this(), name, started = *process] {
       if (const auto core = weak.lock()) core->timeIsUp(name, started);
@@ -117,12 +117,12 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
     const AlarmRule& rule = line.running->notice.rule;
     const std::string failure = reapCommand(std::exchange(line.process, 0));
     if (line.isOverdue)
-      tellFailure(rule, fmt::format("it took longer than {} s and was ended",
-                                    std::chrono::duration<double>(rule.execTimeout).count()));
+      reportFailure(rule, fmt::format("it took longer than {} s and was ended",
+                                      std::chrono::duration<double>(rule.execTimeout).count()));
     else if (!failure.empty())
-      tellFailure(rule, failure);
+      reportFailure(rule, failure);
     else if (failing_.erase(name) != 0)
-      tell(rule, "works again");
+      report(rule, "works again");
     finish(line);
     startNext(name);
   }
@@ -134,11 +134,11 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
     line.running.reset();
   }
 
-  void tellFailure(const AlarmRule& rule, const std::string& reason) {
-    if (failing_.insert(rule.name).second) tell(rule, "failed: " + reason);
+  void reportFailure(const AlarmRule& rule, const std::string& reason) {
+    if (failing_.insert(rule.name).second) report(rule, "failed: " + reason);
   }
 
-  void tell(const AlarmRule& rule, const std::string& what) {
+  void report(const AlarmRule& rule, const std::string& what) {
     handlerQueue_->async([core = shared_from_this(),
                           line = fmt::format("alarm \"{}\": {} {}", rule.name, rule.exec.front(), what)] {
       if (!core->isClosed_ && core->handlers_.onMessage) core->handlers_.onMessage(line);

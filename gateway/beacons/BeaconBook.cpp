@@ -75,12 +75,12 @@ void BeaconBook::heard(Reading reading) {
   const Time at = listened();
   entry.gaps.heard(at);
   const bool isNew = entry.presence.heard(at);
-  if (isNew) tellEvent(reading.beacon, entry, Kind::found, reading.heard);
+  if (isNew) reportEvent(reading.beacon, entry, Kind::found, reading.heard);
   handlers_.onReading(reading);
 
   const bool isEmergency = reading.raw.emergency.value_or(0) >= 1;
   if (std::exchange(entry.isEmergency, isEmergency) != isEmergency)
-    tellEvent(reading.beacon, entry, isEmergency ? Kind::emergency : Kind::emergencyOver, reading.heard);
+    reportEvent(reading.beacon, entry, isEmergency ? Kind::emergency : Kind::emergencyOver, reading.heard);
   const Time limit = entry.gaps.limit();
   if (limit > entry.keptLimit * 5 / 4 || limit < entry.keptLimit * 3 / 4)
     handlers_.onState(stateOf(reading.beacon, entry));
@@ -163,7 +163,7 @@ BeaconBook::Time BeaconBook::exitTimeOf(const Entry& entry) const {
 
 void BeaconBook::lose(const BeaconId& beacon, Entry& entry) {
   entry.presence.lose();
-  tellEvent(beacon, entry, Kind::lost, dispatch_->date());
+  reportEvent(beacon, entry, Kind::lost, dispatch_->date());
 }
 
 KeptState BeaconBook::stateOf(const BeaconId& beacon, Entry& entry) const {
@@ -174,7 +174,7 @@ KeptState BeaconBook::stateOf(const BeaconId& beacon, Entry& entry) const {
   return {kOwner, beacon.text(), text + kGaps + entry.gaps.text(listened())};
 }
 
-void BeaconBook::tellEvent(const BeaconId& beacon, Entry& entry, Kind kind, platform::Date heard) {
+void BeaconBook::reportEvent(const BeaconId& beacon, Entry& entry, Kind kind, platform::Date heard) {
   handlers_.onEvent({.beacon = beacon, .heard = heard, .kind = kind}, stateOf(beacon, entry));
 }
 

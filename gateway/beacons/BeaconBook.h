@@ -105,7 +105,7 @@ class BeaconBook {
   Time exitTimeOf(const Entry& entry) const;
   void lose(const BeaconId& beacon, Entry& entry);
   KeptState stateOf(const BeaconId& beacon, Entry& entry) const;
-  void tellEvent(const BeaconId& beacon, Entry& entry, BeaconEvent::Kind kind, platform::Date heard);
+  void reportEvent(const BeaconId& beacon, Entry& entry, BeaconEvent::Kind kind, platform::Date heard);
   void awaitUntil(Time due);
   void awaitEarliest();
   void timeIsUp();

@@ -76,7 +76,7 @@ class TextFile::Core : public std::enable_shared_from_this<Core> {
       isReopened_ = isReopened_ || (isReopened && error != 0);
       if (error != 0) waiting_.insert(0, std::exchange(begun_, {}));
     }
-    tell(error == 0 ? Sink::State{} : Sink::State{false, reasonOf(error)});
+    announce(error == 0 ? Sink::State{} : Sink::State{false, reasonOf(error)});
     if (error != 0) tryLater();
   }
 
@@ -121,7 +121,7 @@ class TextFile::Core : public std::enable_shared_from_this<Core> {
     return 0;
   }
 
-  void tell(const Sink::State& state) {
+  void announce(const Sink::State& state) {
     {
       const std::scoped_lock lock(mutex_);
       if (std::exchange(state_, state) == state || !handler_) return;

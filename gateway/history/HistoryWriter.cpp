@@ -218,12 +218,12 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     counts_.written += batch_.size();
     waiting_ -= batch_.size();
     batch_.clear();
-    tell({});
+    announce({});
   }
 
   void stop(const std::string& reason) {
     const std::scoped_lock lock(mutex_);
-    tell({.isWorking = false, .reason = reason});
+    announce({.isWorking = false, .reason = reason});
   }
 
   // With the lock held. Something new must come first, so that virtual time comes to an end.
@@ -233,7 +233,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   }
 
   // With the lock held.
-  void tell(const State& state) {
+  void announce(const State& state) {
     if (state == std::exchange(state_, state) || !handler_) return;
     handlerQueue_->async([weak = weak_from_this(), state] {
       if (const auto self = weak.lock()) self->handler_(state);

@@ -337,10 +337,10 @@ TEST(AlarmsTest, TellAgainAfterARestartWhatWasNotDealtWith) {
   AlarmsWorld world(kWarm + "exec = [\"/bin/true\"]\n");
   world.play({"1 fridge temperature 9", "2 fridge temperature 1"});
   world.notices.clear();
-  world.book().told("warm", AlarmsWorld::idOf("fridge"));
+  world.book().notified("warm", AlarmsWorld::idOf("fridge"));
   world.restart();
   EXPECT_THAT(world.notices, ElementsAre("2 cleared warm"));
-  world.book().told("warm", AlarmsWorld::idOf("fridge"));
+  world.book().notified("warm", AlarmsWorld::idOf("fridge"));
   world.restart();
   EXPECT_EQ(world.notices.size(), 1U);
 }

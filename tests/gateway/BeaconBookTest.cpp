@@ -78,7 +78,7 @@ class Book : public testing::Test {
     book_.emplace(dispatch_, dispatch_->createQueue("gateway"), settings_, choice,
                   BeaconBook::Handlers{[this](const Reading& reading) { heard(reading); },
                                        [this](const BeaconEvent& event, const KeptState& state) {
-                                         told(event);
+                                         note(event);
                                          keep(state);
                                        },
                                        [this](const Reading& reading) { log_ += textOf(reading.verdict); },
@@ -107,7 +107,7 @@ class Book : public testing::Test {
     log_ += '.';
     latest_ = reading;
   }
-  void told(const BeaconEvent& event) {
+  void note(const BeaconEvent& event) {
     log_ += std::string(log_.empty() ? "" : " ") + std::string(textOf(event.kind));
     ++events_;
   }

@@ -47,7 +47,7 @@ class NotifierTest : public testing::Test {
   std::vector<std::string> done_;
 
  private:
-  void tell(std::vector<std::string>& lines, std::string line) {
+  void keep(std::vector<std::string>& lines, std::string line) {
     const std::scoped_lock lock(mutex_);
     lines.push_back(std::move(line));
     changed_.notify_all();
@@ -58,8 +58,8 @@ class NotifierTest : public testing::Test {
   const std::shared_ptr<platform::RealTimeDispatch> dispatch_ = platform::RealTimeDispatch::make();
   const std::unique_ptr<Notifier> notifier_ = std::make_unique<Notifier>(
       dispatch_, dispatch_->createQueue("handlers"),
-      Notifier::Handlers{.onDone = [this](const AlarmNotice& notice) { tell(done_, notice.rule.name); },
-                         .onMessage = [this](std::string_view line) { tell(messages_, std::string(line)); }});
+      Notifier::Handlers{.onDone = [this](const AlarmNotice& notice) { keep(done_, notice.rule.name); },
+                         .onMessage = [this](std::string_view line) { keep(messages_, std::string(line)); }});
 };
 
 TEST_F(NotifierTest, GivesTheCommandTheFactsAndNoShell) {

@@ -51,7 +51,7 @@ SearchGateway::SearchGateway(const SearchOptions& options, RunLoop& loop, Handle
       settings_(options.settings),
       line_(loop.dispatch(), queue_, settings_->current(), options.gateway.choice),
       notifier_(loop.dispatch(), queue_,
-                {.onDone = [this](const AlarmNotice& notice) { line_.told(notice); },
+                {.onDone = [this](const AlarmNotice& notice) { line_.notified(notice); },
                  .onMessage = handlers_.onMessage}),
       ear_(loop.dispatch(), [this](Reading reading) { line_.hear(std::move(reading)); }) {
   line_.setOnRefused([this](const Reading& reading) {
@@ -97,7 +97,7 @@ Sink::StateHandler SearchGateway::stateHandler(const std::string& name) {
 // Rules are tried on recordings: nobody is called for what happened last week.
 void SearchGateway::notify(const AlarmNotice& notice) {
   if (loop_.isVirtual())
-    queue_->async([this, notice] { line_.told(notice); });
+    queue_->async([this, notice] { line_.notified(notice); });
   else
     notifier_.notify(notice, line_.labelOf(notice.beacon));
 }
