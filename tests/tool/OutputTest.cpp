@@ -1,14 +1,18 @@
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <future>
 
 #include <gtest/gtest.h>
 
 #include "tests/tool/RunTool.h"
+#include "tools/brenloft/RunLoop.h"
 
 namespace brenloft_test {
 namespace {
 
 namespace fs = std::filesystem;
+using brenloft::RunLoop;
 
 TEST(Output, AClosedPipeEndsTheToolQuietly) {
   TemporaryFolder folder;
@@ -32,6 +36,23 @@ TEST(Output, OneSignalEndsTheToolBesideAReaderThatStalls) {
     tool.fillOutput();
     tool.signal(SIGTERM);
     EXPECT_EQ(tool.end(), 0) << testing::PrintToString(arguments);
+  }
+}
+
+TEST(Stop, OvertakesWhatWaitsOnTheMainQueue) {
+  for (const bool isFromElsewhere : {false, true}) {
+    RunLoop loop(RunLoop::Clock::realTime);
+    const auto main = loop.dispatch()->mainQueue();
+    std::promise<void> stopped;
+    bool hasRun = false;
+    main->async([&] {
+      if (!isFromElsewhere) return loop.stop();
+      loop.callAfter(std::chrono::microseconds(0), [&] { loop.stop(), stopped.set_value(); });
+      stopped.get_future().wait();
+    });
+    main->async([&] { hasRun = true; });
+    loop.run();
+    EXPECT_FALSE(hasRun) << isFromElsewhere;
   }
 }
 

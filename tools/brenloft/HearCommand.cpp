@@ -131,10 +131,10 @@ class HeardPrinter {
 };
 
 // Straight through, in the order of the file, whatever its clock does.
-void readCapture(const HearOptions& options, const std::string& file, HeardPrinter& printer, Output& out) {
+void readCapture(const HearOptions& options, const std::string& file, HeardPrinter& printer, Output& out,
+                 StopSignals& signals) {
   std::stop_source stop;
-  StopSignals signals;
-  signals.watch([&] { stop.request_stop(); });
+  signals.watch([stop]() mutable { stop.request_stop(); });
   ProgressBar progress;
   const auto printLine = [&](std::string_view line) {
     progress.clear();
@@ -181,14 +181,12 @@ void watchReader(RunLoop& loop, Output& out) {
 }
 
 // Everything else comes at its own time.
-void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) {
+void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, StopSignals& signals) {
   std::stop_source stop;
-  Source source;  // its loop outlives the thread that stops it; its own threads begin behind the signals
-  StopSignals signals;
-  signals.watch([&] { stop.request_stop(); });
-  source = openSource(
-      options.source,
-      {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
+  signals.watch([stop]() mutable { stop.request_stop(); });
+  Source source;
+  source = openSource(options.source,
+                      {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
   RunLoop& loop = *source.loop;
   const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
   const auto monitor =
@@ -211,8 +209,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
       },
       [](const platform::RadioState&) {});
   reports->startScan({});
-  if (options.duration)
-    loop.dispatch()->after(*options.duration, loop.dispatch()->mainQueue(), [&] { loop.stop(); });
+  if (options.duration) loop.callAfter(*options.duration, [&] { loop.stop(); });
   loop.run();
   stop.request_stop();  // nobody waits for a pipe any more
   reports->stopScan();
@@ -224,12 +221,13 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out) 
 
 ExitStatus runHear(const HearOptions& options) {
   const std::string file = captureFileOf(options.source);
+  StopSignals signals;  // before any other thread, and until the last of the output is taken
   Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::lines);
   HeardPrinter printer(options, out);
   if (file.empty())
-    hearSource(options, printer, out);
+    hearSource(options, printer, out, signals);
   else
-    readCapture(options, file, printer, out);
+    readCapture(options, file, printer, out, signals);
   out.finish();
   return ExitStatus::done;
 }

@@ -18,8 +18,7 @@ namespace {
 
 constexpr std::size_t kBlock = 65'536;
 
-// How long a reader may stall once a stop was asked for: so many waits of so many milliseconds.
-constexpr int kPatience = 10;
+// Milliseconds after which a wait looks whether it has become too long.
 constexpr int kWait = 100;
 
 bool takesControlSequences() {
@@ -72,13 +71,13 @@ void Output::flushLocked() {
 }
 
 bool Output::awaitReader() {
-  int patience = kPatience;
   pollfd polled{STDOUT_FILENO, POLLOUT, 0};
   while (true) {
-    const int ready = ::poll(&polled, 1, kWait);
+    const bool isLast = StopSignals::isOverdue();
+    const int ready = ::poll(&polled, 1, isLast ? 0 : kWait);
     // Whatever else is wrong, the write will tell.
     if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
-    if (ready < 0 || !StopSignals::isStopped() || --patience > 0) continue;
+    if (ready < 0 || !isLast) continue;
     error_ = EPIPE;
     return false;
   }

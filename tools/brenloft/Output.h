@@ -10,8 +10,8 @@
 namespace brenloft {
 
 /// Standard output. A reader that goes away is no failure: writing then has no effect and `isClosed` says so.
-/// Writing waits for a reader that stalls, but not for long once a stop was asked for (`StopSignals`); then
-/// it counts as gone.
+/// Writing waits for a reader that stalls or is slow, but for a second in all once a stop was asked for
+/// (`StopSignals`); then it counts as gone.
 ///
 /// Threads: any.
 class Output {

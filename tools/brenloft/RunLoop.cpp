@@ -1,6 +1,7 @@
 #include "tools/brenloft/RunLoop.h"
 
 #include <chrono>
+#include <utility>
 
 namespace brenloft {
 namespace {
@@ -25,20 +26,20 @@ void RunLoop::run() {
 }
 
 void RunLoop::stop() {
+  if (real_) return real_->stop();
   // Weakly: in a queue that never runs again, the block would keep the queue's own service alive.
-  const std::weak_ptr<platform::VirtualDispatch> virtualTime = virtual_;
-  const std::weak_ptr<platform::RealTimeDispatch> realTime = real_;
-  dispatch_->mainQueue()->async([virtualTime, realTime] {
-    if (const auto service = virtualTime.lock()) service->stop();
-    if (const auto service = realTime.lock()) service->stop();
+  dispatch_->mainQueue()->async([weak = std::weak_ptr(virtual_)] {
+    if (const auto service = weak.lock()) service->stop();
   });
 }
 
 void RunLoop::runDue() {
-  if (virtual_)
-    virtual_->runDue();
-  else
-    real_->poll();
+  if (virtual_) virtual_->runDue();
+}
+
+void RunLoop::callAfter(std::chrono::microseconds duration, std::function<void()> block) {
+  dispatch_->after(duration, virtual_ ? dispatch_->mainQueue() : dispatch_->createQueue("duration"),
+                   std::move(block));
 }
 
 }  // namespace brenloft

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <memory>
 
 #include "platform/dispatch/RealTimeDispatch.h"
@@ -19,10 +21,14 @@ class RunLoop {
 
   /// Returns after `stop`; on virtual time also when nothing is left to happen.
   void run();
-  /// Makes `run` return before the clock moves on. Threads: any.
+  /// Makes `run` return before the clock moves on; on real time after the block that runs, whatever waits on
+  /// the main queue. Threads: any.
   void stop();
-  /// Runs what is due by now.
+  /// Runs what is due by now; on virtual time only.
   void runDue();
+  /// Calls this once the duration has passed; on real time on a thread of its own, so that nothing holds it
+  /// up.
+  void callAfter(std::chrono::microseconds duration, std::function<void()> block);
 
  private:
   std::shared_ptr<platform::VirtualDispatch> virtual_;

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -132,6 +133,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
   /// Beside the count, which is of what was heard.
   void radio(const platform::RadioState& state) {
     const std::scoped_lock lock(mutex_);
+    if (comesTooLate()) return;
     departures_.interrupt();
     show([&](auto time) {
       events_.radio(time, state);
@@ -164,12 +166,10 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     events_.makeRoom();
     write();
   }
-  /// From here on only what the calling thread causes is reported: an advertisement that is still on its way
-  /// on the scanner queue comes too late.
-  void beginEnd() {
-    const std::scoped_lock lock(mutex_);
-    endingThread_ = std::this_thread::get_id();
-  }
+  /// From here on only what the main thread causes is reported: an advertisement that is still on its way on
+  /// the scanner queue comes too late, and that queue goes on no more: what it would still find could only be
+  /// lost again. Waits for nobody. Threads: any.
+  void beginEnd() { isEnding_ = true; }
   void finish() {
     const std::scoped_lock lock(mutex_);
     events_.finish();
@@ -178,20 +178,23 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
  private:
   template <typename Event>
   void report(Event event) {
-    const std::scoped_lock lock(mutex_);
-    count(show(event));
+    if (!comesTooLate()) {
+      const std::scoped_lock lock(mutex_);
+      if (!comesTooLate()) return count(show(event));
+    }
+    isEnding_.wait(true);  // for good
   }
   void count(bool isShown) {
     if (isShown && isCounted_ && --left_ == 0) loop_->stop();
     if (out_.isClosed()) loop_->stop();
   }
   bool isCountedOut() const { return isCounted_ && left_ == 0; }
+  bool comesTooLate() const { return isEnding_ && std::this_thread::get_id() != mainThread_; }
 
   /// Whether anything was shown of it.
   template <typename Event>
   bool show(Event event) {
     if (isCountedOut()) return false;
-    if (endingThread_ && *endingThread_ != std::this_thread::get_id()) return false;
     const platform::Date date = loop_->dispatch()->date();
     const bool isShown = event(date);
     // A timer on virtual time would run through every gap of a capture.
@@ -202,6 +205,9 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     return isShown;
   }
 
+  const std::thread::id mainThread_ = std::this_thread::get_id();
+  std::atomic<bool> isEnding_ = false;
+
   std::mutex mutex_;  // guards what follows; never taken while the library is called
   SearchEvents& events_;
   Output& out_;
@@ -211,7 +217,6 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
   uint64_t left_;
   Departures departures_;
   platform::Date ticked_;
-  std::optional<std::thread::id> endingThread_;
 };
 
 // One search from its source to its end. Lives to the end of the process, as the library's own objects do:
@@ -231,7 +236,7 @@ class Search {
     openSourceAndMonitor();
     openGateway();
     installPlatform();
-    const std::stop_callback onStop(stop_.get_token(), [this] { source_.loop->stop(); });
+    const std::stop_callback onStop(stop_.get_token(), [this] { stop(); });
     monitor_->begin();
     events_->begin();
     begin();
@@ -287,6 +292,12 @@ class Search {
     });
   }
 
+  // Whatever still waits to be reported.
+  void stop() {
+    reporter_.beginEnd();
+    source_.loop->stop();
+  }
+
   // iBeacons are reported once a second: the last, unfinished one is waited for.
   void sourceEnded() {
     if (options_.mode == SearchOptions::Mode::sensors) return source_.loop->stop();
@@ -337,10 +348,7 @@ class Search {
     Class::setBeaconType(static_cast<uint64_t>(options_.mode));
     Class::setBeaconExitTime(options_.exitTime);
     Class::setDelegate(&reporter_);
-    const auto& dispatch = *source_.loop->dispatch();
-    if (options_.duration)
-      source_.loop->dispatch()->after(*options_.duration, dispatch.mainQueue(),
-                                      [this] { source_.loop->stop(); });
+    if (options_.duration) source_.loop->callAfter(*options_.duration, [this] { stop(); });
     if (!source_.loop->isVirtual()) tick();
     if (options_.mode == SearchOptions::Mode::sensors)
       Class::startLeScan();
@@ -370,7 +378,6 @@ class Search {
     reporter_.beginEnd();
     BRLContextManager::Class::stopLeScan();
     BRLContextManager::Class::setDelegate(nullptr);
-    source_.loop->runDue();
     reports_->close();
     if (gateway_) gateway_->finish();
     reporter_.finish();

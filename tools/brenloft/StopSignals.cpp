@@ -13,6 +13,8 @@
 namespace brenloft {
 namespace {
 
+constexpr int kPatience = 800;  // milliseconds; the rest of the second is for what follows
+
 // One that hung up cannot be opened any more.
 bool hasTerminal() {
   const int terminal = ::open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC);
@@ -52,7 +54,9 @@ bool StopSignals::isTerminalGone() const {
 void StopSignals::wait(const std::function<void()>& onStop, const std::function<void()>& onHangUp) const {
   std::array<pollfd, 2> events{{{signals_, POLLIN, 0}, {end_, POLLIN, 0}}};
   while (true) {
-    if (::poll(events.data(), events.size(), -1) < 0) continue;
+    const int ready = ::poll(events.data(), events.size(), stopped_ && !overdue_ ? kPatience : -1);
+    if (ready == 0) overdue_ = true;
+    if (ready <= 0) continue;
     if (events[1].revents != 0) return;
     signalfd_siginfo info{};
     if (::read(signals_, &info, sizeof info) != sizeof info) continue;

@@ -23,6 +23,9 @@ class StopSignals {
   void watch(std::function<void()> onStop, std::function<void()> onHangUp = {});
   /// Whether the stop was asked for. Threads: any.
   static bool isStopped() { return stopped_; }
+  /// Whether that was most of a second ago, so that nobody is waited for any more; told while an object is
+  /// there that was asked to watch. Threads: any.
+  static bool isOverdue() { return overdue_; }
 
  private:
   void wait(const std::function<void()>& onStop, const std::function<void()>& onHangUp) const;
@@ -30,9 +33,11 @@ class StopSignals {
 
   const bool hadTerminal_;
 
-  int signals_ = -1;                                // signalfd
-  int end_ = -1;                                    // eventfd that ends the thread
-  inline static std::atomic<bool> stopped_{false};  // a signal is the whole process's
+  int signals_ = -1;  // signalfd
+  int end_ = -1;      // eventfd that ends the thread
+  // A signal is the whole process's.
+  inline static std::atomic<bool> stopped_{false};
+  inline static std::atomic<bool> overdue_{false};
   std::thread thread_;
 };
 
