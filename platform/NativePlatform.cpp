@@ -38,7 +38,8 @@ Platform nativePlatform(NativePlatformOptions options) {
   platform.bundle = libraryBundle();
   const LogSink radioLog = options.onRadioDiagnostic ? std::move(options.onRadioDiagnostic) : platform.log;
   auto radio = options.radio ? std::move(options.radio) : makeNativeRadio(platform.dispatch, radioLog);
-  platform.bluetooth = RadioService::make(std::move(radio), platform.dispatch, radioLog);
+  platform.bluetooth =
+      RadioService::make(std::move(radio), platform.dispatch, radioLog, std::move(options.filter));
   platform.location = makeBeaconLocationService({
       .bluetooth = platform.bluetooth,
       .dispatch = platform.dispatch,

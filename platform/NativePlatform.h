@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,6 +24,8 @@ struct NativePlatformOptions {
   std::shared_ptr<DispatchService> dispatch{};
   /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
   LogSink onSettingsProblem{};
+  /// Refuses advertisements that the application shall not hear; without it, all are delivered.
+  std::function<bool(const CBAdvertisementData&)> filter{};
   /// Takes a line about the radio that its states do not tell; without it, they go to the log.
   LogSink onRadioDiagnostic{};
 };

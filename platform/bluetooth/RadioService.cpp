@@ -37,8 +37,11 @@ std::optional<Services> unionOf(const Deliveries& deliveries) {
 class SourceRadio final : public RadioService, public std::enable_shared_from_this<SourceRadio> {
  public:
   SourceRadio(std::shared_ptr<AdvertisingReportSource> source, std::shared_ptr<DispatchService> dispatch,
-              LogSink onDiagnostic)
-      : source_(std::move(source)), dispatch_(std::move(dispatch)), onDiagnostic_(std::move(onDiagnostic)) {}
+              LogSink onDiagnostic, AdvertisementFilter filter)
+      : source_(std::move(source)),
+        dispatch_(std::move(dispatch)),
+        onDiagnostic_(std::move(onDiagnostic)),
+        filter_(std::move(filter)) {}
   ~SourceRadio() override {
     if (isOpen_) source_->close();
   }
@@ -64,6 +67,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
   const std::shared_ptr<AdvertisingReportSource> source_;
   const std::shared_ptr<DispatchService> dispatch_;
   const LogSink onDiagnostic_;
+  const AdvertisementFilter filter_;
   AdvertisementMerger merger_;  // on the source's queue only
 
   // Taken before a delivery's mutex, never after it.
@@ -202,6 +206,7 @@ void SourceRadio::didHear(const AdvertisingReport& report) {
   if (!deliveries) return;
   if (isFirstOfScan) merger_.clear();
   const auto merged = merger_.merge(report);
+  if (filter_ && !filter_(merged->data)) return;
   for (const auto& delivery : *deliveries) delivery->didHear(report, merged);
 }
 
@@ -224,8 +229,9 @@ void SourceRadio::didUpdateState(const RadioState& radio) {
 
 std::shared_ptr<RadioService> RadioService::make(std::shared_ptr<AdvertisingReportSource> source,
                                                  std::shared_ptr<DispatchService> dispatch,
-                                                 LogSink onDiagnostic) {
-  return std::make_shared<SourceRadio>(std::move(source), std::move(dispatch), std::move(onDiagnostic));
+                                                 LogSink onDiagnostic, AdvertisementFilter filter) {
+  return std::make_shared<SourceRadio>(std::move(source), std::move(dispatch), std::move(onDiagnostic),
+                                       std::move(filter));
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "platform/bluetooth/AdvertisingReport.h"
@@ -9,6 +10,9 @@
 #include "platform/foundation/NSLog.h"
 
 namespace platform {
+
+/// Whether an advertisement, merged, is delivered. Called on the source's queue.
+using AdvertisementFilter = std::function<bool(const CBAdvertisementData&)>;
 
 /// Central managers over one source of advertising reports. Reports are merged with the newest report of the
 /// other kind from the same address once, then filtered for each manager and delivered on its queue. The
@@ -21,10 +25,11 @@ namespace platform {
 class BRL_EXPORT RadioService : public BluetoothService {
  public:
   /// `dispatch` gives the main queue to managers that are made without a queue. `onDiagnostic` takes one line
-  /// for people, from any thread: that reports come faster than a manager takes them.
+  /// for people, from any thread: that reports come faster than a manager takes them. What `filter` refuses
+  /// goes to no manager.
   static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,
                                             std::shared_ptr<DispatchService> dispatch,
-                                            LogSink onDiagnostic = {});
+                                            LogSink onDiagnostic = {}, AdvertisementFilter filter = {});
 };
 
 }  // namespace platform

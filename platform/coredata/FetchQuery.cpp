@@ -5,7 +5,8 @@ namespace platform {
 Result<FetchQuery> FetchQuery::make(const NSManagedObjectModel& model, const NSFetchRequest& request) {
   const auto* entity = model.entityNamed(request.entityName());
   if (entity == nullptr) return Error{.text = "no entity named " + request.entityName()};
-  FetchQuery query{static_cast<std::size_t>(entity - model.entities().data()), request.predicate(), 0};
+  FetchQuery query{static_cast<std::size_t>(entity - model.entities().data()), request.predicate(), 0,
+                   request.fetchLimit()};
   if (!query.predicate) return query;
   const auto attribute = entity->indexOfAttribute(query.predicate->key());
   if (!attribute || entity->attributes()[*attribute].attributeType != NSAttributeType::String) {

@@ -15,6 +15,7 @@ struct FetchQuery {
   std::size_t entity = 0;
   std::optional<NSPredicate> predicate;
   std::size_t attribute = 0;
+  std::size_t limit = 0;  ///< 0: none
 
   /// Fails when the model has no such entity or text attribute.
   static Result<FetchQuery> make(const NSManagedObjectModel& model, const NSFetchRequest& request);

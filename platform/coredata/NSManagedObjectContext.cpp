@@ -53,15 +53,19 @@ Result<> NSManagedObjectContext::save() {
   if (!found) return found.error();
   SQLiteStore* store = *found;
   const bool hasDeletedAll = registry_->hasDeletedAll();
+  const bool hasDeletions = registry_->hasDeletions();
   std::vector<int64_t> newRows;
   const auto write = [&] {
-    if (!registry_->hasDeletions()) store->requireRoom();
+    if (!hasDeletions) store->requireRoom();
     registry_->deleteMost(*store);
     store->write(registry_->isSingleStatement(), [&] { newRows = registry_->writeTo(*store); });
   };
   if (const auto written = resultOf(write); !written) return written;
   registry_->didSave(newRows);
-  if (hasDeletedAll) store->giveSpaceBack();
+  if (hasDeletedAll)
+    store->giveSpaceBack();
+  else if (hasDeletions)
+    store->giveSomeSpaceBack();
   return {};
 }
 
@@ -99,7 +103,7 @@ Result<uint64_t> NSManagedObjectContext::countForFetchRequest_error(const NSFetc
   uint64_t count = 0;
   const auto done = run(request, [&](SQLiteStore& store, const FetchQuery& query) {
     const auto& entity = registry_->entity(query.entity);
-    if (!query.predicate && entity.deleted.empty()) {
+    if (!query.predicate && query.limit == 0 && entity.deleted.empty()) {
       count = store.count(query.entity, entity.deletedThrough) + entity.inserted.size();
       return;
     }

@@ -108,9 +108,11 @@ void ObjectRegistry::forget(const NSManagedObject& object) {
 void ObjectRegistry::walk(SQLiteStore& store, const FetchQuery& query, const StoredRowBlock& rowBlock,
                           const ObjectBlock& objectBlock) {
   const Entity& entity = entities_[query.entity];
+  std::size_t visited = 0;
+  const auto goesOn = [&](bool isMoreWanted) { return ++visited != query.limit && isMoreWanted; };
   const auto visit = [&](const Object& object) {
     const auto& values = object->values_;
-    return !query.matches(storedViewOf(values[query.attribute])) || objectBlock(object, values);
+    return !query.matches(storedViewOf(values[query.attribute])) || goesOn(objectBlock(object, values));
   };
   // What is stored may no longer be what a changed object holds, so then the predicate is looked at here.
   const bool filterHere = query.predicate && !entity.updated.empty();
@@ -121,7 +123,7 @@ void ObjectRegistry::walk(SQLiteStore& store, const FetchQuery& query, const Sto
     if (changed != entity.updated.end())
       more = visit(changed->second);
     else if (!filterHere || query.matches(row.values[query.attribute]))
-      more = rowBlock(row);
+      more = goesOn(rowBlock(row));
     return more;
   };
   store.eachRow(query.entity, entity.deletedThrough, filterHere ? std::nullopt : query.predicate, visitRow);

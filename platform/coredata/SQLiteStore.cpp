@@ -153,6 +153,14 @@ bool SQLiteStore::vacuumStep() {
   return database_.integer("PRAGMA freelist_count") < before;
 }
 
+void SQLiteStore::giveSomeSpaceBack() {
+  try {
+    vacuumStep();
+  } catch (const SQLiteFailure&) {
+    // As below.
+  }
+}
+
 void SQLiteStore::giveSpaceBack() {
   try {
     while (vacuumStep()) BusyWait::letOthersGo();

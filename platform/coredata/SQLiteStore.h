@@ -50,6 +50,8 @@ class SQLiteStore {
   /// Makes the file smaller by what deleted rows have left, in small transactions, as far as there is room to
   /// do that and others allow it.
   void giveSpaceBack();
+  /// The first of those transactions alone, for deletions of a few rows.
+  void giveSomeSpaceBack();
 
   /// Called once for each wait for another process that takes longer than a second.
   void setOnWaiting(std::function<void()> onWaiting) { database_.setOnWaiting(std::move(onWaiting)); }

@@ -284,6 +284,12 @@ TEST(CaptureReader, skipsAFaultyRecordWhoseEndIsKnown) {
       const Reading reading = readCapture(pcapOf(link, Data(size)) + kLittle.pcapRecord(2, 0, Data(size)));
       EXPECT_THAT(reading.diagnostics, SizeIs(2)) << link;
     }
+  Data many = btsnoopFile(1002);
+  for (int i = 0; i < 50; ++i) many += btsnoopRecord(cutEvent, 1);
+  const Reading told = readCapture(many + good);
+  EXPECT_THAT(told.reports, SizeIs(1));
+  ASSERT_THAT(told.diagnostics, SizeIs(21));
+  EXPECT_EQ(told.diagnostics.back(), "FILE: record 50: the last of 30 more faults");
   const Data body = kLittle.u32(0) + kLittle.u64(0) + kLittle.u32(99) + kLittle.u32(99) + Data(4);
   const Data pcapng = kLittle.section() + kLittle.interface(187) + kLittle.block(6, body) +
                       kLittle.block(6, Data(4)) + kLittle.enhanced(7, 0, Data(4)) +

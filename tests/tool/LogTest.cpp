@@ -53,6 +53,27 @@ TEST_F(LoggedDemo, CountsShowsExportsAndDeletesTheRowsThatTheFileHolds) {
   EXPECT_EQ(log("export").out, "[]\n");
 }
 
+TEST_F(LoggedDemo, KeepsNoMoreThanASearchIsToldTo) {
+  const auto rowsAfter = [&](const std::vector<std::string>& bounds) {
+    std::vector<std::string> arguments{"scan", "-s", "demo", "-t", "20", "--log", "-C", container(), "-q"};
+    arguments.insert(arguments.end(), bounds.begin(), bounds.end());
+    EXPECT_EQ(runTool(arguments).status, 0);
+    return std::stoul(log("count").out);
+  };
+  const auto rows = std::stoul(log("count").out);
+  EXPECT_EQ(rowsAfter({"--log-keep", "1h", "--log-max", "1M"}), 2 * rows);
+  EXPECT_LT(rowsAfter({"--log-keep", "5"}), rows);
+  // Larger than that: the oldest rows go, until there is room for new ones.
+  ASSERT_EQ(runTool({"simulate", "-o", folder_.file("many"), "--beacons", "9000", "--seconds", "3"}).status,
+            0);
+  const std::vector<std::string> many{
+      "scan",      "-s", "capture:" + folder_.file("many"), "--log", "-C", container(), "-q", "-F", "csv",
+      "--log-max", "1M"};
+  EXPECT_EQ(runTool(many).status, 0);
+  EXPECT_LT(fs::file_size(container() + "/ServiceModel.sqlite"), 1'048'576U);
+  EXPECT_GT(std::stoul(log("count").out), 5000U);
+}
+
 // What a document goes to is what its name stands for, and the name stands for it afterwards.
 TEST_F(LoggedDemo, ExportsToWhateverTheNameStandsFor) {
   const std::string document = log("export").out;

@@ -177,6 +177,39 @@ TEST(Scan, LaysOutEachLineAsPromised) {
   EXPECT_EQ(valueOf(line, "statusUpdatedDate"), time);
 }
 
+// The last octets of the sensors' identifiers. The third sensor lists the service A002.
+std::string sensorsHeard(const std::string& source, const std::vector<std::string>& more) {
+  std::vector<std::string> arguments{"scan", "-s", source, "-F", "csv", "-q"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  std::set<std::string> beacons;
+  for (const std::string& line : runTool(arguments).lines()) {
+    const auto identifier = line.find("C0-C1-5C");
+    if (identifier != std::string::npos) beacons.insert(line.substr(identifier + 15, 2));
+  }
+  std::string text;
+  for (const std::string& beacon : beacons) text += beacon + ' ';
+  return text;
+}
+
+TEST(Scan, HearsOnlyWhatItsLimitsLetThrough) {
+  TemporaryFolder folder;
+  const std::string source = simulated(folder, {"--beacons", "8"});
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+      {{}, "00 01 02 03 04 05 06 07 "},
+      {{"--uuid", "A002"}, "02 "},
+      {{"--uuid", "A002", "--uuid", "A000"}, "00 02 "},
+      {{"--address", "C0:C1:5C:00:00:02", "--address", "c0:c1:5c:00:00:05"}, "02 05 "},
+      {{"--min-rssi", "20"}, ""},
+      {{"--company", "0xFFFF"}, ""},
+      {{"--address", "C0:C1:5C:00:00:02", "--max-beacons", "1"}, "02 "}};
+  for (const auto& [options, heard] : cases)
+    EXPECT_EQ(sensorsHeard(source, options), heard) << testing::PrintToString(options);
+  for (const std::string option : {"--max-beacons", "--new-per-minute"}) {
+    EXPECT_EQ(sensorsHeard(source, {option, "3"}).size(), 9U) << option;
+    EXPECT_EQ(countOf(runTool({"scan", "-s", source, "-q", option, "3"}).err, option), 1U) << option;
+  }
+}
+
 TEST(Scan, TellsOnlyWhatBeginsOrEndsWhenAsked) {
   std::vector<std::string> told;
   for (const std::string& line :
@@ -225,6 +258,18 @@ TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
             (Events{"present 1/0", "present 2/1", "lost 1/0", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--group", "2", "--left-after", "10"}),
             (Events{"present 1/0", "present 2/1", "left 2/1", "returned 2/1", "lost 1/0", "lost 2/1"}));
+  const auto lastReport = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> arguments{
+        "range",        "-s", source,    "--uuid", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36",
+        "--left-after", "10", "--group", "2",      "-F",
+        "jsonl",        "-q", "-t",      "30"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    std::vector<std::string> lines = runTool(arguments).lines();
+    std::erase_if(lines, [](const std::string& line) { return valueOf(line, "event") != "\"ranged\""; });
+    return lines.empty() ? 0 : countOf(lines.back(), "\"major\"");
+  };
+  EXPECT_EQ(lastReport({}), 2U);
+  EXPECT_EQ(lastReport({"--present-only"}), 1U);
   EXPECT_EQ(eventsOfRange(source, {"--major", "2"}), (Events{"present 2/1", "lost 2/1"}));
   EXPECT_EQ(eventsOfRange(source, {"--minor", "1", "--group", "0"}), (Events{"present 2/1", "lost 2/1"}));
 }

@@ -14,12 +14,12 @@
 
 #include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
-#include "platform/bluetooth/CBUUID.h"
 #include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/HistoryCommand.h"
+#include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Source.h"
@@ -219,11 +219,8 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
                    "tell only beacons that appear, are lost or return, and emergencies that begin or end");
   addContainer(command, options.container);
   addRecord(command, options.record);
+  addLimits(command, options);
   addVerbose(command, options.verbose);
-}
-
-std::string checkServiceUUID(const std::string& text) {
-  return platform::CBUUID::UUIDWithString(text) ? "" : "'" + text + "' is no UUID of 4, 8 or 32 digits";
 }
 
 std::string checkProximityUUID(const std::string& text) {
@@ -233,8 +230,7 @@ std::string checkProximityUUID(const std::string& text) {
 void addScan(CLI::App& app, Run& run) {
   auto options = std::make_shared<SearchOptions>();
   auto* command = app.add_subcommand("scan", "Find sensor beacons and tell their readings");
-  command->add_option("--uuid", options->uuid, "only this service; default: every one")
-      ->check(checkServiceUUID);
+  addServices(*command, *options);
   addExitTime(*command, *options);
   addSearchOptions(*command, *options);
   command->callback([&run, options] {
@@ -271,6 +267,8 @@ void addRange(CLI::App& app, Run& run) {
           "given, and 2 for readings, influx and the live table")
       ->check(CLI::Range(0, 2));
   addLeftAfter(*command, options->leftAfter);
+  command->add_flag("--present-only", options->isPresentOnly,
+                    "ranging reports without iBeacons that are lost or have left");
   addSearchOptions(*command, *options);
   command->callback([&run, options] {
     options->settings = run.settings;

@@ -35,6 +35,8 @@ class Departures {
   std::vector<Change> ranged(platform::Date time, const BRLRecordList& records);
   /// The library itself has reported this beacon.
   void reported(const BRLBeaconDataModel& beacon) { left_.erase(&beacon); }
+  /// Whether it is silent, of what the library holds for present.
+  bool hasLeft(const BRLBeaconDataModel& beacon) const { return left_.contains(&beacon); }
   /// The radio was away.
   void interrupt() { lastReport_.reset(); }
 

@@ -185,8 +185,9 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, 
   std::stop_source stop;
   signals.watch([stop]() mutable { stop.request_stop(); });
   Source source;
-  source = openSource(options.source,
-                      {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
+  source = openSource(
+      options.source,
+      {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
   RunLoop& loop = *source.loop;
   const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
   const auto monitor =

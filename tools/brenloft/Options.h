@@ -11,6 +11,8 @@
 #include "gateway/beacons/BeaconBook.h"
 #include "gateway/configuration/SettingsParser.h"
 #include "gateway/history/HistoryOptions.h"
+#include "tools/brenloft/LogLimits.h"
+#include "tools/brenloft/ReportFilter.h"
 
 namespace brenloft {
 
@@ -71,6 +73,7 @@ struct SearchOptions {
   Mode mode = Mode::sensors;
   std::string source = "auto";
   std::optional<std::string> uuid;
+  ReportChoice heard;             ///< beside `uuid`, `major` and `minor`
   std::optional<uint16_t> major;  ///< only iBeacons with this one
   std::optional<uint16_t> minor;
   std::optional<int64_t> group;  ///< what tells iBeacons apart, as `beaconGroupType`; absent: as it fits
@@ -78,12 +81,14 @@ struct SearchOptions {
   std::chrono::microseconds leftAfter = std::chrono::seconds(30);
   double exitTime = 5;  ///< seconds; the library's
   bool log = false;
+  LogBounds logBounds;
   std::optional<std::chrono::microseconds> duration;
   uint64_t count = 0;  ///< ends after so many events; 0: never
   /// Absent: a table on a terminal, else nothing where there are files, else JSON lines.
   std::optional<SearchFormat> format;
   std::optional<TimeForm> time;  ///< absent: as the format has it
   bool transitions = false;      ///< only what begins or ends
+  bool isPresentOnly = false;    ///< of `range`: a ranging report has no beacon that is lost or has left
   std::filesystem::path container;
   std::string record;
   bool verbose = false;  ///< with the library's diagnostic lines

@@ -18,8 +18,8 @@
 #include "platform/location/BeaconLocationService.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
-#include "tools/brenloft/IBeaconFilter.h"
 #include "tools/brenloft/Messages.h"
+#include "tools/brenloft/ReportFilter.h"
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/SearchGateway.h"
 #include "tools/brenloft/Source.h"
@@ -30,6 +30,10 @@
 
 namespace brenloft {
 namespace {
+
+// How often the log's size and age are looked at, and between two steps of a deletion.
+constexpr std::chrono::milliseconds kLogPeriod = std::chrono::seconds(10);
+constexpr std::chrono::milliseconds kLogPause{20};
 
 SearchFormat formatOf(const SearchOptions& options) {
   if (options.format) return *options.format;
@@ -84,6 +88,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
       : events_(events),
         out_(out),
         isCounted_(options.count != 0),
+        isPresentOnly_(options.isPresentOnly),
         left_(options.count),
         departures_(options.leftAfter) {}
 
@@ -111,7 +116,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     report([&](auto time) {
       changes = departures_.ranged(time, beacons);
       if (ear_ != nullptr) ear_->ranged(beacons);
-      return events_.ranged(time, beacons);
+      return isPresentOnly_ ? rangedPresent(time, beacons) : events_.ranged(time, beacons);
     });
     for (const Departures::Change& change : changes) {
       report([&](auto time) {
@@ -184,6 +189,13 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     }
     isEnding_.wait(true);  // for good
   }
+  bool rangedPresent(platform::Date time, const BRLRecordList& beacons) {
+    BRLRecordList present;
+    for (const auto& beacon : beacons.view())
+      if (beacon->status() == kBRLPresent && !departures_.hasLeft(*beacon)) present.append(beacon);
+    return events_.ranged(time, present);
+  }
+
   void count(bool isShown) {
     if (isShown && isCounted_ && --left_ == 0) loop_->stop();
     if (out_.isClosed()) loop_->stop();
@@ -214,6 +226,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
   RunLoop* loop_ = nullptr;
   Ear* ear_ = nullptr;
   const bool isCounted_;
+  const bool isPresentOnly_;
   uint64_t left_;
   Departures departures_;
   platform::Date ticked_;
@@ -268,9 +281,19 @@ class Search {
                                         },
                                     .onUnusable = [this] { source_.loop->stop(); }});
     reports_ = monitor_->wrap(source_.reports);
+    filterReports();
+  }
+
+  void filterReports() {
+    ReportChoice heard = options_.heard;
     if (options_.mode == SearchOptions::Mode::iBeacons)
-      reports_ = filtered(
-          reports_, {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major, options_.minor});
+      heard.iBeacons = {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major,
+                        options_.minor};
+    if (heard == ReportChoice{}) return;
+    filter_ = std::make_shared<ReportFilter>(
+        std::move(heard), [this] { return source_.loop->dispatch()->now(); },
+        [this](std::string_view line) { printAside(line); });
+    reports_ = filter_->wrap(reports_);
   }
 
   // Where only what the library tells is wanted, it need not be judged; but people are told of strangers.
@@ -306,15 +329,20 @@ class Search {
   }
 
   void installPlatform() {
-    auto platform = platform::nativePlatform(
-        {.container = options_.container,
-         .radio = reports_,
-         .dispatch = source_.loop->dispatch(),
-         .onSettingsProblem =
-             [this](std::string_view line) {
-               reporter_.aside([line] { printMessage(fmt::format("brenloft: {}", line)); });
-             },
-         .onRadioDiagnostic = [this](std::string_view line) { printAside(line); }});
+    platform::NativePlatformOptions services{
+        .container = options_.container,
+        .radio = reports_,
+        .dispatch = source_.loop->dispatch(),
+        .onSettingsProblem =
+            [this](std::string_view line) {
+              reporter_.aside([line] { printMessage(fmt::format("brenloft: {}", line)); });
+            },
+        .onRadioDiagnostic = [this](std::string_view line) { printAside(line); }};
+    if (filter_)
+      services.filter = [filter = filter_](const auto& advertisement) {
+        return filter->accepts(advertisement);
+      };
+    auto platform = platform::nativePlatform(std::move(services));
     // A search that keeps nothing leaves no trace.
     if (!options_.log && !options_.gateway.keepsHistory && options_.container.empty())
       platform.userDefaults = platform::makeInMemoryUserDefaults();
@@ -350,6 +378,7 @@ class Search {
     Class::setDelegate(&reporter_);
     if (options_.duration) source_.loop->callAfter(*options_.duration, [this] { stop(); });
     if (!source_.loop->isVirtual()) tick();
+    if (isLogBounded() && !source_.loop->isVirtual()) boundLog();
     if (options_.mode == SearchOptions::Mode::sensors)
       Class::startLeScan();
     else
@@ -361,7 +390,6 @@ class Search {
   void beginRanging() {
     const auto mainQueue = source_.loop->dispatch()->mainQueue();
     mainQueue->async([this, mainQueue] {
-      if (hasEnded_) return;
       BRLContextManager::Class::startLeScan();
       mainQueue->async([this] { BRLContextManager::Class::setBeaconGroupType(groupOf(options_)); });
     });
@@ -373,13 +401,24 @@ class Search {
                                     [this] { tick(); });
   }
 
+  bool isLogBounded() const { return options_.log && options_.logBounds != LogBounds{}; }
+
+  void boundLog() {
+    const bool isMore = logLimits_.step(source_.loop->dispatch()->date());
+    source_.loop->dispatch()->after(isMore ? kLogPause : kLogPeriod, source_.loop->dispatch()->mainQueue(),
+                                    [this] { boundLog(); });
+  }
+
   void end() {
-    hasEnded_ = true;
     reporter_.beginEnd();
     BRLContextManager::Class::stopLeScan();
     BRLContextManager::Class::setDelegate(nullptr);
     reports_->close();
     if (gateway_) gateway_->finish();
+    // A capture's log grows in a moment.
+    while (isLogBounded() && source_.loop->isVirtual() && !StopSignals::isStopped() &&
+           logLimits_.step(source_.loop->dispatch()->date())) {
+    }
     reporter_.finish();
     // Neither takes the other along when it fails.
     out_.flush();
@@ -397,7 +436,8 @@ class Search {
   Source source_;
   std::shared_ptr<SourceMonitor> monitor_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;
-  bool hasEnded_ = false;
+  std::shared_ptr<ReportFilter> filter_;  // null where everything is heard
+  LogLimits logLimits_{options_.logBounds};
 };
 
 }  // namespace

@@ -14,6 +14,8 @@ namespace {
 
 // More controllers than this in one capture are not believed; their unfinished fragments are forgotten.
 constexpr std::size_t kMaximumChannels = 64;
+// Faults that are told one by one.
+constexpr uint64_t kMostTold = 20;
 
 Result<std::unique_ptr<PacketReader>> openPackets(CaptureBuffer& buffer) {
   for (const auto openFormat : {openBtsnoop, openPcap, openPcapng}) {
@@ -44,10 +46,18 @@ struct CaptureReader::State {
   LinkContent content;
   std::map<uint32_t, HCIAdvertisingEvents> events;  // by controller
   uint64_t record = 0;
+  uint64_t faults = 0;
+  uint64_t lastFaulty = 0;  // record
   bool hasEnded = false;
 
-  void report(std::string_view fault) const {
-    if (!fault.empty() && onDiagnostic) onDiagnostic({name, record, std::string(fault)});
+  void report(std::string_view fault) {
+    if (fault.empty()) return;
+    lastFaulty = record;
+    if (++faults <= kMostTold && onDiagnostic) onDiagnostic({name, record, std::string(fault)});
+  }
+  void reportUntold() const {
+    if (faults > kMostTold && onDiagnostic)
+      onDiagnostic({name, lastFaulty, fmt::format("the last of {} more faults", faults - kMostTold)});
   }
 
   HCIAdvertisingEvents& eventsOf(uint32_t channel) {
@@ -57,10 +67,12 @@ struct CaptureReader::State {
 
   Next end(const std::string& fault) {
     hasEnded = true;
-    if (buffer.source().isStopped()) return Next::end;
-    const std::string cause = buffer.source().error();
-    if (!fault.empty() || !cause.empty()) ++record;
-    report(cause.empty() ? fault : "cannot be read: " + cause);
+    if (!buffer.source().isStopped()) {
+      const std::string cause = buffer.source().error();
+      if (!fault.empty() || !cause.empty()) ++record;
+      report(cause.empty() ? fault : "cannot be read: " + cause);
+    }
+    reportUntold();
     return Next::end;
   }
 

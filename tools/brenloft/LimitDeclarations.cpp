@@ -1,0 +1,106 @@
+#include "tools/brenloft/LimitDeclarations.h"
+
+#include <charconv>
+#include <string>
+#include <vector>
+
+#include "gateway/history/HistoryOptions.h"
+#include "platform/bluetooth/CBUUID.h"
+#include "tools/brenloft/OptionDeclarations.h"
+
+namespace brenloft {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr int kWeakest = -127;  // dBm, of what a controller can say
+constexpr int kStrongest = 20;
+
+template <class Take>
+void addRepeatable(CLI::App& command, const std::string& name, const std::string& help, Take take) {
+  command.add_option_function<Texts>(name, take, help + "; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
+// Decimal, or hexadecimal behind 0x.
+std::optional<uint16_t> companyFromText(const std::string& text) {
+  const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  const char* begin = text.data() + (isHexadecimal ? 2 : 0);
+  const char* end = text.data() + text.size();
+  uint16_t company = 0;
+  const auto [stop, error] = std::from_chars(begin, end, company, isHexadecimal ? 16 : 10);
+  return error == std::errc() && stop == end ? std::optional(company) : std::nullopt;
+}
+
+void addSenders(CLI::App& command, ReportChoice& heard) {
+  addRepeatable(command, "--address", "only what this device sends, such as C0:00:00:00:00:01",
+                [&heard](const Texts& texts) {
+                  heard.addresses.clear();
+                  for (const std::string& text : texts) {
+                    const auto address = platform::BluetoothAddress::fromText(text);
+                    if (!address)
+                      throw CLI::ValidationError(
+                          "--address", fmt::format("'{}' is no address such as C0:00:00:00:00:01", text));
+                    heard.addresses.insert(address->octets);
+                  }
+                });
+  addRepeatable(
+      command, "--company", "only manufacturer data that begin with this company identifier, such as 0x004C",
+      [&heard](const Texts& texts) {
+        heard.companies.clear();
+        for (const std::string& text : texts) {
+          const auto company = companyFromText(text);
+          if (!company)
+            throw CLI::ValidationError("--company", fmt::format("'{}' is no number from 0 to 0xFFFF", text));
+          heard.companies.push_back(*company);
+        }
+      });
+}
+
+void addLogBounds(CLI::App& command, LogBounds& bounds) {
+  command.add_option_function<std::string>(
+      "--log-max",
+      [&bounds](const std::string& text) {
+        bounds.mostOctets = historySizeFromText(text);
+        if (!bounds.mostOctets)
+          throw CLI::ValidationError("--log-max",
+                                     fmt::format("'{}' is no size of 1M or more, such as 500M or 2G", text));
+      },
+      "with --log: delete the oldest rows where the store becomes larger than this, such as 500M");
+  addDuration(command, "--log-keep", bounds.longest,
+              "with --log: delete rows that are older than this, such as 90d");
+}
+
+}  // namespace
+
+void addServices(CLI::App& command, SearchOptions& options) {
+  addRepeatable(command, "--uuid", "only this service; default: every one", [&options](const Texts& texts) {
+    options.heard.services.clear();
+    for (const std::string& text : texts) {
+      const auto uuid = platform::CBUUID::UUIDWithString(text);
+      if (!uuid)
+        throw CLI::ValidationError("--uuid", fmt::format("'{}' is no UUID of 4, 8 or 32 digits", text));
+      options.heard.services.push_back(*uuid);
+    }
+    options.uuid.reset();
+    if (texts.size() > 1) return;
+    options.uuid = texts.front();  // for one the library itself can be asked
+    options.heard.services.clear();
+  });
+}
+
+void addLimits(CLI::App& command, SearchOptions& options) {
+  ReportChoice& heard = options.heard;
+  addSenders(command, heard);
+  command
+      .add_option("--min-rssi", heard.leastRssi,
+                  "only what is received with so many dBm or more, such as -80")
+      ->check(CLI::Range(kWeakest, kStrongest));
+  addNumber(command, "--max-beacons", heard.mostBeacons, 1, "hear no others than the first so many");
+  addNumber(command, "--new-per-minute", heard.newPerMinute, 1,
+            "hear no more new ones than so many in a minute");
+  addLogBounds(command, options.logBounds);
+}
+
+}  // namespace brenloft
