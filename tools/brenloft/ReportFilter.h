@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/NSUUID.h"
 
