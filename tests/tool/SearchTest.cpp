@@ -183,7 +183,7 @@ std::string sensorsHeard(const std::string& source, const std::vector<std::strin
   arguments.insert(arguments.end(), more.begin(), more.end());
   std::set<std::string> beacons;
   for (const std::string& line : runTool(arguments).lines()) {
-    const auto identifier = line.find("C0-C1-5C");
+    const auto identifier = line.find("C0-D7-0D");
     if (identifier != std::string::npos) beacons.insert(line.substr(identifier + 15, 2));
   }
   std::string text;
@@ -198,10 +198,10 @@ TEST(Scan, HearsOnlyWhatItsLimitsLetThrough) {
       {{}, "00 01 02 03 04 05 06 07 "},
       {{"--uuid", "A002"}, "02 "},
       {{"--uuid", "A002", "--uuid", "A000"}, "00 02 "},
-      {{"--address", "C0:C1:5C:00:00:02", "--address", "c0:c1:5c:00:00:05"}, "02 05 "},
+      {{"--address", "C0:D7:0D:00:00:02", "--address", "c0:d7:0d:00:00:05"}, "02 05 "},
       {{"--min-rssi", "20"}, ""},
       {{"--company", "0xFFFF"}, ""},
-      {{"--address", "C0:C1:5C:00:00:02", "--max-beacons", "1"}, "02 "}};
+      {{"--address", "C0:D7:0D:00:00:02", "--max-beacons", "1"}, "02 "}};
   for (const auto& [options, heard] : cases)
     EXPECT_EQ(sensorsHeard(source, options), heard) << testing::PrintToString(options);
   for (const std::string option : {"--max-beacons", "--new-per-minute"}) {
@@ -262,7 +262,7 @@ TEST(Range, TellsOnlyTheChosenIBeaconsAndWhichOfThemLeaveAndReturn) {
     std::vector<std::string> arguments{
         "range",        "-s", source,    "--uuid", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36",
         "--left-after", "10", "--group", "2",      "-F",
-        "jsonl",        "-q", "-t",      "30"};
+        "jsonl",        "-q", "-t",      "20"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     std::vector<std::string> lines = runTool(arguments).lines();
     std::erase_if(lines, [](const std::string& line) { return valueOf(line, "event") != "\"ranged\""; });
