@@ -285,7 +285,7 @@ TEST(CaptureReader, skipsAFaultyRecordWhoseEndIsKnown) {
       EXPECT_THAT(reading.diagnostics, SizeIs(2)) << link;
     }
   Data many = btsnoopFile(1002);
-  for (int i = 0; i < 50; ++i) many += btsnoopRecord(cutEvent, 1);
+  for (int i = 0; i < 50; ++i) many = many + btsnoopRecord(cutEvent, 1);
   const Reading told = readCapture(many + good);
   EXPECT_THAT(told.reports, SizeIs(1));
   ASSERT_THAT(told.diagnostics, SizeIs(21));
