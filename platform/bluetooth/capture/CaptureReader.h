@@ -28,7 +28,7 @@ struct CaptureDiagnostic {
 /// stream; memory does not depend on its size or on what it announces.
 ///
 /// A record whose fault leaves the next one findable is skipped, another one ends the reading. Each gives one
-/// diagnostic, as far as they are few; how many more there were is told at the end. Nothing before it is lost.
+/// diagnostic, as far as they are few; the end tells how many more there were. Nothing before is lost.
 ///
 /// Threads: one at a time.
 class CaptureReader {
