@@ -86,8 +86,7 @@ void Gateway::finish(std::function<void()> onDone) {
 }
 
 Label Gateway::labelOf(const BeaconId& beacon) const {
-  const BeaconSettings* settings = settings_->beacon(beacon);
-  return settings != nullptr ? Label{settings->name, settings->place} : Label{};
+  return settings_->labelOf(beacon);
 }
 
 Gateway::Census Gateway::census() const {

@@ -33,6 +33,17 @@ constexpr char kPresent = 'p';
 constexpr char kEmergency = 'e';
 constexpr char kGaps = '|';
 
+struct StateText {
+  std::string_view flags;
+  std::string_view gaps;
+};
+std::optional<StateText> textIn(const KeptState& state) {
+  const std::string_view text = state.text ? std::string_view(*state.text) : "";
+  const std::size_t gaps = text.find(kGaps);
+  if (state.owner != BeaconBook::kOwner || gaps == std::string_view::npos) return std::nullopt;
+  return StateText{text.substr(0, gaps), text.substr(gaps + 1)};
+}
+
 }  // namespace
 
 BeaconBook::BeaconBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
@@ -53,14 +64,13 @@ BeaconBook::~BeaconBook() {
 void BeaconBook::restore(const std::vector<KeptState>& states) {
   for (const KeptState& state : states) {
     const auto beacon = BeaconId::fromText(state.subject);
-    const std::string_view text = state.text ? std::string_view(*state.text) : "";
-    const std::size_t gaps = text.find(kGaps);
-    if (state.owner != kOwner || !beacon || gaps == std::string_view::npos) continue;
+    const auto text = textIn(state);
+    if (!beacon || !text) continue;
     Entry& entry = entryOf(*beacon);
-    entry.gaps.restore(text.substr(gaps + 1), listened());
-    entry.isEmergency = text.substr(0, gaps).find(kEmergency) != std::string_view::npos;
+    entry.gaps.restore(text->gaps, listened());
+    entry.isEmergency = text->flags.find(kEmergency) != std::string_view::npos;
     entry.keptLimit = entry.gaps.limit();
-    if (text.substr(0, gaps).find(kPresent) != std::string_view::npos) entry.presence.heard(listened());
+    if (text->flags.find(kPresent) != std::string_view::npos) entry.presence.heard(listened());
   }
   awaitEarliest();
 }
@@ -116,6 +126,14 @@ std::optional<BeaconBook::Known> BeaconBook::find(const BeaconId& beacon) const 
   if (found == entries_.end()) return std::nullopt;
   const Entry& entry = found->second;
   return Known{entry.presence.isPresent(), entry.gaps.usualGap(), exitTimeOf(entry)};
+}
+
+std::optional<GapLearner::Time> BeaconBook::usualGapIn(const KeptState& state) {
+  const auto text = textIn(state);
+  if (!text) return std::nullopt;
+  GapLearner gaps;
+  gaps.restore(text->gaps, Time(0));
+  return gaps.usualGap();
 }
 
 BeaconBook::Time BeaconBook::listened() const {

@@ -82,6 +82,8 @@ class BeaconBook {
     GapLearner::Time exitTime;
   };
   std::optional<Known> find(const BeaconId& beacon) const;
+  /// The usual gap in a state that a book kept; nothing where it was not known.
+  static std::optional<GapLearner::Time> usualGapIn(const KeptState& state);
 
  private:
   using Time = GapLearner::Time;

@@ -14,6 +14,11 @@ const std::string& Settings::nameOf(const BeaconId& id) const {
   return known && !known->name.empty() ? known->name : id.text();
 }
 
+Label Settings::labelOf(const BeaconId& id) const {
+  const BeaconSettings* known = beacon(id);
+  return known ? Label{known->name, known->place} : Label{};
+}
+
 const AlarmRule* Settings::alarm(const std::string& name) const {
   const auto found = std::ranges::find(alarms, name, &AlarmRule::name);
   return found == alarms.end() ? nullptr : &*found;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "gateway/BeaconId.h"
+#include "gateway/Record.h"
 #include "gateway/configuration/AlarmRule.h"
 
 namespace brenloft {
@@ -54,6 +55,7 @@ struct Settings {
   const BeaconSettings* beacon(const BeaconId& id) const;
   /// Its name, or its identifier where it has none.
   const std::string& nameOf(const BeaconId& id) const;
+  Label labelOf(const BeaconId& id) const;
   const AlarmRule* alarm(const std::string& name) const;
 
   friend bool operator==(const Settings&, const Settings&) = default;

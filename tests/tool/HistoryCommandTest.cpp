@@ -79,6 +79,43 @@ TEST_F(KeptHistory, IsExportedForANameAndATimeInEachFormat) {
             "1795255260.000000,C0-C1-5C-00-00-01,Fridge,Kitchen,60,4.295,4.00,4.59,,,,,,,-60.000,-60,-60");
 }
 
+TEST_F(KeptHistory, KnowsEachBeaconItsGapAndTheTrendOfItsBattery) {
+  const auto beacons = [&](const std::string& format) {
+    return runTool(
+        {"beacons", "-C", folder_.path().string(), "--config", folder_.file("brenloft.toml"), "-F", format});
+  };
+  const auto dispatch = platform::VirtualDispatch::make(kTen);
+  {
+    const auto writer =
+        *HistoryWriter::open(folder_ / kHistoryFileName, {}, dispatch, dispatch->mainQueue(), {});
+    // Down by half a percent a day, with a new battery on the tenth.
+    for (int day = 1; day <= 30; ++day) {
+      Reading reading{.beacon = BeaconId::sensor("C0-C1-5C-00-00-01"),
+                      .heard = kTen + std::chrono::days(day),
+                      .rssi = -60};
+      reading.raw.battery = reading.shown.battery = (day < 10 ? 40 : 100) - day / 2;
+      writer->accept(reading);
+    }
+    writer->keep({"beacon", "C0-C1-5C-00-00-01", "p|1000,1002,9000;9000:100"});
+    writer->keep({"beacon", "C0-C1-5C-00-00-09", "|"});
+  }
+  EXPECT_EQ(beacons("csv").lines(),
+            (std::vector<std::string>{
+                "id,name,place,last_heard,usual_gap,battery,battery_per_month,temperature,humidity",
+                "C0-C1-5C-00-00-01,Fridge,Kitchen,1797847200.000000,1.002,85,-15.0,,",
+                "C0-C1-5C-00-00-02,,,1795255799.000000,,,,4.59,", "C0-C1-5C-00-00-09,,,,,,,,"}));
+  EXPECT_EQ(beacons("jsonl").lines().front(),
+            R"({"id":"C0-C1-5C-00-00-01","name":"Fridge","place":"Kitchen",)"
+            R"("last_heard":"2026-12-21T10:00:00.000000Z","usual_gap":1.002,"battery":85,)"
+            R"("battery_per_month":-15.0,"temperature":null,"humidity":null})");
+  std::filesystem::remove(folder_ / kHistoryFileName);
+  for (const char* beside : {"-wal", "-shm"})
+    std::filesystem::remove(folder_.file("history.sqlite") + beside);
+  EXPECT_EQ(beacons("jsonl").out, "");
+  EXPECT_EQ(beacons("table").err,
+            "no history in " + folder_.path().string() + "; --container names another folder\n");
+}
+
 TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
   EXPECT_EQ(history({"count"}).out, "1201\n");
   EXPECT_EQ(history({"count", "--beacon", "C0-C1-5C-00-00-02", "--since", "@1795255799"}).out, "2\n");

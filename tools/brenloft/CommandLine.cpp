@@ -324,6 +324,17 @@ void addTag(CLI::App& app, Run& run) {
       ->add_flag("-y,--yes", options->yes, "without asking");
 }
 
+void addBeacons(CLI::App& app, Run& run) {
+  auto options = std::make_shared<BeaconsOptions>();
+  auto* command = app.add_subcommand("beacons", "List every beacon of the history and what is known of it");
+  addContainer(*command, options->container);
+  addFormat(*command, options->format, kAllFormats);
+  command->callback([&run, options] {
+    options->settings = run.settings;
+    run = [options] { return runBeacons(*options); };
+  });
+}
+
 void addSources(CLI::App& app, Run& run) {
   auto options = std::make_shared<SourcesOptions>();
   auto* command = app.add_subcommand("sources", "List what this machine can hear with");
@@ -410,8 +421,8 @@ void declareCommands(CLI::App& app, Run& run) {
       "used.");
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
-  for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addTag,
-                         addSources, addConfig, addHelp})
+  for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addBeacons,
+                         addTag, addSources, addConfig, addHelp})
     add(app, run);
   addConfigOption(app, {"config", "help"});
 }

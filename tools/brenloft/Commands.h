@@ -14,6 +14,7 @@ ExitStatus runSimulate(const SimulateOptions& options);
 ExitStatus runSearch(const SearchOptions& options);
 ExitStatus runLog(const LogOptions& options);
 ExitStatus runTag(const TagOptions& options);
+ExitStatus runBeacons(const BeaconsOptions& options);
 ExitStatus runSources(const SourcesOptions& options);
 ExitStatus runConfig(const ConfigOptions& options);
 

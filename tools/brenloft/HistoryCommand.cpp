@@ -125,15 +125,10 @@ class HistoryCommand {
     return filter;
   }
 
-  Label labelOf(const BeaconId& id) const {
-    const BeaconSettings* beacon = settings_->beacon(id);
-    return beacon != nullptr ? Label{beacon->name, beacon->place} : Label{};
-  }
-
   HistoryLines lines() const {
     if (options_.time == TimeForm::epoch && options_.format == HistoryFormat::jsonl)
       throw Failure(ExitStatus::usage, "jsonl has times in ISO form: --time utc or local");
-    return {options_.format, options_.time, [this](const BeaconId& id) { return labelOf(id); }};
+    return {options_.format, options_.time, [this](const BeaconId& id) { return settings_->labelOf(id); }};
   }
 
   /// Nothing where there is no history yet.

@@ -118,6 +118,12 @@ struct TagOptions {
   bool yes = false;
 };
 
+struct BeaconsOptions {
+  std::filesystem::path container;
+  std::shared_ptr<LiveSettings> settings{};  ///< names
+  Format format = Format::table;
+};
+
 struct SourcesOptions {
   Format format = Format::table;
 };
