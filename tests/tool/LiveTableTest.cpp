@@ -8,7 +8,7 @@
 namespace brenloft_test {
 namespace {
 
-constexpr const char* kHeader = "state    heard";
+constexpr const char* kHeader = "age heard";
 constexpr const char* kDevice = "C0-C1-5C-00-00-";
 
 // A shell on a terminal of tmux, and what stands on it.
@@ -67,7 +67,34 @@ TEST_F(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
   terminal.type("C-c");
   table = terminal.waitFor([](const auto& now) { return countOf(now, "\nstatus 0\n") == 1; });
   EXPECT_EQ(countOf(table, kHeader), 1U) << terminal.screen();
-  EXPECT_EQ(countOf(table, "lost "), 5U) << table;
+  EXPECT_EQ(countOf(table, " present "), 5U) << table;
+  terminal.enter("stty -a | tr ';' '\\n'");
+  table = terminal.waitFor([](const auto& now) { return countOf(now, "-extproc") == 1; });
+  EXPECT_EQ(countOf(table, "-icanon") + countOf(table, "-echo "), 0U) << table;
+}
+
+TEST_F(LiveTable, NamesSortsAndMarks) {
+  TemporaryFolder folder;
+  writeFile(folder / "brenloft.toml",
+            "[beacon.\"C0-C1-5C-00-00-03\"]\nname = \"Äpfel\"\nplace = \"Keller\"\n"
+            "[[alarm]]\nname = \"Über Null\"\nbeacon = \"C0-C1-5C-00-00-03\"\nquantity = "
+            "\"temperature\"\nabove = -50\n");
+  Terminal terminal;
+  terminal.enter("clear; $TOOL scan --source demo?paced -q --config " + folder.file("brenloft.toml"));
+  std::string table = terminal.waitForTable();
+  EXPECT_LT(table.find(kDevice + std::string("00")), table.find(kDevice + std::string("03"))) << table;
+  terminal.type("n");
+  table = terminal.waitFor([](const auto& now) {
+    return countOf(now, "by name;") == 1 && now.find("5C-00-00-03 ") < now.find("5C-00-00-00 ");
+  });
+  EXPECT_TRUE(std::regex_search(table, std::regex("C0-C1-5C-00-00-03 Über Null +Äpfel +Keller +\\ds "
+                                                  "[0-9:]{8} +[0-9.-]+ +[0-9.]+ +[0-9]+ +-[0-9]+\n")))
+      << table << terminal.screen();
+
+  terminal.type("C-c");
+  terminal.enter("clear; $TOOL scan --source demo?paced -q --only C0-C1-5C-00-00-02");
+  table = terminal.waitFor([](const auto& now) { return countOf(now, "1 beacon;") == 1; });
+  EXPECT_EQ(countOf(table, kDevice), 1U) << table;
 }
 
 TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {

@@ -2,16 +2,16 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <map>
-#include <tuple>
+#include <utility>
 
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "gateway/Texts.h"
+#include "tools/brenloft/Keyboard.h"
+#include "tools/brenloft/LiveRows.h"
 #include "tools/brenloft/Messages.h"
-#include "tools/brenloft/Readings.h"
 #include "tools/brenloft/SearchEvents.h"
 #include "tools/brenloft/TimeText.h"
 
@@ -25,6 +25,7 @@ constexpr std::string_view kClearBelow = "\x1b[J";
 constexpr std::string_view kTop = "\x1b[H";
 constexpr std::string_view kPlain = "\x1b[0m";
 constexpr std::string_view kDim = "\x1b[2m";
+constexpr std::string_view kYellow = "\x1b[33m";
 constexpr std::string_view kRed = "\x1b[1;31m";
 
 // https://no-color.org
@@ -45,35 +46,38 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it"
 
 constexpr std::chrono::milliseconds kPeriod{250};
 
-class LiveTable : public SearchEvents {
+class LiveTable final : public RecordEvents {
  public:
-  LiveTable(Output& out, TimeForm timeForm) : out_(out), times_(timeForm), hasColour_(wantsColour()) {
+  LiveTable(Output& out, TimeForm timeForm, Labels labels, RaisedAlarms raisedAlarms)
+      : out_(out),
+        times_(timeForm),
+        hasColour_(wantsColour()),
+        rows_(std::move(labels), std::move(raisedAlarms)) {
     std::signal(SIGCONT, [](int) { wasContinued = true; });
   }
 
-  bool beacon(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, false); }
-  bool emergency(platform::Date, const BRLBeaconSnapshot& record) override {
-    keep(record);
-    return true;
+  bool record(const Record& record) override {
+    isChanged_ = true;
+    now_ = std::max(now_, heardAt(record));
+    return rows_.take(record);
   }
-  bool ranged(platform::Date, const BRLRecordList& records) override {
-    bool isShown = false;
-    for (const auto& record : records.view()) {
-      keep(record->snapshot());
-      if (record->beaconType() == 2) isShown = true;
-    }
-    return isShown;
+  void refused(const Reading& reading) override {
+    isChanged_ = true;
+    rows_.takeStranger(reading);
   }
-  bool left(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, true); }
-  bool returned(platform::Date, const BRLBeaconSnapshot& record) override { return show(record, false); }
   void radio(platform::Date, const platform::RadioState& state) override {
     radio_ = printable(radioLine(state));
     isChanged_ = true;
   }
 
   std::chrono::milliseconds period() const override { return kPeriod; }
-  void tick(platform::Date) override {
+  void tick(platform::Date now) override {
     findPlace();
+    for (const char key : Keyboard::pressed()) isChanged_ = rows_.sortBy(key) || isChanged_;
+    // Ages grow also while nothing is heard.
+    using std::chrono::seconds;
+    isChanged_ = isChanged_ || std::chrono::floor<seconds>(now) != std::chrono::floor<seconds>(now_);
+    now_ = now;
     if (isChanged_) draw();
   }
 
@@ -90,35 +94,19 @@ class LiveTable : public SearchEvents {
   void finish() override {
     findPlace();
     draw();
+    Keyboard::restore();
   }
 
  private:
-  // Records without a property that changes; uuid, major and minor tell beacons apart.
-  using Key = std::tuple<uint64_t, BRLOptionalText, int64_t, int64_t>;
-
-  struct Row {
-    BRLBeaconSnapshot record;
-    bool hasLeft = false;
-  };
-
-  Row& keep(const BRLBeaconSnapshot& record) {
-    isChanged_ = true;
-    Row& row = rows_[{record.beaconType, record.uuid, record.major, record.minor}];
-    row.record = record;
-    return row;
-  }
-  bool show(const BRLBeaconSnapshot& record, bool hasLeft) {
-    keep(record).hasLeft = hasLeft;
-    return true;
-  }
-
   // A terminal of another size has broken the lines anew, and a shell has added some: where the table begins
   // is not known then.
   void findPlace() {
     const winsize size = terminalSize();
     const bool isResized = size.ws_row != size_.ws_row || size.ws_col != size_.ws_col;
     size_ = size;
-    if (wasContinued.exchange(false) || isResized) isLost_ = isChanged_ = true;
+    const bool isBack = wasContinued.exchange(false);
+    if (isBack) Keyboard::takeAgain();
+    if (isBack || isResized) isLost_ = isChanged_ = true;
   }
 
   std::string toFirstLine() const {
@@ -131,24 +119,24 @@ class LiveTable : public SearchEvents {
   void draw() {
     isChanged_ = false;
     const std::size_t width = size_.ws_col;
-    const std::size_t rows = std::max<std::size_t>(size_.ws_row, 4) - 3;
+    const std::size_t most = std::max<std::size_t>(size_.ws_row, 6) - 5;
+    const LiveRows::Shown shown = rows_.shown(now_, width, most, times_);
 
     std::string frame = std::string(kHideCursor) + toFirstLine();
     std::size_t lines = 0;
-    const auto add = [&](std::string_view colour, std::string line) {
+    const auto add = [&](std::string_view colour, const std::string& line) {
       const bool isColoured = hasColour_ && !colour.empty();
       // Cleared before, because behind a full line clearing takes its last character.
-      frame += fmt::format("{}{}{}{}\n", kClearLine, isColoured ? colour : "", fitted(std::move(line), width),
+      frame += fmt::format("{}{}{}{}\n", kClearLine, isColoured ? colour : "", fitted(line, width),
                            isColoured ? kPlain : "");
       ++lines;
     };
-    add("", fmt::format("{:<7}  {:<{}}  {}", "state", "heard", times_.clockWidth(), recordHeader()));
-    for (const auto& [key, row] : rows_) {
-      if (lines > rows) break;
-      add(colourOf(row), textOf(row));
-    }
-    if (rows_.size() > rows)
-      add("", fmt::format("… and {} more", rows_.size() - rows));
+    add("", (now_ == platform::Date{} ? "" : times_.clock(now_) + "  ") + shown.summary);
+    if (!shown.common.empty()) add("", shown.common);
+    add("", shown.header);
+    for (const LiveRows::Line& line : shown.lines) add(colourOf(line.mood), line.text);
+    if (shown.left != 0)
+      add("", fmt::format("… and {} more", shown.left));
     else if (!radio_.empty())
       add("", radio_);
     out_.write(frame + std::string(kClearBelow) + std::string(kShowCursor));
@@ -157,24 +145,26 @@ class LiveTable : public SearchEvents {
     isLost_ = false;
   }
 
-  static std::string_view colourOf(const Row& row) {
-    if (row.record.status == 2 || row.hasLeft) return kDim;
-    return row.record.emergency >= 1 ? kRed : "";
-  }
-
-  std::string textOf(const Row& row) {
-    const BRLBeaconSnapshot& record = row.record;
-    const char* state = record.status == 2 ? "lost" : row.hasLeft ? "left" : "present";
-    const std::string heard =
-        record.statusUpdatedDate ? times_.clock(*record.statusUpdatedDate) : std::string("-");
-    return fmt::format("{:<7}  {:<{}}  {}", state, heard, times_.clockWidth(), recordRow(record));
+  static std::string_view colourOf(LiveRows::Mood mood) {
+    switch (mood) {
+      case LiveRows::Mood::alarm:
+        return kRed;
+      case LiveRows::Mood::absent:
+        return kDim;
+      case LiveRows::Mood::stranger:
+        return kYellow;
+      case LiveRows::Mood::usual:
+        break;
+    }
+    return "";
   }
 
   Output& out_;
   TimeText times_;
   const bool hasColour_;
-  std::map<Key, Row> rows_;
+  LiveRows rows_;
   std::string radio_;
+  platform::Date now_{};
   bool isChanged_ = true;
   bool isLost_ = false;    // where the table begins is not known
   std::size_t drawn_ = 0;  // lines on the screen
@@ -183,8 +173,9 @@ class LiveTable : public SearchEvents {
 
 }  // namespace
 
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels) {
-  return std::make_unique<LiveTable>(out, timeForm);
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels labels,
+                                            RaisedAlarms raisedAlarms) {
+  return std::make_unique<LiveTable>(out, timeForm, std::move(labels), std::move(raisedAlarms));
 }
 
 }  // namespace brenloft

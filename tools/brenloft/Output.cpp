@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Keyboard.h"
 #include "tools/brenloft/StopSignals.h"
 
 namespace brenloft {
@@ -111,6 +112,7 @@ bool Output::isScreen(int descriptor) {
 }
 
 void Output::restoreTerminal() {
+  Keyboard::restore();
   constexpr std::string_view kRestore = "\x1b[0m\x1b[?25h";
   if (isScreen() && ::write(STDOUT_FILENO, kRestore.data(), kRestore.size()) < 0) {
     // Then there is nothing to restore.

@@ -41,7 +41,8 @@ SearchFormat formatOf(const SearchOptions& options) {
   return options.gateway.files.empty() ? SearchFormat::jsonl : SearchFormat::none;
 }
 
-std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out, const Labels& labels) {
+std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out, const Labels& labels,
+                                       const RaisedAlarms& alarms) {
   const SearchFormat format = formatOf(options);
   const TimeForm timeForm =
       timeFormOf(options.time, format == SearchFormat::table ? Format::table : Format::jsonl);
@@ -58,11 +59,12 @@ std::unique_ptr<SearchEvents> makeForm(const SearchOptions& options, Output& out
     case SearchFormat::table:
       break;
   }
-  return Output::isScreen() ? makeLiveTable(out, timeForm, labels) : makeRowEvents(out, timeForm);
+  return Output::isScreen() ? makeLiveTable(out, timeForm, labels, alarms) : makeRowEvents(out, timeForm);
 }
 
-std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out, const Labels& labels) {
-  auto events = makeForm(options, out, labels);
+std::unique_ptr<SearchEvents> makeEvents(const SearchOptions& options, Output& out, const Labels& labels,
+                                         const RaisedAlarms& alarms) {
+  auto events = makeForm(options, out, labels, alarms);
   return options.transitions ? makeTransitions(std::move(events)) : std::move(events);
 }
 
@@ -239,8 +241,10 @@ class Search {
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
         out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
-        events_(makeEvents(options_, out_,
-                           [this](const auto& beacon) { return gateway_->line().labelOf(beacon); })),
+        events_(makeEvents(
+            options_, out_,
+            [this](const auto& beacon) { return options_.settings->current()->labelOf(beacon); },
+            [this](const auto& beacon) { return gateway_->raisedAlarms(beacon); })),
         reporter_(*events_, out_, options_) {}
 
   void run() {

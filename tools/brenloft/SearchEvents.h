@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -61,6 +62,9 @@ class RecordEvents : public SearchEvents {
   void radio(platform::Date, const platform::RadioState&) override {}
 };
 
+/// The names of the alarms that are raised for a beacon. Asked while one of its records is told.
+using RaisedAlarms = std::function<std::vector<std::string>(const BeaconId&)>;
+
 /// One JSON line per event.
 std::unique_ptr<SearchEvents> makeJsonEvents(Output& out, TimeForm timeForm);
 /// A header, then one line per record that an event shows.
@@ -68,7 +72,8 @@ std::unique_ptr<SearchEvents> makeCsvEvents(Output& out, TimeForm timeForm);
 /// One line for people per record that changed.
 std::unique_ptr<SearchEvents> makeRowEvents(Output& out, TimeForm timeForm);
 /// A table on a terminal that is redrawn in place, one line per beacon.
-std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels labels);
+std::unique_ptr<SearchEvents> makeLiveTable(Output& out, TimeForm timeForm, Labels labels,
+                                            RaisedAlarms raisedAlarms);
 /// As `--format` and `--time` have it.
 RecordLines recordLinesOf(SearchFormat format, const std::optional<TimeForm>& time);
 /// One line per record, for other programs.

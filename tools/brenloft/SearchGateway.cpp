@@ -102,6 +102,12 @@ void SearchGateway::notify(const AlarmNotice& notice) {
     notifier_.notify(notice, line_.labelOf(notice.beacon));
 }
 
+std::vector<std::string> SearchGateway::raisedAlarms(const BeaconId& beacon) const {
+  std::vector<std::string> names;
+  for (const AlarmBook::Raised& raised : line_.alarms().raised(beacon)) names.push_back(raised.rule->name);
+  return names;
+}
+
 void SearchGateway::radio(const platform::RadioState& state) {
   const std::string text(textOf(state.state));
   line_.radio(state.state == platform::CBManagerState::poweredOn,

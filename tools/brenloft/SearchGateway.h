@@ -33,6 +33,8 @@ class SearchGateway {
 
   Ear& ear() { return ear_; }
   Gateway& line() { return line_; }
+  /// The names of those that are raised. On the gateway's queue.
+  std::vector<std::string> raisedAlarms(const BeaconId& beacon) const;
   void radio(const platform::RadioState& state);
   /// Reads the settings again and opens the files again.
   void reload();

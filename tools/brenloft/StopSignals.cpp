@@ -10,6 +10,8 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "tools/brenloft/Keyboard.h"
+
 namespace brenloft {
 namespace {
 
@@ -64,7 +66,10 @@ void StopSignals::wait(const std::function<void()>& onStop, const std::function<
       onHangUp();
       continue;
     }
-    if (stopped_.exchange(true)) ::_exit(128 + static_cast<int>(info.ssi_signo));
+    if (stopped_.exchange(true)) {
+      Keyboard::restore();
+      ::_exit(128 + static_cast<int>(info.ssi_signo));
+    }
     onStop();
   }
 }

@@ -46,9 +46,9 @@ std::string Strangers::line() const {
                             : devices_.size() == 1  ? "1 device sends"
                                                     : fmt::format("{} devices send", devices_.size());
   return fmt::format(
-      "brenloft: {} what can be no sensor, such as {}; --uuid UUID hears only one service, and of the table "
-      "and "
-      "--format readings, --only known or --only ID leaves such devices out",
+      "brenloft: {} what can be no sensor, such as {}; --uuid UUID hears only one service, and of the live "
+      "table "
+      "and --format readings, --only known or --only ID leaves such devices out",
       count, example_);
 }
 
