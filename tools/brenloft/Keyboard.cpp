@@ -12,7 +12,7 @@
 namespace brenloft {
 namespace {
 
-termios before{};  // written once, before `isTaken`
+termios terminalBefore{};  // written once, before `isTaken`
 bool isBeforeKnown = false;
 std::atomic<bool> isTaken{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler reads it");
@@ -39,7 +39,7 @@ void restoreAndStop(int number) {
 }
 
 // Where nobody else cares for the signal.
-void handle(int number, void (*handler)(int), int flags) {
+void handleUnhandled(int number, void (*handler)(int), int flags) {
   struct sigaction action {};
   if (::sigaction(number, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
   action = {};
@@ -51,8 +51,8 @@ void handle(int number, void (*handler)(int), int flags) {
 void restoreHoweverItEnds() {
   std::atexit(Keyboard::restore);
   for (const int number : {SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGALRM, SIGUSR1, SIGUSR2})
-    handle(number, restoreAndDie, static_cast<int>(SA_RESETHAND));
-  handle(SIGTSTP, restoreAndStop, SA_RESTART);
+    handleUnhandled(number, restoreAndDie, static_cast<int>(SA_RESETHAND));
+  handleUnhandled(SIGTSTP, restoreAndStop, SA_RESTART);
 }
 
 }  // namespace
@@ -61,11 +61,11 @@ bool Keyboard::take() {
   if (::isatty(STDIN_FILENO) != 1 || !isInForeground()) return false;
   if (isTaken) return true;
   if (!isBeforeKnown) {
-    if (::tcgetattr(STDIN_FILENO, &before) != 0) return false;
+    if (::tcgetattr(STDIN_FILENO, &terminalBefore) != 0) return false;
     isBeforeKnown = true;
     restoreHoweverItEnds();
   }
-  termios keys = before;
+  termios keys = terminalBefore;
   keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
   keys.c_cc[VMIN] = 0;
   keys.c_cc[VTIME] = 0;
@@ -87,7 +87,7 @@ std::string Keyboard::pressed() {
 }
 
 void Keyboard::restore() {
-  if (isTaken.exchange(false) && isInForeground()) ::tcsetattr(STDIN_FILENO, TCSANOW, &before);
+  if (isTaken.exchange(false) && isInForeground()) ::tcsetattr(STDIN_FILENO, TCSANOW, &terminalBefore);
 }
 
 }  // namespace brenloft

@@ -129,11 +129,12 @@ void LiveRows::takeStranger(const Reading& reading) {
 
 LiveRows::Row& LiveRows::rowOf(const BeaconId& beacon) {
   if (rows_.size() >= kMost && !rows_.contains(beacon)) {
-    const auto heard = [](const auto& one) {
-      return std::pair(!one.second.isStranger,
-                       one.second.reading ? one.second.reading->heard : platform::Date::min());
+    const auto worth = [this](const auto& one) {
+      const auto& [id, row] = one;
+      return std::tuple(!row.isStranger, !labels_(id).name.empty(),
+                        row.reading ? row.reading->heard : platform::Date::min());
     };
-    rows_.erase(std::ranges::min_element(rows_, {}, heard));
+    rows_.erase(std::ranges::min_element(rows_, {}, worth));
   }
   return rows_[beacon];
 }

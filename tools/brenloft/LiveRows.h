@@ -19,7 +19,7 @@ namespace brenloft {
 /// Threads: one at a time.
 class LiveRows {
  public:
-  /// Beyond, the one heard longest ago goes, and strangers first.
+  /// Beyond, the one heard longest ago goes: strangers first, those with a name last.
   static constexpr std::size_t kMost = 2'000;
 
   enum class Mood { usual, alarm, absent, stranger };

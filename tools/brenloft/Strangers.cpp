@@ -47,8 +47,7 @@ std::string Strangers::line() const {
                                                     : fmt::format("{} devices send", devices_.size());
   return fmt::format(
       "brenloft: {} what can be no sensor, such as {}; --uuid UUID hears only one service, and of the live "
-      "table "
-      "and --format readings, --only known or --only ID leaves such devices out",
+      "table and --format readings, --only known or --only ID leaves such devices out",
       count, example_);
 }
 
