@@ -39,7 +39,7 @@ class Notifier::Core : public std::enable_shared_from_this<Core> {
   Core(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t handlerQueue,
        Handlers handlers)
       : dispatch_(std::move(dispatch)),
-        queue_(dispatch_->createQueue("AlarmCommands")),
+        queue_(dispatch_->createQueue("alarm commands")),
         handlerQueue_(std::move(handlerQueue)),
         handlers_(std::move(handlers)) {}
 
