@@ -45,7 +45,7 @@ make_system() {
   rm -rf "$system"
 }
 
-if [[ ! -f $work/system.cpio ]]; then
+if [[ ! $work/system.cpio -nt $here/../../packaging/debian-packages ]]; then
   echo "system tests: making a Debian with systemd in $work"
   make_system > "$work/system.log" 2>&1 || { tail -20 "$work/system.log" >&2; exit 125; }
 fi

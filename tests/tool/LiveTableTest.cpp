@@ -67,6 +67,7 @@ TEST_F(LiveTable, IsRedrawnInPlaceUntilCtrlC) {
   terminal.type("C-c");
   table = terminal.waitFor([](const auto& now) { return countOf(now, "\nstatus 0\n") == 1; });
   EXPECT_EQ(countOf(table, kHeader), 1U) << terminal.screen();
+  EXPECT_EQ(countOf(table, "5 beacons"), 1U) << table;
   EXPECT_EQ(countOf(table, " present "), 5U) << table;
   terminal.enter("stty -a | tr ';' '\\n'");
   table = terminal.waitFor([](const auto& now) { return countOf(now, "-extproc") == 1; });
@@ -103,7 +104,7 @@ TEST_F(LiveTable, FindsItsPlaceAgainOnAnotherSizeAndBehindAShell) {
   std::string table = terminal.waitForTable();
   terminal.resize("50", "20");
   for (int i = 0; i < 3; ++i) table = terminal.waitForTable(table);
-  EXPECT_NE(table, "") << terminal.screen();
+  EXPECT_EQ(countOf(table, "5 beacons"), 1U) << terminal.screen();
 
   terminal.type("C-z");
   terminal.waitFor([](const auto& now) { return countOf(now, "Stopped") == 1; });
