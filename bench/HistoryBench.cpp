@@ -5,16 +5,15 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include "bench/Seconds.h"
 #include "gateway/history/HistoryReader.h"
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/VirtualDispatch.h"
@@ -22,27 +21,10 @@
 namespace {
 
 using namespace brenloft;
-using Clock = std::chrono::steady_clock;
+using namespace brenloft::bench;
 
 constexpr platform::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 11 / 1);
 constexpr int kBatch = 4096;
-
-struct Seconds {
-  double wall = 0;
-  double processor = 0;
-};
-
-Seconds secondsOf(const std::function<void()>& work) {
-  const auto start = Clock::now();
-  const auto processor = std::clock();
-  work();
-  return {std::chrono::duration<double>(Clock::now() - start).count(),
-          static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC};
-}
-
-void add(Seconds& sum, Seconds more) {
-  sum = {sum.wall + more.wall, sum.processor + more.processor};
-}
 
 // What the process has handed to the kernel for writing.
 uint64_t writtenOctets() {

@@ -5,9 +5,7 @@
 //
 // Compare the document's time with: time sqlite3 -json FILE 'SELECT * FROM SensorLog' > /dev/null
 #include <array>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -18,32 +16,16 @@
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/BRLProperties.h"
+#include "bench/Seconds.h"
 #include "platform/Platform.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using namespace brenloft::bench;
 using Class = BRLDataManager::Class;
 
 constexpr int kRounds = 10;
 constexpr int kRowsPerRound = 5'000;
-
-struct Seconds {
-  double wall = 0;
-  double processor = 0;  // what a busy machine leaves as it is
-};
-
-Seconds secondsOf(const std::function<void()>& work) {
-  const auto start = Clock::now();
-  const auto processor = std::clock();
-  work();
-  return {std::chrono::duration<double>(Clock::now() - start).count(),
-          static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC};
-}
-
-void add(Seconds& sum, Seconds more) {
-  sum = {sum.wall + more.wall, sum.processor + more.processor};
-}
 
 // Takes the peak back to what is in use now, where the kernel allows it.
 void resetPeak() {

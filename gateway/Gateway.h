@@ -47,7 +47,7 @@ class Gateway {
   void add(std::shared_ptr<Sink> sink) { sinks_.push_back(std::move(sink)); }
   /// Where states are kept, too; what it kept before is in `kept`.
   void add(std::shared_ptr<KeepingSink> sink, const AlarmsKept& kept);
-  /// Who calls the commands of alarms, and says so through `told`; without it nobody does. Set it before
+  /// Who calls the commands of alarms, and says so through `notified`; without it nobody does. Set it before
   /// something is added that kept states: notices of the last run may be among them.
   void setOnNotice(std::function<void(const AlarmNotice&)> onNotice) { onNotice_ = std::move(onNotice); }
   /// What is heard and not believed.

@@ -52,7 +52,7 @@ class AlarmBook {
     std::function<void(const BeaconEvent&, const KeptState&)> onEvent;
     /// A state to keep of which no event tells.
     std::function<void(const KeptState&)> onState;
-    /// Somebody is to be called; `told` says that it was done. A rule without a command has none.
+    /// Somebody is to be called; `notified` says that it was done. A rule without a command has none.
     std::function<void(const AlarmNotice&)> onNotice;
   };
 
