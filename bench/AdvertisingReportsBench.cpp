@@ -4,12 +4,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/SmallRun.h"
 #include "platform/bluetooth/ADBuilder.h"
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/HCIAdvertisingEvents.h"
 #include "platform/bluetooth/RadioService.h"
 
 using namespace platform;
+using brenloft::bench::inSmallRun;
 
 namespace {
 
@@ -62,7 +64,10 @@ void reportsMerged(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(reportsMerged)->ArgNames({"devices", "changing"})->ArgsProduct({{1, 100, 1'000, 10'000}, {0, 1}});
+BENCHMARK(reportsMerged)
+    ->Apply(inSmallRun<50'000>)
+    ->ArgNames({"devices", "changing"})
+    ->ArgsProduct({{1, 100, 1'000, 10'000}, {0, 1}});
 
 // A queue that keeps nothing: what is left is the service's own cost.
 class ImmediateQueue : public dispatch_queue {
@@ -121,6 +126,6 @@ void reportsDelivered(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(reportsDelivered)->ArgName("managers")->Arg(1)->Arg(4);
+BENCHMARK(reportsDelivered)->Apply(inSmallRun<20'000>)->ArgName("managers")->Arg(1)->Arg(4);
 
 }  // namespace

@@ -5,12 +5,14 @@
 #include <benchmark/benchmark.h>
 
 #include "BrenloftSDK/BRLTimer.h"
+#include "bench/SmallRun.h"
 #include "platform/Platform.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/dispatch/VirtualDispatch.h"
 
 namespace {
 
+using brenloft::bench::inSmallRun;
 using platform::dispatch_time_t;
 using platform::RealTimeDispatch;
 using platform::VirtualDispatch;
@@ -61,7 +63,7 @@ void rescheduleOnRealTime(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
   timer->cancel();
 }
-BENCHMARK(rescheduleOnRealTime)->ArgName("delay")->Arg(5)->Arg(25);
+BENCHMARK(rescheduleOnRealTime)->Apply(inSmallRun<100'000>)->ArgName("delay")->Arg(5)->Arg(25);
 
 void rescheduleOnVirtualTime(benchmark::State& state) {
   const auto dispatch = VirtualDispatch::make();
@@ -71,7 +73,7 @@ void rescheduleOnVirtualTime(benchmark::State& state) {
   for (auto _ : state) timer->reschedule();
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(rescheduleOnVirtualTime);
+BENCHMARK(rescheduleOnVirtualTime)->Apply(inSmallRun<100'000>);
 
 // Blocks for now, posted in bursts as from a loop that reads ahead.
 void postOnVirtualTime(benchmark::State& state) {
@@ -85,7 +87,7 @@ void postOnVirtualTime(benchmark::State& state) {
   }
   state.SetItemsProcessed(ran);
 }
-BENCHMARK(postOnVirtualTime);
+BENCHMARK(postOnVirtualTime)->Apply(inSmallRun<100'000>);
 
 // One block after the other, each a little later, beside many armed timers: a replay.
 void replayOnVirtualTime(benchmark::State& state) {
@@ -102,7 +104,7 @@ void replayOnVirtualTime(benchmark::State& state) {
   }
   state.SetItemsProcessed(ran);
 }
-BENCHMARK(replayOnVirtualTime)->ArgName("timers")->Arg(1)->Arg(10'000);
+BENCHMARK(replayOnVirtualTime)->Apply(inSmallRun<50'000>)->ArgName("timers")->Arg(1)->Arg(10'000);
 
 // Blocks from this thread to a queue with a thread of its own, counted once all have run.
 void postOnRealTime(benchmark::State& state) {

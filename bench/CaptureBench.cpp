@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include "bench/SmallRun.h"
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
 #include "platform/bluetooth/capture/CaptureReader.h"
@@ -15,7 +16,9 @@
 namespace platform {
 namespace {
 
-constexpr int kReports = 200'000;
+using brenloft::bench::inSmallRun;
+
+const int kReports = brenloft::bench::isSmallRun() ? 20'000 : 200'000;
 
 /// A capture in a file that goes with the object: sensor frames of as many beacons as `beacons` says, each
 /// with its service UUID; one in four changes.
@@ -69,7 +72,12 @@ void captureToMergedAdvertisement(benchmark::State& state) {
   }
   state.SetItemsProcessed(reports);
 }
-BENCHMARK(captureToMergedAdvertisement)->Arg(1)->Arg(100)->Arg(10'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(captureToMergedAdvertisement)
+    ->Apply(inSmallRun<1>)
+    ->Arg(1)
+    ->Arg(100)
+    ->Arg(10'000)
+    ->Unit(benchmark::kMillisecond);
 
 void captureToReport(benchmark::State& state) {
   const BenchCapture capture(100);
@@ -81,7 +89,7 @@ void captureToReport(benchmark::State& state) {
   }
   state.SetItemsProcessed(reports);
 }
-BENCHMARK(captureToReport)->Unit(benchmark::kMillisecond);
+BENCHMARK(captureToReport)->Apply(inSmallRun<1>)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace platform

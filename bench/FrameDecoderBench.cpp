@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include "BrenloftSDK/BRLSensorFrame.h"
+#include "bench/SmallRun.h"
 
 // Frames decoded a second; four different frames, so that no branch is always the same.
 static void decodeFrames(benchmark::State& state) {
@@ -16,6 +17,6 @@ static void decodeFrames(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(BRLSensorReadings::fromFrame(frames[next++ % frames.size()]));
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(decodeFrames);
+BENCHMARK(decodeFrames)->Apply(brenloft::bench::inSmallRun<50'000>);
 
 BENCHMARK_MAIN();

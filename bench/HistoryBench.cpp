@@ -14,6 +14,7 @@
 #include <stdlib.h>
 
 #include "bench/Seconds.h"
+#include "bench/SmallRun.h"
 #include "gateway/history/HistoryReader.h"
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/VirtualDispatch.h"
@@ -25,6 +26,7 @@ using namespace brenloft::bench;
 
 constexpr platform::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 11 / 1);
 constexpr int kBatch = 4096;
+const int64_t kRowsReadBack = isSmallRun() ? 5'000 : 1'000'000;
 
 // What the process has handed to the kernel for writing.
 uint64_t writtenOctets() {
@@ -133,8 +135,8 @@ void compareWriting() {
   auto readings = beacons(100);
   Seconds written;
   Seconds inserted;
-  constexpr int kTurns = 40;
-  constexpr int kBatches = 4;
+  const int kTurns = isSmallRun() ? 1 : 40;
+  const int kBatches = isSmallRun() ? 1 : 4;
   int64_t row = 0;
   const auto each = [&](const auto& take) {
     for (int i = 0; i < kBatch; ++i, ++row) {
@@ -151,7 +153,7 @@ void compareWriting() {
           for (int batch = 0; batch < kBatches; ++batch) each([](const Reading&, int) {});
         }));
     row -= kBatches * kBatch;
-    add(written, secondsOf([&] {
+    add(written, secondsOf("write", [&] {
           for (int batch = 0; batch < kBatches; ++batch) {
             each([&](const Reading& reading, int) { world.writer->accept(reading); });
             world.dispatch->runDue();
@@ -166,7 +168,7 @@ void compareWriting() {
           }
         }));
   }
-  constexpr double rows = kTurns * kBatches * kBatch;
+  const double rows = kTurns * kBatches * kBatch;
   std::printf("written %.0f rows/s, bare %.0f rows/s, ratio %.2f (of processor time %.2f)\n",
               rows / (written.wall - making.wall), rows / (inserted.wall - making.wall),
               (inserted.wall - making.wall) / (written.wall - making.wall),
@@ -215,7 +217,7 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
   auto reader = *HistoryReader::open(file);
   for (int turn = 0; turn < 3; ++turn) {
     std::size_t found = 0;
-    const Seconds latest = secondsOf([&] { found = reader->latest()->size(); });
+    const Seconds latest = secondsOf("latest", [&] { found = reader->latest()->size(); });
     std::printf("latest of %zu beacons: %.2f ms\n", found, latest.wall * 1e3);
   }
   const HistorySpan week{kStart, kStart + std::chrono::days(7)};
@@ -223,7 +225,7 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
   for (int turn = 0; turn < 3; ++turn) {
     uint64_t values = 0;
     std::size_t points = 0;
-    const Seconds series = secondsOf([&] {
+    const Seconds series = secondsOf("series", [&] {
       const auto found = *reader->series(beacon, Quantity::temperature, week, 500);
       points = found.size();
       for (const auto& point : found) values += point.count;
@@ -231,7 +233,7 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
     std::printf("a week of one beacon, %lu readings in %zu points: %.2f ms\n",
                 static_cast<unsigned long>(values), points, series.wall * 1e3);
   }
-  const Seconds exported = secondsOf([&] {
+  const Seconds exported = secondsOf("rows", [&] {
     int64_t after = 0;
     for (bool isLast = false; !isLast;) {
       const auto page = *reader->rows(after, {}, 1000);
@@ -246,9 +248,9 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
 
 int main(int count, char** arguments) {
   if (count < 4) compareWriting();
-  if (count < 4) measureOctets();
+  if (count < 4 && !isSmallRun()) measureOctets();
   const Folder folder;
-  const int64_t rows = count > 1 ? std::stoll(arguments[1]) : 1'000'000;
+  const int64_t rows = count > 1 ? std::stoll(arguments[1]) : kRowsReadBack;
   const int beaconCount = count > 2 ? std::stoi(arguments[2]) : 100;
   measureReading(count > 3 ? std::filesystem::path(arguments[3]) : folder.path / "history.sqlite", rows,
                  beaconCount);

@@ -7,6 +7,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/SmallRun.h"
 #include "platform/bluetooth/RadioService.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "platform/location/BeaconLocationService.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+using brenloft::bench::inSmallRun;
 using platform::NSUUID;
 using std::chrono::milliseconds;
 
@@ -105,7 +107,13 @@ void framesThroughTheService(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(framesThroughTheService)->Arg(1)->Arg(10)->Arg(100)->Arg(1000)->Arg(10000);
+BENCHMARK(framesThroughTheService)
+    ->Apply(inSmallRun<100'000>)
+    ->Arg(1)
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(10000);
 
 // One iteration is a tenth of a second of air with every beacon heard once, ranging reports included.
 void reportsFromRadioToRanging(benchmark::State& state) {
@@ -123,13 +131,13 @@ void reportsFromRadioToRanging(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(reportsFromRadioToRanging)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(reportsFromRadioToRanging)->Apply(inSmallRun<30>)->Arg(10)->Arg(100)->Arg(1000);
 
 void reportsOfASimulatedWorld(benchmark::State& state) {
   platform::BeaconWorld world({.sensors = static_cast<uint32_t>(state.range(0)), .iBeacons = 10});
   for (auto _ : state) benchmark::DoNotOptimize(world.next());
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(reportsOfASimulatedWorld)->Arg(10)->Arg(1000);
+BENCHMARK(reportsOfASimulatedWorld)->Apply(inSmallRun<20'000>)->Arg(10)->Arg(1000);
 
 }  // namespace

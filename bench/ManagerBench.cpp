@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include "BrenloftSDK/BRLContextManager.h"
+#include "bench/SmallRun.h"
 #include "platform/bluetooth/RadioService.h"
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
 #include "platform/bluetooth/capture/CaptureSource.h"
@@ -24,12 +26,14 @@
 
 namespace {
 
+using brenloft::bench::inSmallRun;
+using brenloft::bench::isSmallRun;
 using platform::BluetoothAddress;
 using platform::CBUUID;
 using platform::Platform;
 using std::chrono::microseconds;
 
-constexpr int kAdvertisements = 200'000;
+const int kAdvertisements = isSmallRun() ? 20'000 : 200'000;
 constexpr microseconds kInterval{125};  // 8,000 a second: a legacy radio's full air
 
 std::string writeCapture(int beacons) {
@@ -63,8 +67,7 @@ class Counter final : public BRLDelegateOf<Counter> {
 };
 
 // Seconds for one replay.
-double replay(int beacons) {
-  const std::string path = writeCapture(beacons);
+double replay(const std::string& path) {
   platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
   Platform services = simulated.services();
   const auto source = *platform::CaptureSource::make(
@@ -78,7 +81,6 @@ double replay(int beacons) {
   BRLContextManager::Class::startLeScan();
   simulated.clock().runUntilIdle();
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-  std::filesystem::remove(path);
   if (counter.beacons != kAdvertisements || counter.bytes != kAdvertisements) {
     std::fprintf(stderr, "%d of %d advertisements arrived\n", counter.beacons, kAdvertisements);
     std::exit(1);
@@ -86,7 +88,7 @@ double replay(int beacons) {
   return taken.count();
 }
 
-constexpr int kRangingReports = 200;
+const int kRangingReports = isSmallRun() ? 20 : 200;
 
 // Seconds for the ranging reports of so many beacons, each of which has a record.
 double range(int beacons) {
@@ -108,11 +110,12 @@ double range(int beacons) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-double inChild(double (*run)(int beacons), int beacons) {
+double inChild(const std::function<double()>& run) {
+  if (isSmallRun()) return run();  // it is the only one of its process
   int channel[2];
   if (pipe(channel) != 0) std::abort();
   if (fork() == 0) {
-    const double seconds = run(beacons);
+    const double seconds = run();
     _exit(write(channel[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
   }
   close(channel[1]);
@@ -124,17 +127,20 @@ double inChild(double (*run)(int beacons), int beacons) {
 }
 
 void advertisementsToDelegate(benchmark::State& state) {
+  const std::string path = writeCapture(static_cast<int>(state.range(0)));
   for (auto _ : state) {
-    const double seconds = inChild(replay, static_cast<int>(state.range(0)));
+    const double seconds = inChild([&] { return replay(path); });
     if (seconds == 0) state.SkipWithError("the replay failed");
     state.SetIterationTime(seconds);
   }
+  std::filesystem::remove(path);
   state.SetItemsProcessed(state.iterations() * kAdvertisements);
 }
 
 void rangingReports(benchmark::State& state) {
+  const int beacons = static_cast<int>(state.range(0));
   for (auto _ : state) {
-    const double seconds = inChild(range, static_cast<int>(state.range(0)));
+    const double seconds = inChild([&] { return range(beacons); });
     if (seconds == 0) state.SkipWithError("the child failed");
     state.SetIterationTime(seconds);
   }
@@ -143,13 +149,14 @@ void rangingReports(benchmark::State& state) {
 
 // With the last number each beacon is heard once, and all but the last five seconds' are lost.
 BENCHMARK(advertisementsToDelegate)
+    ->Apply(inSmallRun<1>)
     ->Arg(1)
     ->Arg(100)
     ->Arg(1000)
     ->Arg(10000)
     ->Arg(kAdvertisements)
     ->UseManualTime();
-BENCHMARK(rangingReports)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();
+BENCHMARK(rangingReports)->Apply(inSmallRun<1>)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();
 
 }  // namespace
 
@@ -157,7 +164,9 @@ int main(int argc, char** argv) {
   constexpr std::string_view kReplay = "--replay=";
   if (argc == 2 && std::string_view(argv[1]).starts_with(kReplay)) {
     const int beacons = std::atoi(argv[1] + kReplay.size());
-    std::printf("%d advertisements, %d beacons: %.3f s\n", kAdvertisements, beacons, replay(beacons));
+    const std::string path = writeCapture(beacons);
+    std::printf("%d advertisements, %d beacons: %.3f s\n", kAdvertisements, beacons, replay(path));
+    std::filesystem::remove(path);
     return 0;
   }
   benchmark::Initialize(&argc, argv);

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <functional>
 
+#include <valgrind/callgrind.h>
+
 namespace brenloft::bench {
 
 /// What a piece of work took.
@@ -18,6 +20,14 @@ inline Seconds secondsOf(const std::function<void()>& work) {
   work();
   return {std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
           static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC};
+}
+
+/// Under callgrind its instructions are told as those of `what`, too.
+inline Seconds secondsOf(const char* what, const std::function<void()>& work) {
+  CALLGRIND_ZERO_STATS;
+  const Seconds seconds = secondsOf(work);
+  CALLGRIND_DUMP_STATS_AT(what);
+  return seconds;
 }
 
 inline void add(Seconds& sum, Seconds more) {

@@ -17,6 +17,7 @@
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/BRLProperties.h"
 #include "bench/Seconds.h"
+#include "bench/SmallRun.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -24,8 +25,9 @@ namespace {
 using namespace brenloft::bench;
 using Class = BRLDataManager::Class;
 
-constexpr int kRounds = 10;
-constexpr int kRowsPerRound = 5'000;
+const int kRounds = isSmallRun() ? 2 : 10;
+const int kRowsPerRound = isSmallRun() ? 100 : 5'000;
+const long kRowsReadBack = isSmallRun() ? 2'000 : 100'000;
 
 // Takes the peak back to what is in use now, where the kernel allows it.
 void resetPeak() {
@@ -42,7 +44,7 @@ long peakMegabytes() {
 
 void measure(const char* what, const std::function<void()>& work) {
   resetPeak();
-  const Seconds seconds = secondsOf(work);
+  const Seconds seconds = secondsOf(what, work);
   std::printf("%-8s %8.3f s  %8.3f s of processor  peak %5ld MB\n", what, seconds.wall, seconds.processor,
               peakMegabytes());
 }
@@ -131,7 +133,7 @@ void compareLogging(const std::filesystem::path& bareFile) {
   Seconds logged;
   Seconds inserted;
   for (int round = 0; round < kRounds; ++round) {
-    add(logged, secondsOf([&] {
+    add(logged, secondsOf("log", [&] {
           for (int i = 0; i < kRowsPerRound; ++i) manager.loggingForSensor(record);
         }));
     add(inserted, secondsOf([&] {
@@ -139,7 +141,7 @@ void compareLogging(const std::filesystem::path& bareFile) {
           for (int i = 0; i < kRowsPerRound; ++i) bare.insert(snapshot);
         }));
   }
-  constexpr double rows = kRounds * kRowsPerRound;
+  const double rows = kRounds * kRowsPerRound;
   std::printf("logged %.0f rows/s, bare %.0f rows/s, ratio %.2f (of processor time %.2f)\n",
               rows / logged.wall, rows / inserted.wall, inserted.wall / logged.wall,
               inserted.processor / logged.processor);
@@ -170,7 +172,7 @@ int main(int count, char** arguments) {
   const auto file = BRLCoreDataManager::Class::storeFile();
   std::filesystem::copy_file(file, folder / "bare" / file.filename());
   compareLogging(folder / "bare" / file.filename());
-  readBack(file, count > 1 ? std::stol(arguments[1]) : 100'000);
+  readBack(file, count > 1 ? std::stol(arguments[1]) : kRowsReadBack);
   if (count > 2)
     std::filesystem::copy_file(file, arguments[2], std::filesystem::copy_options::overwrite_existing);
   measure("delete", [] { Class::deleteBeaconLog(); });
