@@ -36,6 +36,23 @@ TEST(Radio, ItsStatesAreNotAmongTheEventsThatAreCounted) {
   EXPECT_EQ(ended.lines().size(), 2U) << ended.out;
 }
 
+// More than waits for a reader, in the pipe, in the backlog and in the socket together.
+TEST(Radio, IsReadOnBesideAReaderThatStalls) {
+  constexpr uint16_t kSenders = 60'000;
+  H4Server server;
+  RunningTool tool({"scan", "--source", server.address(), "--format", "jsonl"});
+  ASSERT_TRUE(server.waitForScan());
+  const platform::Data data =
+      platform::octetsFromHex("0303f0ff17ff880901020304050607080910111213141516171819ff").value();
+  uint16_t taken = 0;
+  while (taken < kSenders && server.sendSome(ControllerModel::legacyReport(taken, data))) ++taken;
+  EXPECT_EQ(taken, kSenders);
+  tool.signal(SIGINT);
+  const Ended ended = tool.readToEnd();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(countOf(ended.err, "reports come faster than they are taken"), 1U) << ended.err;
+}
+
 TEST(Radio, WhyItFailsIsSaidOnce) {
   H4Server server;
   std::thread sensor([&] {

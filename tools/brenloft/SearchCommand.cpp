@@ -166,9 +166,11 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     if (!loop_->isVirtual()) out_.checkReader();
     if (out_.isClosed()) loop_->stop();
   }
-  /// Writes to standard error, beside what stands on the terminal.
+  /// Writes to standard error, beside what is drawn on a terminal. Where nothing is drawn it waits for
+  /// nobody: the radio's thread is not to be held up by a reader that stalls. Threads: any.
   template <typename Write>
   void aside(Write write) {
+    if (!Output::isScreen()) return write();
     const std::scoped_lock lock(mutex_);
     events_.makeRoom();
     write();
