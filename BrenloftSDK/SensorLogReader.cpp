@@ -94,12 +94,24 @@ Result<> SensorLogReader::lastRows(uint64_t limit, const RowBlock& block) {
   });
 }
 
-Result<> SensorLogReader::exportJSON(const TextSink& sink) {
+Result<> SensorLogReader::exportJSON(const TextSink& sink, const RowBlock& wants) {
   return naming([&](const auto& entity) {
     SensorLogJSON json(entity, sink);
-    const auto add = [&](const StoredRow& row) { return json.add(row), true; };
+    const SensorLogColumns columns(entity);
+    const auto add = [&](const StoredRow& row) {
+      if (!wants || wants(rowFrom(columns, row))) json.add(row);
+      return true;
+    };
     auto read = reader_->rowsAfter(entity, 0, add);
     if (read) json.finish();
     return read;
   });
+}
+
+Result<std::vector<std::string>> SensorLogReader::check() {
+  return naming([&](const auto&) { return reader_->check(); });
+}
+
+Result<> SensorLogReader::copyTo(const std::filesystem::path& file) {
+  return reader_->copyTo(file);
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "BrenloftSDK/BRLDataModel.h"
 #include "platform/foundation/Error.h"
@@ -31,7 +32,7 @@ class BRL_EXPORT SensorLogReader {
     /// The row's values; absent numbers are 0.
     BRLBeaconSnapshot values;
   };
-  /// False ends the walk.
+  /// False ends a walk.
   using RowBlock = std::function<bool(const Row& row)>;
   using TextSink = std::function<void(std::string_view text)>;
 
@@ -55,7 +56,13 @@ class BRL_EXPORT SensorLogReader {
   platform::Result<> lastRows(uint64_t limit, const RowBlock& block);
   /// Writes the document of -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:] in pieces, `[]` for
   /// an empty log. Memory does not grow with the log.
-  platform::Result<> exportJSON(const TextSink& sink);
+  /// `wants`: which rows; absent: all.
+  platform::Result<> exportJSON(const TextSink& sink, const RowBlock& wants = {});
+  /// What is wrong with the store file, in lines; none: nothing. Reads all of it.
+  platform::Result<std::vector<std::string>> check();
+  /// Copies the whole store, tags included, as it is at one moment, to a file that is not there yet. An
+  /// error's text is of that file, and does not name it.
+  platform::Result<> copyTo(const std::filesystem::path& file);
 
  private:
   SensorLogReader(std::unique_ptr<platform::StoreReader> reader, std::string file);

@@ -23,9 +23,7 @@ class Checker {
   explicit Checker(SQLiteDatabase& database) : database_(database) {}
 
   std::vector<std::string> check() {
-    auto integrity = database_.prepare("PRAGMA integrity_check(10)");
-    while (integrity.step())
-      if (const std::string line = integrity.textAt(0); line != "ok") problems_.push_back(line);
+    problems_ = platform::damagesOf(database_);
     // What follows trusts the file's structure.
     if (problems_.empty()) checkNumbers();
     if (problems_.empty()) checkRounds();
@@ -84,12 +82,6 @@ class Checker {
   std::vector<std::string> problems_;
 };
 
-std::string quotedText(const std::string& text) {
-  std::string quoted = "'";
-  for (const char c : text) quoted += c == '\'' ? std::string("''") : std::string(1, c);
-  return quoted + "'";
-}
-
 template <typename Work>
 Result<> withHistory(const std::filesystem::path& file, const Work& work) {
   return platform::resultOf([&] { history::openForReading(file).atOneMoment(work); });
@@ -128,10 +120,7 @@ Result<std::vector<std::string>> checkHistory(const std::filesystem::path& file)
 }
 
 Result<> backUpHistory(const std::filesystem::path& file, const std::filesystem::path& copy) {
-  return withHistory(file, [&](SQLiteDatabase& database) {
-    database.execute("PRAGMA query_only = 0");
-    database.execute("VACUUM INTO " + quotedText(copy.string()));
-  });
+  return withHistory(file, [&](SQLiteDatabase& database) { database.copyTo(copy); });
 }
 
 }  // namespace brenloft

@@ -31,6 +31,8 @@ struct HistoryOptions {
   bool isSynced = true;
   /// A file that is made is its owner's alone.
   bool isOwnerOnly = false;
+
+  friend bool operator==(const HistoryOptions&, const HistoryOptions&) = default;
 };
 
 /// "temperature=0.2,humidity=1" in degrees and percent; nothing when it is none.

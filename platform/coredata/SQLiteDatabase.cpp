@@ -292,6 +292,18 @@ void SQLiteDatabase::leaveLogOnClose(bool leave) {
   sqlite3_db_config(database_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leave ? 1 : 0, nullptr);
 }
 
+// Page by page: VACUUM INTO does not promise that rows keep their numbers.
+void SQLiteDatabase::copyTo(const std::filesystem::path& file) {
+  SQLiteDatabase copy(file, Access::Create);
+  sqlite3* target = copy.database_.get();
+  sqlite3_backup* backup = sqlite3_backup_init(target, "main", database_.get(), "main");
+  if (backup == nullptr) throw failureOf(target, sqlite3_extended_errcode(target));
+  const int step = sqlite3_backup_step(backup, -1);
+  check(target, sqlite3_backup_finish(backup));
+  if (step != SQLITE_DONE) throw failureOf(nullptr, step);
+  copy.execute("PRAGMA journal_mode = DELETE");
+}
+
 void SQLiteDatabase::transaction(const std::function<void()>& operation) {
   execute("BEGIN IMMEDIATE");
   try {

@@ -114,6 +114,9 @@ class SQLiteDatabase {
   /// Called once for each wait for another process that takes longer than a second.
   void setOnWaiting(std::function<void()> onWaiting) { busyWait_->setOnWaiting(std::move(onWaiting)); }
 
+  /// Copies everything, as it is at one moment, to a file that is not there yet. The copy is one file alone.
+  void copyTo(const std::filesystem::path& file);
+
   /// Runs an operation as one transaction that is rolled back when it throws.
   void transaction(const std::function<void()>& operation);
 

@@ -89,6 +89,14 @@ void requireInPlace(const SQLiteDatabase& database) {
   if (database.hasMoved()) refuse("the file was removed or replaced while in use");
 }
 
+std::vector<std::string> damagesOf(SQLiteDatabase& database) {
+  std::vector<std::string> damages;
+  auto integrity = database.prepare("PRAGMA integrity_check(10)");
+  while (integrity.step())
+    if (std::string line = integrity.textAt(0); line != "ok") damages.push_back(std::move(line));
+  return damages;
+}
+
 SQLiteReadConnection::SQLiteReadConnection(Open open) : open_(std::move(open)) {
   connect();
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/coredata/SQLiteDatabase.h"
 
@@ -45,6 +46,9 @@ void createSchema(SQLiteDatabase& database, SQLiteHeader::Contents found, const 
 
 /// Fails when the file is no longer the one that its name stands for.
 void requireInPlace(const SQLiteDatabase& database);
+
+/// What is wrong with the file's structure, in lines; none: nothing. Reads all of it.
+std::vector<std::string> damagesOf(SQLiteDatabase& database);
 
 /// Reads a file beside whoever writes it, also where it may not be written.
 ///

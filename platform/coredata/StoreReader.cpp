@@ -114,6 +114,18 @@ Result<> StoreReader::rowsAfter(const NSEntityDescription& entity, int64_t numbe
   return resultOf([&] { readThrough(entity, number, *last, block); });
 }
 
+Result<std::vector<std::string>> StoreReader::check() {
+  std::vector<std::string> damages;
+  const auto look = [&](SQLiteDatabase& database) { damages = damagesOf(database); };
+  if (const auto done = resultOf([&] { connection_->atOneMoment(look); }); !done) return done.error();
+  return damages;
+}
+
+Result<> StoreReader::copyTo(const std::filesystem::path& file) {
+  return resultOf(
+      [&] { connection_->atOneMoment([&](SQLiteDatabase& database) { database.copyTo(file); }); });
+}
+
 Result<> StoreReader::lastRows(const NSEntityDescription& entity, uint64_t limit,
                                const StoredRowBlock& block) {
   constexpr uint64_t most = std::numeric_limits<int64_t>::max();

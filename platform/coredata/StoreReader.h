@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/coredata/NSManagedObjectModel.h"
 #include "platform/coredata/StoredValue.h"
@@ -41,6 +43,10 @@ class BRL_EXPORT StoreReader {
   Result<> rowsAfter(const NSEntityDescription& entity, int64_t number, const StoredRowBlock& block);
   /// Hands over the newest rows, in their order.
   Result<> lastRows(const NSEntityDescription& entity, uint64_t limit, const StoredRowBlock& block);
+  /// What is wrong with the file, in lines; none: nothing. Holds one snapshot meanwhile, as `copyTo` does.
+  Result<std::vector<std::string>> check();
+  /// Copies the whole store to a file that is not there yet.
+  Result<> copyTo(const std::filesystem::path& file);
 
  private:
   StoreReader(std::shared_ptr<const NSManagedObjectModel> model, SQLiteReadConnection connection);

@@ -120,6 +120,9 @@ TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
   EXPECT_EQ(history({"count"}).out, "1201\n");
   EXPECT_EQ(history({"count", "--beacon", "C0-C1-5C-00-00-02", "--since", "@1795255799"}).out, "2\n");
   EXPECT_EQ(history({"last", "-F", "csv"}).lines().size(), 3U);
+  const auto newest = history({"show", "--last", "2", "--beacon", "Fridge", "-F", "csv"}).lines();
+  ASSERT_EQ(newest.size(), 3U);
+  EXPECT_EQ(newest[1].substr(0, 5) + newest[2].substr(0, 5), "1197,1199,");
   EXPECT_EQ(history({"check"}).status, 0);
   const std::string copy = folder_.file("copy/history.sqlite");
   std::filesystem::create_directory(folder_ / "copy");

@@ -46,8 +46,25 @@ TEST_F(LoggedDemo, CountsShowsExportsAndDeletesTheRowsThatTheFileHolds) {
   ASSERT_EQ(log("export", {"--out", folder_.file("copy.json")}).status, 0);
   EXPECT_EQ(contentsOf(folder_.file("copy.json")), document);
 
+  // The demonstration begins at 1767225600.
+  EXPECT_EQ(log("count", {"--since", "@1767225601", "--until", "2026-01-01T00:00:05Z"}).out, "2\n");
+  EXPECT_EQ(log("show", {"--format", "jsonl", "--until", "@1767225601"}).lines().size(), 5U);
+  const std::string late = log("export", {"--since", "@1767225601"}).out;
+  EXPECT_EQ(std::count(late.begin(), late.end(), '{'), std::stoi(rows) - 5);
+  EXPECT_EQ(log("check").err, container() + "/ServiceModel.sqlite is sound\n");
+  fs::create_directory(folder_.file("copy"));
+  const std::string copy = folder_.file("copy/ServiceModel.sqlite");
+  EXPECT_EQ(log("backup", {copy}).status, 0);
+  EXPECT_EQ(runTool({"log", "export", "-C", folder_.file("copy")}).out, document);
+  std::string octets = contentsOf(copy);
+  writeFile(copy, octets.replace(3 * octets.size() / 4, 2000, 2000, '\x55'));
+  EXPECT_EQ(runTool({"log", "check", "-C", folder_.file("copy")}).status, 5);
+  EXPECT_EQ(log("delete", {"--before", "@1767225601", "--yes"}).err, "5 rows deleted\n");
+  EXPECT_EQ(log("export").out, late);
+
+  const std::string left = std::to_string(std::stoi(rows) - 5) + "\n";
   EXPECT_EQ(log("delete").status, 2) << "nobody can be asked";
-  EXPECT_EQ(log("count").out, rows);
+  EXPECT_EQ(log("count").out, left);
   EXPECT_EQ(log("delete", {"--yes"}).status, 0);
   EXPECT_EQ(log("count").out, "0\n");
   EXPECT_EQ(log("export").out, "[]\n");

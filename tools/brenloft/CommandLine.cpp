@@ -223,8 +223,25 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addVerbose(command, options.verbose);
 }
 
+// How much is kept of what is not kept at all is a mistake; --log=false is meant.
+void requireWhole(const CLI::App& command, const SearchOptions& options) {
+  if (command.count("--log") == 0 && options.logBounds != LogBounds{})
+    throw CLI::ValidationError("--log-max and --log-keep", "they go with --log");
+  if (command.count("--history") == 0 && options.gateway.history != HistoryOptions{})
+    throw CLI::ValidationError("--history-interval, --history-deadband, --keep and --keep-size",
+                               "they go with --history");
+}
+
 std::string checkProximityUUID(const std::string& text) {
   return platform::NSUUID::initWithUUIDString(text) ? "" : "'" + text + "' is no UUID of 36 characters";
+}
+
+void setSearch(CLI::App& command, Run& run, const std::shared_ptr<SearchOptions>& options) {
+  command.callback([&command, &run, options] {
+    requireWhole(command, *options);
+    options->settings = run.settings;
+    run = [options] { return runSearch(*options); };
+  });
 }
 
 void addScan(CLI::App& app, Run& run) {
@@ -233,10 +250,7 @@ void addScan(CLI::App& app, Run& run) {
   addServices(*command, *options);
   addExitTime(*command, *options);
   addSearchOptions(*command, *options);
-  command->callback([&run, options] {
-    options->settings = run.settings;
-    run = [options] { return runSearch(*options); };
-  });
+  setSearch(*command, run, options);
 }
 
 void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
@@ -270,15 +284,12 @@ void addRange(CLI::App& app, Run& run) {
   command->add_flag("--present-only", options->isPresentOnly,
                     "ranging reports without iBeacons that are lost or have left");
   addSearchOptions(*command, *options);
-  command->callback([&run, options] {
-    options->settings = run.settings;
-    run = [options] { return runSearch(*options); };
-  });
+  setSearch(*command, run, options);
 }
 
 void addLog(CLI::App& app, Run& run) {
   auto options = std::make_shared<LogOptions>();
-  auto* log = app.add_subcommand("log", "Read and delete the sensor log")->require_subcommand(1);
+  auto* log = app.add_subcommand("log", "Read and look after the sensor log")->require_subcommand(1);
   const auto add = [&](const char* name, const char* help, LogOptions::Action action) {
     auto* command = log->add_subcommand(name, help);
     addContainer(*command, options->container);
@@ -288,16 +299,27 @@ void addLog(CLI::App& app, Run& run) {
     });
     return command;
   };
-  auto* show = add("show", "Print the rows", LogOptions::Action::show);
+  const auto addReading = [&](const char* name, const char* help, LogOptions::Action action) {
+    auto* command = add(name, help, action);
+    addSpan(*command, options->since, options->until);
+    return command;
+  };
+  auto* show = addReading("show", "Print the rows", LogOptions::Action::show);
   addFormat(*show, options->format, kTwoFormats);
   addTime(*show, options->time);
   addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new rows");
-  addPath(*add("export", "Write the whole log as one JSON document", LogOptions::Action::exportDocument),
+  addPath(*addReading("export", "Write the log as one JSON document", LogOptions::Action::exportDocument),
           "-o,--out", options->out, "the file to write; default, and -: standard output", Dash::isStream);
-  add("count", "Print the number of rows", LogOptions::Action::count);
-  add("delete", "Delete every row", LogOptions::Action::deleteAll)
-      ->add_flag("-y,--yes", options->yes, "without asking");
+  addReading("count", "Print the number of rows", LogOptions::Action::count);
+  auto* remove = add("delete", "Delete the rows", LogOptions::Action::deleteRows);
+  remove->add_option("--before", options->before, "only those last heard before then; as --since");
+  remove->add_flag("-y,--yes", options->yes, "without asking");
+  add("check", "Look for damage", LogOptions::Action::check);
+  addPath(
+      *add("backup", "Copy the log and the tags, also while they are written", LogOptions::Action::backUp),
+      "FILE", options->out, "the new file")
+      ->required();
 }
 
 void addTag(CLI::App& app, Run& run) {

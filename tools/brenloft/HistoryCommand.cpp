@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
@@ -19,6 +17,7 @@
 #include "gateway/history/HistoryReader.h"
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/BackupFile.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
@@ -85,23 +84,6 @@ class HistoryCommand {
     return *std::move(result);
   }
 
-  Date instant(const char* option, const std::string& text) const {
-    const auto date = instantFromText(text, now_);
-    if (!date)
-      throw Failure(
-          ExitStatus::usage,
-          fmt::format("{}: '{}' is no time such as 2026-11-21T10:00, 2h or yesterday", option, text));
-    return *date;
-  }
-
-  HistorySpan span() const {
-    HistorySpan span;
-    if (!options_.since.empty()) span.since = instant("--since", options_.since);
-    if (!options_.until.empty()) span.until = instant("--until", options_.until);
-    if (span.until < span.since) throw Failure(ExitStatus::usage, "--until is before --since");
-    return span;
-  }
-
   void resolve(const std::string& text, std::vector<BeaconId>& beacons) const {
     const std::size_t before = beacons.size();
     std::vector<std::string> names;
@@ -120,7 +102,7 @@ class HistoryCommand {
   }
 
   HistoryFilter filter() const {
-    HistoryFilter filter{.span = span()};
+    HistoryFilter filter{.span = spanFromTexts(options_.since, options_.until, now_)};
     for (const std::string& text : options_.beacons) resolve(text, filter.beacons);
     return filter;
   }
@@ -141,11 +123,10 @@ class HistoryCommand {
 
   // Rows.
 
-  void eachPage(HistoryReader& reader, const HistoryFilter& filter,
-                const std::function<bool(const HistoryPage&)>& take) const {
+  void eachPage(HistoryReader& reader, const HistoryFilter& filter, int64_t after,
+                const std::function<bool(HistoryPage&)>& take) const {
     // What is written meanwhile would have no end.
     const int64_t last = require(reader.lastSeq());
-    int64_t after = 0;
     while (after < last) {
       auto page = require(reader.rows(after, filter, kRowsPerPage));
       std::erase_if(page.rows, [&](const HistoryRow& row) { return row.seq > last; });
@@ -156,20 +137,42 @@ class HistoryCommand {
 
   // False when nothing was there. `through` becomes the last number that was looked at.
   bool writeRows(HistoryReader& reader, const HistoryFilter& filter, const TextSink& sink,
-                 int64_t* through = nullptr) const {
+                 int64_t& through) const {
     HistoryLines form = lines();
     std::string text;
     form.header(text);
     bool isAny = false;
     sink(text);
-    eachPage(reader, filter, [&](const HistoryPage& page) {
+    const auto write = [&](const HistoryPage& page) {
       text.clear();
       for (const HistoryRow& row : page.rows) form.row(text, row);
       isAny = isAny || !page.rows.empty();
-      if (through != nullptr) *through = page.through;
+      through = page.through;
       return sink(text);
-    });
+    };
+    if (options_.last)
+      write(newest(reader, filter));
+    else
+      eachPage(reader, filter, 0, write);
     return isAny;
+  }
+
+  // The newest so many. How far from the end they begin is found out.
+  HistoryPage newest(HistoryReader& reader, const HistoryFilter& filter) const {
+    const auto most = static_cast<std::ptrdiff_t>(*options_.last);
+    const int64_t last = require(reader.lastSeq());
+    HistoryPage found{.through = last};
+    auto& rows = found.rows;
+    for (int64_t width = std::max<int64_t>(most, kRowsPerPage);; width *= 4) {
+      rows.clear();
+      eachPage(reader, filter, std::max<int64_t>(last - width, 0), [&](HistoryPage& page) {
+        std::ranges::move(page.rows, std::back_inserter(rows));
+        if (std::ssize(rows) > most) rows.erase(rows.begin(), rows.end() - most);
+        found.through = page.through;
+        return true;
+      });
+      if (std::ssize(rows) == most || width >= last) return found;
+    }
   }
 
   // Window after window, so that a long time needs no more memory than a short one.
@@ -212,16 +215,18 @@ class HistoryCommand {
   }
 
   bool write(HistoryReader& reader, const HistoryFilter& filter, const TextSink& sink) const {
-    return options_.every ? writePieces(reader, filter, sink) : writeRows(reader, filter, sink);
+    int64_t through = 0;
+    return options_.every ? writePieces(reader, filter, sink) : writeRows(reader, filter, sink, through);
   }
 
   // The actions.
 
   void show() {
     HistoryFilter wanted = filter();
-    if (options_.since.empty() && options_.until.empty() && !options_.every)
-      wanted.span.since = now_ - kShown;
+    const bool isOfLastHour = options_.since.empty() && options_.until.empty() && !options_.last;
+    if (isOfLastHour && !options_.every) wanted.span.since = now_ - kShown;
     if (options_.follow && options_.every) throw Failure(ExitStatus::usage, "--follow goes without --every");
+    if (options_.last && options_.every) throw Failure(ExitStatus::usage, "--last goes without --every");
     std::optional<StopSignals> signals;
     if (options_.follow) signals.emplace();
     const auto reader = open();
@@ -233,14 +238,11 @@ class HistoryCommand {
     bool isAny = false;
     int64_t through = 0;
     if (reader)
-      isAny =
-          options_.every ? writePieces(*reader, wanted, sink) : writeRows(*reader, wanted, sink, &through);
+      isAny = options_.every ? writePieces(*reader, wanted, sink) : writeRows(*reader, wanted, sink, through);
     if (!reader)
       printNothing();
     else if (!isAny)
-      printMessage(options_.since.empty() && options_.until.empty()
-                       ? "nothing in the last hour; --since goes back further"
-                       : "nothing there");
+      printMessage(isOfLastHour ? "nothing in the last hour; --since goes back further" : "nothing there");
     if (options_.follow) follow(wanted, through, out, *signals);
     out.finish();
   }
@@ -297,7 +299,7 @@ class HistoryCommand {
     if (reader && options_.since.empty() && options_.until.empty() && options_.beacons.empty())
       rows = require(reader->count());
     else if (reader)
-      eachPage(*reader, wanted, [&](const HistoryPage& page) { return rows += page.rows.size(), true; });
+      eachPage(*reader, wanted, 0, [&](const HistoryPage& page) { return rows += page.rows.size(), true; });
     Output out(Output::Buffering::blocks);
     out.write(fmt::format("{}\n", rows));
     out.finish();
@@ -320,7 +322,7 @@ class HistoryCommand {
 
   void prune() {
     HistoryPruning pruning{.size = options_.keepSize};
-    if (!options_.before.empty()) pruning.before = instant("--before", options_.before);
+    if (!options_.before.empty()) pruning.before = requireInstant("--before", options_.before, now_);
     if (!pruning.before && !pruning.size)
       throw Failure(ExitStatus::usage, "what is to go: --before TIME or --keep-size SIZE");
     if (!open()) return printNothing();
@@ -338,26 +340,10 @@ class HistoryCommand {
     fail({Error::Kind::failed, problems.back()});
   }
 
-  // Whole or not at all.
   void backUp() {
-    refuseContainerFile("FILE", options_.out, options_.container);
     if (!open()) return printNothing();
-    const std::string partial = options_.out + ".partial";
-    const auto refuse = [&](const std::string& why) {
-      ::unlink(partial.c_str());
-      throw Failure(ExitStatus::failed, options_.out + ": " + why);
-    };
-    std::error_code error;
-    if (std::filesystem::exists(options_.out, error))
-      throw Failure(ExitStatus::failed, options_.out + ": it is there already");
-    ::unlink(partial.c_str());
-    const auto copied = backUpHistory(file_, partial);
-    if (!copied) refuse(copied.error().text);
-    const int descriptor = ::open(partial.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isSynced = descriptor >= 0 && ::fsync(descriptor) == 0;
-    if (descriptor >= 0) ::close(descriptor);
-    if (!isSynced || ::rename(partial.c_str(), options_.out.c_str()) != 0)
-      refuse(std::generic_category().message(errno));
+    writeBackup(options_.out, options_.container,
+                [this](const auto& copy) { return backUpHistory(file_, copy); });
   }
 
   const Options& options_;

@@ -29,11 +29,12 @@ struct HistoryCommandOptions {
   std::shared_ptr<LiveSettings> settings{};  ///< names
   HistoryFormat format = HistoryFormat::table;
   std::optional<TimeForm> time{};
-  std::string since{};  ///< as `instantFromText` reads it; none: from the beginning
+  std::string since{};  ///< as `spanFromTexts` reads it
   std::string until{};
   std::vector<std::string> beacons{};  ///< names or identifiers; none: all
   std::optional<std::chrono::microseconds> every{};
-  std::string out{};  ///< of `export` and `backup`; none: standard output
+  std::string out{};               ///< of `export` and `backup`; none: standard output
+  std::optional<uint64_t> last{};  ///< of `show`: only so many
   bool follow = false;
   bool yes = false;
   std::string before{};                ///< of `prune`

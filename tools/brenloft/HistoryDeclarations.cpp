@@ -16,11 +16,8 @@ const Choices<HistoryFormat> kHistoryFormats{{"table", HistoryFormat::table},
                                              {"csv", HistoryFormat::csv},
                                              {"influx", HistoryFormat::influx}};
 
-void addSpan(CLI::App& command, Options& options) {
-  command.add_option(
-      "--since", options.since,
-      "from then on: 2026-11-21T10:00, 2h (ago), yesterday, today or @ and seconds since 1970");
-  command.add_option("--until", options.until, "before then; as --since");
+void addChoiceOfRows(CLI::App& command, Options& options) {
+  addSpan(command, options.since, options.until);
   command.add_option("--beacon", options.beacons, "only this beacon, by name or identifier; may be repeated")
       ->allow_extra_args(false)
       ->expected(1, -1);
@@ -60,19 +57,20 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
     });
     return command;
   };
-  auto* show =
-      add("show", "Print readings and events; without --since those of the last hour", Options::Action::show);
-  addSpan(*show, *options);
+  auto* show = add("show", "Print readings and events; without a choice those of the last hour",
+                   Options::Action::show);
+  addChoiceOfRows(*show, *options);
   addEvery(*show, *options);
   addForms(*show, *options);
+  addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new ones");
   auto* out = add("export", "Write readings and events for other programs", Options::Action::exportRows);
-  addSpan(*out, *options);
+  addChoiceOfRows(*out, *options);
   addEvery(*out, *options);
   addForms(*out, *options);
   addPath(*out, "-o,--out", options->out, "the file to write; default, and -: standard output",
           Dash::isStream);
-  addSpan(*add("count", "Print the number of rows", Options::Action::count), *options);
+  addChoiceOfRows(*add("count", "Print the number of rows", Options::Action::count), *options);
   addForms(*add("last", "Print the newest reading of each beacon", Options::Action::last), *options);
   auto* prune = add("prune", "Delete the oldest rows", Options::Action::prune);
   prune->add_option("--before", options->before, "those heard before then; as --since");

@@ -6,7 +6,10 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <fmt/format.h>
+
 #include "gateway/Texts.h"
+#include "tools/brenloft/ExitStatus.h"
 
 namespace brenloft {
 namespace {
@@ -132,6 +135,22 @@ std::optional<Date> instantFromText(std::string_view text, Date now) {
   const bool hasUnit = !text.empty() && (text.back() < '0' || text.back() > '9');
   const auto ago = hasUnit ? durationFromText(text) : std::nullopt;
   return ago ? std::optional(now - *ago) : std::nullopt;
+}
+
+Date requireInstant(const char* option, const std::string& text, Date now) {
+  const auto date = instantFromText(text, now);
+  if (!date)
+    throw Failure(ExitStatus::usage,
+                  fmt::format("{}: '{}' is no time such as 2026-11-21T10:00, 2h or yesterday", option, text));
+  return *date;
+}
+
+HistorySpan spanFromTexts(const std::string& since, const std::string& until, Date now) {
+  HistorySpan span;
+  if (!since.empty()) span.since = requireInstant("--since", since, now);
+  if (!until.empty()) span.until = requireInstant("--until", until, now);
+  if (span.until < span.since) throw Failure(ExitStatus::usage, "--until is before --since");
+  return span;
 }
 
 }  // namespace brenloft

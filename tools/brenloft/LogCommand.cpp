@@ -8,10 +8,15 @@
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/SensorLogReader.h"
 #include "gateway/Texts.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/BackupFile.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
+#include "tools/brenloft/InstantText.h"
 #include "tools/brenloft/JsonLine.h"
+#include "tools/brenloft/LogLimits.h"
+#include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Readings.h"
 #include "tools/brenloft/RunLoop.h"
@@ -36,11 +41,21 @@ std::unique_ptr<SensorLogReader> openLog(const LogOptions& options) {
   return file ? require(SensorLogReader::open(*file)) : nullptr;
 }
 
+// Nothing where every row is wanted.
+SensorLogReader::RowBlock rowsIn(const HistorySpan& span) {
+  if (span.since == HistorySpan().since && span.until == HistorySpan().until) return {};
+  return [span](const SensorLogReader::Row& row) {
+    const auto& date = row.values.statusUpdatedDate;
+    return date && span.contains(*date);
+  };
+}
+
 // Prints rows and remembers the newest, so that the next look begins behind it.
 class RowPrinter {
  public:
-  RowPrinter(Output& out, const LogOptions& options)
+  RowPrinter(Output& out, const LogOptions& options, SensorLogReader::RowBlock isWanted)
       : out_(out),
+        isWanted_(std::move(isWanted)),
         format_(options.format),
         times_(timeFormOf(options.time, options.format)),
         line_(timeFormOf(options.time, options.format)) {
@@ -52,6 +67,8 @@ class RowPrinter {
   SensorLogReader::RowBlock block() {
     return [this](const SensorLogReader::Row& row) {
       newest_ = row.number;
+      if (isWanted_ && !isWanted_(row)) return true;
+      isEmpty_ = false;
       if (format_ == Format::table)
         writeRow(row);
       else
@@ -60,7 +77,7 @@ class RowPrinter {
     };
   }
 
-  bool isEmpty() const { return newest_ == 0; }
+  bool isEmpty() const { return isEmpty_; }
 
   void showNew(SensorLogReader& reader) {
     if (require(reader.lastNumber()) > newest_) require(reader.rowsAfter(newest_, block()));
@@ -80,10 +97,12 @@ class RowPrinter {
   }
 
   Output& out_;
+  const SensorLogReader::RowBlock isWanted_;  // none: every row is
   const Format format_;
   TimeText times_;
   JsonLine line_;
   int64_t newest_ = 0;
+  bool isEmpty_ = true;
 };
 
 // One look does not count: a store that is just being made cannot be opened yet.
@@ -114,7 +133,7 @@ void follow(const LogOptions& options, std::unique_ptr<SensorLogReader> reader, 
   }
 }
 
-void show(const LogOptions& options) {
+void show(const LogOptions& options, const HistorySpan& span) {
   std::optional<RunLoop> loop;  // outlives the thread that stops it
   std::optional<StopSignals> signals;
   if (options.follow) {
@@ -125,7 +144,7 @@ void show(const LogOptions& options) {
   }
   auto reader = openLog(options);
   Output out(options.follow ? Output::Buffering::lines : Output::Buffering::blocks);
-  RowPrinter printer(out, options);
+  RowPrinter printer(out, options, rowsIn(span));
   if (reader)
     require(options.last ? reader->lastRows(*options.last, printer.block())
                          : reader->rowsAfter(0, printer.block()));
@@ -134,12 +153,12 @@ void show(const LogOptions& options) {
   out.finish();
 }
 
-void exportDocument(const LogOptions& options) {
+void exportDocument(const LogOptions& options, const HistorySpan& span) {
   refuseContainerFile("--out", options.out, options.container);
   const auto reader = openLog(options);
   const auto write = [&](const SensorLogReader::TextSink& sink) {
     if (reader)
-      require(reader->exportJSON(sink));
+      require(reader->exportJSON(sink, rowsIn(span)));
     else
       sink("[]");
     sink("\n");
@@ -156,42 +175,83 @@ void exportDocument(const LogOptions& options) {
   if (!reader) printEmpty("no rows", options.container);
 }
 
-uint64_t rowsOf(const LogOptions& options) {
+uint64_t rowsOf(const LogOptions& options, const HistorySpan& span) {
   const auto reader = openLog(options);
-  return reader ? require(reader->count()) : 0;
+  if (!reader) return 0;
+  const auto isWanted = rowsIn(span);
+  if (!isWanted) return require(reader->count());
+  uint64_t rows = 0;
+  require(reader->rowsAfter(0, [&](const auto& row) { return rows += isWanted(row), true; }));
+  return rows;
 }
 
-void count(const LogOptions& options) {
-  const uint64_t rows = rowsOf(options);
+void count(const LogOptions& options, const HistorySpan& span) {
+  const uint64_t rows = rowsOf(options, span);
   Output out(Output::Buffering::blocks);
   out.write(fmt::format("{}\n", rows));
   out.finish();
   if (rows == 0) printEmpty("no rows", options.container);
 }
 
-void deleteAll(const LogOptions& options) {
-  const uint64_t rows = rowsOf(options);
+void deleteRows(const LogOptions& options, platform::Date now) {
+  if (!options.before.empty()) {
+    const platform::Date before = requireInstant("--before", options.before, now);
+    if (!openLog(options)) return printEmpty("no rows", options.container);
+    const std::string date = TimeText(TimeForm::local).whole(before);
+    if (!confirmed(fmt::format("Delete the rows of the sensor log from before {}?", date), options.yes))
+      return;
+    LogLimits limits({.longest = now - before});
+    while (limits.step(now)) {
+    }
+    return printMessage(fmt::format("{} rows deleted", limits.deleted()));
+  }
+  const uint64_t rows = rowsOf(options, {});
   if (!confirmed(fmt::format("Delete {} rows of the sensor log?", rows), options.yes)) return;
   // Deleting nothing would make a store where there is none.
   if (rows != 0) BRLDataManager::Class::deleteBeaconLog();
+}
+
+void check(const LogOptions& options) {
+  const auto reader = openLog(options);
+  if (!reader) return printEmpty("no log", options.container);
+  const std::string file = SensorLogReader::storeFile().string();
+  const auto problems = require(reader->check());
+  if (problems.empty()) return printMessage(fmt::format("{} is sound", file));
+  for (std::size_t i = 0; i + 1 < problems.size(); ++i)
+    printMessage(fmt::format("brenloft: {}: {}", file, problems[i]));
+  throw Failure(ExitStatus::storeUnusable, file + ": " + problems.back());
+}
+
+void backUp(const LogOptions& options) {
+  const auto reader = openLog(options);
+  if (!reader) return printEmpty("no log", options.container);
+  writeBackup(options.out, options.container, [&](const auto& copy) { return reader->copyTo(copy); });
 }
 
 }  // namespace
 
 ExitStatus runLog(const LogOptions& options) {
   installForStore(options.container);
+  const platform::Date now = platform::RealTimeDispatch::make()->date();
+  const HistorySpan span = spanFromTexts(options.since, options.until, now);
   switch (options.action) {
     case LogOptions::Action::show:
-      show(options);
+      show(options, span);
       break;
     case LogOptions::Action::exportDocument:
-      exportDocument(options);
+      exportDocument(options, span);
       break;
     case LogOptions::Action::count:
-      count(options);
+      count(options, span);
       break;
-    case LogOptions::Action::deleteAll:
-      deleteAll(options);
+    case LogOptions::Action::deleteRows:
+      deleteRows(options, now);
+      break;
+    case LogOptions::Action::check:
+      check(options);
+      break;
+    case LogOptions::Action::backUp:
+      backUp(options);
       break;
   }
   printSettingsProblems();

@@ -17,14 +17,20 @@ using Rows = std::vector<std::shared_ptr<platform::NSManagedObject>>;
 
 constexpr std::string_view kSensorLog = "SensorLog";
 
-// How many of the first rows are up to the last that is older than `earliest`. A date that is wrong, because
-// the machine did not know better, keeps none of those before and after it.
-std::size_t olderThan(const Rows& rows, platform::Date earliest) {
-  const auto isOld = [&](const auto& row) {
-    const auto date = dynamic_cast<const SensorLog&>(*row).statusUpdatedDate();
-    return date && *date < earliest;
-  };
-  return static_cast<std::size_t>(std::find_if(rows.rbegin(), rows.rend(), isOld).base() - rows.begin());
+// A date that is wrong because the machine did not know better.
+constexpr std::chrono::hours kAhead{1};
+
+// How many of the first rows are older. One of a wrong clock goes with the next good one.
+std::size_t olderThan(const Rows& rows, platform::Date earliest, platform::Date now) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const auto date = dynamic_cast<const SensorLog&>(*rows[i]).statusUpdatedDate();
+    if (date && *date < earliest)
+      count = i + 1;
+    else if (date && *date <= now + kAhead)
+      break;
+  }
+  return count;
 }
 
 }  // namespace
@@ -59,12 +65,13 @@ bool LogLimits::step(platform::Date now) {
   context->performBlockAndWait([&] {
     const auto rows = context->executeFetchRequest_error(request).value_or(Rows());
     count = std::min<uint64_t>(left_, rows.size());
-    if (bounds_.longest) count = std::max(count, olderThan(rows, now - *bounds_.longest));
+    if (bounds_.longest) count = std::max(count, olderThan(rows, now - *bounds_.longest, now));
     for (std::size_t i = 0; i < count; ++i) context->deleteObject(rows[i]);
     if (count != 0) BRLCoreDataManager::Class::sharedManager()->saveContext();
     if (rows.size() < kStep) left_ = 0;
   });
   left_ -= std::min<uint64_t>(left_, count);
+  deleted_ += count;
   return count == kStep;
 }
 

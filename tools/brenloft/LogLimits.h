@@ -16,7 +16,8 @@ struct LogBounds {
   friend bool operator==(const LogBounds&, const LogBounds&) = default;
 };
 
-/// Deletes the oldest rows of the installed platform's sensor log, beside whoever logs and reads.
+/// Deletes the oldest rows of the installed platform's sensor log, beside whoever logs and reads. They go in
+/// the order of writing; one that a wrong clock dated more than an hour ahead goes with the next good one.
 ///
 /// A file that has become too large loses a tenth more than it must, so that not each row costs a deletion.
 /// Threads: one at a time. A failure ends the process, as that of logging does.
@@ -29,12 +30,15 @@ class LogLimits {
 
   /// Whether there is more to delete.
   bool step(platform::Date now);
+  /// How many rows went.
+  uint64_t deleted() const { return deleted_; }
 
  private:
   void look();
   uint64_t sizeOfFile() const;
 
   const LogBounds bounds_;
+  uint64_t deleted_ = 0;
   uint64_t left_ = 0;  ///< rows still to go because of the size
   uint64_t tolerated_ =
       0;  ///< octets: what they left has room for new rows, though the file may keep its size

@@ -126,6 +126,14 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
       help);
 }
 
+/// As `spanFromTexts` reads them.
+inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
+  command.add_option(
+      "--since", since,
+      "from then on: 2026-11-21T10:00, 2h (ago), yesterday, today or @ and seconds since 1970");
+  command.add_option("--until", until, "before then; as --since");
+}
+
 enum class Dash {
   isName,
   isStream,  // standard input or output, which is what an empty path means to the commands

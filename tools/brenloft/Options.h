@@ -97,10 +97,13 @@ struct SearchOptions {
 };
 
 struct LogOptions {
-  enum class Action { show, exportDocument, count, deleteAll };
+  enum class Action { show, exportDocument, count, deleteRows, check, backUp };
   Action action = Action::show;
   std::filesystem::path container;
-  std::string out;                ///< of `export`; none: standard output
+  std::string out;    ///< of `export` and `backup`; none: standard output
+  std::string since;  ///< of `show`, `export` and `count`, as `spanFromTexts` reads it
+  std::string until;
+  std::string before;             ///< of `delete`, as `instantFromText` reads it; none: every row goes
   Format format = Format::table;  ///< of `show`
   std::optional<TimeForm> time;   ///< of `show`; absent: as the format has it
   std::optional<uint64_t> last;   ///< of `show`: only so many
