@@ -96,6 +96,12 @@ KeptState AlarmBook::stateOf(const BeaconId& beacon, const Slot& slot) const {
   return state;
 }
 
+std::optional<std::string> AlarmBook::raisedIn(const KeptState& state) {
+  if (!state.owner.starts_with(kAlarmOwner) || !state.text || !state.text->starts_with('r'))
+    return std::nullopt;
+  return state.owner.substr(kAlarmOwner.size());
+}
+
 void AlarmBook::restore(const AlarmsKept& kept) {
   for (const KeptState& state : kept.states) {
     const auto beacon = BeaconId::fromText(state.subject);

@@ -79,6 +79,8 @@ class AlarmBook {
   };
   /// What is raised for this beacon, in the order of the rules.
   std::vector<Raised> raised(const BeaconId& beacon) const;
+  /// The alarm that was raised for the state's subject when a book kept it; nothing where none was.
+  static std::optional<std::string> raisedIn(const KeptState& state);
 
  private:
   // What is remembered of one rule for one beacon.

@@ -136,6 +136,11 @@ std::optional<GapLearner::Time> BeaconBook::usualGapIn(const KeptState& state) {
   return gaps.usualGap();
 }
 
+bool BeaconBook::isPresentIn(const KeptState& state) {
+  const auto text = textIn(state);
+  return text && text->flags.find(kPresent) != std::string_view::npos;
+}
+
 BeaconBook::Time BeaconBook::listened() const {
   return inMilliseconds(pausedAt_.value_or(dispatch_->now()) - paused_);
 }

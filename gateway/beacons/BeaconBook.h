@@ -84,6 +84,8 @@ class BeaconBook {
   std::optional<Known> find(const BeaconId& beacon) const;
   /// The usual gap in a state that a book kept; nothing where it was not known.
   static std::optional<GapLearner::Time> usualGapIn(const KeptState& state);
+  /// Whether a beacon was there when a book kept this state of it.
+  static bool isPresentIn(const KeptState& state);
 
  private:
   using Time = GapLearner::Time;

@@ -172,8 +172,11 @@ Result<Value> HistoryReader::Core::ask(const std::function<Value(SQLiteDatabase&
 }
 
 Result<std::unique_ptr<HistoryReader>> HistoryReader::open(const std::filesystem::path& file) {
+  // Its writer makes it empty first.
   std::error_code error;
-  if (!std::filesystem::exists(file, error) && !error) return Error{Error::Kind::absent, "no history yet"};
+  const auto size = std::filesystem::file_size(file, error);
+  if (error == std::errc::no_such_file_or_directory || (!error && size == 0))
+    return Error{Error::Kind::absent, "no history yet"};
   std::unique_ptr<HistoryReader> reader;
   const auto opened =
       platform::resultOf([&] { reader.reset(new HistoryReader(std::make_unique<Core>(file))); });

@@ -22,6 +22,7 @@
 #include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/Output.h"
+#include "tools/brenloft/PublishCommand.h"
 #include "tools/brenloft/Source.h"
 
 namespace brenloft {
@@ -444,7 +445,7 @@ void declareCommands(CLI::App& app, Run& run) {
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
   for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addBeacons,
-                         addTag, addSources, addConfig, addHelp})
+                         addPublish, addTag, addSources, addConfig, addHelp})
     add(app, run);
   addConfigOption(app, {"config", "help"});
 }

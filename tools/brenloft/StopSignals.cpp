@@ -24,13 +24,23 @@ bool hasTerminal() {
   return terminal >= 0;
 }
 
-}  // namespace
-
-StopSignals::StopSignals() : hadTerminal_(hasTerminal()) {
+sigset_t stopSignals() {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+  return set;
+}
+
+}  // namespace
+
+void StopSignals::leaveToOthers() {
+  const sigset_t set = stopSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+StopSignals::StopSignals() : hadTerminal_(hasTerminal()) {
+  leaveToOthers();
+  const sigset_t set = stopSignals();
   signals_ = ::signalfd(-1, &set, SFD_CLOEXEC);
   end_ = ::eventfd(0, EFD_CLOEXEC);
 }

@@ -13,6 +13,8 @@ namespace brenloft {
 class StopSignals {
  public:
   StopSignals();
+  /// The calling thread, and those that it makes, leave the signals to an object that is made later.
+  static void leaveToOthers();
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;

@@ -1,0 +1,161 @@
+#include "tools/brenloft/PublishCommand.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "gateway/history/HistoryWriter.h"
+#include "gateway/mqtt/Topics.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/Commands.h"
+#include "tools/brenloft/ContainerFiles.h"
+#include "tools/brenloft/Messages.h"
+#include "tools/brenloft/StopSignals.h"
+#include "tools/brenloft/Store.h"
+
+namespace brenloft {
+namespace {
+
+void say(const std::string& line) {
+  printMessage("brenloft: " + line);
+}
+
+// The machine's name up to its first dot, as far as it can be a part of a topic.
+std::string nameOfMachine() {
+  std::array<char, 256> name{};
+  ::gethostname(name.data(), name.size() - 1);
+  std::string text(name.data());
+  text.resize(std::min(text.find('.'), text.size()));
+  for (char& c : text)
+    if (!Topics::isWord({&c, 1})) c = '-';
+  return text.empty() ? "gateway" : text;
+}
+
+// What systemd has put into the unit's folder for it alone; "" where there is none.
+std::filesystem::path credential(const char* name) {
+  const char* folder = std::getenv("CREDENTIALS_DIRECTORY");
+  if (folder == nullptr) return {};
+  std::filesystem::path file = std::filesystem::path(folder) / name;
+  std::error_code error;
+  return std::filesystem::exists(file, error) ? file : std::filesystem::path();
+}
+
+void requireReadable(const std::string& file) {
+  if (!file.empty() && ::access(file.c_str(), R_OK) != 0)
+    throw Failure(ExitStatus::failed, fmt::format("{}: {}", file, std::generic_category().message(errno)));
+}
+
+// Passwords are neither in an argument nor in what a crash leaves behind.
+Broker settledBroker(const PublishOptions& options) {
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_CORE, &none);
+  Broker broker = options.broker;
+  const auto settle = [](std::string& file, const char* name) {
+    if (file.empty()) file = credential(name);
+    requireReadable(file);
+  };
+  settle(broker.authority, "mqtt-ca");
+  settle(broker.certificate, "mqtt-cert");
+  settle(broker.key, "mqtt-key");
+  if (!options.broker.key.empty())
+    if (const auto problem = secretProblem(broker.key)) throw Failure(ExitStatus::failed, problem->text);
+  const auto login = options.login.empty() ? credential("mqtt-login") : options.login;
+  if (!login.empty()) {
+    auto read = readLogin(login);
+    if (!read) throw Failure(ExitStatus::failed, read.error().text);
+    broker.login = *std::move(read);
+  }
+  return broker;
+}
+
+PublisherOptions publisherOptions(const PublishOptions& options) {
+  const std::filesystem::path folder = folderOfContainer(options.container);
+  PublisherOptions publisher{.history = folder / kHistoryFileName,
+                             .cursor = options.cursor.empty() ? folder / "publish.json" : options.cursor,
+                             .from = options.from,
+                             .isFromNow = options.isFromNow,
+                             .gateway = options.name.empty() ? nameOfMachine() : options.name,
+                             .broker = settledBroker(options),
+                             .limits = options.limits,
+                             .version = BRENLOFT_VERSION,
+                             .source = options.source};
+  publisher.broker.clientId = "brenloft-" + publisher.gateway;
+  return publisher;
+}
+
+// As a service hears: everything into the history, nothing on standard output.
+SearchOptions searchOptions(const PublishOptions& options) {
+  SearchOptions search;
+  search.source = options.source;
+  search.container = options.container;
+  search.settings = options.settings;
+  search.format = SearchFormat::none;
+  search.gateway.keepsHistory = true;
+  return search;
+}
+
+void finish(const platform::Result<>& result) {
+  if (!result) throw Failure(ExitStatus::failed, result.error().text);
+}
+
+// A publisher on a thread of its own, for as long as the object lives.
+class PublishingThread {
+ public:
+  explicit PublishingThread(Publisher& publisher)
+      : publisher_(publisher), thread_([this] { result_ = publisher_.run(); }) {}
+  ~PublishingThread() { end(); }
+  PublishingThread(const PublishingThread&) = delete;
+  PublishingThread& operator=(const PublishingThread&) = delete;
+
+  platform::Result<> end() {
+    publisher_.stop();
+    if (thread_.joinable()) thread_.join();
+    return result_;
+  }
+
+ private:
+  Publisher& publisher_;
+  platform::Result<> result_;
+  std::thread thread_;
+};
+
+ExitStatus hearAndPublish(const PublishOptions& options,
+                          const std::shared_ptr<platform::RealTimeDispatch>& dispatch) {
+  std::error_code error;
+  std::filesystem::create_directories(folderOfContainer(options.container), error);
+  Publisher publisher(publisherOptions(options), dispatch, options.settings, say);
+  StopSignals::leaveToOthers();  // the search waits for them
+  PublishingThread thread(publisher);
+  const ExitStatus status = runSearch(searchOptions(options));
+  finish(thread.end());
+  return status;
+}
+
+}  // namespace
+
+ExitStatus runPublish(const PublishOptions& options) {
+  refuseContainerFile("--cursor", options.cursor, options.container);
+  const auto dispatch = platform::RealTimeDispatch::make();
+  if (!options.source.empty()) return hearAndPublish(options, dispatch);
+  StopSignals signals;
+  installForStore(options.container);
+  storeIn(options.container);  // says what is wrong with the folder
+  Publisher publisher(publisherOptions(options), dispatch, options.settings, say);
+  signals.watch([&] { publisher.stop(); },
+                [&] {
+                  for (const std::string& line : options.settings->reload().lines) printMessage(line);
+                  publisher.wake();
+                });
+  finish(publisher.run());
+  return ExitStatus::done;
+}
+
+}  // namespace brenloft

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/configuration/LiveSettings.h"
+#include "gateway/mqtt/Publisher.h"
+#include "tools/brenloft/ExitStatus.h"
+
+namespace CLI {
+class App;
+}
+
+namespace brenloft {
+
+class ChosenCommand;
+
+struct PublishOptions {
+  std::filesystem::path container;
+  std::shared_ptr<LiveSettings> settings{};
+  std::string source{};  ///< none: another process hears
+  std::string name{};    ///< the gateway's; none: the machine's
+  Broker broker{};
+  std::filesystem::path login{};   ///< none: the service's credential, or nobody
+  std::filesystem::path cursor{};  ///< none: in the container
+  std::optional<int64_t> from{};   ///< as `PublisherOptions` has them
+  bool isFromNow = false;
+  Outbox::Options limits{};
+};
+
+ExitStatus runPublish(const PublishOptions& options);
+
+/// Declares `publish`.
+void addPublish(CLI::App& app, ChosenCommand& run);
+
+}  // namespace brenloft

@@ -1,0 +1,108 @@
+#include <charconv>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "gateway/mqtt/Topics.h"
+#include "tools/brenloft/CommandSettings.h"
+#include "tools/brenloft/OptionDeclarations.h"
+#include "tools/brenloft/PublishCommand.h"
+#include "tools/brenloft/Source.h"
+
+namespace brenloft {
+namespace {
+
+constexpr uint16_t kPlainPort = 1883;
+constexpr uint16_t kEncryptedPort = 8883;
+
+const Choices<bool> kVersions{{"5", true}, {"3.1.1", false}};
+const Choices<bool> kBatches{{"on", true}, {"off", false}};
+
+// HOST or HOST:PORT; of an address of version 6 the brackets are no part of the host.
+bool readPlace(std::string_view text, Broker& broker) {
+  const std::size_t end = text.starts_with('[') ? text.find(']') : 0;
+  if (end == std::string_view::npos) return false;
+  const std::size_t colon = text.find(':', end);
+  broker.host = text.substr(0, colon);
+  if (end > 0) broker.host = broker.host.substr(1, broker.host.size() - 2);
+  if (colon == std::string_view::npos) return !broker.host.empty();
+  const std::string_view port = text.substr(colon + 1);
+  const auto [stop, error] = std::from_chars(port.data(), port.data() + port.size(), broker.port);
+  return error == std::errc() && stop == port.data() + port.size() && broker.port != 0 &&
+         !broker.host.empty();
+}
+
+void readBroker(const std::string& text, Broker& broker) {
+  // Who has put a password here must not find it in a message as well.
+  if (text.find('@') != std::string::npos)
+    throw CLI::ValidationError("--broker", "user and password are no part of it; --login FILE has them");
+  std::string_view place = text;
+  broker.isEncrypted = place.starts_with("mqtts://");
+  const bool hasScheme = broker.isEncrypted || place.starts_with("mqtt://");
+  place.remove_prefix(broker.isEncrypted ? 8 : hasScheme ? 7 : 0);
+  broker.port = broker.isEncrypted ? kEncryptedPort : kPlainPort;
+  if (!hasScheme || !readPlace(place, broker))
+    throw CLI::ValidationError("--broker",
+                               fmt::format("'{}' is neither mqtt://HOST:PORT nor mqtts://HOST:PORT", text));
+}
+
+void addBroker(CLI::App& command, Broker& broker) {
+  command.add_option_function<std::string>(
+      "--broker", [&broker](const std::string& text) { readBroker(text, broker); },
+      "mqtt://HOST:PORT, or mqtts:// for TLS; default mqtt://localhost, port 1883 and 8883");
+  addChoice(command, "--mqtt", broker.isVersion5, kVersions, ": its version; default 5");
+  addPath(command, "--ca", broker.authority, "who signs the broker's certificate; default: the system's");
+  addPath(command, "--cert", broker.certificate, "the client's certificate");
+  addPath(command, "--key", broker.key, "its key");
+}
+
+void addFrom(CLI::App& command, PublishOptions& options) {
+  command.add_option_function<std::string>(
+      "--from",
+      [&options](const std::string& text) {
+        int64_t seq = 1;
+        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seq);
+        const bool isNumber = error == std::errc() && stop == text.data() + text.size() && seq > 0;
+        if (!isNumber && text != "all" && text != "now")
+          throw CLI::ValidationError("--from",
+                                     fmt::format("'{}' is neither a row's number, all nor now", text));
+        options.isFromNow = text == "now";
+        if (!options.isFromNow) options.from = isNumber ? seq : 1;
+      },
+      "go on with this row of the history, whatever was published: its number, all or now");
+}
+
+std::string checkName(const std::string& text) {
+  return Topics::isWord(text) ? "" : "'" + text + "' has more than letters, digits, - and _";
+}
+
+}  // namespace
+
+void addPublish(CLI::App& app, ChosenCommand& run) {
+  auto options = std::make_shared<PublishOptions>();
+  auto* command = app.add_subcommand("publish", "Publish the history to an MQTT broker, and follow it");
+  addBroker(*command, options->broker);
+  addPath(*command, "--login", options->login,
+          "a file with the user in its first line and the password in the second");
+  command->add_option("--name", options->name, "the gateway's name in topics; default: the machine's")
+      ->check(checkName);
+  command->add_option("-s,--source", options->source,
+                      std::string("also hear, and keep the history: ") + kSourceForms);
+  addContainer(*command, options->container);
+  addPath(*command, "--cursor", options->cursor,
+          "where to keep how far it was published; default: publish.json in the container");
+  addFrom(*command, *options);
+  addNumber(*command, "--max-rate", options->limits.mostPerSecond, 1,
+            "rows a second of what waited for the broker; default 1000");
+  addNumber(*command, "--max-backlog", options->limits.mostBacklog, 1,
+            "rows that may wait; beyond them the oldest readings are left out; default 10000000", INT64_MAX);
+  addChoice(*command, "--batches", options->limits.hasBatches, kBatches,
+            ": also every row, for a fleet; default on");
+  command->callback([&run, options] {
+    options->settings = run.settings;
+    run = [options] { return runPublish(*options); };
+  });
+}
+
+}  // namespace brenloft
