@@ -66,6 +66,7 @@ class BeaconLocationCore final : public BeaconLocationService,
   void updateRangedUUIDs();
   void makeQueue();
   void refresh();
+  void stopListening();
   void checkPresence();
   void armCheck(std::optional<dispatch_time_t> next);
   void armTick();

@@ -272,9 +272,15 @@ void BeaconLocationCore::update() {
   if (isScanning_ && isAllowed())
     presence_.startListening(options_.dispatch->now());
   else
-    presence_.stopListening();
+    stopListening();
   checkPresence();
   armTick();
+}
+
+/// What was silent for long enough by now stays so, whatever is heard of the radio later.
+void BeaconLocationCore::stopListening() {
+  checkPresence();
+  presence_.stopListening();
 }
 
 void BeaconLocationCore::checkPresence() {
@@ -338,7 +344,7 @@ void BeaconLocationCore::radioChanged() {
   isScanning_ = false;
   {
     const std::scoped_lock lock(mutex_);
-    presence_.stopListening();
+    stopListening();
   }
   update();
 }

@@ -96,13 +96,8 @@ bool BeaconPresence::hear(const iBeaconFrame& frame, int64_t rssi, dispatch_time
 }
 
 void BeaconPresence::check(dispatch_time_t now, Changes& changes) {
-  if (listeningSince_) {
-    for (auto& [uuid, watch] : watches_) {
-      std::erase_if(watch.heard, [&](const auto& entry) {
-        return now - std::max(entry.second.last, *listeningSince_) >= BeaconLocationService::kExitDelay;
-      });
-    }
-  }
+  for (auto& [uuid, watch] : watches_)
+    std::erase_if(watch.heard, [&](const auto& entry) { return isOver(entry.second, now); });
   for (const CLRegionPtr& region : regions_)
     if (const auto* beaconRegion = asBeaconRegion(region))
       setState(region, evaluate(*beaconRegion, now), changes);
@@ -130,12 +125,19 @@ std::optional<dispatch_time_t> BeaconPresence::exitTime(const CLBeaconRegion& re
   return quietSince + BeaconLocationService::kExitDelay;
 }
 
-/// What the remembered beacons say, unknown when they say nothing.
+/// A radio that is away hears no silence.
+bool BeaconPresence::isOver(const Heard& heard, dispatch_time_t now) const {
+  return listeningSince_ && now - std::max(heard.last, *listeningSince_) >= BeaconLocationService::kExitDelay;
+}
+
+/// What the remembered beacons say, unknown when they say nothing. Those that are only ranged may stay longer
+/// than they count.
 CLRegionState BeaconPresence::evaluate(const CLBeaconRegion& region, dispatch_time_t now) const {
   const Watch* watch = watchOf(region);
   if (watch == nullptr) return CLRegionState::unknown;
-  const bool isHeard =
-      std::ranges::any_of(watch->heard, [&](const auto& entry) { return matches(region, entry.first); });
+  const bool isHeard = std::ranges::any_of(watch->heard, [&](const auto& entry) {
+    return matches(region, entry.first) && !isOver(entry.second, now);
+  });
   if (isHeard) return CLRegionState::inside;
   const auto exit = exitTime(region);
   return exit && now >= *exit ? CLRegionState::outside : CLRegionState::unknown;

@@ -72,6 +72,7 @@ class BeaconPresence {
 
   const Watch* watchOf(const CLBeaconRegion& region) const;
   void updateWatches();
+  bool isOver(const Heard& heard, dispatch_time_t now) const;
   CLRegionState evaluate(const CLBeaconRegion& region, dispatch_time_t now) const;
   std::optional<dispatch_time_t> exitTime(const CLBeaconRegion& region) const;
   void setState(const CLRegionPtr& region, CLRegionState state, Changes& changes);

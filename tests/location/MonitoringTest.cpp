@@ -86,6 +86,22 @@ TEST_F(Monitoring, ARegionOfTheSameIdentifierReplacesTheEarlierOne) {
   EXPECT_EQ(hearing(kOtherUUID, 1, 1), Lines{"inside R"});
 }
 
+TEST_F(Monitoring, ABeaconThatIsOnlyRangedMakesARegionInsideNoLonger) {
+  manager->startRangingBeaconsInRegion(beaconRegion("ranging", kUUID));
+  simulated.advance({});
+  hear(kUUID, 1, 1);
+  simulated.advance(seconds(15));
+  hear(kUUID, 1, 1);
+  simulated.advance(seconds(30) - milliseconds(1));
+  EXPECT_EQ(stateOf(region), Lines{"inside R"});
+  simulated.advance(milliseconds(1));
+  EXPECT_EQ(stateOf(region), Lines{"outside R"});
+  simulated.radio().setState(platform::CBManagerState::poweredOff);
+  simulated.radio().setState(platform::CBManagerState::poweredOn);
+  simulated.advance({});
+  EXPECT_EQ(stateOf(region), Lines{"unknown R"});
+}
+
 TEST_F(Monitoring, ARegionThatIsNoBeaconRegionIsMonitoredAndStaysUnknown) {
   const auto plain = std::make_shared<platform::CLRegion>("place");
   monitor(plain);
