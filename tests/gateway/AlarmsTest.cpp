@@ -74,6 +74,7 @@ class AlarmsWorld {
 
   AlarmBook& book() { return *book_; }
   bool isBusy = false;               // the timer comes later than what is heard
+  bool isLate = false;               // an event was told after its instant
   std::vector<std::string> events;   // "20 raised NAME"
   std::vector<std::string> notices;  // the same
 
@@ -110,6 +111,7 @@ class AlarmsWorld {
             .onEvent =
                 [this, keep](const BeaconEvent& event, const KeptState& state) {
                   const bool isRaised = event.kind == BeaconEvent::Kind::alarmRaised;
+                  isLate = isLate || event.heard != dispatch_->date();
                   events.push_back(when(event.heard) + (isRaised ? " raised " : " cleared ") + event.text);
                   keep(state);
                 },
@@ -204,6 +206,7 @@ TEST(AlarmsTest, AreRaisedAndClearedAtTheirInstants) {
     AlarmsWorld world(series.rule);
     world.play(series.lines);
     EXPECT_EQ(world.events, series.events) << series.rule << testing::PrintToString(series.lines);
+    EXPECT_FALSE(world.isLate) << series.rule << testing::PrintToString(series.lines);
   }
 }
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "gateway/configuration/LiveSettings.h"
 #include "tests/foundation/TemporaryFolder.h"
@@ -139,6 +140,8 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"\n[[alarm]]\nsilent = 10\n", "2: an alarm needs a name\n"},
       {"[[alarm]]\nname = \"a\"\n",
        "1: an alarm needs a quantity with above or below, or silent, or emergency\n"},
+      {"[[alarm]]\nname = \"a\"\nemergency = false\n",
+       "1: an alarm needs a quantity with above or below, or silent, or emergency\n"},
       {"[[alarm]]\nname = \"a\"\nabove = 8\n",
        "3: above of what? Add quantity = \"temperature\", for example\n"},
       {alarm, "6: it needs above or below\n"},
@@ -168,6 +171,14 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "3: silent: it must be a duration such as 10, 2.5 or \"1h30m\"\n"},
   };
   for (const auto& [text, complaints] : cases) EXPECT_EQ(complaintsOf(text), complaints) << text;
+}
+
+TEST(ConfigurationTest, IsReadFromAFileAndNotFromAPipeThatWouldBeEmpty) {
+  const test::TemporaryFolder folder;
+  const std::filesystem::path pipe = folder.path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const SettingsReader reader(pipe, SettingsReader::Absence::isAllowed, kVocabulary);
+  EXPECT_THAT(reader.read().complaints, testing::ElementsAre(pipe.string() + ": it is no file"));
 }
 
 TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
