@@ -10,13 +10,14 @@
 
 #include "platform/foundation/Hex.h"
 #include "platform/simulated/SimulatedPlatform.h"
+#include "tests/support/LocationListener.h"
 
-using Lines = std::vector<std::string>;
 using platform::CLAuthorizationStatus;
-using platform::CLBeacon;
 using platform::CLBeaconRegion;
 using platform::CLRegionPtr;
 using platform::CLRegionState;
+using support::Lines;
+using support::LocationListener;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -24,58 +25,6 @@ inline const platform::NSUUID kUUID =
     *platform::NSUUID::initWithUUIDString("0A1B2C3D-4E5F-4061-8273-8495A6B7C8D9");
 inline const platform::NSUUID kOtherUUID =
     *platform::NSUUID::initWithUUIDString("11111111-2222-4333-8444-555555555555");
-
-/// Writes down what a location manager reports, one line a call.
-class LocationListener final : public platform::CLLocationManagerDelegate {
- public:
-  Lines lines;
-  std::function<void()> onLine = [] {};
-
-  Lines take() { return std::exchange(lines, {}); }
-
-  void locationManager_didChangeAuthorizationStatus(platform::CLLocationManager&, int32_t status) override {
-    add("authorization " + std::to_string(status));
-  }
-  void locationManager_didStartMonitoringForRegion(platform::CLLocationManager&,
-                                                   const CLRegionPtr& region) override {
-    add("started " + region->identifier());
-  }
-  void locationManager_monitoringDidFailForRegion_withError(platform::CLLocationManager&,
-                                                            const CLRegionPtr& region,
-                                                            const platform::CLError& error) override {
-    add("failed " + region->identifier() + " " + std::to_string(error.code));
-  }
-  void locationManager_didFailWithError(platform::CLLocationManager&,
-                                        const platform::CLError& error) override {
-    add("failed " + std::to_string(error.code));
-  }
-  void locationManager_didEnterRegion(platform::CLLocationManager&, const CLRegionPtr& region) override {
-    add("entered " + region->identifier());
-  }
-  void locationManager_didExitRegion(platform::CLLocationManager&, const CLRegionPtr& region) override {
-    add("exited " + region->identifier());
-  }
-  void locationManager_didDetermineState_forRegion(platform::CLLocationManager&, CLRegionState state,
-                                                   const CLRegionPtr& region) override {
-    static const Lines names = {"unknown ", "inside ", "outside "};
-    add(names.at(static_cast<std::size_t>(state)) + region->identifier());
-  }
-  void locationManager_didRangeBeacons_inRegion(platform::CLLocationManager&,
-                                                const std::vector<CLBeacon>& beacons,
-                                                const platform::CLBeaconRegionPtr& region) override {
-    std::string line = "ranged " + region->identifier() + ":";
-    for (const CLBeacon& beacon : beacons)
-      line += " " + std::to_string(beacon.major) + "/" + std::to_string(beacon.minor) + "=" +
-              std::to_string(beacon.rssi);
-    add(std::move(line));
-  }
-
- private:
-  void add(std::string line) {
-    lines.push_back(std::move(line));
-    onLine();
-  }
-};
 
 /// Writes down what a central manager reports.
 class CentralListener final : public platform::CBCentralManagerDelegate {
