@@ -201,7 +201,9 @@ TEST(Scan, HearsOnlyWhatItsLimitsLetThrough) {
       {{"--address", "C0:D7:0D:00:00:02", "--address", "c0:d7:0d:00:00:05"}, "02 05 "},
       {{"--min-rssi", "20"}, ""},
       {{"--company", "0xFFFF"}, ""},
-      {{"--address", "C0:D7:0D:00:00:02", "--max-beacons", "1"}, "02 "}};
+      {{"--address", "C0:D7:0D:00:00:02", "--max-beacons", "1"}, "02 "},
+      {{"--uuid", "A002", "--max-beacons", "1"}, "02 "},
+      {{"--uuid", "A000", "--max-beacons", "1"}, "00 "}};
   for (const auto& [options, heard] : cases)
     EXPECT_EQ(sensorsHeard(source, options), heard) << testing::PrintToString(options);
   for (const std::string option : {"--max-beacons", "--new-per-minute"}) {

@@ -84,9 +84,7 @@ void addServices(CLI::App& command, SearchOptions& options) {
       options.heard.services.push_back(*uuid);
     }
     options.uuid.reset();
-    if (texts.size() > 1) return;
-    options.uuid = texts.front();  // for one the library itself can be asked
-    options.heard.services.clear();
+    if (texts.size() == 1) options.uuid = texts.front();  // for one the library itself can be asked
   });
 }
 

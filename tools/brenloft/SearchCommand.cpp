@@ -295,6 +295,8 @@ class Search {
     if (options_.mode == SearchOptions::Mode::iBeacons)
       heard.iBeacons = {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major,
                         options_.minor};
+    // The library asks for one service itself, but what it leaves out must not count as a beacon.
+    if (options_.uuid && heard.mostBeacons == 0 && heard.newPerMinute == 0) heard.services.clear();
     if (heard == ReportChoice{}) return;
     filter_ = std::make_shared<ReportFilter>(
         std::move(heard), [this] { return source_.loop->dispatch()->now(); },
