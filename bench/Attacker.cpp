@@ -49,6 +49,7 @@ class Air {
     octets_[1] = std::byte{0x05};
     octets_[6] = std::byte{23};
     octets_[7] = std::byte{0xFF};
+    for (std::size_t i = kFrame + 13; i < kFrame + 19; ++i) octets_[i] = std::byte{0x87};  // long texts
     report_.address.isRandom = true;
     report_.rssi = -60;
     report_.data = octets_;

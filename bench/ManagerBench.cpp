@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "BrenloftSDK/BRLContextManager.h"
+#include "bench/Seconds.h"
 #include "bench/SmallRun.h"
 #include "platform/bluetooth/RadioService.h"
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
@@ -22,12 +24,16 @@
 // number of known beacons. The manager lives to the end of its process, so each run is a child of its own.
 //
 //   bench_manager                    all figures
-//   bench_manager --replay=1000      one run in this process, for callgrind
+//   bench_manager known BEACONS      the processor time of an advertisement of so many beacons that are
+//   known, bench_manager new BEACONS        of one of each, none of which is known, bench_manager ranged
+//   BEACONS     and of one in a ranging report of so many; callgrind dumps its count
 
 namespace {
 
 using brenloft::bench::inSmallRun;
 using brenloft::bench::isSmallRun;
+using brenloft::bench::Seconds;
+using brenloft::bench::secondsOf;
 using platform::BluetoothAddress;
 using platform::CBUUID;
 using platform::Platform;
@@ -36,12 +42,12 @@ using std::chrono::microseconds;
 const int kAdvertisements = isSmallRun() ? 20'000 : 200'000;
 constexpr microseconds kInterval{125};  // 8,000 a second: a legacy radio's full air
 
-std::string writeCapture(int beacons) {
+std::string writeCapture(int beacons, int advertisements) {
   const std::string path =
       (std::filesystem::temp_directory_path() / ("manager-bench-" + std::to_string(getpid()))).string();
   const auto writer = *platform::BtsnoopWriter::create(path);
   platform::Date time = platform::dateWithTimeIntervalSince1970(1'767'225'600);
-  for (int i = 0; i < kAdvertisements; ++i, time += kInterval) {
+  for (int i = 0; i < advertisements; ++i, time += kInterval) {
     const int beacon = i % beacons;
     BluetoothAddress address{.octets = {0xC0, 0, 0, static_cast<uint8_t>(beacon >> 16),
                                         static_cast<uint8_t>(beacon >> 8), static_cast<uint8_t>(beacon)}};
@@ -59,39 +65,42 @@ class Counter final : public BRLDelegateOf<Counter> {
  public:
   int bytes = 0;
   int beacons = 0;
+  int stopAt = 0;  ///< beacons
+  std::function<void()> stop;
   void contextManager_forBeacon(BRLContextManager&,
                                 const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
-    if (beacon->status() == kBRLPresent) ++beacons;
+    if (beacon->status() == kBRLPresent && ++beacons == stopAt) stop();
   }
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>&) override { ++bytes; }
 };
 
-// Seconds for one replay.
-double replay(const std::string& path) {
+// One replay, but for the first advertisements.
+Seconds replay(const std::string& path, int advertisements, int first = 0) {
   platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
   Platform services = simulated.services();
-  const auto source = *platform::CaptureSource::make(
-      {.path = path, .onEnd = [&] { simulated.clock().stop(); }}, services.dispatch);
+  const auto stop = [&] { simulated.clock().stop(); };
+  const auto source = *platform::CaptureSource::make({.path = path, .onEnd = stop}, services.dispatch);
   services.bluetooth = platform::RadioService::make(source, services.dispatch);
   Platform::install(services);
   Counter counter;
+  counter.stopAt = first;
+  counter.stop = stop;
   BRLContextManager::Class::setDelegate(&counter);
   BRLContextManager::Class::setBeaconType(1);
-  const auto begin = std::chrono::steady_clock::now();
   BRLContextManager::Class::startLeScan();
-  simulated.clock().runUntilIdle();
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-  if (counter.beacons != kAdvertisements || counter.bytes != kAdvertisements) {
-    std::fprintf(stderr, "%d of %d advertisements arrived\n", counter.beacons, kAdvertisements);
+  if (first > 0) simulated.clock().runUntilIdle();
+  const Seconds taken = secondsOf("replay", [&] { simulated.clock().runUntilIdle(); });
+  if (counter.beacons != advertisements || counter.bytes != advertisements) {
+    std::fprintf(stderr, "%d of %d advertisements arrived\n", counter.beacons, advertisements);
     std::exit(1);
   }
-  return taken.count();
+  return taken;
 }
 
 const int kRangingReports = isSmallRun() ? 20 : 200;
 
-// Seconds for the ranging reports of so many beacons, each of which has a record.
-double range(int beacons) {
+// Ranging reports of so many beacons, each of which has a record.
+Seconds range(int beacons, int reports) {
   using Delivery = platform::ScriptedLocationService::Delivery;
   platform::SimulatedPlatform simulated({.location = platform::SimulatedPlatformOptions::Location::scripted});
   simulated.install();
@@ -101,21 +110,21 @@ double range(int beacons) {
   BRLContextManager::Class::setBeaconGroupType(2);
   simulated.clock().runDue();
   std::vector<platform::CLBeacon> report;
-  for (int i = 0; i < beacons; ++i) report.push_back({{}, 1, static_cast<uint16_t>(i), -60});
-  simulated.scriptedLocation().ranged(report, nullptr, Delivery::callingThread);
-  const auto begin = std::chrono::steady_clock::now();
-  for (int i = 0; i < kRangingReports; ++i) {
-    simulated.scriptedLocation().ranged(report, nullptr, Delivery::callingThread);
-  }
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  for (int i = 0; i < beacons; ++i)
+    report.push_back({{}, static_cast<uint16_t>(i >> 16), static_cast<uint16_t>(i), -60});
+  const auto deliver = [&] { simulated.scriptedLocation().ranged(report, nullptr, Delivery::callingThread); };
+  deliver();
+  return secondsOf("range", [&] {
+    for (int i = 0; i < reports; ++i) deliver();
+  });
 }
 
-double inChild(const std::function<double()>& run) {
-  if (isSmallRun()) return run();  // it is the only one of its process
+double inChild(const std::function<Seconds()>& run) {
+  if (isSmallRun()) return run().wall;  // it is the only one of its process
   int channel[2];
   if (pipe(channel) != 0) std::abort();
   if (fork() == 0) {
-    const double seconds = run();
+    const double seconds = run().wall;
     _exit(write(channel[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
   }
   close(channel[1]);
@@ -127,9 +136,9 @@ double inChild(const std::function<double()>& run) {
 }
 
 void advertisementsToDelegate(benchmark::State& state) {
-  const std::string path = writeCapture(static_cast<int>(state.range(0)));
+  const std::string path = writeCapture(static_cast<int>(state.range(0)), kAdvertisements);
   for (auto _ : state) {
-    const double seconds = inChild([&] { return replay(path); });
+    const double seconds = inChild([&] { return replay(path, kAdvertisements); });
     if (seconds == 0) state.SkipWithError("the replay failed");
     state.SetIterationTime(seconds);
   }
@@ -140,7 +149,7 @@ void advertisementsToDelegate(benchmark::State& state) {
 void rangingReports(benchmark::State& state) {
   const int beacons = static_cast<int>(state.range(0));
   for (auto _ : state) {
-    const double seconds = inChild([&] { return range(beacons); });
+    const double seconds = inChild([&] { return range(beacons, kRangingReports); });
     if (seconds == 0) state.SkipWithError("the child failed");
     state.SetIterationTime(seconds);
   }
@@ -158,15 +167,30 @@ BENCHMARK(advertisementsToDelegate)
     ->UseManualTime();
 BENCHMARK(rangingReports)->Apply(inSmallRun<1>)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();
 
+// Nanoseconds of the processor for each, and how many there were.
+void measure(const std::string& what, int beacons) {
+  Seconds taken;
+  int count = 20'000;
+  if (what == "ranged") {
+    const int reports = std::max(3, count / beacons);
+    count = reports * beacons;
+    taken = range(beacons, reports);
+  } else {
+    // A beacon is known when it was heard twice.
+    const int first = what == "known" ? 2 * beacons : 0;
+    if (what == "new") count = beacons;
+    const std::string path = writeCapture(beacons, first + count);
+    taken = replay(path, first + count, first);
+    std::filesystem::remove(path);
+  }
+  std::printf("%d %.1f\n", count, taken.processor * 1e9 / count);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  constexpr std::string_view kReplay = "--replay=";
-  if (argc == 2 && std::string_view(argv[1]).starts_with(kReplay)) {
-    const int beacons = std::atoi(argv[1] + kReplay.size());
-    const std::string path = writeCapture(beacons);
-    std::printf("%d advertisements, %d beacons: %.3f s\n", kAdvertisements, beacons, replay(path));
-    std::filesystem::remove(path);
+  if (argc == 3) {
+    measure(argv[1], std::atoi(argv[2]));
     return 0;
   }
   benchmark::Initialize(&argc, argv);

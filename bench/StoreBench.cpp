@@ -142,9 +142,10 @@ void compareLogging(const std::filesystem::path& bareFile) {
         }));
   }
   const double rows = kRounds * kRowsPerRound;
-  std::printf("logged %.0f rows/s, bare %.0f rows/s, ratio %.2f (of processor time %.2f)\n",
+  std::printf("logged %.0f rows/s, bare %.0f rows/s, ratio %.2f (of processor time %.2f: %.2f and %.2f us)\n",
               rows / logged.wall, rows / inserted.wall, inserted.wall / logged.wall,
-              inserted.processor / logged.processor);
+              inserted.processor / logged.processor, logged.processor * 1e6 / rows,
+              inserted.processor * 1e6 / rows);
 }
 
 void readBack(const std::filesystem::path& file, long rows) {
