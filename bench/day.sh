@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# What an attacker costs who sends 8,000 advertisements a second, each with an address, a service UUID and 22 octets of
-# its own, or as emergencies of one known beacon: without options, and with those that hold it. Each search hears a part
-# of a day as fast as it can, once a tenth of that part and once the whole, so that growth is told from what is there in
-# any case. The day is worked out from both: what is measured is in the left columns, what is worked out in the right.
+# What an attacker costs who sends 8,000 advertisements a second: each with an address, a service UUID and 22 octets of
+# its own (new), or as an emergency of one known beacon (spoofed). Each search hears a part of a day as fast as it can,
+# first a tenth of that part, then the whole, so that growth shows. On the left is what was measured, on the right the
+# day that follows from it.
 #
-#   bench/day.sh BUILD [MINUTES]   BUILD: the bench preset's folder; MINUTES: the longest part (default 60; 1440 is the whole day)
+#   bench/day.sh BUILD [MINUTES]   BUILD: the bench preset's folder; MINUTES: the longest part, of 1440 (default 60)
 set -euo pipefail
 attacker=$(realpath "$1")/bench/attacker tool=$(realpath "$1")/tools/brenloft/brenloft
 most=${2:-60}
