@@ -29,10 +29,9 @@ broker() { start broker mosquitto -c "$work/broker.conf"; }
 collect() { start "$1" /usr/bin/python3 "$collector/collector.py" --port "$port" --database "dbname=fleet" --id "$1"; }
 # Seconds of processor and the most memory in MB.
 used() {
-  local ticks peak
-  read -r ticks < <(awk '{print $14 + $15}' "/proc/${pids[$1]}/stat")
-  peak=$(awk '/VmHWM/ {print $2 / 1024}' "/proc/${pids[$1]}/status")
-  echo "$1: $(echo "scale=1; $ticks / 100" | bc) s of processor, $peak MB"
+  awk -v name="$1" 'FNR == NR { seconds = ($14 + $15) / 100; next }
+    /VmHWM/ { printf "%s: %.1f s of processor, %.0f MB\n", name, seconds, $2 / 1024 }' \
+    "/proc/${pids[$1]}/stat" "/proc/${pids[$1]}/status"
 }
 query() { psql -qAt -c "$1"; }
 
