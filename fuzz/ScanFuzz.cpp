@@ -22,12 +22,21 @@
 #include "gateway/history/HistoryMaintenance.h"
 #include "tools/brenloft/Commands.h"
 
-// The counters of the coverage, which the compiler places in one section. Under their own names they would
-// take the place of those that the compiler declares in this very file.
+namespace {
+/// The counters of what was covered.
+constinit std::span<uint8_t> counters;
+}  // namespace
+
+// Looks on where the compiler's code tells the fuzzer of its counters. The linker puts it in between.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
-[[gnu::visibility("hidden")]] extern uint8_t countersBegin[] __asm__("__start___sancov_cntrs");
-[[gnu::visibility("hidden")]] extern uint8_t countersEnd[] __asm__("__stop___sancov_cntrs");
+void __real___sanitizer_cov_8bit_counters_init(uint8_t* begin, uint8_t* end);
+void __wrap___sanitizer_cov_8bit_counters_init(uint8_t* begin, uint8_t* end) {
+  counters = {begin, end};
+  __real___sanitizer_cov_8bit_counters_init(begin, end);
 }
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 // A process for each input must begin fast: little is kept of where memory was taken.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
@@ -85,17 +94,15 @@ class SharedCoverage {
  public:
   SharedCoverage() {
     void* const shared =
-        ::mmap(nullptr, own().size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        ::mmap(nullptr, counters.size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) std::abort();
-    shared_ = {static_cast<uint8_t*>(shared), own().size()};
+    shared_ = {static_cast<uint8_t*>(shared), counters.size()};
   }
 
-  void hand() const { std::ranges::copy(own(), shared_.begin()); }
-  void take() const { std::ranges::copy(shared_, own().begin()); }
+  void hand() const { std::ranges::copy(counters, shared_.begin()); }
+  void take() const { std::ranges::copy(shared_, counters.begin()); }
 
  private:
-  static std::span<uint8_t> own() { return {countersBegin, countersEnd}; }
-
   std::span<uint8_t> shared_;
 };
 
