@@ -33,14 +33,16 @@ leg() {
   shift 2
   echo "$(heard "$kind" $((minutes * 6)) "$@") $(heard "$kind" $((minutes * 60)) "$@")" | awk -v kind="$kind" \
     -v options="$*" -v minutes="$minutes" '{
-      parts = 1440 / minutes
-      grown = ($6 - $2) / 0.9; if (grown < 1) grown = 0
-      printf "| %s | %s | %d min | %.1f s, %.2f µs | %.0f, %.0f MB | %d | %d MB | %.0f %% of a core | %.1f GB | %.1f GB |\n",
-        kind, options == "" ? "none" : options, minutes, $5, $5 * 1e6 / (minutes * 480000), $2, $6, $7, $8,
-        $5 / minutes / 60 * 100, ($2 + grown * parts) / 1024, $8 * parts / 1024 }'
+      all = minutes * 480000
+      # What grew in the last nine tenths goes on; less than a MB is none.
+      memory = $6 - $2 < 1 ? 0 : ($6 - $2) / 0.9 / minutes
+      disk = ($8 - $4) / 0.9 / minutes
+      printf "| %s | %s | %d min | %.2f µs | %.0f, %.0f MB | %d | %d MB | %.0f s | %.1f GB | %.1f GB |\n",
+        kind, options == "" ? "none" : "`" options "`", minutes, $5 * 1e6 / all, $2, $6, $7, $8,
+        $5 / minutes * 1440, ($2 + memory * 1440) / 1024, ($4 + disk * 1440) / 1024 }'
 }
 
-echo "| sent | options | heard | processor, for each | memory after a tenth and all | rows | log | a day: processor | memory | disk |"
+echo "| sent | options | heard | processor for each | memory after a tenth, and all | rows | log | a day: processor | memory | log |"
 echo "| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |"
 leg new 10
 leg new 2 --log

@@ -12,6 +12,7 @@ build=$(realpath "$1")
 programs=$build/bench tool=$build/tools/brenloft/brenloft
 mkdir -p "$2"
 cd "$2" || exit 1
+rm -f apt-update.log  # once for all that is missing
 tell() { echo "$*" >&2; }
 
 # have PROGRAM PACKAGE
@@ -19,6 +20,7 @@ have() {
   command -v "$1" >/dev/null && return
   local as_root=()
   if ((EUID)); then as_root=(sudo -n); fi
+  [[ -f apt-update.log ]] || "${as_root[@]}" apt-get -q update >apt-update.log 2>&1
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y --no-install-recommends install "$2" >"$2.log" 2>&1 && return
   tell "$1 cannot be had here (Debian's $2): left out"
   return 1
