@@ -40,7 +40,7 @@ count() {
   local program
   for program in "$programs"/bench_*; do
     [[ -f $program && -x $program ]] || continue
-    if ldd "$program" | grep -q libbenchmark; then
+    if [[ $(ldd "$program") == *libbenchmark* ]]; then
       count_benchmarks "$program" || return 1
     else
       count_named "$program" || return 1
