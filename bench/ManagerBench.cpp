@@ -189,7 +189,7 @@ void measure(const std::string& what, int beacons) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3) {
+  if (argc == 3 && *argv[1] != '-') {
     measure(argv[1], std::atoi(argv[2]));
     return 0;
   }

@@ -20,8 +20,9 @@ counted() {
 
 # What runs on several threads has no count of its own and is left out by its name.
 count_benchmarks() {
-  local name
-  for name in $("$1" --benchmark_list_tests --benchmark_filter=-OnRealTime); do
+  local name names
+  names=$("$1" --benchmark_list_tests --benchmark_filter=-OnRealTime) || return 1
+  for name in $names; do
     counted "$1" --benchmark_filter="^$name\$" || return 1
     echo "${1##*/} ${name%/iterations*} $(awk '/^totals:/ { print $2 }' "$folder/count.1")"
   done
