@@ -7,6 +7,7 @@
 #include <string_view>
 #include <variant>
 
+#include "gateway/AlarmFacts.h"
 #include "gateway/BeaconId.h"
 #include "platform/foundation/Date.h"
 
@@ -67,6 +68,7 @@ struct BeaconEvent {
   Kind kind;
   std::string text{};
   uint64_t count = 0;
+  std::optional<AlarmFacts> alarm{};  ///< of an alarm whose rule is known
 };
 
 /// "found", "lost", "emergency", "emergency_over", "alarm_raised", "alarm_cleared", "radio", "gap".

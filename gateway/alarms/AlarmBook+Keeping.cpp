@@ -10,7 +10,6 @@ namespace brenloft {
 namespace {
 
 using Phase = RuleState::Phase;
-using AlarmQuantity = AlarmRule::Quantity;
 
 // The owner of a state is this and the rule's name; other rooms keep states of their own.
 constexpr std::string_view kAlarmOwner = "alarm:";

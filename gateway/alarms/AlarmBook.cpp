@@ -11,7 +11,6 @@ namespace brenloft {
 namespace {
 
 using Phase = RuleState::Phase;
-using AlarmQuantity = AlarmRule::Quantity;
 
 std::optional<int32_t> valueOf(AlarmQuantity quantity, const Reading& reading) {
   const Quantities& shown = reading.shown;
@@ -33,6 +32,16 @@ std::optional<int32_t> valueOf(AlarmQuantity quantity, const Reading& reading) {
       return 0;  // that it was heard is enough
   }
   return std::nullopt;
+}
+
+// `beyond`: the last value on the wrong side of it.
+std::optional<int32_t> thresholdOf(const AlarmRule& rule, std::optional<int32_t> beyond) {
+  if (rule.quantity == AlarmQuantity::emergency) return std::nullopt;
+  if (rule.quantity == AlarmQuantity::silence)
+    return static_cast<int32_t>(std::chrono::duration_cast<std::chrono::seconds>(rule.hold).count());
+  const bool isAbove =
+      rule.above && (!rule.below || (beyond && *beyond - *rule.above > *rule.below - *beyond));
+  return isAbove ? rule.above : rule.below;
 }
 
 }  // namespace
@@ -171,23 +180,26 @@ void AlarmBook::apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t>
   RuleStep result = step(rule, slot.state, value, listened());
   const bool isChanged =
       result.state.phase != slot.state.phase || result.state.raisedAt != slot.state.raisedAt;
-  slot.state = result.state;
+  const RuleState before = std::exchange(slot.state, result.state);
   if (isChanged) slot.since = now;
   for (const RuleEvent& event : result.events) {
     const auto late = std::chrono::duration_cast<std::chrono::microseconds>(listened() - event.at);
-    report(beacon, slot, event, now - late);
+    report(beacon, slot, event, event.isRaised ? event.value : before.value, now - late);
   }
   if (isChanged && result.events.empty()) handlers_.onState(stateOf(beacon, slot));
   if (const auto due = nextDeadline(rule, slot.state)) awaitUntil(*due);
 }
 
-void AlarmBook::report(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at) {
+void AlarmBook::report(const BeaconId& beacon, Slot& slot, const RuleEvent& event,
+                       std::optional<int32_t> beyond, platform::Date at) {
   const AlarmRule& rule = ruleOf(slot);
   slot.since = at;
   if (event.isRaised) slot.raisedOn = at;
   if (!rule.exec.empty()) slot.untold += event.isRaised ? 'r' : 'c';
   const auto kind = event.isRaised ? BeaconEvent::Kind::alarmRaised : BeaconEvent::Kind::alarmCleared;
-  handlers_.onEvent({.beacon = beacon, .heard = at, .kind = kind, .text = rule.name}, stateOf(beacon, slot));
+  const AlarmFacts facts{rule.severity, rule.quantity, event.value, thresholdOf(rule, beyond), rule.text};
+  handlers_.onEvent({.beacon = beacon, .heard = at, .kind = kind, .text = rule.name, .alarm = facts},
+                    stateOf(beacon, slot));
   if (!rule.exec.empty()) handlers_.onNotice({rule, beacon, event.isRaised, at, event.value});
 }
 

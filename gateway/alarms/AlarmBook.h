@@ -70,6 +70,8 @@ class AlarmBook {
   void radio(bool isListening);
   /// Alarms keep their state by the name of their rule.
   void setSettings(std::shared_ptr<const Settings> settings);
+  /// What only this process knows: how long what is pending has lasted. Call it at the end.
+  void keepPending();
   /// The oldest notice of this rule and beacon has been dealt with.
   void notified(const std::string& rule, const BeaconId& beacon);
 
@@ -106,7 +108,8 @@ class AlarmBook {
   void beginSilences();
   void judge(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
   void apply(const BeaconId& beacon, Slot& slot, std::optional<int32_t> value, platform::Date now);
-  void report(const BeaconId& beacon, Slot& slot, const RuleEvent& event, platform::Date at);
+  void report(const BeaconId& beacon, Slot& slot, const RuleEvent& event, std::optional<int32_t> beyond,
+              platform::Date at);
   void awaitUntil(ListenedTime due);
   void awaitEarliest();
   void timeIsUp();
@@ -114,7 +117,6 @@ class AlarmBook {
   // What outlives the process and its settings.
   KeptState stateOf(const BeaconId& beacon, const Slot& slot) const;
   void restoreSlot(const BeaconId& beacon, std::size_t rule, const KeptState& state, const AlarmsKept& kept);
-  void keepPending();
   void clearWithoutRule(const KeptState& state, const BeaconId& beacon);
   Slots adopted(const BeaconId& beacon, const Slots& slots, const Settings& before);
 

@@ -9,9 +9,9 @@
 
 #include <fmt/format.h>
 
+#include "gateway/AlarmFacts.h"
 #include "gateway/alarms/Command.h"
 #include "gateway/alarms/ProcessEnds.h"
-#include "gateway/configuration/AlarmTexts.h"
 #include "platform/foundation/NSDateFormatter.h"
 
 namespace brenloft {

@@ -6,14 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "gateway/AlarmFacts.h"
 #include "gateway/BeaconId.h"
 
 namespace brenloft {
 
 /// When an alarm is raised, for whom, and who is told. A value, as one `[[alarm]]` gives it.
 struct AlarmRule {
-  enum class Quantity : uint8_t { temperature, humidity, dewPoint, battery, rssi, emergency, silence };
-  enum class Severity : uint8_t { info, warning, critical };
+  using Quantity = AlarmQuantity;
+  using Severity = AlarmSeverity;
 
   std::string name;  ///< what tells it from the others, also after a change and a restart
 

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "gateway/Texts.h"
+
 namespace brenloft {
 
 LiveSettings::LiveSettings(SettingsReader reader, std::shared_ptr<const Settings> first)
@@ -24,8 +26,9 @@ LiveSettings::Reload LiveSettings::reload() {
   const std::scoped_lock lock(mutex_);
   if (*outcome.settings == *current_) return {.lines = {"the settings are the same as before"}};
   Reload reload{.settings = outcome.settings};
-  reload.lines.push_back(fmt::format("settings read again: {} beacons, {} alarms",
-                                     outcome.settings->beacons.size(), outcome.settings->alarms.size()));
+  reload.lines.push_back(fmt::format("settings read again: {}, {}",
+                                     counted(outcome.settings->beacons.size(), "beacon"),
+                                     counted(outcome.settings->alarms.size(), "alarm")));
   if (outcome.settings->options != current_->options)
     reload.lines.emplace_back("options of commands are as at the start until the next one");
   current_ = outcome.settings;

@@ -1,5 +1,6 @@
 #include "gateway/formats/LineProtocol.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iterator>
 #include <optional>
@@ -44,12 +45,16 @@ class Fields {
   void hundredths(std::string_view key, std::optional<int32_t> value) {
     if (value) appendHundredths(begin(key), *value);
   }
+  void value(std::string_view key, AlarmQuantity quantity, std::optional<int32_t> value) {
+    if (value) begin(key) += valueText(quantity, *value);
+  }
   void integer(std::string_view key, std::optional<int64_t> value) {
     if (!value) return;
     appendNumber(begin(key), *value);
     line_ += 'i';
   }
   void text(std::string_view key, std::string_view value) {
+    if (value.empty()) return;
     begin(key) += '"';
     for (const char c : value) {
       if (c == '"' || c == '\\') line_ += '\\';
@@ -87,7 +92,16 @@ void appendFields(Fields& fields, const Reading& reading) {
 
 void appendFields(Fields& fields, const BeaconEvent& event) {
   fields.text("text", event.text);
-  if (event.count != 0) fields.integer("count", static_cast<int64_t>(event.count));
+  if (event.alarm) {
+    fields.text("severity", textOf(event.alarm->severity));
+    fields.text("quantity", textOf(event.alarm->quantity));
+    fields.value("value", event.alarm->quantity, event.alarm->value);
+    fields.value("threshold", event.alarm->quantity, event.alarm->threshold);
+    fields.text("alarm_text", event.alarm->text);
+  }
+  // A line has one field at least: one event.
+  if (event.count != 0 || fields.areNone())
+    fields.integer("count", std::max<int64_t>(static_cast<int64_t>(event.count), 1));
 }
 
 }  // namespace

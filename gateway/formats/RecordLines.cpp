@@ -66,8 +66,28 @@ void writeMembers(JSONWriter& json, const Reading& reading) {
   writeRaw(json, reading);
 }
 
+void writeValue(JSONWriter& json, std::string_view key, AlarmQuantity quantity,
+                std::optional<int32_t> value) {
+  json.plainKey(key);
+  if (value)
+    json.raw(valueText(quantity, *value));
+  else
+    json.null();
+}
+
+void writeAlarm(JSONWriter& json, const AlarmFacts& alarm) {
+  json.plainKey("alarm").beginObject();
+  write(json, "severity", textOf(alarm.severity));
+  write(json, "quantity", textOf(alarm.quantity));
+  writeValue(json, "value", alarm.quantity, alarm.value);
+  writeValue(json, "threshold", alarm.quantity, alarm.threshold);
+  write(json, "text", alarm.text);
+  json.endObject();
+}
+
 void writeMembers(JSONWriter& json, const BeaconEvent& event) {
   write(json, "text", event.text);
+  if (event.alarm) writeAlarm(json, *event.alarm);
   if (event.kind == BeaconEvent::Kind::gap) json.plainKey("count").number(event.count);
 }
 

@@ -53,7 +53,12 @@ CREATE TABLE event (
   beacon INTEGER,
   heard INTEGER NOT NULL,
   text TEXT,
-  count INTEGER
+  count INTEGER,
+  severity INTEGER,
+  quantity INTEGER,
+  value INTEGER,
+  threshold INTEGER,
+  alarm_text TEXT
 );
 CREATE TABLE round (
   last_seq INTEGER PRIMARY KEY,
@@ -97,7 +102,13 @@ CREATE VIEW events AS SELECT
     WHEN 7 THEN 'radio' WHEN 8 THEN 'gap' ELSE event.kind END AS event,
   name AS beacon,
   text,
-  count
+  count,
+  CASE severity WHEN 0 THEN 'info' WHEN 1 THEN 'warning' WHEN 2 THEN 'critical' END AS severity,
+  CASE quantity WHEN 0 THEN 'temperature' WHEN 1 THEN 'humidity' WHEN 2 THEN 'dew-point' WHEN 3 THEN 'battery'
+    WHEN 4 THEN 'rssi' WHEN 5 THEN 'emergency' WHEN 6 THEN 'silent' END AS quantity,
+  CASE WHEN quantity <= 2 THEN value / 100.0 ELSE value END AS value,
+  CASE WHEN quantity <= 2 THEN threshold / 100.0 ELSE threshold END AS threshold,
+  alarm_text
 FROM event LEFT JOIN beacon ON beacon.id = event.beacon;
 )";
 

@@ -20,6 +20,10 @@ StoredView viewOf(const std::optional<int32_t>& value) {
   return value ? StoredView(int64_t{*value}) : StoredView();
 }
 
+StoredView viewOf(const std::string& text) {
+  return text.empty() ? StoredView() : StoredView(std::string_view(text));
+}
+
 std::optional<int32_t> shown(const std::optional<int32_t>& raw, int32_t offset) {
   return raw ? std::optional(*raw + offset) : std::nullopt;
 }
@@ -27,6 +31,16 @@ std::optional<int32_t> shown(const std::optional<int32_t>& raw, int32_t offset) 
 void bindAll(SQLiteStatement& statement, std::initializer_list<StoredView> values, int first = 1) {
   int parameter = first;
   for (const auto& value : values) statement.bind(parameter++, value);
+}
+
+constexpr int kAlarmParameter = 7;  // of an event's insertion
+
+void bindAlarm(SQLiteStatement& insertion, const std::optional<AlarmFacts>& alarm) {
+  if (!alarm) return bindAll(insertion, {{}, {}, {}, {}, {}}, kAlarmParameter);
+  bindAll(insertion,
+          {static_cast<int64_t>(alarm->severity), static_cast<int64_t>(alarm->quantity), viewOf(alarm->value),
+           viewOf(alarm->threshold), viewOf(alarm->text)},
+          kAlarmParameter);
 }
 
 // Subjects outlive a store, and must not take another one's rows for theirs.
@@ -44,7 +58,7 @@ HistoryStore::HistoryStore(const std::filesystem::path& file, const HistoryOptio
       appendReading_(
           database_.prepare("INSERT INTO reading (source, heard, rssi, temperature, humidity, x, y, z) "
                             "VALUES (?, ?, ?, ?, ?, ?, ?, ?)")),
-      insertEvent_(database_.prepare("INSERT INTO event VALUES (?, ?, ?, ?, ?, ?)")) {
+      insertEvent_(database_.prepare("INSERT INTO event VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")) {
   load();
 }
 
@@ -111,6 +125,10 @@ void HistoryStore::write(std::span<NewRecord> records) {
   });
   platform::requireInPlace(database_);
   isLoaded_ = true;
+}
+
+bool HistoryStore::isEmpty() {
+  return database_.integer("SELECT EXISTS (SELECT 1 FROM reading) OR EXISTS (SELECT 1 FROM event)") == 0;
 }
 
 int64_t HistoryStore::takeSeq() {
@@ -206,9 +224,9 @@ void HistoryStore::add(const std::unique_ptr<NewEvent>& added) {
     }
     const int64_t heard = ticksOf(event.heard);
     widenTail(heard);
-    bindAll(insertEvent_, {seq, static_cast<int64_t>(event.kind), beacon, heard,
-                           event.text.empty() ? StoredView() : StoredView(std::string_view(event.text)),
+    bindAll(insertEvent_, {seq, static_cast<int64_t>(event.kind), beacon, heard, viewOf(event.text),
                            event.count == 0 ? StoredView() : StoredView(static_cast<int64_t>(event.count))});
+    bindAlarm(insertEvent_, event.alarm);
     insertEvent_.run();
   }
   if (added->state) keep(*added->state);

@@ -100,6 +100,7 @@ class HistoryStore {
 
   /// One transaction.
   void write(std::span<NewRecord> records);
+  bool isEmpty();
   /// Deletes some of the rows that are to go; false when there are no more. A time later than `now` is one of
   /// a wrong clock: such a row goes with the next good one.
   bool pruneStep(const PruneGoal& goal, platform::Date now);

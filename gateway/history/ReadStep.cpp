@@ -32,6 +32,14 @@ BeaconId beaconFrom(int64_t kind, const std::string& name) {
   return BeaconId::sensor(name);
 }
 
+std::optional<AlarmFacts> alarmAt(const SQLiteStatement& statement, int column) {
+  if (!numberAt(statement, column)) return std::nullopt;
+  return AlarmFacts{static_cast<AlarmSeverity>(statement.integerAt(column)),
+                    static_cast<AlarmQuantity>(statement.integerAt(column + 1)),
+                    numberAt(statement, column + 2), numberAt(statement, column + 3),
+                    statement.textAt(column + 4)};
+}
+
 }  // namespace
 
 void ReadStep::at(const std::function<void(SQLiteDatabase&)>& read) {
@@ -116,6 +124,7 @@ HistoryRow ReadStep::eventAt(const SQLiteStatement& statement) const {
                     .text = statement.textAt(4),
                     .count = static_cast<uint64_t>(statement.integerAt(5))};
   if (const int64_t id = statement.integerAt(2); id != 0) event.beacon = beacon(id);
+  event.alarm = alarmAt(statement, 6);
   return {statement.integerAt(0), std::move(event)};
 }
 

@@ -35,7 +35,8 @@ class ReadStep {
   /// The columns of a reading for `readingAt`, from 0 on.
   static constexpr const char* kReadingColumns = "seq, source, heard, rssi, temperature, humidity, x, y, z";
   HistoryRow readingAt(const platform::SQLiteStatement& statement) const;
-  static constexpr const char* kEventColumns = "seq, kind, beacon, heard, text, count";
+  static constexpr const char* kEventColumns =
+      "seq, kind, beacon, heard, text, count, severity, quantity, value, threshold, alarm_text";
   HistoryRow eventAt(const platform::SQLiteStatement& statement) const;
 
  private:

@@ -77,6 +77,7 @@ class AlarmsWorld {
   bool isLate = false;               // an event was told after its instant
   std::vector<std::string> events;   // "20 raised NAME"
   std::vector<std::string> notices;  // the same
+  std::vector<AlarmFacts> facts;     // of the events
 
   static BeaconId idOf(const std::string& name) {
     return *BeaconId::fromText(name == "fridge" ? "C0-C1-5C-00-00-01"
@@ -113,6 +114,7 @@ class AlarmsWorld {
                   const bool isRaised = event.kind == BeaconEvent::Kind::alarmRaised;
                   isLate = isLate || event.heard != dispatch_->date();
                   events.push_back(when(event.heard) + (isRaised ? " raised " : " cleared ") + event.text);
+                  facts.push_back(event.alarm.value_or(AlarmFacts{}));
                   keep(state);
                 },
             .onState = keep,
@@ -208,6 +210,18 @@ TEST(AlarmsTest, AreRaisedAndClearedAtTheirInstants) {
     EXPECT_EQ(world.events, series.events) << series.rule << testing::PrintToString(series.lines);
     EXPECT_FALSE(world.isLate) << series.rule << testing::PrintToString(series.lines);
   }
+}
+
+TEST(AlarmsTest, SayWhatTheRuleSaysAndWhichLimitWasPassed) {
+  AlarmsWorld world(kWarm + "below = 2\nseverity = \"critical\"\ntext = \"Shut it\"\n" + kGone);
+  world.play({"0 fridge temperature 8.5", "1 fridge temperature 5", "2 fridge temperature 1.5",
+              "3 fridge temperature 9", "4 fridge temperature 8"});
+  const auto warm = [](int value, int threshold) {
+    return AlarmFacts{AlarmSeverity::critical, AlarmQuantity::temperature, value, threshold, "Shut it"};
+  };
+  EXPECT_THAT(world.facts, ElementsAre(warm(850, 800), warm(500, 800), warm(150, 200), warm(800, 800)));
+  world.play({"200 end"});
+  EXPECT_EQ(world.facts.back(), (AlarmFacts{.quantity = AlarmQuantity::silence, .threshold = 100}));
 }
 
 TEST(AlarmsTest, AreTheSameWhereverTheProgramIsKilledAndStartedAgain) {

@@ -62,12 +62,35 @@ std::vector<Case> cases() {
        {},
        R"({"time":"2026-11-21T10:00:00.123456Z","event":"emergency_over","id":"C0-C1-5C-00-00-01",)"
        R"("name":null,"place":null,"text":null})",
-       R"(event,kind=emergency_over,id=C0-C1-5C-00-00-01 text="" 1795255200123456000)"},
+       R"(event,kind=emergency_over,id=C0-C1-5C-00-00-01 count=1i 1795255200123456000)"},
       {BeaconEvent{.beacon = {}, .heard = kHeard, .kind = Kind::gap, .text = "no \"room\"", .count = 7},
        {},
        R"({"time":"2026-11-21T10:00:00.123456Z","event":"gap","id":null,"name":null,"place":null,)"
        R"("text":"no \"room\"","count":7})",
        R"(event,kind=gap text="no \"room\"",count=7i 1795255200123456000)"},
+      {BeaconEvent{
+           .beacon = kSensor,
+           .heard = kHeard,
+           .kind = Kind::alarmRaised,
+           .text = "warm",
+           .alarm = AlarmFacts{AlarmSeverity::critical, AlarmQuantity::temperature, 825, 800, "Shut it"}},
+       {},
+       R"({"time":"2026-11-21T10:00:00.123456Z","event":"alarm_raised","id":"C0-C1-5C-00-00-01",)"
+       R"("name":null,"place":null,"text":"warm","alarm":{"severity":"critical","quantity":"temperature",)"
+       R"("value":8.25,"threshold":8.00,"text":"Shut it"}})",
+       R"(event,kind=alarm_raised,id=C0-C1-5C-00-00-01 text="warm",severity="critical",)"
+       R"(quantity="temperature",value=8.25,threshold=8.00,alarm_text="Shut it" 1795255200123456000)"},
+      {BeaconEvent{.beacon = kSensor,
+                   .heard = kHeard,
+                   .kind = Kind::alarmCleared,
+                   .text = "still",
+                   .alarm = AlarmFacts{.quantity = AlarmQuantity::silence, .threshold = 600}},
+       {},
+       R"({"time":"2026-11-21T10:00:00.123456Z","event":"alarm_cleared","id":"C0-C1-5C-00-00-01",)"
+       R"("name":null,"place":null,"text":"still","alarm":{"severity":"warning","quantity":"silent",)"
+       R"("value":null,"threshold":600,"text":null}})",
+       R"(event,kind=alarm_cleared,id=C0-C1-5C-00-00-01 text="still",severity="warning",)"
+       R"(quantity="silent",threshold=600 1795255200123456000)"},
   };
 }
 

@@ -200,7 +200,9 @@ TEST_F(HistoryTest, BatchesWhatIsRoutineAndCommitsWhatIsNotAtOnce) {
 
 TEST_F(HistoryTest, KeepsStatesWithTheirEventsAndForgetsThem) {
   auto writer = openWriter();
-  const BeaconEvent raised{.beacon = beacon(1), .heard = kNow, .kind = BeaconEvent::Kind::alarmRaised};
+  const AlarmFacts facts{AlarmSeverity::critical, AlarmQuantity::dewPoint, -25, {}, "Look"};
+  const BeaconEvent raised{
+      .beacon = beacon(1), .heard = kNow, .kind = BeaconEvent::Kind::alarmRaised, .alarm = facts};
   writer->accept(raised, {"too warm", beacon(1).text(), "raised 1"});
   writer->keep({"silent", beacon(2).text(), "pending"});
   writer->keep({"gone", beacon(2).text(), "pending"});
@@ -210,6 +212,7 @@ TEST_F(HistoryTest, KeepsStatesWithTheirEventsAndForgetsThem) {
   const std::vector<KeptState> kept{{"silent", beacon(2).text(), "pending"},
                                     {"too warm", beacon(1).text(), "raised 2"}};
   EXPECT_EQ(*openReader()->states(), kept);
+  EXPECT_EQ(std::get<BeaconEvent>(allRows(*openReader())[0].record).alarm, facts);
 }
 
 TEST_F(HistoryTest, CountsInAGapWhatItHadToDrop) {
@@ -300,6 +303,8 @@ TEST_F(HistoryTest, PrunesByAgeAndBySizeAndNeverGivesANumberAgain) {
   writer->flush();
   EXPECT_EQ(allRows(*reader).front().seq, rows + 1);
   EXPECT_EQ(reader->latest()->size(), 1U);
+  dispatch_->advance(7h);
+  EXPECT_EQ(*reader->count(), 0U) << "rows grow old where none are written, too";
 }
 
 TEST_F(HistoryTest, RefusesWhatIsNoHistoryOfItsOwnInOneLine) {

@@ -63,7 +63,7 @@ TEST_F(KeptHistory, IsExportedForANameAndATimeInEachFormat) {
           R"("id":"C0-C1-5C-00-00-01","name":"Fridge","place":"Kitchen","rssi":-60,"temperature":4.00,)"),
       0U);
   EXPECT_EQ(as("csv").at(60),
-            "239,1795255319.000000,reading,C0-C1-5C-00-00-01,Fridge,Kitchen,-60,4.59,,,,,,,,4.59,,,");
+            "239,1795255319.000000,reading,C0-C1-5C-00-00-01,Fridge,Kitchen,-60,4.59,,,,,,,,4.59,,,,,,,,");
   EXPECT_EQ(as("influx").front(),
             "reading,id=C0-C1-5C-00-00-01,name=Fridge,place=Kitchen temperature=4.00,rssi=-60i "
             "1795255260000000000");

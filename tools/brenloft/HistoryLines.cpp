@@ -39,6 +39,10 @@ std::string number(const std::optional<int32_t>& value) {
   return value ? std::to_string(*value) : std::string();
 }
 
+std::string alarmValue(const AlarmFacts& alarm, const std::optional<int32_t>& value) {
+  return value ? valueText(alarm.quantity, *value) : std::string();
+}
+
 std::string orHyphen(std::string text) {
   return text.empty() ? "-" : text;
 }
@@ -72,7 +76,7 @@ void HistoryLines::header(std::string& lines) {
   if (format_ == HistoryFormat::csv)
     lines +=
         "seq,time,event,id,name,place,rssi,temperature,humidity,battery,emergency,tx_power,accel_x,accel_y,"
-        "accel_z,raw_temperature,raw_humidity,text,count\n";
+        "accel_z,raw_temperature,raw_humidity,text,count,severity,quantity,value,threshold,alarm_text\n";
 }
 
 void HistoryLines::row(std::string& lines, const HistoryRow& row) {
@@ -109,6 +113,9 @@ void HistoryLines::tableRow(std::string& lines, const HistoryRow& row) {
   std::string text(textOf(event.kind));
   if (!event.text.empty()) text += ": " + printable(event.text);
   if (event.count != 0) text += fmt::format(" ({})", event.count);
+  if (event.alarm && event.alarm->value)
+    text +=
+        fmt::format(" ({} {})", textOf(event.alarm->quantity), alarmValue(*event.alarm, event.alarm->value));
   fmt::format_to(std::back_inserter(lines), "{:>4}  {:>6}  {:>6}  {:>4}  {}\n", "", "", "", "", text);
 }
 
@@ -122,15 +129,23 @@ void HistoryLines::csvRow(std::string& lines, const HistoryRow& row) {
                  beacon != nullptr ? csvField(beacon->text()) : "", csvField(label.name),
                  csvField(label.place));
   if (reading == nullptr) {
-    fmt::format_to(std::back_inserter(lines), ",,,,,,,,,,,{},{}\n", csvField(event->text),
+    fmt::format_to(std::back_inserter(lines), ",,,,,,,,,,,{},{},", csvField(event->text),
                    event->count != 0 ? std::to_string(event->count) : "");
+    if (!event->alarm) {
+      lines += ",,,,\n";
+      return;
+    }
+    const AlarmFacts& alarm = *event->alarm;
+    fmt::format_to(std::back_inserter(lines), "{},{},{},{},{}\n", textOf(alarm.severity),
+                   textOf(alarm.quantity), alarmValue(alarm, alarm.value), alarmValue(alarm, alarm.threshold),
+                   csvField(alarm.text));
     return;
   }
   const Quantities& shown = reading->shown;
-  fmt::format_to(std::back_inserter(lines), "{},{},{},{},{},{},{},{},{},{},{},,\n", number(reading->rssi),
-                 hundredths(shown.temperature), hundredths(shown.humidity), number(shown.battery),
-                 number(shown.emergency), number(shown.txPower), number(shown.xAccel), number(shown.yAccel),
-                 number(shown.zAccel), hundredths(reading->raw.temperature),
+  fmt::format_to(std::back_inserter(lines), "{},{},{},{},{},{},{},{},{},{},{},,,,,,,\n",
+                 number(reading->rssi), hundredths(shown.temperature), hundredths(shown.humidity),
+                 number(shown.battery), number(shown.emergency), number(shown.txPower), number(shown.xAccel),
+                 number(shown.yAccel), number(shown.zAccel), hundredths(reading->raw.temperature),
                  hundredths(reading->raw.humidity));
 }
 
