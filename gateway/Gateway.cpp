@@ -80,6 +80,7 @@ void Gateway::reopen() {
 void Gateway::finish(std::function<void()> onDone) {
   queue_->async([this, onDone = std::move(onDone)] {
     reportGap();
+    alarms_.keepPending();
     for (const auto& sink : sinks_) sink->flush();
     onDone();
   });

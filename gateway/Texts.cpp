@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 
+#include <fmt/format.h>
+
 #include "platform/foundation/UTF8.h"
 
 namespace brenloft {
@@ -63,6 +65,10 @@ std::string printable(std::string_view text) {
     text.remove_prefix(character.size());
   }
   return result;
+}
+
+std::string counted(uint64_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 std::string csvField(std::string_view text) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@ std::optional<std::chrono::microseconds> durationFromText(std::string_view text)
 /// With a question mark for every control character and every octet that is no UTF-8: nothing of it moves a
 /// terminal's cursor or begins a line.
 std::string printable(std::string_view text);
+
+/// "1 row", "2 rows".
+std::string counted(uint64_t count, std::string_view noun);
 
 /// RFC 4180: quoted where a comma, a quote or a line end stands inside.
 std::string csvField(std::string_view text);

@@ -78,19 +78,38 @@ bool Ear::isDoubled(const Reading& reading) {
   return isDoubled;
 }
 
+void Ear::frame(const platform::iBeaconFrame& frame) {
+  const std::scoped_lock lock(mutex_);
+  frames_.emplace(frame.proximityUUID, frame.major, frame.minor);
+}
+
+std::set<BeaconId> Ear::takeFrames() {
+  std::set<BeaconId> beacons;
+  const std::scoped_lock lock(mutex_);
+  for (const auto& [uuid, major, minor] : std::exchange(frames_, {}))
+    beacons.insert(BeaconId::iBeacon(uuid.UUIDString(), major, minor));
+  return beacons;
+}
+
 void Ear::ranged(const BRLRecordList& beacons) {
+  const std::set<BeaconId> heard = takeFrames();
   std::size_t index = 0;
   for (const auto& beacon : beacons.view()) {
     if (ranged_.size() == index) ranged_.push_back(platform::Date::min());
     platform::Date& last = ranged_[index++];
     if (beacon->beaconType() != kBRLIBeacon) continue;
     const auto updated = beacon->statusUpdatedDate();
+    if (!updated || std::exchange(last, *updated) == *updated) continue;
+    Reading reading{
+        .beacon = BeaconId::iBeacon(beacon->uuid().value_or(""), static_cast<uint16_t>(beacon->major()),
+                                    static_cast<uint16_t>(beacon->minor())),
+        .heard = dispatch_->date()};
     // A report holds for some seconds those that are silent, without a signal strength.
-    if (!updated || std::exchange(last, *updated) == *updated || beacon->rssi() == 0) continue;
-    handler_({.beacon = BeaconId::iBeacon(beacon->uuid().value_or(""), static_cast<uint16_t>(beacon->major()),
-                                          static_cast<uint16_t>(beacon->minor())),
-              .heard = dispatch_->date(),
-              .rssi = static_cast<int32_t>(beacon->rssi())});
+    if (beacon->rssi() != 0)
+      reading.rssi = static_cast<int32_t>(beacon->rssi());
+    else if (!heard.contains(reading.beacon))
+      continue;
+    handler_(std::move(reading));
   }
 }
 

@@ -4,9 +4,12 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -14,6 +17,7 @@
 #include "BrenloftSDK/BRLRecordList.h"
 #include "gateway/Record.h"
 #include "platform/dispatch/Dispatch.h"
+#include "platform/location/iBeaconFrame.h"
 
 namespace brenloft {
 
@@ -35,6 +39,9 @@ class Ear {
   void bytes(const std::vector<std::string>& octets);
   /// `forBeacon`.
   void beacon(const BRLBeaconDataModel& beacon);
+  /// An iBeacon's advertisement, before the library hears it. Its reports do not tell one that was heard
+  /// without a signal strength from one that was not heard. Threads: any.
+  void frame(const platform::iBeaconFrame& frame);
   /// `didRangeBeaconSensors`: a reading of each iBeacon that was heard in this second.
   void ranged(const BRLRecordList& beacons);
 
@@ -53,6 +60,7 @@ class Ear {
   };
 
   bool isDoubled(const Reading& reading);
+  std::set<BeaconId> takeFrames();
 
   const std::shared_ptr<const platform::DispatchService> dispatch_;
   const Handler handler_;
@@ -60,6 +68,9 @@ class Ear {
   std::deque<Recent> recent_;           // the newest last
   std::vector<platform::Date> ranged_;  // when each of the library's records was heard last
   uint64_t doubled_ = 0;
+
+  std::mutex mutex_;                                                   // guards what follows
+  std::set<std::tuple<platform::NSUUID, uint16_t, uint16_t>> frames_;  // heard since the last report
 };
 
 }  // namespace brenloft

@@ -26,6 +26,8 @@ constexpr std::size_t kMostReadingsWaiting = 65'536;
 constexpr std::size_t kMostWaiting = kMostReadingsWaiting + 4096;
 constexpr std::size_t kMostKnown = 65'536;
 constexpr std::chrono::minutes kPruneTime{10};
+// And where nothing is written.
+constexpr std::chrono::hours kQuietPruneTime{1};
 
 int32_t difference(const std::optional<int32_t>& shown, const std::optional<int32_t>& raw) {
   return shown && raw ? *shown - *raw : 0;
@@ -213,6 +215,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   }
 
   void finishBatch() {
+    pruneLater();
     rowsUntilPrune_ -= std::min<std::size_t>(rowsUntilPrune_, batch_.size());
     const std::scoped_lock lock(mutex_);
     counts_.written += batch_.size();
@@ -260,10 +263,24 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     static_cast<void>(platform::resultOf([&] {
       isMore = store_->pruneStep(goal, now);
       if (!isMore && store_->vacuumStep(false)) isMore = hasVacuumed_ = true;
+      if (!isMore && !store_->isEmpty()) pruneLater();
       // The file shrinks when the log is moved into it.
       if (!isMore && std::exchange(hasVacuumed_, false)) store_->moveLog();
     }));
     if (isMore) post([](Core& core) { core.prune(); });
+  }
+
+  // With the file's lock held. Rows grow old also while none are written; without rows virtual time has an
+  // end.
+  void pruneLater() {
+    if (!options_.keep || std::exchange(isPruneTimed_, true)) return;
+    after(kQuietPruneTime, [](Core& core) {
+      {
+        const std::scoped_lock lock(core.fileMutex_);
+        core.isPruneTimed_ = false;
+      }
+      core.prune();
+    });
   }
 
   const std::filesystem::path file_;
@@ -283,6 +300,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   platform::dispatch_time_t lastPrune_{};
   std::size_t rowsUntilPrune_ = 0;
   bool hasVacuumed_ = false;
+  bool isPruneTimed_ = false;
 
   mutable std::mutex mutex_;  // guards what follows; taken after the other
   std::vector<NewRecord> pending_;

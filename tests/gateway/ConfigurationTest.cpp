@@ -194,7 +194,7 @@ TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
   const auto named = live.reload();
   EXPECT_EQ(named.settings, live.current());
   EXPECT_EQ(named.settings->beacons.size(), 1U);
-  EXPECT_THAT(named.lines, testing::ElementsAre("settings read again: 1 beacons, 0 alarms"));
+  EXPECT_THAT(named.lines, testing::ElementsAre("settings read again: 1 beacon, 0 alarms"));
   EXPECT_TRUE(none->beacons.empty()) << "who still holds it sees it as it was";
   EXPECT_EQ(live.reload().settings, nullptr);
 
@@ -206,7 +206,7 @@ TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
 
   test::writeFile(file, "[scan]\nlog = true\n" + beacon);
   EXPECT_THAT(live.reload().lines,
-              testing::ElementsAre("settings read again: 1 beacons, 0 alarms",
+              testing::ElementsAre("settings read again: 1 beacon, 0 alarms",
                                    "options of commands are as at the start until the next one"));
 }
 

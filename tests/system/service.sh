@@ -1,7 +1,7 @@
 #!/bin/sh
 # The service as it is installed, under systemd: an upgrade, through bluetoothd, and over HCI with its drop-in.
 . /check/check.sh
-PRESENT='"event":"beacon".*"uuid":"FFF0".*"status":1' LOST='"event":"beacon".*"uuid":"FFF0".*"status":2'
+PRESENT='"event":"found"' LOST='"event":"lost"'
 
 wait_for() {  # wait_for SECONDS COMMAND...: looking is slow here, so it is time that counts
     end=$(($(date +%s) + $1)); shift
@@ -11,6 +11,8 @@ restart() { systemctl daemon-reload; begun=$(date '+%F %T'); systemctl restart "
 told() { journalctl -u brenloft --since "$begun" -o cat --no-pager > /out/told.txt; grep -c "$1" /out/told.txt; }
 has_told() { [ "$(told "$1")" -ge "$2" ]; }  # has_told PATTERN COUNT
 rows() { brenloft log count --container /var/lib/brenloft; }
+readings() { brenloft history count --container /var/lib/brenloft; }
+hear_from() { sed -i "s/^source = .*/source = \"$1\"/" /etc/brenloft/brenloft.toml; }
 is() { [ "$(systemctl show brenloft -P "$1")" = "$2" ]; }
 runs_as() { [ "$(stat -c %U "/proc/$(systemctl show brenloft -P MainPID)")" = "$1" ]; }
 drop_ins=/etc/systemd/system/brenloft.service.d
@@ -19,11 +21,13 @@ cp -a /check/installed/. / && systemd-sysusers || exit 1
 mkdir -p $drop_ins
 
 rig_log "--- what an installation under a user that systemd made up has left"
-printf '[Service]\nDynamicUser=yes\nUser=gateway\nGroup=gateway\nEnvironment=BRENLOFT_SOURCE=demo\n' > $drop_ins/old.conf
+printf '[Service]\nDynamicUser=yes\nUser=gateway\nGroup=gateway\n' > $drop_ins/old.conf
+hear_from demo
 restart brenloft
 ok "it has ended" wait_for 60 is ActiveState inactive
 ok "and kept rows" [ "$(brenloft log count --container /var/lib/private/brenloft)" -gt 0 ]
 earlier=$(rows); rm $drop_ins/old.conf
+hear_from auto
 
 rig_log "--- through bluetoothd, by a controller that reports a beacon once in each scan"
 rig_vbeacon 0 -s /tmp/beacons || exit 1
@@ -34,6 +38,7 @@ ok "the sensor is there" wait_for 60 has_told "$PRESENT" 1
 ok "beside the rows of the earlier one" [ "$(rows)" -gt "$earlier" ]
 sleep 70
 ok "and stays: no loss that never was" [ "$(told "$LOST")" -eq 0 ]
+ok "every reading is kept" [ "$(readings)" -gt 3 ]
 ok "with few words ($(told .) lines)" [ "$(told .)" -lt 10 ]
 radio 0 'stop *'
 ok "silent, it is lost" wait_for 60 has_told "$LOST" 1
@@ -46,6 +51,7 @@ ok "stops in order" is Result success
 rig_log "--- over HCI"
 systemctl disable --now bluetooth
 cp /usr/local/share/brenloft/hci.conf $drop_ins/
+hear_from 'hci:0?user'
 kept=$(rows)
 ok "starts" restart brenloft
 ok "under its own user" runs_as brenloft

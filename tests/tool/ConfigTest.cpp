@@ -1,3 +1,5 @@
+#include <regex>
+
 #include <gtest/gtest.h>
 
 #include "tests/tool/RunTool.h"
@@ -60,10 +62,15 @@ TEST_F(Config, CheckLooksForTheProgramsToo) {
   EXPECT_EQ(runTool({"config", "check", path}).err,
             "brenloft: alarm \"gone\": /nonexistent/notify cannot be run: No such file or directory\n");
   EXPECT_EQ(runTool({"config", "check", file(alarm + "[\"/bin/sh\"]\n")}).out,
-            path + " is right: 0 beacons, 1 alarms\n");
+            path + " is right: 0 beacons, 1 alarm\n");
   EXPECT_EQ(runTool({"config", "check", path + "/none"}).status, 2);
   const Ended example = runTool({"config", "check", BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml"});
   EXPECT_EQ(example.status, 0) << example.err;
+  const std::string text = contentsOf(BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml");
+  EXPECT_EQ(runTool({"config", "check", file(std::regex_replace(text, std::regex("#(?=[a-z[])"), ""))}).err,
+            "brenloft: alarm \"fridge too warm\": /usr/local/bin/notify cannot be run: No such file or "
+            "directory\n")
+      << "its examples are right";
 }
 
 }  // namespace

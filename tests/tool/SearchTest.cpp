@@ -5,6 +5,7 @@
 
 #include "platform/bluetooth/capture/BtsnoopWriter.h"
 #include "platform/foundation/Hex.h"
+#include "platform/location/iBeaconFrame.h"
 #include "tests/tool/RunTool.h"
 
 namespace brenloft_test {
@@ -280,6 +281,26 @@ TEST(Range, ReportsWhatTheLastUnfinishedSecondHeld) {
   TemporaryFolder folder;
   EXPECT_EQ(eventsOfRange(threeIBeacons(folder, "1"), {"--group", "2"}),
             (std::vector<std::string>{"present 1/0", "present 2/1", "lost 1/0", "lost 2/1"}));
+}
+
+TEST(Range, HasReadingsWithoutASignalStrengthWhereNoneWasMeasured) {
+  TemporaryFolder folder;
+  const std::string uuid = "51C70E2A-9B44-4D1F-8A63-2FD075E81C36";
+  const platform::iBeaconFrame frame{*platform::NSUUID::initWithUUIDString(uuid), 1, 2};
+  platform::Data data = platform::octetsFromHex("1aff").value();
+  for (const std::byte octet : platform::iBeaconManufacturerData(frame)) data.push_back(octet);
+  const auto writer = *platform::BtsnoopWriter::create(folder.file("c"));
+  for (const int second : {1, 2, 3, 20})
+    writer->write({.time = platform::Date(std::chrono::seconds(1'792'890'000 + second)),
+                   .rssi = platform::AdvertisingReport::kNoRssi,
+                   .data = data});
+  writer->flush();
+  const auto lines =
+      runTool({"range", "--uuid", uuid, "-s", "capture:" + folder.file("c"), "-F", "readings"}).lines();
+  const auto isReading = [](const std::string& line) { return valueOf(line, "event") == "\"reading\""; };
+  EXPECT_EQ(std::ranges::count_if(lines, isReading), 4);
+  for (const std::string& line : lines)
+    if (isReading(line)) EXPECT_EQ(valueOf(line, "rssi"), "null") << line;
 }
 
 TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {

@@ -39,20 +39,22 @@ done
 
 # The service as its unit starts it, with another source and store.
 unit=$prefix/lib/systemd/system/brenloft.service
-# shellcheck disable=SC2046
-export $(sed -n 's/^Environment=//p' "$unit") BRENLOFT_SOURCE=demo
-sed -n 's/^ExecStart=//p' "$unit" | sed "s|/var/lib/brenloft|$work/store|" >"$work/start"
+settings=$prefix/etc/brenloft/brenloft.toml
+sed -i 's/^source = .*/source = "demo"/' "$settings"
+mkdir "$work/state"
+sed -n 's/^ExecStart=//p' "$unit" | sed "s|%S|$work/state|" >"$work/start"
 grep -q "^$prefix/bin/brenloft " "$work/start"
 sh "$work/start" >"$work/told"
-grep -q '"status":2' "$work/told" || { echo "the service told nothing"; exit 1; }
+grep -q '"event":"lost"' "$work/told" || { echo "the service told nothing"; exit 1; }
+"$prefix/bin/brenloft" log count --container "$work/state/brenloft" | grep -q '^[1-9]'
+"$prefix/bin/brenloft" history count --container "$work/state/brenloft" | grep -q '^[1-9]'
 
 # Somebody's settings outlive the next installation; the system's prefixes have them in /etc.
-settings=$(sed -n 's/^EnvironmentFile=-//p' "$unit")
 echo '# mine' >>"$settings"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 tail -1 "$settings" | grep -q mine
 DESTDIR=$work/stage cmake --install "$build" --prefix /usr/local >/dev/null
-for file in etc/default/brenloft etc/dbus-1/system.d/brenloft.conf usr/local/lib/sysusers.d/brenloft.conf \
+for file in etc/brenloft/brenloft.toml etc/dbus-1/system.d/brenloft.conf usr/local/lib/sysusers.d/brenloft.conf \
   usr/local/share/brenloft/hci.conf; do
   [ -e "$work/stage/$file" ] || { echo "no $file"; exit 1; }
 done

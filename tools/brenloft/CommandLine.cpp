@@ -108,6 +108,26 @@ void addExitTime(CLI::App& command, SearchOptions& options) {
       },
       "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon from "
       "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
+  // Behind the other, so that it comes first where both are given.
+  command.add_option_function<std::string>(
+      "--log-exit-time",
+      [&options](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value || value->count() == 0)
+          throw CLI::ValidationError("--log-exit-time", fmt::format("'{}' is no duration above 0", text));
+        options.exitTime = std::chrono::duration<double>(*value).count();
+      },
+      "the same for jsonl, csv, the rows of a table and the log only");
+}
+
+SearchFormat fileFormat(const std::string& word) {
+  for (const auto& [text, format] : kSearchFormats)
+    if (text == word && std::ranges::find(kFileFormats, word, [](const auto& one) { return one.first; }) ==
+                            kFileFormats.end())
+      throw CLI::ValidationError(
+          "--out", fmt::format("{} goes to standard output only, by --format; a file takes {}", word,
+                               listText(wordsOf(kFileFormats))));
+  return chosen("--out", word, kFileFormats);
 }
 
 // FORMAT:FILE, and FORMAT:- for standard output.
@@ -122,7 +142,7 @@ void addOut(CLI::App& command, SearchOptions& options) {
               const std::string file = colon == std::string::npos ? "" : text.substr(colon + 1);
               if (file.empty())
                 throw CLI::ValidationError("--out", fmt::format("'{}' is not FORMAT:FILE", text));
-              const SearchFormat format = chosen("--out", text.substr(0, colon), kFileFormats);
+              const SearchFormat format = fileFormat(text.substr(0, colon));
               if (file != "-")
                 options.gateway.files.push_back({format, file});
               else if (options.format && *options.format != format)

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "gateway/Texts.h"
 #include "gateway/configuration/SettingsReader.h"
 #include "gateway/configuration/SettingsSchema.h"
 #include "tools/brenloft/Commands.h"
@@ -35,8 +36,9 @@ void check(const ConfigOptions& options, Output& out) {
   // The last one is told by whoever ends the program.
   for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
   if (!complaints.empty()) throw Failure(ExitStatus::usage, complaints.back());
-  out.write(fmt::format("{} is right: {} beacons, {} alarms\n", options.file.string(),
-                        outcome.settings->beacons.size(), outcome.settings->alarms.size()));
+  out.write(fmt::format("{} is right: {}, {}\n", options.file.string(),
+                        counted(outcome.settings->beacons.size(), "beacon"),
+                        counted(outcome.settings->alarms.size(), "alarm")));
 }
 
 void writeKeys(Output& out, std::string_view section, const std::vector<SettingsKey>& keys) {

@@ -328,7 +328,7 @@ class HistoryCommand {
     if (!open()) return printNothing();
     if (!confirmed("Delete the oldest rows of the history?", options_.yes)) return;
     const uint64_t pruned = require(pruneHistory(file_, pruning, now_));
-    printMessage(fmt::format("{} rows deleted", pruned));
+    printMessage(counted(pruned, "row") + " deleted");
   }
 
   void check() {

@@ -203,10 +203,10 @@ void deleteRows(const LogOptions& options, platform::Date now) {
     LogLimits limits({.longest = now - before});
     while (limits.step(now)) {
     }
-    return printMessage(fmt::format("{} rows deleted", limits.deleted()));
+    return printMessage(counted(limits.deleted(), "row") + " deleted");
   }
   const uint64_t rows = rowsOf(options, {});
-  if (!confirmed(fmt::format("Delete {} rows of the sensor log?", rows), options.yes)) return;
+  if (!confirmed(fmt::format("Delete {} of the sensor log?", counted(rows, "row")), options.yes)) return;
   // Deleting nothing would make a store where there is none.
   if (rows != 0) BRLDataManager::Class::deleteBeaconLog();
 }

@@ -16,6 +16,7 @@
 #include "gateway/configuration/LiveSettings.h"
 #include "platform/NativePlatform.h"
 #include "platform/location/BeaconLocationService.h"
+#include "platform/location/iBeaconFrame.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/Messages.h"
@@ -74,6 +75,13 @@ bool isOfRecords(const SearchOptions& options) {
   return format == SearchFormat::readings || format == SearchFormat::influx ||
          !options.gateway.files.empty() || options.gateway.keepsHistory ||
          (format == SearchFormat::table && Output::isScreen());
+}
+
+// Whether the library's own losses are told or logged.
+bool isOfLibrary(const SearchOptions& options) {
+  const SearchFormat format = formatOf(options);
+  return options.log || format == SearchFormat::jsonl || format == SearchFormat::csv ||
+         (format == SearchFormat::table && !Output::isScreen());
 }
 
 // What tells iBeacons apart. The gateway tells each from the others, whatever was chosen.
@@ -264,35 +272,36 @@ class Search {
   }
 
  private:
+  bool isRanging() const { return options_.mode == SearchOptions::Mode::iBeacons; }
+
   void openSourceAndMonitor() {
     const auto message = [this](std::string_view line) { printAside(line); };
     source_ =
         openSource(options_.source,
                    {.onEnd = [this] { sourceEnded(); }, .onMessage = message, .stop = stop_.get_token()});
     reporter_.attach(*source_.loop);
-    monitor_ = SourceMonitor::make({.record = options_.record,
-                                    .container = options_.container,
-                                    .capture = source_.capture,
-                                    .isRadio = source_.isRadio,
-                                    .exitTime = options_.mode == SearchOptions::Mode::sensors
-                                                    ? std::optional(options_.exitTime)
-                                                    : std::nullopt,
-                                    .date = [this] { return source_.loop->dispatch()->date(); },
-                                    .stop = stop_.get_token(),
-                                    .onMessage = message,
-                                    .onRadioState =
-                                        [this](const platform::RadioState& state) {
-                                          reporter_.radio(state);
-                                          if (gateway_) gateway_->radio(state);
-                                        },
-                                    .onUnusable = [this] { source_.loop->stop(); }});
+    monitor_ = SourceMonitor::make(
+        {.record = options_.record,
+         .container = options_.container,
+         .capture = source_.capture,
+         .isRadio = source_.isRadio,
+         .exitTime = !isRanging() && isOfLibrary(options_) ? std::optional(options_.exitTime) : std::nullopt,
+         .date = [this] { return source_.loop->dispatch()->date(); },
+         .stop = stop_.get_token(),
+         .onMessage = message,
+         .onRadioState =
+             [this](const platform::RadioState& state) {
+               reporter_.radio(state);
+               if (gateway_) gateway_->radio(state);
+             },
+         .onUnusable = [this] { source_.loop->stop(); }});
     reports_ = monitor_->wrap(source_.reports);
     filterReports();
   }
 
   void filterReports() {
     ReportChoice heard = options_.heard;
-    if (options_.mode == SearchOptions::Mode::iBeacons)
+    if (isRanging())
       heard.iBeacons = {*platform::NSUUID::initWithUUIDString(*options_.uuid), options_.major,
                         options_.minor};
     // The library asks for one service itself, but what it leaves out must not count as a beacon.
@@ -331,9 +340,18 @@ class Search {
 
   // iBeacons are reported once a second: the last, unfinished one is waited for.
   void sourceEnded() {
-    if (options_.mode == SearchOptions::Mode::sensors) return source_.loop->stop();
+    if (!isRanging()) return source_.loop->stop();
     source_.loop->dispatch()->after(platform::BeaconLocationService::kRangingPeriod,
                                     source_.loop->dispatch()->mainQueue(), [this] { source_.loop->stop(); });
+  }
+
+  // On the radio's queue.
+  bool isHeard(const platform::CBAdvertisementData& advertisement) {
+    if (filter_ && !filter_->accepts(advertisement)) return false;
+    if (gateway_ && isRanging() && advertisement.manufacturerData)
+      if (const auto frame = platform::parseIBeaconFrame(*advertisement.manufacturerData))
+        gateway_->ear().frame(*frame);
+    return true;
   }
 
   void installPlatform() {
@@ -346,10 +364,8 @@ class Search {
               reporter_.aside([line] { printMessage(fmt::format("brenloft: {}", line)); });
             },
         .onRadioDiagnostic = [this](std::string_view line) { printAside(line); }};
-    if (filter_)
-      services.filter = [filter = filter_](const auto& advertisement) {
-        return filter->accepts(advertisement);
-      };
+    if (filter_ || (gateway_ && isRanging()))
+      services.filter = [this](const auto& advertisement) { return isHeard(advertisement); };
     auto platform = platform::nativePlatform(std::move(services));
     // A search that keeps nothing leaves no trace.
     if (!options_.log && !options_.gateway.keepsHistory && options_.container.empty())
@@ -387,7 +403,7 @@ class Search {
     if (options_.duration) source_.loop->callAfter(*options_.duration, [this] { stop(); });
     if (!source_.loop->isVirtual()) tick();
     if (isLogBounded() && !source_.loop->isVirtual()) boundLog();
-    if (options_.mode == SearchOptions::Mode::sensors)
+    if (!isRanging())
       Class::startLeScan();
     else
       beginRanging();
