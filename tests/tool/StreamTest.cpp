@@ -16,6 +16,8 @@
 namespace brenloft_test {
 namespace {
 
+namespace fs = std::filesystem;
+
 // A named pipe that stays open for writing, with these octets in it.
 class OpenPipe {
  public:
@@ -124,6 +126,40 @@ TEST(Stream, TheProgressBarKeepsOutOfDataAndDiagnostics) {
   EXPECT_NE(apart.find("]  50 %"), std::string::npos);
   EXPECT_NE(apart.find("%\r\x1b[K" + file + ": record "), std::string::npos)
       << apart.substr(apart.size() - 300);
+}
+
+TEST(Reload, HasTheNewNamesAndFilesAndKeepsWhatWasRight) {
+  TemporaryFolder folder;
+  const std::string settings = folder.file("brenloft.toml");
+  const auto setName = [&](const std::string& name) {
+    writeFile(settings, "[beacon.\"C0-C1-5C-00-00-02\"]\nname = \"" + name + "\"\n");
+  };
+  setName("before");
+  RunningTool tool({"scan", "-s", "demo?paced", "--config", settings, "--only", "known", "-F", "readings",
+                    "--out", "influx:" + folder.file("out")});
+  std::ptrdiff_t lines = 0;
+  const auto awaitName = [&](const std::string& name) {
+    for (const std::ptrdiff_t last = lines + 20; lines < last;)
+      if (tool.readLines(++lines).find('"' + name + '"') != std::string::npos) return true;
+    return false;
+  };
+  ASSERT_TRUE(awaitName("before"));
+  fs::rename(folder.file("out"), folder.file("out.1"));
+  setName("after");
+  tool.signal(SIGHUP);
+  ASSERT_TRUE(awaitName("after"));
+  writeFile(settings, "nmae = 1\n");
+  tool.signal(SIGHUP);
+  lines += 2;
+  tool.readLines(lines);
+  tool.signal(SIGINT);
+  const Ended ended = tool.readToEnd();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(valueOf(ended.lines().back(), "name"), "\"after\"");
+  EXPECT_EQ(ended.err, "settings read again: 1 beacon, 0 alarms\n" + settings +
+                           ":1: nmae is no option of any command; the settings stay as they were\n");
+  EXPECT_NE(contentsOf(folder.file("out.1")).find("name=before"), std::string::npos);
+  EXPECT_NE(contentsOf(folder.file("out")).find("name=after"), std::string::npos);
 }
 
 }  // namespace
