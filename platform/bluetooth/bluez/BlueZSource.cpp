@@ -10,6 +10,7 @@
 #include "platform/bluetooth/bluez/BlueZAdapters.h"
 #include "platform/bluetooth/bluez/BlueZDevices.h"
 #include "platform/bluetooth/bluez/BlueZSession.h"
+#include "platform/dispatch/BlockBatch.h"
 
 namespace platform {
 namespace {
@@ -48,13 +49,22 @@ class BlueZSource final : public QueuedSource<> {
     backlog_->close();
   }
 
-  /// A handler for the bus's thread that also says when that had what it says, and leaves out what exceeds
+  /// A handler for the bus's thread. What the bus says in one read is taken together, in the order in which
+  /// it was said.
+  template <class Step>
+  auto fromBus(Step step) {
+    return [run = within(step), batch = batch_](auto... arguments) {
+      batch->async([run, ... arguments = std::move(arguments)] { run(arguments...); });
+    };
+  }
+
+  /// The same that also says when that had what it says, and leaves out what exceeds
   /// the backlog.
-  auto hopWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
-    return [run = within(step), queue = queue(), dispatch = options_.dispatch,
+  auto fromBusWithTime(void (BlueZSource::*step)(Date, const bluez::Object&)) {
+    return [run = within(step), batch = batch_, dispatch = options_.dispatch,
             backlog = backlog_](bluez::Object object) {
       if (!backlog->add()) return backlog->drop();
-      queue->async([run, backlog, time = dispatch->date(), object = std::move(object)] {
+      batch->async([run, backlog, time = dispatch->date(), object = std::move(object)] {
         backlog->remove();
         run(time, object);
       });
@@ -66,12 +76,12 @@ class BlueZSource final : public QueuedSource<> {
   /// A stalled bus is waited for, for minutes, by a thread that nobody else waits for.
   void connect() {
     beginConnection();
-    bluez::BlueZSession::Handlers handlers{.onDaemon = hop(&BlueZSource::daemonChanged),
-                                           .onAdded = hopWithTime(&BlueZSource::added),
-                                           .onChanged = hopWithTime(&BlueZSource::changed),
-                                           .onRemoved = hop(&BlueZSource::removed),
-                                           .onLost = hop(&BlueZSource::busLost)};
-    std::thread([forward = hop(&BlueZSource::connected), busAddress = options_.busAddress,
+    bluez::BlueZSession::Handlers handlers{.onDaemon = fromBus(&BlueZSource::daemonChanged),
+                                           .onAdded = fromBusWithTime(&BlueZSource::added),
+                                           .onChanged = fromBusWithTime(&BlueZSource::changed),
+                                           .onRemoved = fromBus(&BlueZSource::removed),
+                                           .onLost = fromBus(&BlueZSource::busLost)};
+    std::thread([forward = fromBus(&BlueZSource::connected), busAddress = options_.busAddress,
                  handlers = std::move(handlers)] {
       auto opened = bluez::BlueZSession::open(busAddress, handlers);
       using Session = Result<std::shared_ptr<bluez::BlueZSession>>;
@@ -111,7 +121,7 @@ class BlueZSource final : public QueuedSource<> {
     endAttempt();
   }
 
-  void load() { session_->objects().getManagedObjects(hop(&BlueZSource::loaded)); }
+  void load() { session_->objects().getManagedObjects(fromBus(&BlueZSource::loaded)); }
 
   void loaded(const Result<bluez::ObjectManagerClient::Objects>& objects) {
     if (!objects) return loadFailed(objects.error());
@@ -227,7 +237,7 @@ class BlueZSource final : public QueuedSource<> {
 
   /// A reply counts only for the attempt that asked for it.
   auto inAttempt(void (BlueZSource::*next)(const std::optional<Error>&)) {
-    return [forward = hop(&BlueZSource::replied), attempt = attempt_, next](std::optional<Error> error) {
+    return [forward = fromBus(&BlueZSource::replied), attempt = attempt_, next](std::optional<Error> error) {
       forward(attempt, next, std::move(error));
     };
   }
@@ -301,6 +311,7 @@ class BlueZSource final : public QueuedSource<> {
   }
 
   const BlueZOptions options_;
+  const std::shared_ptr<BlockBatch> batch_ = std::make_shared<BlockBatch>(queue());
   const std::shared_ptr<Backlog> backlog_ = std::make_shared<Backlog>(options_.onDiagnostic);
   std::shared_ptr<bluez::BlueZSession> session_;
   bool isLoaded_ = false;
