@@ -24,10 +24,18 @@ void addServiceUUIDs(const std::vector<CBUUID>& advertised, const std::vector<CB
                        [&](const CBUUID& uuid) { return !std::ranges::binary_search(known, uuid); });
 }
 
+/// Most often what is replaced is as long.
+void copy(DataView heard, Data& kept) {
+  if (kept.size() == heard.size())
+    std::ranges::copy(heard, kept.begin());
+  else
+    kept.assign(heard.begin(), heard.end());
+}
+
 void assign(const std::optional<DataView>& read, std::optional<Data>& kept) {
   if (!read) return kept.reset();
   if (!kept) kept.emplace();
-  kept->assign(read->begin(), read->end());
+  copy(*read, *kept);
 }
 
 bool isSame(const Data& kept, DataView heard) {
@@ -82,7 +90,7 @@ void AdvertisementMerger::clear() {
 /// The entry is the newest, so it stays.
 void AdvertisementMerger::keep(Entry& entry, std::size_t own, DataView octets) {
   octets_ -= entry.octets();
-  entry.sides[own].octets.assign(octets.begin(), octets.end());
+  copy(octets, entry.sides[own].octets);
   octets_ += entry.octets();
   entry.change();
   while (octets_ > capacity_.octets && oldest_ != newest_) forgetOldest();
@@ -102,7 +110,7 @@ void AdvertisementMerger::build(const BluetoothAddress& address, Entry& entry, s
   data.txPowerLevel.reset();
   data.serviceData.clear();
   first.fill(data);
-  second.fill(data);
+  if (!entry.sides[1 - own].octets.empty()) second.fill(data);
   addServiceUUIDs(structures_[kAdvertisement].serviceUUIDs, structures_[kScanResponse].serviceUUIDs,
                   data.serviceUUIDs);
   data.isConnectable = entry.isConnectable;

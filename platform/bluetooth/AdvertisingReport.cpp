@@ -1,7 +1,5 @@
 #include "platform/bluetooth/AdvertisingReport.h"
 
-#include <algorithm>
-
 #include "platform/foundation/Hex.h"
 
 namespace platform {
@@ -25,18 +23,9 @@ std::optional<BluetoothAddress> BluetoothAddress::fromText(std::string_view text
   return address;
 }
 
-BluetoothAddress BluetoothAddress::fromPacket(DataView octets, bool isRandom) {
-  BluetoothAddress address;
-  address.isRandom = isRandom;
-  const DataView six = octets.first(std::min(octets.size(), address.octets.size()));
-  std::transform(six.rbegin(), six.rend(), address.octets.begin(), std::to_integer<uint8_t>);
-  return address;
-}
-
-uint64_t BluetoothAddress::key() const {
-  uint64_t key = isRandom ? 1 : 0;
-  for (const uint8_t octet : octets) key = key << 8 | octet;
-  return key;
+BluetoothAddress BluetoothAddress::fromPacket(std::span<const std::byte, 6> octets, bool isRandom) {
+  const auto octet = [&](size_t at) { return std::to_integer<uint8_t>(octets[at]); };
+  return {.octets = {octet(5), octet(4), octet(3), octet(2), octet(1), octet(0)}, .isRandom = isRandom};
 }
 
 std::string_view textOf(AdvertisingKind kind) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +28,15 @@ struct BRL_EXPORT BluetoothAddress {
   /// Accepts that form in either case; the type is left public.
   static std::optional<BluetoothAddress> fromText(std::string_view text);
   /// From the six octets of a packet, least significant first.
-  static BluetoothAddress fromPacket(DataView octets, bool isRandom);
+  static BluetoothAddress fromPacket(std::span<const std::byte, 6> octets, bool isRandom);
   /// True for the zero address, which stands for a sender that did not tell its address.
-  bool isAnonymous() const { return octets == std::array<uint8_t, 6>{}; }
+  bool isAnonymous() const { return key() << 16 == 0; }
   /// The address and its type as one number.
-  uint64_t key() const;
+  uint64_t key() const {
+    const auto octet = [this](std::size_t at) { return uint64_t{octets[at]}; };
+    return uint64_t{isRandom} << 48 | octet(0) << 40 | octet(1) << 32 | octet(2) << 24 | octet(3) << 16 |
+           octet(4) << 8 | octet(5);
+  }
   friend auto operator<=>(const BluetoothAddress&, const BluetoothAddress&) = default;
 };
 

@@ -21,24 +21,38 @@ std::optional<uint32_t> numberFromHex(std::string_view digits) {
   return value;
 }
 
+template <size_t Octets>
+std::string digitsOf(const uint8_t* octets) {
+  std::string text(2 * Octets, '0');
+  for (size_t i = 0; i < Octets; ++i) std::ranges::copy(kUpperHexPairs[octets[i]], &text[2 * i]);
+  return text;
+}
+
 }  // namespace
 
 CBUUID CBUUID::fromShort(uint32_t value) {
   NSUUID::Octets octets = kBaseUUID;
-  for (size_t i = 0; i < kShortSize; ++i) octets[i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+  octets[0] = static_cast<uint8_t>(value >> 24);
+  octets[1] = static_cast<uint8_t>(value >> 16);
+  octets[2] = static_cast<uint8_t>(value >> 8);
+  octets[3] = static_cast<uint8_t>(value);
   return CBUUID(NSUUID(octets));
 }
 
 std::optional<CBUUID> CBUUID::fromPacket(DataView octets) {
+  const auto octet = [&](size_t at) { return std::to_integer<uint32_t>(octets[at]); };
   NSUUID::Octets result{};
-  if (octets.size() == result.size()) {
-    std::transform(octets.rbegin(), octets.rend(), result.begin(), std::to_integer<uint8_t>);
-    return CBUUID(NSUUID(result));
+  switch (octets.size()) {
+    case 2:
+      return fromShort(octet(1) << 8 | octet(0));
+    case kShortSize:
+      return fromShort(octet(3) << 24 | octet(2) << 16 | octet(1) << 8 | octet(0));
+    case result.size():
+      std::transform(octets.rbegin(), octets.rend(), result.begin(), std::to_integer<uint8_t>);
+      return CBUUID(NSUUID(result));
+    default:
+      return std::nullopt;
   }
-  if (octets.size() != 2 && octets.size() != kShortSize) return std::nullopt;
-  uint32_t value = 0;
-  for (size_t i = octets.size(); i > 0; --i) value = value << 8 | std::to_integer<uint32_t>(octets[i - 1]);
-  return fromShort(value);
 }
 
 std::optional<CBUUID> CBUUID::UUIDWithString(std::string_view text) {
@@ -54,19 +68,15 @@ std::optional<CBUUID> CBUUID::UUIDWithString(std::string_view text) {
 std::optional<uint32_t> CBUUID::shortValue() const {
   const NSUUID::Octets& octets = uuid_.octets();
   if (!std::equal(octets.begin() + kShortSize, octets.end(), kBaseUUID.begin() + kShortSize)) return {};
-  uint32_t value = 0;
-  for (size_t i = 0; i < kShortSize; ++i) value = value << 8 | octets[i];
-  return value;
+  const auto octet = [&](size_t at) { return uint32_t{octets[at]}; };
+  return octet(0) << 24 | octet(1) << 16 | octet(2) << 8 | octet(3);
 }
 
 std::string CBUUID::UUIDString() const {
   const std::optional<uint32_t> value = shortValue();
   if (!value) return uuid_.UUIDString();
-  std::string text;
-  for (size_t i = *value > 0xFFFF ? 0 : 2; i < kShortSize; ++i) {
-    appendHex(text, uuid_.octets()[i], kUpperHexDigits);
-  }
-  return text;
+  const uint8_t* const octets = uuid_.octets().data();
+  return *value > 0xFFFF ? digitsOf<4>(octets) : digitsOf<2>(octets + 2);
 }
 
 }  // namespace platform

@@ -50,7 +50,7 @@ class OctetReader {
 
 BluetoothAddress readAddress(OctetReader& reader) {
   const uint8_t type = reader.octet();
-  const DataView octets = reader.take(6);
+  const auto octets = reader.take(6).first<6>();
   // Identity addresses (types 2 and 3) keep their kind in the lowest bit.
   return type == kAnonymous ? BluetoothAddress{} : BluetoothAddress::fromPacket(octets, type & 1);
 }

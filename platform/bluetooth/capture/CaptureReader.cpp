@@ -78,24 +78,21 @@ struct CaptureReader::State {
 
   Next next() {
     std::string fault;
-    content = {};
-    if (hasEnded) return Next::end;
-    const auto result = packets->next(packet, fault);
-    if (result == PacketReader::Next::end) return end(fault);
+    const auto result = hasEnded ? PacketReader::Next::end : packets->next(packet, fault);
+    content = result == PacketReader::Next::packet ? linkContentOf(packet) : LinkContent{};
+    if (result == PacketReader::Next::end) return hasEnded ? Next::end : end(fault);
     ++record;
-    if (result == PacketReader::Next::packet) content = linkContentOf(packet);
     report(fault.empty() ? content.fault : fault);
     if (content.state) return Next::state;
     return content.report || !content.event.empty() ? Next::record : Next::skipped;
   }
 
   void read(const ReportHandler& handler) {
-    LinkContent now = std::exchange(content, {});
-    if (now.report) {
-      now.report->time = packet.time;
-      handler(*now.report);
-    } else if (!now.event.empty()) {
-      report(eventsOf(now.channel).read(now.event, packet.time, handler));
+    if (auto heard = std::exchange(content.report, std::nullopt)) {
+      heard->time = packet.time;
+      handler(*heard);
+    } else if (const DataView event = std::exchange(content.event, {}); !event.empty()) {
+      report(eventsOf(content.channel).read(event, packet.time, handler));
     }
   }
 };

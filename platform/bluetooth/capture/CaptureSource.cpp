@@ -100,7 +100,7 @@ class Replay final : public QueuedSource<CaptureSource> {
   }
 
   void deliver() {
-    reportDiagnostics();
+    if (!diagnostics_.empty()) reportDiagnostics();
     followDate();
     if (next_ == CaptureReader::Next::state) return changeState();
     if (!isOn_) return advance();
@@ -108,7 +108,7 @@ class Replay final : public QueuedSource<CaptureSource> {
     ++heldRecords_;  // lets a pending `letGo` know that its record is done
     isHeld_ = false;
     guarded([this] { reader_->read([this](const AdvertisingReport& heard) { report(heard); }); });
-    reportDiagnostics();
+    if (!diagnostics_.empty()) reportDiagnostics();
     advance();
   }
 
@@ -133,7 +133,7 @@ class Replay final : public QueuedSource<CaptureSource> {
   }
 
   void finish() {
-    reportDiagnostics();
+    if (!diagnostics_.empty()) reportDiagnostics();
     if (!clock_) {
       later(kRealTimeGrace, &Replay::end);
       return;

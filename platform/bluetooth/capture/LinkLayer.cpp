@@ -57,7 +57,7 @@ LinkLayerContent readLegacy(DataView payload, AdvertisingKind kind, bool isRando
     return {{}, "its PDU is too short for its addresses"};
   AdvertisingReport report;
   report.kind = kind;
-  report.address = BluetoothAddress::fromPacket(payload.first(kAddress), isRandom);
+  report.address = BluetoothAddress::fromPacket(payload.first<kAddress>(), isRandom);
   if (!isDirected) report.data = payload.subspan(kAddress);
   return {report, {}};
 }
@@ -78,7 +78,7 @@ LinkLayerContent readExtended(DataView payload, bool isRandom) {
   if (header.size() < 1 + kAddress) return {{}, kOverrun};
   AdvertisingReport report;
   report.kind = extendedKind(mode);
-  report.address = BluetoothAddress::fromPacket(header.subspan(1, kAddress), isRandom);
+  report.address = BluetoothAddress::fromPacket(header.subspan(1).first<kAddress>(), isRandom);
   report.data = data;
   report.isTruncated = hasChain;
   return {report, {}};

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/foundation/Data.h"
 
@@ -13,16 +15,22 @@ inline uint8_t octet(DataView octets, std::size_t at) {
   return std::to_integer<uint8_t>(octets[at]);
 }
 
-inline uint64_t littleEndian(DataView octets, std::size_t at, std::size_t width) {
+/// As they lie in memory, with zeros behind them. One load where `width` is known when this is compiled.
+inline uint64_t loaded(DataView octets, std::size_t at, std::size_t width) {
   uint64_t value = 0;
-  for (std::size_t i = width; i-- > 0;) value = value << 8 | octet(octets, at + i);
+  std::memcpy(&value, octets.subspan(at, width).data(), width);
   return value;
 }
 
+inline uint64_t littleEndian(DataView octets, std::size_t at, std::size_t width) {
+  const uint64_t value = loaded(octets, at, width);
+  return std::endian::native == std::endian::little ? value : __builtin_bswap64(value);
+}
+
+/// Of 1 to 8 octets.
 inline uint64_t bigEndian(DataView octets, std::size_t at, std::size_t width) {
-  uint64_t value = 0;
-  for (std::size_t i = 0; i < width; ++i) value = value << 8 | octet(octets, at + i);
-  return value;
+  const uint64_t value = loaded(octets, at, width);
+  return (std::endian::native == std::endian::big ? value : __builtin_bswap64(value)) >> (64 - 8 * width);
 }
 
 /// Reads a file's numbers in the order of octets that its writer chose.
