@@ -77,10 +77,8 @@ void BRLContextManager::reportOctets(platform::DataView manufacturerData) noexce
   if (octets.size() != manufacturerData.size()) octets.resize(manufacturerData.size(), std::string(2, '0'));
   const std::byte* next = manufacturerData.data();
   for (std::string& text : octets) {
-    const auto octet = std::to_integer<uint8_t>(*next++);
-    char* digits = text.data();
-    digits[0] = platform::kUpperHexDigits[octet >> 4];
-    digits[1] = platform::kUpperHexDigits[octet & 15];
+    const auto& digits = platform::kUpperHexPairs[std::to_integer<uint8_t>(*next++)];
+    std::ranges::copy(digits, text.data());
   }
   delegate->contextManager_didByteArray(*this, octets);
   octetTexts_ = std::move(octets);

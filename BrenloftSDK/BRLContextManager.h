@@ -20,6 +20,7 @@
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/Mutex.h"
 #include "platform/foundation/TextArgument.h"
 #include "platform/location/CLLocationManager.h"
 
@@ -282,7 +283,7 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   std::vector<std::weak_ptr<const platform::CLRegion>> submittedRegions_;  // since the last `stop`
   std::vector<std::weak_ptr<const platform::CLRegion>> endedRegions_;      // by `stop`
 
-  std::mutex seenMutex_;
+  platform::Mutex seenMutex_;
   std::unordered_map<std::string, SeenBeacon, SeenHash, SeenEqual> seenBRLCache_;
 
   std::vector<std::string> octetTexts_;  // the scanner queue's, for the next advertisement

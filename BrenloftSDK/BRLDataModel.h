@@ -13,6 +13,7 @@
 #include "BrenloftSDK/BRLSensorFrame.h"
 #include "platform/foundation/Date.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/Mutex.h"
 #include "platform/foundation/TextArgument.h"
 #include "platform/foundation/Value.h"
 
@@ -180,7 +181,7 @@ class BRL_EXPORT BRLBeaconDataModel {
   std::atomic<int64_t> emergency_{0};
   std::atomic<int64_t> battery_{0};
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable platform::Mutex mutex_;  // guards what follows
   std::optional<platform::Date> statusUpdatedDate_;
   // The texts are those of the last frame or, once one of them was set or given, all written out.
   std::optional<BRLSensorFrame> frame_;

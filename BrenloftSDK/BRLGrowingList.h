@@ -9,6 +9,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/foundation/Mutex.h"
+
 /// A list that only grows. Elements never move.
 ///
 /// Thread safety:
@@ -105,7 +107,7 @@ class BRLGrowingList {
     return segments_[place.segment].load(std::memory_order_acquire)[place.offset];
   }
 
-  std::mutex appendMutex_;
+  platform::Mutex appendMutex_;
   std::atomic<size_t> size_{0};
   std::array<std::atomic<Element*>, kSegments> segments_{};
 };

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/Mutex.h"
+
 /// Where the lost check looks: the present records of a list, by the second in which each was last heard.
 ///
 /// A present record has an entry at the second of its date or at an earlier one. So being heard again, which
@@ -30,7 +32,7 @@ class BRLLastHeard {
   std::optional<Entry> take(std::size_t begin, std::size_t end, int64_t cutoff);
 
  private:
-  std::mutex mutex_;  // guards what follows
+  platform::Mutex mutex_;  // guards what follows
   std::map<int64_t, std::vector<std::size_t>> seconds_;
   std::set<std::pair<std::size_t, int64_t>> due_;  // no longer in `seconds_`: a check has asked for them
 };

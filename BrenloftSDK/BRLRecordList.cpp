@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/Mutex.h"
+
 namespace {
 
 using Identity = BRLRecordList::Identity;
@@ -30,13 +32,14 @@ Key keyOf(Identity identity, const BRLHashedText& uuid, int64_t major, int64_t m
 }
 
 // Records by the properties of one identity. A slot holds the last record of its key, and each record the
-// number of the next one of its key, the last one that of the first.
+// number of the next one of its key, the last one that of the first. Takes in new records when it is asked.
 class Table {
  public:
   Table(const BRLGrowingList<BRLRecordList::Record>& list, Identity identity)
       : list_(list), identity_(identity) {}
 
-  std::optional<BRLRecordList::Match> find(const Key& key, size_t from, size_t end) const {
+  std::optional<BRLRecordList::Match> find(const Key& key, size_t from, size_t end) {
+    while (next_.size() < list_.size()) add(static_cast<Number>(next_.size()));
     const Number last = slots_.empty() ? kNone : slots_[slotOf(key)];
     if (last == kNone || last < from) return std::nullopt;
     Number number = from > 0 && has(from - 1, key) ? next_[from - 1] : next_[last];
@@ -45,6 +48,7 @@ class Table {
     return BRLRecordList::Match{number, number == last};
   }
 
+ private:
   // Records come in order; one without a uuid stands for nothing.
   void add(Number number) {
     next_.push_back(number);
@@ -52,8 +56,6 @@ class Table {
     if (++used_ * 2 > slots_.size()) return rebuild();
     put(number);
   }
-
- private:
   Key keyAt(size_t number) const {
     const BRLBeaconDataModel& record = *list_[number];
     return keyOf(identity_, *record.uuid(), record.major(), record.minor());
@@ -96,7 +98,7 @@ struct BRLRecordList::Index {
   explicit Index(const BRLGrowingList<Record>& list)
       : tables{Table(list, kIdentities[0]), Table(list, kIdentities[1]), Table(list, kIdentities[2])} {}
 
-  mutable std::mutex mutex;
+  platform::Mutex mutex;
   std::array<Table, kIdentities.size()> tables;
 };
 
@@ -111,8 +113,5 @@ std::optional<BRLRecordList::Match> BRLRecordList::find(Identity identity, const
 }
 
 size_t BRLRecordList::append(Record record) {
-  const std::scoped_lock lock(index_->mutex);
-  const size_t number = list_.append(std::move(record));
-  for (Table& table : index_->tables) table.add(static_cast<Number>(number));
-  return number;
+  return list_.append(std::move(record));
 }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <mutex>
 
 #include "platform/Platform.h"
 
@@ -22,6 +23,7 @@ Integer truncated(double value) {
 
 // Whole tenths of the delay in seconds, so none below ten seconds.
 dispatch_time_t leewayOf(double delay) {
+  if (delay < 10.0) return dispatch_time_t::zero();
   const auto seconds = truncated<uint64_t>(delay / 10.0);
   constexpr auto kMost = static_cast<uint64_t>(
       std::chrono::duration_cast<std::chrono::seconds>(platform::DISPATCH_TIME_FOREVER).count());

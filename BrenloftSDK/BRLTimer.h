@@ -3,12 +3,11 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <utility>
 
 #include "platform/dispatch/Dispatch.h"
 #include "platform/foundation/Export.h"
+#include "platform/foundation/Mutex.h"
 
 /// A one-shot timer on a serial queue: runs a handler once, a number of seconds after it was scheduled, and
 /// can be pushed back any number of times before that.
@@ -74,7 +73,9 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
   /// What `schedule` installs on the source. Does not keep the timer alive.
   // @property BRLTimer.wrappedBlock
   platform::dispatch_block_t wrappedBlock();
-  void setWrappedBlock(platform::dispatch_block_t block) { wrappedBlock_ = std::move(block); }
+  void setWrappedBlock(platform::dispatch_block_t block) {
+    wrappedBlock_ = std::make_unique<const platform::dispatch_block_t>(std::move(block));
+  }
   /// The queue given at the beginning; setting another one does not move the source.
   // @property BRLTimer.queue
   platform::dispatch_queue_t queue() const { return queue_; }
@@ -96,11 +97,11 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
 
   // The services it was made with; kept, so that a push-back need not look them up.
   const std::shared_ptr<platform::DispatchService> dispatch_;
-  mutable std::mutex mutex_;
-  Block block_;                                             // guarded by mutex_
-  std::optional<platform::dispatch_block_t> wrappedBlock_;  // absent: fire()
+  Block block_;                                                     // guarded by mutex_
+  std::unique_ptr<const platform::dispatch_block_t> wrappedBlock_;  // absent: fire()
   platform::dispatch_queue_t queue_;
   platform::dispatch_source_t source_;
   std::atomic<double> delay_;
   std::atomic<bool> suspended_{false};
+  mutable platform::Mutex mutex_;
 };

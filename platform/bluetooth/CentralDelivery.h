@@ -14,6 +14,7 @@
 #include "platform/bluetooth/Backlog.h"
 #include "platform/bluetooth/CBCentralManager.h"
 #include "platform/dispatch/CallGate.h"
+#include "platform/foundation/Mutex.h"
 
 namespace platform {
 
@@ -75,7 +76,7 @@ class CentralDelivery : public std::enable_shared_from_this<CentralDelivery> {
   CallGate gate_;
   Backlog backlog_;
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable Mutex mutex_;  // guards what follows
   std::optional<Scan> scan_;
   uint64_t scanNumber_ = 0;
   std::deque<Waiting> waiting_;  ///< one for each block on the queue, in their order

@@ -10,6 +10,7 @@
 #include "platform/bluetooth/AdvertisementMerger.h"
 #include "platform/bluetooth/CentralDelivery.h"
 #include "platform/dispatch/VirtualDispatch.h"
+#include "platform/foundation/Mutex.h"
 
 namespace platform {
 namespace {
@@ -71,7 +72,7 @@ class SourceRadio final : public RadioService, public std::enable_shared_from_th
   AdvertisementMerger merger_;  // on the source's queue only
 
   // Taken before a delivery's mutex, never after it.
-  mutable std::mutex mutex_;  // guards what follows
+  mutable Mutex mutex_;  // guards what follows
   std::shared_ptr<const Deliveries> deliveries_ = std::make_shared<Deliveries>();
   std::optional<CBManagerState> state_;
   std::optional<Services> applied_;

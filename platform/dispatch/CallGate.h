@@ -6,7 +6,8 @@
 #include <functional>
 #include <mutex>
 #include <thread>
-#include <vector>
+
+#include "platform/foundation/Mutex.h"
 
 namespace platform {
 
@@ -25,9 +26,8 @@ class CallGate {
   /// Runs `work`, unless the gate is closed.
   template <class Work>
   void call(const Work& work) {
-    if (!enter()) return;
-    const Inside inside(*this);
-    work();
+    Call call(*this);
+    if (enter(call)) work();
   }
 
   /// No call begins afterwards. Waits for the calls that run on other threads and for `onClosed`; called from
@@ -40,34 +40,36 @@ class CallGate {
   bool isClosed() const { return isClosed_; }
 
  private:
+  /// One call, from before it enters until it has left.
   struct Call {
-    std::thread::id thread;
-    uint64_t number;
-    bool isWaiting;  ///< for the others to end
-  };
-  class Inside {
-   public:
-    explicit Inside(CallGate& gate) : gate_(gate) {}
-    ~Inside() { gate_.leave(); }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
+    explicit Call(CallGate& through) : gate(through) {}
+    ~Call() {
+      if (number > 0) gate.leave(*this);
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
 
-   private:
-    CallGate& gate_;
+    CallGate& gate;
+    uint64_t number = 0;  ///< from 1, once it runs
+    std::thread::id thread{};
+    bool isWaiting = false;  ///< for the others to end
+    Call* older = nullptr;
   };
 
-  bool enter();
-  void leave();
+  bool enter(Call& call);
+  void leave(Call& call);
   // With the lock held.
-  void begin();
-  void waitForOthers(std::unique_lock<std::mutex>& lock);
+  void begin(Call& call);
+  void waitForOthers(std::unique_lock<Mutex>& lock);
   bool markOwn(bool isWaiting);
+  void callsChanged();
 
-  std::mutex mutex_;  // guards what follows; `isClosed_` is read without it
-  std::condition_variable changed_;
+  Mutex mutex_;  // guards what follows; `isClosed_` is read without it
+  std::condition_variable_any changed_;
   std::function<void()> onClosed_;
   std::atomic<bool> isClosed_ = false;
-  std::vector<Call> calls_;  ///< that run
+  Call* newest_ = nullptr;  ///< of those that run
+  int waiters_ = 0;
   uint64_t lastNumber_ = 0;
 };
 

@@ -3,13 +3,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <unordered_map>
 #include <variant>
 #include <vector>
 
-#include "platform/dispatch/TimerSource.h"
+#include "platform/dispatch/Dispatch.h"
 
 namespace platform {
+
+class TimerSource;
 
 /// When something is due; equal instants in the order of submission.
 struct Deadline {
@@ -39,7 +40,7 @@ inline const dispatch_queue* queueOf(const PendingWork& work) {
 }
 
 /// What waits for a later instant: blocks, and at most one wake-up per timer source. A source parked at
-/// DISPATCH_TIME_FOREVER is kept alive and never due.
+/// DISPATCH_TIME_FOREVER is kept alive and never due. Sources know their own wake-up.
 ///
 /// Threads: none of its own; the owner locks.
 class DeadlineMap {
@@ -67,12 +68,10 @@ class DeadlineMap {
   size_t pendingCount() const { return entries_.size() - parked_; }
 
  private:
-  void move(Entries::iterator entry, Deadline deadline);
+  void move(Entries::iterator& entry, Deadline deadline);
 
   Entries entries_;
-  std::unordered_map<const TimerSource*, Entries::iterator> wakes_;
   size_t parked_ = 0;
-  Entries::node_type spare_;  ///< of the entry taken last, for the one added next
 };
 
 }  // namespace platform

@@ -2,11 +2,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "platform/dispatch/Block.h"
 #include "platform/foundation/Date.h"
 #include "platform/foundation/Export.h"
 
@@ -29,8 +29,6 @@ inline dispatch_time_t dispatch_time(dispatch_time_t when, std::chrono::nanoseco
   if (!__builtin_add_overflow(when.count(), delta.count(), &sum)) return dispatch_time_t(sum);
   return delta.count() > 0 ? DISPATCH_TIME_FOREVER : dispatch_time_t::min();
 }
-
-using dispatch_block_t = std::function<void()>;
 
 class BRL_EXPORT dispatch_queue {
  public:

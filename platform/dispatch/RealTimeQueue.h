@@ -10,6 +10,7 @@
 
 #include "platform/dispatch/DeadlineMap.h"
 #include "platform/dispatch/Readiness.h"
+#include "platform/dispatch/TimerSource.h"
 
 namespace platform {
 
@@ -34,7 +35,7 @@ class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_th
   void asyncAt(dispatch_time_t due, dispatch_block_t block);
 
   dispatch_time_t now() const override { return monotonicNow(); }
-  std::mutex& mutex() override { return mutex_; }
+  Mutex& mutex() override { return mutex_; }
   uint64_t& submissions() override { return submissions_; }
   dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const override;
   void wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_time_t due, uint64_t order) override;
@@ -51,7 +52,7 @@ class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_th
   void end();
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
+  using Lock = std::unique_lock<Mutex>;
   static constexpr dispatch_time_t kAwake = dispatch_time_t::min();
 
   void release();
@@ -68,8 +69,8 @@ class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_th
   const std::string label_;
   std::thread thread_;
 
-  std::mutex mutex_;  // guards what follows
-  std::condition_variable wake_;
+  Mutex mutex_;  // guards what follows
+  std::condition_variable_any wake_;
   dispatch_time_t asleepUntil_ = kAwake;
   std::deque<PendingWork> ready_;
   DeadlineMap deadlines_;

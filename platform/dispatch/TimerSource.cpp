@@ -1,11 +1,12 @@
 #include "platform/dispatch/TimerSource.h"
 
+#include <mutex>
 #include <utility>
 
 namespace platform {
 
 TimerSource::TimerSource(std::shared_ptr<TimerQueue> queue)
-    : queue_(std::move(queue)), mutex_(queue_->mutex()), submissions_(queue_->submissions()) {}
+    : queue_(std::move(queue)), mutex_(queue_->mutex()) {}
 
 void TimerSource::setEventHandler(dispatch_block_t handler) {
   auto kept = std::make_shared<const dispatch_block_t>(std::move(handler));
@@ -19,7 +20,7 @@ void TimerSource::setTimer(dispatch_time_t start, dispatch_time_t /*interval*/, 
   if (cancelled_) return;
   start_ = want_ = start;
   leeway_ = leeway;
-  order_ = submissions_++;
+  order_ = queue_->submissions()++;
   const bool wakesInTime = armed_ != DISPATCH_TIME_FOREVER && (armed_ <= want_ || armed_ <= target());
   if (want_ == DISPATCH_TIME_FOREVER || !wakesInTime) dropped = place();
 }

@@ -3,22 +3,21 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <typeinfo>
 
-#include "platform/dispatch/Dispatch.h"
+#include "platform/dispatch/DeadlineMap.h"
+#include "platform/foundation/Mutex.h"
 
 namespace platform {
-
-class TimerSource;
 
 /// What a timer source needs from the queue that it fires on.
 class TimerQueue : public dispatch_queue {
  public:
   virtual dispatch_time_t now() const = 0;
   /// Guards the queue and its sources.
-  virtual std::mutex& mutex() = 0;
+  virtual Mutex& mutex() = 0;
 
   // With the lock held, so none of them may run or destroy foreign code.
   /// The number that the next submission takes: equal deadlines come in its order.
@@ -63,6 +62,8 @@ class TimerSource final : public dispatch_source_timer, public std::enable_share
   bool onWake();
   /// Moves the wake-up to where the deadline is now; false when it was there. With the queue's lock held.
   bool rearm();
+  /// Its wake-up, as long as it has one. With the queue's lock held.
+  std::optional<DeadlineMap::Entries::iterator>& wake() { return wake_; }
 
  private:
   // With the lock held:
@@ -71,15 +72,14 @@ class TimerSource final : public dispatch_source_timer, public std::enable_share
   bool claim();
 
   const std::shared_ptr<TimerQueue> queue_;
-  std::atomic<bool> cancelled_{false};
-
-  std::mutex& mutex_;  // the queue's; guards what follows, and changes of `cancelled_`
-  uint64_t& submissions_;
+  Mutex& mutex_;  // the queue's; guards what follows, and changes of `cancelled_`
   dispatch_time_t start_ = DISPATCH_TIME_FOREVER;
   dispatch_time_t leeway_{};
   dispatch_time_t want_ = DISPATCH_TIME_FOREVER;   // `start_` until it is taken
   dispatch_time_t armed_ = DISPATCH_TIME_FOREVER;  // when the queue calls `onWake`
   uint64_t order_ = 0;
+  std::optional<DeadlineMap::Entries::iterator> wake_;
+  std::atomic<bool> cancelled_{false};
   unsigned suspensions_ = 1;
   std::shared_ptr<const dispatch_block_t> handler_;
 };

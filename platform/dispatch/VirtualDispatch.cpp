@@ -17,7 +17,7 @@ class VirtualQueue final : public TimerQueue {
   bool isCurrent() const override { return engine_->isCurrent(*this); }
 
   dispatch_time_t now() const override { return engine_->now(); }
-  std::mutex& mutex() override { return engine_->mutex(); }
+  Mutex& mutex() override { return engine_->mutex(); }
   uint64_t& submissions() override { return engine_->submissions(); }
   dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const override {
     return engine_->pick(want, leeway);

@@ -1,6 +1,7 @@
 #include "platform/dispatch/VirtualEngine.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -35,20 +36,24 @@ void VirtualEngine::moveTo(dispatch_time_t instant) {
   if (instant > now()) now_.store(instant.count(), std::memory_order_release);
 }
 
-void VirtualEngine::post(const dispatch_queue& queue, dispatch_block_t block) {
+void VirtualEngine::post(const dispatch_queue& queue, dispatch_block_t&& block) {
   const std::scoped_lock lock(mutex_);
-  if (ended_) return;
-  const Deadline deadline = nextDeadline(now());
-  if (ties_)
-    deadlines_.add(deadline, {&queue, std::move(block)});
-  else
-    line_.push_back({deadline, {&queue, std::move(block)}});
+  if (!ended_) add(soon_, now(), queue, std::move(block));
 }
 
-void VirtualEngine::postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t block) {
+void VirtualEngine::postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t&& block) {
   const std::scoped_lock lock(mutex_);
-  if (ended_) return;
-  deadlines_.add(nextDeadline(std::max(due, now())), {&queue, std::move(block)});
+  if (!ended_) add(later_, std::max(due, now()), queue, std::move(block));
+}
+
+void VirtualEngine::add(Line& line, dispatch_time_t due, const dispatch_queue& queue,
+                        dispatch_block_t&& block) {
+  const Deadline deadline{due, submissions_++};
+  const bool isInOrder = line.empty() || line.back().deadline < deadline;
+  if (ties_ || !isInOrder || due == DISPATCH_TIME_FOREVER)
+    deadlines_.add(deadline, {&queue, std::move(block)});
+  else
+    line.emplace_back(deadline, queue, std::move(block));
 }
 
 dispatch_time_t VirtualEngine::pick(dispatch_time_t want, dispatch_time_t leeway) const {
@@ -63,10 +68,7 @@ void VirtualEngine::wakeAt(dispatch_time_t due, uint64_t order, const dispatch_q
 bool VirtualEngine::run(dispatch_time_t limit) {
   ++running_;
   bool stopped = false;
-  while (!stopped) {
-    std::optional<PendingWork> work = takeNext(limit);
-    if (!work) break;
-    execute(*work);
+  while (!stopped && runNext(limit)) {
     stopped = stopping_.load(std::memory_order_relaxed) && stopping_.exchange(false);
   }
   if (--running_ == 0) stopping_ = false;
@@ -77,12 +79,15 @@ void VirtualEngine::stop() {
   if (running_ > 0) stopping_ = true;
 }
 
-void VirtualEngine::execute(PendingWork& work) noexcept {
-  const dispatch_queue* outer = std::exchange(runningQueue, queueOf(work));
-  if (auto* posted = std::get_if<PostedBlock>(&work))
-    posted->block();
-  else
-    std::get<TimerWake>(work).source->onWake();
+void VirtualEngine::execute(const PostedBlock& posted) noexcept {
+  const dispatch_queue* outer = std::exchange(runningQueue, posted.queue);
+  posted.block();
+  runningQueue = outer;
+}
+
+void VirtualEngine::execute(const TimerWake& wake) noexcept {
+  const dispatch_queue* outer = std::exchange(runningQueue, wake.queue);
+  wake.source->onWake();
   runningQueue = outer;
 }
 
@@ -90,19 +95,32 @@ bool VirtualEngine::isCurrent(const dispatch_queue& queue) const {
   return runningQueue == &queue;
 }
 
-std::optional<PendingWork> VirtualEngine::takeNext(dispatch_time_t limit) {
-  const std::scoped_lock lock(mutex_);
-  const dispatch_time_t due = firstDue();
-  if (due == DISPATCH_TIME_FOREVER || due > limit) return std::nullopt;
+bool VirtualEngine::runNext(dispatch_time_t limit) {
+  std::unique_lock lock(mutex_);
+  Line* const line = nextLine();
+  const dispatch_time_t due = line != nullptr ? line->front().deadline.due : deadlines_.nextDue();
+  if (due == DISPATCH_TIME_FOREVER || due > limit) return false;
   if (due > now()) now_.store(due.count(), std::memory_order_release);
-  if (ties_) return takeShuffled(due);
-  if (deadlines_.begin() == deadlines_.end() ||
-      (!line_.empty() && line_.front().deadline < deadlines_.begin()->first)) {
-    PendingWork work = std::move(line_.front().block);
-    line_.pop_front();
-    return work;
+  if (line != nullptr) {
+    const PostedBlock posted = std::move(line->front().block);
+    line->pop_front();
+    lock.unlock();
+    execute(posted);
+    return true;
   }
-  return deadlines_.take(deadlines_.begin());
+  const PendingWork work = ties_ ? takeShuffled(due) : deadlines_.take(deadlines_.begin());
+  lock.unlock();
+  std::visit([](const auto& kind) { execute(kind); }, work);
+  return true;
+}
+
+/// The line whose first block is the next thing to happen.
+VirtualEngine::Line* VirtualEngine::nextLine() {
+  const bool isLater = !later_.empty() && (soon_.empty() || later_.front().deadline < soon_.front().deadline);
+  Line& first = isLater ? later_ : soon_;
+  const bool isNext = !first.empty() && (deadlines_.begin() == deadlines_.end() ||
+                                         first.front().deadline < deadlines_.begin()->first);
+  return isNext ? &first : nullptr;
 }
 
 PendingWork VirtualEngine::takeShuffled(dispatch_time_t due) {
@@ -117,14 +135,14 @@ PendingWork VirtualEngine::takeShuffled(dispatch_time_t due) {
   return deadlines_.take(firstOfEachQueue[choice(*ties_)]);
 }
 
-dispatch_time_t VirtualEngine::firstDue() const {
-  const dispatch_time_t due = deadlines_.nextDue();
-  return line_.empty() ? due : std::min(due, line_.front().deadline.due);
+dispatch_time_t VirtualEngine::firstDue() {
+  const Line* const line = nextLine();
+  return line != nullptr ? line->front().deadline.due : deadlines_.nextDue();
 }
 
 size_t VirtualEngine::pendingCount() const {
   const std::scoped_lock lock(mutex_);
-  return line_.size() + deadlines_.pendingCount();
+  return soon_.size() + later_.size() + deadlines_.pendingCount();
 }
 
 dispatch_time_t VirtualEngine::nextDue() {
@@ -138,8 +156,10 @@ dispatch_time_t VirtualEngine::nextDue() {
 void VirtualEngine::shuffleTies(uint64_t seed) {
   const std::scoped_lock lock(mutex_);
   ties_.emplace(seed);
-  for (Line& waiting : line_) deadlines_.add(waiting.deadline, std::move(waiting.block));
-  line_.clear();
+  for (Line* line : {&soon_, &later_}) {
+    for (Waiting& waiting : *line) deadlines_.add(waiting.deadline, std::move(waiting.block));
+    line->clear();
+  }
 }
 
 void VirtualEngine::fireLate(bool late) {
@@ -151,12 +171,14 @@ void VirtualEngine::fireLate(bool late) {
 }
 
 void VirtualEngine::end() {
-  std::deque<Line> line;
+  Line soon;
+  Line later;
   std::vector<PendingWork> waiting;
   {
     const std::scoped_lock lock(mutex_);
     ended_ = true;
-    line.swap(line_);
+    soon.swap(soon_);
+    later.swap(later_);
     waiting = deadlines_.takeAll();
   }
   for (const PendingWork& work : waiting) {

@@ -4,19 +4,22 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "platform/dispatch/DeadlineMap.h"
+#include "platform/dispatch/TimerSource.h"
+#include "platform/foundation/Mutex.h"
 
 namespace platform {
 
 /// The clock of virtual time and everything that waits on it.
 ///
-/// What was posted for now stands in a line, everything else in order of its deadline; the two are merged by
-/// (due, order of submission). Threads: any may submit; one at a time may run.
+/// Blocks for now stand in a line, and so do those for later as far as they come in order, as a replay's do.
+/// Everything else is sorted by its deadline. All are merged by (due, order of submission).
+/// Threads: any may submit; one at a time may run.
 class VirtualEngine {
  public:
   explicit VirtualEngine(Date start);
@@ -26,11 +29,11 @@ class VirtualEngine {
   void setDate(Date date);
   void skip(dispatch_time_t duration);
 
-  void post(const dispatch_queue& queue, dispatch_block_t block);
-  void postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t block);
+  void post(const dispatch_queue& queue, dispatch_block_t&& block);
+  void postAt(dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t&& block);
 
   // For the timers of its queues, as TimerQueue says:
-  std::mutex& mutex() { return mutex_; }
+  Mutex& mutex() { return mutex_; }
   uint64_t& submissions() { return submissions_; }
   dispatch_time_t pick(dispatch_time_t want, dispatch_time_t leeway) const;
   void wakeAt(dispatch_time_t due, uint64_t order, const dispatch_queue& queue,
@@ -52,25 +55,33 @@ class VirtualEngine {
   void end();
 
  private:
-  struct Line {
+  struct Waiting {
+    Waiting(Deadline when, const dispatch_queue& queue, dispatch_block_t&& work)
+        : deadline(when), block{&queue, std::move(work)} {}
+
     Deadline deadline;
     PostedBlock block;
   };
+  using Line = std::deque<Waiting>;
 
-  std::optional<PendingWork> takeNext(dispatch_time_t limit);
+  bool runNext(dispatch_time_t limit);
+  static void execute(const PostedBlock& posted) noexcept;
+  static void execute(const TimerWake& wake) noexcept;
+  // With the lock held:
+  void add(Line& line, dispatch_time_t due, const dispatch_queue& queue, dispatch_block_t&& block);
+  Line* nextLine();
   PendingWork takeShuffled(dispatch_time_t due);
-  dispatch_time_t firstDue() const;
-  void execute(PendingWork& work) noexcept;
-  Deadline nextDeadline(dispatch_time_t due) { return {due, submissions_++}; }
+  dispatch_time_t firstDue();
 
   std::atomic<dispatch_time_t::rep> now_{0};
   std::atomic<Date::rep> dateAtZero_;
   std::atomic<bool> stopping_{false};
   std::atomic<int> running_{0};  // nested calls
 
-  mutable std::mutex mutex_;  // guards what follows
+  mutable Mutex mutex_;  // guards what follows
   uint64_t submissions_ = 0;
-  std::deque<Line> line_;  // in order of its deadlines
+  Line soon_;  // both in order of their deadlines
+  Line later_;
   DeadlineMap deadlines_;
   std::optional<std::mt19937_64> ties_;
   bool late_ = false;

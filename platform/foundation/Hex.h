@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -33,6 +35,14 @@ inline char* writeHex(char* to, uint8_t octet, std::string_view digits) {
   *to++ = digits[octet & 15];
   return to;
 }
+
+/// The two upper-case digits of every octet, for what writes many.
+inline constexpr auto kUpperHexPairs = [] {
+  std::array<std::array<char, 2>, 256> pairs{};
+  for (std::size_t octet = 0; octet < pairs.size(); ++octet)
+    pairs[octet] = {kUpperHexDigits[octet >> 4], kUpperHexDigits[octet & 15]};
+  return pairs;
+}();
 
 /// Octets as lower-case hexadecimal digits without separators.
 BRL_EXPORT std::string hexText(DataView octets);
