@@ -23,7 +23,7 @@ class BeaconId {
     return {Kind::iBeacon, std::string(uuid) + '/' + std::to_string(major) + '/' + std::to_string(minor)};
   }
   /// From what `text` gives, also in lower case.
-  static std::optional<BeaconId> fromText(std::string_view text);
+  static std::optional<BeaconId> fromText(std::string_view given);
 
   Kind kind() const { return kind_; }
   /// "C0-C1-5C-00-00-01", or "UUID/major/minor".

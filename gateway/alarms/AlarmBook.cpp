@@ -46,8 +46,9 @@ std::optional<int32_t> thresholdOf(const AlarmRule& rule, std::optional<int32_t>
 
 }  // namespace
 
-AlarmBook::AlarmBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
-                     std::shared_ptr<const Settings> settings, Handlers handlers)
+AlarmBook::AlarmBook(std::shared_ptr<platform::DispatchService> dispatch,
+                     const platform::dispatch_queue_t& queue, std::shared_ptr<const Settings> settings,
+                     Handlers handlers)
     : dispatch_(std::move(dispatch)),
       settings_(std::move(settings)),
       handlers_(std::move(handlers)),

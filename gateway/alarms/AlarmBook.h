@@ -56,7 +56,7 @@ class AlarmBook {
     std::function<void(const AlarmNotice&)> onNotice;
   };
 
-  AlarmBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
+  AlarmBook(std::shared_ptr<platform::DispatchService> dispatch, const platform::dispatch_queue_t& queue,
             std::shared_ptr<const Settings> settings, Handlers handlers);
   ~AlarmBook();
   AlarmBook(const AlarmBook&) = delete;

@@ -25,7 +25,8 @@ std::vector<std::string> environmentWith(const Variables& variables) {
     };
     if (std::ranges::none_of(variables, isReplaced)) environment.emplace_back(entry);
   }
-  for (const auto& [name, value] : variables) environment.push_back(name + '=' + value);
+  for (const auto& [name, value] : variables)
+    environment.push_back(std::string(name).append("=").append(value));
   return environment;
 }
 

@@ -46,8 +46,9 @@ std::optional<StateText> textIn(const KeptState& state) {
 
 }  // namespace
 
-BeaconBook::BeaconBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
-                       std::shared_ptr<const Settings> settings, BeaconChoice choice, Handlers handlers)
+BeaconBook::BeaconBook(std::shared_ptr<platform::DispatchService> dispatch,
+                       const platform::dispatch_queue_t& queue, std::shared_ptr<const Settings> settings,
+                       BeaconChoice choice, Handlers handlers)
     : dispatch_(std::move(dispatch)),
       settings_(std::move(settings)),
       choice_(std::move(choice)),

@@ -61,7 +61,7 @@ class BeaconBook {
     std::function<void(const KeptState&)> onState;
   };
 
-  BeaconBook(std::shared_ptr<platform::DispatchService> dispatch, platform::dispatch_queue_t queue,
+  BeaconBook(std::shared_ptr<platform::DispatchService> dispatch, const platform::dispatch_queue_t& queue,
              std::shared_ptr<const Settings> settings, BeaconChoice choice, Handlers handlers);
   ~BeaconBook();
   BeaconBook(const BeaconBook&) = delete;

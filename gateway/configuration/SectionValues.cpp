@@ -21,6 +21,7 @@ std::optional<double> numberOf(const TomlValue& given) {
 
 std::vector<std::string> namesOf(const std::vector<SettingsKey>& keys) {
   std::vector<std::string> names;
+  names.reserve(keys.size());
   for (const SettingsKey& key : keys) names.emplace_back(key.name);
   return names;
 }

@@ -85,7 +85,7 @@ class HistoryFollower::Core {
     alignas(inotify_event) std::array<char, 4096> buffer{};
     bool isOurs = false;
     const std::string name = file_.filename().string();
-    for (ssize_t size; (size = ::read(ring_.number(), buffer.data(), buffer.size())) > 0;) {
+    for (ssize_t size = 0; (size = ::read(ring_.number(), buffer.data(), buffer.size())) > 0;) {
       for (ssize_t at = 0; at < size;) {
         const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
         isOurs = isOurs || event->len == 0 || std::string_view(event->name).starts_with(name);

@@ -123,7 +123,7 @@ class HistoryStore {
   void clearTail();
   void widenTail(int64_t heard);
   void add(NewReading& reading);
-  void add(const std::unique_ptr<NewEvent>& event);
+  void add(const std::unique_ptr<NewEvent>& added);
   void keep(const KeptState& state);
   int64_t takeSeq();
   void insert(int64_t seq, std::initializer_list<platform::StoredView> columns);

@@ -123,6 +123,7 @@ class QueuedSource : public Interface, public std::enable_shared_from_this<Queue
   }
 
   /// Nothing more once a handler has closed the source.
+  // NOLINTNEXTLINE(*-override,*-explicit-virtual-functions): of one interface only
   void report(const AdvertisingReport& report) {
     if (onReport_ && !isClosed()) onReport_(report);
   }

@@ -138,9 +138,9 @@ bool SQLiteStatement::step() {
   if (code == SQLITE_DONE) return false;
   sqlite3* database = sqlite3_db_handle(statement_.get());
   const int extended = sqlite3_extended_errcode(database);
-  const SQLiteFailure failure = failureOf(database, extended);
+  SQLiteFailure failure = failureOf(database, extended);
   sqlite3_reset(statement_.get());
-  throw failure;
+  throw SQLiteFailure(std::move(failure));
 }
 
 void SQLiteStatement::reset() {

@@ -36,6 +36,7 @@ class Result {
  public:
   template <std::convertible_to<T> U = T>
   requires(!std::same_as<std::remove_cvref_t<U>, Error> && !std::same_as<std::remove_cvref_t<U>, Result>)
+      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): the line above keeps it from that
       Result(U&& value)
       : state_(std::in_place_index<0>, std::forward<U>(value)) {}
   Result(Error error) : state_(std::in_place_index<1>, std::move(error)) {}

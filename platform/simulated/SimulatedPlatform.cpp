@@ -97,7 +97,8 @@ void SimulatedPlatform::Parts::makeFoundation(const Options& options) {
   services.log = log->sink();
 }
 
-SimulatedPlatform::SimulatedPlatform(SimulatedPlatformOptions options) : parts_(std::make_unique<Parts>()) {
+SimulatedPlatform::SimulatedPlatform(const SimulatedPlatformOptions& options)
+    : parts_(std::make_unique<Parts>()) {
   parts_->makeClock(options);
   parts_->makeBluetooth(options);
   parts_->makeLocation(options);

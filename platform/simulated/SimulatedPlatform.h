@@ -69,7 +69,7 @@ struct SimulatedPlatformOptions {
 /// Threads: construct, install and destroy on one thread; advance the clock on that thread.
 class BRL_EXPORT SimulatedPlatform {
  public:
-  explicit SimulatedPlatform(SimulatedPlatformOptions options = {});
+  explicit SimulatedPlatform(const SimulatedPlatformOptions& options = {});
   SimulatedPlatform(const SimulatedPlatform&) = delete;
   SimulatedPlatform& operator=(const SimulatedPlatform&) = delete;
   ~SimulatedPlatform();

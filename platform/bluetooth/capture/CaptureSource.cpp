@@ -34,7 +34,7 @@ dispatch_time_t timeBetween(Date earlier, Date later) {
 /// Its reading may wait for a pipe, so it is unguarded.
 class Replay final : public QueuedSource<CaptureSource> {
  public:
-  Replay(CaptureSourceOptions options, std::shared_ptr<DispatchService> dispatch)
+  Replay(CaptureSourceOptions options, const std::shared_ptr<DispatchService>& dispatch)
       : QueuedSource(dispatch, "capture"),
         options_(std::move(options)),
         clock_(std::dynamic_pointer_cast<VirtualDispatch>(dispatch)) {}
