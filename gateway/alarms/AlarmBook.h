@@ -83,6 +83,8 @@ class AlarmBook {
   std::vector<Raised> raised(const BeaconId& beacon) const;
   /// The alarm that was raised for the state's subject when a book kept it; nothing where none was.
   static std::optional<std::string> raisedIn(const KeptState& state);
+  /// Whether a rule is for a beacon, of which the settings say this or nothing.
+  static bool concerns(const AlarmRule& rule, const BeaconId& beacon, const BeaconSettings* known);
 
  private:
   // What is remembered of one rule for one beacon.
@@ -98,8 +100,6 @@ class AlarmBook {
 
   const AlarmRule& ruleOf(const Slot& slot) const { return settings_->alarms[slot.rule]; }
   ListenedTime listened() const;
-  /// `known`: what the settings say of the beacon.
-  static bool concerns(const AlarmRule& rule, const BeaconId& beacon, const BeaconSettings* known);
   bool hasRoomFor(const BeaconId& beacon) const;
   bool isOver(const Slot& slot) const;
   static Slot* find(Slots& slots, std::size_t rule);

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -181,9 +182,12 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
                          broker_->isVersion5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
     mosquitto_int_option(handle_, MOSQ_OPT_TCP_NODELAY, 1);
     mosquitto_int_option(handle_, MOSQ_OPT_SEND_MAXIMUM, UINT16_MAX);
-    int result = mosquitto_will_set(
-        handle_, broker_->will.topic.c_str(), static_cast<int>(broker_->will.payload.size()),
-        broker_->will.payload.data(), kQualityOfService, broker_->will.isRetained);
+    int result =
+        broker_->will.topic.empty()
+            ? int{MOSQ_ERR_SUCCESS}
+            : mosquitto_will_set(handle_, broker_->will.topic.c_str(),
+                                 static_cast<int>(broker_->will.payload.size()), broker_->will.payload.data(),
+                                 kQualityOfService, broker_->will.isRetained);
     if (result == MOSQ_ERR_SUCCESS && !broker_->login.user.empty())
       result = mosquitto_username_pw_set(handle_, broker_->login.user.c_str(),
                                          orNull(broker_->login.password.revealed()));
@@ -244,11 +248,14 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
     const bool isSaid = problem_ == kSaid || problem_ == MOSQ_ERR_TLS || problem_ == MOSQ_ERR_TLS_HANDSHAKE;
     if (isSaid && !said_.empty()) return said_;
     if (problem_ == MOSQ_ERR_ERRNO) return std::generic_category().message(error_);
-    return mosquitto_strerror(problem_.value_or(MOSQ_ERR_CONN_LOST));
+    std::string text = mosquitto_strerror(problem_.value_or(MOSQ_ERR_CONN_LOST));
+    if (text.ends_with('.')) text.pop_back();
+    return text;
   }
 
   void setCallbacks();
   static Connection& of(void* self) { return *static_cast<Connection*>(self); }
+  void hearError(std::string_view text);
   void greeted(int reason, const mosquitto_property* properties);
   void disconnected(int reason);
 
@@ -270,7 +277,7 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
   std::optional<int> problem_;
   int error_ = 0;
   std::optional<std::string> refusal_;
-  std::string said_;  // the library's last word on an error
+  std::string said_;  // the library's or the broker's own words on what is wrong
 };
 
 void MosquittoClient::Connection::setCallbacks() {
@@ -296,8 +303,19 @@ void MosquittoClient::Connection::setCallbacks() {
       handle_,
       [](mosquitto*, void* self, int reason, const mosquitto_property*) { of(self).disconnected(reason); });
   mosquitto_log_callback_set(handle_, [](mosquitto*, void* self, int level, const char* text) {
-    if (level == MOSQ_LOG_ERR) of(self).said_ = text;
+    if (level == MOSQ_LOG_ERR) of(self).hearError(text);
   });
+}
+
+// "Error: host name verification failed." and "OpenSSL Error[0]: error:0A000086:SSL routines::certificate
+// verify failed" are two lines of one failure.
+void MosquittoClient::Connection::hearError(std::string_view text) {
+  constexpr std::string_view kWord = "Error: ";
+  if (text.starts_with(kWord)) text.remove_prefix(kWord.size());
+  if (const std::size_t place = text.rfind("::"); place != std::string_view::npos)
+    text.remove_prefix(place + 2);
+  if (text.ends_with('.')) text.remove_suffix(1);
+  said_.append(said_.empty() ? "" : ", ").append(text);
 }
 
 void MosquittoClient::Connection::greeted(int reason, const mosquitto_property* properties) {

@@ -131,8 +131,9 @@ Outbox::Found Outbox::nextEvent(Track& track, bool isUrgent) {
   if (track.waiting.empty()) return std::nullopt;
   const HistoryRow row = std::move(track.waiting.front());
   track.waiting.pop_front();
-  return std::pair(payloads_.event({store_, isHistorical(row.seq)}, row),
-                   Origin(InLane{&track, track.lane.begin(row.seq)}));
+  const Lane::Ticket ticket = track.lane.begin(row.seq);
+  if (track.waiting.empty()) track.lane.skip(track.looked);
+  return std::pair(payloads_.event({store_, isHistorical(row.seq)}, row), Origin(InLane{&track, ticket}));
 }
 
 Outbox::Found Outbox::nextView() {
@@ -161,8 +162,8 @@ Outbox::Found Outbox::nextBatch(Instant now) {
     message = batchOf(rows /= 2);
   const int64_t through = endOfBatch(rows);
   if (isHistorical(through))
-    nextHistorical_ =
-        std::max(now, nextHistorical_) + Instant(std::chrono::seconds(rows)) / options_.mostPerSecond;
+    historicalPaid_ =
+        std::max(now, historicalPaid_) + Instant(std::chrono::seconds(rows)) / options_.mostPerSecond;
   info_.dropped += static_cast<uint64_t>(through - batches_.lane.read()) - rows;
   batches_.waiting.erase(batches_.waiting.begin(),
                          batches_.waiting.begin() + static_cast<std::ptrdiff_t>(rows));
@@ -188,7 +189,7 @@ Message Outbox::batchOf(std::size_t rows) {
 bool Outbox::isBatchDue(Instant now) const {
   if (batches_.waiting.empty()) return batches_.isAtEnd && batches_.looked > batches_.lane.read();
   const bool isWaited = isHistorical(batches_.waiting.front().seq);
-  if (isWaited) return now >= nextHistorical_;
+  if (isWaited) return now >= historicalDue();
   return batches_.waiting.size() >= kBatchRows || now >= batchBegun_ + kBatchTime;
 }
 
@@ -270,7 +271,7 @@ std::optional<Instant> Outbox::due() const {
     if (!batches_.waiting.empty()) {
       const bool isWaited = isHistorical(batches_.waiting.front().seq);
       due = std::min(due,
-                     std::max(heldUntil_[kBatches], isWaited ? nextHistorical_ : batchBegun_ + kBatchTime));
+                     std::max(heldUntil_[kBatches], isWaited ? historicalDue() : batchBegun_ + kBatchTime));
     }
   }
   return due;

@@ -120,6 +120,8 @@ class Outbox final : public Supply {
   void refillBatches(Instant now);
   void rewind(Track& track);
   void hold(Instant now, Channel channel, Outcome outcome);
+  // The rate holds over a second, not from batch to batch.
+  Instant historicalDue() const { return historicalPaid_ - std::chrono::seconds(1); }
   bool isHistorical(int64_t seq) const { return seq <= backlogEnd_; }
 
   Payloads& payloads_;
@@ -133,7 +135,7 @@ class Outbox final : public Supply {
   Track calm_;
   Track batches_;
   Instant batchBegun_{};      // when its first row was read
-  Instant nextHistorical_{};  // the rate allows the next batch of what waited
+  Instant historicalPaid_{};  // the rate allows what was sent of the backlog until then
   std::size_t batchesUnderWay_ = 0;
   std::deque<Message> announcements_;
   Instant nextAnnouncement_{};

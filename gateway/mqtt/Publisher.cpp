@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <random>
+#include <set>
 #include <utility>
 
 #include <poll.h>
@@ -13,6 +14,7 @@
 
 #include "gateway/history/HistoryFollower.h"
 #include "gateway/history/HistoryReader.h"
+#include "gateway/mqtt/Announcer.h"
 #include "gateway/mqtt/MachineClock.h"
 #include "gateway/mqtt/Session.h"
 #include "gateway/mqtt/View.h"
@@ -115,10 +117,16 @@ class Publisher::Run {
                 {.date = [this] { return publisher_.dispatch_->date(); },
                  .clock = clockOfMachine,
                  .onLine = [this](const std::string& line) { tell(line); }}),
+        announcer_({.discovery = Discovery(payloads_.topics(), options_.discovery),
+                    .wanted = [this] { return wanted(); },
+                    .announce = [this](auto messages) { outbox_.announce(std::move(messages)); },
+                    .chance = randomPart}),
         client_(brokerOf(options_, payloads_)),
         session_({.client = client_,
                   .supply = outbox_,
+                  .subscriptions = Announcer::subscriptions(),
                   .chance = randomPart,
+                  .onMessage = [this](const Message& message) { announcer_.arrived(now(), message); },
                   .onLine = [this](const std::string& line) { tell(line); }}),
         saved_(cursor) {
     outbox_.setSource(options_.version, options_.source);
@@ -183,7 +191,11 @@ class Publisher::Run {
       ::eventfd_read(publisher_.wake_, &count);
     }
     if (const auto settings = publisher_.settings_->current(); settings != settings_) takeSettings(settings);
-    for (const MqttClient::Event& event : client_.takeEvents()) session_.handle(now(), event);
+    for (const MqttClient::Event& event : client_.takeEvents()) {
+      session_.handle(now(), event);
+      if (std::holds_alternative<MqttClient::Greeted>(event)) announcer_.begin(now());
+    }
+    if (session_.state() == Session::State::sending) announcer_.advance(now());
     session_.advance(now());
     if (const Cursor cursor = outbox_.cursor(); cursor != saved_)
       if (cursor.urgent != saved_.urgent || cursor.calm != saved_.calm || now() >= nextSave_) save();
@@ -191,6 +203,8 @@ class Publisher::Run {
 
   std::optional<Instant> due() const {
     auto due = session_.due();
+    if (session_.state() == Session::State::sending && announcer_.due())
+      due = due ? std::min(*due, *announcer_.due()) : announcer_.due();
     if (outbox_.cursor() != saved_) due = due ? std::min(*due, nextSave_) : nextSave_;
     return due;
   }
@@ -214,6 +228,17 @@ class Publisher::Run {
   void takeSettings(std::shared_ptr<const Settings> settings) {
     settings_ = std::move(settings);
     view_.setSettings(settings_);
+    announcer_.changed(now());
+  }
+
+  // Named beacons are wanted before they are heard.
+  std::vector<Message> wanted() const {
+    std::set<BeaconId> ids;
+    for (const auto& [id, known] : settings_->beacons) ids.insert(id);
+    for (const BeaconId& id : view_.beacons()) ids.insert(id);
+    std::vector<Discovery::Beacon> beacons;
+    for (const BeaconId& id : ids) beacons.push_back({id, view_.freshness(id)});
+    return Discovery(payloads_.topics(), options_.discovery).wanted(*settings_, beacons);
   }
 
   void save() {
@@ -236,6 +261,7 @@ class Publisher::Run {
   View view_;
   HistoryRows rows_;
   Outbox outbox_;
+  Announcer announcer_;
   MosquittoClient client_;
   Session session_;
   int64_t tip_ = 0;  // the newest row that the view has

@@ -10,6 +10,7 @@
 
 #include "gateway/configuration/LiveSettings.h"
 #include "gateway/mqtt/CursorFile.h"
+#include "gateway/mqtt/Discovery.h"
 #include "gateway/mqtt/MosquittoClient.h"
 #include "gateway/mqtt/Outbox.h"
 #include "platform/dispatch/Dispatch.h"
@@ -27,6 +28,7 @@ struct PublisherOptions {
   std::string gateway{};
   Broker broker{};
   Outbox::Options limits{};
+  Discovery::Options discovery{};
   std::string version{};
   std::string source{};  ///< where the same process hears; "" where another does
 };

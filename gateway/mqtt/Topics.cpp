@@ -10,11 +10,11 @@ std::string Topics::wordOf(const BeaconId& beacon) {
   return word;
 }
 
-bool Topics::isWord(std::string_view text) {
+bool Topics::isName(std::string_view text) {
   const auto isPart = [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
   };
-  return !text.empty() && std::ranges::all_of(text, isPart);
+  return !text.empty() && text.front() != '_' && std::ranges::all_of(text, isPart);
 }
 
 }  // namespace brenloft

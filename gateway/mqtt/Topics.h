@@ -10,9 +10,12 @@ namespace brenloft {
 /// The topics of one gateway.
 class Topics {
  public:
-  /// `gateway` is a name as `isWord` has it.
+  /// `gateway` is a name as `isName` has it.
   explicit Topics(std::string_view gateway)
       : gateway_(gateway), base_("brenloft/" + std::string(gateway) + '/') {}
+
+  /// Where several gateways say together what one of them alone cannot know.
+  static Topics shared() { return Topics("_shared"); }
 
   const std::string& gateway() const { return gateway_; }
   std::string status() const { return base_ + "status"; }
@@ -22,13 +25,15 @@ class Topics {
   std::string state(const BeaconId& beacon) const { return of(beacon, "state"); }
   std::string presence(const BeaconId& beacon) const { return of(beacon, "presence"); }
   std::string alarms(const BeaconId& beacon) const { return of(beacon, "alarms"); }
-  /// Every topic of the gateway.
+  /// What every topic of the gateway begins with.
+  const std::string& begin() const { return base_; }
+  /// All of them.
   std::string all() const { return base_ + '#'; }
 
   /// A beacon's identifier as one level of a topic, and as a part of other identifiers.
   static std::string wordOf(const BeaconId& beacon);
-  /// Whether a text is letters, digits, hyphens and underscores only, and not empty.
-  static bool isWord(std::string_view text);
+  /// Whether a gateway can have this name: letters, digits, hyphens and underscores, no underscore in front.
+  static bool isName(std::string_view text);
 
  private:
   std::string of(const BeaconId& beacon, std::string_view what) const {

@@ -10,7 +10,6 @@
 #include <fmt/format.h>
 #include <poll.h>
 
-#include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
 #include "gateway/history/HistoryFollower.h"
 #include "gateway/history/HistoryMaintenance.h"
@@ -18,6 +17,7 @@
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/BackupFile.h"
+#include "tools/brenloft/BeaconName.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
@@ -84,26 +84,10 @@ class HistoryCommand {
     return *std::move(result);
   }
 
-  void resolve(const std::string& text, std::vector<BeaconId>& beacons) const {
-    const std::size_t before = beacons.size();
-    std::vector<std::string> names;
-    for (const auto& [id, beacon] : settings_->beacons) {
-      if (beacon.name == text) beacons.push_back(id);
-      if (!beacon.name.empty()) names.push_back(beacon.name);
-    }
-    if (beacons.size() > before) return;
-    const auto id = BeaconId::fromText(text);
-    if (!id)
-      throw Failure(ExitStatus::usage,
-                    fmt::format("--beacon: '{}' is no beacon's name, nor an identifier such as "
-                                "C0-C1-5C-00-00-01{}",
-                                text, didYouMean(nearest(text, names))));
-    beacons.push_back(*id);
-  }
-
   HistoryFilter filter() const {
     HistoryFilter filter{.span = spanFromTexts(options_.since, options_.until, now_)};
-    for (const std::string& text : options_.beacons) resolve(text, filter.beacons);
+    for (const std::string& text : options_.beacons)
+      filter.beacons.push_back(beaconNamed(*settings_, "--beacon", text));
     return filter;
   }
 

@@ -13,8 +13,10 @@
 #include <unistd.h>
 
 #include "gateway/history/HistoryWriter.h"
+#include "gateway/mqtt/Forgetting.h"
 #include "gateway/mqtt/Topics.h"
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/BeaconName.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Messages.h"
@@ -35,7 +37,7 @@ std::string nameOfMachine() {
   std::string text(name.data());
   text.resize(std::min(text.find('.'), text.size()));
   for (char& c : text)
-    if (!Topics::isWord({&c, 1})) c = '-';
+    if (!Topics::isName({&c, 1})) c = '-';
   return text.empty() ? "gateway" : text;
 }
 
@@ -85,8 +87,10 @@ PublisherOptions publisherOptions(const PublishOptions& options) {
                              .gateway = options.name.empty() ? nameOfMachine() : options.name,
                              .broker = settledBroker(options),
                              .limits = options.limits,
+                             .discovery = options.discovery,
                              .version = BRENLOFT_VERSION,
                              .source = options.source};
+  publisher.discovery.version = BRENLOFT_VERSION;
   publisher.broker.clientId = "brenloft-" + publisher.gateway;
   return publisher;
 }
@@ -104,6 +108,19 @@ SearchOptions searchOptions(const PublishOptions& options) {
 
 void finish(const platform::Result<>& result) {
   if (!result) throw Failure(ExitStatus::failed, result.error().text);
+}
+
+ExitStatus forget(const PublishOptions& options, platform::DispatchService& dispatch) {
+  const auto settings = options.settings->current();
+  std::vector<BeaconId> beacons;
+  for (const std::string& text : options.forget) beacons.push_back(beaconNamed(*settings, "--forget", text));
+  const PublisherOptions publisher = publisherOptions(options);
+  const Topics topics(publisher.gateway);
+  const auto forgotten =
+      forgetRetained(publisher.broker, topics, Discovery(topics, publisher.discovery), beacons, dispatch);
+  if (!forgotten) throw Failure(ExitStatus::failed, forgotten.error().text);
+  printMessage(fmt::format("{} retained messages removed", *forgotten));
+  return ExitStatus::done;
 }
 
 // A publisher on a thread of its own, for as long as the object lives.
@@ -144,6 +161,7 @@ ExitStatus hearAndPublish(const PublishOptions& options,
 ExitStatus runPublish(const PublishOptions& options) {
   refuseContainerFile("--cursor", options.cursor, options.container);
   const auto dispatch = platform::RealTimeDispatch::make();
+  if (!options.forget.empty() || options.isAllForgotten) return forget(options, *dispatch);
   if (!options.source.empty()) return hearAndPublish(options, dispatch);
   StopSignals signals;
   installForStore(options.container);

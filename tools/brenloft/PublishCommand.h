@@ -29,6 +29,9 @@ struct PublishOptions {
   std::optional<int64_t> from{};   ///< as `PublisherOptions` has them
   bool isFromNow = false;
   Outbox::Options limits{};
+  Discovery::Options discovery{};
+  std::vector<std::string> forget{};  ///< only removes what is retained of these, names or identifiers
+  bool isAllForgotten = false;        ///< or of all
 };
 
 ExitStatus runPublish(const PublishOptions& options);

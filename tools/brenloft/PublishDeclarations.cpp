@@ -17,6 +17,8 @@ constexpr uint16_t kPlainPort = 1883;
 constexpr uint16_t kEncryptedPort = 8883;
 
 const Choices<bool> kVersions{{"5", true}, {"3.1.1", false}};
+const Choices<Discovery::Scope> kScopes{
+    {"known", Discovery::Scope::known}, {"all", Discovery::Scope::all}, {"none", Discovery::Scope::none}};
 const Choices<bool> kBatches{{"on", true}, {"off", false}};
 
 // HOST or HOST:PORT; of an address of version 6 the brackets are no part of the host.
@@ -57,6 +59,21 @@ void addBroker(CLI::App& command, Broker& broker) {
   addPath(command, "--key", broker.key, "its key");
 }
 
+void addDiscovery(CLI::App& command, PublishOptions& options) {
+  addChoice(command, "--discover", options.discovery.scope, kScopes,
+            ": the beacons that Home Assistant shows by itself; known are those of the settings file, the "
+            "default");
+  command.add_flag("--shared-ids", options.discovery.isShared,
+                   "one entity of a beacon that several gateways hear; all of them must say so");
+  auto* forget =
+      command.add_option("--forget", options.forget,
+                         "only remove what the broker keeps of this beacon, by name or identifier; "
+                         "may be repeated");
+  forget->allow_extra_args(false)->expected(1, -1);
+  command.add_flag("--all", options.isAllForgotten, "the same for everything of this gateway")
+      ->excludes(forget);
+}
+
 void addFrom(CLI::App& command, PublishOptions& options) {
   command.add_option_function<std::string>(
       "--from",
@@ -74,7 +91,7 @@ void addFrom(CLI::App& command, PublishOptions& options) {
 }
 
 std::string checkName(const std::string& text) {
-  return Topics::isWord(text) ? "" : "'" + text + "' has more than letters, digits, - and _";
+  return Topics::isName(text) ? "" : "'" + text + "' is no name of letters, digits, - and _ (not in front)";
 }
 
 }  // namespace
@@ -99,6 +116,7 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
             "rows that may wait; beyond them the oldest readings are left out; default 10000000", INT64_MAX);
   addChoice(*command, "--batches", options->limits.hasBatches, kBatches,
             ": also every row, for a fleet; default on");
+  addDiscovery(*command, *options);
   command->callback([&run, options] {
     options->settings = run.settings;
     run = [options] { return runPublish(*options); };

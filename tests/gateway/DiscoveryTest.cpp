@@ -1,0 +1,189 @@
+#include <algorithm>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include "gateway/mqtt/Announcer.h"
+#include "gateway/mqtt/Discovery.h"
+#include "gateway/mqtt/Payloads.h"
+
+namespace brenloft {
+namespace {
+
+using std::chrono::seconds;
+
+const BeaconId kFridge = BeaconId::sensor("C0-C1-5C-00-00-01");
+const BeaconId kStranger = BeaconId::sensor("C0-C1-5C-00-00-09");
+const BeaconId kTag = BeaconId::iBeacon("51C70E2A-9B44-4D1F-8A63-2FD075E81C36", 1, 2);
+
+Settings someSettings() {
+  Settings settings;
+  settings.beacons[kFridge] = {.name = "Fridge", .place = "Kitchen"};
+  settings.beacons[kTag] = {.name = "Key \"ring\""};
+  settings.alarms.push_back({.name = "it's too warm", .beacon = kFridge, .above = 800});
+  return settings;
+}
+const std::vector<Discovery::Beacon> kBeacons{
+    {kFridge, seconds(60)}, {kStranger, seconds(60)}, {kTag, seconds(300)}};
+
+// Home Assistant's own words: what a device message, and each kind of entity in it, may and must have.
+const std::set<std::string> kEntityFields{"platform",     "unique_id",      "name",
+                                          "state_topic",  "value_template", "device_class",
+                                          "expire_after", "entity_category"};
+const std::map<std::string, std::set<std::string>> kPlatformFields{
+    {"sensor", {"state_class", "unit_of_measurement"}},
+    {"binary_sensor", {"payload_on", "payload_off"}},
+    {"device_tracker", {"payload_home", "payload_not_home", "source_type"}}};
+const std::map<std::string, std::set<std::string>> kDeviceClasses{
+    {"sensor", {"temperature", "humidity", "battery", "signal_strength"}},
+    {"binary_sensor", {"safety", "problem", "connectivity"}}};
+
+void validateEntity(const std::string& key, const rapidjson::Value& entity,
+                    std::set<std::string>& uniqueIds) {
+  SCOPED_TRACE(key);
+  ASSERT_TRUE(entity.HasMember("platform") && entity.HasMember("unique_id"));
+  const std::string platformName = entity["platform"].GetString();
+  ASSERT_TRUE(kPlatformFields.contains(platformName)) << platformName;
+  for (const auto& member : entity.GetObject()) {
+    const std::string name = member.name.GetString();
+    EXPECT_TRUE(kEntityFields.contains(name) || kPlatformFields.at(platformName).contains(name)) << name;
+  }
+  EXPECT_TRUE(uniqueIds.insert(entity["unique_id"].GetString()).second);
+  EXPECT_TRUE(std::regex_match(entity["unique_id"].GetString(), std::regex("[a-zA-Z0-9_-]+")));
+  if (entity.HasMember("device_class")) {
+    EXPECT_TRUE(kDeviceClasses.at(platformName).contains(entity["device_class"].GetString()));
+  }
+  if (entity.HasMember("entity_category")) {
+    EXPECT_STREQ(entity["entity_category"].GetString(), "diagnostic");
+  }
+  if (entity.HasMember("expire_after")) {
+    EXPECT_GE(entity["expire_after"].GetInt(), 60);
+  }
+}
+
+// Holds a message against the documentation; the entities by key.
+std::set<std::string> validated(const Message& message, std::set<std::string>& uniqueIds) {
+  SCOPED_TRACE(message.topic + ' ' + message.payload);
+  static const std::regex topic("homeassistant/device/[a-zA-Z0-9_-]+/config");
+  EXPECT_TRUE(std::regex_match(message.topic, topic));
+  EXPECT_TRUE(message.isRetained);
+  rapidjson::Document json;
+  EXPECT_FALSE(json.Parse(message.payload).HasParseError());
+  static const std::set<std::string> fields{"device",       "origin",      "components",
+                                            "availability", "state_topic", "qos"};
+  for (const auto& member : json.GetObject()) EXPECT_TRUE(fields.contains(member.name.GetString()));
+  static const std::set<std::string> deviceFields{
+      "identifiers", "name", "model", "sw_version", "serial_number", "suggested_area", "via_device"};
+  for (const auto& member : json["device"].GetObject())
+    EXPECT_TRUE(deviceFields.contains(member.name.GetString())) << member.name.GetString();
+  EXPECT_TRUE(json["device"]["identifiers"].IsArray());
+  EXPECT_TRUE(json["origin"].HasMember("name"));
+  std::set<std::string> keys;
+  for (const auto& entity : json["components"].GetObject()) {
+    validateEntity(entity.name.GetString(), entity.value, uniqueIds);
+    EXPECT_TRUE(entity.value.HasMember("state_topic") || json.HasMember("state_topic"));
+    keys.insert(entity.name.GetString());
+  }
+  return keys;
+}
+
+TEST(DiscoveryTest, EveryPayloadIsWhatHomeAssistantDocuments) {
+  for (const bool isShared : {false, true}) {
+    const Discovery discovery(Topics("gw"),
+                              {.scope = Discovery::Scope::all, .isShared = isShared, .version = "1"});
+    const auto messages = discovery.wanted(someSettings(), kBeacons);
+    ASSERT_EQ(messages.size(), 4U);
+    std::set<std::string> uniqueIds;
+    std::set<std::string> fridge{"temperature", "humidity", "battery", "rssi", "emergency", "presence"};
+    std::set<std::string> gateway{"status", "radio", "backlog", "clock"};
+    if (isShared)
+      gateway.insert("C0-C1-5C-00-00-01_alarm_it_s_too_warm");
+    else
+      fridge.insert("alarm_it_s_too_warm");
+    EXPECT_EQ(validated(messages[0], uniqueIds), gateway);
+    EXPECT_EQ(validated(messages[1], uniqueIds), fridge);
+    validated(messages[2], uniqueIds);
+    EXPECT_EQ(validated(messages[3], uniqueIds), (std::set<std::string>{"rssi", "presence"}));
+  }
+}
+
+TEST(DiscoveryTest, GatewaysOverrideEachOtherOnlyWhereTheySayTheSame) {
+  const auto beaconsOf = [](const char* gateway, bool isShared) {
+    auto messages =
+        Discovery(Topics(gateway), {.isShared = isShared}).wanted(someSettings(), {{kFridge, seconds(60)}});
+    messages.erase(messages.begin());
+    return messages;
+  };
+  EXPECT_EQ(beaconsOf("a", true), beaconsOf("b", true));
+  EXPECT_NE(beaconsOf("a", false)[0].topic, beaconsOf("b", false)[0].topic);
+  EXPECT_NE(beaconsOf("a", false)[0].payload, beaconsOf("b", false)[0].payload);
+}
+
+TEST(DiscoveryTest, WhatIsRetainedBecomesWhatIsWanted) {
+  const Discovery discovery(Topics("gw"), {.scope = Discovery::Scope::known});
+  const auto wanted = discovery.wanted(someSettings(), kBeacons);
+  EXPECT_EQ(wanted.size(), 3U) << "no stranger";
+  Discovery::Retained retained;
+  for (const Message& message : wanted) retained[message.topic] = message.payload;
+  const auto gone = "homeassistant/device/brenloft_gw_C0-C1-5C-00-00-09/config";
+  retained[gone] = "{}";
+  retained["homeassistant/device/brenloft_gw_two_C0-C1-5C-00-00-09/config"] = "{}";  // another gateway's
+  retained["homeassistant/device/kettle/config"] = "{}";
+  retained[wanted[1].topic] = "{}";
+  const auto messages = discovery.reconcile(wanted, retained);
+  ASSERT_EQ(messages.size(), 2U);
+  EXPECT_EQ(messages[0], wanted[1]);
+  EXPECT_EQ(messages[1], (Message{.topic = gone, .isRetained = true}));
+}
+
+TEST(DiscoveryTest, AllIsAnnouncedWhenHomeAssistantStarts) {
+  const std::vector<Message> wanted{{"homeassistant/device/brenloft_gw/config", "{}", true}};
+  std::vector<std::vector<Message>> announced;
+  Announcer announcer(
+      {.discovery = Discovery(Topics("gw"), {}),
+       .wanted = [&] { return wanted; },
+       .announce = [&](std::vector<Message> messages) { announced.push_back(std::move(messages)); },
+       .chance = [] { return 0.5; }});
+  announcer.begin({});
+  announcer.arrived({}, wanted[0]);
+  announcer.arrived({}, {"homeassistant/status", "online", true});  // long ago
+  announcer.advance(Announcer::kSettling);
+  EXPECT_TRUE(announced.empty());
+  const Instant start = seconds(10);
+  announcer.arrived(start, {"homeassistant/status", "offline"});
+  announcer.arrived(start, {"homeassistant/status", "online"});
+  announcer.advance(start + seconds(2));
+  EXPECT_TRUE(announced.empty());
+  announcer.advance(start + seconds(3));
+  ASSERT_EQ(announced.size(), 1U);
+  EXPECT_EQ(announced[0], wanted);
+}
+
+TEST(PayloadsTest, NumbersAreNumbersAndWhatIsAbsentIsNull) {
+  Payloads payloads(Topics("gw"), [](const BeaconId&) { return Label{"Fridge", ""}; });
+  Reading reading{
+      .beacon = kFridge, .heard = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21), .rssi = -49};
+  reading.shown = {
+      .temperature = 2364, .battery = 69, .emergency = 0, .xAccel = 1, .yAccel = -2, .zAccel = 3};
+  EXPECT_EQ(payloads.state(reading, 7, seconds(60)).payload,
+            R"({"v":1,"time":"2026-11-21T00:00:00.000000Z","seq":7,"temperature":23.64,"humidity":null,)"
+            R"("battery":69,"rssi":-49,"emergency":false,"accel":[1,-2,3]})");
+  const Message event =
+      payloads.event({"S", true}, {8, BeaconEvent{kTag, reading.heard, BeaconEvent::Kind::lost}});
+  rapidjson::Document json;
+  ASSERT_FALSE(json.Parse(event.payload).HasParseError()) << event.payload;
+  EXPECT_STREQ(json["store"].GetString(), "S");
+  EXPECT_EQ(json["seq"].GetInt(), 8);
+  EXPECT_STREQ(json["event"].GetString(), "lost");
+  EXPECT_FALSE(event.isRetained);
+  EXPECT_EQ(payloads.presence(kTag, true).topic,
+            "brenloft/gw/beacon/51C70E2A-9B44-4D1F-8A63-2FD075E81C36_1_2/presence");
+}
+
+}  // namespace
+}  // namespace brenloft
