@@ -28,6 +28,7 @@ constexpr int kMiscellany = 1'000;  // milliseconds between two looks at what li
 // What the end of a connection may take that is not stuck in the system.
 constexpr std::chrono::milliseconds kFarewell{300};
 constexpr int kQualityOfService = 1;
+constexpr const char* kSystemAuthorities = "/etc/ssl/certs";
 // Beside the library's own problems: the broker has said what it is.
 constexpr int kSaid = 1'000;
 
@@ -196,9 +197,15 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
   }
 
   int encrypt() {
-    if (broker_->authority.empty()) mosquitto_int_option(handle_, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
-    const int result = mosquitto_tls_set(handle_, orNull(broker_->authority), nullptr,
-                                         orNull(broker_->certificate), orNull(broker_->key), noPassphrase);
+    const bool isSystems = broker_->authority.empty();
+    if (isSystems) mosquitto_int_option(handle_, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+    // The system's authorities need no more, but a certificate of the client's own wants some beside it.
+    const bool isSet = isSystems && broker_->certificate.empty();
+    const int result =
+        isSet
+            ? int{MOSQ_ERR_SUCCESS}
+            : mosquitto_tls_set(handle_, orNull(broker_->authority), isSystems ? kSystemAuthorities : nullptr,
+                                orNull(broker_->certificate), orNull(broker_->key), noPassphrase);
     if (result != MOSQ_ERR_SUCCESS) return result;
     return mosquitto_tls_opts_set(handle_, 1, "tlsv1.2", nullptr);
   }
