@@ -113,8 +113,8 @@ class PublishTest : public testing::Test {
         std::vector<std::string>{"mosquitto", "-c", folder_.file("conf")}, "");
   }
   std::vector<std::string> publish(const std::vector<std::string>& more) const {
-    std::vector<std::string> command{toolPath(),    "publish",         "--name",   "gw",
-                                     "--container", folder_.file("c"), "--config", "/dev/null"};
+    std::vector<std::string> command{toolPath(),    "publish",         "--gateway", "gw",
+                                     "--container", folder_.file("c"), "--config",  "/dev/null"};
     command.insert(command.end(), more.begin(), more.end());
     return command;
   }
@@ -161,10 +161,10 @@ TEST_F(PublishTest, EveryRowArrivesThoughTheBrokerComesLateAndIsKilled) {
   publisher.signal(SIGTERM);
   EXPECT_TRUE(subscriber.waitFor("brenloft/gw/status", "offline"));
   EXPECT_EQ(publisher.end(), 0);
-  EXPECT_EQ(
-      runTool({"publish", "--broker", address(), "--name", "gw", "--container", folder_.file("c"), "--all"})
-          .status,
-      0);
+  EXPECT_EQ(runTool({"publish", "--broker", address(), "--gateway", "gw", "--container", folder_.file("c"),
+                     "--all"})
+                .status,
+            0);
   Subscriber late(port_);
   RunningProgram again(publish({"--broker", address(), "--from", "all"}), "");
   std::set<int64_t> all;
@@ -189,7 +189,8 @@ TEST_F(PublishTest, HearsAndPublishesInOneProcessAndLeavesNothingWhenForgotten) 
     EXPECT_EQ(both.end(), 0);
   }
   EXPECT_EQ(
-      runTool(std::vector<std::string>{"publish", "--name", "gw", "--broker", address(), "--all"}).status, 0);
+      runTool(std::vector<std::string>{"publish", "--gateway", "gw", "--broker", address(), "--all"}).status,
+      0);
   Subscriber later(port_);
   RunningProgram marker({"mosquitto_pub", "-p", std::to_string(port_), "-r", "-t", "zzz", "-m", "end"}, "");
   EXPECT_TRUE(later.waitFor("zzz", "end"));
@@ -201,10 +202,11 @@ TEST_F(PublishTest, AnAccessListIsTold) {
   writeFile(folder_ / "acl", "topic readwrite brenloft/gw/status\ntopic readwrite brenloft/gw/info\n");
   configure("allow_anonymous true\nacl_file " + folder_.file("acl") + "\n");
   startBroker();
-  RunningProgram publisher({"sh", "-c",
-                            "exec '" + toolPath() + "' publish --name gw --config /dev/null --container '" +
-                                folder_.file("c") + "' --from all --broker " + address() + " 2>&1"},
-                           "");
+  RunningProgram publisher(
+      {"sh", "-c",
+       "exec '" + toolPath() + "' publish --gateway gw --config /dev/null --container '" + folder_.file("c") +
+           "' --from all --broker " + address() + " 2>&1"},
+      "");
   const std::string& lines = publisher.readLines(3);
   EXPECT_NE(lines.find("connected\n"), std::string::npos) << lines;
   EXPECT_NE(lines.find("the broker's access list refuses"), std::string::npos) << lines;

@@ -102,7 +102,7 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
   addBroker(*command, options->broker);
   addPath(*command, "--login", options->login,
           "a file with the user in its first line and the password in the second");
-  command->add_option("--name", options->name, "the gateway's name in topics; default: the machine's")
+  command->add_option("--gateway", options->name, "the gateway's name in topics; default: the machine's")
       ->check(checkName);
   command->add_option("-s,--source", options->source,
                       std::string("also hear, and keep the history: ") + kSourceForms);
