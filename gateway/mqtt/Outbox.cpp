@@ -65,8 +65,13 @@ void Outbox::wake() {
 }
 
 void Outbox::announce(std::vector<Message> announcements) {
-  announcements_.assign(std::make_move_iterator(announcements.begin()),
-                        std::make_move_iterator(announcements.end()));
+  for (Message& message : announcements) {
+    const auto same = std::ranges::find(announcements_, message.topic, &Message::topic);
+    if (same == announcements_.end())
+      announcements_.push_back(std::move(message));
+    else
+      *same = std::move(message);
+  }
 }
 
 void Outbox::rewind(Track& track) {

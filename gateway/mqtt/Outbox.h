@@ -79,7 +79,7 @@ class Outbox final : public Supply {
 
   /// There may be new rows.
   void wake();
-  /// Sends these, in their order and not many at once, in place of those that wait.
+  /// Sends these, in their order and not many at once, and none that waits under the same topic.
   void announce(std::vector<Message> announcements);
   void setSource(std::string version, std::string source);
 

@@ -17,6 +17,7 @@
 #include "gateway/mqtt/Announcer.h"
 #include "gateway/mqtt/MachineClock.h"
 #include "gateway/mqtt/Session.h"
+#include "gateway/mqtt/SharedPresence.h"
 #include "gateway/mqtt/View.h"
 
 namespace brenloft {
@@ -124,9 +125,9 @@ class Publisher::Run {
         client_(brokerOf(options_, payloads_)),
         session_({.client = client_,
                   .supply = outbox_,
-                  .subscriptions = Announcer::subscriptions(),
+                  .subscriptions = subscriptionsOf(options_),
                   .chance = randomPart,
-                  .onMessage = [this](const Message& message) { announcer_.arrived(now(), message); },
+                  .onMessage = [this](const Message& message) { arrived(message); },
                   .onLine = [this](const std::string& line) { tell(line); }}),
         saved_(cursor) {
     outbox_.setSource(options_.version, options_.source);
@@ -151,6 +152,13 @@ class Publisher::Run {
     Broker broker = options.broker;
     broker.will = payloads.status(false);
     return broker;
+  }
+
+  static std::vector<std::string> subscriptionsOf(const PublisherOptions& options) {
+    auto subscriptions = Announcer::subscriptions();
+    if (options.discovery.isShared)
+      for (std::string& one : SharedPresence::subscriptions()) subscriptions.push_back(std::move(one));
+    return subscriptions;
   }
 
   Instant now() const { return publisher_.dispatch_->now(); }
@@ -193,12 +201,26 @@ class Publisher::Run {
     if (const auto settings = publisher_.settings_->current(); settings != settings_) takeSettings(settings);
     for (const MqttClient::Event& event : client_.takeEvents()) {
       session_.handle(now(), event);
-      if (std::holds_alternative<MqttClient::Greeted>(event)) announcer_.begin(now());
+      if (std::holds_alternative<MqttClient::Greeted>(event)) begin();
     }
-    if (session_.state() == Session::State::sending) announcer_.advance(now());
+    if (session_.state() == Session::State::sending) announce();
     session_.advance(now());
     if (const Cursor cursor = outbox_.cursor(); cursor != saved_)
       if (cursor.urgent != saved_.urgent || cursor.calm != saved_.calm || now() >= nextSave_) save();
+  }
+
+  void begin() {
+    announcer_.begin(now());
+    shared_.begin();
+    sharedDue_ = now() + Announcer::kSettling;
+  }
+  void arrived(const Message& message) {
+    announcer_.arrived(now(), message);
+    if (options_.discovery.isShared) shared_.arrived(message);
+  }
+  void announce() {
+    announcer_.advance(now());
+    if (now() >= sharedDue_) outbox_.announce(shared_.changes());
   }
 
   std::optional<Instant> due() const {
@@ -262,6 +284,8 @@ class Publisher::Run {
   HistoryRows rows_;
   Outbox outbox_;
   Announcer announcer_;
+  SharedPresence shared_;
+  Instant sharedDue_{};  // what is retained has come by then
   MosquittoClient client_;
   Session session_;
   int64_t tip_ = 0;  // the newest row that the view has

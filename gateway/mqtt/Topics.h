@@ -24,6 +24,7 @@ class Topics {
   std::string batch() const { return base_ + "batch"; }
   std::string state(const BeaconId& beacon) const { return of(beacon, "state"); }
   std::string presence(const BeaconId& beacon) const { return of(beacon, "presence"); }
+  std::string presenceOf(const std::string& word) const { return base_ + "beacon/" + word + "/presence"; }
   std::string alarms(const BeaconId& beacon) const { return of(beacon, "alarms"); }
   /// What every topic of the gateway begins with.
   const std::string& begin() const { return base_; }

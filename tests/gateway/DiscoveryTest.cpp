@@ -11,6 +11,7 @@
 #include "gateway/mqtt/Announcer.h"
 #include "gateway/mqtt/Discovery.h"
 #include "gateway/mqtt/Payloads.h"
+#include "gateway/mqtt/SharedPresence.h"
 
 namespace brenloft {
 namespace {
@@ -162,6 +163,25 @@ TEST(DiscoveryTest, AllIsAnnouncedWhenHomeAssistantStarts) {
   announcer.advance(start + seconds(3));
   ASSERT_EQ(announced.size(), 1U);
   EXPECT_EQ(announced[0], wanted);
+}
+
+TEST(SharedPresenceTest, ABeaconIsHomeUntilNoGatewayHearsIt) {
+  SharedPresence shared;
+  const auto said = [&](const std::string& topic, const std::string& payload) {
+    shared.arrived({"brenloft/" + topic, payload});
+    std::string texts;
+    for (const Message& message : shared.changes()) texts += message.topic + ' ' + message.payload;
+    return texts;
+  };
+  const std::string topic = "brenloft/_shared/beacon/X/presence ";
+  EXPECT_EQ(said("a/beacon/X/presence", "home"), topic + "home");
+  EXPECT_EQ(said("b/beacon/X/presence", "home"), "");
+  EXPECT_EQ(said("a/beacon/X/presence", "not_home"), "");
+  EXPECT_EQ(said("b/status", "offline"), topic + "not_home");
+  EXPECT_EQ(said("_shared/beacon/X/presence", "not_home"), "") << "what was said comes back";
+  EXPECT_EQ(said("b/status", "online"), topic + "home");
+  EXPECT_EQ(said("_shared/beacon/X/presence", "not_home"), topic + "home") << "another gateway knew less";
+  EXPECT_EQ(said("b/beacon/X/presence", "not_home"), topic + "not_home");
 }
 
 TEST(PayloadsTest, NumbersAreNumbersAndWhatIsAbsentIsNull) {
