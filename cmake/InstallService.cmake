@@ -28,6 +28,7 @@ foreach(name brenloft brenloft-publish)
 endforeach()
 install_as(brenloft.sysusers ${CMAKE_INSTALL_PREFIX}/lib/sysusers.d brenloft.conf)
 install_as(brenloft-dbus.conf ${policies} brenloft.conf)
+install_as(mqtt-v1.schema.json ${share}/brenloft mqtt-v1.schema.json)
 install_as(hci.conf ${share}/brenloft hci.conf)
 install_as(serial.conf ${share}/brenloft serial.conf)
 # What somebody has set stays.

@@ -7,11 +7,13 @@
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <rapidjson/schema.h>
 
 #include "gateway/mqtt/Announcer.h"
 #include "gateway/mqtt/Discovery.h"
 #include "gateway/mqtt/Payloads.h"
 #include "gateway/mqtt/SharedPresence.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace brenloft {
 namespace {
@@ -182,6 +184,30 @@ TEST(SharedPresenceTest, ABeaconIsHomeUntilNoGatewayHearsIt) {
   EXPECT_EQ(said("b/status", "online"), topic + "home");
   EXPECT_EQ(said("_shared/beacon/X/presence", "not_home"), topic + "home") << "another gateway knew less";
   EXPECT_EQ(said("b/beacon/X/presence", "not_home"), topic + "not_home");
+}
+
+TEST(PayloadsTest, EachIsWhatItsSchemaSays) {
+  rapidjson::Document schema;
+  schema.Parse(test::contentsOf(BRENLOFT_SOURCE_DIR "/packaging/mqtt-v1.schema.json"));
+  ASSERT_FALSE(schema.HasParseError());
+  const rapidjson::SchemaDocument known(schema);
+  Payloads payloads(Topics("gw"), [](const BeaconId&) { return Label{}; });
+  const platform::Date date = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21);
+  const Reading reading{.beacon = kFridge, .heard = date, .shown = {.temperature = -5}};
+  const HistoryRow event{8, BeaconEvent{std::nullopt, date, BeaconEvent::Kind::radio, "poweredOn"}};
+  const ClockState clock{.isSynchronised = true};
+  for (const Message& message :
+       {payloads.state(reading, 7, seconds(60)), payloads.alarms(kFridge, {"it's \"warm\""}),
+        payloads.info({.store = "S"}, clock, date), payloads.event({"S", false}, event),
+        payloads.batch({"S", true}, {{7, reading}, event}, Gap{1, 8, 6}, clock, date)}) {
+    rapidjson::Document json;
+    ASSERT_FALSE(json.Parse(message.payload).HasParseError()) << message.payload;
+    rapidjson::SchemaValidator validator(known);
+    EXPECT_TRUE(json.Accept(validator)) << message.payload << ' ' << validator.GetInvalidSchemaKeyword();
+    json["v"].SetInt(2);
+    validator.Reset();
+    EXPECT_FALSE(json.Accept(validator)) << message.payload;
+  }
 }
 
 TEST(PayloadsTest, NumbersAreNumbersAndWhatIsAbsentIsNull) {
