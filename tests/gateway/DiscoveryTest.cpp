@@ -46,14 +46,22 @@ const std::map<std::string, std::set<std::string>> kDeviceClasses{
     {"sensor", {"temperature", "humidity", "battery", "signal_strength"}},
     {"binary_sensor", {"safety", "problem", "connectivity"}}};
 
+// Clang finds the comparison of its iterators ambiguous.
+std::vector<std::string> keysOf(const rapidjson::Value& object) {
+  std::vector<std::string> keys;
+  auto member = object.MemberBegin();
+  for (auto left = object.MemberCount(); left > 0; --left, ++member)
+    keys.emplace_back(member->name.GetString());
+  return keys;
+}
+
 void validateEntity(const std::string& key, const rapidjson::Value& entity,
                     std::set<std::string>& uniqueIds) {
   SCOPED_TRACE(key);
   ASSERT_TRUE(entity.HasMember("platform") && entity.HasMember("unique_id"));
   const std::string platformName = entity["platform"].GetString();
   ASSERT_TRUE(kPlatformFields.contains(platformName)) << platformName;
-  for (const auto& member : entity.GetObject()) {
-    const std::string name = member.name.GetString();
+  for (const std::string& name : keysOf(entity)) {
     EXPECT_TRUE(kEntityFields.contains(name) || kPlatformFields.at(platformName).contains(name)) << name;
   }
   EXPECT_TRUE(uniqueIds.insert(entity["unique_id"].GetString()).second);
@@ -79,18 +87,18 @@ std::set<std::string> validated(const Message& message, std::set<std::string>& u
   EXPECT_FALSE(json.Parse(message.payload).HasParseError());
   static const std::set<std::string> fields{"device",       "origin",      "components",
                                             "availability", "state_topic", "qos"};
-  for (const auto& member : json.GetObject()) EXPECT_TRUE(fields.contains(member.name.GetString()));
+  for (const std::string& name : keysOf(json)) EXPECT_TRUE(fields.contains(name)) << name;
   static const std::set<std::string> deviceFields{
       "identifiers", "name", "model", "sw_version", "serial_number", "suggested_area", "via_device"};
-  for (const auto& member : json["device"].GetObject())
-    EXPECT_TRUE(deviceFields.contains(member.name.GetString())) << member.name.GetString();
+  for (const std::string& name : keysOf(json["device"])) EXPECT_TRUE(deviceFields.contains(name)) << name;
   EXPECT_TRUE(json["device"]["identifiers"].IsArray());
   EXPECT_TRUE(json["origin"].HasMember("name"));
   std::set<std::string> keys;
-  for (const auto& entity : json["components"].GetObject()) {
-    validateEntity(entity.name.GetString(), entity.value, uniqueIds);
-    EXPECT_TRUE(entity.value.HasMember("state_topic") || json.HasMember("state_topic"));
-    keys.insert(entity.name.GetString());
+  for (const std::string& key : keysOf(json["components"])) {
+    const rapidjson::Value& entity = json["components"][key];
+    validateEntity(key, entity, uniqueIds);
+    EXPECT_TRUE(entity.HasMember("state_topic") || json.HasMember("state_topic"));
+    keys.insert(key);
   }
   return keys;
 }
