@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <map>
@@ -15,6 +14,7 @@
 #include "gateway/beacons/BeaconBook.h"
 #include "gateway/configuration/LiveSettings.h"
 #include "gateway/formats/Decimal.h"
+#include "gateway/history/BatteryTrend.h"
 #include "gateway/history/HistoryReader.h"
 #include "gateway/history/HistoryWriter.h"
 #include "platform/foundation/JSONWriter.h"
@@ -27,13 +27,7 @@
 namespace brenloft {
 namespace {
 
-using Days = std::chrono::duration<double, std::chrono::days::period>;
-
-// The battery's trend: from the first of its daily means to the last.
-constexpr std::chrono::days kTrendSpan{90};
-constexpr std::chrono::days kLeastTrend{7};
-constexpr Days kMonth{30};
-constexpr double kNewBattery = 10;  // percent up from one day to the next
+constexpr double kMonth = 30;  // days
 
 struct KnownBeacon {
   std::optional<Reading> latest{};
@@ -41,16 +35,6 @@ struct KnownBeacon {
   std::optional<double> batteryPerMonth{};
 };
 using KnownBeacons = std::map<BeaconId, KnownBeacon>;
-
-std::optional<double> perMonth(const std::vector<HistoryPoint>& days) {
-  if (days.empty()) return std::nullopt;
-  std::size_t first = 0;
-  for (std::size_t i = 1; i < days.size(); ++i)
-    if (days[i].mean >= days[i - 1].mean + kNewBattery) first = i;
-  const auto span = days.back().start - days[first].start;
-  if (span < kLeastTrend) return std::nullopt;
-  return (days.back().mean - days[first].mean) * (kMonth / Days(span));
-}
 
 // A file that may be lost or damaged at any time.
 class KnownBeaconsReader {
@@ -66,7 +50,8 @@ class KnownBeaconsReader {
       KnownBeacon& known = beacons[one.beacon];
       if (!one.latest) continue;
       known.latest = std::get<Reading>(one.latest->record);
-      known.batteryPerMonth = trendOf(*known.latest);
+      if (const auto trend = require(readBatteryTrend(reader_, *known.latest)))
+        known.batteryPerMonth = trend->perDay * kMonth;
     }
     return beacons;
   }
@@ -76,12 +61,6 @@ class KnownBeaconsReader {
   Value require(platform::Result<Value> result) const {
     if (!result) throw Failure(ExitStatus::storeUnusable, file_ + ": " + result.error().text);
     return *std::move(result);
-  }
-
-  std::optional<double> trendOf(const Reading& latest) {
-    if (!latest.shown.battery) return std::nullopt;
-    const HistorySpan span{latest.heard - kTrendSpan, latest.heard + std::chrono::seconds(1)};
-    return perMonth(require(reader_.pieces(latest.beacon, Quantity::battery, span, std::chrono::hours(24))));
   }
 
   HistoryReader& reader_;

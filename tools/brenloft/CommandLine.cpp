@@ -378,6 +378,21 @@ void addBeacons(CLI::App& app, Run& run) {
   });
 }
 
+void addReport(CLI::App& app, Run& run) {
+  auto options = std::make_shared<ReportOptions>();
+  auto* command = app.add_subcommand("report", "Write a page about the beacons of the history");
+  addContainer(*command, options->container);
+  addPath(*command, "-o,--out", options->out, "the HTML file to write; -: standard output", Dash::isStream)
+      ->required();
+  addSpan(*command, options->since, options->until);
+  addBeaconChoice(*command, options->beacons);
+  command->add_option("--title", options->title, "what stands at its top; default: Beacons");
+  command->callback([&run, options] {
+    options->settings = run.settings;
+    run = [options] { return runReport(*options); };
+  });
+}
+
 void addSources(CLI::App& app, Run& run) {
   auto options = std::make_shared<SourcesOptions>();
   auto* command = app.add_subcommand("sources", "List what this machine can hear with");
@@ -465,7 +480,7 @@ void declareCommands(CLI::App& app, Run& run) {
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
   for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addBeacons,
-                         addPublish, addTag, addSources, addConfig, addHelp})
+                         addPublish, addReport, addTag, addSources, addConfig, addHelp})
     add(app, run);
   addConfigOption(app, {"config", "help"});
 }

@@ -15,6 +15,7 @@ ExitStatus runSearch(const SearchOptions& options);
 ExitStatus runLog(const LogOptions& options);
 ExitStatus runTag(const TagOptions& options);
 ExitStatus runBeacons(const BeaconsOptions& options);
+ExitStatus runReport(const ReportOptions& options);
 ExitStatus runSources(const SourcesOptions& options);
 ExitStatus runConfig(const ConfigOptions& options);
 

@@ -17,7 +17,7 @@
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/BackupFile.h"
-#include "tools/brenloft/BeaconName.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
@@ -85,10 +85,8 @@ class HistoryCommand {
   }
 
   HistoryFilter filter() const {
-    HistoryFilter filter{.span = spanFromTexts(options_.since, options_.until, now_)};
-    for (const std::string& text : options_.beacons)
-      filter.beacons.push_back(beaconNamed(*settings_, "--beacon", text));
-    return filter;
+    return {.beacons = beaconsFromTexts("--beacon", options_.beacons, *settings_),
+            .span = spanFromTexts(options_.since, options_.until, now_)};
   }
 
   HistoryLines lines() const {

@@ -18,9 +18,7 @@ const Choices<HistoryFormat> kHistoryFormats{{"table", HistoryFormat::table},
 
 void addChoiceOfRows(CLI::App& command, Options& options) {
   addSpan(command, options.since, options.until);
-  command.add_option("--beacon", options.beacons, "only this beacon, by name or identifier; may be repeated")
-      ->allow_extra_args(false)
-      ->expected(1, -1);
+  addBeaconChoice(command, options.beacons);
 }
 
 void addEvery(CLI::App& command, Options& options) {

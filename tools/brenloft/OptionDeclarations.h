@@ -134,6 +134,12 @@ inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
   command.add_option("--until", until, "before then; as --since");
 }
 
+inline void addBeaconChoice(CLI::App& command, std::vector<std::string>& beacons) {
+  command.add_option("--beacon", beacons, "only this beacon, by name or identifier; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
 enum class Dash {
   isName,
   isStream,  // standard input or output, which is what an empty path means to the commands

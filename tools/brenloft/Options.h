@@ -127,6 +127,16 @@ struct BeaconsOptions {
   Format format = Format::table;
 };
 
+struct ReportOptions {
+  std::filesystem::path container;
+  std::shared_ptr<LiveSettings> settings{};  ///< names, places and alarms
+  std::string since = "7d";                  ///< as `spanFromTexts` reads it
+  std::string until{};
+  std::vector<std::string> beacons{};  ///< names or identifiers; none: all
+  std::string title = "Beacons";
+  std::string out{};  ///< none: standard output
+};
+
 struct SourcesOptions {
   Format format = Format::table;
 };

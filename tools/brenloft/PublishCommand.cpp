@@ -16,7 +16,7 @@
 #include "gateway/mqtt/Forgetting.h"
 #include "gateway/mqtt/Topics.h"
 #include "platform/dispatch/RealTimeDispatch.h"
-#include "tools/brenloft/BeaconName.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Messages.h"
@@ -112,8 +112,7 @@ void finish(const platform::Result<>& result) {
 
 ExitStatus forget(const PublishOptions& options, platform::DispatchService& dispatch) {
   const auto settings = options.settings->current();
-  std::vector<BeaconId> beacons;
-  for (const std::string& text : options.forget) beacons.push_back(beaconNamed(*settings, "--forget", text));
+  const std::vector<BeaconId> beacons = beaconsFromTexts("--forget", options.forget, *settings);
   const PublisherOptions publisher = publisherOptions(options);
   const Topics topics(publisher.gateway);
   const auto forgotten =

@@ -1,0 +1,290 @@
+#include "gateway/web/PageTexts.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "gateway/alarms/DewPoint.h"
+#include "gateway/configuration/AlarmTexts.h"
+#include "gateway/web/LocalTime.h"
+
+namespace brenloft::web {
+namespace {
+
+using platform::Date;
+using AlarmQuantity = AlarmRule::Quantity;
+
+constexpr const char* kMinus = "\u2212";
+
+std::string withMinus(std::string text) {
+  if (text.starts_with('-')) text.replace(0, 1, kMinus);
+  return text;
+}
+
+std::string capitalised(std::string text) {
+  if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  return text;
+}
+
+bool isHundredths(AlarmQuantity quantity) {
+  return quantity == AlarmQuantity::temperature || quantity == AlarmQuantity::humidity ||
+         quantity == AlarmQuantity::dewPoint;
+}
+
+std::string_view unitOf(AlarmQuantity quantity) {
+  constexpr std::string_view kUnits[] = {" °C", " % RH", " °C dew point", " % battery", " dBm", "", ""};
+  return kUnits[static_cast<std::size_t>(quantity)];
+}
+
+// A value in the unit of a rule's quantity.
+std::string valueWithUnit(AlarmQuantity quantity, int32_t value) {
+  const int places = quantity == AlarmQuantity::humidity ? 0 : 1;
+  return (isHundredths(quantity) ? decimalText(value, places) : wholeText(value)) +
+         std::string(unitOf(quantity));
+}
+
+std::optional<int32_t> valueOf(AlarmQuantity quantity, const Reading& reading) {
+  switch (quantity) {
+    case AlarmQuantity::temperature:
+      return reading.shown.temperature;
+    case AlarmQuantity::humidity:
+      return reading.shown.humidity;
+    case AlarmQuantity::dewPoint:
+      if (!reading.shown.temperature || !reading.shown.humidity) return std::nullopt;
+      return dewPoint(*reading.shown.temperature, *reading.shown.humidity);
+    case AlarmQuantity::battery:
+      return reading.shown.battery;
+    case AlarmQuantity::rssi:
+      return reading.rssi;
+    case AlarmQuantity::emergency:
+    case AlarmQuantity::silence:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+const AlarmRule* ruleIn(const PageBeacon& beacon, const std::string& name) {
+  const auto found = std::ranges::find(beacon.rules, name, &AlarmRule::name);
+  return found == beacon.rules.end() ? nullptr : &*found;
+}
+
+// Rules without their hold: "above 5.0 °C".
+std::string limitText(const AlarmRule& rule) {
+  if (rule.quantity == AlarmQuantity::silence) return "not heard";
+  if (rule.quantity == AlarmQuantity::emergency) return "emergency";
+  std::string text;
+  if (rule.below) text += "below " + valueWithUnit(rule.quantity, *rule.below);
+  if (rule.above)
+    text += (text.empty() ? "above " : " or above ") + valueWithUnit(rule.quantity, *rule.above);
+  return text;
+}
+
+std::string lastHeardText(const PageModel& page, const Reading& latest) {
+  std::string text = "Last heard " + sinceText(latest.heard, page.now());
+  if (latest.shown.temperature) text += " with " + decimalText(*latest.shown.temperature, 1) + " °C";
+  if (latest.rssi)
+    text += fmt::format("{} {} dBm", latest.shown.temperature ? " and" : " with", wholeText(*latest.rssi));
+  return text;
+}
+
+std::string daysLeftText(const PageModel& page, Date empty) {
+  const auto days = std::chrono::round<std::chrono::days>(empty - page.now()).count();
+  return days == 1 ? "1 day left" : fmt::format("{} days left", std::max<int64_t>(days, 0));
+}
+
+// "3 Dec": which weekday it will be tells nothing.
+std::string emptyText(const PageModel& page, const PageBeacon& beacon) {
+  if (!beacon.trend) return "not known yet";
+  if (!beacon.empty) return "not falling";
+  if (*beacon.empty > page.now() + std::chrono::days(365)) return "in over a year";
+  const std::string day = dayText(*beacon.empty);
+  return "about " + day.substr(day.find(' ') + 1);
+}
+
+Attention alarmLine(const PageModel& page, const PageBeacon& beacon, const RaisedAlarm& raised) {
+  Attention line{.beacon = &beacon, .need = Need::alarm};
+  const AlarmRule* rule = ruleIn(beacon, raised.rule);
+  Date since = raised.since;
+  std::string what = raised.rule;
+  if (rule != nullptr) {
+    since -= rule->hold;
+    what = limitText(*rule);
+    if (rule->quantity == AlarmQuantity::silence) line.figure = "No value";
+    if (const auto value = valueOf(rule->quantity, *beacon.latest))
+      line.figure = valueWithUnit(rule->quantity, *value);
+  }
+  if (line.figure.empty()) line.figure = "Raised";
+  line.why = fmt::format("{} since {}", capitalised(what), sinceText(since, page.now()));
+  if (rule != nullptr) line.why += fmt::format(" ({})", rule->text.empty() ? rule->name : rule->text);
+  line.duration = durationText(page.now() - since);
+  return line;
+}
+
+Attention lineOf(const PageModel& page, const PageBeacon& beacon, Need need) {
+  Attention line{.beacon = &beacon, .need = need};
+  switch (need) {
+    case Need::emergency:
+      line.figure = "Signalled";
+      line.why = fmt::format("By the beacon since {}, still on",
+                             midnight(*beacon.emergencySince) == midnight(page.now())
+                                 ? secondText(*beacon.emergencySince)
+                                 : sinceText(*beacon.emergencySince, page.now()));
+      line.duration = durationText(page.now() - *beacon.emergencySince);
+      break;
+    case Need::silent:
+      line.figure = "No value";
+      line.why = lastHeardText(page, *beacon.latest);
+      line.duration = durationText(page.now() - beacon.latest->heard);
+      break;
+    case Need::battery:
+      line.figure = fmt::format("{} %", *beacon.latest->shown.battery);
+      line.why = "Empty " + emptyText(page, beacon);
+      if (beacon.empty) line.why += fmt::format(" at the trend since {}", dayText(beacon.trend->since));
+      if (beacon.empty) line.duration = daysLeftText(page, *beacon.empty);
+      break;
+    case Need::notHeard:
+      line.figure = "No value";
+      line.why = "Never heard, though the settings name it: " + beacon.id.text();
+      break;
+    case Need::alarm:
+      break;
+  }
+  return line;
+}
+
+// An alarm of silence says what the state says.
+bool saysAlarm(const PageBeacon& beacon, Need need) {
+  return std::ranges::any_of(beacon.raised, [&](const RaisedAlarm& raised) {
+    const AlarmRule* rule = ruleIn(beacon, raised.rule);
+    return rule != nullptr && need == Need::silent && rule->quantity == AlarmQuantity::silence;
+  });
+}
+
+std::vector<Attention> linesOf(const PageModel& page, const PageBeacon& beacon) {
+  std::vector<Attention> lines;
+  for (const Need need : beacon.needs) {
+    if (need == Need::alarm)
+      for (const RaisedAlarm& raised : beacon.raised) lines.push_back(alarmLine(page, beacon, raised));
+    else if (!saysAlarm(beacon, need))
+      lines.push_back(lineOf(page, beacon, need));
+  }
+  return lines;
+}
+
+}  // namespace
+
+StateWord wordOf(Need need) {
+  constexpr StateWord kWords[] = {
+      {"Emergency", "em"}, {"Alarm", "al"}, {"Silent", "wa"}, {"Battery", "wa"}, {"Not heard yet", "wa"}};
+  return kWords[static_cast<std::size_t>(need)];
+}
+
+std::vector<Attention> attentionOf(const PageModel& page) {
+  std::vector<Attention> lines;
+  for (const PageBeacon& beacon : page.beacons)
+    std::ranges::move(linesOf(page, beacon), std::back_inserter(lines));
+  std::ranges::stable_sort(lines, {}, &Attention::need);
+  return lines;
+}
+
+std::string decimalText(double hundredths, int places) {
+  std::string text = fmt::format("{:.{}f}", hundredths / 100, places);
+  // No "-0.0".
+  if (text.find_first_not_of("-0.") == std::string::npos && text.starts_with('-')) text.erase(0, 1);
+  return withMinus(std::move(text));
+}
+
+std::string wholeText(int32_t number) {
+  return withMinus(std::to_string(number));
+}
+
+std::string ruleText(const AlarmRule& rule) {
+  std::string text = limitText(rule);
+  if (rule.hold.count() > 0) text += " for " + durationText(rule.hold);
+  return text;
+}
+
+std::string ageText(const PageModel& page, const PageBeacon& beacon) {
+  if (!beacon.latest) return "never";
+  const auto age = page.now() - beacon.latest->heard;
+  return age < std::chrono::minutes(1) ? "now" : durationText(age);
+}
+
+bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity) {
+  return std::ranges::any_of(beacon.raised, [&](const RaisedAlarm& raised) {
+    const AlarmRule* rule = ruleIn(beacon, raised.rule);
+    return rule != nullptr && rule->quantity == quantity;
+  });
+}
+
+std::vector<Fact> factsOf(const PageModel& page, const PageBeacon& beacon) {
+  std::vector<Fact> facts;
+  if (!beacon.latest) return facts;
+  const Reading& latest = *beacon.latest;
+  const Quantities& shown = latest.shown;
+  const bool isOld = page.now() - latest.heard > std::chrono::minutes(5);
+  const auto add = [&](const char* name, std::string value, const char* unit, bool isBad) {
+    facts.push_back({name + std::string(isOld ? ", last" : ""), std::move(value), unit, isBad});
+  };
+  if (shown.temperature)
+    add("Temperature", decimalText(*shown.temperature, 1), "°C",
+        isAlarmed(beacon, AlarmQuantity::temperature));
+  if (shown.humidity)
+    add("Humidity", decimalText(*shown.humidity, 0), "% RH", isAlarmed(beacon, AlarmQuantity::humidity));
+  if (shown.battery) {
+    add("Battery", wholeText(*shown.battery), "%", beacon.has(Need::battery));
+    facts.push_back({"Battery empty", emptyText(page, beacon), ""});
+  }
+  if (latest.rssi) add("Signal", wholeText(*latest.rssi), "dBm", isAlarmed(beacon, AlarmQuantity::rssi));
+  facts.push_back({"Heard", sinceText(latest.heard, page.now()), isOld ? ageText(page, beacon) + " ago" : "",
+                   beacon.has(Need::silent)});
+  return facts;
+}
+
+std::string sayingOf(const PageModel& page, const PageBeacon& beacon) {
+  std::string text;
+  for (const Attention& line : linesOf(page, beacon)) text += line.why + ". ";
+  if (text.empty()) text = "Nothing amiss. ";
+  for (const AlarmRule& rule : beacon.rules) text += fmt::format("Alarm {}: {}. ", rule.name, ruleText(rule));
+  if (beacon.rules.empty()) text += "No alarm is set. ";
+  if (beacon.empty)
+    text += fmt::format("Battery {} % a month since {}. ", decimalText(beacon.trend->perDay * 30 * 100, 1),
+                        dayText(beacon.trend->since));
+  return text;
+}
+
+EventText textOf(const PageEvent& told, const PageModel& page) {
+  using Kind = BeaconEvent::Kind;
+  const BeaconEvent& event = told.event;
+  const std::string after = told.after ? " again after " + durationText(*told.after) : "";
+  const auto ruleNamed = [&]() -> std::string {
+    const auto beacon = std::ranges::find(page.beacons, event.beacon,
+                                          [](const PageBeacon& one) { return std::optional(one.id); });
+    const AlarmRule* rule = beacon == page.beacons.end() ? nullptr : ruleIn(*beacon, event.text);
+    return rule == nullptr ? event.text : fmt::format("{}: {}", rule->name, ruleText(*rule));
+  };
+  switch (event.kind) {
+    case Kind::found:
+      return {{"Heard", ""}, told.after ? after.substr(1) : "first heard"};
+    case Kind::lost:
+      return {{"Silent", "wa"}, "not heard any more"};
+    case Kind::emergency:
+      return {{"Emergency", "em"}, "signalled"};
+    case Kind::emergencyOver:
+      return {{"Emergency over", ""}, "no longer signalled"};
+    case Kind::alarmRaised:
+      return {{"Alarm", "al"}, ruleNamed()};
+    case Kind::alarmCleared:
+      return {{"Alarm over", ""}, ruleNamed()};
+    case Kind::radio:
+      return {{"Radio", ""},
+              event.text.starts_with("poweredOn") ? "hears" + after
+                                                  : fmt::format("hears nothing ({})", event.text)};
+    case Kind::gap:
+      return {{"Gap", "wa"}, fmt::format("{} records could not be written", event.count)};
+  }
+  return {};
+}
+
+}  // namespace brenloft::web

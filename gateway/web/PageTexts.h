@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "gateway/web/PageModel.h"
+
+namespace brenloft::web {
+
+// The words of a page. None of these is escaped.
+
+/// A word for a state and the class that gives it its weight.
+struct StateWord {
+  std::string_view word;
+  std::string_view css;  ///< "em", "al", "wa"; none for what needs nobody
+};
+StateWord wordOf(Need need);
+
+/// One line of what needs attention.
+struct Attention {
+  const PageBeacon* beacon;
+  Need need;
+  std::string figure;    ///< "8.2 °C"
+  std::string why;       ///< "Above 5.0 °C since 14:08"
+  std::string duration;  ///< "24 min"
+};
+/// The most urgent first.
+std::vector<Attention> attentionOf(const PageModel& page);
+
+/// "−18.9", from hundredths.
+std::string decimalText(double hundredths, int places);
+std::string wholeText(int32_t number);
+/// "above 5.0 °C for 5 min"
+std::string ruleText(const AlarmRule& rule);
+/// "now", else how long ago.
+std::string ageText(const PageModel& page, const PageBeacon& beacon);
+
+/// Whether an alarm of this quantity is raised for it.
+bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity);
+
+/// A figure of a beacon with its name.
+struct Fact {
+  std::string name;
+  std::string value;
+  std::string unit;
+  bool isBad = false;  ///< it is what the beacon needs attention for
+};
+std::vector<Fact> factsOf(const PageModel& page, const PageBeacon& beacon);
+/// What is to be said of it in one paragraph.
+std::string sayingOf(const PageModel& page, const PageBeacon& beacon);
+
+struct EventText {
+  StateWord state;
+  std::string details;
+};
+EventText textOf(const PageEvent& event, const PageModel& page);
+
+}  // namespace brenloft::web

@@ -1,0 +1,73 @@
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "gateway/configuration/LiveSettings.h"
+#include "gateway/history/HistoryReader.h"
+#include "gateway/history/HistoryWriter.h"
+#include "gateway/web/PageModel.h"
+#include "gateway/web/PageWriter.h"
+#include "platform/dispatch/RealTimeDispatch.h"
+#include "tools/brenloft/BeaconNames.h"
+#include "tools/brenloft/Commands.h"
+#include "tools/brenloft/ContainerFiles.h"
+#include "tools/brenloft/DocumentFile.h"
+#include "tools/brenloft/InstantText.h"
+#include "tools/brenloft/Output.h"
+#include "tools/brenloft/Store.h"
+
+namespace brenloft {
+namespace {
+
+std::string randomName() {
+  std::random_device device;
+  std::string name;
+  for (int i = 0; i < 4; ++i) name += fmt::format("{:08x}", device());
+  return name;
+}
+
+web::PageModel readPage(HistoryReader& reader, const ReportOptions& options, const Settings& settings) {
+  const platform::Date now = platform::RealTimeDispatch::make()->date();
+  HistorySpan span = spanFromTexts(options.since, options.until, now);
+  span.until = std::min(span.until, now);
+  if (span.until - span.since < std::chrono::minutes(1))
+    throw Failure(ExitStatus::usage, "--since: less than a minute is no time to report of");
+  auto page =
+      web::readPageModel(reader, settings, {span, beaconsFromTexts("--beacon", options.beacons, settings)});
+  if (!page)
+    throw Failure(ExitStatus::storeUnusable,
+                  fmt::format("{}: {}", (folderOfContainer(options.container) / kHistoryFileName).string(),
+                              page.error().text));
+  return *std::move(page);
+}
+
+void writeTo(const std::string& file, const std::string& page) {
+  if (file.empty()) {
+    Output out(Output::Buffering::blocks);
+    out.write(page);
+    return out.finish();
+  }
+  DocumentFile document(file);
+  document.write(page);
+  document.finish();
+}
+
+}  // namespace
+
+ExitStatus runReport(const ReportOptions& options) {
+  installForStore(options.container);
+  if (!options.container.empty()) storeIn(options.container);  // says what is wrong with the folder
+  if (!options.out.empty()) refuseContainerFile("--out", options.out, options.container);
+  const auto settings = options.settings->current();
+  const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
+  const auto reader = HistoryReader::open(file);
+  if (!reader) throw Failure(ExitStatus::storeUnusable, file.string() + ": " + reader.error().text);
+  const web::PageModel page = readPage(**reader, options, *settings);
+  writeTo(options.out, web::writePage(page, {options.title, randomName()}));
+  return ExitStatus::done;
+}
+
+}  // namespace brenloft
