@@ -1,6 +1,7 @@
 #include "gateway/web/PageModel.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -27,6 +28,7 @@ constexpr auto kSoonEmpty = std::chrono::days(30);
 constexpr std::size_t kPieces = 40'000;
 constexpr std::size_t kMostPieces = 720;
 constexpr std::size_t kLeastPieces = 96;
+constexpr std::size_t kRecentPieces = 48;
 
 // Whole parts of a day: others beat with the day and draw waves that are not there.
 constexpr std::array<Seconds, 23> kWidths{1s,   2s,   5s,    10s,   15s,   30s,   1min, 2min,
@@ -81,6 +83,8 @@ class ModelReader {
   ModelReader(HistoryReader& reader, const Settings& settings, const PageRequest& request)
       : reader_(reader), settings_(settings), request_(request), story_(request.span) {
     page_.span = request.span;
+    page_.recent = {std::max(page_.span.since, page_.now() - std::chrono::days(1)), page_.now()};
+    page_.recentWidth = widthFor(lengthOf(page_.recent), kRecentPieces);
   }
 
   PageModel read() {
@@ -202,7 +206,9 @@ class ModelReader {
 
   void takeStory(PageBeacon& beacon) const {
     const BeaconStory* story = story_.find(beacon.id);
-    beacon.isPresent = beacon.latest && (story == nullptr || story->isPresent.value_or(true));
+    // What is heard after its loss: the clock was put back.
+    beacon.isPresent = beacon.latest && (story == nullptr || story->isPresent.value_or(true) ||
+                                         (story->lostAt && *story->lostAt < beacon.latest->heard));
     if (story != nullptr) {
       beacon.emergencySince = story->emergencySince;
       for (const auto& [rule, since] : story->raised) beacon.raised.push_back({rule, since});
@@ -224,9 +230,9 @@ class ModelReader {
 
   void readCurves(PageBeacon& beacon) {
     const auto silences = silencesOf(beacon, page_);
-    const HistorySpan lastDay{page_.now() - kRecentSpan, page_.now()};
-    beacon.recent = curveOf(require(reader_.pieces(beacon.id, Quantity::temperature, lastDay, kRecentWidth)),
-                            kRecentWidth, silences);
+    beacon.recent =
+        curveOf(require(reader_.pieces(beacon.id, Quantity::temperature, page_.recent, page_.recentWidth)),
+                page_.recentWidth, silences);
     readDays(beacon);
     const std::size_t pieces = std::clamp(kPieces / page_.beacons.size(), kLeastPieces, kMostPieces);
     addLayer(beacon, page_.span, pieces, silences);
@@ -279,8 +285,12 @@ class ModelReader {
   void takeEvents() {
     std::set<BeaconId> shown;
     for (const PageBeacon& beacon : page_.beacons) shown.insert(beacon.id);
-    for (auto event = story_.events().rbegin(); event != story_.events().rend(); ++event)
-      if (!event->event.beacon || shown.contains(*event->event.beacon)) page_.events.push_back(*event);
+    for (const PageEvent& one : story_.events())
+      if (!one.event.beacon || shown.contains(*one.event.beacon)) page_.events.push_back(one);
+    // A clock may have been put back.
+    std::ranges::reverse(page_.events);
+    std::ranges::stable_sort(page_.events, std::greater(),
+                             [](const PageEvent& one) { return one.event.heard; });
   }
 
   static std::chrono::microseconds lengthOf(const HistorySpan& span) { return span.until - span.since; }
@@ -293,6 +303,13 @@ class ModelReader {
 };
 
 }  // namespace
+
+std::string PageBeacon::name() const {
+  constexpr std::size_t kUuid = 36;
+  if (!label.name.empty()) return label.name;
+  if (id.kind() != BeaconId::Kind::iBeacon || id.text().size() <= kUuid) return id.text();
+  return id.text().substr(kUuid + 1) + " of " + id.text().substr(0, 8);
+}
 
 const HistorySpan* PageModel::outageNow() const {
   return !outages.empty() && outages.back().until == span.until ? &outages.back() : nullptr;

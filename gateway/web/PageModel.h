@@ -68,16 +68,13 @@ struct PageBeacon {
   std::vector<HistorySpan> presence{};  ///< by time; outages are not taken out
   std::vector<PageMark> marks{};
   std::vector<PageDay> days{};
-  PageCurve recent{};               ///< temperature of the last day, in `kRecentWidth`
+  PageCurve recent{};               ///< temperature in `PageModel::recent`
   std::vector<PageLayer> layers{};  ///< the whole span first, then finer ones
 
-  /// What people call it.
-  const std::string& name() const { return label.name.empty() ? id.text() : label.name; }
+  /// What people call it; of an iBeacon without a name, what tells it from others: "1/2 of 51C70E2A".
+  std::string name() const;
   bool has(Need need) const { return std::ranges::find(needs, need) != needs.end(); }
 };
-
-inline constexpr std::chrono::hours kRecentSpan{24};
-inline constexpr std::chrono::minutes kRecentWidth{30};
 
 /// What happened, and after how long: found after a silence, hearing again after an outage.
 struct PageEvent {
@@ -88,6 +85,8 @@ struct PageEvent {
 /// Everything a page says; a value.
 struct PageModel {
   HistorySpan span{};                   ///< `until` is its present
+  HistorySpan recent{};                 ///< the last day of it
+  std::chrono::seconds recentWidth{};   ///< of the pieces that show it
   std::vector<HistorySpan> outages{};   ///< nothing listened; by time
   std::vector<PageBeacon> beacons{};    ///< by place and name; those without a place last
   std::size_t omitted = 0;              ///< beacons beyond what a page holds

@@ -36,7 +36,8 @@ std::optional<std::chrono::microseconds> PageStory::pauseBefore(const BeaconEven
   std::optional<Date> since;
   if (event.kind == Kind::radio && event.text.starts_with(kListening)) since = silentSince_;
   if (event.kind == Kind::found)
-    if (const auto open = beacons_.find(*event.beacon); open != beacons_.end()) since = open->second.lostAt;
+    if (const auto open = beacons_.find(*event.beacon); open != beacons_.end())
+      since = open->second.story.lostAt;
   return since && *since <= event.heard ? std::optional(event.heard - *since) : std::nullopt;
 }
 
@@ -63,7 +64,7 @@ void PageStory::beacon(Open& open, const BeaconEvent& event) {
       if (open.presentSince || !story.isPresent)
         addPresence(open, {open.presentSince.value_or(Date::min()), event.heard});
       open.presentSince.reset();
-      open.lostAt = event.heard;
+      story.lostAt = event.heard;
       story.isPresent = false;
       return;
     case Kind::emergency:

@@ -19,6 +19,7 @@ struct BeaconStory {
   std::map<std::string, platform::Date> raised{};  ///< by rule
   /// Nothing where no event told of its presence.
   std::optional<bool> isPresent{};
+  std::optional<platform::Date> lostAt{};
 };
 
 /// Follows the events of a history up to the end of a span, in their order, also those before the span: what
@@ -48,7 +49,6 @@ class PageStory {
   struct Open {
     BeaconStory story{};
     std::optional<platform::Date> presentSince{};
-    std::optional<platform::Date> lostAt{};
   };
 
   std::optional<std::chrono::microseconds> pauseBefore(const BeaconEvent& event) const;

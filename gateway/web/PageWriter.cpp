@@ -69,6 +69,7 @@ class Writer {
         {"attentionCount", [this] { return count(attention_.size()); }},
         {"attention", [this] { return attention(); }},
         {"notes", [this] { return notes(); }},
+        {"hidePlaces", [this] { return std::string(hasPlaces() ? "" : "hidden"); }},
         {"places", [this] { return places(); }},
         {"beaconCount", [this] { return std::to_string(page_.beacons.size()); }},
         {"beacons", [this] { return beacons(); }},
@@ -151,8 +152,9 @@ class Writer {
     return fmt::format("Heard nothing {} times, the last time {}.{}", past.size(), times, rest);
   }
 
+  bool hasPlaces() const { return places_.size() > 1 || (places_.size() == 1 && !places_[0].name.empty()); }
+
   std::string places() const {
-    if (places_.size() == 1 && places_.front().name.empty()) return {};
     std::string html;
     for (std::size_t i = 0; i < places_.size(); ++i) html += place(i);
     return html;
@@ -190,14 +192,19 @@ class Writer {
     return places_.size() == 1 ? "Name" : "No place";
   }
 
+  std::string recentText() const {
+    const auto length = page_.now() - page_.recent.since;
+    return length == std::chrono::hours(24) ? "24 h" : durationText(length);
+  }
+
   std::string beacons() const {
     std::string html;
     for (std::size_t i = 0; i < places_.size(); ++i) {
       html += fmt::format(
-          R"(<table id="p{}"><thead><tr><th scope="col" class="pl">{}</th><th scope="col" class="s">24 h</th><th scope="col">°C</th>)"
+          R"(<table id="p{}"><thead><tr><th scope="col" class="pl">{}</th><th scope="col" class="s">{}</th><th scope="col">°C</th>)"
           R"(<th scope="col">% RH</th><th scope="col" class="x">Battery %</th><th scope="col" class="x">dBm</th><th scope="col" class="ag">Heard</th></tr></thead><tbody>)"
           "\n",
-          i, placeName(places_[i]));
+          i, placeName(places_[i]), recentText());
       for (const PageBeacon* beacon : places_[i].beacons) html += row(*beacon);
       html += "</tbody></table>\n";
     }

@@ -26,7 +26,7 @@ std::vector<int32_t> limitsOf(const PageBeacon& beacon) {
 class Drawing {
  public:
   Drawing(const PageModel& page, const PageBeacon& beacon)
-      : since_(page.now() - kRecentSpan), page_(page), beacon_(beacon), limits_(limitsOf(beacon)) {
+      : since_(page.recent.since), page_(page), beacon_(beacon), limits_(limitsOf(beacon)) {
     double lowest = std::numeric_limits<double>::max();
     double highest = std::numeric_limits<double>::lowest();
     for (const HistoryPoint& point : beacon.recent.points) {
@@ -52,7 +52,8 @@ class Drawing {
 
  private:
   double across(Date date) const {
-    return std::clamp((date - since_) / std::chrono::duration<double, std::micro>(kRecentSpan), 0.0, 1.0) *
+    return std::clamp((date - since_) / std::chrono::duration<double, std::micro>(page_.now() - since_), 0.0,
+                      1.0) *
            kWide;
   }
   double down(double value) const {
@@ -90,7 +91,7 @@ class Drawing {
   // An unbroken run of points: the mean, and around it from the lowest to the highest.
   void addRun(std::size_t first, std::size_t last, std::string& band, std::string& line) {
     const auto& points = beacon_.recent.points;
-    const auto at = [&](std::size_t i) { return across(points[i].start + kRecentWidth / 2); };
+    const auto at = [&](std::size_t i) { return across(points[i].start + page_.recentWidth / 2); };
     for (std::size_t i = first; i < last; ++i) {
       line += fmt::format("{}{:.1f} {:.1f}", i == first ? 'M' : 'L', at(i), down(points[i].mean));
       band += fmt::format("{}{:.1f} {:.1f}", i == first ? 'M' : 'L', at(i), down(points[i].maximum));

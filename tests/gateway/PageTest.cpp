@@ -188,6 +188,17 @@ TEST_F(PageTest, WhatOthersWroteIsTextEverywhere) {
   EXPECT_EQ(ends, 3U) << "the data, the charts and the page's own";
 }
 
+TEST_F(PageTest, AClockThatWasPutBackMakesNobodySilent) {
+  hear(1, kNow - 3h, kNow - 2h);
+  tell(Kind::lost, kNow - 1h, beacon(1));
+  hear(1, kNow - 90min, kNow);
+  hear(3, kNow - 90min, kNow);
+  const PageModel page = model(kNow - 3h);
+  EXPECT_TRUE(attentionOf(page).empty());
+  EXPECT_EQ(page.beacons[0].name(), "1/3 of 51C70E2A");
+  EXPECT_EQ(page.recent.since, kNow - 3h);
+}
+
 TEST_F(PageTest, AnEmptyTimeIsSaid) {
   EXPECT_THAT(html(model()), HasSubstr("No beacon was heard in this time."));
 }
