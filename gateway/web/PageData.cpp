@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "gateway/Texts.h"
 #include "gateway/web/LocalTime.h"
@@ -31,6 +33,16 @@ void spans(JSONWriter& json, const char* key, const std::vector<HistorySpan>& li
   });
 }
 
+// An empty list where all are zero.
+template <typename Value>
+void numbers(JSONWriter& json, const char* key, const std::vector<HistoryPoint>& points,
+             const Value& valueOf) {
+  std::vector<int64_t> values;
+  for (const HistoryPoint& point : points) values.push_back(valueOf(point));
+  if (std::ranges::all_of(values, [](int64_t value) { return value == 0; })) values.clear();
+  array(json, key, values, [&](int64_t value) { json.number(value); });
+}
+
 // Numbers beside their neighbours are small: runs of pieces, and differences.
 void curve(JSONWriter& json, const PageLayer& layer, const PageCurve& curve) {
   const auto indexOf = [&](const HistoryPoint& point) {
@@ -50,15 +62,14 @@ void curve(JSONWriter& json, const PageLayer& layer, const PageCurve& curve) {
   json.endArray();
   array(json, "breaks", curve.breaks, [&](std::size_t at) { json.number(at); });
   int64_t before = 0;
-  array(json, "mean", points, [&](const HistoryPoint& point) {
-    const int64_t mean = std::lround(point.mean);
-    json.number(mean - before);
-    before = mean;
-  });
-  array(json, "below", points,
-        [&](const HistoryPoint& point) { json.number(std::lround(point.mean) - point.minimum); });
-  array(json, "above", points,
-        [&](const HistoryPoint& point) { json.number(point.maximum - std::lround(point.mean)); });
+  const auto growth = [&](const HistoryPoint& point) {
+    return std::lround(point.mean) - std::exchange(before, std::lround(point.mean));
+  };
+  numbers(json, "mean", points, growth);
+  numbers(json, "below", points,
+          [](const HistoryPoint& point) { return std::lround(point.mean) - point.minimum; });
+  numbers(json, "above", points,
+          [](const HistoryPoint& point) { return point.maximum - std::lround(point.mean); });
   json.endObject();
 }
 

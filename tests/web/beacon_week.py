@@ -23,7 +23,7 @@ class Beacon:
         self.octets = bytes([0x7F, 0x11, number * 57 % 256, number * 91 % 256, number, 0xA0])
         self.id = '-'.join(f'{octet:02X}' for octet in self.octets)
         self.number, self.place, self.name = number, place, name
-        self.battery = 9 if name == 'Server cupboard' else 60 + number
+        self.battery = 9 if name == 'Server cupboard' else 40 + number
         self.drain = .75 if name == 'Server cupboard' else .05  # percent a day
 
 

@@ -33,8 +33,9 @@ const rowsOf = (layer, curve, scale) => {
     for (let left = curve.runs[run + 1]; left > 0; --left, ++at, ++piece) {
       const time = (layer.since + (piece + .5) * layer.width) * 1e3;
       if (breaks.has(at)) rows.push([new Date(time - layer.width * 500), none]);
-      mean += curve.mean[at];
-      rows.push([new Date(time), [(mean - curve.below[at]) / scale, mean / scale, (mean + curve.above[at]) / scale]]);
+      mean += curve.mean[at] || 0;
+      const below = curve.below[at] || 0, above = curve.above[at] || 0;
+      rows.push([new Date(time), [(mean - below) / scale, mean / scale, (mean + above) / scale]]);
     }
   }
   return rows;
