@@ -58,9 +58,13 @@ std::string dateText(Date date) {
   return fmt::format("{} {}", dayText(date), fieldsOf(date).tm_year + 1900);
 }
 
+std::string dayText(Date date, Date now) {
+  return fieldsOf(date).tm_year == fieldsOf(now).tm_year ? dayText(date) : dateText(date);
+}
+
 std::string sinceText(Date date, Date now) {
   const bool isToday = midnight(date) == midnight(now);
-  return isToday ? clockText(date) : dayText(date) + ' ' + clockText(date);
+  return isToday ? clockText(date) : dayText(date, now) + ' ' + clockText(date);
 }
 
 std::string durationText(std::chrono::microseconds duration) {

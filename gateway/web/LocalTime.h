@@ -19,6 +19,8 @@ std::string clockText(platform::Date date);   ///< "14:31"
 std::string secondText(platform::Date date);  ///< "14:31:20"
 std::string dayText(platform::Date date);     ///< "Sat 21 Nov"
 std::string dateText(platform::Date date);    ///< "Sat 21 Nov 2026"
+/// "Sat 21 Nov", with the year where that is another than now's.
+std::string dayText(platform::Date date, platform::Date now);
 /// "14:31", or with the day in front where that is another than now's.
 std::string sinceText(platform::Date date, platform::Date now);
 /// "20 s", "24 min", "2 h 03 min", "5 days".

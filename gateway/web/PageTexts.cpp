@@ -140,7 +140,8 @@ Attention lineOf(const PageModel& page, const PageBeacon& beacon, Need need) {
     case Need::battery:
       line.figure = fmt::format("{} %", *beacon.latest->shown.battery);
       line.why = "Empty " + emptyText(page, beacon);
-      if (beacon.empty) line.why += fmt::format(" at the trend since {}", dayText(beacon.trend->since));
+      if (beacon.empty)
+        line.why += fmt::format(" at the trend since {}", dayText(beacon.trend->since, page.now()));
       if (beacon.empty) line.duration = daysLeftText(page, *beacon.empty);
       break;
     case Need::notHeard:
@@ -189,7 +190,9 @@ std::vector<Attention> attentionOf(const PageModel& page) {
 }
 
 std::string decimalText(double hundredths, int places) {
-  std::string text = fmt::format("{:.{}f}", hundredths / 100, places);
+  // Halves go away from zero, as in the script.
+  const double unit = std::pow(10, places);
+  std::string text = fmt::format("{:.{}f}", std::round(hundredths * unit / 100) / unit, places);
   // No "-0.0".
   if (text.find_first_not_of("-0.") == std::string::npos && text.starts_with('-')) text.erase(0, 1);
   return withMinus(std::move(text));
@@ -250,7 +253,7 @@ std::string sayingOf(const PageModel& page, const PageBeacon& beacon) {
   if (beacon.rules.empty()) text += "No alarm is set. ";
   if (beacon.empty)
     text += fmt::format("Battery {} % a month since {}. ", decimalText(beacon.trend->perDay * 30 * 100, 1),
-                        dayText(beacon.trend->since));
+                        dayText(beacon.trend->since, page.now()));
   return text;
 }
 

@@ -54,6 +54,8 @@ std::vector<Place> placesOf(const PageModel& page) {
   return places;
 }
 
+using Midnights = std::set<Date, std::greater<>>;  // the newest first
+
 class Writer {
  public:
   Writer(const PageModel& page, const PageForm& form)
@@ -236,11 +238,12 @@ class Writer {
   }
 
   std::string days() const {
-    std::set<Date> midnights;
+    Midnights midnights;
     for (const PageBeacon& beacon : page_.beacons)
       for (const PageDay& day : beacon.days) midnights.insert(day.midnight);
     std::string html = R"(<table class="days"><thead><tr><th scope="col">Beacon</th>)";
-    for (const Date& day : midnights) html += fmt::format(R"(<th scope="col">{}</th>)", dayText(day));
+    for (const Date& day : midnights)
+      html += fmt::format(R"(<th scope="col">{}</th>)", dayText(day, page_.now()));
     html += "</tr></thead>\n";
     for (const Place& place : places_) {
       html += "<tbody>";
@@ -253,7 +256,7 @@ class Writer {
     return html + "</table>";
   }
 
-  static std::string daysOf(const PageBeacon& beacon, const std::set<Date>& midnights) {
+  static std::string daysOf(const PageBeacon& beacon, const Midnights& midnights) {
     std::string html = fmt::format(R"(<tr id="day-{}"><th scope="row">{}</th>)", escaped(beacon.id.text()),
                                    nameHtml(beacon.name()));
     for (const Date& day : midnights) {
@@ -275,8 +278,8 @@ class Writer {
       const PageBeacon* beacon = event.beacon ? byId.at(*event.beacon) : nullptr;
       html += fmt::format(R"(<tr class="{}" data-e="{}"><td>{} {}</td><td>{}</td><td>{}</td><td>{}</td></tr>)"
                           "\n",
-                          state.css, event.beacon ? escaped(event.beacon->text()) : "*", dayText(event.heard),
-                          secondText(event.heard), tag(state),
+                          state.css, event.beacon ? escaped(event.beacon->text()) : "*",
+                          dayText(event.heard, page_.now()), secondText(event.heard), tag(state),
                           beacon == nullptr ? "all" : nameHtml(beacon->name()) + small(beacon->label.place),
                           escaped(details));
     }

@@ -116,6 +116,29 @@ TEST_F(KeptHistory, KnowsEachBeaconItsGapAndTheTrendOfItsBattery) {
             "no history in " + folder_.path().string() + "; --container names another folder\n");
 }
 
+TEST_F(KeptHistory, IsReportedAsAPage) {
+  writeFile(folder_ / "brenloft.toml",
+            contentsOf(folder_.file("brenloft.toml")) + "[report]\ntitle = \"North\"\n");
+  const auto report = [&](const std::string& out, std::vector<std::string> more) {
+    more.insert(more.begin(), {"report", "-o", out, "-C", folder_.path().string(), "--config",
+                               folder_.file("brenloft.toml"), "--until", "2026-11-21T10:10Z"});
+    return runTool(more);
+  };
+  const std::string page = report("-", {"--since", "2026-11-21T10:00Z"}).out;
+  EXPECT_EQ(page.rfind("<!doctype html>", 0), 0U);
+  EXPECT_NE(page.find("<title>North</title>"), std::string::npos);
+  EXPECT_EQ(countOf(page, "<bdi>Fridge</bdi>"), 2U) << "in the list and by day";
+  const std::string file = folder_.file("page.html");
+  EXPECT_EQ(report(file, {"--since", "2026-11-21T10:00Z", "--beacon", "Fridge"}).status, 0);
+  EXPECT_EQ(contentsOf(file).find("C0-C1-5C-00-00-02"), std::string::npos);
+  EXPECT_EQ(report(file, {"--since", "teatime"}).status, 2);
+  EXPECT_EQ(report(file, {"--since", "2026-11-21T10:09:30Z"}).err,
+            "brenloft: --since: less than a minute is no time to report of\n");
+  EXPECT_EQ(report(folder_.file("history.sqlite-wal"), {}).status, 2);
+  const Ended none = runTool({"report", "-o", file, "-C", folder_.file("none")});
+  EXPECT_EQ(none.status, 5);
+}
+
 TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
   EXPECT_EQ(history({"count"}).out, "1201\n");
   EXPECT_EQ(history({"count", "--beacon", "C0-C1-5C-00-00-02", "--since", "@1795255799"}).out, "2\n");

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """The page of `brenloft report` as a person sees it, in Chromium: page_test.py TOOL"""
 import csv
+import decimal
 import io
 import os
 import subprocess
@@ -172,7 +173,8 @@ class PageTest(unittest.TestCase):
 
     def assert_reading(self, piece):
         shown = self.readings()['Temperature']
-        mean, low, high = (f'{float(piece["temperature_" + part]):.1f}' for part in ('mean', 'min', 'max'))
+        mean, low, high = (str(decimal.Decimal(piece['temperature_' + part]).quantize(
+            decimal.Decimal('.1'), decimal.ROUND_HALF_UP)) for part in ('mean', 'min', 'max'))
         at = time.strftime('%H:%M', time.gmtime(float(piece['time']) + 3600 + 450))
         self.assertIn(at, shown)
         self.assertTrue(shown.endswith(f'{mean} ({low} to {high})') or (low == high and shown.endswith(mean)),
@@ -244,7 +246,7 @@ class PageTest(unittest.TestCase):
             self.assertFalse(self.one('#find').is_displayed())
             self.assertFalse(self.one('#detail').is_displayed())
             self.assertTrue(self.one('#events tbody tr').is_displayed())
-            self.assertIn('19.2', self.one('#day-' + self.ids['Poultry fridge']).text)
+            self.assertIn('19.3', self.one('#day-' + self.ids['Poultry fridge']).text)
         finally:
             self.browser.execute_cdp_cmd('Emulation.setScriptExecutionDisabled', {'value': False})
 
