@@ -6,14 +6,12 @@
 #include <fmt/format.h>
 
 #include "gateway/alarms/DewPoint.h"
-#include "gateway/configuration/AlarmTexts.h"
 #include "gateway/web/LocalTime.h"
 
 namespace brenloft::web {
 namespace {
 
 using platform::Date;
-using AlarmQuantity = AlarmRule::Quantity;
 
 constexpr const char* kMinus = "\u2212";
 
@@ -154,6 +152,19 @@ Attention lineOf(const PageModel& page, const PageBeacon& beacon, Need need) {
   return line;
 }
 
+// What was measured and the limit that it passed, as they were then.
+std::string alarmText(const BeaconEvent& event) {
+  std::string text = event.text;
+  if (!event.alarm) return text;
+  const AlarmFacts& facts = *event.alarm;
+  const bool isSilence = facts.quantity == AlarmQuantity::silence;
+  if (facts.value && !isSilence) text += ": " + valueWithUnit(facts.quantity, *facts.value);
+  if (facts.threshold)
+    text += isSilence ? ": not heard for " + durationText(std::chrono::seconds(*facts.threshold))
+                      : ", limit " + valueWithUnit(facts.quantity, *facts.threshold);
+  return facts.text.empty() ? text : text + ". " + facts.text;
+}
+
 // An alarm of silence says what the state says.
 bool saysAlarm(const PageBeacon& beacon, Need need) {
   return std::ranges::any_of(beacon.raised, [&](const RaisedAlarm& raised) {
@@ -257,16 +268,10 @@ std::string sayingOf(const PageModel& page, const PageBeacon& beacon) {
   return text;
 }
 
-EventText textOf(const PageEvent& told, const PageModel& page) {
+EventText textOf(const PageEvent& told) {
   using Kind = BeaconEvent::Kind;
   const BeaconEvent& event = told.event;
   const std::string after = told.after ? " again after " + durationText(*told.after) : "";
-  const auto ruleNamed = [&]() -> std::string {
-    const auto beacon = std::ranges::find(page.beacons, event.beacon,
-                                          [](const PageBeacon& one) { return std::optional(one.id); });
-    const AlarmRule* rule = beacon == page.beacons.end() ? nullptr : ruleIn(*beacon, event.text);
-    return rule == nullptr ? event.text : fmt::format("{}: {}", rule->name, ruleText(*rule));
-  };
   switch (event.kind) {
     case Kind::found:
       return {{"Heard", ""}, told.after ? after.substr(1) : "first heard"};
@@ -277,9 +282,9 @@ EventText textOf(const PageEvent& told, const PageModel& page) {
     case Kind::emergencyOver:
       return {{"Emergency over", ""}, "no longer signalled"};
     case Kind::alarmRaised:
-      return {{"Alarm", "al"}, ruleNamed()};
+      return {{"Alarm", "al"}, alarmText(event)};
     case Kind::alarmCleared:
-      return {{"Alarm over", ""}, ruleNamed()};
+      return {{"Alarm over", ""}, alarmText(event)};
     case Kind::radio:
       return {{"Radio", ""},
               event.text.starts_with("poweredOn") ? "hears" + after

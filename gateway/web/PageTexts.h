@@ -55,6 +55,6 @@ struct EventText {
   StateWord state;
   std::string details;
 };
-EventText textOf(const PageEvent& event, const PageModel& page);
+EventText textOf(const PageEvent& event);
 
 }  // namespace brenloft::web

@@ -274,7 +274,7 @@ class Writer {
     std::string html;
     for (const PageEvent& told : page_.events) {
       const BeaconEvent& event = told.event;
-      const auto [state, details] = textOf(told, page_);
+      const auto [state, details] = textOf(told);
       const PageBeacon* beacon = event.beacon ? byId.at(*event.beacon) : nullptr;
       html += fmt::format(R"(<tr class="{}" data-e="{}"><td>{} {}</td><td>{}</td><td>{}</td><td>{}</td></tr>)"
                           "\n",

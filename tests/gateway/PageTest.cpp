@@ -82,9 +82,9 @@ TEST_F(PageTest, AGapOfTheBeaconAndOneOfTheRadioBreakTheLineAndAreToldApart) {
   std::vector<platform::Date> behindBreaks;
   for (const std::size_t at : curve.breaks) behindBreaks.push_back(curve.points[at].start);
   EXPECT_EQ(behindBreaks, (std::vector<platform::Date>{kNow - 28h, kNow - 15h, kNow - 2h}));
-  EXPECT_EQ(textOf(page.events[0], page).details, "hears");
-  EXPECT_EQ(textOf(page.events[1], page).details, "hears again after 5 h 00 min");
-  EXPECT_EQ(textOf(page.events[3], page).details, "again after 2 h 00 min");
+  EXPECT_EQ(textOf(page.events[0]).details, "hears");
+  EXPECT_EQ(textOf(page.events[1]).details, "hears again after 5 h 00 min");
+  EXPECT_EQ(textOf(page.events[3]).details, "again after 2 h 00 min");
 }
 
 TEST_F(PageTest, WhatListensNoMoreMakesNobodySilent) {
