@@ -269,27 +269,27 @@ std::string sayingOf(const PageModel& page, const PageBeacon& beacon) {
 }
 
 EventText textOf(const PageEvent& told) {
-  using Kind = BeaconEvent::Kind;
+  using Happened = BeaconEvent::Kind;
   const BeaconEvent& event = told.event;
   const std::string after = told.after ? " again after " + durationText(*told.after) : "";
   switch (event.kind) {
-    case Kind::found:
+    case Happened::found:
       return {{"Heard", ""}, told.after ? after.substr(1) : "first heard"};
-    case Kind::lost:
+    case Happened::lost:
       return {{"Silent", "wa"}, "not heard any more"};
-    case Kind::emergency:
+    case Happened::emergency:
       return {{"Emergency", "em"}, "signalled"};
-    case Kind::emergencyOver:
+    case Happened::emergencyOver:
       return {{"Emergency over", ""}, "no longer signalled"};
-    case Kind::alarmRaised:
+    case Happened::alarmRaised:
       return {{"Alarm", "al"}, alarmText(event)};
-    case Kind::alarmCleared:
+    case Happened::alarmCleared:
       return {{"Alarm over", ""}, alarmText(event)};
-    case Kind::radio:
+    case Happened::radio:
       return {{"Radio", ""},
               event.text.starts_with("poweredOn") ? "hears" + after
                                                   : fmt::format("hears nothing ({})", event.text)};
-    case Kind::gap:
+    case Happened::gap:
       return {{"Gap", "wa"}, fmt::format("{} records could not be written", event.count)};
   }
   return {};
