@@ -18,7 +18,10 @@ template <class Padding>
 void expectKeptAndLetGoOf() {
   const auto calls = std::make_shared<int>(0);
   {
-    dispatch_block_t block = [calls, padding = Padding{}] { ++*calls; };
+    dispatch_block_t block = [calls, padding = Padding{}] {
+      static_cast<void>(padding);
+      ++*calls;
+    };
     dispatch_block_t copy = block;
     dispatch_block_t moved = std::move(block);
     EXPECT_FALSE(block);  // NOLINT(bugprone-use-after-move): that nothing is left is promised
