@@ -26,10 +26,10 @@ void addServiceUUIDs(const std::vector<CBUUID>& advertised, const std::vector<CB
 
 /// Most often what is replaced is as long.
 void copy(DataView heard, Data& kept) {
-  if (kept.size() == heard.size())
-    std::ranges::copy(heard, kept.begin());
-  else
+  if (kept.size() != heard.size())
     kept.assign(heard.begin(), heard.end());
+  else if (!heard.empty())
+    std::memcpy(kept.data(), heard.data(), heard.size());
 }
 
 void assign(const std::optional<DataView>& read, std::optional<Data>& kept) {
