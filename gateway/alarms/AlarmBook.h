@@ -75,9 +75,6 @@ class AlarmBook {
   /// The oldest notice of this rule and beacon has been dealt with.
   void notified(const std::string& rule, const BeaconId& beacon);
 
-  /// Whether a rule judges this beacon; `known` is what the settings say of it.
-  static bool concerns(const AlarmRule& rule, const BeaconId& beacon, const BeaconSettings* known);
-
   struct Raised {
     const AlarmRule* rule;  ///< of the settings in force
     platform::Date since;
