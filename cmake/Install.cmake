@@ -39,9 +39,10 @@ set(public_headers
   platform/coredata/NSManagedObject.h platform/coredata/NSManagedObjectContext.h
   platform/coredata/NSManagedObjectModel.h platform/coredata/NSPersistentStoreCoordinator.h
   platform/coredata/NSPredicate.h platform/coredata/StoredValue.h
-  platform/dispatch/Dispatch.h platform/dispatch/RealTimeDispatch.h platform/dispatch/VirtualDispatch.h
+  platform/dispatch/Block.h platform/dispatch/Dispatch.h platform/dispatch/RealTimeDispatch.h
+  platform/dispatch/VirtualDispatch.h
   platform/foundation/Data.h platform/foundation/Date.h platform/foundation/Error.h platform/foundation/Export.h
-  platform/foundation/FolderAccess.h platform/foundation/Hex.h
+  platform/foundation/FolderAccess.h platform/foundation/Hex.h platform/foundation/Mutex.h
   platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
   platform/foundation/NSLog.h platform/foundation/NSUUID.h platform/foundation/NSUserDefaults.h
   platform/foundation/TextArgument.h

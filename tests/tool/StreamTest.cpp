@@ -148,7 +148,7 @@ TEST(Reload, HasTheNewNamesAndFilesAndKeepsWhatWasRight) {
   setName("after");
   tool.signal(SIGHUP);
   ASSERT_TRUE(awaitName("after"));
-  writeFile(settings, "nmae = 1\n");
+  writeFile(settings, "formta = 1\n");
   tool.signal(SIGHUP);
   lines += 2;
   tool.readLines(lines);
@@ -158,7 +158,7 @@ TEST(Reload, HasTheNewNamesAndFilesAndKeepsWhatWasRight) {
   EXPECT_EQ(valueOf(ended.lines().back(), "name"), "\"after\"");
   EXPECT_EQ(ended.err,
             "settings read again: 1 beacon, 0 alarms\n" + settings +
-                ":1: no command has the option nmae; did you mean name?; the settings stay as they were\n");
+                ":1: no command has the option formta; did you mean format?; the settings stay as they were\n");
   EXPECT_NE(contentsOf(folder.file("out.1")).find("name=before"), std::string::npos);
   EXPECT_NE(contentsOf(folder.file("out")).find("name=after"), std::string::npos);
 }
