@@ -162,10 +162,11 @@ ExitStatus runPublish(const PublishOptions& options) {
   const auto dispatch = platform::RealTimeDispatch::make();
   if (!options.forget.empty() || options.isAllForgotten) return forget(options, *dispatch);
   if (!options.source.empty()) return hearAndPublish(options, dispatch);
-  StopSignals signals;
+  StopSignals::leaveToOthers();
   installForStore(options.container);
   storeIn(options.container);  // says what is wrong with the folder
   Publisher publisher(publisherOptions(options), dispatch, options.settings, say);
+  StopSignals signals;  // its thread ends before what it calls
   signals.watch([&] { publisher.stop(); },
                 [&] {
                   for (const std::string& line : options.settings->reload().lines) printMessage(line);

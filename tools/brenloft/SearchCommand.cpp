@@ -262,6 +262,7 @@ class Search {
     signals.watch([this] { stop_.request_stop(); }, [this] { reload(); });
     openSourceAndMonitor();
     openGateway();
+    isOpen_ = true;
     installPlatform();
     const std::stop_callback onStop(stop_.get_token(), [this] { stop(); });
     monitor_->begin();
@@ -325,8 +326,8 @@ class Search {
   }
 
   void reload() {
-    // A signal may come before anything is heard.
-    if (!source_.loop) return;
+    // A signal may come before there is anything to reload.
+    if (!isOpen_) return;
     source_.loop->dispatch()->mainQueue()->async([this] {
       if (gateway_) gateway_->reload();
     });
@@ -458,6 +459,7 @@ class Search {
   Reporter reporter_;
   TimeText diagnosticTimes_{options_.time.value_or(TimeForm::local)};  // used within the reporter's `aside`
   Source source_;
+  std::atomic<bool> isOpen_{false};  // the source and the gateway are there, for other threads too
   std::shared_ptr<SourceMonitor> monitor_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;
   std::shared_ptr<ReportFilter> filter_;  // null where everything is heard
