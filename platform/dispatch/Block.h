@@ -18,8 +18,8 @@ class dispatch_block_t {
   dispatch_block_t(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): as a std::function
   template <class Work>
   requires(!std::same_as<std::remove_cvref_t<Work>, dispatch_block_t> && std::invocable<std::decay_t<Work>&>)
-      dispatch_block_t(
-          Work&& work) {  // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
+      // NOLINTNEXTLINE(*-explicit-constructor,*-forwarding-reference-overload): as a std::function
+      dispatch_block_t(Work&& work) {
     using Kept = std::decay_t<Work>;
     if constexpr (std::same_as<Kept, std::function<void()>>) {
       if (!work) return;
@@ -55,9 +55,11 @@ class dispatch_block_t {
   };
 
   static constexpr std::size_t kRoom = 32;
+  // NOLINTBEGIN(misc-redundant-expression): so it reads for some types
   template <class Work>
   static constexpr bool kFits = sizeof(Work) <= kRoom &&
                                 alignof(Work) <= alignof(void*) && std::is_nothrow_move_constructible_v<Work>;
+  // NOLINTEND(misc-redundant-expression)
 
   /// What has no room.
   template <class Work>

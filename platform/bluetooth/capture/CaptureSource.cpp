@@ -190,8 +190,8 @@ class Replay final : public QueuedSource<CaptureSource> {
 }  // namespace
 
 Result<std::shared_ptr<CaptureSource>> CaptureSource::make(CaptureSourceOptions options,
-                                                           std::shared_ptr<DispatchService> dispatch) {
-  auto replay = std::make_shared<Replay>(std::move(options), std::move(dispatch));
+                                                           const std::shared_ptr<DispatchService>& dispatch) {
+  auto replay = std::make_shared<Replay>(std::move(options), dispatch);
   if (const auto loaded = replay->load(); !loaded) return loaded.error();
   return replay;
 }

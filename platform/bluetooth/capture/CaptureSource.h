@@ -40,7 +40,7 @@ class CaptureSource : public AdvertisingReportSource {
   /// Opens the file and, on virtual time, sets the date to that of the first record. Fails, with a
   /// text that names the file, when it cannot be read.
   static Result<std::shared_ptr<CaptureSource>> make(CaptureSourceOptions options,
-                                                     std::shared_ptr<DispatchService> dispatch);
+                                                     const std::shared_ptr<DispatchService>& dispatch);
 };
 
 }  // namespace platform
