@@ -20,6 +20,7 @@
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/HistoryCommand.h"
 #include "tools/brenloft/LimitDeclarations.h"
+#include "tools/brenloft/LogDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/PublishCommand.h"
@@ -306,41 +307,6 @@ void addRange(CLI::App& app, Run& run) {
                     "ranging reports without iBeacons that are lost or have left");
   addSearchOptions(*command, *options);
   setSearch(*command, run, options);
-}
-
-void addLog(CLI::App& app, Run& run) {
-  auto options = std::make_shared<LogOptions>();
-  auto* log = app.add_subcommand("log", "Read and look after the sensor log")->require_subcommand(1);
-  const auto add = [&](const char* name, const char* help, LogOptions::Action action) {
-    auto* command = log->add_subcommand(name, help);
-    addContainer(*command, options->container);
-    command->callback([&run, options, action] {
-      options->action = action;
-      run = [options] { return runLog(*options); };
-    });
-    return command;
-  };
-  const auto addReading = [&](const char* name, const char* help, LogOptions::Action action) {
-    auto* command = add(name, help, action);
-    addSpan(*command, options->since, options->until);
-    return command;
-  };
-  auto* show = addReading("show", "Print the rows", LogOptions::Action::show);
-  addFormat(*show, options->format, kTwoFormats);
-  addTime(*show, options->time);
-  addNumber(*show, "--last", options->last, 1, "only the newest so many");
-  show->add_flag("-f,--follow", options->follow, "wait for new rows");
-  addPath(*addReading("export", "Write the log as one JSON document", LogOptions::Action::exportDocument),
-          "-o,--out", options->out, "the file to write; default, and -: standard output", Dash::isStream);
-  addReading("count", "Print the number of rows", LogOptions::Action::count);
-  auto* remove = add("delete", "Delete the rows", LogOptions::Action::deleteRows);
-  remove->add_option("--before", options->before, "only those last heard before then; as --since");
-  remove->add_flag("-y,--yes", options->yes, "without asking");
-  add("check", "Look for damage", LogOptions::Action::check);
-  addPath(
-      *add("backup", "Copy the log and the tags, also while they are written", LogOptions::Action::backUp),
-      "FILE", options->out, "the new file")
-      ->required();
 }
 
 void addTag(CLI::App& app, Run& run) {
