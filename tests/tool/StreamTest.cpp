@@ -156,9 +156,10 @@ TEST(Reload, HasTheNewNamesAndFilesAndKeepsWhatWasRight) {
   const Ended ended = tool.readToEnd();
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(valueOf(ended.lines().back(), "name"), "\"after\"");
-  EXPECT_EQ(ended.err,
-            "settings read again: 1 beacon, 0 alarms\n" + settings +
-                ":1: no command has the option formta; did you mean format?; the settings stay as they were\n");
+  EXPECT_EQ(
+      ended.err,
+      "settings read again: 1 beacon, 0 alarms\n" + settings +
+          ":1: no command has the option formta; did you mean format?; the settings stay as they were\n");
   EXPECT_NE(contentsOf(folder.file("out.1")).find("name=before"), std::string::npos);
   EXPECT_NE(contentsOf(folder.file("out")).find("name=after"), std::string::npos);
 }
