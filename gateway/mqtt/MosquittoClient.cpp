@@ -16,6 +16,8 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -263,6 +265,7 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
   void setCallbacks();
   static Connection& of(void* self) { return *static_cast<Connection*>(self); }
   void hearError(std::string_view text);
+  void hearVerdict();
   void greeted(int reason, const mosquitto_property* properties);
   void disconnected(int reason);
 
@@ -285,6 +288,7 @@ class MosquittoClient::Connection : public std::enable_shared_from_this<Connecti
   int error_ = 0;
   std::optional<std::string> refusal_;
   std::string said_;  // the library's or the broker's own words on what is wrong
+  bool hasVerdict_ = false;
 };
 
 void MosquittoClient::Connection::setCallbacks() {
@@ -323,6 +327,15 @@ void MosquittoClient::Connection::hearError(std::string_view text) {
     text.remove_prefix(place + 2);
   if (text.ends_with('.')) text.remove_suffix(1);
   said_.append(said_.empty() ? "" : ", ").append(text);
+  hearVerdict();
+}
+
+// Why a certificate is not believed, which the library does not tell; a wrong name it tells itself.
+void MosquittoClient::Connection::hearVerdict() {
+  const auto* ssl = static_cast<SSL*>(mosquitto_ssl_get(handle_));
+  const long verdict = ssl == nullptr ? X509_V_OK : SSL_get_verify_result(ssl);
+  if (verdict == X509_V_OK || verdict == X509_V_ERR_UNSPECIFIED || std::exchange(hasVerdict_, true)) return;
+  said_.append(", ").append(X509_verify_cert_error_string(verdict));
 }
 
 void MosquittoClient::Connection::greeted(int reason, const mosquitto_property* properties) {

@@ -242,7 +242,7 @@ void Outbox::settle(Instant now, uint64_t key, Outcome outcome) {
   if (one.channel == kBatches && batchesUnderWay_ > 0) --batchesUnderWay_;
   if (outcome == Outcome::wrong) ++info_.rejected;
   const bool isKept = outcome == Outcome::forbidden || outcome == Outcome::busy;
-  if (!isKept && std::exchange(isForbidden_[one.channel], false))
+  if (!isKept && std::exchange(refused_[one.channel], Outcome::taken) != Outcome::taken)
     world_.onLine("the broker takes " + std::string(kNames[one.channel]) + " again");
   if (isKept) hold(now, one.channel, outcome);
   if (const auto* lane = std::get_if<InLane>(&one.origin)) {
@@ -254,19 +254,23 @@ void Outbox::settle(Instant now, uint64_t key, Outcome outcome) {
     view_.tellAgain(*view);
   } else if (const auto* message = std::get_if<Message>(&one.origin); message != nullptr && isKept) {
     announcements_.push_back(*message);
+  } else if (one.channel == kGateway && isKept) {
+    isStatusTold_ = false;
   }
 }
 
 void Outbox::hold(Instant now, Channel channel, Outcome outcome) {
   const bool isForbidden = outcome == Outcome::forbidden;
   heldUntil_[channel] = now + (isForbidden ? kForbiddenPause : kBusyPause);
-  if (isForbidden && !std::exchange(isForbidden_[channel], true))
-    world_.onLine("the broker's access list refuses " + std::string(kNames[channel]) +
-                  "; they are kept and tried again");
+  if (std::exchange(refused_[channel], outcome) == outcome) return;
+  const std::string name(kNames[channel]);
+  world_.onLine((isForbidden ? "the broker's access list refuses " + name
+                             : "the broker has no room for " + name + " now") +
+                "; they are kept and tried again");
 }
 
 std::optional<Instant> Outbox::due() const {
-  Instant due = nextInfo_;
+  Instant due = std::max(isStatusTold_ ? nextInfo_ : Instant(), heldUntil_[kGateway]);
   if (!announcements_.empty()) due = std::min(due, std::max(nextAnnouncement_, heldUntil_[kAnnouncements]));
   if (!view_.isTold()) due = std::min(due, heldUntil_[kView]);
   if (!urgent_.waiting.empty() || !urgent_.isAtEnd) due = std::min(due, heldUntil_[kUrgent]);

@@ -145,7 +145,7 @@ class Outbox final : public Supply {
   GatewayInfo info_;
 
   std::array<Instant, kChannels> heldUntil_{};
-  std::array<bool, kChannels> isForbidden_{};
+  std::array<Outcome, kChannels> refused_{};  // how, for which it was told; `taken` where it is not
   std::map<uint64_t, UnderWay> underWay_;
   uint64_t nextKey_ = 1;
   uint32_t largestMessage_ = UINT32_MAX;

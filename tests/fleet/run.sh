@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # run.sh FLEET [GATEWAYS [SECONDS]]: a fleet, a broker, two collectors and a database. In the middle one collector is
 # killed, and the broker is stopped and started. Every record must be in the database once.
+# PostgreSQL does not run as root: root gives it to the user postgres, anybody else runs it as himself.
 set -euo pipefail
 fleet=$(realpath "$1") gateways=${2:-1000} seconds=${3:-60}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -10,7 +11,8 @@ export PGHOST=$work/database PGUSER=postgres PGDATABASE=fleet
 binaries=$(dirname "$(find /usr/lib/postgresql -name pg_ctl | sort -V | tail -1)")
 declare -A pids=()
 
-database() { runuser -u postgres -- "$binaries/pg_ctl" -s -D "$work/database" "$@"; }
+as_owner() { if ((EUID == 0)); then runuser -u postgres -- "$@"; else "$@"; fi; }
+database() { as_owner "$binaries/pg_ctl" -s -D "$work/database" "$@"; }
 end() {
   for pid in "${pids[@]}"; do kill -9 "$pid" 2>/dev/null || true; done
   database -m immediate stop 2>/dev/null || true
@@ -37,9 +39,11 @@ query() { psql -qAt -c "$1"; }
 
 mkdir "$work/database" "$work/broker"
 chmod 755 "$work"
-chown postgres "$work/database"
-chown mosquitto "$work/broker"
-runuser -u postgres -- "$binaries/initdb" -A trust -U postgres -D "$work/database" >/dev/null
+if ((EUID == 0)); then
+  chown postgres "$work/database"
+  chown mosquitto "$work/broker"
+fi
+as_owner "$binaries/initdb" -A trust -U postgres -D "$work/database" >/dev/null
 database -w -l "$work/database/log" -o "-k $work/database -h ''" start
 createdb fleet
 psql -q -f "$collector/schema.sql"

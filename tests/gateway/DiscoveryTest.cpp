@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <rapidjson/pointer.h>
 #include <rapidjson/schema.h>
 
 #include "gateway/mqtt/Announcer.h"
@@ -194,28 +195,72 @@ TEST(SharedPresenceTest, ABeaconIsHomeUntilNoGatewayHearsIt) {
   EXPECT_EQ(said("b/beacon/X/presence", "not_home"), topic + "not_home");
 }
 
+// A row of each kind.
+std::vector<HistoryRow> rowsOfEachKind(platform::Date date) {
+  using Kind = BeaconEvent::Kind;
+  const AlarmFacts facts{.value = 812, .threshold = 800, .text = "close it"};
+  return {
+      {1, Reading{.beacon = kFridge, .heard = date, .shown = {.temperature = -5}}},
+      {2, Reading{.beacon = kTag, .heard = date, .rssi = -60}},
+      {3, BeaconEvent{kFridge, date, Kind::found}},
+      {4, BeaconEvent{kFridge, date, Kind::lost}},
+      {5, BeaconEvent{kFridge, date, Kind::emergency}},
+      {6, BeaconEvent{kFridge, date, Kind::emergencyOver}},
+      {7,
+       BeaconEvent{.beacon = kFridge, .heard = date, .kind = Kind::alarmRaised, .text = "a", .alarm = facts}},
+      {8, BeaconEvent{.beacon = kFridge, .heard = date, .kind = Kind::alarmCleared, .text = "a"}},
+      {9, BeaconEvent{std::nullopt, date, Kind::radio, "poweredOn"}},
+      {10, BeaconEvent{.beacon = {}, .heard = date, .kind = Kind::gap, .count = 3}},
+  };
+}
+
+// A payload that is right, and what is wrong with it once a number, a kind of event or a member is another.
+void expectValid(rapidjson::SchemaValidator& validator, const Message& message) {
+  SCOPED_TRACE(message.payload);
+  const auto isValid = [&](const rapidjson::Document& json) {
+    validator.Reset();
+    return json.Accept(validator);
+  };
+  rapidjson::Document json;
+  ASSERT_FALSE(json.Parse(message.payload).HasParseError());
+  EXPECT_TRUE(isValid(json)) << validator.GetInvalidSchemaKeyword();
+  const auto isValidWith = [&](const char* path, rapidjson::Value value) {
+    rapidjson::Document changed;
+    changed.CopyFrom(json, changed.GetAllocator());
+    auto* found = rapidjson::Pointer(path).Get(changed);
+    if (found == nullptr) return false;
+    *found = std::move(value);
+    return isValid(changed);
+  };
+  for (const std::string record : {"", "/records/0"}) {
+    EXPECT_FALSE(isValidWith("/v", rapidjson::Value(2)));
+    EXPECT_FALSE(isValidWith((record + "/event").c_str(), rapidjson::Value("unheard")));
+    EXPECT_FALSE(isValidWith((record + "/temperature").c_str(), rapidjson::Value("21.00")));
+    EXPECT_FALSE(isValidWith((record + "/text").c_str(), rapidjson::Value(1)));
+    EXPECT_FALSE(isValidWith((record + "/count").c_str(), rapidjson::Value()));
+    EXPECT_FALSE(isValidWith((record + "/alarm/threshold").c_str(), rapidjson::Value("8.00")));
+  }
+}
+
 TEST(PayloadsTest, EachIsWhatItsSchemaSays) {
   rapidjson::Document schema;
   schema.Parse(test::contentsOf(BRENLOFT_SOURCE_DIR "/packaging/mqtt-v1.schema.json"));
   ASSERT_FALSE(schema.HasParseError());
   const rapidjson::SchemaDocument known(schema);
+  rapidjson::SchemaValidator validator(known);
   Payloads payloads(Topics("gw"), [](const BeaconId&) { return Label{}; });
   const platform::Date date = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21);
-  const Reading reading{.beacon = kFridge, .heard = date, .shown = {.temperature = -5}};
-  const HistoryRow event{8, BeaconEvent{std::nullopt, date, BeaconEvent::Kind::radio, "poweredOn"}};
   const ClockState clock{.isSynchronised = true};
-  for (const Message& message :
-       {payloads.state(reading, 7, seconds(60)), payloads.alarms(kFridge, {"it's \"warm\""}),
-        payloads.info({.store = "S"}, clock, date), payloads.event({"S", false}, event),
-        payloads.batch({"S", true}, {{7, reading}, event}, Gap{1, 8, 6}, clock, date)}) {
-    rapidjson::Document json;
-    ASSERT_FALSE(json.Parse(message.payload).HasParseError()) << message.payload;
-    rapidjson::SchemaValidator validator(known);
-    EXPECT_TRUE(json.Accept(validator)) << message.payload << ' ' << validator.GetInvalidSchemaKeyword();
-    json["v"].SetInt(2);
-    validator.Reset();
-    EXPECT_FALSE(json.Accept(validator)) << message.payload;
+  const auto rows = rowsOfEachKind(date);
+  std::vector<Message> messages{payloads.state(std::get<Reading>(rows[0].record), 7, seconds(60)),
+                                payloads.alarms(kFridge, {"it's \"warm\""}),
+                                payloads.info({.store = "S"}, clock, date),
+                                payloads.batch({"S", true}, rows, Gap{1, 8, 6}, clock, date)};
+  for (const HistoryRow& row : rows) {
+    messages.push_back(payloads.batch({"S", true}, {row}, std::nullopt, clock, date));
+    if (std::holds_alternative<BeaconEvent>(row.record)) messages.push_back(payloads.event({"S", true}, row));
   }
+  for (const Message& message : messages) expectValid(validator, message);
 }
 
 TEST(PayloadsTest, NumbersAreNumbersAndWhatIsAbsentIsNull) {

@@ -346,6 +346,27 @@ TEST_F(PublishingTest, WhatTheAccessListForbidsIsKeptAndTheRestGoesOn) {
                 "the broker takes batches again"}));
 }
 
+TEST_F(PublishingTest, BrokerWithoutRoomIsGivenEverythingLater) {
+  begin();
+  for (int i = 0; i < 150; ++i) addReading(1);
+  addEvent(1, Kind::emergency);
+  greet();
+  for (int round = 0; round < 4; ++round) {
+    const auto tokens = broker_.underWay;
+    broker_.underWay.clear();
+    for (const auto& one : tokens) handle(MqttClient::Acknowledged{one.token, kBusy});
+    EXPECT_TRUE(broker_.underWay.empty()) << "not at once";
+    wait(seconds(6));
+  }
+  EXPECT_EQ(lines_.size(), 5U) << "connected, and one for each kind of message";
+  acknowledgeAll();
+  EXPECT_EQ(count("/status"), 1U);
+  EXPECT_EQ(count("-01/state"), 1U);
+  EXPECT_EQ(events_, std::vector<int64_t>{151});
+  EXPECT_EQ(batched_.size(), 151U);
+  EXPECT_EQ(lines_.back(), "the broker takes batches again");
+}
+
 TEST_F(PublishingTest, WhatIsTooLargeIsSplitAndWhatIsWrongIsCountedAndPassed) {
   for (int i = 0; i < 100; ++i) addReading(1);
   begin();

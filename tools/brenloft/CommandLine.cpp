@@ -18,6 +18,7 @@
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Departures.h"
+#include "tools/brenloft/HearingDeclarations.h"
 #include "tools/brenloft/HistoryCommand.h"
 #include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/LogDeclarations.h"
@@ -95,21 +96,8 @@ void addSimulate(CLI::App& app, Run& run) {
   });
 }
 
-void addExitTime(CLI::App& command, SearchOptions& options) {
-  command.add_option_function<std::string>(
-      "--exit-time",
-      [&options](const std::string& text) {
-        if (text == "auto") return;
-        const auto value = durationFromText(text);
-        if (!value || value->count() == 0)
-          throw CLI::ValidationError("--exit-time",
-                                     fmt::format("'{}' is neither auto nor a duration above 0", text));
-        options.exitTime = std::chrono::duration<double>(*value).count();
-        options.gateway.choice.exitTime.given = *value;
-      },
-      "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon from "
-      "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
-  // Behind the other, so that it comes first where both are given.
+// Declared behind the other, so that it comes first where both are given.
+void addLogExitTime(CLI::App& command, SearchOptions& options) {
   command.add_option_function<std::string>(
       "--log-exit-time",
       [&options](const std::string& text) {
@@ -157,33 +145,6 @@ void addOut(CLI::App& command, SearchOptions& options) {
       ->expected(1, -1);
 }
 
-void addOnly(CLI::App& command, BeaconChoice& choice) {
-  command
-      .add_option_function<std::vector<std::string>>(
-          "--only",
-          [&choice](const std::vector<std::string>& texts) {
-            choice.only.clear();
-            choice.isKnown = false;
-            for (const std::string& text : texts) {
-              const auto beacon = BeaconId::fromText(text);
-              if (text != "known" && !beacon)
-                throw CLI::ValidationError("--only",
-                                           fmt::format("'{}' is neither known nor an identifier such as "
-                                                       "C0-C1-5C-00-00-01 or UUID/MAJOR/MINOR",
-                                                       text));
-              if (beacon)
-                choice.only.insert(*beacon);
-              else
-                choice.isKnown = true;
-            }
-          },
-          "only this beacon, or known: those in the settings file; may be repeated")
-      ->allow_extra_args(false)
-      ->expected(1, -1);
-}
-
-const Choices<bool> kOnOff{{"on", true}, {"off", false}};
-
 // The service gives one and its settings may give the other, so the last one holds.
 void addVerbose(CLI::App& command, bool& verbose) {
   const auto ignore = [](int64_t) {};
@@ -197,51 +158,25 @@ void addVerbose(CLI::App& command, bool& verbose) {
   });
 }
 
-// An option whose text `parse` makes a value of, or says that it is none.
-template <typename Value, typename Parse>
-void addParsed(CLI::App& command, const std::string& name, Value& value, const Parse& parse,
-               const std::string& what, const std::string& help) {
-  command.add_option_function<std::string>(
-      name,
-      [&value, parse, what, name](const std::string& text) {
-        const auto parsed = parse(text);
-        if (!parsed) throw CLI::ValidationError(name, fmt::format("'{}' is no {}", text, what));
-        value = *parsed;
-      },
-      help);
-}
-
-void addHistoryOptions(CLI::App& command, GatewayOptions& options) {
-  command.add_flag("--history", options.keepsHistory, "keep every reading in the container's history.sqlite");
-  addDuration(command, "--history-interval", options.history.interval,
-              "keep one routine reading of a beacon in so long; default every one");
-  addParsed(command, "--history-deadband", options.history.deadband, historyDeadbandFromText,
-            "deadband such as temperature=0.2,humidity=1",
-            "and, in between, one that moved so far, such as temperature=0.2,humidity=1");
-  addDuration(command, "--keep", options.history.keep, "of the history, delete what is older (400d)");
-  addParsed(command, "--keep-size", options.history.keepSize, historySizeFromText,
-            "size of 1M or more, such as 500M or 2G",
-            "of the history, delete the oldest beyond this size (2G)");
-}
-
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
   command.add_flag("--log", options.log,
                    "log each beacon when found, back, in an emergency and lost; not every reading");
-  addHistoryOptions(command, options.gateway);
+  command.add_flag("--history", options.gateway.keepsHistory,
+                   "keep every reading in the container's history.sqlite");
+  addHistoryBounds(command, options.gateway.history);
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kSearchFormats);
   addOut(command, options);
-  addOnly(command, options.gateway.choice);
-  addChoice(command, "--plausible", options.gateway.choice.isPlausible, kOnOff,
-            ": leave out what no sensor can have measured; default on");
+  addWantedBeacons(command, options.gateway.choice);
   addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
                    "tell only beacons that appear, are lost or return, and emergencies that begin or end");
   addContainer(command, options.container);
   addRecord(command, options.record);
-  addLimits(command, options);
+  addLimits(command, options.heard);
+  addLogBounds(command, options.logBounds);
   addVerbose(command, options.verbose);
 }
 
@@ -271,6 +206,7 @@ void addScan(CLI::App& app, Run& run) {
   auto* command = app.add_subcommand("scan", "Find sensor beacons and tell their readings");
   addServices(*command, *options);
   addExitTime(*command, *options);
+  addLogExitTime(*command, *options);
   addSearchOptions(*command, *options);
   setSearch(*command, run, options);
 }

@@ -58,20 +58,6 @@ void addSenders(CLI::App& command, ReportChoice& heard) {
       });
 }
 
-void addLogBounds(CLI::App& command, LogBounds& bounds) {
-  command.add_option_function<std::string>(
-      "--log-max",
-      [&bounds](const std::string& text) {
-        bounds.mostOctets = historySizeFromText(text);
-        if (!bounds.mostOctets)
-          throw CLI::ValidationError("--log-max",
-                                     fmt::format("'{}' is no size of 1M or more, such as 500M or 2G", text));
-      },
-      "with --log: delete the oldest rows where the store becomes larger than this, such as 500M");
-  addDuration(command, "--log-keep", bounds.longest,
-              "with --log: delete rows that are older than this, such as 90d");
-}
-
 }  // namespace
 
 void addServices(CLI::App& command, SearchOptions& options) {
@@ -88,8 +74,7 @@ void addServices(CLI::App& command, SearchOptions& options) {
   });
 }
 
-void addLimits(CLI::App& command, SearchOptions& options) {
-  ReportChoice& heard = options.heard;
+void addLimits(CLI::App& command, ReportChoice& heard) {
   addSenders(command, heard);
   command
       .add_option("--min-rssi", heard.leastRssi,
@@ -98,7 +83,20 @@ void addLimits(CLI::App& command, SearchOptions& options) {
   addNumber(command, "--max-beacons", heard.mostBeacons, 1, "hear no others than the first so many");
   addNumber(command, "--new-per-minute", heard.newPerMinute, 1,
             "hear no more new ones than so many in a minute");
-  addLogBounds(command, options.logBounds);
+}
+
+void addLogBounds(CLI::App& command, LogBounds& bounds) {
+  command.add_option_function<std::string>(
+      "--log-max",
+      [&bounds](const std::string& text) {
+        bounds.mostOctets = historySizeFromText(text);
+        if (!bounds.mostOctets)
+          throw CLI::ValidationError("--log-max",
+                                     fmt::format("'{}' is no size of 1M or more, such as 500M or 2G", text));
+      },
+      "with --log: delete the oldest rows where the store becomes larger than this, such as 500M");
+  addDuration(command, "--log-keep", bounds.longest,
+              "with --log: delete rows that are older than this, such as 90d");
 }
 
 }  // namespace brenloft

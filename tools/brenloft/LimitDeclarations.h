@@ -11,7 +11,9 @@ namespace brenloft {
 /// `--uuid` of `scan`, for any number of services.
 void addServices(CLI::App& command, SearchOptions& options);
 
-/// What `scan` and `range` do not hear, and how much of the log stays: the options that hold a flood.
-void addLimits(CLI::App& command, SearchOptions& options);
+/// What is not heard: the options that hold a flood.
+void addLimits(CLI::App& command, ReportChoice& heard);
+/// How much of the log stays.
+void addLogBounds(CLI::App& command, LogBounds& bounds);
 
 }  // namespace brenloft

@@ -89,7 +89,7 @@ PublisherOptions publisherOptions(const PublishOptions& options) {
                              .limits = options.limits,
                              .discovery = options.discovery,
                              .version = BRENLOFT_VERSION,
-                             .source = options.source};
+                             .source = options.hearing.source};
   publisher.discovery.version = BRENLOFT_VERSION;
   publisher.broker.clientId = "brenloft-" + publisher.gateway;
   return publisher;
@@ -97,8 +97,7 @@ PublisherOptions publisherOptions(const PublishOptions& options) {
 
 // As a service hears: everything into the history, nothing on standard output.
 SearchOptions searchOptions(const PublishOptions& options) {
-  SearchOptions search;
-  search.source = options.source;
+  SearchOptions search = options.hearing;
   search.container = options.container;
   search.settings = options.settings;
   search.format = SearchFormat::none;
@@ -161,7 +160,7 @@ ExitStatus runPublish(const PublishOptions& options) {
   refuseContainerFile("--cursor", options.cursor, options.container);
   const auto dispatch = platform::RealTimeDispatch::make();
   if (!options.forget.empty() || options.isAllForgotten) return forget(options, *dispatch);
-  if (!options.source.empty()) return hearAndPublish(options, dispatch);
+  if (!options.hearing.source.empty()) return hearAndPublish(options, dispatch);
   StopSignals::leaveToOthers();
   installForStore(options.container);
   storeIn(options.container);  // says what is wrong with the folder

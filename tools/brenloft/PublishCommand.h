@@ -9,6 +9,7 @@
 #include "gateway/configuration/LiveSettings.h"
 #include "gateway/mqtt/Publisher.h"
 #include "tools/brenloft/ExitStatus.h"
+#include "tools/brenloft/Options.h"
 
 namespace CLI {
 class App;
@@ -21,8 +22,9 @@ class ChosenCommand;
 struct PublishOptions {
   std::filesystem::path container;
   std::shared_ptr<LiveSettings> settings{};
-  std::string source{};  ///< none: another process hears
-  std::string name{};    ///< the gateway's; none: the machine's
+  /// How it also hears; without a source another process does.
+  SearchOptions hearing{.source = {}};
+  std::string name{};  ///< the gateway's; none: the machine's
   Broker broker{};
   std::filesystem::path login{};   ///< none: the service's credential, or nobody
   std::filesystem::path cursor{};  ///< none: in the container

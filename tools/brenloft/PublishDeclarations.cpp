@@ -1,11 +1,15 @@
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "gateway/mqtt/Topics.h"
 #include "tools/brenloft/CommandSettings.h"
+#include "tools/brenloft/HearingDeclarations.h"
+#include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/PublishCommand.h"
 #include "tools/brenloft/Source.h"
@@ -90,6 +94,20 @@ void addFrom(CLI::App& command, PublishOptions& options) {
       "go on with this row of the history, whatever was published: its number, all or now");
 }
 
+// Both in one process. What a search is told of its output has no meaning here.
+void addHearing(CLI::App& command, SearchOptions& hearing) {
+  auto* source = command.add_option("-s,--source", hearing.source,
+                                    std::string("also hear, and keep the history: ") + kSourceForms);
+  const std::vector<CLI::Option*> others = command.get_options();
+  addServices(command, hearing);
+  addExitTime(command, hearing);
+  addWantedBeacons(command, hearing.gateway.choice);
+  addLimits(command, hearing.heard);
+  addHistoryBounds(command, hearing.gateway.history);
+  for (CLI::Option* option : command.get_options())
+    if (std::ranges::find(others, option) == others.end()) option->needs(source);
+}
+
 std::string checkName(const std::string& text) {
   return Topics::isName(text) ? "" : "'" + text + "' is no name of letters, digits, - and _ (not in front)";
 }
@@ -104,8 +122,6 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
           "a file with the user in its first line and the password in the second");
   command->add_option("--gateway", options->name, "the gateway's name in topics; default: the machine's")
       ->check(checkName);
-  command->add_option("-s,--source", options->source,
-                      std::string("also hear, and keep the history: ") + kSourceForms);
   addContainer(*command, options->container);
   addPath(*command, "--cursor", options->cursor,
           "where to keep how far it was published; default: publish.json in the container");
@@ -117,6 +133,7 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
   addChoice(*command, "--batches", options->limits.hasBatches, kBatches,
             ": also every row, for a fleet; default on");
   addDiscovery(*command, *options);
+  addHearing(*command, options->hearing);
   command->callback([&run, options] {
     options->settings = run.settings;
     run = [options] { return runPublish(*options); };

@@ -1,0 +1,88 @@
+#include "tools/brenloft/HearingDeclarations.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "gateway/BeaconId.h"
+#include "gateway/Texts.h"
+#include "gateway/history/HistoryOptions.h"
+#include "tools/brenloft/OptionDeclarations.h"
+
+namespace brenloft {
+namespace {
+
+const Choices<bool> kOnOff{{"on", true}, {"off", false}};
+
+// An option whose text `parse` makes a value of, or says that it is none.
+template <typename Value, typename Parse>
+void addParsed(CLI::App& command, const std::string& name, Value& value, const Parse& parse,
+               const std::string& what, const std::string& help) {
+  command.add_option_function<std::string>(
+      name,
+      [&value, parse, what, name](const std::string& text) {
+        const auto parsed = parse(text);
+        if (!parsed) throw CLI::ValidationError(name, fmt::format("'{}' is no {}", text, what));
+        value = *parsed;
+      },
+      help);
+}
+
+}  // namespace
+
+void addExitTime(CLI::App& command, SearchOptions& options) {
+  command.add_option_function<std::string>(
+      "--exit-time",
+      [&options](const std::string& text) {
+        if (text == "auto") return;
+        const auto value = durationFromText(text);
+        if (!value || value->count() == 0)
+          throw CLI::ValidationError("--exit-time",
+                                     fmt::format("'{}' is neither auto nor a duration above 0", text));
+        options.exitTime = std::chrono::duration<double>(*value).count();
+        options.gateway.choice.exitTime.given = *value;
+      },
+      "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon from "
+      "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
+}
+
+void addWantedBeacons(CLI::App& command, BeaconChoice& choice) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--only",
+          [&choice](const std::vector<std::string>& texts) {
+            choice.only.clear();
+            choice.isKnown = false;
+            for (const std::string& text : texts) {
+              const auto beacon = BeaconId::fromText(text);
+              if (text != "known" && !beacon)
+                throw CLI::ValidationError("--only",
+                                           fmt::format("'{}' is neither known nor an identifier such as "
+                                                       "C0-C1-5C-00-00-01 or UUID/MAJOR/MINOR",
+                                                       text));
+              if (beacon)
+                choice.only.insert(*beacon);
+              else
+                choice.isKnown = true;
+            }
+          },
+          "only this beacon, or known: those in the settings file; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+  addChoice(command, "--plausible", choice.isPlausible, kOnOff,
+            ": leave out what no sensor can have measured; default on");
+}
+
+void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
+  addDuration(command, "--history-interval", history.interval,
+              "keep one routine reading of a beacon in so long; default every one");
+  addParsed(command, "--history-deadband", history.deadband, historyDeadbandFromText,
+            "deadband such as temperature=0.2,humidity=1",
+            "and, in between, one that moved so far, such as temperature=0.2,humidity=1");
+  addDuration(command, "--keep", history.keep, "of the history, delete what is older (400d)");
+  addParsed(command, "--keep-size", history.keepSize, historySizeFromText,
+            "size of 1M or more, such as 500M or 2G",
+            "of the history, delete the oldest beyond this size (2G)");
+}
+
+}  // namespace brenloft
