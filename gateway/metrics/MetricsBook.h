@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "gateway/KeptState.h"
+#include "gateway/Sink.h"
+#include "gateway/beacons/GapLearner.h"
+#include "gateway/configuration/Settings.h"
+#include "gateway/history/HistoryReader.h"
+#include "gateway/metrics/Metrics.h"
+
+namespace brenloft {
+
+/// What records tell for the metrics: the newest of each beacon. It takes them as they are heard, or as they
+/// are read from a history.
+///
+/// Beacons of the settings are always told, also while they are not there. A stranger is told while it is
+/// there, and of strangers so many at the most: anybody's device can send a new identifier every second, and
+/// every one is a series that somebody keeps for years. A place is free again once its beacon was silent for
+/// a day. The readings of the others are counted.
+///
+/// Values are told while their beacon is there and they are fresh: for three of its usual gaps or as long as
+/// its silence may last, and a minute at least; and while the radio listens.
+///
+/// Threads: one call at a time.
+class MetricsBook final : public Sink {
+ public:
+  static constexpr std::size_t kMostStrangers = 100;
+
+  /// Those in force; it may be called from any call of the book's.
+  using CurrentSettings = std::function<std::shared_ptr<const Settings>()>;
+  explicit MetricsBook(CurrentSettings settings) : settings_(std::move(settings)) {}
+
+  /// What a history knew before the first record.
+  void restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons);
+  void accept(const Record& record) override;
+  void flush() override {}
+  State state() const override { return {}; }
+
+  /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens.
+  MetricsSnapshot snapshot(platform::Date now) const;
+
+ private:
+  struct Entry {
+    explicit Entry(std::optional<GapLearner::Time> expected) : gaps(expected) {}
+
+    std::optional<Reading> reading{};
+    uint64_t readings = 0;
+    GapLearner gaps;
+    bool isPresent = false;
+    std::set<std::string> raised{};
+  };
+
+  Entry* entryOf(const BeaconId& beacon, platform::Date now);
+  Entry* find(const BeaconId& beacon);
+  bool makeRoom(const Settings& settings, platform::Date now);
+  static void take(const Reading& reading, Entry& entry);
+  void take(const BeaconEvent& event);
+  BeaconMetrics metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
+                          platform::Date now) const;
+
+  const CurrentSettings settings_;
+  std::map<BeaconId, Entry> entries_;
+  uint64_t omittedReadings_ = 0;
+  bool isListening_ = true;
+};
+
+}  // namespace brenloft

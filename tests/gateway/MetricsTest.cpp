@@ -1,0 +1,176 @@
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "gateway/metrics/Metrics.h"
+#include "gateway/metrics/MetricsBook.h"
+
+namespace brenloft {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr platform::Date kToldBegin(std::chrono::microseconds(1'795'255'200'123'456));
+const BeaconId kToldFridge = BeaconId::sensor("C0-C1-5C-00-00-01");
+const BeaconId kToldStranger = BeaconId::sensor("C0-C1-5C-00-00-02");
+
+TEST(Metrics, SayEverythingInThePrometheusTextFormat) {
+  MetricsSnapshot snapshot{.version = "1.2.3", .made = kToldBegin, .omittedReadings = 7};
+  snapshot.beacons = {{.beacon = kToldFridge,
+                       .label = {"The \"old\" \\ fridge\n", "Kitchen\xFF"},
+                       .isPresent = true,
+                       .heard = kToldBegin - 1500ms,
+                       .readings = 3,
+                       .shown = {.temperature = -36, .humidity = 3870, .battery = 69, .emergency = 1},
+                       .rssi = -49,
+                       .alarms = {{"too warm", AlarmSeverity::critical, true}}},
+                      {.beacon = kToldStranger, .isPresent = false}};
+  snapshot.judged = BeaconCensus{.byVerdict = {1, 2, 3, 4, 5, 6, 7}};
+  snapshot.dropped = 8;
+  snapshot.history = HistoryWriter::Counts{1, 2, 3, 4, 5};
+  snapshot.outputs = {{"history", false, 4}};
+  std::string samples;
+  std::string header;
+  std::size_t position = 0;
+  for (const std::string text = renderMetrics(snapshot); position < text.size();) {
+    const std::size_t end = text.find('\n', position);
+    const std::string line = text.substr(position, end - position + 1);
+    (line.front() == '#' ? header : samples) += line;
+    position = end + 1;
+  }
+  const std::string fridge = R"({beacon="C0-C1-5C-00-00-01",name="The \"old\" \\ fridge?"})";
+  EXPECT_EQ(samples, fmt::format(R"(brenloft_build_info{{version="1.2.3"}} 1
+brenloft_metrics_timestamp_seconds 1795255200.123
+brenloft_radio_listening 1
+brenloft_omitted_readings_total 7
+brenloft_readings_total{{verdict="plausible"}} 1
+brenloft_readings_total{{verdict="temperature"}} 2
+brenloft_readings_total{{verdict="humidity"}} 3
+brenloft_readings_total{{verdict="battery"}} 4
+brenloft_readings_total{{verdict="identity"}} 5
+brenloft_readings_total{{verdict="unknown"}} 6
+brenloft_readings_total{{verdict="ignored"}} 7
+brenloft_dropped_readings_total 8
+brenloft_output_working{{output="history"}} 0
+brenloft_output_dropped_records_total{{output="history"}} 4
+brenloft_history_records_total{{outcome="written"}} 1
+brenloft_history_records_total{{outcome="thinned"}} 2
+brenloft_history_records_total{{outcome="implausible"}} 3
+brenloft_history_records_total{{outcome="dropped"}} 4
+brenloft_history_waiting_records 5
+brenloft_beacon_info{{beacon="C0-C1-5C-00-00-01",name="The \"old\" \\ fridge?",place="Kitchen?",kind="sensor"}} 1
+brenloft_beacon_info{{beacon="C0-C1-5C-00-00-02",name="",place="",kind="sensor"}} 1
+brenloft_beacon_present{0} 1
+brenloft_beacon_present{1} 0
+brenloft_beacon_last_reading_timestamp_seconds{0} 1795255198.623
+brenloft_beacon_readings_total{0} 3
+brenloft_beacon_readings_total{1} 0
+brenloft_beacon_temperature_celsius{0} -0.36
+brenloft_beacon_humidity_ratio{0} 0.3870
+brenloft_beacon_battery_ratio{0} 0.69
+brenloft_beacon_rssi_dbm{0} -49
+brenloft_beacon_emergency{0} 1
+brenloft_alarm_raised{{alarm="too warm",severity="critical",beacon="C0-C1-5C-00-00-01",name="The \"old\" \\ fridge?"}} 1
+)",
+                                 fridge, R"({beacon="C0-C1-5C-00-00-02",name=""})"));
+  EXPECT_NE(header.find("# HELP brenloft_beacon_rssi_dbm Strength of the newest reading's signal.\n"
+                        "# TYPE brenloft_beacon_rssi_dbm gauge\n"),
+            std::string::npos)
+      << header;
+  EXPECT_EQ(renderMetrics({}).find("beacon_"), std::string::npos) << "no header without a sample";
+}
+
+class Monitored : public testing::Test {
+ protected:
+  Monitored() { settings_->beacons[kToldFridge].name = "Fridge"; }
+
+  void hear(const BeaconId& beacon, std::chrono::seconds at) {
+    book_.accept(BeaconEvent{.beacon = beacon, .heard = kToldBegin + at, .kind = BeaconEvent::Kind::found});
+    book_.accept(
+        Reading{.beacon = beacon, .heard = kToldBegin + at, .rssi = -50, .shown = {.temperature = 500}});
+  }
+  void happen(BeaconEvent::Kind kind, const std::optional<BeaconId>& beacon, std::string text = {}) {
+    book_.accept(BeaconEvent{.beacon = beacon, .heard = kToldBegin, .kind = kind, .text = std::move(text)});
+  }
+  // What is told of each beacon: + or - or ? for its presence, and its temperature.
+  std::string told(std::chrono::seconds at) const {
+    std::string text;
+    for (const BeaconMetrics& one : book_.snapshot(kToldBegin + at).beacons) {
+      text += one.beacon == kToldFridge ? 'F' : 's';
+      text += !one.isPresent ? '?' : *one.isPresent ? '+' : '-';
+      if (one.shown.temperature && one.rssi) text += std::to_string(*one.shown.temperature);
+      for (const AlarmMetrics& alarm : one.alarms) text += alarm.isRaised ? '!' : '.';
+    }
+    return text;
+  }
+
+  std::shared_ptr<Settings> settings_ = std::make_shared<Settings>();
+  MetricsBook book_{[this] { return settings_; }};
+};
+
+TEST_F(Monitored, TellsNoValueOfWhoIsSilent) {
+  EXPECT_EQ(told(0s), "F-") << "named, and not heard yet";
+  hear(kToldFridge, 0s);
+  hear(kToldStranger, 0s);
+  EXPECT_EQ(told(60s), "F+500s+500");
+  EXPECT_EQ(told(61s), "F+s+") << "nobody says that it was lost, but it is stale";
+  hear(kToldFridge, 600s);
+  EXPECT_EQ(told(2400s), "F+500s+") << "ten minutes are usual";
+  happen(BeaconEvent::Kind::radio, {}, "poweredOff (blocked)");
+  EXPECT_EQ(told(601s), "F?s?");
+  happen(BeaconEvent::Kind::radio, {}, "poweredOn");
+  EXPECT_EQ(told(601s), "F+500s+");
+  happen(BeaconEvent::Kind::lost, kToldFridge);
+  happen(BeaconEvent::Kind::lost, kToldStranger);
+  EXPECT_EQ(told(601s), "F-") << "a stranger is gone with everything";
+
+  settings_->alarms = {{.name = "cold"}, {.name = "warm", .beacon = kToldStranger}};
+  happen(BeaconEvent::Kind::alarmRaised, kToldStranger, "warm");
+  happen(BeaconEvent::Kind::alarmRaised, kToldFridge, "warm");
+  EXPECT_EQ(told(601s), "F-.s-.!") << "what is raised is told until it is cleared";
+  happen(BeaconEvent::Kind::alarmCleared, kToldStranger, "warm");
+  EXPECT_EQ(told(601s), "F-.");
+}
+
+TEST_F(Monitored, TellsOfSoManyStrangersAndOfEveryoneNamed) {
+  const auto stranger = [](int number) {
+    return BeaconId::sensor(fmt::format("C0-C1-5C-00-01-{:02X}", number));
+  };
+  constexpr int kMany = static_cast<int>(MetricsBook::kMostStrangers);
+  for (int i = 0; i < kMany + 10; ++i) hear(stranger(i), 0s);
+  hear(kToldFridge, 0s);
+  MetricsSnapshot snapshot = book_.snapshot(kToldBegin);
+  EXPECT_EQ(snapshot.beacons.size(), MetricsBook::kMostStrangers + 1);
+  EXPECT_EQ(snapshot.omittedReadings, 10U);
+
+  happen(BeaconEvent::Kind::lost, stranger(0));
+  hear(stranger(kMany), 1h);
+  EXPECT_EQ(book_.snapshot(kToldBegin).omittedReadings, 11U)
+      << "who comes and goes makes no new series at once";
+  hear(stranger(kMany), 24h);
+  snapshot = book_.snapshot(kToldBegin + 24h);
+  EXPECT_EQ(snapshot.omittedReadings, 11U);
+  EXPECT_EQ(snapshot.beacons.size(), MetricsBook::kMostStrangers + 1);
+}
+
+TEST_F(Monitored, TakesUpWhatTheHistoryKnew) {
+  const auto latest = [](const BeaconId& beacon) {
+    return HistoryBeacon{
+        beacon,
+        HistoryRow{
+            1, Reading{.beacon = beacon, .heard = kToldBegin, .rssi = -50, .shown = {.temperature = 500}}}};
+  };
+  settings_->alarms = {{.name = "cold"}};
+  book_.restore({{.owner = "beacon", .subject = kToldFridge.text(), .text = "p|"},
+                 {.owner = "alarm:cold", .subject = kToldFridge.text(), .text = "r"}},
+                {latest(kToldFridge), latest(kToldStranger)});
+  EXPECT_EQ(told(0s), "F+500!") << "the stranger was lost";
+  EXPECT_EQ(book_.snapshot(kToldBegin).beacons.front().readings, 0U);
+}
+
+}  // namespace
+}  // namespace brenloft
