@@ -31,9 +31,20 @@ void Announcer::arrived(Instant now, const Message& message) {
 void Announcer::advance(Instant now) {
   if (!due_ || now < *due_) return;
   due_ = now + kPeriod;
-  if (std::exchange(isAll_, false)) return parts_.announce(parts_.wanted());
-  auto messages = parts_.discovery.reconcile(parts_.wanted(), retained_);
+  auto messages = parts_.wanted();
+  if (!std::exchange(isAll_, false)) {
+    messages = parts_.discovery.reconcile(messages, retained_);
+    std::erase_if(messages, [this](const Message& one) { return isSaidAndCorrected(one); });
+  }
+  for (const Message& one : messages) said_[one.topic] = one.payload;
   if (!messages.empty()) parts_.announce(std::move(messages));
+}
+
+// Of what several gateways say each has its say once. Two that differ would correct each other for ever.
+bool Announcer::isSaidAndCorrected(const Message& message) const {
+  const auto said = said_.find(message.topic);
+  return !parts_.discovery.isOwn(message.topic) && retained_.contains(message.topic) && said != said_.end() &&
+         said->second == message.payload;
 }
 
 }  // namespace brenloft

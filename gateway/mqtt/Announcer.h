@@ -40,8 +40,11 @@ class Announcer {
   std::optional<Instant> due() const { return due_; }
 
  private:
+  bool isSaidAndCorrected(const Message& message) const;
+
   const Parts parts_;
   Discovery::Retained retained_;
+  Discovery::Retained said_;  // by this gateway
   std::optional<Instant> due_{};
   bool isAll_ = false;
 };

@@ -253,6 +253,11 @@ class Publisher::Run {
     announcer_.changed(now());
   }
 
+  bool isKnown(const std::string& word) const {
+    return std::ranges::any_of(settings_->beacons,
+                               [&](const auto& one) { return Topics::wordOf(one.first) == word; });
+  }
+
   // Named beacons are wanted before they are heard.
   std::vector<Message> wanted() const {
     std::set<BeaconId> ids;
@@ -284,7 +289,7 @@ class Publisher::Run {
   HistoryRows rows_;
   Outbox outbox_;
   Announcer announcer_;
-  SharedPresence shared_;
+  SharedPresence shared_{[this](const std::string& beacon) { return isKnown(beacon); }};
   Instant sharedDue_{};  // what is retained has come by then
   MosquittoClient client_;
   Session session_;

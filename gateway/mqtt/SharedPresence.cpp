@@ -65,10 +65,16 @@ std::vector<Message> SharedPresence::changes() {
   for (const std::string& beacon : std::exchange(changed_, {})) {
     const auto told = told_.find(beacon);
     const bool isNow = isHome(beacon);
+    const bool isGoneStranger = !isNow && !isKnown_(beacon);
     // What nobody ever said anything of needs no word that it is not there.
-    if (told == told_.end() ? !isNow && !hearers_.contains(beacon) : told->second == isNow) continue;
-    told_[beacon] = isNow;
-    messages.push_back({Topics::shared().presenceOf(beacon), isNow ? "home" : "not_home", true});
+    if (told == told_.end() ? isNow || hearers_.contains(beacon) : told->second != isNow) {
+      told_[beacon] = isNow;
+      messages.push_back({Topics::shared().presenceOf(beacon), isNow ? "home" : "not_home", true});
+      if (isGoneStranger) messages.back().expiry = kStrangersAbsence;
+    }
+    if (!isGoneStranger) continue;
+    told_.erase(beacon);
+    hearers_.erase(beacon);
   }
   return messages;
 }

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <array>
 #include <map>
+#include <memory>
 #include <regex>
 #include <set>
 #include <string>
@@ -176,12 +178,46 @@ TEST(DiscoveryTest, AllIsAnnouncedWhenHomeAssistantStarts) {
   EXPECT_EQ(announced[0], wanted);
 }
 
+// As after a change of version on one of them, or where one hears a beacon more rarely.
+TEST(DiscoveryTest, GatewaysThatDifferDoNotCorrectEachOtherForEver) {
+  std::vector<Message> sent;
+  std::vector<std::unique_ptr<Announcer>> gateways;
+  std::array<seconds, 2> freshness{seconds(60), seconds(300)};
+  for (const std::size_t i : {0U, 1U}) {
+    const Discovery discovery(Topics(i == 0 ? "a" : "b"), {.isShared = true});
+    gateways.push_back(std::make_unique<Announcer>(Announcer::Parts{
+        .discovery = discovery,
+        .wanted =
+            [&, i, discovery] {
+              return discovery.wanted(someSettings(), {{kFridge, freshness[i]}});
+            },
+        .announce = [&](std::vector<Message> all) { sent.insert(sent.end(), all.begin(), all.end()); },
+        .chance = [] { return 0.5; }}));
+    gateways.back()->begin({});
+  }
+  Instant now{};
+  const auto sentIn = [&](int periods) {
+    sent.clear();
+    for (int i = 0; i < periods * 2; ++i) {
+      const std::size_t before = sent.size();
+      gateways[i % 2]->advance(now += Announcer::kPeriod);
+      for (std::size_t j = before; j < sent.size(); ++j)
+        for (auto& gateway : gateways) gateway->arrived(now, sent[j]);
+    }
+    return sent.size();
+  };
+  EXPECT_EQ(sentIn(5), 4U) << "the gateways, and the beacon once by each";
+  freshness[0] = seconds(600);
+  EXPECT_EQ(sentIn(5), 1U);
+}
+
 TEST(SharedPresenceTest, ABeaconIsHomeUntilNoGatewayHearsIt) {
-  SharedPresence shared;
+  SharedPresence shared([](const std::string& beacon) { return beacon == "X"; });
   const auto said = [&](const std::string& topic, const std::string& payload) {
     shared.arrived({"brenloft/" + topic, payload});
     std::string texts;
-    for (const Message& message : shared.changes()) texts += message.topic + ' ' + message.payload;
+    for (const Message& message : shared.changes())
+      texts += message.topic + ' ' + message.payload + (message.expiry ? " for a while" : "");
     return texts;
   };
   const std::string topic = "brenloft/_shared/beacon/X/presence ";
@@ -193,6 +229,10 @@ TEST(SharedPresenceTest, ABeaconIsHomeUntilNoGatewayHearsIt) {
   EXPECT_EQ(said("b/status", "online"), topic + "home");
   EXPECT_EQ(said("_shared/beacon/X/presence", "not_home"), topic + "home") << "another gateway knew less";
   EXPECT_EQ(said("b/beacon/X/presence", "not_home"), topic + "not_home");
+  const std::string stranger = "brenloft/_shared/beacon/Y/presence ";
+  EXPECT_EQ(said("b/beacon/Y/presence", "home"), stranger + "home");
+  EXPECT_EQ(said("b/beacon/Y/presence", "not_home"), stranger + "not_home for a while");
+  EXPECT_EQ(said("_shared/beacon/Y/presence", "not_home"), "") << "what was said comes back";
 }
 
 // A row of each kind.

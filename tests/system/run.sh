@@ -49,7 +49,7 @@ cp "$here/check.sh" "$stage/"
 run_check() {  # run_check NAME OUT_DIR
   if [[ $1 == service ]]; then
     DESTDIR=$stage/installed cmake --install "$root/build/release" --strip > /dev/null
-    "$here/systemd.sh" -t 600 -o "$2" "$stage/installed" "$here/service.sh"
+    "$here/systemd.sh" -t 900 -o "$2" "$stage/installed" "$here/service.sh"
   else
     "$rig/run.sh" -q -t 420 -o "$2" "$stage" "$here/$1.sh"
   fi

@@ -14,8 +14,9 @@ rows() { brenloft log count --container /var/lib/brenloft; }
 readings() { brenloft history count --container /var/lib/brenloft; }
 has_read() { [ "$(readings)" -ge "$1" ]; }  # has_read COUNT
 hear_from() { sed -i "s/^source = .*/source = \"$1\"/" /etc/brenloft/brenloft.toml; }
-is() { [ "$(systemctl show brenloft -P "$1")" = "$2" ]; }
-runs_as() { [ "$(stat -c %U "/proc/$(systemctl show brenloft -P MainPID)")" = "$1" ]; }
+is() { [ "$(systemctl show "${3:-brenloft}" -P "$1")" = "$2" ]; }  # is PROPERTY VALUE [UNIT]
+process() { echo "/proc/$(systemctl show "$1" -P MainPID)"; }  # process UNIT
+runs_as() { [ "$(stat -c %U "$(process "${2:-brenloft}")")" = "$1" ]; }  # runs_as USER [UNIT]
 drop_ins=/etc/systemd/system/brenloft.service.d
 
 cp -a /check/installed/. / && systemd-sysusers || exit 1
@@ -61,6 +62,45 @@ ok "under its own user" runs_as brenloft
 ok "the sensor is there" wait_for 60 has_read $((read + 10))
 ok "without bluetoothd" [ "$(systemctl is-active bluetooth)" = inactive ]
 ok "and is kept" [ "$(rows)" -gt "$kept" ]
+
+rig_log "--- published, by a process that may read the history and no more"
+published() { grep -c "$1" /out/mqtt.txt; }  # published PATTERN
+has_published() { [ "$(published "$1")" -gt "$2" ]; }  # has_published PATTERN COUNT
+printf '[publish]\nbroker = "mqtt://127.0.0.1"\ngateway = "vm"\n' >> /etc/brenloft/brenloft.toml
+printf 'vm\nhush\n' | install -m 600 /dev/stdin /etc/brenloft/mqtt-login
+mkdir -p /etc/systemd/system/brenloft-publish.service.d
+printf '[Service]\nLoadCredential=mqtt-login:/etc/brenloft/mqtt-login\n' > /etc/systemd/system/brenloft-publish.service.d/login.conf
+mosquitto_passwd -b -c /etc/mosquitto/users vm hush
+chown mosquitto /etc/mosquitto/users
+printf 'listener 1883 127.0.0.1\nallow_anonymous false\npassword_file /etc/mosquitto/users\n' > /etc/mosquitto/conf.d/vm.conf
+ok "the broker starts" systemctl start mosquitto
+mosquitto_sub -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
+subscriber=$!
+ok "starts" restart brenloft-publish
+ok "it is online" wait_for 60 has_published '^brenloft/vm/status online' 0
+ok "what is heard from now on arrives" wait_for 60 has_published '^brenloft/vm/batch .*"event":"reading"' 3
+ok "under a user of its own" runs_as brenloft-publish brenloft-publish
+ok "its cursor is its own" [ "$(stat -L -c %a /var/lib/private/brenloft-publish/cursor.json)" = 600 ]
+ok "nothing in the history's folder is" [ -z "$(find /var/lib/brenloft ! -user brenloft)" ]
+kill $subscriber  # the password is in its arguments
+wait $subscriber
+ok "the password is in nobody's arguments" sh -c '! grep -l hus[h] /proc/[0-9]*/cmdline'
+ok "nor in its environment" sh -c "! grep -q hush $(process brenloft-publish)/environ"
+ok "nor in the journal" sh -c '! journalctl --no-pager | grep hus[h]'
+ok "and a crash leaves no core" grep -q '^Max core file size  *0  *0 ' "$(process brenloft-publish)/limits"
+systemd-analyze security --no-pager brenloft-publish > /out/security.txt
+ok "little is exposed ($(tail -n 1 /out/security.txt))" grep -q 'exposure.*: [01]\.' /out/security.txt
+mosquitto_sub -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
 systemctl stop brenloft
-ok "stops in order" is Result success
+ok "the gateway stops in order" is Result success
+systemctl restart brenloft-publish
+ok "without the gateway it is online" wait_for 60 has_published '^brenloft/vm/info' 0
+systemctl start brenloft
+ok "and goes on with it" wait_for 60 has_published '^brenloft/vm/batch .*"event":"reading"' 3
+systemctl stop brenloft-publish
+ok "stops in order" is Result success brenloft-publish
+ok "and is offline" wait_for 10 has_published '^brenloft/vm/status offline' 0
+ok "nothing has ended it meanwhile" is NRestarts 0 brenloft-publish
+systemctl stop brenloft
+ok "the gateway stops in order" is Result success
 finish

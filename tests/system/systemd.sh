@@ -27,12 +27,12 @@ stage=$1 script=$2
 
 pack() { (cd "$1" && find . | LC_ALL=C sort | cpio -o -H newc --quiet "${@:2}"); }
 
-# What an installed brenloft needs, and not more than a boot in emulation needs: no udev, no documentation.
+# What an installed brenloft needs, a broker for it, and not more than a boot in emulation needs: no udev, no documentation.
 make_system() {
   local system=$work/system needed
   needed=$(awk '$1 == "run" { $1 = ""; print }' "$here/../../packaging/debian-packages")
   rm -rf "$system"
-  mmdebstrap --variant=minbase --include="systemd-sysv dbus bluez $needed" bookworm "$system"
+  mmdebstrap --variant=minbase --include="systemd-sysv dbus bluez mosquitto mosquitto-clients $needed" bookworm "$system"
   rm -rf "$system"/usr/share/{doc,man,locale,perl,zoneinfo} "$system"/usr/lib/udev/hwdb* \
     "$system"/usr/lib/*/{perl,gconv} "$system"/var/{cache,lib}/apt "${system:?}"/dev/*
   cp -a "$work"/root/lib/modules "$system/usr/lib/"
