@@ -33,7 +33,7 @@ echo "# a day of $hours hours"
 "$tool" scan --config /dev/null --container "$work" --source "capture:$work/capture" --history --format none
 rows=$("$tool" history count --container "$work")
 echo "rows $rows"
-rate=$((rows / 250 + 1)) # so that the day lasts as long as the kills
+rate=$((rows / 400 + 1)) # so that the day lasts as long as the kills: each start has a second of it at once
 start_publisher --from all # absent at the start
 sleep 2
 start_broker; subscribe
@@ -51,10 +51,10 @@ census
 ps -o cputime=,etimes=,rss= -p $publisher | awk '{print "publisher, not killed: processor " $1 " in " $2 " s, memory " $3 " kB"}'
 
 # What a broker that is killed had acknowledged and not kept is gone, until the cursor is set back.
-end TERM $publisher; : >"$work/batches"
+end TERM $publisher; end KILL $subscriber; : >"$work/batches"
 rate=$((rows / 10))
-start_publisher --from all; sleep 3; end KILL $broker; start_broker; sleep 20
-echo "after kill -9 of the broker in the middle:"
+start_publisher --from all; sleep 3; end KILL $broker; start_broker; subscribe; sleep 20
+echo "after kill -9 of the broker in the middle, with rows that the subscriber had not read:"
 census
 end TERM $publisher; start_publisher --from all
 wait_for_all

@@ -74,7 +74,7 @@ mosquitto_passwd -b -c /etc/mosquitto/users vm hush
 chown mosquitto /etc/mosquitto/users
 printf 'listener 1883 127.0.0.1\nallow_anonymous false\npassword_file /etc/mosquitto/users\n' > /etc/mosquitto/conf.d/vm.conf
 ok "the broker starts" systemctl start mosquitto
-mosquitto_sub -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
+mosquitto_sub -h 127.0.0.1 -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
 subscriber=$!
 ok "starts" restart brenloft-publish
 ok "it is online" wait_for 60 has_published '^brenloft/vm/status online' 0
@@ -90,7 +90,7 @@ ok "nor in the journal" sh -c '! journalctl --no-pager | grep hus[h]'
 ok "and a crash leaves no core" grep -q '^Max core file size  *0  *0 ' "$(process brenloft-publish)/limits"
 systemd-analyze security --no-pager brenloft-publish > /out/security.txt
 ok "little is exposed ($(tail -n 1 /out/security.txt))" grep -q 'exposure.*: [01]\.' /out/security.txt
-mosquitto_sub -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
+mosquitto_sub -h 127.0.0.1 -u vm -P hush -t 'brenloft/#' -v > /out/mqtt.txt &
 systemctl stop brenloft
 ok "the gateway stops in order" is Result success
 systemctl restart brenloft-publish
