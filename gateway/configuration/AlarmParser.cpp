@@ -45,7 +45,7 @@ class AlarmReader {
     readBeacons();
     readCondition();
     readRest();
-    if (complaints_.size() != before_) return std::nullopt;
+    if (hasComplaint()) return std::nullopt;
     return std::move(rule_);
   }
 
@@ -123,8 +123,11 @@ class AlarmReader {
     rule_.hold = values_.duration("for");
   }
 
+  // Then what is missing may be there, misspelt.
+  bool hasComplaint() const { return complaints_.size() != before_; }
+
   void missCondition() {
-    if (complaints_.size() != before_) return;  // it may be there, misspelt
+    if (hasComplaint()) return;
     const bool hasLimit = stands("above") || stands("below");
     const std::string_view key = stands("above") ? "above" : "below";
     complain(key, hasLimit ? fmt::format("{} of what? Add quantity = \"temperature\", for example", key)
@@ -133,7 +136,9 @@ class AlarmReader {
 
   void readLimits() {
     if (!values_.has("quantity")) return;
-    if (!stands("above") && !stands("below")) return complain("quantity", "it needs above or below");
+    const bool hasLimit = stands("above") || stands("below");
+    if (!hasLimit && !hasComplaint()) complain("quantity", "it needs above or below");
+    if (!hasLimit) return;
     const Scale& scale = *std::ranges::find(kScales, values_.text("quantity"), &Scale::word);
     rule_.quantity = scale.quantity;
     rule_.above = limit("above", scale);

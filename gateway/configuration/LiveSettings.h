@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -17,6 +18,7 @@ class LiveSettings {
   LiveSettings(SettingsReader reader, std::shared_ptr<const Settings> first);
 
   std::shared_ptr<const Settings> current() const;
+  const std::filesystem::path& file() const { return reader_.file(); }
 
   struct Reload {
     std::shared_ptr<const Settings> settings{};  ///< what is in force from now on; null: as before

@@ -40,6 +40,10 @@ std::string suggestion(std::string_view word, const std::vector<std::string>& wo
   return didYouMean(nearest(word, words));
 }
 
+std::string_view withoutQuotes(const TomlValue& given) {
+  return std::holds_alternative<std::string>(given.value) ? ", without quotes" : "";
+}
+
 SectionValues::SectionValues(const TomlValue::Table& table, const std::vector<SettingsKey>& keys,
                              std::string_view section, Complaints& complaints) {
   for (const TomlEntry& entry : table) {
@@ -71,7 +75,7 @@ SectionValues::Outcome SectionValues::read(const SettingsKey& key, const TomlVal
       return Wrong{"it must be a text in quotes"};
     case Kind::number: {
       const auto number = numberOf(given);
-      if (!number) return Wrong{"it must be a number"};
+      if (!number) return Wrong{fmt::format("it must be a number{}", withoutQuotes(given))};
       if (!(*number >= key.least && *number <= key.most))
         return Wrong{fmt::format("{} is not between {} and {}", *number, key.least, key.most)};
       return Value(*number);
@@ -80,7 +84,7 @@ SectionValues::Outcome SectionValues::read(const SettingsKey& key, const TomlVal
       return readDuration(key, given);
     case Kind::flag:
       if (const auto* flag = std::get_if<bool>(&given.value)) return Value(*flag);
-      return Wrong{"it must be true or false"};
+      return Wrong{fmt::format("it must be true or false{}", withoutQuotes(given))};
     case Kind::command:
       return readCommand(given);
   }

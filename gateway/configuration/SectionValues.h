@@ -17,6 +17,9 @@ using Complaints = std::vector<Complaint>;
 /// "; did you mean WORD?" where one of these is like it.
 std::string suggestion(std::string_view word, const std::vector<std::string>& words);
 
+/// ", without quotes" where a number or a flag has some.
+std::string_view withoutQuotes(const TomlValue& given);
+
 /// The values of one table that are of the kind and in the range that its keys say; it complains of the rest.
 class SectionValues {
  public:

@@ -125,6 +125,10 @@ class DocumentReader {
   void readOption(const std::string& command, const TomlEntry& entry) {
     if (const CommandOption* option = optionOf(command, entry.key))
       return addOption(command, *option, entry.value);
+    if (BeaconId::fromText(entry.key))
+      return complain(entry.value, fmt::format("there is no section [{0}.\"{1}\"]; did you mean "
+                                               "[beacon.\"{1}\"]?",
+                                               command, entry.key));
     std::vector<std::string> names;
     for (const auto& [other, options] : vocabulary_.commands) {
       if (other == command)
@@ -163,7 +167,9 @@ class DocumentReader {
     OptionSetting setting{.option = option.name, .line = value.line};
     if (option.isFlag) {
       const bool* flag = as<bool>(value);
-      if (!flag) return complain(value, fmt::format("{}: it must be true or false", option.name));
+      if (!flag)
+        return complain(value,
+                        fmt::format("{}: it must be true or false{}", option.name, withoutQuotes(value)));
       if (!*flag) return;
     } else if (!addWords(option, value, setting.words)) {
       return complain(value, fmt::format("{}: it must be a text or a number{}", option.name,

@@ -53,7 +53,7 @@ SettingsReader::Outcome SettingsReader::read() const {
 
   auto parsed = parseSettings(text, vocabulary_);
   if (auto* settings = std::get_if<Settings>(&parsed))
-    return {.settings = std::make_shared<Settings>(std::move(*settings))};
+    return {.settings = std::make_shared<Settings>(std::move(*settings)), .text = std::move(text)};
   Outcome outcome;
   for (const Complaint& one : std::get<std::vector<Complaint>>(parsed))
     outcome.complaints.push_back(fmt::format("{}:{}: {}", file_.string(), one.line, one.reason));

@@ -21,11 +21,13 @@ class SettingsReader {
   struct Outcome {
     std::shared_ptr<const Settings> settings{};  ///< null where there are complaints
     std::vector<std::string> complaints{};       ///< "FILE:LINE: REASON", or "FILE: REASON"
+    std::string text{};                          ///< what stands in the file
   };
 
   SettingsReader(std::filesystem::path file, Absence absence, CommandVocabulary vocabulary);
 
   Outcome read() const;
+  const std::filesystem::path& file() const { return file_; }
 
  private:
   std::filesystem::path file_;

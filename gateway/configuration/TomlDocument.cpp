@@ -1,7 +1,11 @@
 #include "gateway/configuration/TomlDocument.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <utility>
+
+#include <fmt/format.h>
 
 // Only here: it is a dear header.
 #include <toml++/toml.h>
@@ -52,13 +56,41 @@ std::string reasonOf(std::string_view description) {
   return std::string(hasPlace ? description.substr(colon + 2) : description);
 }
 
+std::string_view trimmed(std::string_view text) {
+  const auto begin = text.find_first_not_of(" \t\r");
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
+}
+
+std::string_view lineOf(std::string_view text, unsigned line) {
+  for (; line > 1; --line) text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+  return text.substr(0, text.find('\n'));
+}
+
+// `name = Fridge`: the commonest mistake, and the parser only says which letter it did not expect.
+std::optional<std::string> bareTextIn(std::string_view line) {
+  line = line.substr(0, line.find('#'));
+  const auto equals = std::min(line.find('='), line.size());
+  const std::string_view key = trimmed(line.substr(0, equals));
+  const std::string_view value = trimmed(line.substr(std::min(equals + 1, line.size())));
+  constexpr std::string_view kNumber = "0123456789+-.,:_";
+  if (key.empty() || value.empty() || value.find_first_of("\"'[]{}") != std::string_view::npos ||
+      value.find_first_not_of(kNumber) == std::string_view::npos)
+    return std::nullopt;
+  for (const std::string_view word : {"true", "false"})
+    if (std::ranges::equal(value, word, {}, [](char c) { return c | 0x20; }))
+      return fmt::format("{}: write {}, in small letters", key, word);
+  return fmt::format("{0}: texts need quotes: {0} = \"{1}\"", key, value);
+}
+
 }  // namespace
 
 std::variant<TomlValue::Table, Complaint> readToml(std::string_view text) {
   try {
     return tableOf(toml::parse(text));
   } catch (const toml::parse_error& error) {
-    return Complaint{error.source().begin.line, reasonOf(error.description())};
+    const unsigned line = error.source().begin.line;
+    return Complaint{line, bareTextIn(lineOf(text, line)).value_or(reasonOf(error.description()))};
   }
 }
 

@@ -35,20 +35,16 @@ int64_t firstSeqIn(SQLiteDatabase& database) {
   return reading == 0 ? event : event == 0 ? reading : std::min(reading, event);
 }
 
-// The ticks of a span, held inside what can be said.
-std::pair<int64_t, int64_t> ticksOf(const HistorySpan& span) {
-  constexpr platform::Date first = history::kEpoch - std::chrono::years(3000);
-  constexpr platform::Date last = history::kEpoch + std::chrono::years(8000);
-  return {history::ticksOf(std::clamp(span.since, first, last)),
-          history::ticksOf(std::clamp(span.until, first, last))};
-}
-
 // One step through the rows: a round or a part of the rest at a time.
 class PageReader {
  public:
   PageReader(ReadStep& step, SQLiteDatabase& database, const HistoryFilter& filter, std::size_t limit)
-      : step_(step), database_(database), filter_(filter), limit_(limit) {
-    std::tie(since_, until_) = ticksOf(filter.span);
+      : step_(step),
+        database_(database),
+        filter_(filter),
+        limit_(limit),
+        since_(history::heldTicksOf(filter.span.since)),
+        until_(history::heldTicksOf(filter.span.until)) {
     for (const BeaconId& beacon : filter.beacons)
       for (const auto& [id, known] : step.beacons())
         if (known == beacon) beacons_.insert(id);
@@ -153,8 +149,8 @@ class PageReader {
   SQLiteDatabase& database_;
   const HistoryFilter& filter_;
   const std::size_t limit_;
-  int64_t since_ = 0;
-  int64_t until_ = 0;
+  const int64_t since_;
+  const int64_t until_;
   std::unordered_set<int64_t> beacons_;
   HistoryPage page_;
   int64_t looked_ = 0;

@@ -89,6 +89,10 @@ class HistoryReader {
   platform::Result<HistorySpan> extent();
   /// Every beacon with a row, by identifier, each with its newest reading.
   platform::Result<std::vector<HistoryBeacon>> latest();
+  /// What was in force at an instant: of each of these beacons, or of all, its newest reading at or before
+  /// then. By the time of hearing, whatever the order of writing. Those that have none are left out.
+  platform::Result<std::vector<HistoryBeacon>> latestAt(const std::vector<BeaconId>& beacons,
+                                                        platform::Date instant);
   /// Rows after a number, in order; at most `limit`, and fewer, or none, where it had to look at many others.
   platform::Result<HistoryPage> rows(int64_t after, const HistoryFilter& filter, std::size_t limit);
   /// A quantity of a beacon in pieces of a width, in whole seconds, that begin at its multiples since 1970;

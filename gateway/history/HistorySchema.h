@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -17,6 +18,11 @@ namespace brenloft::history {
 constexpr platform::Date kEpoch = std::chrono::sys_days(std::chrono::year(2028) / 1 / 1);
 inline int64_t ticksOf(platform::Date date) {
   return (date - kEpoch).count();
+}
+/// The same, held inside what can be said: an open end has no ticks of its own.
+inline int64_t heldTicksOf(platform::Date date) {
+  return ticksOf(
+      std::clamp<platform::Date>(date, kEpoch - std::chrono::years(3000), kEpoch + std::chrono::years(8000)));
 }
 inline platform::Date dateOf(int64_t ticks) {
   return kEpoch + std::chrono::microseconds(ticks);

@@ -114,6 +114,10 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
   const std::string alarm = beacon + "[[alarm]]\nname = \"warm\"\nquantity = \"temperature\"\n";
   const std::pair<std::string, std::string> cases[] = {
       {"a = 1\nb = \n", "2: expected value, saw '\\n'\n"},
+      {"[scan]\nsource = hci:0  # here\n", "2: source: texts need quotes: source = \"hci:0\"\n"},
+      {"[scan]\nlog = True\n", "2: log: write true, in small letters\n"},
+      {"[scan.\"C0-C1-5C-00-00-01\"]\n",
+       "1: there is no section [scan.\"C0-C1-5C-00-00-01\"]; did you mean [beacon.\"C0-C1-5C-00-00-01\"]?\n"},
       {"[scan]\nsource = \"auto\"\nsource = \"demo\"\n", "3: cannot redefine existing string 'source'\n"},
       {"\n[scam]\n", "2: there is no section [scam]; did you mean scan?\n"},
       {"contaner = \"/srv\"\n", "1: no command has the option contaner; did you mean container?\n"},
@@ -121,14 +125,15 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[scan]\nlog = true\nsuorce = \"hci:0\"\n", "3: suorce is no option of scan; did you mean source?\n"},
       {"[log]\nsohw = 1\n", "2: sohw is no option of log; did you mean show?\n"},
       {"[scan]\nlog = \"yes\"\nsource = [\"a\"]\nout = [1, true]\ncount = \"a\\u0000b\"\n",
-       "2: log: it must be true or false\n3: source: it must be a text or a number\n"
+       "2: log: it must be true or false, without quotes\n3: source: it must be a text or a number\n"
        "4: out: it must be a text or a number, or a list of them\n5: count: it must be a text or a number\n"},
       {"format = \"xml\"\n", "1: --format: is wrong, for log show\n1: --format: is wrong, for scan\n"},
       {"[beacon]\nname = \"x\"\n",
        "2: \"name\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
        "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},
       {beacon + "temprature = 1\nhumidity = \"1\"\nexit-time = \"soon\"\nignore = 1\nexpected-interval = 0\n",
-       "4: temprature is no key of [beacon]; did you mean temperature?\n5: humidity: it must be a number\n"
+       "4: temprature is no key of [beacon]; did you mean temperature?\n5: humidity: it must be a number, "
+       "without quotes\n"
        "6: exit-time: it must be a duration such as 10, 2.5 or \"1h30m\" or \"auto\"\n"
        "7: ignore: it must be true or false\n8: expected-interval: it must be 0.02 seconds at least\n"},
       {beacon + "temperature = nan\n", "4: temperature: nan is not between -50 and 50\n"},
@@ -145,6 +150,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[[alarm]]\nname = \"a\"\nabove = 8\n",
        "3: above of what? Add quantity = \"temperature\", for example\n"},
       {alarm, "6: it needs above or below\n"},
+      {alarm + "abov = 8\n", "7: abov is no key of [[alarm]]; did you mean above?\n"},
       {alarm + "above = 1\n[[alarm]]\nname = \"warm\"\nsilent = 9\n",
        "9: another alarm is named \"warm\", too\n"},
       {alarm + "above = 1\nplace = \"kichen\"\n",

@@ -129,6 +129,33 @@ TEST_F(HistoryOfRandomRecords, KnowsTheNewestReadingOfEachBeacon) {
   }
 }
 
+TEST_F(HistoryOfRandomRecords, KnowsWhatWasInForceAtAnInstant) {
+  // By the time of hearing: the clock jumps back now and then.
+  const auto byHand = [&](platform::Date at) {
+    std::map<BeaconId, const Reading*> newest;
+    for (const Record& record : records_)
+      if (const auto* reading = std::get_if<Reading>(&record); reading && reading->heard <= at) {
+        const Reading*& known = newest[reading->beacon];
+        if (known == nullptr || known->heard < reading->heard) known = reading;
+      }
+    return newest;
+  };
+  const auto& early = std::get<Reading>(*std::ranges::find_if(
+      records_, [](const Record& record) { return std::holds_alternative<Reading>(record); }));
+  for (const platform::Date at :
+       {early.heard - 1us, early.heard, kNow + 20min, kNow + 2h, platform::Date::max()}) {
+    const auto expected = byHand(at);
+    const auto latest = *reader_->latestAt({}, at);
+    ASSERT_EQ(latest.size(), expected.size());
+    for (const HistoryBeacon& one : latest)
+      EXPECT_EQ(textOfRecord(one.latest->record), textOfRecord(*expected.at(one.beacon)));
+  }
+  const BeaconId one = RandomRecords::beacon(7);
+  const auto chosen = *reader_->latestAt({one, BeaconId::sensor("never heard")}, kNow + 1h);
+  ASSERT_EQ(chosen.size(), 1U);
+  EXPECT_EQ(textOfRecord(chosen[0].latest->record), textOfRecord(*byHand(kNow + 1h).at(one)));
+}
+
 using Folded = std::map<int64_t, std::tuple<uint64_t, int32_t, int32_t, double>>;
 
 Folded foldedByHand(const std::vector<Record>& records, const BeaconId& beacon,

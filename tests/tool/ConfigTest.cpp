@@ -54,23 +54,73 @@ TEST_F(Config, ThatIsWrongStartsNothingAndIsToldLineByLine) {
                 ":2: coutn is no option of scan; did you mean count? (and 2 more; see 'brenloft config "
                 "check')\n");
   EXPECT_EQ(runTool({"scan", "--help", "--config", path}).status, 0);
+  EXPECT_EQ(runTool({"--config", path, "log", "show"}).err,
+            "brenloft: --config goes after the command: brenloft log show --config " + path + "\n");
 }
 
-TEST_F(Config, CheckLooksForTheProgramsToo) {
+TEST_F(Config, IsShownWithTheOriginOfEachValue) {
+  const std::string path = file(
+      "time = \"utc\"\n[log.show]\nlast = 3\n[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"a\\\"b\"\n"
+      "temperature = -0.4\n[[alarm]]\nname = \"gone\"\nsilent = \"10m\"\nexec = [\"/bin/sh\", \"-c\"]\n");
+  const Ended shown = runTool({"config", "show", "--config", path});
+  std::vector<std::string> words;
+  for (const std::string& line : shown.lines())
+    words.push_back(std::regex_replace(line, std::regex(" {2,}"), "  "));
+  EXPECT_EQ(words, (std::vector<std::string>{"# " + path + ", from the command line",
+                                             "time = \"utc\"  # line 1",
+                                             "",
+                                             "[log.show]",
+                                             "last = 3  # line 3",
+                                             "",
+                                             "[beacon.\"C0-C1-5C-00-00-01\"]",
+                                             "name = \"a\\\"b\"  # line 5",
+                                             "temperature = -0.4  # line 6",
+                                             "#humidity: 0  # default",
+                                             "#exit-time: as --exit-time says  # default",
+                                             "#ignore: false  # default",
+                                             "",
+                                             "[[alarm]]",
+                                             "name = \"gone\"  # line 8",
+                                             "silent = \"10m\"  # line 9",
+                                             "exec = [\"/bin/sh\", \"-c\"]  # line 10",
+                                             "#for: 0  # default",
+                                             "#hysteresis: 0  # default",
+                                             "#cooldown: 0  # default",
+                                             "#severity: warning  # default",
+                                             "#exec-timeout: 30s  # default"}));
+  EXPECT_EQ(runTool({"config", "check", file(shown.out)}).status, 0) << "it is a settings file itself";
+}
+
+TEST_F(Config, CheckWarnsOfWhatTheFileAloneDoesNotTell) {
   const std::string alarm = "[[alarm]]\nname = \"gone\"\nsilent = \"10m\"\nexec = ";
   const std::string path = file(alarm + "[\"/nonexistent/notify\"]\n");
-  EXPECT_EQ(runTool({"config", "check", path}).err,
-            "brenloft: alarm \"gone\": /nonexistent/notify cannot be run: No such file or directory\n");
-  EXPECT_EQ(runTool({"config", "check", file(alarm + "[\"/bin/sh\"]\n")}).out,
-            path + " is right: 0 beacons, 1 alarm\n");
+  EXPECT_EQ(
+      runTool({"config", "check", path}).err,
+      "brenloft: warning: alarm \"gone\": /nonexistent/notify cannot be run: No such file or directory\n");
+  const std::string stranger = "beacon = \"C0-C1-5C-00-00-99\"\n";
+  const Ended misspelt =
+      runTool({"config", "check", file(alarm + "[\"/bin/sh\"]\n" + stranger), "-C", "/nonexistent"});
+  EXPECT_EQ(misspelt.out, path + " is right: 0 beacons, 1 alarm, 1 warning\n");
+  EXPECT_EQ(
+      misspelt.err,
+      "brenloft: warning: alarm \"gone\": no [beacon.\"C0-C1-5C-00-00-99\"] stands here, and the history in "
+      "/nonexistent has never heard it\n");
   EXPECT_EQ(runTool({"config", "check", path + "/none"}).status, 2);
   const Ended example = runTool({"config", "check", BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml"});
   EXPECT_EQ(example.status, 0) << example.err;
   const std::string text = contentsOf(BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml");
-  EXPECT_EQ(runTool({"config", "check", file(std::regex_replace(text, std::regex("#(?=[a-z[])"), ""))}).err,
-            "brenloft: alarm \"fridge too warm\": /usr/local/bin/notify cannot be run: No such file or "
-            "directory\n")
+  EXPECT_EQ(
+      runTool({"config", "check", file(std::regex_replace(text, std::regex("#(?=[a-z[])"), ""))}).err,
+      "brenloft: warning: alarm \"fridge too warm\": /usr/local/bin/notify cannot be run: No such file or "
+      "directory\n")
       << "its examples are right";
+}
+
+TEST_F(Config, OfTheExampleHasAnAlarmThatTheDemonstrationRaisesAndClears) {
+  const Ended scan = runTool({"scan", "--source", "demo", "--format", "readings", "--transitions", "--config",
+                              BRENLOFT_SOURCE_DIR "/examples/fridge.toml"});
+  EXPECT_EQ(countOf(scan.out, "\"event\":\"alarm_raised\""), 1U) << scan.err;
+  EXPECT_EQ(countOf(scan.out, "\"event\":\"alarm_cleared\""), 1U);
 }
 
 }  // namespace

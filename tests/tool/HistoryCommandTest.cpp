@@ -79,6 +79,23 @@ TEST_F(KeptHistory, IsExportedForANameAndATimeInEachFormat) {
             "1795255260.000000,C0-C1-5C-00-00-01,Fridge,Kitchen,60,4.295,4.00,4.59,,,,,,,-60.000,-60,-60");
 }
 
+TEST_F(KeptHistory, SaysWhatWasInForceAtAnInstantAndHowOldThatWas) {
+  const auto at = [&](const std::string& instant, std::vector<std::string> more) {
+    more.insert(more.begin(), {"last", "--at", instant, "--time", "utc"});
+    return history(more);
+  };
+  const auto lines = at("2026-11-21T10:05:00.5Z", {"--beacon", "Fridge"}).lines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[1],
+            "2026-11-21T10:05:00.000000Z     0s  Fridge                     -60    4.00       -     -");
+  EXPECT_EQ(at("2026-11-21T12:10Z", {}).lines().at(2).substr(27, 26), "     2h  C0-C1-5C-00-00-02");
+  EXPECT_EQ(at("2026-11-21T09:00Z", {"--beacon", "Fridge"}).err,
+            "no reading of Fridge at or before 2026-11-21T09:00:00.000000Z\n");
+  EXPECT_EQ(history({"count", "--readings"}).out, "1200\n");
+  EXPECT_EQ(history({"show", "--time", "utc"}).err,
+            "nothing in the last hour; the newest reading is of 2026-11-21T10:09:59.000000Z\n");
+}
+
 TEST_F(KeptHistory, KnowsEachBeaconItsGapAndTheTrendOfItsBattery) {
   const auto beacons = [&](const std::string& format) {
     return runTool(
@@ -160,11 +177,10 @@ TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
 
 TEST_F(KeptHistory, WrongWordsAndDamageAreOneLineEach) {
   EXPECT_EQ(history({"show", "--since", "teatime"}).err,
-            "brenloft: --since: 'teatime' is no time such as 2026-11-21T10:00, 2h or yesterday\n");
+            "brenloft: --since: 'teatime' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday\n");
   EXPECT_EQ(history({"show", "--beacon", "Fridgee"}).err,
-            "brenloft: --beacon: 'Fridgee' is no beacon's name, nor an identifier such as C0-C1-5C-00-00-01; "
-            "did you "
-            "mean Fridge?\n");
+            "brenloft: --beacon: 'Fridgee' is no beacon's name in " + folder_.file("brenloft.toml") +
+                ", nor an identifier such as C0-C1-5C-00-00-01; did you mean Fridge?\n");
   EXPECT_EQ(history({"show", "--every", "0.5"}).status, 2);
   EXPECT_EQ(history({"export", "--out", folder_.file("history.sqlite-wal")}).status, 2);
   const std::string file = folder_.file("history.sqlite");
@@ -191,13 +207,16 @@ TEST(InstantText, ReadsTimesInLocalTimeUnlessTheyHaveAZone) {
                                        {"2026-07-01T12:00", platform::Date(1782900000s)},
                                        {"today", kTen - 11h},
                                        {"yesterday", kTen - 35h},
+                                       {"yesterday 15:00", kTen - 20h},
+                                       {"15:00", kTen + 4h},
                                        {"now", kTen},
                                        {"2h", kTen - 2h},
                                        {"1d12h", kTen - 36h},
                                        {"@1795255200.5", kTen + 500ms}})
     EXPECT_EQ(instantFromText(text, kTen), expected) << text;
-  for (const char* wrong : {"", "2026", "2026-13-01", "2026-02-30", "2026-11-21T", "2026-11-21T10",
-                            "2026-11-21T10:00x", "2026-11-21T10:00+", "10", "-2h", "@", "@x", "tomorrow"})
+  for (const char* wrong :
+       {"", "2026", "2026-13-01", "2026-02-30", "2026-11-21T", "2026-11-21T10", "2026-11-21T10:00x",
+        "2026-11-21T10:00+", "10", "-2h", "@", "@x", "tomorrow", "today15:00", "25:00", "15:00x"})
     EXPECT_FALSE(instantFromText(wrong, kTen)) << wrong;
 }
 

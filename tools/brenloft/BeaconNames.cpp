@@ -1,5 +1,7 @@
 #include "tools/brenloft/BeaconNames.h"
 
+#include <system_error>
+
 #include <fmt/format.h>
 
 #include "gateway/Suggestion.h"
@@ -8,29 +10,39 @@
 namespace brenloft {
 namespace {
 
-void addBeaconsOf(std::string_view option, const std::string& text, const Settings& settings,
-                  std::vector<BeaconId>& beacons) {
-  const std::size_t before = beacons.size();
+// A name that is not found most often stands in another file than the one that was read.
+std::string noBeaconText(const std::string& text, const LiveSettings& settings) {
+  const std::string file = settings.file().string();
+  std::error_code unknown;
+  if (!std::filesystem::exists(settings.file(), unknown))
+    return fmt::format(
+        "'{}' is no identifier such as C0-C1-5C-00-00-01, and no beacon has a name: there is no {}; --config "
+        "names "
+        "another file",
+        text, file);
+  const auto current = settings.current();
   std::vector<std::string> names;
-  for (const auto& [id, beacon] : settings.beacons) {
-    if (beacon.name == text) beacons.push_back(id);
+  for (const auto& [id, beacon] : current->beacons)
     if (!beacon.name.empty()) names.push_back(beacon.name);
-  }
-  if (beacons.size() > before) return;
-  const auto id = BeaconId::fromText(text);
-  if (!id)
-    throw Failure(ExitStatus::usage,
-                  fmt::format("{}: '{}' is no beacon's name, nor an identifier such as C0-C1-5C-00-00-01{}",
-                              option, text, didYouMean(nearest(text, names))));
-  beacons.push_back(*id);
+  return fmt::format("'{}' is no beacon's name in {}, nor an identifier such as C0-C1-5C-00-00-01{}", text,
+                     file, didYouMean(nearest(text, names)));
 }
 
 }  // namespace
 
 std::vector<BeaconId> beaconsFromTexts(std::string_view option, const std::vector<std::string>& texts,
-                                       const Settings& settings) {
+                                       const LiveSettings& settings) {
+  const auto current = settings.current();
   std::vector<BeaconId> beacons;
-  for (const std::string& text : texts) addBeaconsOf(option, text, settings, beacons);
+  for (const std::string& text : texts) {
+    const std::size_t before = beacons.size();
+    for (const auto& [id, beacon] : current->beacons)
+      if (beacon.name == text) beacons.push_back(id);
+    if (beacons.size() > before) continue;
+    const auto id = BeaconId::fromText(text);
+    if (!id) throw Failure(ExitStatus::usage, fmt::format("{}: {}", option, noBeaconText(text, settings)));
+    beacons.push_back(*id);
+  }
   return beacons;
 }
 

@@ -4,13 +4,13 @@
 #include <string_view>
 #include <vector>
 
-#include "gateway/configuration/Settings.h"
+#include "gateway/configuration/LiveSettings.h"
 
 namespace brenloft {
 
 /// The beacons that an option chooses, each by its name in the settings or its identifier. Throws `Failure`,
 /// which begins with the option's name, where one is neither.
 std::vector<BeaconId> beaconsFromTexts(std::string_view option, const std::vector<std::string>& texts,
-                                       const Settings& settings);
+                                       const LiveSettings& settings);
 
 }  // namespace brenloft

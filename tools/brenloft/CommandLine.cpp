@@ -17,6 +17,7 @@
 #include "platform/simulated/BeaconWorld.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/ConfigDeclarations.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/HearingDeclarations.h"
 #include "tools/brenloft/HistoryCommand.h"
@@ -302,26 +303,6 @@ void addSources(CLI::App& app, Run& run) {
   command->callback([&run, options] { run = [options] { return runSources(*options); }; });
 }
 
-void declareCommands(CLI::App& app, Run& run);
-
-void addConfig(CLI::App& app, Run& run) {
-  auto options = std::make_shared<ConfigOptions>();
-  options->file = kSettingsFile;
-  auto* config = app.add_subcommand("config", "Check the settings file")->require_subcommand(1);
-  const auto add = [&](const char* name, const char* help, ConfigOptions::Action action) {
-    auto* command = config->add_subcommand(name, help);
-    command->callback([&run, options, action] {
-      options->action = action;
-      options->vocabulary = vocabularyOf(declareCommands);
-      run = [options] { return runConfig(*options); };
-    });
-    return command;
-  };
-  auto* check = add("check", "Say every line that is wrong, and why", ConfigOptions::Action::check);
-  addPath(*check, "FILE", options->file, std::string("default: ") + kSettingsFile);
-  add("keys", "List what the file can say", ConfigOptions::Action::keys);
-}
-
 std::vector<CLI::App*> commandsOf(CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
@@ -364,13 +345,18 @@ Failure unexpected(CLI::App& app) {
   const auto isOption = [](const std::string& extra) { return extra.starts_with('-'); };
   if (!isOption(extras.front()) && !commandsOf(*command).empty())
     return unknownCommand(*command, extras.front());
-  std::vector<std::string> names;
-  for (const CLI::Option* option : command->get_options())
-    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  const std::string words = fmt::format("{}", fmt::join(extras, " "));
   const auto option = std::ranges::find_if(extras, isOption);
-  const std::string meant =
-      option == extras.end() ? std::string() : nearest(option->substr(0, option->find('=')), names);
-  return {ExitStatus::usage, fmt::format("not expected: {}{}", fmt::join(extras, " "), didYouMean(meant))};
+  if (option == extras.end()) return {ExitStatus::usage, "not expected: " + words};
+  const std::string name = option->substr(0, option->find('='));
+  // What the command has is left over only where it stands before it.
+  if (command->get_option_no_throw(name) != nullptr)
+    return {ExitStatus::usage,
+            fmt::format("{} goes after the command: brenloft {} {}", name, wholeNameOf(*command), words)};
+  std::vector<std::string> names;
+  for (const CLI::Option* one : command->get_options())
+    for (const std::string& text : one->get_lnames()) names.push_back("--" + text);
+  return {ExitStatus::usage, fmt::format("not expected: {}{}", words, didYouMean(nearest(name, names)))};
 }
 
 void declareCommands(CLI::App& app, Run& run) {
@@ -382,8 +368,10 @@ void declareCommands(CLI::App& app, Run& run) {
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
   for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addBeacons,
-                         addPublish, addReport, addTag, addSources, addConfig, addHelp})
+                         addPublish, addReport, addTag, addSources})
     add(app, run);
+  addConfig(app, run, declareCommands);
+  addHelp(app, run);
   addConfigOption(app, {"config", "help"});
 }
 

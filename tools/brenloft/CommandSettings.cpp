@@ -73,10 +73,9 @@ CLI::App& chosen(CLI::App& app) {
   return *command;
 }
 
-std::string nameOf(CLI::App& command) {
-  CLI::App* parent = command.get_parent();
-  const bool isTop = parent == nullptr || parent->get_parent() == nullptr;
-  return isTop ? command.get_name() : nameOf(*parent) + ' ' + command.get_name();
+// The option that names the settings that a command goes by. `config` looks at a file and goes by none.
+const CLI::Option* settingsOptionOf(const CLI::App& command) {
+  return wholeNameOf(command).starts_with("config ") ? nullptr : command.get_option_no_throw(kConfig);
 }
 
 // After the words that name the command, so that what the caller says himself comes later.
@@ -96,6 +95,12 @@ void insert(std::vector<std::string>& arguments, CLI::App& command,
 
 }  // namespace
 
+std::string wholeNameOf(const CLI::App& command) {
+  const CLI::App* parent = command.get_parent();
+  const bool isTop = parent == nullptr || parent->get_parent() == nullptr;
+  return isTop ? command.get_name() : wholeNameOf(*parent) + ' ' + command.get_name();
+}
+
 void addConfigOption(CLI::App& app, const std::vector<std::string>& exceptions) {
   const std::string help = fmt::format("the settings file; default: {}", kSettingsFile);
   eachCommand(app, "", [&](CLI::App& command, const std::string& name) {
@@ -113,7 +118,7 @@ CommandVocabulary vocabularyOf(const DeclareCommands& declare) {
   const auto trial = std::make_shared<Trial>(declare);
   CommandVocabulary vocabulary;
   eachCommand(trial->app, "", [&](CLI::App& command, const std::string& name) {
-    if (command.get_option_no_throw(kConfig)) vocabulary.commands[name] = optionsOf(command);
+    if (settingsOptionOf(command)) vocabulary.commands[name] = optionsOf(command);
   });
   vocabulary.check = [trial](const std::string& command, const OptionSetting& setting) {
     return whatIsWrong(*trial, command, setting);
@@ -131,7 +136,7 @@ SettledArguments settle(std::vector<std::string> arguments, const DeclareCommand
     if (error.get_exit_code() == 0) return {std::move(arguments)};
   }
   CLI::App& command = chosen(trial.app);
-  const CLI::Option* config = command.get_option_no_throw(kConfig);
+  const CLI::Option* config = settingsOptionOf(command);
   if (config == nullptr) return {std::move(arguments)};
 
   const bool isGiven = config->count() != 0;
@@ -145,7 +150,7 @@ SettledArguments settle(std::vector<std::string> arguments, const DeclareCommand
         others == 0 ? "" : fmt::format(" (and {} more; see 'brenloft config check')", others);
     throw Failure(ExitStatus::usage, outcome.complaints.front() + more);
   }
-  const auto options = outcome.settings->options.find(nameOf(command));
+  const auto options = outcome.settings->options.find(wholeNameOf(command));
   if (options != outcome.settings->options.end()) insert(arguments, command, options->second);
   return {std::move(arguments), std::make_shared<LiveSettings>(reader, outcome.settings)};
 }

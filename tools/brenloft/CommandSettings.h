@@ -40,6 +40,9 @@ void addConfigOption(CLI::App& app, const std::vector<std::string>& exceptions);
 /// What the settings file may say: the options of all commands as they are declared.
 CommandVocabulary vocabularyOf(const DeclareCommands& declare);
 
+/// "log show"
+std::string wholeNameOf(const CLI::App& command);
+
 /// The settings that these arguments choose, and the arguments with the options that the file has for their
 /// command and that they do not give. Throws `Failure` where the file is wrong.
 struct SettledArguments {

@@ -1,11 +1,11 @@
-#include <cerrno>
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "gateway/Texts.h"
 #include "gateway/configuration/SettingsReader.h"
@@ -13,32 +13,58 @@
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
+#include "tools/brenloft/SettingsText.h"
+#include "tools/brenloft/SettingsWarnings.h"
 
 namespace brenloft {
 namespace {
 
-// What the file alone does not tell: whether the programs are there.
-std::vector<std::string> missingPrograms(const Settings& settings) {
-  std::vector<std::string> lines;
-  for (const AlarmRule& rule : settings.alarms) {
-    if (rule.exec.empty() || ::faccessat(AT_FDCWD, rule.exec.front().c_str(), X_OK, AT_EACCESS) == 0)
-      continue;
-    lines.push_back(fmt::format("alarm \"{}\": {} cannot be run: {}", rule.name, rule.exec.front(),
-                                std::generic_category().message(errno)));
-  }
-  return lines;
+bool isDefaultFile(const ConfigOptions& options) {
+  return options.file.empty();
+}
+std::filesystem::path fileOf(const ConfigOptions& options) {
+  return isDefaultFile(options) ? kSettingsFile : options.file;
+}
+
+// What the file says for every command, or for the one that hears.
+std::filesystem::path containerOf(const ConfigOptions& options, const Settings& settings) {
+  const auto scan = settings.options.find("scan");
+  if (!options.container.empty() || scan == settings.options.end()) return options.container;
+  const auto container = std::ranges::find(scan->second, "container", &OptionSetting::option);
+  return container == scan->second.end() ? "" : container->words.front();
+}
+
+SettingsReader::Outcome readRight(const ConfigOptions& options, SettingsReader::Absence absence) {
+  auto outcome = SettingsReader(fileOf(options), absence, options.vocabulary).read();
+  if (outcome.settings) return outcome;
+  // The last one is told by whoever ends the program.
+  const auto& complaints = outcome.complaints;
+  for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
+  throw Failure(ExitStatus::usage, complaints.back());
 }
 
 void check(const ConfigOptions& options, Output& out) {
-  const SettingsReader reader(options.file, SettingsReader::Absence::isWrong, options.vocabulary);
-  const auto outcome = reader.read();
-  const auto complaints = outcome.settings ? missingPrograms(*outcome.settings) : outcome.complaints;
-  // The last one is told by whoever ends the program.
-  for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
-  if (!complaints.empty()) throw Failure(ExitStatus::usage, complaints.back());
-  out.write(fmt::format("{} is right: {}, {}\n", options.file.string(),
-                        counted(outcome.settings->beacons.size(), "beacon"),
-                        counted(outcome.settings->alarms.size(), "alarm")));
+  const auto settings = readRight(options, SettingsReader::Absence::isWrong).settings;
+  auto warnings = missingPrograms(*settings);
+  std::ranges::move(unknownBeacons(*settings, containerOf(options, *settings)), std::back_inserter(warnings));
+  for (const std::string& warning : warnings) printMessage("brenloft: " + warning);
+  out.write(fmt::format("{} is right: {}, {}{}\n", fileOf(options).string(),
+                        counted(settings->beacons.size(), "beacon"),
+                        counted(settings->alarms.size(), "alarm"),
+                        warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")));
+}
+
+void show(const ConfigOptions& options, Output& out) {
+  const bool isDefault = isDefaultFile(options);
+  const auto outcome =
+      readRight(options, isDefault ? SettingsReader::Absence::isAllowed : SettingsReader::Absence::isWrong);
+  std::error_code unknown;
+  const bool isThere = !isDefault || std::filesystem::exists(kSettingsFile, unknown);
+  out.write(fmt::format("# {}, {}\n", fileOf(options).string(),
+                        !isThere    ? "which is not there: all is as by default"
+                        : isDefault ? "which is read by default"
+                                    : "from the command line"));
+  out.write(settingsText(outcome.text));
 }
 
 void writeKeys(Output& out, std::string_view section, const std::vector<SettingsKey>& keys) {
@@ -61,10 +87,17 @@ void keys(Output& out) {
 
 ExitStatus runConfig(const ConfigOptions& options) {
   Output out(Output::Buffering::blocks);
-  if (options.action == ConfigOptions::Action::check)
-    check(options, out);
-  else
-    keys(out);
+  switch (options.action) {
+    case ConfigOptions::Action::check:
+      check(options, out);
+      break;
+    case ConfigOptions::Action::show:
+      show(options, out);
+      break;
+    case ConfigOptions::Action::keys:
+      keys(out);
+      break;
+  }
   out.finish();
   return ExitStatus::done;
 }

@@ -77,7 +77,7 @@ void refuseContainerFile(const char* option, const fs::path& file, const fs::pat
       isOfContainer(target, folderOfContainer({})) || isDatabase(target))
     throw Failure(
         ExitStatus::usage,
-        fmt::format("{} would overwrite the store, the settings or a database: {}", option, file.string()));
+        fmt::format("{} would overwrite a file of a container, or a database: {}", option, file.string()));
 }
 
 }  // namespace brenloft

@@ -49,7 +49,7 @@ class HistoryCommand {
       : options_(options),
         file_(folderOfContainer(options.container) / kHistoryFileName),
         now_(platform::RealTimeDispatch::make()->date()),
-        settings_(options.settings ? options.settings->current() : std::make_shared<Settings>()) {
+        settings_(options.settings->current()) {
     if (!options.container.empty()) storeIn(options.container);  // says what is wrong with the folder
   }
 
@@ -85,8 +85,9 @@ class HistoryCommand {
   }
 
   HistoryFilter filter() const {
-    return {.beacons = beaconsFromTexts("--beacon", options_.beacons, *settings_),
-            .span = spanFromTexts(options_.since, options_.until, now_)};
+    return {.beacons = beaconsFromTexts("--beacon", options_.beacons, *options_.settings),
+            .span = spanFromTexts(options_.since, options_.until, now_),
+            .hasEvents = !options_.readingsOnly};
   }
 
   HistoryLines lines() const {
@@ -102,6 +103,18 @@ class HistoryCommand {
     return require(std::move(reader));
   }
   void printNothing() const { printEmpty("no history", options_.container); }
+
+  // Most often the time was another one, so it says which there is.
+  void printNoRows(HistoryReader& reader, const HistoryFilter& filter, std::string_view what) const {
+    std::optional<Date> newest;
+    for (const HistoryBeacon& one : require(reader.latestAt(filter.beacons, Date::max())))
+      newest = std::max(newest, std::optional(heardAt(one.latest->record)));
+    printMessage(newest ? fmt::format("{}; the newest reading is of {}", what, timeText(*newest))
+                        : std::string(what));
+  }
+  std::string timeText(Date date) const {
+    return TimeText(options_.time.value_or(TimeForm::local)).whole(date);
+  }
 
   // Rows.
 
@@ -224,7 +237,7 @@ class HistoryCommand {
     if (!reader)
       printNothing();
     else if (!isAny)
-      printMessage(isOfLastHour ? "nothing in the last hour; --since goes back further" : "nothing there");
+      printNoRows(*reader, wanted, isOfLastHour ? "nothing in the last hour" : "nothing there");
     if (options_.follow) follow(wanted, through, out, *signals);
     out.finish();
   }
@@ -247,7 +260,8 @@ class HistoryCommand {
         const bool isOne =
             wanted.beacons.empty() ||
             (beacon != nullptr && std::ranges::find(wanted.beacons, *beacon) != wanted.beacons.end());
-        if (isOne && wanted.span.contains(heardAt(row.record))) form.row(text, row);
+        const bool isKind = wanted.hasEvents || std::holds_alternative<Reading>(row.record);
+        if (isOne && isKind && wanted.span.contains(heardAt(row.record))) form.row(text, row);
       }
       if (!text.empty()) out.write(text);
     }
@@ -278,7 +292,8 @@ class HistoryCommand {
     const HistoryFilter wanted = filter();
     const auto reader = open();
     uint64_t rows = 0;
-    if (reader && options_.since.empty() && options_.until.empty() && options_.beacons.empty())
+    if (reader && options_.since.empty() && options_.until.empty() && options_.beacons.empty() &&
+        !options_.readingsOnly)
       rows = require(reader->count());
     else if (reader)
       eachPage(*reader, wanted, 0, [&](const HistoryPage& page) { return rows += page.rows.size(), true; });
@@ -289,17 +304,28 @@ class HistoryCommand {
   }
 
   void last() {
+    const HistoryFilter wanted = filter();
+    const bool isNow = options_.at.empty();
+    const Date at = isNow ? now_ : requireInstant("--at", options_.at, now_);
     HistoryLines form = lines();
+    form.addAges(at);
     const auto reader = open();
     std::string text;
     form.header(text);
+    std::vector<BeaconId> missing = wanted.beacons;
+    // Without an instant, what was written last, whatever a wrong clock said.
     if (reader)
-      for (const HistoryBeacon& beacon : require(reader->latest()))
-        if (beacon.latest) form.row(text, *beacon.latest);
+      for (const HistoryBeacon& one :
+           require(isNow ? reader->latest() : reader->latestAt(wanted.beacons, at)))
+        if (one.latest && (wanted.beacons.empty() || std::erase(missing, one.beacon) != 0))
+          form.row(text, *one.latest);
     Output out(Output::Buffering::blocks);
     out.write(text);
     out.finish();
-    if (!reader) printNothing();
+    if (!reader) return printNothing();
+    const std::string before = isNow ? "" : " at or before " + timeText(at);
+    for (const BeaconId& beacon : missing)
+      printMessage(fmt::format("no reading of {}{}", settings_->nameOf(beacon), before));
   }
 
   void prune() {

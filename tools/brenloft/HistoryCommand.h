@@ -32,6 +32,8 @@ struct HistoryCommandOptions {
   std::string since{};  ///< as `spanFromTexts` reads it
   std::string until{};
   std::vector<std::string> beacons{};  ///< names or identifiers; none: all
+  bool readingsOnly = false;           ///< no events
+  std::string at{};                    ///< of `last`: as it was then; as `instantFromText` reads it
   std::optional<std::chrono::microseconds> every{};
   std::string out{};               ///< of `export` and `backup`; none: standard output
   std::optional<uint64_t> last{};  ///< of `show`: only so many

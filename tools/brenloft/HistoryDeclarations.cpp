@@ -19,6 +19,7 @@ const Choices<HistoryFormat> kHistoryFormats{{"table", HistoryFormat::table},
 void addChoiceOfRows(CLI::App& command, Options& options) {
   addSpan(command, options.since, options.until);
   addBeaconChoice(command, options.beacons);
+  command.add_flag("--readings", options.readingsOnly, "readings only, no events");
 }
 
 void addEvery(CLI::App& command, Options& options) {
@@ -69,7 +70,12 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
   addPath(*out, "-o,--out", options->out, "the file to write; default, and -: standard output",
           Dash::isStream);
   addChoiceOfRows(*add("count", "Print the number of rows", Options::Action::count), *options);
-  addForms(*add("last", "Print the newest reading of each beacon", Options::Action::last), *options);
+  auto* last =
+      add("last", "Print the newest reading of each beacon, now or at an instant", Options::Action::last);
+  addBeaconChoice(*last, options->beacons);
+  last->add_option("--at", options->at,
+                   "what was in force then: the newest reading at or before 15:00 (today); as --since");
+  addForms(*last, *options);
   auto* prune = add("prune", "Delete the oldest rows", Options::Action::prune);
   prune->add_option("--before", options->before, "those heard before then; as --since");
   prune->add_option_function<std::string>(

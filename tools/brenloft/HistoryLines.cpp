@@ -71,8 +71,9 @@ HistoryLines::HistoryLines(HistoryFormat format, const std::optional<TimeForm>& 
 
 void HistoryLines::header(std::string& lines) {
   if (format_ == HistoryFormat::table)
-    lines += fmt::format("{:<{}}  {:<{}}  {:>4}  {:>7}  {:>6}  {:>4}  {}\n", "time", times_.wholeWidth(),
-                         "beacon", kBeaconWidth, "rssi", "°C", "%RH", "batt", "event");
+    lines += fmt::format("{:<{}}{}  {:<{}}  {:>4}  {:>7}  {:>6}  {:>4}  {}\n", "time", times_.wholeWidth(),
+                         ageCell("age"), "beacon", kBeaconWidth, "rssi", "°C", "%RH", "batt",
+                         agesAt_ ? "" : "event");
   if (format_ == HistoryFormat::csv)
     lines +=
         "seq,time,event,id,name,place,rssi,temperature,humidity,battery,emergency,tx_power,accel_x,accel_y,"
@@ -94,13 +95,16 @@ std::string HistoryLines::shownName(const BeaconId* beacon) const {
   return name.empty() ? printable(beacon->text()) : fitted(printable(name), kBeaconWidth);
 }
 
+std::string HistoryLines::ageCell(const std::string& text) const {
+  return agesAt_ ? fmt::format("  {:>5}", text) : "";
+}
+
 void HistoryLines::tableRow(std::string& lines, const HistoryRow& row) {
   const BeaconId* beacon = beaconOf(row.record);
-  const auto begin = [&] {
-    fmt::format_to(std::back_inserter(lines), "{:<{}}  {:<{}}  ", times_.whole(heardAt(row.record)),
-                   times_.wholeWidth(), shownName(beacon), kBeaconWidth);
-  };
-  begin();
+  const platform::Date heard = heardAt(row.record);
+  const std::string age = agesAt_ ? ageCell(ageText(heard, *agesAt_)) : "";
+  fmt::format_to(std::back_inserter(lines), "{:<{}}{}  {:<{}}  ", times_.whole(heard), times_.wholeWidth(),
+                 age, shownName(beacon), kBeaconWidth);
   if (const auto* reading = std::get_if<Reading>(&row.record)) {
     const Quantities& shown = reading->shown;
     fmt::format_to(std::back_inserter(lines), "{:>4}  {:>6}  {:>6}  {:>4}{}\n",

@@ -3,6 +3,7 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "gateway/formats/RecordLines.h"
@@ -20,6 +21,9 @@ class HistoryLines {
   using Labels = std::function<Label(const BeaconId&)>;
 
   HistoryLines(HistoryFormat format, const std::optional<TimeForm>& time, Labels labels);
+
+  /// Rows of a table get a column: how old each was at this instant.
+  void addAges(platform::Date at) { agesAt_ = at; }
 
   // Each is appended.
 
@@ -42,9 +46,12 @@ class HistoryLines {
   void jsonPoints(std::string& lines, platform::Date start, const BeaconId& beacon, const Points& points);
   void influxPoints(std::string& lines, platform::Date start, const BeaconId& beacon, const Points& points);
 
+  std::string ageCell(const std::string& text) const;
+
   const HistoryFormat format_;
   const Labels labels_;
   TimeText times_;
+  std::optional<platform::Date> agesAt_;
   RecordLines records_;
 };
 

@@ -24,13 +24,13 @@ std::optional<Date> localDate(std::tm fields) {
   return Date(std::chrono::seconds(seconds));
 }
 
-std::optional<Date> midnight(Date now, int daysBefore) {
+// Where its day begins.
+std::optional<std::tm> localDay(Date now) {
   const std::time_t seconds = platform::wholeSecondsSince1970(now);
   std::tm fields{};
   if (::localtime_r(&seconds, &fields) == nullptr) return std::nullopt;
   fields.tm_hour = fields.tm_min = fields.tm_sec = 0;
-  fields.tm_mday -= daysBefore;
-  return localDate(fields);
+  return fields;
 }
 
 // Takes so many digits, and nothing else, from the beginning.
@@ -74,6 +74,24 @@ bool takeClock(std::string_view& text, std::tm& fields) {
   fields.tm_min = *minute;
   fields.tm_sec = *second;
   return true;
+}
+
+bool takeWord(std::string_view& text, std::string_view word) {
+  if (!text.starts_with(word)) return false;
+  text.remove_prefix(word.size());
+  return true;
+}
+
+// "yesterday", "yesterday 15:00", "15:00", which is of today.
+std::optional<Date> dayAndClock(std::string_view text, Date now) {
+  auto fields = localDay(now);
+  if (!fields) return std::nullopt;
+  const bool isYesterday = takeWord(text, "yesterday");
+  const bool isNamed = isYesterday || takeWord(text, "today");
+  if (isYesterday) --fields->tm_mday;
+  if (isNamed && text.empty()) return localDate(*fields);
+  if (isNamed && !take(text, "Tt ")) return std::nullopt;
+  return takeClock(text, *fields) && text.empty() ? localDate(*fields) : std::nullopt;
 }
 
 // What to take off a time to get it in UTC.
@@ -127,10 +145,9 @@ std::optional<Date> secondsSince1970(std::string_view text) {
 
 std::optional<Date> instantFromText(std::string_view text, Date now) {
   if (text == "now") return now;
-  if (text == "today") return midnight(now, 0);
-  if (text == "yesterday") return midnight(now, 1);
   if (text.starts_with('@')) return secondsSince1970(text.substr(1));
   if (const auto date = absoluteDate(text)) return date;
+  if (const auto date = dayAndClock(text, now)) return date;
   // A number without a unit might be anything.
   const bool hasUnit = !text.empty() && (text.back() < '0' || text.back() > '9');
   const auto ago = hasUnit ? durationFromText(text) : std::nullopt;
@@ -140,8 +157,9 @@ std::optional<Date> instantFromText(std::string_view text, Date now) {
 Date requireInstant(const char* option, const std::string& text, Date now) {
   const auto date = instantFromText(text, now);
   if (!date)
-    throw Failure(ExitStatus::usage,
-                  fmt::format("{}: '{}' is no time such as 2026-11-21T10:00, 2h or yesterday", option, text));
+    throw Failure(
+        ExitStatus::usage,
+        fmt::format("{}: '{}' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday", option, text));
   return *date;
 }
 

@@ -48,15 +48,6 @@ std::string hundredthsOr(const std::optional<int32_t>& value, const char* otherw
   return text;
 }
 
-// "0s", "59s", "12m", "23h", "9d"
-std::string ageText(platform::Date heard, platform::Date now) {
-  const auto seconds = std::max<int64_t>(std::chrono::floor<std::chrono::seconds>(now - heard).count(), 0);
-  if (seconds < 60) return fmt::format("{}s", seconds);
-  if (seconds < 3'600) return fmt::format("{}m", seconds / 60);
-  if (seconds < 86'400) return fmt::format("{}h", seconds / 3'600);
-  return fmt::format("{}d", seconds / 86'400);
-}
-
 // Without the zone, which stands above the table.
 std::string clockText(platform::Date heard, TimeText& times) {
   const std::string text = times.clock(heard);

@@ -130,8 +130,8 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
 inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
   command.add_option(
       "--since", since,
-      "from then on: 2026-11-21T10:00, 2h (ago), yesterday, today or @ and seconds since 1970");
-  command.add_option("--until", until, "before then; as --since");
+      "from then on: 2026-11-21T15:00, 15:00 (today), yesterday, 2h (ago) or @ and seconds since 1970");
+  command.add_option("--until", until, "before then, without that instant itself; as --since");
 }
 
 inline void addBeaconChoice(CLI::App& command, std::vector<std::string>& beacons) {
@@ -160,7 +160,7 @@ CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, co
 
 inline void addContainer(CLI::App& command, std::filesystem::path& container) {
   addPath(command, "-C,--container", container,
-          "folder of the log, the tags, the settings and the history; default: the user's data folder for "
+          "folder of the log, the tags and the history; default: the user's data folder for "
           "brenloft");
 }
 

@@ -142,9 +142,10 @@ struct SourcesOptions {
 };
 
 struct ConfigOptions {
-  enum class Action { check, keys };
+  enum class Action { check, show, keys };
   Action action = Action::check;
-  std::filesystem::path file;
+  std::filesystem::path file;       ///< none: `kSettingsFile`
+  std::filesystem::path container;  ///< of `check`: which beacons were ever heard
   CommandVocabulary vocabulary;
 };
 

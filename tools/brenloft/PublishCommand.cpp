@@ -110,8 +110,7 @@ void finish(const platform::Result<>& result) {
 }
 
 ExitStatus forget(const PublishOptions& options, platform::DispatchService& dispatch) {
-  const auto settings = options.settings->current();
-  const std::vector<BeaconId> beacons = beaconsFromTexts("--forget", options.forget, *settings);
+  const std::vector<BeaconId> beacons = beaconsFromTexts("--forget", options.forget, *options.settings);
   const PublisherOptions publisher = publisherOptions(options);
   const Topics topics(publisher.gateway);
   const auto forgotten =

@@ -16,8 +16,10 @@
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/InstantText.h"
+#include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Store.h"
+#include "tools/brenloft/TimeText.h"
 
 namespace brenloft {
 namespace {
@@ -35,8 +37,8 @@ web::PageModel readPage(HistoryReader& reader, const ReportOptions& options, con
   span.until = std::min(span.until, now);
   if (span.until - span.since < std::chrono::minutes(1))
     throw Failure(ExitStatus::usage, "--since: less than a minute is no time to report of");
-  auto page =
-      web::readPageModel(reader, settings, {span, beaconsFromTexts("--beacon", options.beacons, settings)});
+  auto page = web::readPageModel(reader, settings,
+                                 {span, beaconsFromTexts("--beacon", options.beacons, *options.settings)});
   if (!page)
     throw Failure(ExitStatus::storeUnusable,
                   fmt::format("{}: {}", (folderOfContainer(options.container) / kHistoryFileName).string(),
@@ -55,6 +57,13 @@ void writeTo(const std::string& file, const std::string& page) {
   document.finish();
 }
 
+// The page is whole, but most often another time was meant.
+void tellWhereAllIsEarlier(const web::PageModel& page) {
+  if (!page.extent || page.extent->until > page.span.since) return;
+  printMessage(fmt::format("nothing in that time; the history ends at {}; --since and --until choose another",
+                           TimeText(TimeForm::local).whole(page.extent->until)));
+}
+
 }  // namespace
 
 ExitStatus runReport(const ReportOptions& options) {
@@ -67,6 +76,7 @@ ExitStatus runReport(const ReportOptions& options) {
   if (!reader) throw Failure(ExitStatus::storeUnusable, file.string() + ": " + reader.error().text);
   const web::PageModel page = readPage(**reader, options, *settings);
   writeTo(options.out, web::writePage(page, {options.title, randomName()}));
+  tellWhereAllIsEarlier(page);
   return ExitStatus::done;
 }
 

@@ -16,6 +16,7 @@
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/SearchEvents.h"
+#include "tools/brenloft/SettingsWarnings.h"
 #include "tools/brenloft/Store.h"
 
 namespace brenloft {
@@ -63,6 +64,13 @@ SearchGateway::SearchGateway(const SearchOptions& options, RunLoop& loop, Handle
   line_.add(unowned(handlers_.shown));
   if (options.gateway.keepsHistory) addHistory(options);
   for (const GatewayOptions::File& file : options.gateway.files) addFile(file, options);
+  warnOfPrograms(*settings_->current());
+}
+
+// Before the night in which one is needed. On virtual time none is run.
+void SearchGateway::warnOfPrograms(const Settings& settings) const {
+  if (loop_.isVirtual()) return;
+  for (const std::string& line : missingPrograms(settings)) handlers_.onMessage("brenloft: " + line);
 }
 
 void SearchGateway::addHistory(const SearchOptions& options) {
@@ -120,6 +128,7 @@ void SearchGateway::reload() {
   const auto [settings, lines] = settings_->reload();
   for (const std::string& line : lines) handlers_.onMessage(line);
   if (settings) line_.setSettings(settings);
+  if (settings) warnOfPrograms(*settings);
   line_.reopen();
 }
 

@@ -43,6 +43,7 @@ class SearchGateway {
 
  private:
   void notify(const AlarmNotice& notice);
+  void warnOfPrograms(const Settings& settings) const;
   void addHistory(const SearchOptions& options);
   void addFile(const GatewayOptions::File& file, const SearchOptions& options);
   Sink::StateHandler stateHandler(const std::string& name);

@@ -1,7 +1,10 @@
 #include "tools/brenloft/TimeText.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+
+#include <fmt/format.h>
 
 namespace brenloft {
 namespace {
@@ -26,6 +29,14 @@ void appendSeconds(platform::Date date, std::string& text) {
 
 TimeForm timeFormOf(const std::optional<TimeForm>& asked, Format format) {
   return asked.value_or(format == Format::table ? TimeForm::local : TimeForm::epoch);
+}
+
+std::string ageText(platform::Date heard, platform::Date now) {
+  const auto seconds = std::max<int64_t>(std::chrono::floor<std::chrono::seconds>(now - heard).count(), 0);
+  if (seconds < 60) return fmt::format("{}s", seconds);
+  if (seconds < 3'600) return fmt::format("{}m", seconds / 60);
+  if (seconds < 86'400) return fmt::format("{}h", seconds / 3'600);
+  return fmt::format("{}d", seconds / 86'400);
 }
 
 TimeText::TimeText(TimeForm form)

@@ -14,6 +14,9 @@ namespace brenloft {
 /// The form that was asked for; else people read local time, and programs seconds since 1970.
 TimeForm timeFormOf(const std::optional<TimeForm>& asked, Format format);
 
+/// How long ago, in one unit: "0s", "59s", "12m", "23h", "9d".
+std::string ageText(platform::Date heard, platform::Date now);
+
 /// Writes times in one form, each with its zone.
 ///
 /// Threads: one at a time.
