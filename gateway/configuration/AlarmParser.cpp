@@ -60,7 +60,7 @@ class AlarmReader {
 
   void readName() {
     rule_.name = values_.text("name");
-    if (!stands("name")) complain("name", "an alarm needs a name");
+    if (!stands("name") && !hasComplaint()) complain("name", "an alarm needs a name");
     if (!rule_.name.empty() && settings_.alarm(rule_.name))
       complain("name", fmt::format("another alarm is named \"{}\", too", rule_.name));
   }

@@ -53,7 +53,9 @@ class DocumentReader {
     const auto* table = as<TomlValue::Table>(entry.value);
     if (entry.key == "beacon") return readBeacons(entry.value);
     if (isCommand(entry.key)) return readCommand(entry.key, entry.value);
-    if (!table) return common_.emplace_back(&entry.value, entry.key), void();
+    const auto* array = as<TomlValue::Array>(entry.value);
+    const bool isSection = table || (array && !array->empty() && as<TomlValue::Table>(array->front()));
+    if (!isSection) return common_.emplace_back(&entry.value, entry.key), void();
     std::vector<std::string> names{"beacon", "alarm"};
     for (const auto& [command, options] : vocabulary_.commands)
       names.push_back(command.substr(0, command.find(' ')));

@@ -115,6 +115,11 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
   const std::pair<std::string, std::string> cases[] = {
       {"a = 1\nb = \n", "2: expected value, saw '\\n'\n"},
       {"[scan]\nsource = hci:0  # here\n", "2: source: texts need quotes: source = \"hci:0\"\n"},
+      {"a = true\na = true\n", "2: cannot redefine existing boolean 'a'\n"},
+      {"name = \"x\n", "1: name: the text has no quote at its end\n"},
+      {"a = 0,5\n", "1: a: numbers have a point: a = 0.5\n"},
+      {"[[alarms]]\nname = \"a\"\n", "1: there is no section [alarms]; did you mean alarm?\n"},
+      {"[[alarm]]\nnmae = \"a\"\nsilent = 10\n", "2: nmae is no key of [[alarm]]; did you mean name?\n"},
       {"[scan]\nlog = True\n", "2: log: write true, in small letters\n"},
       {"[scan.\"C0-C1-5C-00-00-01\"]\n",
        "1: there is no section [scan.\"C0-C1-5C-00-00-01\"]; did you mean [beacon.\"C0-C1-5C-00-00-01\"]?\n"},

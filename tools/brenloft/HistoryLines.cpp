@@ -72,8 +72,7 @@ HistoryLines::HistoryLines(HistoryFormat format, const std::optional<TimeForm>& 
 void HistoryLines::header(std::string& lines) {
   if (format_ == HistoryFormat::table)
     lines += fmt::format("{:<{}}{}  {:<{}}  {:>4}  {:>7}  {:>6}  {:>4}  {}\n", "time", times_.wholeWidth(),
-                         ageCell("age"), "beacon", kBeaconWidth, "rssi", "°C", "%RH", "batt",
-                         agesAt_ ? "" : "event");
+                         ageCell("age"), "beacon", kBeaconWidth, "rssi", "°C", "%RH", "batt", "event");
   if (format_ == HistoryFormat::csv)
     lines +=
         "seq,time,event,id,name,place,rssi,temperature,humidity,battery,emergency,tx_power,accel_x,accel_y,"

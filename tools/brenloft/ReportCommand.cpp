@@ -60,8 +60,9 @@ void writeTo(const std::string& file, const std::string& page) {
 // The page is whole, but most often another time was meant.
 void tellWhereAllIsEarlier(const web::PageModel& page) {
   if (!page.extent || page.extent->until > page.span.since) return;
-  printMessage(fmt::format("nothing in that time; the history ends at {}; --since and --until choose another",
-                           TimeText(TimeForm::local).whole(page.extent->until)));
+  printMessage(
+      fmt::format("nothing in that time; the history ends at {}; --since and --until choose another",
+                  TimeText(TimeForm::local).whole(page.extent->until - std::chrono::microseconds(1))));
 }
 
 }  // namespace
