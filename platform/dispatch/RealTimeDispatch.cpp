@@ -57,6 +57,12 @@ RealTimeDispatchService::~RealTimeDispatchService() {
 
 }  // namespace
 
+void RealTimeDispatch::asyncOnCurrent(dispatch_block_t block) {
+  if (RealTimeQueue* const queue = RealTimeQueue::current(); queue != nullptr)
+    return queue->async(std::move(block));
+  block();
+}
+
 std::shared_ptr<RealTimeDispatch> RealTimeDispatch::make() {
   return std::make_shared<RealTimeDispatchService>();
 }

@@ -16,6 +16,10 @@ class BRL_EXPORT RealTimeDispatch : public DispatchService {
  public:
   static std::shared_ptr<RealTimeDispatch> make();
 
+  /// Submits a block to the queue whose block the calling thread is in, of whatever service; runs it at once
+  /// on a thread that is in none. For what is to be done once for all that waits there.
+  static void asyncOnCurrent(dispatch_block_t block);
+
   /// Runs blocks of the main queue on the calling thread until `stop`. One thread at a time, and not from one
   /// of those blocks. A `stop` that came before makes it return at once.
   virtual void run() = 0;

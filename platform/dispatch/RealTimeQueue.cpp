@@ -13,7 +13,7 @@ namespace platform {
 namespace {
 
 // The queue whose block this thread is in.
-thread_local const dispatch_queue* currentQueue = nullptr;
+thread_local RealTimeQueue* currentQueue = nullptr;
 
 // Wake-ups that may be late fall on common instants, so that several need one.
 constexpr dispatch_time_t kCommonInstants = std::chrono::milliseconds(250);
@@ -55,7 +55,7 @@ RealTimeQueue::~RealTimeQueue() {
 void RealTimeQueue::release() {
   const std::scoped_lock lock(mutex_);
   released_ = true;
-  wake_.notify_one();
+  sleeper_.wake();
 }
 
 void RealTimeQueue::endThread() {
@@ -73,12 +73,16 @@ void RealTimeQueue::end() {
     ended_ = stopping_ = true;
     dropped.swap(ready_);
     std::ranges::move(deadlines_.takeAll(), std::back_inserter(dropped));
-    wake_.notify_one();
+    sleeper_.wake();
   }
   for (const PendingWork& work : dropped) {
     if (const auto* wake = std::get_if<TimerWake>(&work)) wake->source->cancel();
   }
   endThread();
+}
+
+RealTimeQueue* RealTimeQueue::current() {
+  return currentQueue;
 }
 
 bool RealTimeQueue::isCurrent() const {
@@ -108,7 +112,7 @@ void RealTimeQueue::submitted(Lock& lock) {
   if (WakeUpsTogether::hold(self)) return;
   asleepUntil_ = kAwake;
   lock.unlock();
-  wake_.notify_one();
+  sleeper_.wake();
 }
 
 void RealTimeQueue::wakeUp() {
@@ -116,7 +120,7 @@ void RealTimeQueue::wakeUp() {
   if (!sleepsTooLong()) return;
   asleepUntil_ = kAwake;
   lock.unlock();
-  wake_.notify_one();
+  sleeper_.wake();
 }
 
 dispatch_time_t RealTimeQueue::pick(dispatch_time_t want, dispatch_time_t leeway) const {
@@ -131,7 +135,7 @@ void RealTimeQueue::wakeAt(const std::shared_ptr<TimerSource>& source, dispatch_
   if (readiness_) showReadiness();
   if (!sleepsTooLong()) return;
   asleepUntil_ = kAwake;
-  wake_.notify_one();
+  sleeper_.wake();
 }
 
 std::shared_ptr<TimerSource> RealTimeQueue::forget(TimerSource& source) {
@@ -174,10 +178,7 @@ size_t RealTimeQueue::poll() {
 
 void RealTimeQueue::sleep(Lock& lock) {
   asleepUntil_ = deadlines_.nextDue();
-  if (asleepUntil_ == DISPATCH_TIME_FOREVER)
-    wake_.wait(lock);
-  else
-    wake_.wait_until(lock, std::chrono::steady_clock::time_point(asleepUntil_));
+  sleeper_.sleep(lock, asleepUntil_);
   asleepUntil_ = kAwake;
 }
 
@@ -198,7 +199,7 @@ bool RealTimeQueue::runFirst(Lock& lock) noexcept {
     PendingWork work = std::move(ready_.front());
     ready_.pop_front();
     lock.unlock();
-    const dispatch_queue* outer = std::exchange(currentQueue, this);
+    RealTimeQueue* const outer = std::exchange(currentQueue, this);
     if (auto* posted = std::get_if<PostedBlock>(&work))
       posted->block();
     else
@@ -212,7 +213,7 @@ bool RealTimeQueue::runFirst(Lock& lock) noexcept {
 void RealTimeQueue::stop() {
   const std::scoped_lock lock(mutex_);
   stopping_ = true;
-  wake_.notify_one();
+  sleeper_.wake();
 }
 
 int RealTimeQueue::fileDescriptor() {

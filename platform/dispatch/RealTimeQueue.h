@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -10,6 +9,7 @@
 
 #include "platform/dispatch/DeadlineMap.h"
 #include "platform/dispatch/Readiness.h"
+#include "platform/dispatch/Sleeper.h"
 #include "platform/dispatch/TimerSource.h"
 
 namespace platform {
@@ -28,6 +28,9 @@ class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_th
   /// Gives the queue a thread, which owns it. What is returned is for whoever submits: once that is let go
   /// of, the thread does what is pending and ends.
   static dispatch_queue_t startThread(const std::shared_ptr<RealTimeQueue>& queue);
+
+  /// The one whose block the calling thread is in; null when it is in none.
+  static RealTimeQueue* current();
 
   const std::string& label() const override { return label_; }
   void async(dispatch_block_t block) override;
@@ -70,7 +73,7 @@ class RealTimeQueue final : public TimerQueue, public std::enable_shared_from_th
   std::thread thread_;
 
   Mutex mutex_;  // guards what follows
-  std::condition_variable_any wake_;
+  Sleeper sleeper_;
   dispatch_time_t asleepUntil_ = kAwake;
   std::deque<PendingWork> ready_;
   DeadlineMap deadlines_;
