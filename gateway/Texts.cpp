@@ -72,11 +72,23 @@ std::string counted(uint64_t count, std::string_view noun) {
 }
 
 std::string csvField(std::string_view text) {
-  const auto isPlain = [](char c) { return c != ',' && c != '"' && c != '\r' && c != '\n'; };
-  if (std::all_of(text.begin(), text.end(), isPlain)) return std::string(text);
-  std::string quoted = "\"";
-  for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + '"';
+  std::string field;
+  appendCsvField(field, text);
+  return field;
+}
+
+void appendCsvField(std::string& fields, std::string_view text) {
+  // The others come before the comma.
+  const auto isPlain = [](unsigned char c) {
+    return c > ',' || (c != ',' && c != '"' && c != '\r' && c != '\n');
+  };
+  if (std::all_of(text.begin(), text.end(), isPlain)) {
+    fields += text;
+    return;
+  }
+  fields += '"';
+  for (const char c : text) fields.append(c == '"' ? 2 : 1, c);
+  fields += '"';
 }
 
 std::string fitted(std::string text, std::size_t width) {

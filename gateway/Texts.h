@@ -21,6 +21,7 @@ std::string counted(uint64_t count, std::string_view noun);
 
 /// RFC 4180: quoted where a comma, a quote or a line end stands inside.
 std::string csvField(std::string_view text);
+void appendCsvField(std::string& fields, std::string_view text);
 
 /// The first `width` characters of a UTF-8 text.
 std::string fitted(std::string text, std::size_t width);

@@ -65,6 +65,10 @@ class H4Server {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, kPatience, [this] { return line_ && model_.scan().has_value(); });
   }
+  bool waitForHost() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [this] { return line_ != nullptr; });
+  }
   /// Until the host has gone.
   bool waitForEnd() {
     std::unique_lock lock(mutex_);

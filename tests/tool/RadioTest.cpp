@@ -47,6 +47,8 @@ TEST(Radio, IsReadOnBesideAReaderThatStalls) {
   uint16_t taken = 0;
   while (taken < kSenders && server.sendSome(ControllerModel::legacyReport(taken, data))) ++taken;
   EXPECT_EQ(taken, kSenders);
+  server.drop();
+  EXPECT_TRUE(server.waitForHost()) << "the radio's state is told, and the radio opened anew";
   tool.signal(SIGINT);
   const Ended ended = tool.readToEnd();
   EXPECT_EQ(ended.status, 0);

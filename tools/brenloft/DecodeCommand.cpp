@@ -83,7 +83,7 @@ class Decoder {
       case Format::table:
         return out_.write(readings ? row(*readings) : tooShort(octets->size()));
       case Format::csv:
-        return out_.write(readingsFields(readings) + '\n');
+        return writeFields(readings);
       case Format::jsonl:
         return writeLine(readings);
     }
@@ -98,6 +98,12 @@ class Decoder {
 
   static std::string tooShort(std::size_t length) {
     return fmt::format("(too short: {} of {} octets)\n", length, kBRLSensorFrameLength);
+  }
+
+  void writeFields(const std::optional<BRLSensorReadings>& readings) {
+    std::string fields;
+    appendReadings(fields, readings);
+    out_.write(fields += '\n');
   }
 
   void writeLine(const std::optional<BRLSensorReadings>& readings) {

@@ -44,6 +44,7 @@ class HeardPrinter {
                              "address", "kind", "rssi", "uuids", "manufacturer data, readings"));
     else if (options_.format == Format::csv)
       out_.write(fmt::format("time,address,kind,rssi,uuids,manufacturer,{}\n", readingsNames()));
+    out_.flushSoon();
   }
 
   void print(const AdvertisingReport& report) {
@@ -58,6 +59,7 @@ class HeardPrinter {
       structures_.read(report.data);
       print(report, structures_.serviceUUIDs, structures_.manufacturerData);
     }
+    out_.flushSoon();
   }
 
   bool isFull() const { return options_.count != 0 && printed_ >= options_.count; }
@@ -110,14 +112,22 @@ class HeardPrinter {
 
   void writeFields(const AdvertisingReport& report, const std::vector<CBUUID>& uuids,
                    std::optional<DataView> manufacturer, const std::optional<BRLSensorReadings>& readings) {
-    out_.write(fmt::format("{},{},{},{},{},{},{}\n", times_.whole(report.time), report.address.text(),
-                           textOf(report.kind), report.rssi, joined(uuids, " "),
-                           manufacturer ? platform::hexText(*manufacturer) : "", readingsFields(readings)));
+    fields_.clear();
+    times_.appendWhole(report.time, fields_);
+    fields_.append(",").append(report.address.text()).append(",").append(textOf(report.kind)).append(",");
+    fields_.append(fmt::format_int(report.rssi).c_str()).append(",").append(joined(uuids, " ")).append(",");
+    if (manufacturer) fields_ += platform::hexText(*manufacturer);
+    fields_ += ',';
+    appendReadings(fields_, readings);
+    out_.write(fields_ += '\n');
   }
 
   static std::string joined(const std::vector<CBUUID>& uuids, std::string_view separator) {
     std::string texts;
-    for (const CBUUID& uuid : uuids) texts.append(texts.empty() ? "" : separator).append(uuid.UUIDString());
+    for (const CBUUID& uuid : uuids) {
+      if (!texts.empty()) texts += separator;
+      texts += uuid.UUIDString();
+    }
     return texts;
   }
 
@@ -125,6 +135,7 @@ class HeardPrinter {
   Output& out_;
   TimeText times_;
   JsonLine line_;
+  std::string fields_;
   platform::ADStructures structures_;
   platform::AdvertisementMerger merger_;
   std::atomic<uint64_t> printed_{0};
@@ -175,6 +186,7 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
 // Ends the loop when nobody reads any more, which a source that is silent would not show.
 void watchReader(RunLoop& loop, Output& out) {
   if (loop.isVirtual()) return;
+  out.flush();  // what a burst that takes long has written so far
   out.checkReader();
   if (out.isClosed()) return loop.stop();
   loop.dispatch()->after(Output::kReaderCheck, loop.dispatch()->mainQueue(), [&] { watchReader(loop, out); });
@@ -200,6 +212,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, 
                            .onRadioState = [](const auto& state) { printMessage(radioLine(state)); },
                            .onUnusable = [&] { loop.stop(); }});
   const auto reports = monitor->wrap(source.reports);
+  out.setOnClosed([&] { loop.stop(); });
   monitor->begin();
   printer.begin();
   watchReader(loop, out);
@@ -223,7 +236,7 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, 
 ExitStatus runHear(const HearOptions& options) {
   const std::string file = captureFileOf(options.source);
   StopSignals signals;  // before any other thread, and until the last of the output is taken
-  Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::lines);
+  Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::bursts);
   HeardPrinter printer(options, out);
   if (file.empty())
     hearSource(options, printer, out, signals);

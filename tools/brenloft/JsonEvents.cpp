@@ -16,7 +16,7 @@ class JsonEvents : public SearchEvents {
     line_.plainKey("bytes").beginArray();
     for (const std::string& octet : octets) line_.text(octet);
     line_.endArray().endObject();
-    out_.hold(line_.take());  // the same advertisement's beacon follows in the same call of the library
+    out_.write(line_.take());
     return true;
   }
 

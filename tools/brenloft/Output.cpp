@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Keyboard.h"
 #include "tools/brenloft/StopSignals.h"
@@ -39,36 +40,56 @@ bool isRegularFile() {
 
 Output::Output(Buffering buffering) : buffering_(buffering), mayStall_(!isRegularFile()) {}
 
-void Output::hold(std::string_view text) {
-  const std::scoped_lock lock(mutex_);
-  if (error_ == 0) pending_ += text;
+void Output::write(std::string_view text) {
+  if (isClosed()) return;
+  {
+    const std::scoped_lock lock(mutex_);
+    pending_ += text;
+  }
+  if (buffering_ == Buffering::lines || (buffering_ == Buffering::blocks && isFull())) flush();
 }
 
-void Output::write(std::string_view text) {
+bool Output::isFull() {
   const std::scoped_lock lock(mutex_);
-  if (error_ != 0) return;
-  pending_ += text;
-  if (buffering_ == Buffering::lines || pending_.size() >= kBlock) flushLocked();
+  return pending_.size() >= kBlock;
 }
 
 void Output::flush() {
-  const std::scoped_lock lock(mutex_);
-  flushLocked();
+  const std::scoped_lock sending(sending_);
+  {
+    const std::scoped_lock lock(mutex_);
+    going_.swap(pending_);
+  }
+  send(going_);
+  going_.clear();
 }
 
-void Output::flushLocked() {
-  std::string_view rest = pending_;
-  while (!rest.empty() && error_ == 0) {
+void Output::flushSoon() {
+  if (buffering_ != Buffering::bursts) return;
+  if (isFull()) return flushAndTell();
+  if (isFlushAwaited_.exchange(true)) return;
+  platform::RealTimeDispatch::asyncOnCurrent([this] {
+    isFlushAwaited_ = false;
+    flushAndTell();
+  });
+}
+
+void Output::flushAndTell() {
+  flush();
+  if (isClosed()) onClosed_();
+}
+
+void Output::send(std::string_view text) {
+  while (!text.empty() && !isClosed()) {
     if (mayStall_ && !awaitReader()) break;
     // A pipe that can be written takes this much at once, so that only the wait ever blocks.
-    const std::size_t size = mayStall_ ? std::min<std::size_t>(rest.size(), PIPE_BUF) : rest.size();
-    const ssize_t written = ::write(STDOUT_FILENO, rest.data(), size);
+    const std::size_t size = mayStall_ ? std::min<std::size_t>(text.size(), PIPE_BUF) : text.size();
+    const ssize_t written = ::write(STDOUT_FILENO, text.data(), size);
     if (written >= 0)
-      rest.remove_prefix(static_cast<std::size_t>(written));
+      text.remove_prefix(static_cast<std::size_t>(written));
     else if (errno != EINTR)
       error_ = errno;
   }
-  pending_.clear();
 }
 
 bool Output::awaitReader() {
@@ -87,20 +108,14 @@ bool Output::awaitReader() {
 void Output::checkReader() {
   pollfd polled{STDOUT_FILENO, 0, 0};
   if (::poll(&polled, 1, 0) <= 0 || (polled.revents & (POLLERR | POLLHUP)) == 0) return;
-  const std::scoped_lock lock(mutex_);
-  if (error_ == 0) error_ = EPIPE;
-}
-
-bool Output::isClosed() const {
-  const std::scoped_lock lock(mutex_);
-  return error_ != 0;
+  int none = 0;
+  error_.compare_exchange_strong(none, EPIPE);
 }
 
 void Output::finish() {
   flush();
-  const std::scoped_lock lock(mutex_);
-  if (error_ != 0 && error_ != EPIPE)
-    throw Failure(ExitStatus::failed, "standard output: " + std::generic_category().message(error_));
+  if (const int error = error_; error != 0 && error != EPIPE)
+    throw Failure(ExitStatus::failed, "standard output: " + std::generic_category().message(error));
 }
 
 bool Output::isTerminal() {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
@@ -18,6 +21,7 @@ class Output {
  public:
   enum class Buffering {
     lines,   ///< each write goes out at once, for readers that follow
+    bursts,  ///< what is written in one go goes out together, by `flushSoon`; writing waits for nobody
     blocks,  ///< for output that is made as fast as it can be
   };
 
@@ -31,11 +35,15 @@ class Output {
 
   /// Whole lines, with their line ends, or octets as they are.
   void write(std::string_view text);
-  /// The same for lines that others follow at once: both go out together.
-  void hold(std::string_view text);
   void flush();
+  /// For bursts: flushes once the queue whose block this thread is in has done what waits there now, and at
+  /// once when much is there or the thread is in none. Call it with no lock held that others need. This
+  /// object must outlive the queues.
+  void flushSoon();
+  /// What `flushSoon` calls when it finds that nobody reads any more. Set before.
+  void setOnClosed(std::function<void()> onClosed) { onClosed_ = std::move(onClosed); }
   /// Nobody reads any more, or the output cannot be written.
-  bool isClosed() const;
+  bool isClosed() const { return error_ != 0; }
   /// Notices that nobody reads any more without writing; for whoever may have nothing to write for long.
   void checkReader();
   /// Flushes; throws `Failure` when the output could not be written for another reason than a closed pipe.
@@ -48,14 +56,21 @@ class Output {
   static void restoreTerminal();
 
  private:
-  void flushLocked();
+  bool isFull();
+  void flushAndTell();
+  void send(std::string_view text);
   bool awaitReader();
 
   const Buffering buffering_;
   const bool mayStall_;
-  mutable std::mutex mutex_;
-  std::string pending_;
-  int error_ = 0;
+  std::function<void()> onClosed_ = [] {};
+  std::atomic<bool> isFlushAwaited_ = false;
+  std::atomic<int> error_ = 0;
+
+  std::mutex sending_;   // held while the reader is waited for; taken before the other
+  std::string going_;    // guarded by sending_
+  std::mutex mutex_;     // never held while somebody is waited for
+  std::string pending_;  // guarded by mutex_
 };
 
 }  // namespace brenloft

@@ -64,10 +64,10 @@ void append(std::string& fields, Integer number) {
   fields.append(digits.data(), digits.size());
 }
 void append(std::string& fields, const std::string& text) {
-  fields += csvField(text);
+  appendCsvField(fields, text);
 }
 void append(std::string& fields, const BRLOptionalText& text) {
-  if (text) fields += csvField(*text);
+  if (text) appendCsvField(fields, *text);
 }
 template <typename T>
 void append(std::string& fields, const T& value, TimeText&) {
@@ -79,14 +79,19 @@ void append(std::string& fields, const std::optional<platform::Date>& date, Time
 
 // What `append` makes of each entry of a table, with commas between.
 template <typename Table, typename Append>
-std::string joined(const Table& table, const Append& append) {
-  std::string fields;
+void appendAll(std::string& fields, const Table& table, const Append& append) {
   BRLForEach(table, [&](const auto& entry) {
     append(fields, entry);
     fields += ',';
   });
   fields.pop_back();
-  return fields;
+}
+
+template <typename Table>
+std::string namesOf(const Table& table) {
+  std::string names;
+  appendAll(names, table, [](std::string& to, const auto& entry) { to += entry.name; });
+  return names;
 }
 
 }  // namespace
@@ -99,14 +104,14 @@ void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readi
   writeObject(line, kBRLReadings, *readings);
 }
 
-std::string readingsFields(const std::optional<BRLSensorReadings>& readings) {
-  return joined(kBRLReadings, [&](std::string& fields, const auto& reading) {
-    if (readings) append(fields, (*readings).*reading.member);
+void appendReadings(std::string& fields, const std::optional<BRLSensorReadings>& readings) {
+  appendAll(fields, kBRLReadings, [&](std::string& to, const auto& reading) {
+    if (readings) append(to, (*readings).*reading.member);
   });
 }
 
 std::string readingsNames() {
-  return joined(kBRLReadings, [](std::string& names, const auto& reading) { names += reading.name; });
+  return namesOf(kBRLReadings);
 }
 
 std::string readingsText(const BRLSensorReadings& readings) {
@@ -120,14 +125,13 @@ void writeRecord(JsonLine& line, const BRLBeaconSnapshot& record) {
   writeObject(line, kBRLProperties, record);
 }
 
-std::string recordFields(const BRLBeaconSnapshot& record, TimeText& times) {
-  return joined(kBRLProperties, [&](std::string& fields, const auto& property) {
-    append(fields, record.*property.member, times);
-  });
+void appendRecord(std::string& fields, const BRLBeaconSnapshot& record, TimeText& times) {
+  appendAll(fields, kBRLProperties,
+            [&](std::string& to, const auto& property) { append(to, record.*property.member, times); });
 }
 
 std::string recordNames() {
-  return joined(kBRLProperties, [](std::string& names, const auto& property) { names += property.name; });
+  return namesOf(kBRLProperties);
 }
 
 std::string recordRow(const BRLBeaconSnapshot& record) {

@@ -14,7 +14,7 @@ namespace brenloft {
 void writeReadings(JsonLine& line, const std::optional<BRLSensorReadings>& readings);
 
 /// The ten readings as fields of a CSV line, empty ones without readings, and their names.
-std::string readingsFields(const std::optional<BRLSensorReadings>& readings);
+void appendReadings(std::string& fields, const std::optional<BRLSensorReadings>& readings);
 std::string readingsNames();
 
 /// "23.45 50.00 tx 0 battery 100 …", for people.
@@ -24,7 +24,7 @@ std::string readingsText(const BRLSensorReadings& readings);
 void writeRecord(JsonLine& line, const BRLBeaconSnapshot& record);
 
 /// The eighteen properties as fields of a CSV line, absent ones empty, and their names.
-std::string recordFields(const BRLBeaconSnapshot& record, TimeText& times);
+void appendRecord(std::string& fields, const BRLBeaconSnapshot& record, TimeText& times);
 std::string recordNames();
 
 /// The columns of a record in a table for people, and their names.

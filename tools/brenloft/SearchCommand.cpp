@@ -103,7 +103,10 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
         departures_(options.leftAfter) {}
 
   /// Where the time of an event comes from, and what ends the search.
-  void attach(RunLoop& loop) { loop_ = &loop; }
+  void attach(RunLoop& loop) {
+    loop_ = &loop;
+    out_.setOnClosed([&loop] { loop.stop(); });
+  }
   /// Who hears what the library tells, too.
   void attach(Ear& ear) { ear_ = &ear; }
 
@@ -136,30 +139,40 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
     }
   }
   void contextManager_didByteArray(BRLContextManager&, const std::vector<std::string>& octets) override {
-    report([&](auto time) {
-      if (ear_ != nullptr) ear_->bytes(octets);
-      return events_.bytes(time, octets);
-    });
+    // The same advertisement's beacon follows in the same call of the library, and takes the line along.
+    report(
+        [&](auto time) {
+          if (ear_ != nullptr) ear_->bytes(octets);
+          return events_.bytes(time, octets);
+        },
+        false);
   }
   void emergencyCallback_forBeacon(BRLContextManager&,
                                    const std::shared_ptr<BRLBeaconDataModel>& beacon) override {
     report([&](auto time) { return events_.emergency(time, beacon->snapshot()); });
   }
-  /// Beside the count, which is of what was heard.
+  /// Beside the count, which is of what was heard. On the radio's queue, which a reader that stalls is not to
+  /// hold up.
   void radio(const platform::RadioState& state) {
-    const std::scoped_lock lock(mutex_);
-    if (comesTooLate()) return;
-    departures_.interrupt();
-    show([&](auto time) {
-      events_.radio(time, state);
-      return false;
-    });
+    {
+      const std::scoped_lock lock(mutex_);
+      if (comesTooLate()) return;
+      departures_.interrupt();
+      show([&](auto time) {
+        events_.radio(time, state);
+        return false;
+      });
+    }
+    loop_->dispatch()->mainQueue()->async([this] { out_.flushSoon(); });
   }
 
   void accept(const Record& record) override {
-    const std::scoped_lock lock(mutex_);
-    // What was heard before the end is shown, however late it comes.
-    count(!isCountedOut() && events_.record(record));
+    {
+      const std::scoped_lock lock(mutex_);
+      // What was heard before the end is shown, however late it comes.
+      count(!isCountedOut() && events_.record(record));
+    }
+    out_.flushSoon();
   }
   void flush() override {}
   State state() const override { return {}; }
@@ -169,8 +182,11 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
   }
 
   void tick() {
-    const std::scoped_lock lock(mutex_);
-    events_.tick(loop_->dispatch()->date());
+    {
+      const std::scoped_lock lock(mutex_);
+      events_.tick(loop_->dispatch()->date());
+    }
+    out_.flush();
     if (!loop_->isVirtual()) out_.checkReader();
     if (out_.isClosed()) loop_->stop();
   }
@@ -194,12 +210,17 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
 
  private:
   template <typename Event>
-  void report(Event event) {
-    if (!comesTooLate()) {
-      const std::scoped_lock lock(mutex_);
-      if (!comesTooLate()) return count(show(event));
-    }
-    isEnding_.wait(true);  // for good
+  void report(Event event, bool isWhole = true) {
+    if (!reportInTime(event)) isEnding_.wait(true);  // for good
+    if (isWhole) out_.flushSoon();
+  }
+  template <typename Event>
+  bool reportInTime(Event event) {
+    if (comesTooLate()) return false;
+    const std::scoped_lock lock(mutex_);
+    if (comesTooLate()) return false;
+    count(show(event));
+    return true;
   }
   bool rangedPresent(platform::Date time, const BRLRecordList& beacons) {
     BRLRecordList present;
@@ -250,7 +271,7 @@ class Search {
  public:
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
-        out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::lines),
+        out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::bursts),
         events_(makeEvents(
             options_, out_,
             [this](const auto& beacon) { return options_.settings->current()->labelOf(beacon); },
@@ -267,6 +288,7 @@ class Search {
     const std::stop_callback onStop(stop_.get_token(), [this] { stop(); });
     monitor_->begin();
     events_->begin();
+    out_.flush();
     begin();
     source_.loop->run();
     end();

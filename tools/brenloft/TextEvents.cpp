@@ -21,10 +21,10 @@ class CsvEvents : public SearchEvents {
     return row("emergency", time, record);
   }
   bool ranged(platform::Date time, const BRLRecordList& records) override {
-    std::string lines;
-    for (const auto& record : records.view()) lines += line("ranged", time, record->snapshot());
-    out_.write(lines);
-    return !lines.empty();
+    lines_.clear();
+    for (const auto& record : records.view()) appendLine("ranged", time, record->snapshot());
+    out_.write(lines_);
+    return !lines_.empty();
   }
   bool left(platform::Date time, const BRLBeaconSnapshot& record) override {
     return row("left", time, record);
@@ -35,16 +35,23 @@ class CsvEvents : public SearchEvents {
   void radio(platform::Date, const platform::RadioState& state) override { printMessage(radioLine(state)); }
 
  private:
-  std::string line(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    return fmt::format("{},{},{}\n", event, times_.whole(time), recordFields(record, times_));
+  void appendLine(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
+    lines_.append(event).append(",");
+    times_.appendWhole(time, lines_);
+    lines_ += ',';
+    appendRecord(lines_, record, times_);
+    lines_ += '\n';
   }
   bool row(std::string_view event, platform::Date time, const BRLBeaconSnapshot& record) {
-    out_.write(line(event, time, record));
+    lines_.clear();
+    appendLine(event, time, record);
+    out_.write(lines_);
     return true;
   }
 
   Output& out_;
   TimeText times_;
+  std::string lines_;
 };
 
 class RowEvents : public SearchEvents {
