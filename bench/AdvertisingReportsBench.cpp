@@ -58,7 +58,7 @@ void reportsMerged(benchmark::State& state) {
     benchmark::DoNotOptimize(merger.merge(report));
   };
   size_t next = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     reader.read(events[next], {}, take);
     next = next + 1 == events.size() ? 0 : next + 1;
   }
@@ -120,7 +120,7 @@ void reportsDelivered(benchmark::State& state) {
   HCIAdvertisingEvents reader;
   const HCIAdvertisingEvents::Handler take = [&](const AdvertisingReport& report) { source->hear(report); };
   size_t next = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     reader.read(events[next], {}, take);
     next = next + 1 == events.size() ? 0 : next + 1;
   }

@@ -59,7 +59,7 @@ void rescheduleOnRealTime(benchmark::State& state) {
   const auto queue = dispatch->createQueue("timers");
   const auto timer = BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(
       static_cast<double>(state.range(0)), queue, [](BRLTimer&) {});
-  for (auto _ : state) timer->reschedule();
+  for ([[maybe_unused]] auto _ : state) timer->reschedule();
   state.SetItemsProcessed(state.iterations());
   timer->cancel();
 }
@@ -70,7 +70,7 @@ void rescheduleOnVirtualTime(benchmark::State& state) {
   install(dispatch);
   const auto timer =
       BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(5.0, dispatch->mainQueue(), [](BRLTimer&) {});
-  for (auto _ : state) timer->reschedule();
+  for ([[maybe_unused]] auto _ : state) timer->reschedule();
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(rescheduleOnVirtualTime)->Apply(inSmallRun<100'000>);
@@ -98,7 +98,7 @@ void replayOnVirtualTime(benchmark::State& state) {
     BRLTimer::Class::scheduledTimerWithDelay_onQueue_block(1e6, queue, [](BRLTimer&) {});
   }
   int64_t ran = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     dispatch->after(std::chrono::microseconds(100), queue, [&ran] { ++ran; });
     dispatch->advance(std::chrono::microseconds(100));
   }

@@ -61,7 +61,7 @@ void BenchCapture::write(int64_t beacons) {
 
 void readAndMerge(benchmark::State& state, const std::string& path) {
   int64_t reports = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const auto reader = *CaptureReader::open(path, {});
     AdvertisementMerger merger;
     while (reader->next() != CaptureReader::Next::end)
@@ -87,7 +87,7 @@ BENCHMARK(captureToMergedAdvertisement)
 void captureToReport(benchmark::State& state) {
   const BenchCapture capture(100);
   int64_t reports = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const auto reader = *CaptureReader::open(capture.path(), {});
     while (reader->next() != CaptureReader::Next::end)
       reader->read([&](const AdvertisingReport&) { ++reports; });

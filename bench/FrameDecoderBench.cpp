@@ -14,7 +14,8 @@ static void decodeFrames(benchmark::State& state) {
     }
   }
   size_t next = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(BRLSensorReadings::fromFrame(frames[next++ % frames.size()]));
+  for ([[maybe_unused]] auto _ : state)
+    benchmark::DoNotOptimize(BRLSensorReadings::fromFrame(frames[next++ % frames.size()]));
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(decodeFrames)->Apply(brenloft::bench::inSmallRun<50'000>);

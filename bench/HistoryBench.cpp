@@ -5,13 +5,13 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include <sqlite3.h>
-#include <stdlib.h>
 
 #include "bench/Seconds.h"
 #include "bench/SmallRun.h"

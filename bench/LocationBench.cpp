@@ -100,7 +100,7 @@ void framesThroughTheService(benchmark::State& state) {
   const platform::CBPeripheral sender{"C0:00:00:00:00:01"};
 
   std::size_t next = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     bluetooth->delegate->centralManager_didDiscoverPeripheral_advertisementData_RSSI(*bluetooth->central,
                                                                                      sender, air[next], -60);
     next = next + 1 == air.size() ? 0 : next + 1;
@@ -125,7 +125,7 @@ void reportsFromRadioToRanging(benchmark::State& state) {
     air.push_back(platform::iBeaconAdvertisement(
         {{0xC1, 0, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)}, true}, frameOf(i)));
 
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     for (const auto& advertisement : air) radio->advertise(advertisement);
     clock->advance(milliseconds(100));
   }
@@ -135,7 +135,7 @@ BENCHMARK(reportsFromRadioToRanging)->Apply(inSmallRun<30>)->Arg(10)->Arg(100)->
 
 void reportsOfASimulatedWorld(benchmark::State& state) {
   platform::BeaconWorld world({.sensors = static_cast<uint32_t>(state.range(0)), .iBeacons = 10});
-  for (auto _ : state) benchmark::DoNotOptimize(world.next());
+  for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(world.next());
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(reportsOfASimulatedWorld)->Apply(inSmallRun<20'000>)->Arg(10)->Arg(1000);

@@ -137,7 +137,7 @@ double inChild(const std::function<Seconds()>& run) {
 
 void advertisementsToDelegate(benchmark::State& state) {
   const std::string path = writeCapture(static_cast<int>(state.range(0)), kAdvertisements);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const double seconds = inChild([&] { return replay(path, kAdvertisements); });
     if (seconds == 0) state.SkipWithError("the replay failed");
     state.SetIterationTime(seconds);
@@ -148,7 +148,7 @@ void advertisementsToDelegate(benchmark::State& state) {
 
 void rangingReports(benchmark::State& state) {
   const int beacons = static_cast<int>(state.range(0));
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const double seconds = inChild([&] { return range(beacons, kRangingReports); });
     if (seconds == 0) state.SkipWithError("the child failed");
     state.SetIterationTime(seconds);

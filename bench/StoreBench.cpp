@@ -6,13 +6,13 @@
 // Compare the document's time with: time sqlite3 -json FILE 'SELECT * FROM SensorLog' > /dev/null
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
 
 #include <sqlite3.h>
-#include <stdlib.h>
 
 #include "BrenloftSDK/BRLDataManager.h"
 #include "BrenloftSDK/BRLProperties.h"

@@ -68,13 +68,14 @@ std::string sinceText(Date date, Date now) {
 }
 
 std::string durationText(std::chrono::microseconds duration) {
+  constexpr int64_t kMinutesADay = 24 * 60;
   const auto minutes = std::max<int64_t>(std::chrono::floor<Minutes>(duration).count(), 0);
   if (minutes < 1)
     return fmt::format("{} s",
                        std::max<int64_t>(std::chrono::floor<std::chrono::seconds>(duration).count(), 0));
   if (minutes < 90) return fmt::format("{} min", minutes);
-  if (minutes < 2 * 24 * 60) return fmt::format("{} h {:02} min", minutes / 60, minutes % 60);
-  return fmt::format("{} days", minutes / (24 * 60));
+  if (minutes < 2 * kMinutesADay) return fmt::format("{} h {:02} min", minutes / 60, minutes % 60);
+  return fmt::format("{} days", minutes / kMinutesADay);
 }
 
 Date midnight(Date date) {

@@ -55,6 +55,6 @@ struct EventText {
   StateWord state;
   std::string details;
 };
-EventText textOf(const PageEvent& event);
+EventText textOf(const PageEvent& told);
 
 }  // namespace brenloft::web

@@ -76,8 +76,9 @@ void PrivateBus::start(const std::string& policy) {
                            "<allow send_destination='*' eavesdrop='true'/><allow receive_sender='*'/>"
                            "<allow own='*'/>"
                         << policy << "</policy></busconfig>";
+  std::string program = kDaemon;
   std::string option = "--config-file=" + config;
-  char* const arguments[] = {const_cast<char*>(kDaemon), option.data(), nullptr};
+  char* const arguments[] = {program.data(), option.data(), nullptr};
   posix_spawn_file_actions_t quiet;
   ::posix_spawn_file_actions_init(&quiet);
   ::posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);

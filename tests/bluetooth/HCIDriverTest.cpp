@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -79,10 +80,7 @@ class HCIDriverTest : public testing::Test {
     return taken;
   }
   bool wasSaid(std::string_view part) const {
-    for (const auto& line : lines) {
-      if (line.find(part) != std::string::npos) return true;
-    }
-    return false;
+    return std::ranges::any_of(lines, [&](const auto& line) { return line.find(part) != std::string::npos; });
   }
 
   std::shared_ptr<VirtualDispatch> dispatch = VirtualDispatch::make();

@@ -165,7 +165,8 @@ TEST(GapStatistics, TellsHowLongABeaconUsuallyStaysUnheard) {
   // One fast beacon does not hide that most are slow; changing services do not grow the memory.
   GapStatistics gaps;
   for (int i = 0; i < 1000; ++i) hearAt(gaps, 1 + i * 0.1);
-  for (int i = 0; i < 20; ++i) hearAt(gaps, 1 + i / 2 * 10, 2 + i % 2);
+  for (int turn = 0; turn < 10; ++turn)
+    for (const uint32_t beacon : {2U, 3U}) hearAt(gaps, 1 + turn * 10, beacon);
   EXPECT_EQ(gaps.usualGap(), GapStatistics::Gap(10s));
   for (uint32_t i = 0; i < 100'000; ++i) hearAt(gaps, 200, 4 + i);
   EXPECT_LE(gaps.beaconCount(), 4096U);
@@ -186,7 +187,8 @@ std::vector<std::string> warnedOf(ExitTimeWarning& warning, const std::string& a
         {.time = dateWithTimeIntervalSince1970(time), .address = address, .kind = kind, .data = data});
     if (text) said.push_back(*text);
   };
-  for (double time = 1; time < 300; time += 10.2) {
+  for (int turn = 0; turn < 30; ++turn) {
+    const double time = 1 + turn * 10.2;
     hear(time, AdvertisingKind::scannable, advertisement);
     hear(time + 0.03, AdvertisingKind::scanResponse, scanResponse);
   }

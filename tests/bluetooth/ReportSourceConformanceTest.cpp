@@ -117,7 +117,7 @@ void putDaemon(Air& air) {
 void putCapture(Air& air) {
   const auto folder = std::make_shared<test::TemporaryFolder>();
   Data file = btsnoopFile(1002);
-  for (int i = 0; i < 3000; ++i) file = file + btsnoopRecord(h4(advertisingEvent(1)), i * 10'000);
+  for (int i = 0; i < 3000; ++i) file = file + btsnoopRecord(h4(advertisingEvent(1)), int64_t{i} * 10'000);
   test::writeFile(folder->path() / "capture", std::string(textOf(DataView(file))));
   air.make = [&air, folder](const auto&) {
     return *CaptureSource::make({.path = folder->file("capture"), .paced = true}, air.dispatch);

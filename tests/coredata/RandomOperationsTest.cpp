@@ -87,7 +87,7 @@ class Twin {
     EXPECT_EQ(context_->countForFetchRequest_error(request), now_.size());
     std::vector<std::string> rows;
     context_->enumerateRows(request, [&](const platform::StoredRow& row) {
-      const auto* text = std::get_if<std::string_view>(&row.values[0]);
+      const auto* text = std::get_if<std::string_view>(row.values.data());
       rows.emplace_back(text != nullptr ? *text : "NULL");
       return true;
     });

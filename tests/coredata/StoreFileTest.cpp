@@ -15,9 +15,10 @@ int writesLeft = -1;
 
 }  // namespace
 
-// In the place of the C library's, also for SQLite.
-extern "C" __attribute__((visibility("default"))) ssize_t pwrite64(int file, const void* octets,
-                                                                   std::size_t count, off64_t offset) {
+// In the place of the C library's `pwrite64`, also for SQLite.
+extern "C" ssize_t endingPwrite(int file, const void* octets, std::size_t count,
+                                off64_t offset) asm("pwrite64") __attribute__((visibility("default")));
+extern "C" ssize_t endingPwrite(int file, const void* octets, std::size_t count, off64_t offset) {
   if (writesLeft >= 0 && writesLeft-- == 0) _exit(kEndedAtWrite);
   return syscall(SYS_pwrite64, file, octets, count, offset);
 }

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <set>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -165,7 +166,8 @@ TEST_F(RealTimeDispatchTest, EndsAQueueFromItsOwnBlock) {
 
   auto service = RealTimeDispatch::make();
   auto ended = std::make_shared<std::atomic<bool>>(false);
-  service->createQueue("last")->async([held = std::move(service), ended]() mutable {
+  auto last = service->createQueue("last");
+  std::exchange(last, nullptr)->async([held = std::move(service), ended]() mutable {
     held.reset();
     *ended = true;
   });
@@ -189,7 +191,7 @@ TEST_F(RealTimeDispatchTest, EndsTheThreadOfAQueueThatNobodyHolds) {
 TEST_F(RealTimeDispatchTest, EndsTheServiceFromAMainQueueBlock) {
   main_->async([&] { dispatch_.reset(); });
   const auto due = mainTimer(0s, [] { FAIL(); });
-  dispatch_.get()->run();
+  dispatch_->run();
   EXPECT_EQ(dispatch_, nullptr);
   EXPECT_TRUE(due->testCancel()) << "due, but not begun";
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <random>
 #include <vector>
@@ -133,10 +134,7 @@ void print(int second, const Sums& sums) {
   std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  const Options options = optionsFrom(argc, argv);
+int run(const Options& options) {
   for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { isStopped = true; });
   rlimit files{};
   ::getrlimit(RLIMIT_NOFILE, &files);
@@ -155,4 +153,15 @@ int main(int argc, char** argv) {
     fleet.second(options.connecting);
   print(second, fleet.sums());
   return fleet.sums().waiting == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(optionsFrom(argc, argv));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "brenloft_fleet: %s\n", error.what());
+    return 2;
+  }
 }

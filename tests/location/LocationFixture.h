@@ -53,8 +53,8 @@ std::shared_ptr<CLBeaconRegion> beaconRegion(const std::string& identifier, cons
 /// One manager of the service that works from advertisements, on virtual time with a simulated radio.
 class BeaconLocationTest : public testing::Test {
  protected:
-  explicit BeaconLocationTest(platform::SimulatedPlatformOptions options = {})
-      : simulated(std::move(options)), manager(makeManager(listener)) {
+  explicit BeaconLocationTest(const platform::SimulatedPlatformOptions& options = {})
+      : simulated(options), manager(makeManager(listener)) {
     simulated.advance({});
     listener.take();
   }

@@ -57,9 +57,9 @@ class Listener final : public BRLDelegateOf<Listener> {
 class ManagerTest : public testing::Test {
  protected:
   /// `exchange` may put services of its own into the platform before it is installed.
-  explicit ManagerTest(SimulatedPlatformOptions options = {},
+  explicit ManagerTest(const SimulatedPlatformOptions& options = {},
                        const std::function<void(platform::Platform&)>& exchange = {})
-      : simulated(std::move(options)) {
+      : simulated(options) {
     simulated.services().log = [this, keep = simulated.services().log](std::string_view line) {
       keep(line);
       onLogLine(line);

@@ -102,11 +102,7 @@ const std::string kZero(44, '0');
 
 TEST(Decode, PrintsTheTenReadingsOfEachArgumentAndNullForAShortOne) {
   const Ended ended = runTool({"decode", "--format", "jsonl", kZero,
-                               "0080ffffff6402"
-                               "0c61cf123456"
-                               "fc1803e88000"
-                               "01020aEE",
-                               kZero.substr(2), ""});
+                               "0080ffffff64020c61cf123456fc1803e8800001020aEE", kZero.substr(2), ""});
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.err, "");
   EXPECT_EQ(

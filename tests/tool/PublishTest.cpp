@@ -138,7 +138,7 @@ class PublishTest : public testing::Test {
     return std::stoll(runTool({"history", "count", "--container", folder_.file("c")}).out);
   }
   // The first line of a publisher that cannot do its work.
-  std::string complaint(std::vector<std::string> options) const {
+  std::string complaint(const std::vector<std::string>& options) const {
     auto command = publish(options);
     std::string line = "exec";
     for (const std::string& word : command) line += " '" + word + "'";

@@ -88,8 +88,9 @@ RunningProgram::RunningProgram(const std::vector<std::string>& command, const st
     ::dup2(in, STDIN_FILENO);
     ::dup2(out[1], STDOUT_FILENO);
     ::dup2(err_, STDERR_FILENO);
+    std::vector<std::string> arguments = command;
     std::vector<char*> argv;
-    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (std::string& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
     ::execvp(argv[0], argv.data());
     ::_exit(127);

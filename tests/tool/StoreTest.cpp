@@ -211,7 +211,7 @@ TEST(Tags, ComeBackAsTheyWereInALaterProcess) {
       tag({"set", "\xE2\x82 \xC0\x80 \xE0\x9F\xBF \xED\xA0\x80 \xF4\x90\x80\x80 " + characters}, "").status,
       0);
   const auto replaced = [](std::string text) {
-    for (std::size_t at; (at = text.find('?')) != std::string::npos;) text.replace(at, 1, "\xEF\xBF\xBD");
+    for (std::size_t at = 0; (at = text.find('?')) != std::string::npos;) text.replace(at, 1, "\xEF\xBF\xBD");
     return text;
   };
   EXPECT_EQ(tag({"list", "--format", "jsonl"}).lines().back(),

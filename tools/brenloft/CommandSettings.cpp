@@ -20,8 +20,8 @@ struct Trial {
   ChosenCommand run;
 };
 
-std::vector<CLI::App*> subcommandsOf(const CLI::App& app) {
-  return const_cast<CLI::App&>(app).get_subcommands([](const CLI::App*) { return true; });
+std::vector<CLI::App*> subcommandsOf(CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
 // Each command that has none below it, with its whole name.

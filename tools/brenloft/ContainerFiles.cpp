@@ -1,5 +1,6 @@
 #include "tools/brenloft/ContainerFiles.h"
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <string_view>
@@ -42,9 +43,8 @@ bool isBesideOrSame(const fs::path& file, const fs::path& own) {
 }
 
 bool isOfContainer(const fs::path& file, const fs::path& folder) {
-  for (const std::string_view name : kNames)
-    if (isBesideOrSame(file, behindLinks(folder / name))) return true;
-  return false;
+  return std::ranges::any_of(
+      kNames, [&](std::string_view name) { return isBesideOrSame(file, behindLinks(folder / name)); });
 }
 
 bool isDatabase(const fs::path& file) {

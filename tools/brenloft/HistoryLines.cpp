@@ -43,7 +43,7 @@ std::string alarmValue(const AlarmFacts& alarm, const std::optional<int32_t>& va
   return value ? valueText(alarm.quantity, *value) : std::string();
 }
 
-std::string orHyphen(std::string text) {
+std::string orHyphen(const std::string& text) {
   return text.empty() ? "-" : text;
 }
 

@@ -84,8 +84,9 @@ Failure failureFor(const platform::Error& error) {
 
 Source openRadio(std::string address, SourceEvents events) {
   Source source{makeLoop(true), nullptr, true};
-  const platform::RadioSourceOptions options{
-      .address = std::move(address), .dispatch = source.loop->dispatch(), .onDiagnostic = events.onMessage};
+  const platform::RadioSourceOptions options{.address = std::move(address),
+                                             .dispatch = source.loop->dispatch(),
+                                             .onDiagnostic = std::move(events.onMessage)};
   auto made = platform::makeRadioSource(options);
   if (!made) throw failureFor(made.error());
   source.reports = *std::move(made);

@@ -38,11 +38,10 @@ void StopSignals::leaveToOthers() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-StopSignals::StopSignals() : hadTerminal_(hasTerminal()) {
+StopSignals::StopSignals() : hadTerminal_(hasTerminal()), end_(::eventfd(0, EFD_CLOEXEC)) {
   leaveToOthers();
   const sigset_t set = stopSignals();
   signals_ = ::signalfd(-1, &set, SFD_CLOEXEC);
-  end_ = ::eventfd(0, EFD_CLOEXEC);
 }
 
 StopSignals::~StopSignals() {
