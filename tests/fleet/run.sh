@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# run.sh FLEET [GATEWAYS [SECONDS]]: a fleet, a broker, two collectors and a database. In the middle one collector is
+# run.sh FLEET [GATEWAYS [SECONDS [OPTION...]]]: a fleet, a broker, two collectors and a database. In the middle one collector is
 # killed, and the broker is stopped and started. Every record must be in the database once.
 # PostgreSQL does not run as root: root gives it to the user postgres, anybody else runs it as himself.
 set -euo pipefail
@@ -61,9 +61,9 @@ sleep 1
 collect collector-1
 collect collector-2
 sleep 1
-start fleet "$fleet" --port "$port" --gateways "$gateways" --seconds "$seconds"
+start fleet "$fleet" --port "$port" --gateways "$gateways" --seconds "$seconds" "${@:4}"
 sleep $((seconds / 3))
-echo "a collector is killed"
+echo "a collector is killed; rows by now: $(query 'SELECT count(*) FROM brenloft.record')"
 stop collector-2 KILL
 sleep $((seconds / 3))
 echo "the broker is stopped, and is back after five seconds"
@@ -74,13 +74,17 @@ broker
 echo "the collector is back"
 collect collector-2
 wait "${pids[fleet]}" || echo "something was never taken"
+ended=$(date +%s)
 tail -n 1 "$work/fleet.log"
 expected=$(tail -n 1 "$work/fleet.log" | sed 's/.*connected, \([0-9]*\) readings.*/\1/')
-for _ in $(seq 120); do
+# As long as there are more.
+rows=-1
+until [[ $rows == "${before:-}" ]] || ((rows >= expected)); do
+  before=$rows
+  sleep 20
   rows=$(query 'SELECT count(*) FROM brenloft.record')
-  ((rows < expected)) || break
-  sleep 1
 done
+echo "the collectors were done $(($(date +%s) - ended)) s after the fleet"
 for name in broker collector-1 collector-2; do used "$name"; done
 online=$(query 'SELECT count(*) FROM brenloft.gateway')
 holes=$(query 'SELECT count(*) FROM (SELECT 1 FROM brenloft.record GROUP BY store HAVING max(seq) <> count(*)) AS s')

@@ -7,7 +7,7 @@ tool=$1 hours=${2:-24}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=$(mktemp -d)
 pids=()
-finish() { ((${#pids[@]})) && kill -9 "${pids[@]}" 2>/dev/null; rm -rf "$work"; }
+finish() { exec 2>/dev/null; ((${#pids[@]})) && kill -9 "${pids[@]}" 2>/dev/null; rm -rf "$work"; }
 trap finish EXIT
 
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
