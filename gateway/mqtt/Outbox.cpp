@@ -126,7 +126,7 @@ Outbox::Found Outbox::nextOfGateway(Instant now) {
   if (now < nextInfo_ && view_.radio() == toldRadio_) return std::nullopt;
   nextInfo_ = now + kInfoPeriod;
   info_.radio = toldRadio_ = view_.radio();
-  const int64_t waiting = options_.hasBatches ? rows_.lastSeq() - batches_.lane.cursor() : 0;
+  const int64_t waiting = hasBatches() ? rows_.lastSeq() - batches_.lane.cursor() : 0;
   info_.backlog = static_cast<uint64_t>(std::max<int64_t>(waiting, 0));
   return std::pair(payloads_.info(info_, world_.clock(), world_.date()), Origin());
 }
@@ -158,7 +158,7 @@ Outbox::Found Outbox::nextAnnouncement(Instant now) {
 // Batches.
 
 Outbox::Found Outbox::nextBatch(Instant now) {
-  if (!options_.hasBatches || batchesUnderWay_ >= kMostBatchesUnderWay) return std::nullopt;
+  if (!hasBatches() || batchesUnderWay_ >= kMostBatchesUnderWay) return std::nullopt;
   refillBatches(now);
   if (!isBatchDue(now)) return std::nullopt;
   std::size_t rows = std::min(batches_.waiting.size(), kBatchRows);
@@ -241,22 +241,27 @@ void Outbox::settle(Instant now, uint64_t key, Outcome outcome) {
   underWay_.erase(found);
   if (one.channel == kBatches && batchesUnderWay_ > 0) --batchesUnderWay_;
   if (outcome == Outcome::wrong) ++info_.rejected;
-  const bool isKept = outcome == Outcome::forbidden || outcome == Outcome::busy;
-  if (!isKept && std::exchange(refused_[one.channel], Outcome::taken) != Outcome::taken)
+  const bool isUntaken = isKept(one.channel, outcome);
+  if (!isUntaken && std::exchange(refused_[one.channel], Outcome::taken) != Outcome::taken)
     world_.onLine("the broker takes " + std::string(kNames[one.channel]) + " again");
-  if (isKept) hold(now, one.channel, outcome);
+  if (isUntaken) hold(now, one.channel, outcome);
   if (const auto* lane = std::get_if<InLane>(&one.origin)) {
-    if (isKept)
+    if (isUntaken)
       rewind(*lane->track);
     else
       lane->track->lane.acknowledge(lane->ticket);
-  } else if (const auto* view = std::get_if<View::Key>(&one.origin); view != nullptr && isKept) {
+  } else if (const auto* view = std::get_if<View::Key>(&one.origin); view != nullptr && isUntaken) {
     view_.tellAgain(*view);
-  } else if (const auto* message = std::get_if<Message>(&one.origin); message != nullptr && isKept) {
+  } else if (const auto* message = std::get_if<Message>(&one.origin); message != nullptr && isUntaken) {
     announcements_.push_back(*message);
-  } else if (one.channel == kGateway && isKept) {
+  } else if (one.channel == kGateway && isUntaken) {
     isStatusTold_ = false;
   }
+}
+
+bool Outbox::isKept(Channel channel, Outcome outcome) const {
+  if (outcome == Outcome::unheard) return channel == kBatches && options_.batches == Batches::collected;
+  return outcome == Outcome::forbidden || outcome == Outcome::busy;
 }
 
 void Outbox::hold(Instant now, Channel channel, Outcome outcome) {
@@ -264,9 +269,10 @@ void Outbox::hold(Instant now, Channel channel, Outcome outcome) {
   heldUntil_[channel] = now + (isForbidden ? kForbiddenPause : kBusyPause);
   if (std::exchange(refused_[channel], outcome) == outcome) return;
   const std::string name(kNames[channel]);
-  world_.onLine((isForbidden ? "the broker's access list refuses " + name
-                             : "the broker has no room for " + name + " now") +
-                "; they are kept and tried again");
+  const std::string line = isForbidden                ? "the broker's access list refuses " + name
+                           : outcome == Outcome::busy ? "the broker has no room for " + name + " now"
+                                                      : "nobody collects " + name + " now";
+  world_.onLine(line + "; they are kept and tried again");
 }
 
 std::optional<Instant> Outbox::due() const {
@@ -275,7 +281,7 @@ std::optional<Instant> Outbox::due() const {
   if (!view_.isTold()) due = std::min(due, heldUntil_[kView]);
   if (!urgent_.waiting.empty() || !urgent_.isAtEnd) due = std::min(due, heldUntil_[kUrgent]);
   if (!calm_.waiting.empty() || !calm_.isAtEnd) due = std::min(due, heldUntil_[kCalm]);
-  if (options_.hasBatches && batchesUnderWay_ < kMostBatchesUnderWay) {
+  if (hasBatches() && batchesUnderWay_ < kMostBatchesUnderWay) {
     if (!batches_.isAtEnd && batches_.waiting.size() < kBatchRows) due = std::min(due, heldUntil_[kBatches]);
     if (!batches_.waiting.empty()) {
       const bool isWaited = isHistorical(batches_.waiting.front().seq);

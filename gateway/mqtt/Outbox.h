@@ -50,10 +50,15 @@ class Outbox final : public Supply {
     virtual int64_t lastSeq() = 0;
   };
 
+  enum class Batches : uint8_t {
+    off,
+    on,
+    collected,  ///< a batch is sent until somebody has subscribed to it; from MQTT 5 on
+  };
   struct Options {
     uint64_t mostPerSecond = 1'000;     ///< rows that waited
     uint64_t mostBacklog = 10'000'000;  ///< rows
-    bool hasBatches = true;
+    Batches batches = Batches::on;
   };
   struct World {
     std::function<platform::Date()> date;
@@ -65,7 +70,7 @@ class Outbox final : public Supply {
   static constexpr std::chrono::seconds kBatchTime{1};
   static constexpr std::size_t kMostBatchesUnderWay = 4;
   static constexpr int kAnnouncementsPerSecond = 10;
-  /// After which what the broker forbids, or is too busy for, is tried again.
+  /// After which what the broker forbids, or cannot take yet, is tried again.
   static constexpr std::chrono::seconds kForbiddenPause{60};
   static constexpr std::chrono::seconds kBusyPause{5};
   static constexpr std::chrono::seconds kInfoPeriod{60};
@@ -119,9 +124,11 @@ class Outbox final : public Supply {
   void refillEvents(Track& track, bool isUrgent);
   void refillBatches(Instant now);
   void rewind(Track& track);
+  bool isKept(Channel channel, Outcome outcome) const;
   void hold(Instant now, Channel channel, Outcome outcome);
   // The rate holds over a second, not from batch to batch.
   Instant historicalDue() const { return historicalPaid_ - std::chrono::seconds(1); }
+  bool hasBatches() const { return options_.batches != Batches::off; }
   bool isHistorical(int64_t seq) const { return seq <= backlogEnd_; }
 
   Payloads& payloads_;

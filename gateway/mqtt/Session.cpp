@@ -8,6 +8,7 @@ namespace brenloft {
 namespace {
 
 // Reasons in an acknowledgement, as MQTT 5 numbers them.
+constexpr int kNoMatchingSubscribers = 0x10;
 constexpr int kFailures = 0x80;
 constexpr int kNotAuthorised = 0x87;
 constexpr int kTopicNameInvalid = 0x90;
@@ -15,6 +16,7 @@ constexpr int kPacketTooLarge = 0x95;
 constexpr int kPayloadFormatInvalid = 0x99;
 
 Supply::Outcome outcomeOf(int reason) {
+  if (reason == kNoMatchingSubscribers) return Supply::Outcome::unheard;
   if (reason < kFailures) return Supply::Outcome::taken;
   if (reason == kNotAuthorised) return Supply::Outcome::forbidden;
   const bool isWrong =

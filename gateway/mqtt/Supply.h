@@ -19,6 +19,7 @@ class Supply {
   /// How a message ended.
   enum class Outcome {
     taken,      ///< the broker has it
+    unheard,    ///< the same, and nobody whom it could give it to
     forbidden,  ///< by the broker's access list: this kind of message is not sent for a while, and kept
     busy,       ///< the broker cannot take it now: the same
     wrong,      ///< it will never be taken

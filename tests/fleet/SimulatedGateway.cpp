@@ -10,6 +10,8 @@ namespace {
 
 constexpr std::chrono::seconds kStateExpiry{60};
 constexpr std::size_t kMostStates = 100;
+// After which a batch that was not taken is sent again.
+constexpr std::chrono::seconds kPause{5};
 
 std::vector<BeaconId> beaconsOf(const GatewayPlan& plan) {
   std::vector<BeaconId> beacons;
@@ -87,27 +89,31 @@ void SimulatedGateway::begin(Instant, uint32_t) {
   isStatusTold_ = false;
 }
 
-std::optional<Supply::Outgoing> SimulatedGateway::next(Instant, std::size_t) {
+std::optional<Supply::Outgoing> SimulatedGateway::next(Instant now, std::size_t) {
   if (!std::exchange(isStatusTold_, true)) return Outgoing{0, payloads_.status(true)};
   if (!states_.empty()) {
     Message state = std::move(states_.front());
     states_.pop_front();
     return Outgoing{0, std::move(state)};
   }
+  if (now < heldUntil_) return std::nullopt;
   const auto batch = std::ranges::find(batches_, false, &Batch::isUnderWay);
   if (batch == batches_.end()) return std::nullopt;
   batch->isUnderWay = true;
   return Outgoing{batch->key, batch->message};
 }
 
-void SimulatedGateway::settle(Instant, uint64_t key, Outcome outcome) {
+// As `publish --batches collected` has it.
+void SimulatedGateway::settle(Instant now, uint64_t key, Outcome outcome) {
   if (outcome == Outcome::taken) ++taken_;
   const auto batch = std::ranges::find(batches_, key, &Batch::key);
   if (batch == batches_.end()) return;
-  if (outcome == Outcome::taken)
+  if (outcome == Outcome::taken) {
     batches_.erase(batch);
-  else
+  } else {
     batch->isUnderWay = false;
+    heldUntil_ = now + kPause;
+  }
 }
 
 }  // namespace brenloft::fleet

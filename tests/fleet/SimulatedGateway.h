@@ -69,6 +69,7 @@ class SimulatedGateway final : Supply {
   std::deque<Batch> batches_;
   std::deque<Message> states_;
   bool isStatusTold_ = false;
+  Instant heldUntil_{};
   uint64_t nextKey_ = 1;
   uint64_t taken_ = 0;
 };

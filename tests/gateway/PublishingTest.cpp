@@ -19,6 +19,7 @@ using std::chrono::seconds;
 using Kind = BeaconEvent::Kind;
 
 constexpr platform::Date kStart = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21);
+constexpr int kUnheard = 0x10;
 constexpr int kForbidden = 0x87;
 constexpr int kTooLarge = 0x95;
 constexpr int kBusy = 0x97;
@@ -365,6 +366,26 @@ TEST_F(PublishingTest, BrokerWithoutRoomIsGivenEverythingLater) {
   EXPECT_EQ(events_, std::vector<int64_t>{151});
   EXPECT_EQ(batched_.size(), 151U);
   EXPECT_EQ(lines_.back(), "the broker takes batches again");
+}
+
+TEST_F(PublishingTest, BatchesWaitForACollectorWhereTheyAreTo) {
+  for (const bool isToWait : {false, true}) {
+    options_.batches = isToWait ? Outbox::Batches::collected : Outbox::Batches::on;
+    rows_.all.clear();
+    process_.reset();
+    for (int i = 0; i < 50; ++i) addReading(1);
+    addEvent(1, Kind::lost);
+    begin();
+    greet();
+    while (!broker_.underWay.empty()) acknowledge(0, kUnheard);
+    EXPECT_EQ(cursor().calm, 51);
+    EXPECT_EQ(cursor().batches, isToWait ? 0 : 51);
+  }
+  EXPECT_EQ(lines_.back(), "nobody collects batches now; they are kept and tried again");
+  wait(Outbox::kBusyPause);
+  acknowledgeAll();
+  EXPECT_EQ(cursor().batches, 51);
+  EXPECT_EQ(batched_.size(), 51U);
 }
 
 TEST_F(PublishingTest, WhatIsTooLargeIsSplitAndWhatIsWrongIsCountedAndPassed) {

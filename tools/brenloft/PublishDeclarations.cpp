@@ -23,7 +23,8 @@ constexpr uint16_t kEncryptedPort = 8883;
 const Choices<bool> kVersions{{"5", true}, {"3.1.1", false}};
 const Choices<Discovery::Scope> kScopes{
     {"known", Discovery::Scope::known}, {"all", Discovery::Scope::all}, {"none", Discovery::Scope::none}};
-const Choices<bool> kBatches{{"on", true}, {"off", false}};
+const Choices<Outbox::Batches> kBatches{
+    {"on", Outbox::Batches::on}, {"off", Outbox::Batches::off}, {"collected", Outbox::Batches::collected}};
 
 // HOST or HOST:PORT; of an address of version 6 the brackets are no part of the host.
 bool readPlace(std::string_view text, Broker& broker) {
@@ -130,8 +131,8 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
             "rows a second of what waited for the broker; default 1000");
   addNumber(*command, "--max-backlog", options->limits.mostBacklog, 1,
             "rows that may wait; beyond them the oldest readings are left out; default 10000000", INT64_MAX);
-  addChoice(*command, "--batches", options->limits.hasBatches, kBatches,
-            ": also every row, for a fleet; default on");
+  addChoice(*command, "--batches", options->limits.batches, kBatches,
+            ": also every row, for a fleet; collected: each until somebody has subscribed to it; default on");
   addDiscovery(*command, *options);
   addHearing(*command, options->hearing);
   command->callback([&run, options] {
