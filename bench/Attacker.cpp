@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -154,8 +155,7 @@ void appendEvent(Data& to, const AdvertisingReport& report) {
   for (const size_t octet :
        {size_t{0x04}, size_t{0x3E}, report.data.size() + 12, size_t{2}, size_t{1}, size_t{3}, size_t{1}})
     put(octet);
-  for (auto octet = report.address.octets.rbegin(); octet != report.address.octets.rend(); ++octet)
-    put(*octet);
+  for (const uint8_t octet : std::ranges::reverse_view(report.address.octets)) put(octet);
   put(report.data.size());
   to.insert(to.end(), report.data.begin(), report.data.end());
   put(static_cast<uint8_t>(report.rssi));

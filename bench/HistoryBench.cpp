@@ -51,7 +51,7 @@ std::vector<Reading> beacons(int count) {
 
 // A sensor on a wall: slow changes, some noise.
 void setReading(Reading& reading, int64_t round, int beacon) {
-  const auto noise = static_cast<int32_t>((round * 7919 + beacon * 104'729) % 13);
+  const auto noise = static_cast<int32_t>((round * 7919 + int64_t{beacon} * 104'729) % 13);
   const double phase = static_cast<double>(round) / 500 + beacon;
   reading.rssi = -60 - noise;
   reading.raw = {.temperature = 2150 + static_cast<int32_t>(300 * std::sin(phase)),
@@ -152,14 +152,14 @@ void compareWriting() {
     add(making, secondsOf([&] {
           for (int batch = 0; batch < kBatches; ++batch) each([](const Reading&, int) {});
         }));
-    row -= kBatches * kBatch;
+    row -= int64_t{kBatches} * kBatch;
     add(written, secondsOf("write", [&] {
           for (int batch = 0; batch < kBatches; ++batch) {
             each([&](const Reading& reading, int) { world.writer->accept(reading); });
             world.dispatch->runDue();
           }
         }));
-    row -= kBatches * kBatch;
+    row -= int64_t{kBatches} * kBatch;
     add(inserted, secondsOf([&] {
           for (int batch = 0; batch < kBatches; ++batch) {
             bare.run("BEGIN");
@@ -196,7 +196,7 @@ void fill(const std::filesystem::path& file, int64_t rows, int count, std::chron
 
 void measureOctets() {
   const Folder folder;
-  constexpr int64_t rows = 100 * 3600;
+  constexpr int64_t rows = int64_t{100} * 3600;
   const uint64_t before = writtenOctets();
   fill(folder.path / "history.sqlite", rows, 100, std::chrono::seconds(1), true);
   const uint64_t octets = writtenOctets() - before;

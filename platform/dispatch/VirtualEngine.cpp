@@ -66,17 +66,17 @@ void VirtualEngine::wakeAt(dispatch_time_t due, uint64_t order, const dispatch_q
 }
 
 bool VirtualEngine::run(dispatch_time_t limit) {
-  ++running_;
+  if (running_++ == 0) stopping_ = false;  // what nothing ran for is forgotten
   bool stopped = false;
   while (!stopped && runNext(limit)) {
     stopped = stopping_.load(std::memory_order_relaxed) && stopping_.exchange(false);
   }
-  if (--running_ == 0) stopping_ = false;
+  --running_;
   return !stopped;
 }
 
 void VirtualEngine::stop() {
-  if (running_ > 0) stopping_ = true;
+  stopping_ = true;
 }
 
 void VirtualEngine::execute(const PostedBlock& posted) noexcept {

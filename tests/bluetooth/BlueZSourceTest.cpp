@@ -150,6 +150,11 @@ TEST_F(BlueZSource, AsksForLowEnergyWithDuplicatesAndTheServices) {
   source_->stopScan();
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StopDiscovery") == 1; }));
   EXPECT_EQ(daemon_->count("hci0.StartDiscovery"), 1U);
+
+  // So does one that comes before the discovery has begun.
+  source_->startScan({CBUUID::fromShort(0xFFF0)});
+  source_->startScan({});
+  EXPECT_TRUE(comesTrue([&] { return daemon_->count(kFilter) == 2; }));
 }
 
 TEST_F(BlueZSource, ReportsEveryRefreshWithWhatWasHeardLast) {
@@ -264,7 +269,11 @@ TEST_F(BlueZSource, TakesThePoweredAdapterAndMovesWhenItGoes) {
   openSource();
   source_->startScan({});
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 1; }));
-  daemon_->setPowered("hci0", true, "on");  // no reason to move
+  for (const std::string adapter : {"hci10", "hci1"}) daemon_->setPowered(adapter, false, "off");
+  EXPECT_TRUE(comesTrue([&] { return isState("4 hci1 is switched off"); })) << "no reason to move";
+  for (const std::string adapter : {"hci1", "hci10"}) daemon_->setPowered(adapter, true, "on");
+  ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci1.StartDiscovery") == 2; }));
+  daemon_->setPowered("hci0", true, "on");  // nor that
   daemon_->removeAdapter("hci1");
   ASSERT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 1; }));
   daemon_->deviceAppears("/org/bluez/hci10/dev_C0_00_00_00_00_02", appearance("C0:00:00:00:00:02", {0x01}));

@@ -102,6 +102,15 @@ class Central : public testing::Test {
   Listener listener;
 };
 
+TEST_F(Central, TellsTheSourceInTurnWhatIsWantedMeanwhile) {
+  const auto central = makeScanning(listener);
+  central->stopScan();
+  source->takeNotes();
+  source->onStart = [&] { central->stopScan(); };
+  scan(*central);
+  EXPECT_EQ(source->takeNotes(), (Texts{"scan", "stop"}));
+}
+
 TEST_F(Central, TellsItsFirstStateSoonAndEveryChange) {
   EXPECT_EQ(source->takeNotes(), Texts{});
   const auto central = make(listener);

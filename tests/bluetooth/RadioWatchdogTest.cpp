@@ -101,6 +101,8 @@ TEST_F(Watchdog, RestartsAfterAMinuteAndThenEverMoreRarely) {
       states,
       testing::Contains("1 nothing heard for 180 s: the radio is opened anew; the next try comes in 240 s"));
   EXPECT_EQ(states.back(), "5 ");
+  EXPECT_THAT(states, testing::Contains(HasSubstr("1 nothing heard for 420 s: ")))
+      << "since it was, not since the radio is open";
 
   // What an abandoned source still says counts no more.
   sources_[0]->hear("C0:00:00:00:00:99", AdvertisingKind::connectable, {});
@@ -148,7 +150,7 @@ TEST(GapStatistics, TellsHowLongABeaconUsuallyStaysUnheard) {
   const Case cases[] = {
       {"too few to tell", {1, 2, 3}, {}},
       {"one long absence does not count", {1, 11, 21, 31, 3600, 3610}, 10},
-      {"other channels are no gaps", {1, 1.001, 2, 3, 3.002, 4}, 1},
+      {"other channels are no gaps", {1, 1.001, 1.002, 2, 2.001, 2.002, 3, 3.001, 3.002, 4}, 1},
       {"only the newest gaps count",
        {1, 2, 3, 4, 5, 15, 25, 35, 45, 55, 65, 75, 85, 95, 105, 115, 125, 135, 145, 155},
        10},

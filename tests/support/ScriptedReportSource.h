@@ -25,6 +25,7 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
     if (onOpen) onOpen();
   }
   void startScan(const std::vector<platform::CBUUID>& services) override {
+    if (onStart) onStart();
     std::string text = "scan";
     for (const platform::CBUUID& uuid : services) text += " " + uuid.UUIDString();
     note(text);
@@ -54,7 +55,8 @@ class ScriptedReportSource : public platform::AdvertisingReportSource {
     return std::exchange(notes_, {});
   }
 
-  std::function<void()> onOpen;  ///< runs inside `open`
+  std::function<void()> onOpen;   ///< runs inside `open`
+  std::function<void()> onStart;  ///< runs inside `startScan`, before it is noted
 
  private:
   struct Handlers {
