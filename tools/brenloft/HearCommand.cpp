@@ -212,9 +212,9 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, 
                            .onRadioState = [](const auto& state) { printMessage(radioLine(state)); },
                            .onUnusable = [&] { loop.stop(); }});
   const auto reports = monitor->wrap(source.reports);
-  out.setOnClosed([&] { loop.stop(); });
   monitor->begin();
   printer.begin();
+  out.setOnClosed([&] { loop.stop(); });
   watchReader(loop, out);
   reports->open(
       [&](const AdvertisingReport& report) {
