@@ -68,7 +68,7 @@ std::string sinceText(Date date, Date now) {
 }
 
 std::string durationText(std::chrono::microseconds duration) {
-  constexpr int64_t kMinutesADay = 24 * 60;
+  constexpr int64_t kMinutesADay = int64_t{24} * 60;
   const auto minutes = std::max<int64_t>(std::chrono::floor<Minutes>(duration).count(), 0);
   if (minutes < 1)
     return fmt::format("{} s",
