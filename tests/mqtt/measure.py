@@ -118,6 +118,7 @@ def backlog(bench, capture):
     begun = next(moment for moment, _, payload in events.messages if payload == "online")
     print(f"backlog of {shown.count(chr(10))} rows: {len(came(events.messages))} of {urgent} emergencies and their ends came, the first "
           f"{came(events.messages)[0] - begun:.3f} s and the last {came(events.messages)[-1] - begun:.3f} s after the connection")
+    time.sleep(5)  # events come first
     batches, system = bench.subscribe("brenloft/gw/batch"), bench.subscribe("$SYS/broker/bytes/received")
     time.sleep(20)
     rows = [moment for moment, _, payload in batches.messages for _ in range(payload.count('"seq":'))]

@@ -29,7 +29,6 @@ namespace {
 
 using brenloft::MosquittoClient;
 using brenloft::MqttClient;
-using std::chrono::seconds;
 using Kind = brenloft::BeaconEvent::Kind;
 
 // A socket on a port of its own that accepts connections and says nothing.
@@ -286,7 +285,7 @@ class RetainedTest : public PublishTest {
       if (!opened) throw std::runtime_error(opened.error().text);
       history = *std::move(opened);
     }
-    void hears(seconds ago = seconds(0)) {
+    void hears(std::chrono::seconds ago = std::chrono::seconds(0)) {
       brenloft::Reading reading{.beacon = kBeacon, .heard = dispatch->date() - ago, .rssi = -60};
       reading.raw.temperature = reading.shown.temperature = 2100;
       history->accept(reading);
@@ -366,7 +365,7 @@ TEST_F(RetainedTest, StaleValuesGoAndDoNotComeBack) {
   startBroker();
   Gateway gateway(folder_ / "c", "gw");
   gateway.says(Kind::found);
-  gateway.hears(seconds(45));  // fresh for another fifteen
+  gateway.hears(std::chrono::seconds(45));  // fresh for another fifteen
   publishOf(gateway);
   EXPECT_TRUE(becomes("online home 2"));
   gateway.publisher->signal(SIGKILL);
@@ -396,7 +395,7 @@ TEST_F(RetainedTest, BrokerThatKeepsValuesForgetsThemInTime) {
   startBroker();
   Gateway gateway(folder_ / "c", "gw");
   gateway.says(Kind::found);
-  gateway.hears(seconds(48));
+  gateway.hears(std::chrono::seconds(48));
   publishOf(gateway);
   EXPECT_TRUE(becomes("online home 2"));
   gateway.publisher->signal(SIGTERM);
