@@ -11,13 +11,13 @@
 // Live, each tenth of the time tells what the tool took meanwhile: processor time as a share of one core,
 // memory. Then it gets SIGINT, and the time until it has ended is told.
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -155,7 +155,7 @@ void appendEvent(Data& to, const AdvertisingReport& report) {
   for (const size_t octet :
        {size_t{0x04}, size_t{0x3E}, report.data.size() + 12, size_t{2}, size_t{1}, size_t{3}, size_t{1}})
     put(octet);
-  for (const uint8_t octet : std::ranges::reverse_view(report.address.octets)) put(octet);
+  std::for_each(report.address.octets.rbegin(), report.address.octets.rend(), put);
   put(report.data.size());
   to.insert(to.end(), report.data.begin(), report.data.end());
   put(static_cast<uint8_t>(report.rssi));
