@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "gateway/Sink.h"
@@ -18,12 +19,15 @@ class RecordFile final : public Sink {
   void flush() override { file_->flush(); }
   void reopen() override { file_->reopen(); }
   State state() const override { return file_->state(); }
+  /// Records, in all.
+  uint64_t dropped() const { return dropped_; }
 
  private:
   const std::unique_ptr<TextFile> file_;
   RecordLines lines_;
   const Labels labels_;
   uint64_t dropped_ = 0;
+  uint64_t told_ = 0;  // of those, by a `gap`
 };
 
 }  // namespace brenloft

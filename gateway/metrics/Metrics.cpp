@@ -49,6 +49,7 @@ class MetricsText {
     text_ += name_;
     char before = '{';
     for (const MetricLabel& label : labels) {
+      if (label.value.empty()) continue;
       fmt::format_to(std::back_inserter(text_), "{}{}=\"", before, label.name);
       appendLabelValue(text_, label.value);
       text_ += '"';

@@ -1,5 +1,9 @@
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <memory>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -8,6 +12,9 @@
 
 #include "gateway/metrics/Metrics.h"
 #include "gateway/metrics/MetricsBook.h"
+#include "gateway/metrics/MetricsFile.h"
+#include "platform/dispatch/VirtualDispatch.h"
+#include "tests/foundation/TemporaryFolder.h"
 
 namespace brenloft {
 namespace {
@@ -18,7 +25,7 @@ constexpr platform::Date kToldBegin(std::chrono::microseconds(1'795'255'200'123'
 const BeaconId kToldFridge = BeaconId::sensor("C0-C1-5C-00-00-01");
 const BeaconId kToldStranger = BeaconId::sensor("C0-C1-5C-00-00-02");
 
-TEST(Metrics, SayEverythingInThePrometheusTextFormat) {
+MetricsSnapshot everything() {
   MetricsSnapshot snapshot{.version = "1.2.3", .made = kToldBegin, .omittedReadings = 7};
   snapshot.beacons = {{.beacon = kToldFridge,
                        .label = {"The \"old\" \\ fridge\n", "Kitchen\xFF"},
@@ -33,10 +40,14 @@ TEST(Metrics, SayEverythingInThePrometheusTextFormat) {
   snapshot.dropped = 8;
   snapshot.history = HistoryWriter::Counts{1, 2, 3, 4, 5};
   snapshot.outputs = {{"history", false, 4}};
+  return snapshot;
+}
+
+TEST(Metrics, SayEverythingInThePrometheusTextFormat) {
   std::string samples;
   std::string header;
   std::size_t position = 0;
-  for (const std::string text = renderMetrics(snapshot); position < text.size();) {
+  for (const std::string text = renderMetrics(everything()); position < text.size();) {
     const std::size_t end = text.find('\n', position);
     const std::string line = text.substr(position, end - position + 1);
     (line.front() == '#' ? header : samples) += line;
@@ -63,7 +74,7 @@ brenloft_history_records_total{{outcome="implausible"}} 3
 brenloft_history_records_total{{outcome="dropped"}} 4
 brenloft_history_waiting_records 5
 brenloft_beacon_info{{beacon="C0-C1-5C-00-00-01",name="The \"old\" \\ fridge?",place="Kitchen?",kind="sensor"}} 1
-brenloft_beacon_info{{beacon="C0-C1-5C-00-00-02",name="",place="",kind="sensor"}} 1
+brenloft_beacon_info{{beacon="C0-C1-5C-00-00-02",kind="sensor"}} 1
 brenloft_beacon_present{0} 1
 brenloft_beacon_present{1} 0
 brenloft_beacon_last_reading_timestamp_seconds{0} 1795255198.623
@@ -76,12 +87,49 @@ brenloft_beacon_rssi_dbm{0} -49
 brenloft_beacon_emergency{0} 1
 brenloft_alarm_raised{{alarm="too warm",severity="critical",beacon="C0-C1-5C-00-00-01",name="The \"old\" \\ fridge?"}} 1
 )",
-                                 fridge, R"({beacon="C0-C1-5C-00-00-02",name=""})"));
+                                 fridge, R"({beacon="C0-C1-5C-00-00-02"})"));
   EXPECT_NE(header.find("# HELP brenloft_beacon_rssi_dbm Strength of the newest reading's signal.\n"
                         "# TYPE brenloft_beacon_rssi_dbm gauge\n"),
             std::string::npos)
       << header;
   EXPECT_EQ(renderMetrics({}).find("beacon_"), std::string::npos) << "no header without a sample";
+}
+
+std::set<std::string> namesIn(const std::string& text) {
+  static const std::regex name("brenloft_[a-z_]+[a-z]");
+  return {std::sregex_token_iterator(text.begin(), text.end(), name), {}};
+}
+
+TEST(Metrics, AreNamedInTheirDescriptionTheRulesAndTheDashboard) {
+  const std::filesystem::path source = BRENLOFT_SOURCE_DIR;
+  const std::set<std::string> told = namesIn(renderMetrics(everything()));
+  EXPECT_EQ(namesIn(test::contentsOf(source / "docs/metrics.md")), told);
+  for (const char* file : {"alerts.yml", "alerts_test.yml", "dashboard.json"}) {
+    const std::set<std::string> used = namesIn(test::contentsOf(source / "examples/prometheus" / file));
+    EXPECT_FALSE(used.empty()) << file;
+    for (const std::string& name : used) EXPECT_TRUE(told.contains(name)) << file << ": " << name;
+  }
+}
+
+TEST(Metrics, AreWrittenWholeAndAgainWhereTheyCouldNotBe) {
+  const auto dispatch = platform::VirtualDispatch::make();
+  const test::TemporaryFolder folder;
+  const std::filesystem::path place = folder / "place";
+  std::vector<std::string> states;
+  int made = 0;
+  MetricsFile file(
+      place / "metrics", dispatch, dispatch->createQueue("gateway"), [&] { return std::to_string(++made); },
+      [&](const Sink::State& state) { states.push_back(state.isWorking ? "working" : state.reason); });
+  file.writeEvery(10s);
+  dispatch->advance(29s);
+  EXPECT_EQ(states, std::vector<std::string>{"No such file or directory"}) << "told once";
+  std::filesystem::create_directory(place);
+  dispatch->advance(1s);
+  EXPECT_EQ(states.back(), "working");
+  EXPECT_EQ(test::contentsOf(place / "metrics"), "4");
+  file.flush();
+  EXPECT_EQ(test::contentsOf(place / "metrics"), "5");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place), {}), 1) << "nothing stays beside it";
 }
 
 class Monitored : public testing::Test {

@@ -325,17 +325,24 @@ TEST(Readings, AreAllThereInEveryOutput) {
     heard += valueOf(line, "readings") != "null" ? 1 : 0;
   ASSERT_GT(heard, 100U);
 
-  writeFile(folder.file("toml"), "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"Fridge\"\ntemperature = 1\n");
-  const Ended ended =
-      runTool({"scan", "-s", source, "-F", "readings", "--out", "influx:" + folder.file("influx"),
-               "--history", "-C", folder.file("c"), "--config", folder.file("toml")});
+  writeFile(folder.file("toml"), "[beacon.\"C0-D7-0D-00-00-01\"]\nname = \"Fridge\"\ntemperature = 1\n");
+  const Ended ended = runTool({"scan", "-s", source, "-F", "readings", "--out",
+                               "influx:" + folder.file("influx"), "--history", "-C", folder.file("c"),
+                               "--config", folder.file("toml"), "--metrics-file", folder.file("metrics")});
   ASSERT_EQ(ended.status, 0) << ended.err;
   const std::string influx = contentsOf(folder.file("influx"));
   EXPECT_EQ(countOf(ended.out, R"("event":"reading")"), heard);
   EXPECT_EQ(countOf(influx, "reading,"), heard);
-  EXPECT_EQ(countOf(influx, "name=Fridge "), countOf(influx, "raw_temperature"));
+  EXPECT_EQ(countOf(influx, "reading,id=C0-D7-0D-00-00-01,name=Fridge "), countOf(influx, "raw_temperature"));
   const std::size_t events = countOf(influx, "event,");
   EXPECT_EQ(runTool({"history", "count", "-C", folder.file("c")}).out, std::to_string(heard + events) + "\n");
+
+  const std::string metrics = contentsOf(folder.file("metrics"));
+  for (const auto& [name, value] :
+       {std::pair<std::string, std::size_t>("readings_total{verdict=\"plausible\"}", heard),
+        {"output_dropped_records_total{output=\"" + folder.file("influx") + "\"}", std::size_t{0}},
+        {"beacon_present{beacon=\"C0-D7-0D-00-00-01\",name=\"Fridge\"}", std::size_t{1}}})
+    EXPECT_EQ(countOf(metrics, "\nbrenloft_" + name + ' ' + std::to_string(value) + '\n'), 1U) << metrics;
 
   const Ended known = runTool({"scan", "-s", source, "--out", "readings:-", "--only", "known",
                                "--transitions", "--config", folder.file("toml")});

@@ -159,6 +159,21 @@ void addVerbose(CLI::App& command, bool& verbose) {
   });
 }
 
+void addMetricsOptions(CLI::App& command, GatewayOptions& options) {
+  addPath(command, "--metrics-file", options.metricsFile,
+          "keep a file for Prometheus that says how it is with each beacon");
+  command.add_option_function<std::string>(
+      "--metrics-interval",
+      [&options](const std::string& text) {
+        const auto value = durationFromText(text);
+        if (!value || *value < std::chrono::seconds(1))
+          throw CLI::ValidationError("--metrics-interval",
+                                     fmt::format("'{}' is no duration of 1 or more", text));
+        options.metricsInterval = *value;
+      },
+      "how often it is written; default 30");
+}
+
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, false);
   command.add_flag("--log", options.log,
@@ -170,6 +185,7 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
   addFormat(command, options.format, kSearchFormats);
   addOut(command, options);
+  addMetricsOptions(command, options.gateway);
   addWantedBeacons(command, options.gateway.choice);
   addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
@@ -188,6 +204,8 @@ void requireWhole(const CLI::App& command, const SearchOptions& options) {
   if (command.count("--history") == 0 && options.gateway.history != HistoryOptions{})
     throw CLI::ValidationError("--history-interval, --history-deadband, --keep and --keep-size",
                                "they go with --history");
+  if (command.count("--metrics-interval") != 0 && options.gateway.metricsFile.empty())
+    throw CLI::ValidationError("--metrics-interval", "it goes with --metrics-file");
 }
 
 std::string checkProximityUUID(const std::string& text) {

@@ -65,6 +65,10 @@ struct GatewayOptions {
   BeaconChoice choice;
   bool keepsHistory = false;
   HistoryOptions history;
+  std::string metricsFile{};  ///< none: not written
+  std::chrono::microseconds metricsInterval = kMetricsInterval;
+
+  static constexpr std::chrono::seconds kMetricsInterval{30};
 };
 
 /// `scan` and `range`.

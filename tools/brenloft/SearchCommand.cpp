@@ -74,7 +74,7 @@ bool isOfRecords(const SearchOptions& options) {
   const SearchFormat format = formatOf(options);
   return format == SearchFormat::readings || format == SearchFormat::influx ||
          !options.gateway.files.empty() || options.gateway.keepsHistory ||
-         (format == SearchFormat::table && Output::isScreen());
+         !options.gateway.metricsFile.empty() || (format == SearchFormat::table && Output::isScreen());
 }
 
 // Whether the library's own losses are told or logged.

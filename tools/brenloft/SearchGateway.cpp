@@ -9,9 +9,8 @@
 
 #include <fmt/format.h>
 
-#include "gateway/formats/RecordFile.h"
 #include "gateway/history/HistoryReader.h"
-#include "gateway/history/HistoryWriter.h"
+#include "gateway/metrics/MetricsFile.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Messages.h"
@@ -27,20 +26,27 @@ std::shared_ptr<Sink> unowned(Sink& sink) {
   return {&sink, [](Sink*) {}};
 }
 
-// What the last run left. A history that cannot be read is one that cannot be written, which tells why.
-AlarmsKept keptIn(const std::filesystem::path& file) {
-  AlarmsKept kept;
+// What the last run left.
+struct LastRun {
+  AlarmsKept kept{};
+  std::vector<HistoryBeacon> beacons{};
+};
+
+// A history that cannot be read is one that cannot be written, which tells why.
+LastRun lastRunIn(const std::filesystem::path& file) {
+  LastRun last;
+  AlarmsKept& kept = last.kept;
   const auto opened = HistoryReader::open(file);
-  if (!opened) return kept;
+  if (!opened) return last;
   HistoryReader& reader = **opened;
   if (auto states = reader.states()) kept.states = *std::move(states);
-  if (const auto latest = reader.latest())
-    for (const HistoryBeacon& one : *latest)
-      if (one.latest) kept.heard[one.beacon] = heardAt(one.latest->record);
-  if (const auto last = reader.lastSeq(); last && *last > 0)
-    if (const auto page = reader.rows(*last - 1, {}, 1); page && !page->rows.empty())
+  if (auto latest = reader.latest()) last.beacons = *std::move(latest);
+  for (const HistoryBeacon& one : last.beacons)
+    if (one.latest) kept.heard[one.beacon] = heardAt(one.latest->record);
+  if (const auto seq = reader.lastSeq(); seq && *seq > 0)
+    if (const auto page = reader.rows(*seq - 1, {}, 1); page && !page->rows.empty())
       kept.stoppedAt = heardAt(page->rows.front().record);
-  return kept;
+  return last;
 }
 
 }  // namespace
@@ -62,8 +68,16 @@ SearchGateway::SearchGateway(const SearchOptions& options, RunLoop& loop, Handle
   });
   line_.setOnNotice([this](const AlarmNotice& notice) { notify(notice); });
   line_.add(unowned(handlers_.shown));
+  const bool hasMetrics = !options.gateway.metricsFile.empty();
+  if (hasMetrics) {
+    // What the history takes up is told from its beginning.
+    metrics_ = std::make_shared<MetricsBook>([settings = settings_] { return settings->current(); });
+    line_.add(metrics_);
+  }
   if (options.gateway.keepsHistory) addHistory(options);
   for (const GatewayOptions::File& file : options.gateway.files) addFile(file, options);
+  // At the end it tells what became of all the others.
+  if (hasMetrics) addMetrics(options);
   warnOfPrograms(*settings_->current());
 }
 
@@ -78,13 +92,15 @@ void SearchGateway::addHistory(const SearchOptions& options) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   const std::filesystem::path file = folder / kHistoryFileName;
-  const AlarmsKept kept = keptIn(file);
+  const LastRun last = lastRunIn(file);
   HistoryOptions history = options.gateway.history;
   // A virtual second takes no time, and one commit for each would wait for the disk for hours.
   history.isSynced = !loop_.isVirtual();
   auto opened = HistoryWriter::open(file, history, loop_.dispatch(), queue_, stateHandler(file.native()));
   if (!opened) throw Failure(ExitStatus::storeUnusable, opened.error().in(file.native()).text);
-  line_.add(std::shared_ptr<KeepingSink>(*std::move(opened)), kept);
+  history_ = *std::move(opened);
+  if (metrics_) metrics_->restore(last.kept.states, last.beacons);
+  line_.add(std::shared_ptr<KeepingSink>(history_), last.kept);
 }
 
 void SearchGateway::addFile(const GatewayOptions::File& file, const SearchOptions& options) {
@@ -92,8 +108,39 @@ void SearchGateway::addFile(const GatewayOptions::File& file, const SearchOption
   auto opened = TextFile::open(file.name, loop_.dispatch(), queue_, stateHandler(file.name));
   if (!opened) throw Failure(ExitStatus::failed, opened.error().text);
   const auto labels = [this](const BeaconId& beacon) { return line_.labelOf(beacon); };
-  line_.add(
-      std::make_shared<RecordFile>(*std::move(opened), recordLinesOf(file.format, options.time), labels));
+  files_.emplace_back(file.name, std::make_shared<RecordFile>(
+                                     *std::move(opened), recordLinesOf(file.format, options.time), labels));
+  line_.add(files_.back().second);
+}
+
+void SearchGateway::addMetrics(const SearchOptions& options) {
+  const std::string& name = options.gateway.metricsFile;
+  refuseContainerFile("--metrics-file", name, options.container);
+  std::error_code error;
+  const auto status = std::filesystem::status(name, error);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+    throw Failure(ExitStatus::usage, fmt::format("--metrics-file: {} is no regular file", name));
+  auto file = std::make_shared<MetricsFile>(
+      behindLinks(name), loop_.dispatch(), queue_, [this] { return metricsText(); }, stateHandler(name));
+  // A timer on virtual time would run through every gap of a capture.
+  if (!loop_.isVirtual())
+    queue_->async([file, every = options.gateway.metricsInterval] { file->writeEvery(every); });
+  line_.add(std::move(file));
+}
+
+std::string SearchGateway::metricsText() const {
+  MetricsSnapshot snapshot = metrics_->snapshot(loop_.dispatch()->date());
+  snapshot.version = BRENLOFT_VERSION;
+  const Gateway::Census census = line_.census();
+  snapshot.judged = census.judged;
+  snapshot.dropped = census.dropped;
+  if (history_) {
+    snapshot.history = history_->counts();
+    snapshot.outputs.push_back({"history", history_->state().isWorking, snapshot.history->dropped});
+  }
+  for (const auto& [name, file] : files_)
+    snapshot.outputs.push_back({name, file->state().isWorking, file->dropped()});
+  return renderMetrics(snapshot);
 }
 
 Sink::StateHandler SearchGateway::stateHandler(const std::string& name) {

@@ -2,14 +2,19 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "gateway/Gateway.h"
 #include "gateway/alarms/Notifier.h"
 #include "gateway/configuration/LiveSettings.h"
 #include "gateway/ear/Ear.h"
+#include "gateway/formats/RecordFile.h"
 #include "gateway/formats/TextFile.h"
+#include "gateway/history/HistoryWriter.h"
+#include "gateway/metrics/MetricsBook.h"
 #include "platform/bluetooth/AdvertisingReport.h"
 #include "tools/brenloft/Options.h"
 #include "tools/brenloft/RunLoop.h"
@@ -46,6 +51,8 @@ class SearchGateway {
   void warnOfPrograms(const Settings& settings) const;
   void addHistory(const SearchOptions& options);
   void addFile(const GatewayOptions::File& file, const SearchOptions& options);
+  void addMetrics(const SearchOptions& options);
+  std::string metricsText() const;
   Sink::StateHandler stateHandler(const std::string& name);
 
   RunLoop& loop_;
@@ -56,6 +63,10 @@ class SearchGateway {
   Notifier notifier_;
   Ear ear_;
   Strangers strangers_;
+  // What the metrics tell of.
+  std::shared_ptr<MetricsBook> metrics_;    // null where nobody asks
+  std::shared_ptr<HistoryWriter> history_;  // null where none is kept
+  std::vector<std::pair<std::string, std::shared_ptr<RecordFile>>> files_;
 };
 
 }  // namespace brenloft
