@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 
@@ -6,6 +7,7 @@
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "tests/tool/RunTool.h"
+#include "tools/brenloft/Chart.h"
 #include "tools/brenloft/InstantText.h"
 
 namespace brenloft_test {
@@ -173,6 +175,64 @@ TEST_F(KeptHistory, IsCountedCheckedCopiedAndPruned) {
   EXPECT_EQ(history({"prune", "--before", "2026-11-21T10:05Z", "--yes"}).err, "600 rows deleted\n");
   EXPECT_EQ(history({"count"}).out, "601\n");
   EXPECT_EQ(history({"check"}).status, 0);
+}
+
+TEST_F(KeptHistory, IsDrawnAsWideAsItsReaderHasIt) {
+  ::setenv("TZ", "UTC", 1);
+  ::setenv("LC_ALL", "C", 1);
+  const std::vector<std::string> wanted{"show",    "--plot",           "--since", "2026-11-21T10:00Z",
+                                        "--until", "2026-11-21T10:10Z"};
+  const std::vector<std::string> both = history(wanted).lines();
+  ASSERT_EQ(both.size(), 25U) << "a chart for each beacon, of what it measures";
+  EXPECT_EQ(both.front(), "Fridge: temperature in degrees Celsius, 4.00 to 4.59");
+  EXPECT_EQ(std::ranges::max(both, {}, &std::string::size).size(), 80U);
+  EXPECT_NE(both.at(11).find("10:10 UTC"), std::string::npos);
+  ::setenv("LC_ALL", "C.UTF-8", 1);
+  std::vector<std::string> signal = wanted;
+  signal.insert(signal.end(), {"--quantity", "rssi", "--beacon", "Fridge"});
+  EXPECT_EQ(history(signal).lines().front(), "Fridge: signal in dBm, -60 to -60");
+}
+
+TEST(Chart, ShowsEverySpikeAndGap) {
+  ::setenv("TZ", "UTC", 1);
+  ::tzset();
+  Chart chart{.title = "Fridge",
+              .unitSize = 100,
+              .span = {kTen, kTen + std::chrono::hours(1)},
+              .now = kTen,
+              .points = {}};
+  for (int minute = 0; minute < 60; ++minute) {
+    if (minute >= 30 && minute < 40) continue;
+    const bool isSpike = minute == 20;
+    chart.points.push_back({kTen + std::chrono::minutes(minute), 1, 400, isSpike ? 790 : 400, 400});
+  }
+  chart.breaks = {30};
+  EXPECT_EQ(drawn(chart, {.width = 40, .isBraille = true}), R"(Fridge
+8.00 ┤           ⡆
+     │           ⡇
+     │           ⡇
+     │           ⡇
+6.00 ┤           ⡇
+     │           ⡇
+     │           ⡇
+     │           ⡇
+4.00 ┤⣀⣀⣀⣀⣀⣀⣀⣀⣀⣀⣀⣇⣀⣀⣀⣀⡀     ⢀⣀⣀⣀⣀⣀⣀⣀⣀⣀⣀⡀
+     └┴────────────────────────────────┴
+    10:00                      11:00 UTC
+)");
+  EXPECT_EQ(drawn(chart, {.width = 40, .isBraille = false}), R"(Fridge
+8.00 +           |
+     |           |
+     |           |
+     |           |
+6.00 +           |
+     |           |
+     |           |
+     |           |
+4.00 +...........|.....     ............
+     ++--------------------------------+
+    10:00                      11:00 UTC
+)");
 }
 
 TEST_F(KeptHistory, WrongWordsAndDamageAreOneLineEach) {

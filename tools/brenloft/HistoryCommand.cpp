@@ -21,6 +21,7 @@
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
+#include "tools/brenloft/HistoryPlot.h"
 #include "tools/brenloft/InstantText.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
@@ -38,6 +39,7 @@ constexpr std::size_t kRowsPerPage = 1000;
 // Memory is bounded by so many pieces of each beacon.
 constexpr int64_t kPiecesPerWindow = 500;
 constexpr std::chrono::hours kShown{1};
+constexpr std::chrono::minutes kShortestPlot{1};
 constexpr int kReaderCheck = 250;  // milliseconds
 
 // False when nobody wants more.
@@ -219,9 +221,12 @@ class HistoryCommand {
   void show() {
     HistoryFilter wanted = filter();
     const bool isOfLastHour = options_.since.empty() && options_.until.empty() && !options_.last;
+    const char* none = isOfLastHour ? "nothing in the last hour" : "nothing there";
     if (isOfLastHour && !options_.every) wanted.span.since = now_ - kShown;
     if (options_.follow && options_.every) throw Failure(ExitStatus::usage, "--follow goes without --every");
     if (options_.last && options_.every) throw Failure(ExitStatus::usage, "--last goes without --every");
+    if (options_.isPlot) return plot(wanted, none);
+    if (!options_.quantities.empty()) throw Failure(ExitStatus::usage, "--quantity goes with --plot");
     std::optional<StopSignals> signals;
     if (options_.follow) signals.emplace();
     const auto reader = open();
@@ -237,8 +242,33 @@ class HistoryCommand {
     if (!reader)
       printNothing();
     else if (!isAny)
-      printNoRows(*reader, wanted, isOfLastHour ? "nothing in the last hour" : "nothing there");
+      printNoRows(*reader, wanted, none);
     if (options_.follow) follow(wanted, through, out, *signals);
+    out.finish();
+  }
+
+  void plot(const HistoryFilter& wanted, std::string_view none) const {
+    const auto refuse = [](bool isGiven, const char* option) {
+      if (isGiven) throw Failure(ExitStatus::usage, fmt::format("--plot goes without {}", option));
+    };
+    refuse(options_.follow, "--follow");
+    refuse(options_.last.has_value(), "--last");
+    refuse(options_.every.has_value(), "--every");
+    refuse(options_.format != HistoryFormat::table, "--format");
+    refuse(options_.time.has_value(), "--time");
+    const auto reader = open();
+    if (!reader) return printNothing();
+    HistorySpan span = wanted.span;
+    if (options_.until.empty()) span.until = now_;
+    if (span.until < span.since + kShortestPlot)
+      throw Failure(ExitStatus::usage, "--plot: less than a minute is no time for a chart");
+    // What was before the history takes no room.
+    span.since = std::max(span.since, std::min(require(reader->extent()).since, span.until - kShortestPlot));
+    const std::string charts = require(plotHistory(
+        *reader, *settings_, {span, now_, wanted.beacons, options_.quantities}, chartFormOfTerminal()));
+    if (charts.empty()) return printNoRows(*reader, wanted, none);
+    Output out(Output::Buffering::blocks);
+    out.write(charts);
     out.finish();
   }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "gateway/configuration/LiveSettings.h"
+#include "gateway/history/HistoryReader.h"
 #include "tools/brenloft/ExitStatus.h"
 #include "tools/brenloft/Options.h"
 
@@ -38,6 +39,8 @@ struct HistoryCommandOptions {
   std::string out{};               ///< of `export` and `backup`; none: standard output
   std::optional<uint64_t> last{};  ///< of `show`: only so many
   bool follow = false;
+  bool isPlot = false;                 ///< of `show`: charts
+  std::vector<Quantity> quantities{};  ///< of the charts; none: what each beacon measures
   bool yes = false;
   std::string before{};                ///< of `prune`
   std::optional<uint64_t> keepSize{};  ///< of `prune`

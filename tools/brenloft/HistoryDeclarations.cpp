@@ -34,6 +34,27 @@ void addEvery(CLI::App& command, Options& options) {
       "mean, minimum and maximum in pieces of this length (5m) instead of single readings");
 }
 
+const Choices<Quantity> kChartQuantities{{"temperature", Quantity::temperature},
+                                         {"humidity", Quantity::humidity},
+                                         {"battery", Quantity::battery},
+                                         {"rssi", Quantity::rssi}};
+
+void addPlot(CLI::App& command, Options& options) {
+  command.add_flag("--plot", options.isPlot, "draw charts as wide as the terminal instead");
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--quantity",
+          [&options](const std::vector<std::string>& texts) {
+            options.quantities.clear();
+            for (const std::string& text : texts)
+              options.quantities.push_back(chosen("--quantity", text, kChartQuantities));
+          },
+          "with --plot: " + listText(wordsOf(kChartQuantities)) +
+              "; default temperature and humidity, else rssi; may be repeated")
+      ->allow_extra_args(false)
+      ->expected(1, -1);
+}
+
 void addForms(CLI::App& command, Options& options) {
   addFormat(command, options.format, kHistoryFormats);
   addChoice(command, "--time", options.time, kTimeForms,
@@ -62,6 +83,7 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
   addEvery(*show, *options);
   addForms(*show, *options);
   addNumber(*show, "--last", options->last, 1, "only the newest so many");
+  addPlot(*show, *options);
   show->add_flag("-f,--follow", options->follow, "wait for new ones");
   auto* out = add("export", "Write readings and events for other programs", Options::Action::exportRows);
   addChoiceOfRows(*out, *options);

@@ -5,8 +5,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include "gateway/Texts.h"
 #include "tools/brenloft/Keyboard.h"
@@ -32,12 +30,6 @@ constexpr std::string_view kRed = "\x1b[1;31m";
 bool wantsColour() {
   const char* value = std::getenv("NO_COLOR");
   return value == nullptr || *value == '\0';
-}
-
-winsize terminalSize() {
-  winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0) size = {24, 80, 0, 0};
-  return size;
 }
 
 // Whether the process was stopped and goes on: a shell has written to the terminal meanwhile.
@@ -101,9 +93,8 @@ class LiveTable final : public RecordEvents {
   // A terminal of another size has broken the lines anew, and a shell has added some: where the table begins
   // is not known then.
   void findPlace() {
-    const winsize size = terminalSize();
-    const bool isResized = size.ws_row != size_.ws_row || size.ws_col != size_.ws_col;
-    size_ = size;
+    const Output::Size size = Output::screenSize();
+    const bool isResized = std::exchange(size_, size) != size;
     const bool isBack = wasContinued.exchange(false);
     if (isBack) Keyboard::takeAgain();
     if (isBack || isResized) isLost_ = isChanged_ = true;
@@ -118,8 +109,8 @@ class LiveTable final : public RecordEvents {
   // however the process ends, the terminal is as it was.
   void draw() {
     isChanged_ = false;
-    const std::size_t width = size_.ws_col;
-    const std::size_t most = std::max<std::size_t>(size_.ws_row, 6) - 5;
+    const std::size_t width = size_.columns;
+    const std::size_t most = std::max<std::size_t>(size_.rows, 6) - 5;
     const LiveRows::Shown shown = rows_.shown(now_, width, most, times_);
 
     std::string frame = std::string(kHideCursor) + toFirstLine();
@@ -168,7 +159,7 @@ class LiveTable final : public RecordEvents {
   bool isChanged_ = true;
   bool isLost_ = false;    // where the table begins is not known
   std::size_t drawn_ = 0;  // lines on the screen
-  winsize size_ = terminalSize();
+  Output::Size size_ = Output::screenSize();
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -116,6 +117,12 @@ void Output::finish() {
   flush();
   if (const int error = error_; error != 0 && error != EPIPE)
     throw Failure(ExitStatus::failed, "standard output: " + std::generic_category().message(error));
+}
+
+Output::Size Output::screenSize() {
+  winsize size{};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return {};
+  return {size.ws_row, size.ws_col};
 }
 
 bool Output::isTerminal() {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -50,6 +51,14 @@ class Output {
   void finish();
 
   static bool isTerminal();
+  struct Size {
+    std::size_t rows = 24;
+    std::size_t columns = 80;
+
+    friend bool operator==(const Size&, const Size&) = default;
+  };
+  /// Of the terminal as it is now; the usual one elsewhere.
+  static Size screenSize();
   /// A terminal that takes control sequences, by what TERM says.
   static bool isScreen(int descriptor = STDOUT_FILENO);
   /// Shows the cursor and ends colours, where standard output is a screen. A signal handler may call it.
