@@ -23,7 +23,7 @@ struct AlarmMetrics {
 struct BeaconMetrics {
   BeaconId beacon;
   Label label{};
-  std::optional<bool> isPresent{};  ///< none: nothing listens that could tell
+  std::optional<bool> isPresent{};  ///< none: nobody listens who could tell
   std::optional<platform::Date> heard{};
   uint64_t readings = 0;
   Quantities shown{};  ///< empty once it is silent

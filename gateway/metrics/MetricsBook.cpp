@@ -2,19 +2,27 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "gateway/alarms/AlarmBook.h"
 
 namespace brenloft {
 namespace {
 
-constexpr GapLearner::Time kLeastFresh = std::chrono::minutes(1);
+constexpr std::chrono::microseconds kLeastFresh = std::chrono::minutes(1);
 constexpr std::chrono::hours kStrangersPlace{24};
 constexpr std::string_view kRadioListens = "poweredOn";
 
-bool isFresh(const Reading& reading, const GapLearner& gaps, platform::Date now) {
-  const auto usual = gaps.usualGap().value_or(GapLearner::Time(0));
-  return now - reading.heard <= std::max({usual * 3, gaps.limit(), kLeastFresh});
+// By the settings, else by what was learned.
+std::chrono::microseconds longestSilence(const GapLearner& gaps, const BeaconSettings* known) {
+  if (known != nullptr && known->exitTime && known->exitTime->given) return *known->exitTime->given;
+  return gaps.limit();
+}
+
+bool isFresh(const Reading& reading, const GapLearner& gaps, const BeaconSettings* known,
+             platform::Date now) {
+  const std::chrono::microseconds usual = gaps.usualGap().value_or(GapLearner::Time(0));
+  return now - reading.heard <= std::max({usual * 3, longestSilence(gaps, known), kLeastFresh});
 }
 
 }  // namespace
@@ -80,7 +88,7 @@ bool MetricsBook::makeRoom(const Settings& settings, platform::Date now) {
   if (std::ranges::count_if(entries_, isStranger) < static_cast<std::ptrdiff_t>(kMostStrangers)) return true;
   const auto gone = std::ranges::find_if(entries_, [&](const auto& one) {
     const Entry& entry = one.second;
-    return isStranger(one) && !entry.isPresent && entry.raised.empty() &&
+    return isStranger(one) && entry.raised.empty() &&
            (!entry.reading || now - entry.reading->heard >= kStrangersPlace);
   });
   if (gone == entries_.end()) return false;
@@ -115,9 +123,11 @@ MetricsSnapshot MetricsBook::snapshot(platform::Date now) const {
   for (const auto& [beacon, known] : settings->beacons)
     if (!known.ignore && !entries_.contains(beacon))
       snapshot.beacons.push_back(metricsOf(beacon, nullptr, *settings, now));
-  for (const auto& [beacon, entry] : entries_)
-    if (entry.isPresent || !entry.raised.empty() || settings->beacon(beacon) != nullptr)
-      snapshot.beacons.push_back(metricsOf(beacon, &entry, *settings, now));
+  for (const auto& [beacon, entry] : entries_) {
+    BeaconMetrics metrics = metricsOf(beacon, &entry, *settings, now);
+    if (metrics.isPresent.value_or(false) || !entry.raised.empty() || settings->beacon(beacon) != nullptr)
+      snapshot.beacons.push_back(std::move(metrics));
+  }
   std::ranges::sort(snapshot.beacons, {}, &BeaconMetrics::beacon);
   return snapshot;
 }
@@ -125,15 +135,22 @@ MetricsSnapshot MetricsBook::snapshot(platform::Date now) const {
 BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
                                      platform::Date now) const {
   BeaconMetrics metrics{.beacon = beacon, .label = settings.labelOf(beacon)};
-  if (isListening_) metrics.isPresent = entry != nullptr && entry->isPresent;
   for (const AlarmRule& rule : settings.alarms)
     if (AlarmBook::concerns(rule, beacon, settings.beacon(beacon)))
       metrics.alarms.push_back(
           {rule.name, rule.severity, entry != nullptr && entry->raised.contains(rule.name)});
-  if (entry == nullptr || !entry->reading) return metrics;
-  metrics.readings = entry->readings;
-  metrics.heard = entry->reading->heard;
-  if (metrics.isPresent.value_or(false) && isFresh(*entry->reading, entry->gaps, now)) {
+  const bool isPresent = entry != nullptr && entry->isPresent;
+  const bool isHeard = entry != nullptr && entry->reading;
+  if (isHeard) {
+    metrics.readings = entry->readings;
+    metrics.heard = entry->reading->heard;
+  }
+  // Who should have been heard long ago and was never lost: nobody listens any more.
+  const bool isTrue =
+      !isPresent || (isHeard && isFresh(*entry->reading, entry->gaps, settings.beacon(beacon), now));
+  if (!isListening_ || !isTrue) return metrics;
+  metrics.isPresent = isPresent;
+  if (isPresent) {
     metrics.shown = entry->reading->shown;
     metrics.rssi = entry->reading->rssi;
   }

@@ -28,7 +28,8 @@ namespace brenloft {
 /// a day. The readings of the others are counted.
 ///
 /// Values are told while their beacon is there and they are fresh: for three of its usual gaps or as long as
-/// its silence may last, and a minute at least; and while the radio listens.
+/// its silence may last, and a minute at least; and while the radio listens. When they are not, the presence
+/// is not known either: a history goes on saying that a beacon is there when its writer was killed.
 ///
 /// Threads: one call at a time.
 class MetricsBook final : public Sink {

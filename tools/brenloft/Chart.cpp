@@ -65,7 +65,7 @@ Scale scaleFor(int64_t least, int64_t most, int32_t unitSize) {
     }
 }
 
-std::string valueText(int64_t value, int32_t unitSize) {
+std::string scaleText(int64_t value, int32_t unitSize) {
   if (unitSize == 1) return std::to_string(value);
   std::string text;
   appendHundredths(text, static_cast<int32_t>(value));
@@ -96,7 +96,7 @@ class Plot {
     }
     scale_ = scaleFor(least, most, chart.unitSize);
     for (const int64_t value : {scale_.low, (scale_.low + scale_.high) / 2, scale_.high})
-      labelWidth_ = std::max(labelWidth_, valueText(value, chart.unitSize).size());
+      labelWidth_ = std::max(labelWidth_, scaleText(value, chart.unitSize).size());
     columns_ = std::max(form.width, labelWidth_ + 2 + kLeastColumns) - labelWidth_ - 2;
     strokes_.resize(columns_ * glyphs_.across);
   }
@@ -154,7 +154,7 @@ class Plot {
     const bool isLabelled = row % (kChartRows / 2) == 0;
     const int64_t value = scale_.high - (scale_.high - scale_.low) * static_cast<int64_t>(row) /
                                             static_cast<int64_t>(kChartRows - 1);
-    std::string line = fmt::format("{:>{}} {}", isLabelled ? valueText(value, chart_.unitSize) : "",
+    std::string line = fmt::format("{:>{}} {}", isLabelled ? scaleText(value, chart_.unitSize) : "",
                                    labelWidth_, isLabelled ? glyphs_.tick : glyphs_.axis);
     for (std::size_t column = 0; column < columns_; ++column) line += glyphs_.text(dotsAt(column, row));
     text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
