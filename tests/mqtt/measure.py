@@ -94,7 +94,8 @@ def usage(process):
 
 def octets(system, readings):
     """That the broker was sent for each of the readings, which are the times of their coming."""
-    (begun, _, first), (ended, _, last) = system.messages[0], system.messages[-1]
+    # The first was retained, and is of an earlier moment.
+    (begun, _, first), (ended, _, last) = system.messages[1], system.messages[-1]
     return (int(last) - int(first)) / sum(begun <= moment < ended for moment in readings)
 
 
