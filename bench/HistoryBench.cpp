@@ -1,7 +1,8 @@
 // The history: how fast and how small it is written, and how fast it is read.
 //
-//   bench_history                    writing, and reading one million rows
-//   bench_history ROWS BEACONS FILE  the same with so many; the file is kept
+//   bench_history                           writing, and reading one million rows
+//   bench_history ROWS BEACONS FILE [DAYS]  the same with so many; the file is kept. With DAYS its rows are of
+//                                           so many days up to now, else of a week
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -176,15 +177,15 @@ void compareWriting() {
 }
 
 // A reading of each beacon in each period, for as long as it takes.
-void fill(const std::filesystem::path& file, int64_t rows, int count, std::chrono::microseconds period,
-          bool isByTheSecond) {
+void fill(const std::filesystem::path& file, int64_t rows, int count, platform::Date start,
+          std::chrono::microseconds period, bool isByTheSecond) {
   World world(file);
   auto readings = beacons(count);
   for (int64_t round = 0; round * count < rows; ++round) {
     for (int i = 0; i < count; ++i) {
       Reading& reading = readings[static_cast<std::size_t>(i)];
       setReading(reading, round, i);
-      reading.heard = kStart + round * period + i * (period / count);
+      reading.heard = start + round * period + i * (period / count);
       world.writer->accept(reading);
     }
     if (isByTheSecond)
@@ -198,7 +199,7 @@ void measureOctets() {
   const Folder folder;
   constexpr int64_t rows = int64_t{100} * 3600;
   const uint64_t before = writtenOctets();
-  fill(folder.path / "history.sqlite", rows, 100, std::chrono::seconds(1), true);
+  fill(folder.path / "history.sqlite", rows, 100, kStart, std::chrono::seconds(1), true);
   const uint64_t octets = writtenOctets() - before;
   std::printf(
       "100 beacons at 1 Hz for an hour: %.1f octets handed to the disk per reading, %.1f in the file\n",
@@ -206,10 +207,11 @@ void measureOctets() {
       static_cast<double>(std::filesystem::file_size(folder.path / "history.sqlite")) / rows);
 }
 
-void measureReading(const std::filesystem::path& file, int64_t rows, int count) {
-  const auto period = std::chrono::microseconds(std::chrono::days(7)) * count / rows;
+void measureReading(const std::filesystem::path& file, int64_t rows, int count, platform::Date start,
+                    std::chrono::days days) {
+  const auto period = std::chrono::microseconds(days) * count / rows;
   if (!std::filesystem::exists(file)) {
-    const Seconds filled = secondsOf([&] { fill(file, rows, count, period, false); });
+    const Seconds filled = secondsOf([&] { fill(file, rows, count, start, period, false); });
     std::printf("%ld rows of %d beacons in %.1f s, %.2f octets each\n", static_cast<long>(rows), count,
                 filled.wall,
                 static_cast<double>(std::filesystem::file_size(file)) / static_cast<double>(rows));
@@ -220,7 +222,7 @@ void measureReading(const std::filesystem::path& file, int64_t rows, int count) 
     const Seconds latest = secondsOf("latest", [&] { found = reader->latest()->size(); });
     std::printf("latest of %zu beacons: %.2f ms\n", found, latest.wall * 1e3);
   }
-  const HistorySpan week{kStart, kStart + std::chrono::days(7)};
+  const HistorySpan week{start, start + std::chrono::days(7)};
   const auto beacon = beacons(count)[static_cast<std::size_t>(count) / 2].beacon;
   for (int turn = 0; turn < 3; ++turn) {
     uint64_t values = 0;
@@ -252,7 +254,10 @@ int main(int count, char** arguments) {
   const Folder folder;
   const int64_t rows = count > 1 ? std::stoll(arguments[1]) : kRowsReadBack;
   const int beaconCount = count > 2 ? std::stoi(arguments[2]) : 100;
+  const std::chrono::days days(count > 4 ? std::stoi(arguments[4]) : 7);
+  const auto now = std::chrono::floor<std::chrono::minutes>(std::chrono::system_clock::now());
+  const platform::Date start = count > 4 ? platform::Date(now - days) : kStart;
   measureReading(count > 3 ? std::filesystem::path(arguments[3]) : folder.path / "history.sqlite", rows,
-                 beaconCount);
+                 beaconCount, start, days);
   return 0;
 }

@@ -70,7 +70,8 @@ class PageReader {
   // The next round in which there may be something.
   void readRound(int64_t lastRound) {
     auto round = database_.prepare(
-        "SELECT last_seq FROM round WHERE last_seq > ?1 AND until >= ?2 AND since < ?3 ORDER BY last_seq "
+        "SELECT last_seq, first_seq FROM round WHERE last_seq > ?1 AND until >= ?2 AND since < ?3 ORDER BY "
+        "last_seq "
         "LIMIT 1");
     round.bind(1, page_.through);
     round.bind(2, since_);
@@ -80,6 +81,8 @@ class PageReader {
       return;
     }
     const int64_t last = round.integerAt(0);
+    // Those before it were passed over: nothing of them is wanted.
+    page_.through = std::max(page_.through, round.integerAt(1) - 1);
     readPiece(last, hasReadings(last));
   }
 

@@ -1,33 +1,18 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
-#include <utility>
 
+#include "gateway/Secret.h"
 #include "platform/foundation/Error.h"
 
 namespace brenloft {
-
-/// A text that is never printed: there is no way to a message but by its name.
-class Secret {
- public:
-  Secret() = default;
-  explicit Secret(std::string text) : text_(std::move(text)) {}
-  const std::string& revealed() const { return text_; }
-
- private:
-  std::string text_;
-};
 
 /// Who a client is to the broker.
 struct Login {
   std::string user{};
   Secret password{};
 };
-
-/// Why a file with a secret is not used: it cannot be read, or others may read it.
-std::optional<platform::Error> secretProblem(const std::filesystem::path& file);
 
 /// The user in the first line, the password in the second.
 platform::Result<Login> readLogin(const std::filesystem::path& file);

@@ -9,10 +9,10 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "gateway/history/HistoryFollower.h"
+#include "gateway/history/HistoryIdentity.h"
 #include "gateway/history/HistoryReader.h"
 #include "gateway/mqtt/Announcer.h"
 #include "gateway/mqtt/MachineClock.h"
@@ -31,20 +31,6 @@ constexpr std::size_t kRowsPerLook = 1'000;
 constexpr int64_t kRadioRows = 100'000;
 // Batches move the cursor all the time; a crash costs doubles of so much. Events move it at once.
 constexpr std::chrono::seconds kCursorPeriod{2};
-
-// Which file it is, whatever its name.
-struct Identity {
-  dev_t device{};
-  ino_t number{};
-
-  explicit Identity(const std::filesystem::path& file) {
-    struct stat about {};
-    if (::stat(file.c_str(), &about) != 0) return;
-    device = about.st_dev;
-    number = about.st_ino;
-  }
-  friend bool operator==(const Identity&, const Identity&) = default;
-};
 
 class HistoryRows final : public Outbox::Rows {
  public:
@@ -108,7 +94,7 @@ class Publisher::Run {
   Run(Publisher& publisher, std::unique_ptr<HistoryReader> reader, const Cursor& cursor)
       : publisher_(publisher),
         options_(publisher.options_),
-        file_(options_.history),
+        file_(HistoryIdentity::of(options_.history)),
         cursorFile_(options_.cursor),
         settings_(publisher.settings_->current()),
         payloads_(Topics(options_.gateway), [this](const BeaconId& id) { return settings_->labelOf(id); }),
@@ -141,7 +127,7 @@ class Publisher::Run {
     if (const auto written = cursorFile_.write(saved_); !written)
       return written.error().in(options_.cursor.native());
     session_.start(now());
-    while (!publisher_.isStopped_ && Identity(options_.history) == file_) step(**follower);
+    while (!publisher_.isStopped_ && HistoryIdentity::of(options_.history) == file_) step(**follower);
     session_.stop();
     save();
     return {};
@@ -281,7 +267,7 @@ class Publisher::Run {
 
   Publisher& publisher_;
   const PublisherOptions& options_;
-  const Identity file_;
+  const HistoryIdentity file_;
   const CursorFile cursorFile_;
   std::shared_ptr<const Settings> settings_;
   Payloads payloads_;

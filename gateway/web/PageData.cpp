@@ -117,12 +117,16 @@ void beacon(JSONWriter& json, const PageModel& page, const PageBeacon& one) {
 
 }  // namespace
 
-std::string pageData(const PageModel& page) {
+std::string pageData(const PageModel& page, std::optional<int64_t> seq) {
+  HistorySpan span = page.span;
+  // A live page asks for what came before.
+  if (seq && page.extent) span.since = std::min(span.since, page.extent->since);
   JSONWriter json;
   json.beginObject();
-  json.plainKey("since").number(secondsOf(page.span.since));
+  if (seq) json.plainKey("seq").number(*seq);
+  json.plainKey("since").number(secondsOf(span.since));
   json.plainKey("until").number(secondsOf(page.now()));
-  array(json, "zone", zoneChanges(page.span), [&](const ZoneChange& change) {
+  array(json, "zone", zoneChanges(span), [&](const ZoneChange& change) {
     json.beginArray()
         .number(secondsOf(change.since))
         .number(change.offset.count())

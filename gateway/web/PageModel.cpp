@@ -8,7 +8,7 @@
 
 #include "gateway/alarms/AlarmBook.h"
 #include "gateway/web/LocalTime.h"
-#include "gateway/web/PageStory.h"
+#include "gateway/web/PageReading.h"
 
 namespace brenloft::web {
 namespace {
@@ -18,7 +18,6 @@ using platform::Date;
 using Seconds = std::chrono::seconds;
 
 constexpr std::size_t kMostBeacons = 500;
-constexpr std::size_t kRowsPerPage = 1000;
 constexpr int64_t kMostDays = 31;
 constexpr Seconds kDayPiece = 15min;  // every zone's days begin at one
 constexpr int32_t kLowBattery = 10;   // percent
@@ -30,58 +29,10 @@ constexpr std::size_t kMostPieces = 720;
 constexpr std::size_t kLeastPieces = 96;
 constexpr std::size_t kRecentPieces = 48;
 
-// Whole parts of a day: others beat with the day and draw waves that are not there.
-constexpr std::array<Seconds, 23> kWidths{1s,   2s,   5s,    10s,   15s,   30s,   1min, 2min,
-                                          3min, 5min, 10min, 15min, 20min, 30min, 1h,   2h,
-                                          3h,   4h,   6h,    8h,    12h,   24h,   48h};
-
-Seconds widthFor(std::chrono::microseconds span, std::size_t pieces) {
-  const auto most = static_cast<int64_t>(pieces);
-  for (const Seconds width : kWidths)
-    if (width * most >= span) return width;
-  return std::chrono::days(7) * (span / (std::chrono::days(7) * most) + 1);
-}
-
-struct Unreadable {
-  platform::Error error;
-};
-template <typename Value>
-Value require(platform::Result<Value> result) {
-  if (!result) throw Unreadable{result.error()};
-  return *std::move(result);
-}
-
-bool isAnyIn(const std::vector<HistorySpan>& spans, Date since, Date until) {
-  return std::ranges::any_of(spans,
-                             [&](const HistorySpan& one) { return one.since < until && since < one.until; });
-}
-
-// Where a beacon was not present, or nothing listened.
-std::vector<HistorySpan> silencesOf(const PageBeacon& beacon, const PageModel& page) {
-  std::vector<HistorySpan> silences = page.outages;
-  Date since = page.span.since;
-  for (const HistorySpan& present : beacon.presence) {
-    if (since < present.since) silences.push_back({since, present.since});
-    since = std::max(since, present.until);
-  }
-  if (since < page.span.until) silences.push_back({since, page.span.until});
-  return silences;
-}
-
-PageCurve curveOf(std::vector<HistoryPoint> points, Seconds width, const std::vector<HistorySpan>& silences) {
-  PageCurve curve{std::move(points)};
-  for (std::size_t i = 1; i < curve.points.size(); ++i) {
-    const Date end = curve.points[i - 1].start + width;
-    if (end < curve.points[i].start && isAnyIn(silences, end, curve.points[i].start))
-      curve.breaks.push_back(i);
-  }
-  return curve;
-}
-
 class ModelReader {
  public:
   ModelReader(HistoryReader& reader, const Settings& settings, const PageRequest& request)
-      : reader_(reader), settings_(settings), request_(request), story_(request.span) {
+      : reader_(reader), settings_(settings), request_(request) {
     page_.span = request.span;
     page_.recent = {std::max(page_.span.since, page_.now() - std::chrono::days(1)), page_.now()};
     page_.recentWidth = widthFor(lengthOf(page_.recent), kRecentPieces);
@@ -91,17 +42,12 @@ class ModelReader {
     const HistorySpan extent = require(reader_.extent());
     if (extent.since < extent.until) page_.extent = extent;
     const auto heard = heardBeacons();
-    readStory();
-    Date heardLast = extent.since;
-    for (const auto& [id, latest] : heard)
-      if (latest) heardLast = std::max(heardLast, latest->heard);
-    if (!story_.events().empty()) heardLast = std::max(heardLast, story_.events().back().event.heard);
-    if (page_.extent) story_.finish(heardLast);
-    page_.outages = story_.outages();
-    page_.earlierEvents = story_.earlierEvents();
+    const PageStory story = readStory(reader_, page_.span, heardLast_);
+    page_.outages = story.outages();
+    page_.earlierEvents = story.earlierEvents();
     choose(heard);
-    for (PageBeacon& beacon : page_.beacons) complete(beacon);
-    takeEvents();
+    for (PageBeacon& beacon : page_.beacons) complete(beacon, story.find(beacon.id));
+    takeEvents(story);
     return std::move(page_);
   }
 
@@ -122,10 +68,14 @@ class ModelReader {
   Heard heardBeacons() {
     Heard heard;
     for (const HistoryBeacon& one : require(reader_.latest())) {
-      if (!isAsked(one.beacon)) continue;
-      auto& latest = heard[one.beacon];
+      std::optional<Reading> latest;
       if (one.latest) latest = std::get<Reading>(one.latest->record);
-      if (latest && latest->heard >= page_.now()) latest = latestBefore(one.beacon);
+      if (isAsked(one.beacon)) {
+        if (latest && latest->heard >= page_.now()) latest = latestBefore(one.beacon);
+        heard[one.beacon] = latest;
+      }
+      // Also of those that are not asked for: somebody listened.
+      if (latest) heardLast_ = std::max(heardLast_, std::min(latest->heard, page_.now()));
     }
     return heard;
   }
@@ -137,32 +87,8 @@ class ModelReader {
     const HistoryFilter filter{
         .beacons = {id}, .span = {pieces.back().start, page_.span.until}, .hasEvents = false};
     std::optional<Reading> latest;
-    eachRow(filter, [&](const HistoryRow& row) { latest = std::get<Reading>(row.record); });
+    eachRow(reader_, filter, [&](const HistoryRow& row) { latest = std::get<Reading>(row.record); });
     return latest;
-  }
-
-  template <typename Take>
-  void eachRow(const HistoryFilter& filter, const Take& take) {
-    int64_t after = 0;
-    for (bool isLast = false; !isLast;) {
-      const auto page = require(reader_.rows(after, filter, kRowsPerPage));
-      for (const HistoryRow& row : page.rows) take(row);
-      isLast = page.isLast || page.through <= after;
-      after = page.through;
-    }
-  }
-
-  void readStory() {
-    eachRow({.span = {.until = page_.now()}, .hasReadings = false}, [&](const HistoryRow& row) {
-      const auto& event = std::get<BeaconEvent>(row.record);
-      std::optional<Date> silentFrom;
-      if (story_.isStart(event) && row.seq > 1) {
-        const auto before = require(reader_.rows(row.seq - 2, {}, 1));
-        if (!before.rows.empty() && before.rows.front().seq < row.seq)
-          silentFrom = heardAt(before.rows.front().record);
-      }
-      story_.take(event, silentFrom);
-    });
   }
 
   // The beacons of the settings first, then those heard last; what a page has no room for is counted.
@@ -193,29 +119,21 @@ class ModelReader {
     page_.beacons = std::move(chosen);
   }
 
-  void complete(PageBeacon& beacon) {
+  void complete(PageBeacon& beacon, const BeaconStory* story) {
     for (const AlarmRule& rule : settings_.alarms)
       if (AlarmBook::concerns(rule, beacon.id, settings_.beacon(beacon.id))) beacon.rules.push_back(rule);
-    takeStory(beacon);
+    beacon.isPresent = isPresent(story, beacon.latest);
+    beacon.presence = presenceOf(story, beacon.isPresent, page_.span);
+    if (story != nullptr) {
+      beacon.emergencySince = story->emergencySince;
+      for (const auto& [rule, since] : story->raised) beacon.raised.push_back({rule, since});
+      beacon.marks = story->marks;
+    }
     if (beacon.latest) {
       readBattery(beacon);
       readCurves(beacon);
     }
     beacon.needs = needsOf(beacon);
-  }
-
-  void takeStory(PageBeacon& beacon) const {
-    const BeaconStory* story = story_.find(beacon.id);
-    // What is heard after its loss: the clock was put back.
-    beacon.isPresent = beacon.latest && (story == nullptr || story->isPresent.value_or(true) ||
-                                         (story->lostAt && *story->lostAt < beacon.latest->heard));
-    if (story != nullptr) {
-      beacon.emergencySince = story->emergencySince;
-      for (const auto& [rule, since] : story->raised) beacon.raised.push_back({rule, since});
-      beacon.marks = story->marks;
-      beacon.presence = story->presence;
-    }
-    if (beacon.isPresent && (story == nullptr || !story->isPresent)) beacon.presence = {page_.span};
   }
 
   void readBattery(PageBeacon& beacon) {
@@ -229,27 +147,20 @@ class ModelReader {
   }
 
   void readCurves(PageBeacon& beacon) {
-    const auto silences = silencesOf(beacon, page_);
+    const auto silences = silencesOf(page_.span, beacon.presence, page_.outages);
     beacon.recent =
-        curveOf(require(reader_.pieces(beacon.id, Quantity::temperature, page_.recent, page_.recentWidth)),
-                page_.recentWidth, silences);
+        readCurve(reader_, beacon.id, Quantity::temperature, page_.recent, page_.recentWidth, silences);
     readDays(beacon);
+    if (!request_.hasLayers) return;
     const std::size_t pieces = std::clamp(kPieces / page_.beacons.size(), kLeastPieces, kMostPieces);
-    addLayer(beacon, page_.span, pieces, silences);
+    const auto add = [&](const HistorySpan& span, std::size_t most) {
+      beacon.layers.push_back(readLayer(reader_, beacon.id, span, most, silences));
+    };
+    add(page_.span, pieces);
     // The newest in more detail, where people look closer; in tenths of the pieces.
     for (const auto& [days, part] : {std::pair(30, 5), std::pair(7, 5), std::pair(1, 4)})
       if (const std::chrono::days span(days); lengthOf(page_.span) >= 2 * span)
-        addLayer(beacon, {page_.now() - span, page_.now()}, pieces * static_cast<std::size_t>(part) / 10,
-                 silences);
-  }
-
-  void addLayer(PageBeacon& beacon, HistorySpan span, std::size_t pieces,
-                const std::vector<HistorySpan>& silences) {
-    PageLayer layer{span, widthFor(lengthOf(span), pieces)};
-    for (std::size_t i = 0; i < layer.curves.size(); ++i)
-      layer.curves[i] = curveOf(require(reader_.pieces(beacon.id, kPageQuantities[i], span, layer.width)),
-                                layer.width, silences);
-    beacon.layers.push_back(std::move(layer));
+        add({page_.now() - span, page_.now()}, pieces * static_cast<std::size_t>(part) / 10);
   }
 
   void readDays(PageBeacon& beacon) {
@@ -274,18 +185,20 @@ class ModelReader {
     const auto battery = beacon.latest->shown.battery;
     const bool isLow =
         battery && (*battery <= kLowBattery || (beacon.empty && *beacon.empty < page_.now() + kSoonEmpty));
+    const auto isInfo = [&](const RaisedAlarm& raised) { return beacon.isInfo(raised); };
     if (beacon.emergencySince) needs.push_back(Need::emergency);
-    if (!beacon.raised.empty()) needs.push_back(Need::alarm);
+    if (!std::ranges::all_of(beacon.raised, isInfo)) needs.push_back(Need::alarm);
     if (isSilent) needs.push_back(Need::silent);
     if (isLow) needs.push_back(Need::battery);
+    if (std::ranges::any_of(beacon.raised, isInfo)) needs.push_back(Need::info);
     return needs;
   }
 
   // Of the beacons that the page shows, and the gateway's own.
-  void takeEvents() {
+  void takeEvents(const PageStory& story) {
     std::set<BeaconId> shown;
     for (const PageBeacon& beacon : page_.beacons) shown.insert(beacon.id);
-    for (const PageEvent& one : story_.events())
+    for (const PageEvent& one : story.events())
       if (!one.event.beacon || shown.contains(*one.event.beacon)) page_.events.push_back(one);
     // A clock may have been put back.
     std::ranges::reverse(page_.events);
@@ -298,7 +211,7 @@ class ModelReader {
   HistoryReader& reader_;
   const Settings& settings_;
   const PageRequest& request_;
-  PageStory story_;
+  Date heardLast_ = Date::min();
   PageModel page_;
 };
 
@@ -309,6 +222,16 @@ std::string PageBeacon::name() const {
   if (!label.name.empty()) return label.name;
   if (id.kind() != BeaconId::Kind::iBeacon || id.text().size() <= kUuid) return id.text();
   return id.text().substr(kUuid + 1) + " of " + id.text().substr(0, 8);
+}
+
+const AlarmRule* PageBeacon::rule(const std::string& name) const {
+  const auto found = std::ranges::find(rules, name, &AlarmRule::name);
+  return found == rules.end() ? nullptr : &*found;
+}
+
+bool PageBeacon::isInfo(const RaisedAlarm& alarm) const {
+  const AlarmRule* known = rule(alarm.rule);
+  return known != nullptr && known->severity == AlarmSeverity::info;
 }
 
 const HistorySpan* PageModel::outageNow() const {

@@ -16,7 +16,7 @@
 namespace brenloft::web {
 
 /// What is amiss with a beacon; the worst first.
-enum class Need : uint8_t { emergency, alarm, silent, battery, notHeard };
+enum class Need : uint8_t { emergency, alarm, silent, battery, notHeard, info };
 
 /// A quantity in pieces of one width, by time. None was heard where a piece is missing; the line is broken
 /// there only where the beacon was absent or nothing listened. Else readings were merely thinned.
@@ -73,6 +73,10 @@ struct PageBeacon {
 
   /// What people call it; of an iBeacon without a name, what tells it from others: "1/2 of 51C70E2A".
   std::string name() const;
+  /// Of what it is judged by; null for a rule that is no longer there.
+  const AlarmRule* rule(const std::string& name) const;
+  /// A raised alarm that merely tells something.
+  bool isInfo(const RaisedAlarm& alarm) const;
   bool has(Need need) const { return std::ranges::find(needs, need) != needs.end(); }
 };
 
@@ -102,6 +106,7 @@ struct PageModel {
 struct PageRequest {
   HistorySpan span{};               ///< both ends given
   std::vector<BeaconId> beacons{};  ///< none: all
+  bool hasLayers = true;            ///< what charts show; else they ask for it themselves
 };
 
 /// Reads what a page shows. Strangers that were not heard in the span are left out; so is what the settings

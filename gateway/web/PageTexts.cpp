@@ -62,11 +62,6 @@ std::optional<int32_t> valueOf(AlarmQuantity quantity, const Reading& reading) {
   return std::nullopt;
 }
 
-const AlarmRule* ruleIn(const PageBeacon& beacon, const std::string& name) {
-  const auto found = std::ranges::find(beacon.rules, name, &AlarmRule::name);
-  return found == beacon.rules.end() ? nullptr : &*found;
-}
-
 // Rules without their hold: "above 5.0 °C".
 std::string limitText(const AlarmRule& rule) {
   if (rule.quantity == AlarmQuantity::silence) return "not heard";
@@ -101,8 +96,10 @@ std::string emptyText(const PageModel& page, const PageBeacon& beacon) {
 }
 
 Attention alarmLine(const PageModel& page, const PageBeacon& beacon, const RaisedAlarm& raised) {
-  Attention line{.beacon = &beacon, .need = Need::alarm};
-  const AlarmRule* rule = ruleIn(beacon, raised.rule);
+  const AlarmRule* rule = beacon.rule(raised.rule);
+  Attention line{.beacon = &beacon, .need = beacon.isInfo(raised) ? Need::info : Need::alarm};
+  line.rule = raised.rule;
+  line.isCritical = rule != nullptr && rule->severity == AlarmSeverity::critical;
   Date since = raised.since;
   std::string what = raised.rule;
   if (rule != nullptr) {
@@ -147,6 +144,7 @@ Attention lineOf(const PageModel& page, const PageBeacon& beacon, Need need) {
       line.why = "Never heard, though the settings name it: " + beacon.id.text();
       break;
     case Need::alarm:
+    case Need::info:
       break;
   }
   return line;
@@ -168,7 +166,7 @@ std::string alarmText(const BeaconEvent& event) {
 // An alarm of silence says what the state says.
 bool saysAlarm(const PageBeacon& beacon, Need need) {
   return std::ranges::any_of(beacon.raised, [&](const RaisedAlarm& raised) {
-    const AlarmRule* rule = ruleIn(beacon, raised.rule);
+    const AlarmRule* rule = beacon.rule(raised.rule);
     return rule != nullptr && need == Need::silent && rule->quantity == AlarmQuantity::silence;
   });
 }
@@ -176,10 +174,12 @@ bool saysAlarm(const PageBeacon& beacon, Need need) {
 std::vector<Attention> linesOf(const PageModel& page, const PageBeacon& beacon) {
   std::vector<Attention> lines;
   for (const Need need : beacon.needs) {
-    if (need == Need::alarm)
-      for (const RaisedAlarm& raised : beacon.raised) lines.push_back(alarmLine(page, beacon, raised));
-    else if (!saysAlarm(beacon, need))
+    if (need == Need::alarm || need == Need::info) {
+      for (const RaisedAlarm& raised : beacon.raised)
+        if (beacon.isInfo(raised) == (need == Need::info)) lines.push_back(alarmLine(page, beacon, raised));
+    } else if (!saysAlarm(beacon, need)) {
       lines.push_back(lineOf(page, beacon, need));
+    }
   }
   return lines;
 }
@@ -187,8 +187,8 @@ std::vector<Attention> linesOf(const PageModel& page, const PageBeacon& beacon) 
 }  // namespace
 
 StateWord wordOf(Need need) {
-  constexpr StateWord kWords[] = {
-      {"Emergency", "em"}, {"Alarm", "al"}, {"Silent", "wa"}, {"Battery", "wa"}, {"Not heard yet", "wa"}};
+  constexpr StateWord kWords[] = {{"Emergency", "em"}, {"Alarm", "al"},         {"Silent", "wa"},
+                                  {"Battery", "wa"},   {"Not heard yet", "wa"}, {"Info", "in"}};
   return kWords[static_cast<std::size_t>(need)];
 }
 
@@ -196,7 +196,15 @@ std::vector<Attention> attentionOf(const PageModel& page) {
   std::vector<Attention> lines;
   for (const PageBeacon& beacon : page.beacons)
     std::ranges::move(linesOf(page, beacon), std::back_inserter(lines));
-  std::ranges::stable_sort(lines, {}, &Attention::need);
+  std::ranges::stable_sort(lines, {},
+                           [](const Attention& line) { return std::pair(line.need, !line.isCritical); });
+  if (const HistorySpan* outage = page.outageNow())
+    lines.insert(lines.begin(),
+                 {.beacon = nullptr,
+                  .need = Need::alarm,
+                  .figure = "Hears nothing",
+                  .why = fmt::format("Since {}. All values are old", sinceText(outage->since, page.now())),
+                  .duration = durationText(page.now() - outage->since)});
   return lines;
 }
 
@@ -222,13 +230,13 @@ std::string ruleText(const AlarmRule& rule) {
 std::string ageText(const PageModel& page, const PageBeacon& beacon) {
   if (!beacon.latest) return "never";
   const auto age = page.now() - beacon.latest->heard;
-  return age < std::chrono::minutes(1) ? "now" : durationText(age);
+  return beacon.isPresent && age < std::chrono::minutes(1) ? "now" : durationText(age);
 }
 
 bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity) {
   return std::ranges::any_of(beacon.raised, [&](const RaisedAlarm& raised) {
-    const AlarmRule* rule = ruleIn(beacon, raised.rule);
-    return rule != nullptr && rule->quantity == quantity;
+    const AlarmRule* rule = beacon.rule(raised.rule);
+    return rule != nullptr && rule->quantity == quantity && !beacon.isInfo(raised);
   });
 }
 
@@ -282,6 +290,8 @@ EventText textOf(const PageEvent& told) {
     case Happened::emergencyOver:
       return {{"Emergency over", ""}, "no longer signalled"};
     case Happened::alarmRaised:
+      if (event.alarm && event.alarm->severity == AlarmSeverity::info)
+        return {{"Info", "in"}, alarmText(event)};
       return {{"Alarm", "al"}, alarmText(event)};
     case Happened::alarmCleared:
       return {{"Alarm over", ""}, alarmText(event)};

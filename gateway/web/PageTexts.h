@@ -14,17 +14,19 @@ namespace brenloft::web {
 /// A word for a state and the class that gives it its weight.
 struct StateWord {
   std::string_view word;
-  std::string_view css;  ///< "em", "al", "wa"; none for what needs nobody
+  std::string_view css;  ///< "em", "al", "wa", "in"; none for what needs nobody
 };
 StateWord wordOf(Need need);
 
 /// One line of what needs attention.
 struct Attention {
-  const PageBeacon* beacon;
+  const PageBeacon* beacon;  ///< null: the radio, which comes before all
   Need need;
-  std::string figure;    ///< "8.2 °C"
-  std::string why;       ///< "Above 5.0 °C since 14:08"
-  std::string duration;  ///< "24 min"
+  std::string figure;       ///< "8.2 °C"
+  std::string why;          ///< "Above 5.0 °C since 14:08"
+  std::string duration;     ///< "24 min"
+  std::string rule{};       ///< of an alarm
+  bool isCritical = false;  ///< an alarm that comes before others
 };
 /// The most urgent first.
 std::vector<Attention> attentionOf(const PageModel& page);
@@ -34,10 +36,10 @@ std::string decimalText(double hundredths, int places);
 std::string wholeText(int32_t number);
 /// "above 5.0 °C for 5 min"
 std::string ruleText(const AlarmRule& rule);
-/// "now", else how long ago.
+/// "now" of what is there and was heard just now, else how long ago.
 std::string ageText(const PageModel& page, const PageBeacon& beacon);
 
-/// Whether an alarm of this quantity is raised for it.
+/// Whether an alarm of this quantity is raised for it that does not merely tell something.
 bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity);
 
 /// A figure of a beacon with its name.

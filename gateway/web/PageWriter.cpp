@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "gateway/Texts.h"
 #include "gateway/web/Html.h"
 #include "gateway/web/LocalTime.h"
 #include "gateway/web/PageAssets.h"
@@ -56,6 +57,16 @@ std::vector<Place> placesOf(const PageModel& page) {
 
 using Midnights = std::set<Date, std::greater<>>;  // the newest first
 
+std::string scriptsOfPage() {
+  std::string text = "\"use strict\";\n(() => {\n";
+  for (const char* file : {"time.js", "charts.js", "live.js", "page.js"}) text += pageAsset(file);
+  return text + "})();\n";
+}
+
+std::string dygraphsWithLicence() {
+  return fmt::format("/*! Dygraphs\n{}*/\n{}\n", pageAsset("copyright"), pageAsset("dygraph.min.js"));
+}
+
 class Writer {
  public:
   Writer(const PageModel& page, const PageForm& form)
@@ -63,9 +74,8 @@ class Writer {
 
   std::string write() {
     const std::map<std::string_view, std::function<std::string()>> parts{
-        {"nonce", [this] { return escaped(form_.nonce); }},
         {"title", [this] { return escaped(form_.title); }},
-        {"style", [] { return std::string(pageAsset("page.css")); }},
+        {"style", [this] { return style(); }},
         {"chip", [this] { return chip(); }},
         {"when", [this] { return when(); }},
         {"attentionCount", [this] { return count(attention_.size()); }},
@@ -78,13 +88,8 @@ class Writer {
         {"days", [this] { return days(); }},
         {"events", [this] { return events(); }},
         {"footer", [this] { return footer(); }},
-        {"data", [this] { return insideScript(pageData(page_)); }},
-        {"licence", [] { return std::string(pageAsset("copyright")); }},
-        {"dygraphs", [] { return std::string(pageAsset("dygraph.min.js")); }},
-        {"script", [] {
-           return std::string(pageAsset("time.js")) + std::string(pageAsset("charts.js")) +
-                  std::string(pageAsset("page.js"));
-         }}};
+        {"data", [this] { return insideScript(pageData(page_, form_.seq)); }},
+        {"scripts", [this] { return scripts(); }}};
     return filled(pageAsset("page.html"), [&](std::string_view name) {
       const auto part = parts.find(name);
       return part == parts.end() ? std::string() : part->second();
@@ -101,6 +106,10 @@ class Writer {
   }
 
   std::string when() const {
+    if (form_.seq)
+      return fmt::format(
+          R"(<span id="live">Live</span> <span id="date">{}</span>, <span id="clock">{}</span> {})",
+          dateText(page_.now()), clockText(page_.now()), escaped(zoneName(page_.now())));
     return fmt::format("Report of {}, {} {}, {}", dateText(page_.now()), clockText(page_.now()),
                        escaped(zoneName(page_.now())), durationText(page_.now() - page_.span.since));
   }
@@ -108,14 +117,31 @@ class Writer {
   std::string attention() const {
     std::string html;
     for (const Attention& line : attention_) {
-      const StateWord state = wordOf(line.need);
+      const StateWord state = line.beacon == nullptr ? StateWord{"Radio", "al"} : wordOf(line.need);
+      const std::string who =
+          line.beacon == nullptr ? "All beacons" : linkTo(*line.beacon) + small(line.beacon->label.place);
       html += fmt::format(
-          R"(<li class="{}">{}<span class="who">{}{}</span><span class="fig">{}</span><span class="why">{}</span><span class="dur">{}</span></li>)"
+          R"(<li class="{}" data-k="{} {} {}">{}<span class="who">{}</span><span class="fig">{}</span><span class="why">{}</span><span class="dur">{}</span></li>)"
           "\n",
-          state.css, tag(state), linkTo(*line.beacon), small(line.beacon->label.place), escaped(line.figure),
-          escaped(line.why), escaped(line.duration));
+          state.css, line.beacon == nullptr ? "" : escaped(line.beacon->id.text()), state.word,
+          escaped(line.rule), tag(state), who, escaped(line.figure), escaped(line.why),
+          escaped(line.duration));
     }
     return html;
+  }
+
+  std::string style() const {
+    if (form_.seq) return R"(<link rel="stylesheet" href="page.css">)";
+    return fmt::format(
+        R"(<meta http-equiv="Content-Security-Policy" content="default-src 'none'; script-src 'nonce-{0}'; style-src 'nonce-{0}'; base-uri 'none'; form-action 'none'">)"
+        "\n<style nonce=\"{0}\">\n{1}</style>",
+        escaped(form_.nonce), pageAsset("page.css"));
+  }
+
+  std::string scripts() const {
+    if (form_.seq) return R"(<script src="dygraph.js"></script><script src="page.js"></script>)";
+    return fmt::format("<script nonce=\"{0}\">\n{1}</script>\n<script nonce=\"{0}\">\n{2}</script>",
+                       escaped(form_.nonce), dygraphsWithLicence(), scriptsOfPage());
   }
 
   // What is to be known beside: how the radio was.
@@ -125,10 +151,7 @@ class Writer {
       html +=
           fmt::format(R"(<p class="note {}">{} <span>{}</span></p>)", css, tag({word, ""}), escaped(text));
     };
-    if (const HistorySpan* now = page_.outageNow())
-      note("al", "Radio",
-           fmt::format("Hears nothing since {}. All values are old.", sinceText(now->since, page_.now())));
-    if (attention_.empty() && page_.outageNow() == nullptr) note("", "Quiet", quietText());
+    if (attention_.empty()) note("", "Quiet", quietText());
     if (const std::string text = outageText(); !text.empty()) note("", "Radio", text);
     if (page_.omitted > 0)
       note("", "Left out", fmt::format("{} more beacons have no room on this page.", page_.omitted));
@@ -184,9 +207,14 @@ class Writer {
     for (const Need need : needs)
       tags += fmt::format(R"(<span class="{}">{}</span> )", wordOf(need).css, tag(wordOf(need)));
     return fmt::format(
-        R"(<li><a href="#p{}">{}</a><span class="rg">{}</span><span class="hd">{} of {} heard</span><span class="sts">{}</span></li>)"
+        R"(<li><a href="#p{}">{}</a><span class="rg">{}</span><span class="hd">{}</span><span class="sts">{}</span></li>)"
         "\n",
-        index, placeName(one), range, heard, one.beacons.size(), tags);
+        index, placeName(one), range, heardText(heard, one.beacons.size()), tags);
+  }
+
+  // While nothing listens, nobody knows who is there.
+  std::string heardText(std::size_t heard, std::size_t all) const {
+    return page_.outageNow() == nullptr ? fmt::format("{} of {} heard", heard, all) : counted(all, "beacon");
   }
 
   std::string placeName(const Place& place) const {
@@ -310,6 +338,13 @@ class Writer {
 };
 
 }  // namespace
+
+std::optional<std::string> pageFile(std::string_view name) {
+  if (name == "page.css") return std::string(pageAsset("page.css"));
+  if (name == "page.js") return scriptsOfPage();
+  if (name == "dygraph.js") return dygraphsWithLicence();
+  return std::nullopt;
+}
 
 std::string writePage(const PageModel& page, const PageForm& form) {
   return Writer(page, form).write();

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "gateway/web/PageModel.h"
 
@@ -8,11 +11,16 @@ namespace brenloft::web {
 
 struct PageForm {
   std::string title;
-  std::string nonce;  ///< letters and digits that nobody can guess: only scripts with it run
+  std::string nonce{};  ///< letters and digits that nobody can guess: only scripts with it run
+  /// Of a live page: the row up to which it says everything. Its style and scripts then are files beside it,
+  /// and its policy the server's.
+  std::optional<int64_t> seq{};
 };
 
-/// The whole page: one HTML document that needs nothing else. Everything that somebody else wrote stands in
-/// it as text. Pure.
+/// What a live page has beside it: "page.css", "page.js" and "dygraph.js"; nothing else.
+std::optional<std::string> pageFile(std::string_view name);
+
+/// The whole page as one HTML document. Everything that somebody else wrote stands in it as text. Pure.
 std::string writePage(const PageModel& page, const PageForm& form);
 
 }  // namespace brenloft::web

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include "gateway/InstantText.h"
 #include "gateway/history/HistoryWriter.h"
 #include "platform/dispatch/VirtualDispatch.h"
 #include "tests/tool/RunTool.h"
 #include "tools/brenloft/Chart.h"
-#include "tools/brenloft/InstantText.h"
 
 namespace brenloft_test {
 namespace {

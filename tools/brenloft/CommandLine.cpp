@@ -26,6 +26,7 @@
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/PublishCommand.h"
+#include "tools/brenloft/ServeCommand.h"
 #include "tools/brenloft/Source.h"
 
 namespace brenloft {
@@ -386,7 +387,7 @@ void declareCommands(CLI::App& app, Run& run) {
   app.set_version_flag("-V,--version", "brenloft " BRENLOFT_VERSION);
   app.require_subcommand(1);
   for (const auto add : {addDecode, addHear, addScan, addRange, addSimulate, addLog, addHistory, addBeacons,
-                         addPublish, addReport, addTag, addSources})
+                         addPublish, addReport, addServe, addTag, addSources})
     add(app, run);
   addConfig(app, run, declareCommands);
   addHelp(app, run);

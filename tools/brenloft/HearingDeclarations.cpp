@@ -1,5 +1,6 @@
 #include "tools/brenloft/HearingDeclarations.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -7,7 +8,9 @@
 #include "gateway/BeaconId.h"
 #include "gateway/Texts.h"
 #include "gateway/history/HistoryOptions.h"
+#include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
+#include "tools/brenloft/Source.h"
 
 namespace brenloft {
 namespace {
@@ -83,6 +86,20 @@ void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
   addParsed(command, "--keep-size", history.keepSize, historySizeFromText,
             "size of 1M or more, such as 500M or 2G",
             "of the history, delete the oldest beyond this size (2G)");
+}
+
+// What a search is told of its output has no meaning here.
+void addHearing(CLI::App& command, SearchOptions& hearing) {
+  auto* source = command.add_option("-s,--source", hearing.source,
+                                    std::string("also hear, and keep the history: ") + kSourceForms);
+  const std::vector<CLI::Option*> others = command.get_options();
+  addServices(command, hearing);
+  addExitTime(command, hearing);
+  addWantedBeacons(command, hearing.gateway.choice);
+  addLimits(command, hearing.heard);
+  addHistoryBounds(command, hearing.gateway.history);
+  for (CLI::Option* option : command.get_options())
+    if (std::ranges::find(others, option) == others.end()) option->needs(source);
 }
 
 }  // namespace brenloft

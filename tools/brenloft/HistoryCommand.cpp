@@ -22,9 +22,9 @@
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
 #include "tools/brenloft/HistoryPlot.h"
-#include "tools/brenloft/InstantText.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
+#include "tools/brenloft/SpanTexts.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
 

@@ -13,7 +13,7 @@
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
-#include "tools/brenloft/InstantText.h"
+#include "tools/brenloft/SpanTexts.h"
 #include "tools/brenloft/JsonLine.h"
 #include "tools/brenloft/LogLimits.h"
 #include "tools/brenloft/Messages.h"

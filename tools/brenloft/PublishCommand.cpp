@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <memory>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -19,8 +18,8 @@
 #include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
+#include "tools/brenloft/Following.h"
 #include "tools/brenloft/Messages.h"
-#include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
 
 namespace brenloft {
@@ -95,20 +94,6 @@ PublisherOptions publisherOptions(const PublishOptions& options) {
   return publisher;
 }
 
-// As a service hears: everything into the history, nothing on standard output.
-SearchOptions searchOptions(const PublishOptions& options) {
-  SearchOptions search = options.hearing;
-  search.container = options.container;
-  search.settings = options.settings;
-  search.format = SearchFormat::none;
-  search.gateway.keepsHistory = true;
-  return search;
-}
-
-void finish(const platform::Result<>& result) {
-  if (!result) throw Failure(ExitStatus::failed, result.error().text);
-}
-
 ExitStatus forget(const PublishOptions& options, platform::DispatchService& dispatch) {
   const std::vector<BeaconId> beacons = beaconsFromTexts("--forget", options.forget, *options.settings);
   const PublisherOptions publisher = publisherOptions(options);
@@ -120,58 +105,19 @@ ExitStatus forget(const PublishOptions& options, platform::DispatchService& disp
   return ExitStatus::done;
 }
 
-// A publisher on a thread of its own, for as long as the object lives.
-class PublishingThread {
- public:
-  explicit PublishingThread(Publisher& publisher)
-      : publisher_(publisher), thread_([this] { result_ = publisher_.run(); }) {}
-  ~PublishingThread() { end(); }
-  PublishingThread(const PublishingThread&) = delete;
-  PublishingThread& operator=(const PublishingThread&) = delete;
-
-  platform::Result<> end() {
-    publisher_.stop();
-    if (thread_.joinable()) thread_.join();
-    return result_;
-  }
-
- private:
-  Publisher& publisher_;
-  platform::Result<> result_;
-  std::thread thread_;
-};
-
-ExitStatus hearAndPublish(const PublishOptions& options,
-                          const std::shared_ptr<platform::RealTimeDispatch>& dispatch) {
-  std::error_code error;
-  std::filesystem::create_directories(folderOfContainer(options.container), error);
-  Publisher publisher(publisherOptions(options), dispatch, options.settings, say);
-  StopSignals::leaveToOthers();  // the search waits for them
-  PublishingThread thread(publisher);
-  const ExitStatus status = runSearch(searchOptions(options));
-  finish(thread.end());
-  return status;
-}
-
 }  // namespace
 
 ExitStatus runPublish(const PublishOptions& options) {
   refuseContainerFile("--cursor", options.cursor, options.container);
-  const auto dispatch = platform::RealTimeDispatch::make();
-  if (!options.forget.empty() || options.isAllForgotten) return forget(options, *dispatch);
-  if (!options.hearing.source.empty()) return hearAndPublish(options, dispatch);
-  StopSignals::leaveToOthers();
-  installForStore(options.container);
-  storeIn(options.container);  // says what is wrong with the folder
-  Publisher publisher(publisherOptions(options), dispatch, options.settings, say);
-  StopSignals signals;  // its thread ends before what it calls
-  signals.watch([&] { publisher.stop(); },
-                [&] {
-                  for (const std::string& line : options.settings->reload().lines) printMessage(line);
-                  publisher.wake();
-                });
-  finish(publisher.run());
-  return ExitStatus::done;
+  if (!options.forget.empty() || options.isAllForgotten)
+    return forget(options, *platform::RealTimeDispatch::make());
+  return runFollowing({options.container, options.settings, options.hearing}, [&](const auto& dispatch) {
+    const auto publisher =
+        std::make_shared<Publisher>(publisherOptions(options), dispatch, options.settings, say);
+    return Follower{.run = [publisher] { return publisher->run(); },
+                    .stop = [publisher] { publisher->stop(); },
+                    .wake = [publisher] { publisher->wake(); }};
+  });
 }
 
 }  // namespace brenloft

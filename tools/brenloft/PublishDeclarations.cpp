@@ -1,18 +1,14 @@
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "gateway/mqtt/Topics.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/HearingDeclarations.h"
-#include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/PublishCommand.h"
-#include "tools/brenloft/Source.h"
 
 namespace brenloft {
 namespace {
@@ -93,20 +89,6 @@ void addFrom(CLI::App& command, PublishOptions& options) {
         if (!options.isFromNow) options.from = isNumber ? seq : 1;
       },
       "go on with this row of the history, whatever was published: its number, all or now");
-}
-
-// Both in one process. What a search is told of its output has no meaning here.
-void addHearing(CLI::App& command, SearchOptions& hearing) {
-  auto* source = command.add_option("-s,--source", hearing.source,
-                                    std::string("also hear, and keep the history: ") + kSourceForms);
-  const std::vector<CLI::Option*> others = command.get_options();
-  addServices(command, hearing);
-  addExitTime(command, hearing);
-  addWantedBeacons(command, hearing.gateway.choice);
-  addLimits(command, hearing.heard);
-  addHistoryBounds(command, hearing.gateway.history);
-  for (CLI::Option* option : command.get_options())
-    if (std::ranges::find(others, option) == others.end()) option->needs(source);
 }
 
 std::string checkName(const std::string& text) {

@@ -15,9 +15,9 @@
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
-#include "tools/brenloft/InstantText.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
+#include "tools/brenloft/SpanTexts.h"
 #include "tools/brenloft/Store.h"
 #include "tools/brenloft/TimeText.h"
 

@@ -130,6 +130,15 @@ std::string captureFileOf(const std::string& address) {
   return isPlain ? captureFile(address) : std::string();
 }
 
+std::string pacedSource(const std::string& address) {
+  const bool isWhole = address == kDemo || !captureFileOf(address).empty();
+  return isWhole ? address + std::string(kPaced) : address;
+}
+
+bool isDemo(const std::string& address) {
+  return pacedSource(address) == "demo?paced";
+}
+
 bool isReadAtOnce(const std::string& address) {
   std::error_code ignored;
   return std::filesystem::is_regular_file(captureFileOf(address), ignored);

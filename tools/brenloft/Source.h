@@ -38,6 +38,12 @@ std::string captureFileOf(const std::string& address);
 /// Whether all that there is to hear can be read at once: nobody waits for a part of it.
 bool isReadAtOnce(const std::string& address);
 
+/// The same source as it happens, not all of it at once.
+std::string pacedSource(const std::string& address);
+
+/// Whether its beacons are made up.
+bool isDemo(const std::string& address);
+
 /// For the help text: every form that `openSource` takes.
 extern const char* const kSourceForms;
 

@@ -2,10 +2,10 @@
 
 /* Name, unit, height, decimal places, units per whole: in the order of a layer's curves. */
 const QUANTITIES = [
-  {name: "Temperature", unit: "°C", height: 220, places: 1, scale: 100, hasAxis: true},
-  {name: "Humidity", unit: "% RH", height: 120, places: 0, scale: 100},
-  {name: "Signal", unit: "dBm", height: 90, places: 0, scale: 1, range: [-105, -25]},
-  {name: "Battery", unit: "%", height: 100, places: 0, scale: 1, range: [0, 105], hasAxis: true},
+  {name: "Temperature", key: "temperature", unit: "°C", height: 220, places: 1, scale: 100, hasAxis: true},
+  {name: "Humidity", key: "humidity", unit: "% RH", height: 120, places: 0, scale: 100},
+  {name: "Signal", key: "rssi", unit: "dBm", height: 90, places: 0, scale: 1, range: [-105, -25]},
+  {name: "Battery", key: "battery", unit: "%", height: 100, places: 0, scale: 1, range: [0, 105], hasAxis: true},
 ];
 const NARROW = 641;
 
@@ -41,12 +41,28 @@ const rowsOf = (layer, curve, scale) => {
   return rows;
 };
 
-/* The finest layer that reaches back so far; the first is the whole span. */
-const layerFor = (beacon, from) => {
+/* What a chart shows of a report: the finest layer that reaches back so far; the first is the whole span. */
+const viewOfReport = (page, beacon, from) => {
   let found = beacon.layers[0];
+  if (!found) return null;
   for (const layer of beacon.layers) if (layer.since * 1e3 <= from && layer.width < found.width) found = layer;
-  return found;
+  return {
+    width: found.width, until: page.until, outages: page.outages, presence: beacon.presence, marks: beacon.marks,
+    curves: QUANTITIES.map((quantity, i) => rowsOf(found, found.curves[i], quantity.scale)),
+  };
 };
+
+/* The same of what a server answers: [start, lowest, mean, highest], null where the line is broken. */
+const viewOfAnswer = answer => ({
+  width: answer.width, until: answer.until, outages: answer.outages, presence: answer.presence, marks: answer.marks,
+  curves: QUANTITIES.map(quantity => {
+    let time = 0;
+    return answer[quantity.key].map(point => {
+      time = point ? (point[0] + answer.width / 2) * 1e3 : time + answer.width * 500;
+      return [new Date(time), point ? point.slice(1) : [null, null, null]];
+    });
+  }),
+});
 
 /* The index of the row that is nearest to a time, of those with a value; -1 for none. */
 const nearestRow = (rows, time) => {
@@ -60,9 +76,9 @@ const nearestRow = (rows, time) => {
 /* Dygraphs' legend sets a style attribute, which the content security policy refuses; it is not used. */
 Dygraph.PLUGINS = Dygraph.PLUGINS.filter(plugin => plugin !== Dygraph.Plugins.Legend);
 
-/* box: where they stand; page: outages; onZoom(from, to): a part was chosen with the pointer. */
-const makeCharts = (box, page, clock, onZoom) => {
-  let graphs = [], beacon = null, layer = null, from = 0, to = 0, place = null, isMoving = false;
+/* box: where they stand; onZoom(from, to): a part was chosen with the pointer. */
+const makeCharts = (box, clock, onZoom) => {
+  let graphs = [], beacon = null, view = null, from = 0, to = 0, place = null, isMoving = false;
 
   const inView = row => row[0] >= from && row[0] <= to && row[1][0] !== null;
   const extremes = rows => rows.filter(inView).reduce(
@@ -94,7 +110,7 @@ const makeCharts = (box, page, clock, onZoom) => {
 
   const shadeOutages = (context, area, graph) => {
     context.fillStyle = colour("--ra");
-    for (const [since, until] of page.outages) {
+    for (const [since, until] of view.outages) {
       if (until * 1e3 < from || since * 1e3 > to) continue;
       const left = Math.max(area.x, graph.toDomXCoord(since * 1e3));
       const right = Math.min(area.x + area.w, graph.toDomXCoord(until * 1e3));
@@ -156,7 +172,7 @@ const makeCharts = (box, page, clock, onZoom) => {
   const drawMarks = (context, area, graph) => {
     const red = colour("--red");
     let free = -Infinity;
-    for (const [since, until, what] of beacon.marks) {
+    for (const [since, until, what] of view.marks) {
       if (until * 1e3 < from || since * 1e3 > to) continue;
       const left = Math.max(area.x, graph.toDomXCoord(since * 1e3));
       const right = Math.min(area.x + area.w, graph.toDomXCoord(until * 1e3));
@@ -208,7 +224,7 @@ const makeCharts = (box, page, clock, onZoom) => {
 
   const addChart = index => {
     const quantity = QUANTITIES[index];
-    const rows = rowsOf(layer, layer.curves[index], quantity.scale);
+    const rows = view.curves[index];
     if (!rows.length) return;
     const frame = element("div", "chb"), head = element("div", "ch");
     const reading = element("span", "", restText(quantity, rows));
@@ -226,11 +242,11 @@ const makeCharts = (box, page, clock, onZoom) => {
   const addPresence = () => {
     const inside = spans => spans.map(([since, until]) => [Math.max(from, since * 1e3), Math.min(to, until * 1e3)])
       .filter(([since, until]) => since < until);
-    const outages = inside(page.outages);
+    const outages = inside(view.outages);
     const heardIn = (since, until) => outages.reduce(
       (sum, [a, b]) => sum - Math.max(0, Math.min(until, b) - Math.max(since, a)), until - since);
-    const end = Math.min(to, page.until * 1e3);
-    const heard = inside(beacon.presence).reduce((sum, [a, b]) => sum + heardIn(a, b), 0);
+    const end = Math.min(to, view.until * 1e3);
+    const heard = inside(view.presence).reduce((sum, [a, b]) => sum + heardIn(a, b), 0);
     const listened = heardIn(from, end);
     const share = listened > 0 ? "heard " + (heard / listened > .9995 ? "100" : number(heard / listened * 100, 1)) + " %" : "nothing listened";
     const space = "http://www.w3.org/2000/svg", svg = document.createElementNS(space, "svg");
@@ -244,7 +260,7 @@ const makeCharts = (box, page, clock, onZoom) => {
       rect.setAttribute("class", css);
       svg.append(rect);
     };
-    inside(beacon.presence).forEach(span => bar(span, "in"));
+    inside(view.presence).forEach(span => bar(span, "in"));
     outages.forEach(span => bar(span, "ra"));
     const frame = element("div", "chb"), head = element("div", "ch");
     head.append(element("b", "", "Presence"), element("span", "", share));
@@ -253,7 +269,7 @@ const makeCharts = (box, page, clock, onZoom) => {
   };
 
   const readingAt = ({rows, quantity}, index) => {
-    if (index < 0 || Math.abs(rows[index][0] - place) > layer.width * 1500) return "no reading";
+    if (index < 0 || Math.abs(rows[index][0] - place) > view.width * 1500) return "no reading";
     const [lowest, mean, highest] = rows[index][1];
     const isRange = number(lowest, quantity.places) !== number(highest, quantity.places);
     return number(mean, quantity.places) +
@@ -300,11 +316,11 @@ const makeCharts = (box, page, clock, onZoom) => {
     box.textContent = "";
   };
 
-  const draw = (which, since, until) => {
+  const draw = (which, since, until, shown) => {
     clear();
-    [beacon, from, to, place] = [which, since, until, null];
-    if (!beacon.layers.length) return box.append(element("p", "note", "Nothing was heard of this beacon."));
-    layer = layerFor(beacon, from);
+    [beacon, from, to, place, view] = [which, since, until, null, shown];
+    if (!view || view.curves.every(rows => !rows.length))
+      return box.append(element("p", "note", "Nothing was heard of this beacon" + (view ? " in this time." : ".")));
     addChart(0);
     addChart(1);
     addChart(2);

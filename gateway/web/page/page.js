@@ -1,20 +1,23 @@
 /* The list, the detail view, the address and the keys. The page reads without it. */
 const root = document.documentElement;
 const page = JSON.parse($("#data").textContent);
-const clock = makeClock(page.zone);
-const beaconById = new Map(page.beacons.map(beacon => [beacon.id, beacon]));
-const title = document.title, present = page.until * 1e3, begin = page.since * 1e3;
+const isLive = "seq" in page;
+const title = document.title;
 const hashOf = (id, query) => "#b=" + encodeURIComponent(id) + "&" + query;
+const beaconOf = id => page.beacons.find(beacon => beacon.id === id);
+const present = () => page.until * 1e3, begin = () => page.since * 1e3;
+const clock = makeClock(page.zone);
 root.classList.add("on");
 
 /* ---- ranges: those that the data fill, and the whole ---- */
 const RANGES = [["6h", "6 h", 6 * HOUR], ["day", "Day", DAY], ["week", "Week", 7 * DAY], ["month", "Month", 30 * DAY],
-  ["year", "Year", 365 * DAY]].filter(range => range[2] <= present - begin);
-if (!RANGES.some(range => range[2] >= present - begin)) RANGES.push(["all", "All", present - begin]);
+  ["year", "Year", 365 * DAY]].filter(range => range[2] <= present() - begin());
+if (!RANGES.some(range => range[2] >= present() - begin())) RANGES.push(["all", "All", 0]);
+const lengthOf = range => range[2] || present() - begin();
 const usual = (RANGES.find(range => range[0] === "day") || RANGES[RANGES.length - 1])[0];
 
 let current = null, last = null, range = "", from = 0, to = 0;
-const charts = makeCharts($("#charts"), page, clock,
+const charts = makeCharts($("#charts"), clock,
   (a, b) => go("from=" + Math.round(a / 1e3) + "&to=" + Math.round(b / 1e3)));
 
 /* ---- the address: #b=ID&r=day, or #b=ID&from=…&to=… in seconds since 1970 ---- */
@@ -34,7 +37,7 @@ const showList = () => {
   charts.clear();
   root.classList.remove("det");
   $("#detail").hidden = true;
-  document.title = title;
+  setTitle();
   if (!current) return;
   last = current;
   current = null;
@@ -47,9 +50,9 @@ const showList = () => {
 };
 
 const route = () => {
-  const wanted = parseHash(), beacon = wanted.b && beaconById.get(wanted.b);
+  const wanted = parseHash(), beacon = wanted.b && beaconOf(wanted.b);
   if (!beacon) { showList(); return; }
-  const isNew = beacon !== current;
+  const isNew = !current || beacon.id !== current.id;
   current = beacon;
   root.classList.add("det");
   $("#detail").hidden = false;
@@ -57,14 +60,20 @@ const route = () => {
     [range, from, to] = ["", wanted.from * 1e3, wanted.to * 1e3];
   } else {
     const chosen = RANGES.find(one => one[0] === wanted.r) || RANGES.find(one => one[0] === usual);
-    [range, from, to] = [chosen[0], present - chosen[2], present];
+    [range, from, to] = [chosen[0], present() - lengthOf(chosen), present()];
   }
   showHead();
   show();
-  document.title = beacon.name + " · " + title;
+  setTitle();
   if (!isNew) return;
   scrollTo(0, 0);
   $("#dn").focus({preventScroll: true});
+};
+
+const setTitle = () => {
+  const count = $$("#att li:not(.gone)").length;
+  document.title = (current ? current.name + " · " : isLive && count ? count + " need" + (count === 1 ? "s" : "") +
+    " attention · " : "") + title;
 };
 
 /* ---- the detail view ---- */
@@ -75,34 +84,58 @@ const tagOf = ([text, css]) => {
 };
 
 const showHead = () => {
-  const name = $("#dn"), list = $("#dl"), rows = $("#devs tbody");
+  const name = $("#dn"), list = $("#dl").cloneNode(), rows = $("#devs tbody").cloneNode();
   name.replaceChildren(element("bdi", "", current.name));
   if (current.place) name.append(" ", element("small", "", current.place));
   $("#dtag").replaceChildren(...current.states.map(tagOf));
   $("#dwhy").replaceChildren(current.saying, element("span", "id", "Id " + current.id));
-  list.replaceChildren(...current.facts.map(([what, value, unit, isBad]) => {
+  list.append(...current.facts.map(([what, value, unit, isBad]) => {
     const fact = element("div", current.states.length ? current.states[0][1] : ""), figure = element("dd", isBad ? "bad" : "", value + " ");
     if (unit) figure.append(element("small", "", unit));
     fact.append(element("dt", "", what), figure);
     return fact;
   }));
   list.hidden = !current.facts.length;
-  rows.replaceChildren(...$$("#events tbody tr[data-e]")
+  rows.append(...$$("#events tbody tr[data-e]")
     .filter(row => row.dataset.e === current.id || row.dataset.e === "*").map(row => {
       const copy = row.cloneNode(true);
       copy.children[2].remove();
       return copy;
     }));
+  morph($("#dl"), list);
+  morph($("#devs tbody"), rows);
 };
 
 const dayAndTime = time => clock.weekday(time) + (to - from > 60 * DAY ? " " + clock.year(time) : "") + " " + clock.hm(time);
 
-const show = () => {
-  charts.draw(current, from, to);
+/* What charts show: a report has it, a server is asked. */
+let asked = 0;
+const show = async () => {
+  const box = $("#charts"), number = ++asked, [which, since, until] = [current, from, to];
+  showRange();
+  if (!isLive) return draw(which, since, until, viewOfReport(page, which, since));
+  box.setAttribute("aria-busy", "true");
+  try {
+    const view = viewOfAnswer(await askHistory(which.id, since, until));
+    if (number !== asked || !current) return;
+    draw(which, since, until, view);
+  } catch (problem) {
+    if (number !== asked || !current) return;
+    charts.clear();
+    box.append(element("p", "note", "The history cannot be shown now: " + problem.message));
+  }
+  box.removeAttribute("aria-busy");
+};
+
+const showRange = () => {
   setText($("#span"), dayAndTime(from) + " to " + dayAndTime(to) + " " + clock.name(to));
   for (const button of $$("#ranges button")) button.setAttribute("aria-pressed", String(button.dataset.r === range));
-  $("#later").disabled = to >= present;
-  $("#earlier").disabled = from <= begin;
+  $("#later").disabled = to >= present();
+  $("#earlier").disabled = from <= begin();
+};
+
+const draw = (which, since, until, view) => {
+  charts.draw(which, since, until, view);
   const text = (values, i, places) => values ? number(values[i], places) : "";
   $("#figs tbody").replaceChildren(...charts.figures(24).map(([start, [temperature, humidity, signal]]) => {
     const row = element("tr"), head = element("th", "", dayAndTime(start));
@@ -114,8 +147,8 @@ const show = () => {
 };
 
 const shift = direction => {
-  if (!current || (direction < 0 ? from <= begin : to >= present)) return;
-  const width = to - from, end = Math.max(begin + width, Math.min(to + direction * width / 2, present));
+  if (!current || (direction < 0 ? from <= begin() : to >= present())) return;
+  const width = to - from, end = Math.max(begin() + width, Math.min(to + direction * width / 2, present()));
   go("from=" + Math.round((end - width) / 1e3) + "&to=" + Math.round(end / 1e3), true);
 };
 
@@ -130,13 +163,16 @@ $("#earlier").onclick = () => shift(-1);
 $("#later").onclick = () => shift(1);
 
 /* ---- the list: links open the detail view, and so does a click beside them ---- */
-for (const link of $$("a[data-b]")) link.href = hashOf(link.dataset.b, "r=" + usual);
-for (const row of $$(".cols tr[data-b]"))
-  row.onclick = event => {
-    if (!event.target.closest("a") && !String(getSelection())) $("a", row).click();
-  };
+const linkUp = within => {
+  for (const link of $$("a[data-b]", within)) link.setAttribute("href", hashOf(link.dataset.b, "r=" + usual));
+};
+linkUp(document);
+$(".cols").onclick = event => {
+  const row = event.target.closest("tr[data-b]");
+  if (row && !event.target.closest("a") && !String(getSelection())) $("a", row).click();
+};
 
-$("#find").oninput = () => {
+const find = () => {
   const wanted = $("#find").value.trim().toLowerCase();
   let shown = 0;
   for (const table of $$(".cols table")) {
@@ -153,9 +189,10 @@ $("#find").oninput = () => {
   setText($("#bcount"), wanted ? shown + " of " + page.beacons.length : String(page.beacons.length));
   $("#none").hidden = Boolean(shown) || !wanted;
 };
+$("#find").oninput = find;
 $("#clear").onclick = () => {
   $("#find").value = "";
-  $("#find").oninput();
+  find();
   $("#find").focus();
 };
 
@@ -237,3 +274,23 @@ addEventListener("resize", () => {
 });
 addEventListener("hashchange", route);
 route();
+
+/* ---- live: what the server says anew ---- */
+if (isLive) {
+  /* A part that stands still is left alone, and so is one that somebody reads. */
+  const follow = () => {
+    if (!current) return setTitle();
+    current = beaconOf(current.id) || current;
+    if (!range || charts.isRead() || $("#charts").matches(":hover")) return showHead();
+    route();
+  };
+  makeLive(page, clock, {
+    linkUp,
+    onPage: () => { find(); follow(); },
+    onReading: reading => {
+      if (!current || reading.id !== current.id) return;
+      takeReading(current, reading, clock);
+      showHead();
+    },
+  });
+}

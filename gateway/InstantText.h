@@ -1,10 +1,8 @@
 #pragma once
 
 #include <optional>
-#include <string>
 #include <string_view>
 
-#include "gateway/history/HistoryReader.h"
 #include "platform/foundation/Date.h"
 
 namespace brenloft {
@@ -14,10 +12,5 @@ namespace brenloft {
 /// "1d12h" ago; "now"; "@1795255200".
 /// Nothing when it is none of these.
 std::optional<platform::Date> instantFromText(std::string_view text, platform::Date now);
-
-/// The value of an option. Throws `Failure` where it is none.
-platform::Date requireInstant(const char* option, const std::string& text, platform::Date now);
-/// What `--since` and `--until` say; empty: from the beginning, to the end.
-HistorySpan spanFromTexts(const std::string& since, const std::string& until, platform::Date now);
 
 }  // namespace brenloft

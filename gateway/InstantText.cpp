@@ -1,4 +1,4 @@
-#include "tools/brenloft/InstantText.h"
+#include "gateway/InstantText.h"
 
 #include <array>
 #include <charconv>
@@ -6,10 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include <fmt/format.h>
-
 #include "gateway/Texts.h"
-#include "tools/brenloft/ExitStatus.h"
 
 namespace brenloft {
 namespace {
@@ -152,23 +149,6 @@ std::optional<Date> instantFromText(std::string_view text, Date now) {
   const bool hasUnit = !text.empty() && (text.back() < '0' || text.back() > '9');
   const auto ago = hasUnit ? durationFromText(text) : std::nullopt;
   return ago ? std::optional(now - *ago) : std::nullopt;
-}
-
-Date requireInstant(const char* option, const std::string& text, Date now) {
-  const auto date = instantFromText(text, now);
-  if (!date)
-    throw Failure(
-        ExitStatus::usage,
-        fmt::format("{}: '{}' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday", option, text));
-  return *date;
-}
-
-HistorySpan spanFromTexts(const std::string& since, const std::string& until, Date now) {
-  HistorySpan span;
-  if (!since.empty()) span.since = requireInstant("--since", since, now);
-  if (!until.empty()) span.until = requireInstant("--until", until, now);
-  if (span.until < span.since) throw Failure(ExitStatus::usage, "--until is before --since");
-  return span;
 }
 
 }  // namespace brenloft

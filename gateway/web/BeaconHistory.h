@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "gateway/web/PageModel.h"
+
+namespace brenloft::web {
+
+/// What charts show of one beacon in a span, however long that is.
+struct BeaconHistory {
+  BeaconId id;
+  Label label{};
+  PageLayer layer{};
+  std::vector<HistorySpan> outages{};   ///< nothing listened
+  std::vector<HistorySpan> presence{};  ///< outages are not taken out
+  std::vector<PageMark> marks{};
+};
+
+/// In at most so many points, whose width is a whole part of a day.
+platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const Settings& settings,
+                                                  const BeaconId& beacon, const HistorySpan& span,
+                                                  std::size_t points);
+
+// docs/serve.md describes both.
+std::string historyJson(const BeaconHistory& history);
+std::string historyCsv(const BeaconHistory& history);
+
+}  // namespace brenloft::web

@@ -1,0 +1,102 @@
+#include "gateway/web/PageReading.h"
+
+#include <algorithm>
+#include <array>
+
+namespace brenloft::web {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::Date;
+using Seconds = std::chrono::seconds;
+
+constexpr std::size_t kRowsPerPage = 1000;
+
+constexpr std::array<Seconds, 23> kWidths{1s,   2s,   5s,    10s,   15s,   30s,   1min, 2min,
+                                          3min, 5min, 10min, 15min, 20min, 30min, 1h,   2h,
+                                          3h,   4h,   6h,    8h,    12h,   24h,   48h};
+
+bool isAnyIn(const std::vector<HistorySpan>& spans, Date since, Date until) {
+  return std::ranges::any_of(spans,
+                             [&](const HistorySpan& one) { return one.since < until && since < one.until; });
+}
+
+}  // namespace
+
+Seconds widthFor(std::chrono::microseconds span, std::size_t pieces) {
+  const auto most = static_cast<int64_t>(pieces);
+  for (const Seconds width : kWidths)
+    if (width * most >= span) return width;
+  return std::chrono::days(7) * (span / (std::chrono::days(7) * most) + 1);
+}
+
+std::vector<HistorySpan> silencesOf(const HistorySpan& span, const std::vector<HistorySpan>& presence,
+                                    std::vector<HistorySpan> outages) {
+  Date since = span.since;
+  for (const HistorySpan& present : presence) {
+    if (since < present.since) outages.push_back({since, present.since});
+    since = std::max(since, present.until);
+  }
+  if (since < span.until) outages.push_back({since, span.until});
+  return outages;
+}
+
+PageCurve readCurve(HistoryReader& reader, const BeaconId& beacon, Quantity quantity, const HistorySpan& span,
+                    Seconds width, const std::vector<HistorySpan>& silences) {
+  PageCurve curve{require(reader.pieces(beacon, quantity, span, width))};
+  for (std::size_t i = 1; i < curve.points.size(); ++i) {
+    const Date end = curve.points[i - 1].start + width;
+    if (end < curve.points[i].start && isAnyIn(silences, end, curve.points[i].start))
+      curve.breaks.push_back(i);
+  }
+  return curve;
+}
+
+PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const HistorySpan& span,
+                    std::size_t pieces, const std::vector<HistorySpan>& silences) {
+  PageLayer layer{span, widthFor(span.until - span.since, pieces)};
+  for (std::size_t i = 0; i < layer.curves.size(); ++i)
+    layer.curves[i] = readCurve(reader, beacon, kPageQuantities[i], span, layer.width, silences);
+  return layer;
+}
+
+void eachRow(HistoryReader& reader, const HistoryFilter& filter,
+             const std::function<void(const HistoryRow&)>& take) {
+  int64_t after = 0;
+  for (bool isLast = false; !isLast;) {
+    const auto page = require(reader.rows(after, filter, kRowsPerPage));
+    for (const HistoryRow& row : page.rows) take(row);
+    isLast = page.isLast || page.through <= after;
+    after = page.through;
+  }
+}
+
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, Date heardLast) {
+  PageStory story(span);
+  eachRow(reader, {.span = {.until = span.until}, .hasReadings = false}, [&](const HistoryRow& row) {
+    const auto& event = std::get<BeaconEvent>(row.record);
+    std::optional<Date> silentFrom;
+    if (story.isStart(event) && row.seq > 1) {
+      const auto before = require(reader.rows(row.seq - 2, {}, 1));
+      if (!before.rows.empty() && before.rows.front().seq < row.seq)
+        silentFrom = heardAt(before.rows.front().record);
+    }
+    story.take(event, silentFrom);
+    heardLast = std::max(heardLast, event.heard);
+  });
+  if (heardLast > Date::min()) story.finish(heardLast);
+  return story;
+}
+
+bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest) {
+  // What is heard after its loss: the clock was put back.
+  return latest && (story == nullptr || story->isPresent.value_or(true) ||
+                    (story->lostAt && *story->lostAt < latest->heard));
+}
+
+std::vector<HistorySpan> presenceOf(const BeaconStory* story, bool isPresent, const HistorySpan& span) {
+  if (isPresent && (story == nullptr || !story->isPresent)) return {span};
+  return story == nullptr ? std::vector<HistorySpan>() : story->presence;
+}
+
+}  // namespace brenloft::web
