@@ -1,9 +1,11 @@
 #!/usr/bin/python3
-"""The page of `brenloft report` as a person sees it, in Chromium: page_test.py TOOL"""
+"""The page of `brenloft report` and of `brenloft serve` as a person sees it, in Chromium: page_test.py TOOL"""
 import csv
 import decimal
 import io
 import os
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -60,6 +62,50 @@ def open_browser(folder):
     return webdriver.Chrome(service=Service(DRIVER), options=options)
 
 
+class Live:
+    """`brenloft serve`, and `brenloft scan` beside it on a pipe."""
+
+    def __init__(self, folder):
+        self.folder = tempfile.TemporaryDirectory(prefix='live-', dir=folder)
+        self.where = ['-C', self.folder.name, '--config', os.path.join(folder, 'brenloft.toml')]
+        with socket.create_server(('127.0.0.1', 0)) as free:
+            self.port = free.getsockname()[1]
+        self.url = f'http://127.0.0.1:{self.port}/'
+        self.beacons = {beacon.name: beacon for beacon in beacon_week.beacons()}
+
+    def __enter__(self):
+        self.radio = subprocess.Popen([TOOL, 'scan', '--uuid', '180F', '--source', 'capture:-?paced', '--history',
+                                       '--format', 'none', *self.where], stdin=subprocess.PIPE)
+        self.radio.stdin.write(b'btsnoop\0' + struct.pack('>II', 1, 1002))
+        for name in self.beacons:
+            self.hear(name, 5)
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+        self.radio.stdin.close()
+        self.radio.terminate()
+        self.radio.wait(20)
+        self.folder.cleanup()
+
+    def hear(self, name, degrees, emergency=0):
+        beacon, now = self.beacons[name], time.time()
+        frame = bytearray(beacon_week.frame(beacon, now, now, degrees))
+        frame[6] = emergency
+        self.radio.stdin.write(beacon_week.packet(now, beacon_week.advertisement(beacon, bytes(frame), -60)))
+        self.radio.stdin.flush()
+
+    def start(self):
+        self.server = subprocess.Popen([TOOL, 'serve', '--listen', str(self.port), '--title', 'Northside Foods', *self.where],
+                                       stderr=subprocess.PIPE, text=True)
+        self.server.stderr.readline()  # where it is
+
+    def stop(self):
+        self.server.terminate()
+        assert self.server.wait(20) == 0
+
+
 class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -76,16 +122,19 @@ class PageTest(unittest.TestCase):
         cls.browser.quit()
         cls.folder.cleanup()
 
+    is_cut = False  # the server was stopped on purpose
+
     def setUp(self):
         self.resize(1280, 1000)
         self.browser.execute_cdp_cmd('Emulation.setEmulatedMedia', {'features': []})
 
     def tearDown(self):
-        """Nothing is fetched, and nothing is complained of."""
+        """Nothing is fetched from elsewhere, and nothing is complained of."""
         asked = [entry for entry in self.browser.get_log('performance')
                  if '"Network.requestWillBeSent"' in entry['message'] and self.url not in entry['message']]
         self.assertEqual(asked, [])
-        self.assertEqual(self.browser.get_log('browser'), [])
+        self.assertEqual([entry for entry in self.browser.get_log('browser')
+                          if not (self.is_cut and 'ERR_CONNECTION_REFUSED' in entry['message'])], [])
 
     # What a person does and sees.
 
@@ -254,6 +303,44 @@ class PageTest(unittest.TestCase):
         self.open_beacon('Poultry fridge')
         pdf = self.browser.execute_cdp_cmd('Page.printToPDF', {'printBackground': False})['data']
         self.assertGreater(len(pdf), 40_000)
+
+    def test_live(self):
+        """One history, heard while it is looked at; the server is stopped and started again."""
+        with Live(self.folder.name) as live:
+            self.url = live.url
+            self.addCleanup(setattr, self, 'url', type(self).url)
+            self.open()
+            fish = f'.cols tr[data-b="{self.ids["Fish, on ice"]}"]'
+            figure = lambda: self.text(fish + ' td:nth-child(3)')
+            self.await_true(lambda: self.text('#live') == 'Live' and self.all(fish), 'the page is live')
+            self.assertEqual(self.all('img'), [])
+            self.assertIn(HOSTILE, [row.text for row in self.all('.cols tbody bdi')])
+            told = time.time()
+            live.hear('Fish, on ice', 17.25)
+            self.await_true(lambda: figure() == '17.3', 'a value is shown')
+            self.assertLess(time.time() - told, 1.5)
+            self.script('window.mine = document.querySelector(arguments[0])', fish)
+
+            live.hear('Staff tag 7', 8, emergency=1)
+            self.await_true(lambda: 'Staff tag 7' in self.text('#att'), 'an emergency needs attention')
+            self.assertTrue(self.browser.title.startswith('1 needs attention'))
+            self.assertIn('Staff tag 7', self.one('#cry').get_attribute('textContent'))
+            self.assertTrue(self.script('return window.mine.isConnected'), 'rows stay')
+
+            type(self).is_cut = True
+            live.stop()
+            self.await_true(lambda: 'No connection since' in self.text('#stale'), 'who is cut off is told')
+            live.start()
+            self.await_true(lambda: self.text('#live') == 'Live' and not self.one('#stale').is_displayed(), 'it comes back')
+            live.hear('Fish, on ice', 1.5)
+            self.await_true(lambda: figure() == '1.5', 'and is live again')
+
+            self.script('arguments[0].click()', self.one(fish + ' a'))
+            self.await_true(lambda: self.readings().get('Temperature') == 'lowest 1.5, highest 17.3', 'the chart is asked for')
+            live.hear('Fish, on ice', 2)
+            self.await_true(lambda: self.text('#dl dd').startswith('2.0'), 'the detail view is live')
+            self.browser.get_log('browser')
+            type(self).is_cut = False
 
     def test_fifty_beacons_of_a_week_are_small(self):
         with tempfile.TemporaryDirectory(prefix='brenloft-page-') as folder:
