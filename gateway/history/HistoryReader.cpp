@@ -54,6 +54,10 @@ class PageReader {
     const int64_t last = lastSeqIn(database_);
     const int64_t lastRound = numberIn(database_, "SELECT max(last_seq) FROM round");
     page_.through = after;
+    if (!filter_.hasReadings) {
+      page_.isLast = readEvents(last);
+      return std::move(page_);
+    }
     int rounds = 0;
     while (page_.through < last && page_.rows.size() < limit_ && looked_ < kMostRowsPerStep) {
       if (++rounds > kMostRoundsPerStep) break;
@@ -67,12 +71,25 @@ class PageReader {
   }
 
  private:
+  // Events have a table of their own, and are few. True behind the last of them.
+  bool readEvents(int64_t last) {
+    if (filter_.hasEvents) {
+      auto events = prepare("event", ReadStep::kEventColumns, last);
+      while (events.step()) {
+        if (page_.rows.size() == limit_ || ++looked_ > kMostRowsPerStep) return false;
+        page_.through = events.integerAt(0);
+        if (isWanted(events.integerAt(2), events.integerAt(3))) page_.rows.push_back(step_.eventAt(events));
+      }
+    }
+    page_.through = std::max(page_.through, last);
+    return true;
+  }
+
   // The next round in which there may be something.
   void readRound(int64_t lastRound) {
     auto round = database_.prepare(
-        "SELECT last_seq, first_seq FROM round WHERE last_seq > ?1 AND until >= ?2 AND since < ?3 ORDER BY "
-        "last_seq "
-        "LIMIT 1");
+        "SELECT last_seq, first_seq FROM round WHERE last_seq > ?1 AND until >= ?2 AND since < ?3 "
+        "ORDER BY last_seq LIMIT 1");
     round.bind(1, page_.through);
     round.bind(2, since_);
     round.bind(3, until_);

@@ -16,6 +16,7 @@ namespace {
 using platform::dispatch_time_t;
 
 constexpr std::chrono::seconds kLook{1};  // for what took too long
+constexpr int kLastLooks = 4;             // so that streams end in order
 // What the kernel keeps for a client that does not read.
 constexpr int kSendBuffer = 64 * 1024;
 constexpr std::size_t kStreamBlock = 4096;
@@ -319,7 +320,7 @@ class HttpServer::Core {
       if (exchange->isSuspended && !exchange->stream) exchange->answer = refusal(503, "the server ends");
       resume(*exchange);
     }
-    MHD_run(daemon_);
+    for (int i = 0; i < kLastLooks; ++i) MHD_run(daemon_);
     MHD_stop_daemon(daemon_);
   }
 

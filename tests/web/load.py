@@ -52,7 +52,10 @@ async def ask(port, path, headers=''):
     start = time.perf_counter()
     reader, writer = await asyncio.open_connection('127.0.0.1', port)
     writer.write(f'GET {path} HTTP/1.0\r\nHost: localhost\r\n{headers}\r\n'.encode())
-    answer = await asyncio.wait_for(reader.read(), 60)
+    try:
+        answer = await asyncio.wait_for(reader.read(), 60)
+    except ConnectionResetError:
+        answer = b''
     writer.close()
     head, _, body = answer.partition(b'\r\n\r\n')
     return int(head.split()[1]) if head else 0, body, (time.perf_counter() - start) * 1e3
@@ -61,10 +64,12 @@ async def ask(port, path, headers=''):
 async def stream(port, counts, number):
     reader, writer = await asyncio.open_connection('127.0.0.1', port)
     writer.write(b'GET /api/events HTTP/1.0\r\nHost: localhost\r\n\r\n')
-    while line := await reader.readline():
-        if line.startswith(b'id: '):
-            counts[number] += 1
-    writer.close()
+    try:
+        while line := await reader.readline():
+            if line.startswith(b'id: '):
+                counts[number] += 1
+    finally:
+        writer.close()
 
 
 async def streams_beside_questions(folder):
@@ -74,9 +79,9 @@ async def streams_beside_questions(folder):
     beacons = beacon_week.beacons()
 
     def hear(i):
-        now, beacon = time.time(), beacons[i % 10]
-        radio.stdin.write(beacon_week.packet(now, beacon_week.advertisement(
-            beacon, beacon_week.frame(beacon, now, now, 4 + i % 7), -60)))
+        beacon = beacons[i % 10]
+        radio.stdin.write(beacon_week.packet(i / 1e3, beacon_week.advertisement(
+            beacon, beacon_week.frame(beacon, 0, 0, 4 + i % 7), -60)))
         radio.stdin.flush()
     hear(0)
     server = Server(folder)
@@ -103,6 +108,7 @@ async def streams_beside_questions(folder):
     radio.stdin.close()
     radio.terminate()
     radio.wait(20)
+    await asyncio.sleep(7)  # a heartbeat finds them gone
     return server
 
 
