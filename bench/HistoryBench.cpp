@@ -1,8 +1,8 @@
 // The history: how fast and how small it is written, and how fast it is read.
 //
 //   bench_history                           writing, and reading one million rows
-//   bench_history ROWS BEACONS FILE [DAYS]  the same with so many; the file is kept. With DAYS its rows are of
-//                                           so many days up to now, else of a week
+//   bench_history ROWS BEACONS FILE [DAYS]  the same with so many; the file is kept. With DAYS its rows
+//                                           are of so many days up to now, else of a week
 #include <chrono>
 #include <cmath>
 #include <cstdio>
