@@ -326,7 +326,7 @@ class PageTest(unittest.TestCase):
 
             live.hear('Staff tag 7', 8, emergency=1)
             self.await_true(lambda: 'Staff tag 7' in self.text('#att'), 'an emergency needs attention')
-            self.assertTrue(self.browser.title.startswith('1 needs attention'))
+            self.assertTrue(self.browser.title.startswith('2 need attention'))
             self.assertIn('Staff tag 7', self.one('#cry').get_attribute('textContent'))
             self.assertTrue(self.script('return window.mine.isConnected'), 'rows stay')
 
