@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -99,7 +100,12 @@ class HistoryReader {
   /// those in which nothing was heard are left out.
   platform::Result<std::vector<HistoryPoint>> pieces(const BeaconId& beacon, Quantity quantity,
                                                      HistorySpan span, std::chrono::seconds width);
-  /// The same in so many points at most.
+  /// The same of several quantities, in their order; the history is looked through once.
+  platform::Result<std::vector<std::vector<HistoryPoint>>> pieces(const BeaconId& beacon,
+                                                                  std::span<const Quantity> quantities,
+                                                                  HistorySpan span,
+                                                                  std::chrono::seconds width);
+  /// Those of one in so many points at most.
   platform::Result<std::vector<HistoryPoint>> series(const BeaconId& beacon, Quantity quantity,
                                                      HistorySpan span, std::size_t points);
   /// What was kept with events, by owner and subject.

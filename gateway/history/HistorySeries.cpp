@@ -118,14 +118,19 @@ int64_t ticksOfSecond(int64_t second) {
   return history::ticksOf(platform::Date(std::chrono::seconds(std::clamp(second, -most, most))));
 }
 
+// A quantity and what is gathered of it.
+struct Quantified {
+  const QuantityForm& form;
+  Pieces pieces;
+};
+
 // Folds the rounds of a snapshot, and the rows after the last one.
 class Folder {
  public:
-  Folder(SQLiteDatabase& database, int64_t beacon, const QuantityForm& form, Pieces& pieces)
+  Folder(SQLiteDatabase& database, int64_t beacon, std::vector<Quantified>& quantities)
       : database_(database),
         beacon_(beacon),
-        form_(form),
-        pieces_(pieces),
+        quantities_(quantities),
         chunk_(database.prepare("SELECT data FROM chunk WHERE id = ?")) {}
 
   /// Folds the next rounds after `through`, which then is the last of them; after the last round the rest,
@@ -135,8 +140,8 @@ class Folder {
         "SELECT first_seq, last_seq FROM round WHERE last_seq > ?1 AND until >= ?2 AND since < ?3 "
         "ORDER BY last_seq LIMIT ?4");
     rounds.bind(1, through);
-    rounds.bind(2, ticksOfSecond(pieces_.since()));
-    rounds.bind(3, ticksOfSecond(pieces_.until()));
+    rounds.bind(2, ticksOfSecond(quantities_.front().pieces.since()));
+    rounds.bind(3, ticksOfSecond(quantities_.front().pieces.until()));
     rounds.bind(4, kRoundsPerStep);
     int64_t count = 0;
     for (; rounds.step(); ++count) {
@@ -153,57 +158,85 @@ class Folder {
   void foldRound(int64_t first, int64_t last) {
     chunk_.bind(1, history::chunkId(last, beacon_));
     const bool isThere = chunk_.step();
-    if (isThere && form_.column) foldChunk(blobAt(chunk_, 0));
+    bool isInRows = false;
+    for (Quantified& one : quantities_)
+      if (isThere && one.form.column)
+        foldChunk(blobAt(chunk_, 0), one);
+      else
+        isInRows = isThere;
     chunk_.reset();
-    if (isThere && !form_.column) foldRows(first, last);
+    if (isInRows) foldRows(first, last, true);
   }
 
-  void foldRows(int64_t first, int64_t last) {
-    auto rows = database_.prepare(std::string("SELECT heard, ") + form_.sql +
+  // Of a round only what its chunk does not have.
+  void foldRows(int64_t first, int64_t last, bool isRound = false) {
+    std::string columns = "heard";
+    std::vector<Pieces*> wanted;
+    for (Quantified& one : quantities_) {
+      if (isRound && one.form.column) continue;
+      columns += std::string(", ") + one.form.sql;
+      wanted.push_back(&one.pieces);
+    }
+    auto rows = database_.prepare("SELECT " + columns +
                                   " FROM reading JOIN source ON source.id = reading.source "
                                   "WHERE seq BETWEEN ?1 AND ?2 AND beacon = ?3");
     rows.bind(1, first);
     rows.bind(2, last);
     rows.bind(3, beacon_);
-    while (rows.step()) pieces_.add(history::secondOf(rows.integerAt(0)), history::numberAt(rows, 1));
+    while (rows.step())
+      for (std::size_t i = 0; i < wanted.size(); ++i)
+        wanted[i]->add(history::secondOf(rows.integerAt(0)),
+                       history::numberAt(rows, static_cast<int>(i) + 1));
   }
 
-  void foldChunk(std::string_view octets) {
-    const auto series = history::decodeChunk(octets, *form_.column);
+  static void foldChunk(std::string_view octets, Quantified& one) {
+    const auto series = history::decodeChunk(octets, *one.form.column);
     if (!series) platform::refuse("a chunk is damaged");
     for (std::size_t i = 0; i < series->seconds.size(); ++i)
-      pieces_.add(series->seconds[i], series->values[i]);
+      one.pieces.add(series->seconds[i], series->values[i]);
   }
 
   SQLiteDatabase& database_;
   const int64_t beacon_;
-  const QuantityForm& form_;
-  Pieces& pieces_;
+  std::vector<Quantified>& quantities_;
   SQLiteStatement chunk_;
 };
 
 }  // namespace
 
-Result<std::vector<HistoryPoint>> HistoryReader::pieces(const BeaconId& beacon, Quantity quantity,
-                                                        HistorySpan span, std::chrono::seconds width) {
-  const auto& form = *std::ranges::find(kForms, quantity, &QuantityForm::quantity);
+Result<std::vector<std::vector<HistoryPoint>>> HistoryReader::pieces(const BeaconId& beacon,
+                                                                     std::span<const Quantity> quantities,
+                                                                     HistorySpan span,
+                                                                     std::chrono::seconds width) {
   const auto [since, until] = secondsOf(span);
-  Pieces pieces(since, until, std::max<int64_t>(width.count(), 1));
+  std::vector<Quantified> gathered;
+  for (const Quantity quantity : quantities)
+    gathered.push_back({*std::ranges::find(kForms, quantity, &QuantityForm::quantity),
+                        Pieces(since, until, std::max<int64_t>(width.count(), 1))});
   int64_t through = 0;
-  for (bool isDone = false; !isDone;) {
+  for (bool isDone = gathered.empty(); !isDone;) {
     const auto read = platform::resultOf([&] {
       core_->step.at([&, from = through](SQLiteDatabase& database) {
         // A step that has to be taken again begins where it began.
-        pieces.goBack();
+        for (Quantified& one : gathered) one.pieces.goBack();
         through = from;
         const auto id = core_->step.idOf(beacon);
-        isDone = !id || Folder(database, *id, form, pieces).foldStep(through);
+        isDone = !id || Folder(database, *id, gathered).foldStep(through);
       });
     });
     if (!read) return read.error();
-    pieces.goOn();
+    for (Quantified& one : gathered) one.pieces.goOn();
   }
-  return pieces.points();
+  std::vector<std::vector<HistoryPoint>> points;
+  for (const Quantified& one : gathered) points.push_back(one.pieces.points());
+  return points;
+}
+
+Result<std::vector<HistoryPoint>> HistoryReader::pieces(const BeaconId& beacon, Quantity quantity,
+                                                        HistorySpan span, std::chrono::seconds width) {
+  auto all = pieces(beacon, std::span(&quantity, 1), span, width);
+  if (!all) return all.error();
+  return std::move(all->front());
 }
 
 Result<std::vector<HistoryPoint>> HistoryReader::series(const BeaconId& beacon, Quantity quantity,

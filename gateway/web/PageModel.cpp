@@ -149,7 +149,8 @@ class ModelReader {
   void readCurves(PageBeacon& beacon) {
     const auto silences = silencesOf(page_.span, beacon.presence, page_.outages);
     beacon.recent =
-        readCurve(reader_, beacon.id, Quantity::temperature, page_.recent, page_.recentWidth, silences);
+        curveOf(require(reader_.pieces(beacon.id, Quantity::temperature, page_.recent, page_.recentWidth)),
+                page_.recentWidth, silences);
     readDays(beacon);
     if (!request_.hasLayers) return;
     const std::size_t pieces = std::clamp(kPieces / page_.beacons.size(), kLeastPieces, kMostPieces);

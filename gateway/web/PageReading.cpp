@@ -41,9 +41,8 @@ std::vector<HistorySpan> silencesOf(const HistorySpan& span, const std::vector<H
   return outages;
 }
 
-PageCurve readCurve(HistoryReader& reader, const BeaconId& beacon, Quantity quantity, const HistorySpan& span,
-                    Seconds width, const std::vector<HistorySpan>& silences) {
-  PageCurve curve{require(reader.pieces(beacon, quantity, span, width))};
+PageCurve curveOf(std::vector<HistoryPoint> points, Seconds width, const std::vector<HistorySpan>& silences) {
+  PageCurve curve{std::move(points)};
   for (std::size_t i = 1; i < curve.points.size(); ++i) {
     const Date end = curve.points[i - 1].start + width;
     if (end < curve.points[i].start && isAnyIn(silences, end, curve.points[i].start))
@@ -55,8 +54,9 @@ PageCurve readCurve(HistoryReader& reader, const BeaconId& beacon, Quantity quan
 PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const HistorySpan& span,
                     std::size_t pieces, const std::vector<HistorySpan>& silences) {
   PageLayer layer{span, widthFor(span.until - span.since, pieces)};
+  auto curves = require(reader.pieces(beacon, kPageQuantities, span, layer.width));
   for (std::size_t i = 0; i < layer.curves.size(); ++i)
-    layer.curves[i] = readCurve(reader, beacon, kPageQuantities[i], span, layer.width, silences);
+    layer.curves[i] = curveOf(std::move(curves[i]), layer.width, silences);
   return layer;
 }
 

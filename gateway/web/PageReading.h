@@ -29,9 +29,9 @@ std::chrono::seconds widthFor(std::chrono::microseconds span, std::size_t pieces
 /// When a beacon was not there, or nothing listened.
 std::vector<HistorySpan> silencesOf(const HistorySpan& span, const std::vector<HistorySpan>& presence,
                                     std::vector<HistorySpan> outages);
-/// The pieces of a layer of one beacon, broken where there is a silence between two of them.
-PageCurve readCurve(HistoryReader& reader, const BeaconId& beacon, Quantity quantity, const HistorySpan& span,
-                    std::chrono::seconds width, const std::vector<HistorySpan>& silences);
+/// Pieces of one width, broken where there is a silence between two of them.
+PageCurve curveOf(std::vector<HistoryPoint> points, std::chrono::seconds width,
+                  const std::vector<HistorySpan>& silences);
 PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const HistorySpan& span,
                     std::size_t pieces, const std::vector<HistorySpan>& silences);
 

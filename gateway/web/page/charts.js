@@ -316,9 +316,16 @@ const makeCharts = (box, clock, onZoom) => {
     box.textContent = "";
   };
 
+  /* Nobody who has scrolled down is thrown up while the charts are made anew. */
   const draw = (which, since, until, shown) => {
+    box.style.minHeight = box.offsetHeight + "px";
     clear();
     [beacon, from, to, place, view] = [which, since, until, null, shown];
+    drawAll();
+    box.style.minHeight = "";
+  };
+
+  const drawAll = () => {
     if (!view || view.curves.every(rows => !rows.length))
       return box.append(element("p", "note", "Nothing was heard of this beacon" + (view ? " in this time." : ".")));
     addChart(0);
