@@ -22,13 +22,13 @@ bool isAddress(int family, const std::string& host) {
   return ::inet_pton(family, host.c_str(), octets.data()) == 1;
 }
 
-struct Place {
+struct SocketPlace {
   sockaddr_storage address{};
   socklen_t size = 0;
 };
 
-Place placeOf(const std::string& host, bool isVersion6, uint16_t port) {
-  Place place;
+SocketPlace placeOf(const std::string& host, bool isVersion6, uint16_t port) {
+  SocketPlace place;
   if (isVersion6) {
     auto* to = reinterpret_cast<sockaddr_in6*>(&place.address);
     to->sin6_family = AF_INET6;
@@ -46,7 +46,7 @@ Place placeOf(const std::string& host, bool isVersion6, uint16_t port) {
 }
 
 uint16_t portOf(int socket) {
-  Place bound;
+  SocketPlace bound;
   bound.size = sizeof bound.address;
   ::getsockname(socket, reinterpret_cast<sockaddr*>(&bound.address), &bound.size);
   return ntohs(bound.address.ss_family == AF_INET6
@@ -91,7 +91,7 @@ std::string ListenAddress::text() const {
 }
 
 platform::Result<int> ListenAddress::open() {
-  const Place place = placeOf(host_, isVersion6_, port_);
+  const SocketPlace place = placeOf(host_, isVersion6_, port_);
   const int opened = ::socket(place.address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   const int on = 1;
   const bool isListening =
