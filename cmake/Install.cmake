@@ -40,7 +40,7 @@ set(public_headers
   platform/coredata/NSManagedObjectModel.h platform/coredata/NSPersistentStoreCoordinator.h
   platform/coredata/NSPredicate.h platform/coredata/StoredValue.h
   platform/dispatch/Block.h platform/dispatch/Dispatch.h platform/dispatch/RealTimeDispatch.h
-  platform/dispatch/VirtualDispatch.h
+  platform/dispatch/RunLoop.h platform/dispatch/VirtualDispatch.h
   platform/foundation/Data.h platform/foundation/Date.h platform/foundation/Error.h platform/foundation/Export.h
   platform/foundation/FolderAccess.h platform/foundation/Hex.h platform/foundation/Mutex.h
   platform/foundation/NSBundle.h platform/foundation/NSFileManager.h
@@ -52,7 +52,8 @@ set(public_headers
   platform/simulated/BeaconWorld.h platform/simulated/RecordingLog.h platform/simulated/ScriptedBluetooth.h
   platform/simulated/ScriptedLocationService.h platform/simulated/SimulatedAdvertisement.h
   platform/simulated/SimulatedPlatform.h platform/simulated/SimulatedRadio.h
-  platform/simulated/SimulatedWorldSource.h)
+  platform/simulated/SimulatedWorldSource.h
+  platform/sources/Recording.h platform/sources/Source.h platform/sources/SourceInventory.h)
 # Their own folder keeps the general name `platform` out of the way of other packages.
 set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/BrenloftSDK-${PROJECT_VERSION_MAJOR})
 foreach(header IN LISTS public_headers)

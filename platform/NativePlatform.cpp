@@ -25,6 +25,8 @@ CLAuthorizationStatus storedAuthorization(const NSUserDefaults& defaults) {
 }  // namespace
 
 Platform nativePlatform(NativePlatformOptions options) {
+  if (options.source && !options.radio) options.radio = options.source->reports;
+  if (options.source && !options.dispatch) options.dispatch = options.source->loop->dispatch();
   const bool isDataFolder = options.container.empty();
   const auto folder = isDataFolder ? applicationDataFolder(options.applicationName) : options.container;
   const auto access = isDataFolder ? FolderAccess::ownerOnly : FolderAccess::byUmask;

@@ -3,11 +3,13 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/Platform.h"
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/sources/Source.h"
 
 namespace platform {
 
@@ -18,9 +20,12 @@ struct NativePlatformOptions {
   std::string applicationName = "brenloft";
   /// Holds documents and settings instead of the data folder, when not empty.
   std::filesystem::path container{};
-  /// Where the radio comes from; without one, the machine's own is looked for.
+  /// What is heard instead of the machine's own radio, on its loop's clock: see `openSource`.
+  std::optional<Source> source{};
+  /// Where the radio comes from; without one, it is the source's, and without a source the machine's own is
+  /// looked for.
   std::shared_ptr<AdvertisingReportSource> radio{};
-  /// The dispatch service; without one, real time.
+  /// The dispatch service; without one, the source's, or real time.
   std::shared_ptr<DispatchService> dispatch{};
   /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
   LogSink onSettingsProblem{};

@@ -7,8 +7,8 @@
 
 #include <fmt/format.h>
 
-#include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
+#include "platform/foundation/Suggestion.h"
 
 namespace brenloft {
 namespace {
@@ -37,7 +37,7 @@ std::string inQuotes(std::string_view word) {
 }  // namespace
 
 std::string suggestion(std::string_view word, const std::vector<std::string>& words) {
-  return didYouMean(nearest(word, words));
+  return platform::didYouMean(platform::nearest(word, words));
 }
 
 std::string_view withoutQuotes(const TomlValue& given) {

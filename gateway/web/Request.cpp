@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 
 #include "gateway/InstantText.h"
-#include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
+#include "platform/foundation/Suggestion.h"
 
 namespace brenloft::web {
 namespace {
@@ -110,7 +110,7 @@ std::variant<BeaconId, std::string> beaconOfText(const std::string& text, const 
   if (const auto id = BeaconId::fromText(text)) return *id;
   if (text.empty()) return "beacon: whose history? Give a name or an identifier";
   return fmt::format("beacon: '{}' is no beacon's name, nor an identifier such as C0-C1-5C-00-00-01{}", text,
-                     didYouMean(nearest(text, names)));
+                     platform::didYouMean(platform::nearest(text, names)));
 }
 
 // As on the command line; a number alone counts the seconds since 1970.
@@ -200,9 +200,9 @@ std::variant<HistoryQuery, std::string> historyQueryOf(const Request& request, c
     return fmt::format("format: '{}' is neither json nor csv", format);
   asked.isCsv = format == "csv" || (format.empty() && lowered(request.accept).starts_with("text/csv"));
   if (!query.empty())
-    return fmt::format(
-        "'{}' is no parameter{}", query.begin()->first,
-        didYouMean(nearest(query.begin()->first, {"beacon", "since", "until", "points", "format"})));
+    return fmt::format("'{}' is no parameter{}", query.begin()->first,
+                       platform::didYouMean(platform::nearest(
+                           query.begin()->first, {"beacon", "since", "until", "points", "format"})));
   return asked;
 }
 

@@ -6,13 +6,13 @@
 #include <gtest/gtest.h>
 
 #include "tests/tool/RunTool.h"
-#include "tools/brenloft/RunLoop.h"
+#include "platform/dispatch/RunLoop.h"
 
 namespace brenloft_test {
 namespace {
 
 namespace fs = std::filesystem;
-using brenloft::RunLoop;
+using platform::RunLoop;
 
 TEST(Output, AClosedPipeEndsTheToolQuietly) {
   TemporaryFolder folder;

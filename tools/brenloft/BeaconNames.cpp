@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "gateway/Suggestion.h"
+#include "platform/foundation/Suggestion.h"
 #include "tools/brenloft/ExitStatus.h"
 
 namespace brenloft {
@@ -25,7 +25,7 @@ std::string noBeaconText(const std::string& text, const LiveSettings& settings) 
   for (const auto& [id, beacon] : current->beacons)
     if (!beacon.name.empty()) names.push_back(beacon.name);
   return fmt::format("'{}' is no beacon's name in {}, nor an identifier such as C0-C1-5C-00-00-01{}", text,
-                     file, didYouMean(nearest(text, names)));
+                     file, platform::didYouMean(platform::nearest(text, names)));
 }
 
 }  // namespace

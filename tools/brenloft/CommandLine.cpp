@@ -12,9 +12,10 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
+#include "platform/foundation/Suggestion.h"
 #include "platform/simulated/BeaconWorld.h"
+#include "platform/sources/Source.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ConfigDeclarations.h"
@@ -27,7 +28,6 @@
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/PublishCommand.h"
 #include "tools/brenloft/ServeCommand.h"
-#include "tools/brenloft/Source.h"
 
 namespace brenloft {
 namespace {
@@ -50,7 +50,8 @@ void addRecord(CLI::App& command, std::string& record) {
 }
 
 void addSource(CLI::App& command, std::string& source, bool isRequired) {
-  auto* option = command.add_option("-s,--source", source, std::string("where to hear: ") + kSourceForms);
+  auto* option =
+      command.add_option("-s,--source", source, fmt::format("where to hear: {}", platform::kSourceForms));
   if (isRequired)
     option->required();
   else
@@ -329,7 +330,8 @@ std::vector<CLI::App*> commandsOf(CLI::App& app) {
 Failure unknownCommand(CLI::App& app, const std::string& name) {
   std::vector<std::string> names;
   for (const CLI::App* command : commandsOf(app)) names.push_back(command->get_name());
-  return {ExitStatus::usage, fmt::format("no such command: {}{}", name, didYouMean(nearest(name, names)))};
+  return {ExitStatus::usage,
+          fmt::format("no such command: {}{}", name, platform::didYouMean(platform::nearest(name, names)))};
 }
 
 ExitStatus showHelp(CLI::App& app, const std::vector<std::string>& words) {
@@ -375,7 +377,8 @@ Failure unexpected(CLI::App& app) {
   std::vector<std::string> names;
   for (const CLI::Option* one : command->get_options())
     for (const std::string& text : one->get_lnames()) names.push_back("--" + text);
-  return {ExitStatus::usage, fmt::format("not expected: {}{}", words, didYouMean(nearest(name, names)))};
+  return {ExitStatus::usage,
+          fmt::format("not expected: {}{}", words, platform::didYouMean(platform::nearest(name, names)))};
 }
 
 void declareCommands(CLI::App& app, Run& run) {

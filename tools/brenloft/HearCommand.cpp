@@ -184,7 +184,7 @@ void readCapture(const HearOptions& options, const std::string& file, HeardPrint
 }
 
 // Ends the loop when nobody reads any more, which a source that is silent would not show.
-void watchReader(RunLoop& loop, Output& out) {
+void watchReader(platform::RunLoop& loop, Output& out) {
   if (loop.isVirtual()) return;
   out.flush();  // what a burst that takes long has written so far
   out.checkReader();
@@ -196,11 +196,11 @@ void watchReader(RunLoop& loop, Output& out) {
 void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, StopSignals& signals) {
   std::stop_source stop;
   signals.watch([stop]() mutable { stop.request_stop(); });
-  Source source;
+  platform::Source source;
   source = openSource(
       options.source,
       {.onEnd = [&] { source.loop->stop(); }, .onMessage = printMessage, .stop = stop.get_token()});
-  RunLoop& loop = *source.loop;
+  platform::RunLoop& loop = *source.loop;
   const std::stop_callback onStop(stop.get_token(), [&] { loop.stop(); });
   const auto monitor =
       SourceMonitor::make({.record = options.record,
@@ -234,9 +234,9 @@ void hearSource(const HearOptions& options, HeardPrinter& printer, Output& out, 
 }  // namespace
 
 ExitStatus runHear(const HearOptions& options) {
-  const std::string file = captureFileOf(options.source);
+  const std::string file = platform::captureFileOf(options.source);
   StopSignals signals;  // before any other thread, and until the last of the output is taken
-  Output out(isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::bursts);
+  Output out(platform::isReadAtOnce(options.source) ? Output::Buffering::blocks : Output::Buffering::bursts);
   HeardPrinter printer(options, out);
   if (file.empty())
     hearSource(options, printer, out, signals);

@@ -8,9 +8,9 @@
 #include "gateway/BeaconId.h"
 #include "gateway/Texts.h"
 #include "gateway/history/HistoryOptions.h"
+#include "platform/sources/Source.h"
 #include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
-#include "tools/brenloft/Source.h"
 
 namespace brenloft {
 namespace {
@@ -90,8 +90,9 @@ void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
 
 // What a search is told of its output has no meaning here.
 void addHearing(CLI::App& command, SearchOptions& hearing) {
-  auto* source = command.add_option("-s,--source", hearing.source,
-                                    std::string("also hear, and keep the history: ") + kSourceForms);
+  auto* source =
+      command.add_option("-s,--source", hearing.source,
+                         fmt::format("also hear, and keep the history: {}", platform::kSourceForms));
   const std::vector<CLI::Option*> others = command.get_options();
   addServices(command, hearing);
   addExitTime(command, hearing);

@@ -9,6 +9,7 @@
 #include "BrenloftSDK/SensorLogReader.h"
 #include "gateway/Texts.h"
 #include "platform/dispatch/RealTimeDispatch.h"
+#include "platform/dispatch/RunLoop.h"
 #include "tools/brenloft/BackupFile.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ContainerFiles.h"
@@ -18,7 +19,6 @@
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
 #include "tools/brenloft/Readings.h"
-#include "tools/brenloft/RunLoop.h"
 #include "tools/brenloft/SpanTexts.h"
 #include "tools/brenloft/StopSignals.h"
 #include "tools/brenloft/Store.h"
@@ -122,7 +122,7 @@ class LogInTheMaking {
 };
 
 void follow(const LogOptions& options, std::unique_ptr<SensorLogReader> reader, RowPrinter& printer,
-            Output& out, RunLoop& loop) {
+            Output& out, platform::RunLoop& loop) {
   LogInTheMaking log;
   while (!StopSignals::isStopped() && !out.isClosed()) {
     loop.dispatch()->after(kFollowPeriod, loop.dispatch()->mainQueue(), [&] { loop.stop(); });
@@ -134,11 +134,11 @@ void follow(const LogOptions& options, std::unique_ptr<SensorLogReader> reader, 
 }
 
 void show(const LogOptions& options, const HistorySpan& span) {
-  std::optional<RunLoop> loop;  // outlives the thread that stops it
+  std::optional<platform::RunLoop> loop;  // outlives the thread that stops it
   std::optional<StopSignals> signals;
   if (options.follow) {
     // Before the first row, so that whoever waits for that may stop the rest.
-    loop.emplace(RunLoop::Clock::realTime);
+    loop.emplace(platform::RunLoop::Clock::realTime);
     signals.emplace();
     signals->watch([&] { loop->stop(); });
   }

@@ -12,8 +12,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "gateway/Suggestion.h"
 #include "gateway/Texts.h"
+#include "platform/foundation/Suggestion.h"
 #include "tools/brenloft/Options.h"
 
 namespace brenloft {
@@ -54,8 +54,8 @@ Choice chosen(const std::string& name, const std::string& text, const Choices<Ch
   for (const auto& [word, choice] : choices)
     if (word == text) return choice;
   const auto words = wordsOf(choices);
-  throw CLI::ValidationError(
-      name, fmt::format("'{}' is not {}{}", text, listText(words), didYouMean(nearest(text, words))));
+  throw CLI::ValidationError(name, fmt::format("'{}' is not {}{}", text, listText(words),
+                                               platform::didYouMean(platform::nearest(text, words))));
 }
 
 // `value` may be optional.

@@ -103,7 +103,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
         departures_(options.leftAfter) {}
 
   /// Where the time of an event comes from, and what ends the search.
-  void attach(RunLoop& loop) {
+  void attach(platform::RunLoop& loop) {
     loop_ = &loop;
     out_.setOnClosed([&loop] { loop.stop(); });
   }
@@ -256,7 +256,7 @@ class Reporter final : public BRLDelegateOf<Reporter>, public Sink {
   std::mutex mutex_;  // guards what follows; never taken while the library is called
   SearchEvents& events_;
   Output& out_;
-  RunLoop* loop_ = nullptr;
+  platform::RunLoop* loop_ = nullptr;
   Ear* ear_ = nullptr;
   const bool isCounted_;
   const bool isPresentOnly_;
@@ -271,7 +271,7 @@ class Search {
  public:
   explicit Search(SearchOptions options)
       : options_(std::move(options)),
-        out_(isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::bursts),
+        out_(platform::isReadAtOnce(options_.source) ? Output::Buffering::blocks : Output::Buffering::bursts),
         events_(makeEvents(
             options_, out_,
             [this](const auto& beacon) { return options_.settings->current()->labelOf(beacon); },
@@ -480,7 +480,7 @@ class Search {
   std::unique_ptr<SearchEvents> events_;
   Reporter reporter_;
   TimeText diagnosticTimes_{options_.time.value_or(TimeForm::local)};  // used within the reporter's `aside`
-  Source source_;
+  platform::Source source_;
   std::atomic<bool> isOpen_{false};  // the source and the gateway are there, for other threads too
   std::shared_ptr<SourceMonitor> monitor_;
   std::shared_ptr<platform::AdvertisingReportSource> reports_;

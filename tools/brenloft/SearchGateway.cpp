@@ -51,7 +51,7 @@ LastRun lastRunIn(const std::filesystem::path& file) {
 
 }  // namespace
 
-SearchGateway::SearchGateway(const SearchOptions& options, RunLoop& loop, Handlers handlers)
+SearchGateway::SearchGateway(const SearchOptions& options, platform::RunLoop& loop, Handlers handlers)
     : loop_(loop),
       handlers_(std::move(handlers)),
       queue_(loop.dispatch()->createQueue("gateway")),

@@ -16,8 +16,8 @@
 #include "gateway/history/HistoryWriter.h"
 #include "gateway/metrics/MetricsBook.h"
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/dispatch/RunLoop.h"
 #include "tools/brenloft/Options.h"
-#include "tools/brenloft/RunLoop.h"
 #include "tools/brenloft/Strangers.h"
 
 namespace brenloft {
@@ -34,7 +34,7 @@ class SearchGateway {
   };
 
   /// Throws `Failure` for an output or a history that cannot be opened.
-  SearchGateway(const SearchOptions& options, RunLoop& loop, Handlers handlers);
+  SearchGateway(const SearchOptions& options, platform::RunLoop& loop, Handlers handlers);
 
   Ear& ear() { return ear_; }
   Gateway& line() { return line_; }
@@ -55,7 +55,7 @@ class SearchGateway {
   std::string metricsText() const;
   Sink::StateHandler stateHandler(const std::string& name);
 
-  RunLoop& loop_;
+  platform::RunLoop& loop_;
   const Handlers handlers_;
   const platform::dispatch_queue_t queue_;
   const std::shared_ptr<LiveSettings> settings_;

@@ -10,12 +10,12 @@
 #include "gateway/Secret.h"
 #include "gateway/history/HistoryWriter.h"
 #include "gateway/web/PageServer.h"
+#include "platform/sources/Source.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Following.h"
 #include "tools/brenloft/HearingDeclarations.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/OptionDeclarations.h"
-#include "tools/brenloft/Source.h"
 #include "tools/brenloft/Store.h"
 
 namespace brenloft {
@@ -85,8 +85,8 @@ Follower followerOf(const ServeOptions& options,
 
 ExitStatus runServe(const ServeOptions& options) {
   ServeOptions settled = options;
-  settled.hearing.source = pacedSource(options.hearing.source);
-  const DemoFolder demo(isDemo(options.hearing.source) && options.container.empty());
+  settled.hearing.source = platform::pacedSource(options.hearing.source);
+  const DemoFolder demo(platform::isDemo(options.hearing.source) && options.container.empty());
   if (!demo.path().empty()) settled.container = demo.path();
   return runFollowing({settled.container, settled.settings, settled.hearing, true},
                       [&](const auto& dispatch) { return followerOf(settled, dispatch); });

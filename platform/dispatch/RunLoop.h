@@ -6,17 +6,19 @@
 
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/dispatch/VirtualDispatch.h"
+#include "platform/foundation/Export.h"
 
-namespace brenloft {
+namespace platform {
 
-/// The clock that a source belongs to, and the main queue on it, run by the calling thread.
-class RunLoop {
+/// A dispatch service on the clock that is asked for, and its main queue, run by the calling thread: an
+/// application that hears now a radio, now a recording, has one loop for both.
+class BRL_EXPORT RunLoop {
  public:
   enum class Clock { virtualTime, realTime };
 
   explicit RunLoop(Clock clock);
 
-  const std::shared_ptr<platform::DispatchService>& dispatch() const { return dispatch_; }
+  const std::shared_ptr<DispatchService>& dispatch() const { return dispatch_; }
   bool isVirtual() const { return virtual_ != nullptr; }
 
   /// Returns after `stop`; on virtual time also when nothing is left to happen.
@@ -31,9 +33,9 @@ class RunLoop {
   void callAfter(std::chrono::microseconds duration, std::function<void()> block);
 
  private:
-  std::shared_ptr<platform::VirtualDispatch> virtual_;
-  std::shared_ptr<platform::RealTimeDispatch> real_;
-  std::shared_ptr<platform::DispatchService> dispatch_;
+  std::shared_ptr<VirtualDispatch> virtual_;
+  std::shared_ptr<RealTimeDispatch> real_;
+  std::shared_ptr<DispatchService> dispatch_;
 };
 
-}  // namespace brenloft
+}  // namespace platform

@@ -1,21 +1,21 @@
-#include "tools/brenloft/RunLoop.h"
+#include "platform/dispatch/RunLoop.h"
 
 #include <chrono>
 #include <utility>
 
-namespace brenloft {
+namespace platform {
 namespace {
 
 // Where virtual time begins unless a capture brings its own.
-constexpr platform::Date kVirtualStart = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
+constexpr Date kVirtualStart = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
 
 }  // namespace
 
 RunLoop::RunLoop(Clock clock) {
   if (clock == Clock::virtualTime)
-    dispatch_ = virtual_ = platform::VirtualDispatch::make(kVirtualStart);
+    dispatch_ = virtual_ = VirtualDispatch::make(kVirtualStart);
   else
-    dispatch_ = real_ = platform::RealTimeDispatch::make();
+    dispatch_ = real_ = RealTimeDispatch::make();
 }
 
 void RunLoop::run() {
@@ -42,4 +42,4 @@ void RunLoop::callAfter(std::chrono::microseconds duration, std::function<void()
                    std::move(block));
 }
 
-}  // namespace brenloft
+}  // namespace platform

@@ -1,12 +1,10 @@
-#include "gateway/Suggestion.h"
+#include "platform/foundation/Suggestion.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 
-#include <fmt/format.h>
-
-namespace brenloft {
+namespace platform {
 namespace {
 
 std::string lowerCase(std::string_view text) {
@@ -56,7 +54,7 @@ std::string nearest(std::string_view word, const std::vector<std::string>& words
 }
 
 std::string didYouMean(std::string_view word) {
-  return word.empty() ? "" : fmt::format("; did you mean {}?", word);
+  return word.empty() ? "" : "; did you mean " + std::string(word) + "?";
 }
 
-}  // namespace brenloft
+}  // namespace platform
