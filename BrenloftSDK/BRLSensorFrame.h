@@ -36,6 +36,13 @@ class BRL_EXPORT BRLSensorFrame {
   std::string zAccel() const;
   BRLSensorReadings readings() const;
 
+  /// The same as numbers. Of temperature and humidity, 0 is what a beacon sends that measures none.
+  int16_t temperatureInHundredths() const { return static_cast<int16_t>(littleEndianAt(0)); }
+  uint16_t humidityInHundredths() const { return littleEndianAt(2); }
+  int16_t xAcceleration() const { return bigEndianAt(13); }
+  int16_t yAcceleration() const { return bigEndianAt(15); }
+  int16_t zAcceleration() const { return bigEndianAt(17); }
+
  private:
   BRLSensorFrame() = default;
   uint8_t octetAt(std::size_t offset) const { return std::to_integer<uint8_t>(octets_[offset]); }

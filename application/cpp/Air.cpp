@@ -1,0 +1,107 @@
+#include "application/cpp/Air.h"
+
+#include <utility>
+
+#include "application/cpp/Decoding.h"
+#include "platform/bluetooth/RadioService.h"
+
+namespace brenloft {
+namespace {
+
+using platform::SimulatedAdvertisement;
+
+const platform::CBUUID kService = platform::CBUUID::fromShort(0xA001);  // of a reading that names none
+
+int8_t rssiOf(std::optional<int> dBm) {
+  return dBm ? static_cast<int8_t>(*dBm) : platform::AdvertisingReport::kNoRssi;
+}
+
+std::vector<platform::CBUUID> servicesOf(const Reading& reading) {
+  if (reading.services.empty()) return {kService};
+  std::vector<platform::CBUUID> services;
+  for (const std::string& text : reading.services) {
+    const auto uuid = platform::CBUUID::UUIDWithString(text);
+    if (!uuid) throw std::invalid_argument("not a service UUID: " + text);
+    services.push_back(*uuid);
+  }
+  return services;
+}
+
+SimulatedAdvertisement packetOf(const Reading& reading) {
+  auto services = servicesOf(reading);
+  auto packet = platform::sensorAdvertisement(addressOf(reading), services.front(), frameOf(reading),
+                                              rssiOf(reading.rssiDbm));
+  packet.serviceUUIDs = std::move(services);
+  return packet;
+}
+
+// Each beacon from an address of its own.
+SimulatedAdvertisement packetOf(const Sighting& sighting) {
+  const auto octet = [](int number) { return static_cast<uint8_t>(number & 0xFF); };
+  const platform::BluetoothAddress address{
+      .octets = {0xC0, 0xBE, octet(sighting.major >> 8), octet(sighting.major), octet(sighting.minor >> 8),
+                 octet(sighting.minor)},
+      .isRandom = true};
+  return platform::iBeaconAdvertisement(address, frameOf(sighting), rssiOf(sighting.rssiDbm));
+}
+
+}  // namespace
+
+Air::Air(Time start)
+    : clock_(platform::VirtualDispatch::make(start)),
+      radio_(platform::SimulatedRadio::make(clock_)),
+      reason_(std::make_shared<StateReason>()),
+      bluetooth_(platform::RadioService::make(StateReason::noting(radio_, reason_), clock_)) {}
+
+void Air::sendPacket(const SimulatedAdvertisement& packet) {
+  clock_->runDue();  // whatever was asked for before is in force
+  radio_->advertise(packet);
+  clock_->runDue();
+}
+
+int Air::repeatPacket(SimulatedAdvertisement packet, std::chrono::milliseconds interval) {
+  clock_->runDue();
+  const int number = radio_->startAdvertising(std::move(packet), interval);
+  clock_->runDue();
+  return number;
+}
+
+void Air::send(const Reading& reading) {
+  sendPacket(packetOf(reading));
+}
+void Air::send(const Sighting& sighting) {
+  sendPacket(packetOf(sighting));
+}
+int Air::repeat(const Reading& reading, std::chrono::milliseconds interval) {
+  return repeatPacket(packetOf(reading), interval);
+}
+int Air::repeat(const Sighting& sighting, std::chrono::milliseconds interval) {
+  return repeatPacket(packetOf(sighting), interval);
+}
+void Air::silence(int number) {
+  radio_->stopAdvertising(number);
+}
+
+void Air::setListening(bool isListening, std::string reason) {
+  using platform::CBManagerState;
+  radio_->setState(isListening ? CBManagerState::poweredOn : CBManagerState::poweredOff, std::move(reason));
+  clock_->runDue();
+}
+
+void Air::advance(std::chrono::microseconds duration) {
+  clock_->advance(duration);
+}
+
+Time Air::now() const {
+  return clock_->date();
+}
+
+Hearing Air::hearing() {
+  return {.dispatch = clock_, .bluetooth = bluetooth_, .reason = reason_, .isOfTest = true};
+}
+
+std::shared_ptr<SimulatedAir> SimulatedAir::make(Time start) {
+  return std::make_shared<Air>(start);
+}
+
+}  // namespace brenloft

@@ -1,0 +1,235 @@
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "application/cpp/brenloft.hpp"
+#include "platform/foundation/Hex.h"
+
+using brenloft::Event;
+using brenloft::Reading;
+using brenloft::Search;
+using brenloft::Settings;
+using brenloft::Sighting;
+using brenloft::SimulatedAir;
+using std::chrono::milliseconds;
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+namespace {
+
+const Reading kFridge{.id = "C0-C1-5C-00-00-01",
+                      .rssiDbm = -61,
+                      .temperatureCelsius = 4.25,
+                      .relativeHumidityPercent = 38.7,
+                      .batteryPercent = 69,
+                      .services = {"FFF0"}};
+const Sighting kDoor{.rssiDbm = -70, .uuid = "51C70E2A-9B44-4D1F-8A63-2FD075E81C36", .major = 1, .minor = 2};
+
+// One word an event, so that an order can be read.
+std::string wordFor(const Event& event) {
+  if (const auto* reading = event.reading())
+    return "reading " + (reading->temperatureCelsius ? std::to_string(*reading->temperatureCelsius) : "none");
+  if (event.sighting() != nullptr) return "sighting";
+  if (event.found() != nullptr) return "found";
+  if (const auto* lost = event.lost())
+    return "lost after " + std::to_string((lost->time - lost->lastHeard) / seconds(1));
+  if (const auto* emergency = event.emergency()) return emergency->isOver ? "over" : "emergency";
+  if (const auto* radio = event.radio()) return radio->isListening ? "on" : "off: " + radio->reason;
+  return "missed";
+}
+
+std::vector<std::string> wordsOf(Search& search) {
+  std::vector<std::string> words;
+  for (const Event& event : search) words.push_back(wordFor(event));
+  return words;
+}
+
+}  // namespace
+
+TEST(ModernSearch, TellsWhatASensorDoesInOrder) {
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.lostAfter = seconds(10), .air = air});
+  ASSERT_TRUE(search) << search.error().text;
+  Reading fridge = kFridge;
+  air->send(fridge);
+  air->advance(seconds(9));
+  fridge.emergency = 1;
+  fridge.temperatureCelsius = -0.01;
+  air->send(fridge);
+  air->advance(seconds(1));
+  fridge.emergency = 0;
+  air->send(fridge);
+  air->advance(seconds(15));
+  air->send(fridge);
+  EXPECT_THAT(wordsOf(*search), testing::ElementsAre("on", "found", "reading 4.250000", "reading -0.010000",
+                                                     "emergency", "reading -0.010000", "over",
+                                                     "lost after 10", "found", "reading -0.010000"));
+}
+
+TEST(ModernSearch, GivesAReadingAsItWasSent) {
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.air = air});
+  Reading extreme = kFridge;
+  extreme.temperatureCelsius = -327.68;
+  extreme.relativeHumidityPercent = 655.35;
+  extreme.batteryPercent = 255;
+  extreme.acceleration = {-32768, 0, 32767};
+  for (const Reading& sent : {kFridge, extreme}) {
+    air->advance(seconds(1));
+    air->send(sent);
+    Reading expected = sent;
+    expected.time = air->now();
+    std::optional<Event> event;
+    do event = search->next();
+    while (event && event->reading() == nullptr);
+    ASSERT_TRUE(event);
+    EXPECT_EQ(*event->reading(), expected);
+  }
+  Reading none = kFridge;
+  none.temperatureCelsius = 327.68;
+  EXPECT_THROW(air->send(none), std::invalid_argument);
+}
+
+// A frame's zero is a measured one where the same frame has a humidity.
+TEST(ModernSearch, TellsZeroDegreesFromNoReadingByTheHumidity) {
+  const auto decoded = [](std::string_view hex) { return Reading::decode(*platform::octetsFromHex(hex)); };
+  const auto frost = decoded("00008813000064C0C15C000001000000000000000000000000");
+  ASSERT_TRUE(frost);
+  EXPECT_EQ(frost->temperatureCelsius, 0.0);
+  EXPECT_EQ(frost->relativeHumidityPercent, 50.0);
+  const auto neither = decoded("00000000000064C0C15C000001000000000000000000000000");
+  EXPECT_EQ(neither->temperatureCelsius, std::nullopt);
+  EXPECT_EQ(neither->relativeHumidityPercent, std::nullopt);
+  EXPECT_FALSE(decoded("0000881300"));
+}
+
+// While the radio is off nobody is lost; afterwards each has its whole time to be heard.
+TEST(ModernSearch, CountsSilenceOnlyWhileTheRadioListens) {
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.lostAfter = seconds(10), .air = air});
+  air->send(kFridge);
+  air->advance(seconds(5));
+  air->setListening(false, "blocked by rfkill");
+  air->advance(minutes(10));
+  air->setListening(true);
+  air->advance(seconds(9));
+  EXPECT_THAT(wordsOf(*search),
+              testing::ElementsAre("on", "found", "reading 4.250000", "off: blocked by rfkill", "on"));
+  air->advance(seconds(1));
+  EXPECT_THAT(wordsOf(*search), testing::ElementsAre("lost after 615"));
+}
+
+TEST(ModernSearch, HearsOnlyWhatIsWanted) {
+  const auto air = SimulatedAir::make();
+  auto sensors = Search::start({.services = {"FFF0"}, .air = air});
+  auto doors = Search::start({.sensors = false, .iBeacons = true, .regions = {{kDoor.uuid, 1}}, .air = air});
+  auto both = Search::start({.iBeacons = true, .services = {"A002"}, .air = air});
+  Reading other = kFridge;
+  other.id = "C0-C1-5C-00-00-02";
+  other.services = {"A002"};
+  Sighting elsewhere = kDoor;
+  elsewhere.major = 9;
+  air->send(kFridge);
+  air->send(other);
+  air->send(kDoor);
+  air->send(elsewhere);
+  const auto beacons = [](Search& search) {
+    std::vector<std::string> ids;
+    for (const Event& event : search)
+      if (event.found() != nullptr) ids.emplace_back(event.beacon());
+    return ids;
+  };
+  EXPECT_THAT(beacons(*sensors), testing::ElementsAre(kFridge.id));
+  EXPECT_THAT(beacons(*doors), testing::ElementsAre(kDoor.uuid + "/1/2"));
+  EXPECT_THAT(beacons(*both), testing::ElementsAre(other.id, kDoor.uuid + "/1/2", kDoor.uuid + "/9/2"));
+}
+
+TEST(ModernSearch, SaysWhyItCannotStart) {
+  const auto errorOf = [](Settings settings) { return Search::start(std::move(settings)).error().text; };
+  EXPECT_EQ(errorOf({.source = "captur:x"}), "no such source: captur:x; did you mean capture:x?");
+  EXPECT_THAT(errorOf({.source = "capture:/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
+  EXPECT_EQ(errorOf({.source = "demo", .services = {"XYZ"}}), "not a service UUID: XYZ");
+  EXPECT_EQ(errorOf({.source = "demo", .sensors = false}), "neither sensors nor iBeacons are searched for");
+  EXPECT_THAT(errorOf({.source = "demo", .record = "/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
+}
+
+// The demonstration waits for who pulls, ends, and is heard again from its recording.
+TEST(ModernSearch, PullsAWholeSourceAndItsRecording) {
+  const std::string file = testing::TempDir() + "modern.btsnoop";
+  const auto readingsOf = [](Settings settings) {
+    auto search = Search::start(std::move(settings));
+    EXPECT_TRUE(search);
+    std::vector<Reading> readings;
+    pollfd descriptor{search->fileDescriptor(), POLLIN, 0};
+    while (!search->hasEnded()) {
+      EXPECT_EQ(::poll(&descriptor, 1, 60'000), 1);
+      if (const auto event = search->next(milliseconds(0)); event && event->reading() != nullptr)
+        readings.push_back(*event->reading());
+    }
+    EXPECT_FALSE(search->next());
+    return readings;
+  };
+  const auto heard = readingsOf({.source = "demo", .record = file});
+  EXPECT_GT(heard.size(), 200U);
+  EXPECT_EQ(readingsOf({.source = "capture:" + file}), heard);
+  std::filesystem::remove(file);
+}
+
+TEST(ModernSearch, HandsEventsToHandlersUntilTheEnd) {
+  int readings = 0;
+  std::atomic<bool> hasEnded = false;
+  const auto search = Search::start({.source = "demo"}, {.onReading = [&](const Reading&) { ++readings; },
+                                                         .onEnd =
+                                                             [&] {
+                                                               hasEnded = true;
+                                                               hasEnded.notify_all();
+                                                             }});
+  ASSERT_TRUE(search);
+  hasEnded.wait(false);
+  EXPECT_GT(readings, 200);
+}
+
+// The application's queue runs one block at a time, whenever it likes.
+TEST(ModernSearch, HandsEventsToAnExecutorInOrder) {
+  std::deque<std::function<void()>> queue;
+  std::vector<std::string> ids;
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.air = air}, {.onFound = [&](const auto& found) { ids.push_back(found.id); }},
+                              [&](auto block) { queue.push_back(std::move(block)); });
+  Reading other = kFridge;
+  other.id = "C0-C1-5C-00-00-02";
+  air->send(kFridge);
+  air->send(other);
+  EXPECT_THAT(ids, testing::IsEmpty());
+  EXPECT_EQ(queue.size(), 1U);
+  queue.front()();
+  EXPECT_THAT(ids, testing::ElementsAre(kFridge.id, other.id));
+}
+
+// The end of the object is the end of its handlers, wherever the source is.
+TEST(ModernSearch, EndsWhileItsSourceIsInTheMiddle) {
+  { const auto unread = Search::start({.source = "demo"}); }
+  {
+    std::atomic<int> calls = 0;  // gone when the search is: a later call would show under a sanitizer
+    auto search = Search::start({.source = "demo?paced"}, {.onReading = [&](const Reading&) {
+                                  ++calls;
+                                  calls.notify_all();
+                                }});
+    calls.wait(0);
+    auto moved = *std::move(search);
+  }
+  const auto air = SimulatedAir::make();
+  std::optional<Search> own;
+  int readings = 0;
+  own.emplace(*Search::start({.air = air}, {.onReading = [&](const Reading&) { ++readings; },
+                                            .onFound = [&](const auto&) { own->stop(); }}));
+  air->send(kFridge);
+  EXPECT_EQ(readings, 0);
+}
