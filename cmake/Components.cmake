@@ -11,7 +11,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 add_library(brenloft_options INTERFACE)
 target_include_directories(brenloft_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(brenloft_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+  -Wall -Wextra -Wpedantic -Werror -Wshadow
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor$<SEMICOLON>-Woverloaded-virtual$<SEMICOLON>-Wold-style-cast>
   -Wno-missing-field-initializers  # designated initialisers name what they set
   -Wcast-align -Wformat=2 -Wimplicit-fallthrough
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)  # GCC 12 sees overlaps within std::string that are none

@@ -60,6 +60,8 @@ foreach(header IN LISTS public_headers)
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${header_folder}/${folder})
 endforeach()
+# Each found by its name alone
+install(FILES application/c/brenloft.h application/cpp/brenloft.hpp DESTINATION ${header_folder})
 target_include_directories(BrenloftSDK INTERFACE $<INSTALL_INTERFACE:${header_folder}>)
 
 # find_package(BrenloftSDK)

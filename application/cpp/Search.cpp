@@ -38,13 +38,13 @@ void tell(const Handlers& handlers, const Event& event) {
 //
 // What runs on the search's queue holds it weakly. With handlers and no executor, events go straight to them;
 // else by the mailbox.
-struct Search::Engine : std::enable_shared_from_this<Engine> {
+class SearchEngine : public std::enable_shared_from_this<SearchEngine> {
  public:
-  Engine(std::optional<Handlers> handlers, Executor executor)
+  SearchEngine(std::optional<Handlers> handlers, Executor executor)
       : handlers_(std::move(handlers)), executor_(std::move(executor)) {}
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
-  ~Engine() = default;
+  SearchEngine(const SearchEngine&) = delete;
+  SearchEngine& operator=(const SearchEngine&) = delete;
+  ~SearchEngine() = default;
 
   Result<> start(const Settings& settings);
   void stop();
@@ -74,7 +74,7 @@ struct Search::Engine : std::enable_shared_from_this<Engine> {
   bool hasToldEnd_ = false;  // by the executor
 };
 
-Result<> Search::Engine::start(const Settings& settings) {
+Result<> SearchEngine::start(const Settings& settings) {
   auto wanted = Wanted::of(settings);
   if (!wanted) return wanted.error();
   auto hearing = openHearing(settings, [weak = weak_from_this()] {
@@ -86,12 +86,12 @@ Result<> Search::Engine::start(const Settings& settings) {
   return {};
 }
 
-void Search::Engine::begin(Wanted wanted) {
+void SearchEngine::begin(Wanted wanted) {
   const bool waits = hearing_.loop && hearing_.loop->isVirtual();
   // A test takes its events when it has made them all.
-  mailbox_ =
-      std::make_unique<Mailbox>(hearing_.isOfTest ? std::numeric_limits<std::size_t>::max() : kCapacity,
-                                waits ? Mailbox::WhenFull::wait : Mailbox::WhenFull::dropOldest);
+  mailbox_ = std::make_unique<Mailbox>(
+      hearing_.isOfTest ? std::numeric_limits<std::size_t>::max() : Search::kCapacity,
+      waits ? Mailbox::WhenFull::wait : Mailbox::WhenFull::dropOldest);
   queue_ = hearing_.dispatch->createQueue("search");
   listener_ =
       std::make_shared<Listener>(hearing_, queue_, std::move(wanted), [weak = weak_from_this()](Event event) {
@@ -101,7 +101,7 @@ void Search::Engine::begin(Wanted wanted) {
   if (waits) clock_ = std::thread([loop = hearing_.loop] { loop->run(); });
 }
 
-void Search::Engine::stop() {
+void SearchEngine::stop() {
   if (isStopped_.exchange(true)) return;
   if (mailbox_) mailbox_->close();
   if (listener_) listener_->stop();
@@ -109,25 +109,25 @@ void Search::Engine::stop() {
   if (hearing_.loop) hearing_.loop->stop();
 }
 
-void Search::Engine::finish() {
+void SearchEngine::finish() {
   stop();
   if (clock_.joinable()) clock_.join();
 }
 
-void Search::Engine::happened(Event event) {
+void SearchEngine::happened(Event event) {
   if (handlers_ && !executor_) return gate_.call([&] { tell(*handlers_, event); });
   mailbox_->put(std::move(event));
   if (handlers_) callDrain();
 }
 
 // Behind what was heard last, which is on its way to the search's queue.
-void Search::Engine::sourceEnded() {
+void SearchEngine::sourceEnded() {
   queue_->async([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->gate_.call([&] { self->end(); });
   });
 }
 
-void Search::Engine::end() {
+void SearchEngine::end() {
   listener_->stop();
   mailbox_->close();
   if (hearing_.loop->isVirtual()) hearing_.loop->stop();
@@ -136,7 +136,7 @@ void Search::Engine::end() {
   if (handlers_->onEnd) handlers_->onEnd();
 }
 
-void Search::Engine::callDrain() {
+void SearchEngine::callDrain() {
   if (isDrainCalled_.exchange(true)) return;
   executor_([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->drain();
@@ -144,9 +144,9 @@ void Search::Engine::callDrain() {
 }
 
 // What comes while it runs calls the next one: the application's queue has its turn between them.
-void Search::Engine::drain() {
+void SearchEngine::drain() {
   isDrainCalled_ = false;
-  for (std::size_t left = kCapacity; left > 0 && !isStopped_; --left) {
+  for (std::size_t left = Search::kCapacity; left > 0 && !isStopped_; --left) {
     const auto event = mailbox_->takeNow();
     if (!event) break;
     tell(*handlers_, *event);
@@ -156,12 +156,12 @@ void Search::Engine::drain() {
   if (mailbox_->isDrained() && !std::exchange(hasToldEnd_, true) && handlers_->onEnd) handlers_->onEnd();
 }
 
-std::optional<Event> Search::Engine::next(std::optional<std::chrono::milliseconds> timeout) {
+std::optional<Event> SearchEngine::next(std::optional<std::chrono::milliseconds> timeout) {
   if (hearing_.isOfTest) return mailbox_->takeNow();
   return timeout ? mailbox_->take(*timeout) : mailbox_->take();
 }
 
-Search::Search(std::shared_ptr<Engine> engine) : engine_(std::move(engine)) {}
+Search::Search(std::shared_ptr<SearchEngine> engine) : engine_(std::move(engine)) {}
 Search::Search(Search&&) noexcept = default;
 
 Search& Search::operator=(Search&& other) noexcept {
@@ -175,13 +175,13 @@ Search::~Search() {
 }
 
 Result<Search> Search::start(Settings settings) {
-  auto engine = std::make_shared<Engine>(std::nullopt, Executor());
+  auto engine = std::make_shared<SearchEngine>(std::nullopt, Executor());
   if (auto started = engine->start(settings); !started) return started.error();
   return Search(std::move(engine));
 }
 
 Result<Search> Search::start(Settings settings, Handlers handlers, Executor executor) {
-  auto engine = std::make_shared<Engine>(std::move(handlers), std::move(executor));
+  auto engine = std::make_shared<SearchEngine>(std::move(handlers), std::move(executor));
   if (auto started = engine->start(settings); !started) return started.error();
   return Search(std::move(engine));
 }

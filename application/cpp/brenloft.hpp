@@ -149,6 +149,7 @@ struct Region {
 };
 
 class SimulatedAir;
+class SearchEngine;
 
 /// What to search for, and where.
 struct Settings {
@@ -228,9 +229,8 @@ class BRL_EXPORT Search {
   std::default_sentinel_t end() const { return {}; }
 
  private:
-  struct Engine;
-  explicit Search(std::shared_ptr<Engine> engine);
-  std::shared_ptr<Engine> engine_;
+  explicit Search(std::shared_ptr<SearchEngine> engine);
+  std::shared_ptr<SearchEngine> engine_;
 };
 
 /// Goes once over what is left.

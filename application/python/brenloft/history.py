@@ -1,0 +1,65 @@
+"""The history that `brenloft scan --history` and the service keep: its readings as rows."""
+
+from __future__ import annotations
+
+import pathlib
+import sqlite3
+from datetime import datetime, timezone
+from os import PathLike
+from typing import TYPE_CHECKING, Iterator, NamedTuple
+
+if TYPE_CHECKING:
+    import pandas
+
+
+class Row(NamedTuple):
+    """One reading as it was kept, with the beacon's offsets; None where it has none."""
+
+    seq: int
+    time: datetime
+    beacon: str
+    rssi_dbm: int | None
+    temperature_celsius: float | None
+    relative_humidity_percent: float | None
+    battery_percent: int | None
+    emergency: int | None
+
+
+_QUERY = """
+SELECT seq, seconds, beacon, rssi, temperature, humidity, battery, emergency FROM readings
+WHERE (:beacon IS NULL OR beacon = :beacon) AND (:since IS NULL OR seconds >= :since)
+  AND (:until IS NULL OR seconds < :until)
+ORDER BY seq
+"""
+
+
+def _seconds(instant: datetime | None) -> float | None:
+    return None if instant is None else instant.timestamp()
+
+
+def history(
+    path: str | PathLike[str],
+    *,
+    beacon: str | None = None,
+    since: datetime | None = None,
+    until: datetime | None = None,
+) -> Iterator[Row]:
+    """The readings in a `history.sqlite`, or in the container that holds one, in the order they were kept;
+    from `since` up to but without `until`. It can be read while it is written."""
+    file = pathlib.Path(path)
+    if file.is_dir():
+        file = file / "history.sqlite"
+    connection = sqlite3.connect(f"{file.absolute().as_uri()}?mode=ro", uri=True)
+    try:
+        values = {"beacon": beacon, "since": _seconds(since), "until": _seconds(until)}
+        for seq, seconds, *rest in connection.execute(_QUERY, values):
+            yield Row(seq, datetime.fromtimestamp(seconds, timezone.utc), *rest)
+    finally:
+        connection.close()
+
+
+def history_frame(path: str | PathLike[str], **choice) -> "pandas.DataFrame":
+    """The same as a pandas DataFrame with the time as its index; needs pandas."""
+    import pandas
+
+    return pandas.DataFrame(history(path, **choice), columns=Row._fields).set_index("time")

@@ -1,0 +1,368 @@
+"""Searches: what is heard, as an iterator, with and without asyncio."""
+
+from __future__ import annotations
+
+import asyncio
+import select
+import struct
+from collections import deque
+from os import PathLike, fspath
+from typing import Callable, Iterable, Iterator, NamedTuple
+
+from ._interface import ffi, lib
+from .events import Emergency, Event, Found, Lost, Missed, RadioChange, Reading, Sighting
+
+# brenloft_event, member by member: unpacking all of it is much faster than asking for one member at a time.
+_LAYOUT = struct.Struct("@Niiq64siiddii3i40si40siiqQ128s0Q")
+assert _LAYOUT.size == ffi.sizeof("brenloft_event"), "the installed library has another brenloft_event"
+_NO_RSSI = -(2**31)
+_BATCH = 256
+
+
+class Error(Exception):
+    """Something failed; the text is one line for people."""
+
+
+class AbsentError(Error):
+    """Nothing is there under that name."""
+
+
+class NotPermittedError(Error):
+    """The process lacks a right."""
+
+
+class UnsupportedError(Error, ValueError):
+    """An address, a text or a number that can be none."""
+
+
+_ERRORS = {
+    lib.BRENLOFT_ABSENT: AbsentError,
+    lib.BRENLOFT_NOT_PERMITTED: NotPermittedError,
+    lib.BRENLOFT_UNSUPPORTED: UnsupportedError,
+}
+
+
+def check(status: int) -> None:
+    """Raises what a function of the interface returned, when that is an error."""
+    if status < 0:
+        raise _ERRORS.get(status, Error)(ffi.string(lib.brenloft_error_text()).decode())
+
+
+class Region(NamedTuple):
+    """A part of all iBeacons; None means any."""
+
+    uuid: str
+    major: int | None = None
+    minor: int | None = None
+
+
+def _text(field: bytes) -> str:
+    return field[: field.index(0)].decode()
+
+
+def _event(fields: tuple) -> Event:
+    (_, kind, flag, time, id_, rssi, battery, temperature, humidity, emergency, tx_power, x, y, z, service,
+     power, uuid, major, minor, last_heard, count, text) = fields  # fmt: skip
+    measured = None if rssi == _NO_RSSI else rssi
+    if kind == lib.BRENLOFT_READING:
+        return Reading(
+            _text(id_), time, measured,
+            None if temperature != temperature else temperature,
+            None if humidity != humidity else humidity,
+            battery, emergency, tx_power, (x, y, z), _text(service),
+        )  # fmt: skip
+    if kind == lib.BRENLOFT_SIGHTING:
+        return Sighting(_text(id_), time, measured, _text(uuid), major, minor, power)
+    if kind == lib.BRENLOFT_FOUND:
+        return Found(_text(id_), time)
+    if kind == lib.BRENLOFT_LOST:
+        return Lost(_text(id_), time, last_heard)
+    if kind == lib.BRENLOFT_EMERGENCY:
+        return Emergency(_text(id_), time, flag == 0)
+    if kind == lib.BRENLOFT_RADIO:
+        return RadioChange(time, flag != 0, _text(text))
+    return Missed(count)
+
+
+def decode(data: bytes) -> Reading:
+    """The reading in a sensor beacon's manufacturer data, 22 octets or more."""
+    event = ffi.new("brenloft_event *", {"size": _LAYOUT.size})
+    check(lib.brenloft_decode(data, len(data), event))
+    reading = _event(_LAYOUT.unpack(ffi.buffer(event)))
+    assert isinstance(reading, Reading)
+    return reading
+
+
+@ffi.def_extern()
+def brenloft_python_message(user_data, line) -> None:
+    ffi.from_handle(user_data)(ffi.string(line).decode(errors="replace"))
+
+
+class Search:
+    """A search, from its making to `close`: an iterator over everything that happens.
+
+        with brenloft.Search("demo") as search:
+            for event in search:
+                print(event)
+
+    A recording or the demonstration waits for who takes its events; of a radio, those that nobody takes are
+    dropped beyond 4,096, the oldest first, and counted.
+    """
+
+    def __init__(
+        self,
+        source: str = "auto",
+        *,
+        sensors: bool = True,
+        ibeacons: bool = False,
+        services: Iterable[str] = (),
+        regions: Iterable[Region] = (),
+        lost_after: float = 30.0,
+        record: str | PathLike[str] | None = None,
+        on_message: Callable[[str], None] | None = None,
+        air: "Air | None" = None,
+    ) -> None:
+        self._search = None
+        self._waiting: deque[Event] = deque()
+        self._air = air
+        self._message = ffi.new_handle(on_message) if on_message else ffi.NULL
+        keep = [ffi.new("char[]", text.encode()) for text in services]
+        names = [ffi.new("char[]", region.uuid.encode()) for region in regions]
+        places = ffi.new("brenloft_region[]", len(names))
+        for place, name, region in zip(places, names, regions):
+            place.uuid = name
+            place.major = -1 if region.major is None else region.major
+            place.minor = -1 if region.minor is None else region.minor
+        service_list = ffi.new("char *[]", keep)
+        address = ffi.new("char[]", source.encode())
+        file = ffi.new("char[]", fspath(record).encode()) if record is not None else ffi.NULL
+        settings = ffi.new(
+            "brenloft_settings *",
+            {
+                "size": ffi.sizeof("brenloft_settings"),
+                "source": address,
+                "kinds": (lib.BRENLOFT_SENSORS if sensors else 0) | (lib.BRENLOFT_IBEACONS if ibeacons else 0),
+                "services": ffi.cast("const char *const *", service_list),
+                "service_count": len(keep),
+                "regions": places,
+                "region_count": len(names),
+                "lost_after_ms": round(lost_after * 1000),
+                "record": file,
+                "on_message": lib.brenloft_python_message if on_message else ffi.NULL,
+                "user_data": self._message,
+                "air": air._air if air else ffi.NULL,
+            },
+        )
+        made = ffi.new("brenloft_search **")
+        check(lib.brenloft_search_start(settings, made))
+        self._search = made[0]
+        self._events = ffi.new("brenloft_event[]", _BATCH)
+        self._octets = ffi.buffer(self._events)
+        self._count = ffi.new("size_t *")
+
+    def fileno(self) -> int:
+        """Readable when there is an event, the end included; for `select` and its like."""
+        return lib.brenloft_search_descriptor(self._open())
+
+    def close(self) -> None:
+        """Ends the search. What waits is dropped."""
+        search, self._search = self._search, None
+        if search is not None:
+            lib.brenloft_search_free(search)
+        self._waiting.clear()
+
+    def take(self, timeout: float | None = None) -> Event | None:
+        """The next event, waiting for it up to so many seconds, or as long as it takes. None: there was none
+        in that time. StopIteration: nothing more will come."""
+        if not self._waiting and not self._fill() and self._air is None:
+            poll = select.poll()
+            poll.register(self.fileno(), select.POLLIN)
+            poll.poll(None if timeout is None else timeout * 1000)
+            self._fill()
+        return self._waiting.popleft() if self._waiting else None
+
+    def __iter__(self) -> Iterator[Event]:
+        return self
+
+    def __next__(self) -> Event:
+        if self._waiting:
+            return self._waiting.popleft()
+        event = self.take()
+        if event is None:
+            raise StopIteration
+        return event
+
+    def __aiter__(self) -> "Search":
+        return self
+
+    async def __anext__(self) -> Event:
+        try:
+            while not self._waiting and not self._fill():
+                if self._air is not None:
+                    raise StopAsyncIteration
+                await self._readable()
+        except StopIteration:
+            raise StopAsyncIteration from None
+        return self._waiting.popleft()
+
+    def __enter__(self) -> "Search":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        self.close()
+
+    def _open(self):
+        if self._search is None:
+            raise StopIteration
+        return self._search
+
+    # Takes what there is at once; raises StopIteration at the end.
+    def _fill(self) -> bool:
+        size = _LAYOUT.size
+        status = lib.brenloft_search_next_many(self._open(), 0, self._events, size, _BATCH, self._count)
+        check(status)
+        if status == lib.BRENLOFT_END:
+            raise StopIteration
+        count = self._count[0]
+        self._waiting.extend(map(_event, _LAYOUT.iter_unpack(memoryview(self._octets)[: count * size])))
+        return count > 0
+
+    async def _readable(self) -> None:
+        loop = asyncio.get_running_loop()
+        ready = loop.create_future()
+        descriptor = self.fileno()
+        loop.add_reader(descriptor, lambda: ready.done() or ready.set_result(None))
+        try:
+            await ready
+        finally:
+            loop.remove_reader(descriptor)
+
+
+class Scan:
+    """The readings and sightings of a search, and nothing else."""
+
+    def __init__(self, search: Search) -> None:
+        self.search = search
+
+    def close(self) -> None:
+        self.search.close()
+
+    def __enter__(self) -> "Scan":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def __iter__(self) -> Iterator[Reading | Sighting]:
+        return self
+
+    def __next__(self) -> Reading | Sighting:
+        while not isinstance(event := next(self.search), (Reading, Sighting)):
+            pass
+        return event
+
+    def __aiter__(self) -> "Scan":
+        return self
+
+    async def __anext__(self) -> Reading | Sighting:
+        while not isinstance(event := await self.search.__anext__(), (Reading, Sighting)):
+            pass
+        return event
+
+
+def scan(source: str = "auto", **settings) -> Scan:
+    """Everything that beacons send: `for reading in scan("demo")`, or `async for`. Settings as of `Search`."""
+    return Scan(Search(source, **settings))
+
+
+class Air:
+    """An air without a radio, and its clock, for tests: time stands still until the test moves it.
+
+        air = brenloft.Air()
+        alarm = FridgeAlarm(brenloft.Search(air=air))
+        air.send("C0-C1-5C-00-00-01", temperature_celsius=9.5)
+        air.advance(600)
+
+    What its searches find is there when `send` or `advance` returns; they end where they have given it.
+    """
+
+    def __init__(self) -> None:
+        made = ffi.new("brenloft_air **")
+        check(lib.brenloft_air_make(made))
+        self._air = ffi.gc(made[0], lib.brenloft_air_free)
+
+    def send(
+        self,
+        id: str,
+        *,
+        temperature_celsius: float | None = None,
+        relative_humidity_percent: float | None = None,
+        battery_percent: int = 100,
+        emergency: int = 0,
+        rssi_dbm: int | None = -60,
+        service: str = "",
+    ) -> None:
+        """Sends one advertisement of a sensor beacon now. The same one again within 20 ms is heard once."""
+        absent = float("nan")
+        self._send(
+            kind=lib.BRENLOFT_READING,
+            id=id.encode(),
+            temperature_celsius=absent if temperature_celsius is None else temperature_celsius,
+            relative_humidity_percent=absent if relative_humidity_percent is None else relative_humidity_percent,
+            battery_percent=battery_percent,
+            emergency=emergency,
+            rssi_dbm=_NO_RSSI if rssi_dbm is None else rssi_dbm,
+            service=service.encode(),
+        )
+
+    def send_ibeacon(self, uuid: str, major: int, minor: int, *, rssi_dbm: int | None = -60) -> None:
+        """Sends one advertisement of an iBeacon now."""
+        self._send(
+            kind=lib.BRENLOFT_SIGHTING,
+            uuid=uuid.encode(),
+            major=major,
+            minor=minor,
+            measured_power_dbm=-59,
+            rssi_dbm=_NO_RSSI if rssi_dbm is None else rssi_dbm,
+        )
+
+    def advance(self, seconds: float) -> None:
+        """Moves the clock; what becomes due on the way happens, each at its own instant."""
+        check(lib.brenloft_air_advance(self._air, round(seconds * 1000)))
+
+    def set_listening(self, is_listening: bool, reason: str = "") -> None:
+        """Switches the radio on, or off for this reason."""
+        check(lib.brenloft_air_set_listening(self._air, int(is_listening), reason.encode()))
+
+    def _send(self, **members) -> None:
+        event = ffi.new("brenloft_event *", {"size": _LAYOUT.size, **members})
+        check(lib.brenloft_air_send(self._air, event))
+
+
+class Source(NamedTuple):
+    """One thing that this machine offers to hear, or would."""
+
+    address: str
+    name: str
+    state: str  #: "usable", or why not
+    why: str
+    is_automatic: bool
+
+
+@ffi.def_extern()
+def brenloft_python_source(user_data, source) -> None:
+    text = lambda member: ffi.string(member).decode(errors="replace")
+    ffi.from_handle(user_data).append(
+        Source(text(source.address), text(source.name), text(source.state), text(source.why), source.is_automatic != 0)
+    )
+
+
+def sources() -> list[Source]:
+    """What this machine offers to hear."""
+    found: list[Source] = []
+    handle = ffi.new_handle(found)
+    check(lib.brenloft_sources(lib.brenloft_python_source, handle))
+    return found
