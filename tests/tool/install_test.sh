@@ -1,5 +1,5 @@
 #!/bin/sh
-# Installs the build into a folder of its own and builds the example against it in both ways that applications
+# Installs the build into a folder of its own and builds the examples against it in both ways that applications
 # have: install_test.sh BUILD_DIR SOURCE_DIR COMPILER
 set -eu
 build=$1 source=$2 compiler=$3
@@ -13,22 +13,40 @@ cmake --install "$build" --strip --prefix "$prefix" >/dev/null
 # cmake --install moves a prefix; the package file must name the one it was installed to.
 cmake -G Ninja -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
 cmake --build "$work/cmake" >/dev/null
-"$work/cmake/thermometer" simulated >"$work/by-cmake" 2>/dev/null
+(cd "$work/cmake" && ctest --output-on-failure >"$work/fridge-test") || { cat "$work/fridge-test"; exit 1; }
+grep -q '100% tests passed' "$work/fridge-test"
+for example in thermometer thermometer-c glib; do
+  "$work/cmake/$example" demo >"$work/$example"
+  [ "$(wc -l <"$work/$example")" -gt 200 ] || { echo "$example told too little"; exit 1; }
+done
+"$work/cmake/fridge" C0-C1-5C-00-00-01 demo
+"$work/cmake/logger" "$work/log" demo >"$work/logger"
+grep -Eq '^rows: [1-9]' "$work/logger"
+grep -q ' is lost$' "$work/logger"
+! "$work/cmake/thermometer" capture:/nowhere 2>"$work/refused" || exit 1
+grep -q '^/nowhere: ' "$work/refused"
 
 # shellcheck disable=SC2046
-"$compiler" "$source/examples/thermometer.cpp" -o "$work/thermometer" \
+"$compiler" -std=c++20 "$source/examples/thermometer.cpp" -o "$work/by-pkg-config" \
   $(pkg-config --cflags --libs brenloftsdk)
-"$work/thermometer" simulated >"$work/by-pkg-config" 2>/dev/null
+"$work/by-pkg-config" demo | cmp "$work/thermometer"
 
-cmp "$work/by-cmake" "$work/by-pkg-config"
-grep -q ' is silent$' "$work/by-cmake"
-grep -Eq '^[0-9A-F-]+ -?[0-9]+\.[0-9]{2}$' "$work/by-cmake"
+# The headers alone, as strict applications compile them.
+for standard in c++20 c++23; do
+  (cd "$prefix"/include/BrenloftSDK-* && find . -name '*.h' -o -name '*.hpp') | while read -r header; do
+    echo "#include \"$header\"" >"$work/header.cpp"
+    "$compiler" -std=$standard -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror \
+      "-I$(echo "$prefix"/include/BrenloftSDK-*)" "$work/header.cpp" || { echo "$header ($standard)"; exit 1; }
+  done
+done
+printf '#include <brenloft.h>\nbrenloft_event event = BRENLOFT_EVENT_INIT;\n' >"$work/header.c"
+cc -std=c99 -fsyntax-only -Wall -Wpedantic -Werror "-I$(echo "$prefix"/include/BrenloftSDK-*)" "$work/header.c"
 
 library=$prefix/lib/libBrenloftSDK.so.1
 [ -e "$library" ] || { echo "no $library"; exit 1; }
 foreign=$(nm -DC --defined-only "$library" | cut -d' ' -f3- |
   sed -E 's/^(typeinfo name for|typeinfo for|vtable for|VTT for|non-virtual thunk to|guard variable for) //' |
-  grep -Ev '^(BRL|SensorLog|platform::|kBRL|kBeacon|SAFETY_|Nearest|BrenloftSDKVersion|BRENLOFTSDK_1|decodeSensorFrame|dictionaryOf)' ||
+  grep -Ev '^(BRL|brenloft::|brenloft_|SensorLog|platform::|kBRL|kBeacon|SAFETY_|Nearest|BrenloftSDKVersion|BRENLOFTSDK_1|decodeSensorFrame|dictionaryOf)' ||
   true)
 [ -z "$foreign" ] || { echo "exported beside the interface:"; echo "$foreign" | head -20; exit 1; }
 for name in NearestBeaconSensorFindingBuffer SAFETY_REGION_IDENTIFIER kBeaconExitTime kBRLBeaconRegionID \
@@ -36,6 +54,16 @@ for name in NearestBeaconSensorFindingBuffer SAFETY_REGION_IDENTIFIER kBeaconExi
   nm -D --defined-only "$library" | grep -q " $name" || { echo "not exported: $name"; exit 1; }
 done
 "$prefix/bin/brenloft" --version
+
+# The Python package over it, as its wheel has it.
+cp -r "$source/application/python" "$work/python"
+(cd "$work/python" && PYTHONWARNINGS=ignore /usr/bin/python3 setup.py -q bdist_wheel >"$work/wheel" 2>&1) ||
+  { cat "$work/wheel"; exit 1; }
+/usr/bin/python3 -m zipfile -e "$work"/python/dist/*-abi3-*.whl "$work/site"
+"$prefix/bin/brenloft" scan --source demo --history --container "$work/kept" >/dev/null
+PYTHONPATH="$work/site" BRENLOFT_KEPT="$work/kept" BRENLOFT="$prefix/bin/brenloft" \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider "$source/tests/application/python_test.py" >"$work/pytest" ||
+  { cat "$work/pytest"; exit 1; }
 
 # The service as its unit starts it, with another source and store.
 unit=$prefix/lib/systemd/system/brenloft.service

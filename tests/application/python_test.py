@@ -1,0 +1,100 @@
+"""The Python package, as an application uses it."""
+
+import asyncio
+import json
+import math
+import os
+import subprocess
+from datetime import datetime, timedelta, timezone
+
+import brenloft
+import pytest
+
+FRIDGE = "C0-C1-5C-00-00-01"
+START = datetime(2026, 1, 1, tzinfo=timezone.utc)
+
+
+def test_gives_what_a_sensor_does_in_order_on_virtual_time():
+    air = brenloft.Air()
+    search = brenloft.Search(air=air, lost_after=10)
+    air.send(FRIDGE, temperature_celsius=-327.68, relative_humidity_percent=655.35, battery_percent=255, service="FFF0")
+    air.advance(5)
+    air.send(FRIDGE, emergency=1, rssi_dbm=None)
+    air.advance(30)
+    air.set_listening(False, "blocked by rfkill")
+    radio, found, cold, unmeasured, emergency, lost, off = search
+    assert radio == brenloft.RadioChange(radio.time_us, True, "")
+    assert (type(found), found.id, found.time) == (brenloft.Found, FRIDGE, START)
+    assert cold[2:6] == (-60, -327.68, 655.35, 255) and cold.service == "FFF0"
+    assert unmeasured[2:5] == (None, None, None) and unmeasured.is_emergency
+    assert emergency == brenloft.Emergency(FRIDGE, unmeasured.time_us, False)
+    assert (lost.time, lost.last_heard) == (START + timedelta(seconds=15), START + timedelta(seconds=5))
+    assert (off.is_listening, off.reason) == (False, "blocked by rfkill")
+    assert list(search) == []
+    air.send(FRIDGE)
+    assert [type(event) for event in search] == []  # the radio is off
+
+
+def test_hears_only_the_ibeacons_of_a_region():
+    air = brenloft.Air()
+    uuid = "51C70E2A-9B44-4D1F-8A63-2FD075E81C36"
+    scan = brenloft.scan(air=air, sensors=False, ibeacons=True, regions=[brenloft.Region(uuid, 65535)])
+    air.send_ibeacon(uuid, 65535, 2)
+    air.send_ibeacon(uuid, 1, 2)
+    air.send(FRIDGE)
+    (heard,) = scan
+    assert heard[:1] + heard[2:] == (f"{uuid}/65535/2", -60, uuid, 65535, 2, -59)
+
+
+def heard_by_the_tool(source):
+    run = subprocess.run(
+        [os.environ["BRENLOFT"], "scan", "--source", source, "--format", "readings"], check=True, capture_output=True
+    )
+    lines = [json.loads(line) for line in run.stdout.splitlines()]
+    return [line for line in lines if line["event"] == "reading"]
+
+
+def test_hears_a_recording_as_the_tool_does(tmp_path):
+    recording = tmp_path / "recording.btsnoop"
+    live = list(brenloft.scan("demo", record=recording))
+    again = list(brenloft.scan(f"capture:{recording}"))
+    assert again == live and len(live) > 200
+    told = heard_by_the_tool(f"capture:{recording}")
+    assert [(line["id"], line["temperature"], line["humidity"]) for line in told] == [
+        (reading.id, reading.temperature_celsius, reading.relative_humidity_percent) for reading in again
+    ]
+
+
+def test_iterates_under_asyncio_beside_other_tasks():
+    async def count(source):
+        return sum([1 async for _ in brenloft.scan(source)])
+
+    async def both():
+        return await asyncio.gather(count("demo"), count("demo"))
+
+    first, second = asyncio.run(both())
+    assert first == second > 200
+
+
+def test_says_what_is_wrong():
+    with pytest.raises(brenloft.UnsupportedError, match="did you mean capture:x"):
+        brenloft.scan("captur:x")
+    with pytest.raises(brenloft.Error, match="/nowhere/x"):
+        brenloft.scan("capture:/nowhere/x")
+    with pytest.raises(ValueError, match="no frame can carry this temperature"):
+        brenloft.Air().send(FRIDGE, temperature_celsius=327.68)
+    with pytest.raises(ValueError, match="22 octets"):
+        brenloft.decode(bytes(21))
+    assert brenloft.decode(bytes.fromhex("290988130c64000c61cf123456fc1803e8800001020a")).temperature_celsius == 23.45
+    search = brenloft.Search("demo")
+    search.close()
+    assert list(search) == []
+
+
+def test_reads_the_history_as_rows():
+    rows = list(brenloft.history(os.environ["BRENLOFT_KEPT"]))
+    assert len(rows) > 200
+    middle = rows[len(rows) // 2]
+    some = list(brenloft.history(os.environ["BRENLOFT_KEPT"], beacon=middle.beacon, since=middle.time))
+    assert some and all(row.beacon == middle.beacon and row.time >= middle.time for row in some)
+    assert all(math.isfinite(row.temperature_celsius) for row in some)
