@@ -17,6 +17,7 @@ import beacon_week  # noqa: E402
 
 try:
     from selenium import webdriver
+    from selenium.common.exceptions import StaleElementReferenceException
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
@@ -177,7 +178,9 @@ class PageTest(unittest.TestCase):
         return self.browser.switch_to.active_element.text
 
     def await_true(self, condition, why):
-        WebDriverWait(self.browser, 10).until(lambda _: condition(), why)
+        # What is drawn anew while it is looked at is looked at again.
+        wait = WebDriverWait(self.browser, 10, ignored_exceptions=[StaleElementReferenceException])
+        wait.until(lambda _: condition(), why)
 
     def readings(self):
         """What stands beside each chart's name, by name."""
