@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/tool/RunTool.h"
 #include "platform/dispatch/RunLoop.h"
+#include "tests/tool/RunTool.h"
 
 namespace brenloft_test {
 namespace {
