@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs the build into a folder of its own and builds the examples against it in both ways that applications
-# have: install_test.sh BUILD_DIR SOURCE_DIR COMPILER
+# have: install_test.sh BUILD_DIR SOURCE_DIR COMPILER C_COMPILER
 set -eu
-build=$1 source=$2 compiler=$3
+build=$1 source=$2 compiler=$3 c_compiler=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -11,7 +11,8 @@ export PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
 cmake --install "$build" --strip --prefix "$prefix" >/dev/null
 
 # cmake --install moves a prefix; the package file must name the one it was installed to.
-cmake -G Ninja -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >/dev/null
+cmake -G Ninja -S "$source/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_C_COMPILER="$c_compiler" >/dev/null
 cmake --build "$work/cmake" >/dev/null
 (cd "$work/cmake" && ctest --output-on-failure >"$work/fridge-test") || { cat "$work/fridge-test"; exit 1; }
 grep -q '100% tests passed' "$work/fridge-test"
@@ -40,7 +41,7 @@ xargs -P "$(nproc)" -d '\n' -I '{}' sh -c 'echo "$1" | $2 -std=c++20 $3 -' each 
 # shellcheck disable=SC2086
 "$compiler" -std=c++2b $strict "$work/all.cpp"
 printf '#include <brenloft.h>\nbrenloft_event event = BRENLOFT_EVENT_INIT;\n' >"$work/header.c"
-cc -std=c99 -fsyntax-only -Wall -Wpedantic -Werror "-I$headers" "$work/header.c"
+"$c_compiler" -std=c99 -fsyntax-only -Wall -Wpedantic -Werror "-I$headers" "$work/header.c"
 
 library=$prefix/lib/libBrenloftSDK.so.1
 [ -e "$library" ] || { echo "no $library"; exit 1; }
@@ -57,7 +58,7 @@ done
 
 # The Python package over it, as its wheel has it.
 cp -r "$source/application/python" "$work/python"
-(cd "$work/python" && PYTHONWARNINGS=ignore /usr/bin/python3 setup.py -q bdist_wheel >"$work/wheel" 2>&1) ||
+(cd "$work/python" && PYTHONWARNINGS=ignore CC="$c_compiler" /usr/bin/python3 setup.py -q bdist_wheel >"$work/wheel" 2>&1) ||
   { cat "$work/wheel"; exit 1; }
 /usr/bin/python3 -m zipfile -e "$work"/python/dist/*-abi3-*.whl "$work/site"
 "$prefix/bin/brenloft" scan --source demo --history --container "$work/kept" >/dev/null
