@@ -70,7 +70,7 @@ class Subscriber {
 
   /// What is retained, by topic, and every row that came; until `isEnough`.
   bool wait(const std::function<bool()>& isEnough) {
-    constexpr int kTries = 3'000;
+    constexpr int kTries = 6'000;
     for (int i = 0; i < kTries && !isEnough(); ++i) {
       pollfd ready{client_.wakeDescriptor(), POLLIN, 0};
       ::poll(&ready, 1, 10);
@@ -175,7 +175,7 @@ TEST_F(PublishTest, EveryRowArrivesThoughTheBrokerComesLateAndIsKilled) {
   std::set<int64_t> all;
   for (int64_t seq = 1; seq <= last; ++seq) all.insert(seq);
   EXPECT_TRUE(late.wait([&] { return late.rows == all; }));
-  EXPECT_EQ(*subscriber.rows.rbegin(), last);
+  EXPECT_EQ(subscriber.rows.empty() ? 0 : *subscriber.rows.rbegin(), last);
 }
 
 TEST_F(PublishTest, HearsAndPublishesInOneProcessAndLeavesNothingWhenForgotten) {
