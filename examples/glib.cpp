@@ -11,11 +11,14 @@ struct Application {
   GMainLoop* loop;
 };
 
-// Takes what there is, and gives the loop its turn again.
+// Takes some of what there is, and gives the loop its turn again.
 gboolean takeEvents(gint, GIOCondition, gpointer data) {
   auto& [search, loop] = *static_cast<Application*>(data);
-  while (const auto event = search.next(std::chrono::milliseconds(0)))
+  for (int i = 0; i < 100; ++i) {
+    const auto event = search.next(std::chrono::milliseconds(0));
+    if (!event) break;
     if (const auto* reading = event->reading()) std::cout << reading->id << '\n';
+  }
   if (!search.hasEnded()) return G_SOURCE_CONTINUE;
   g_main_loop_quit(loop);
   return G_SOURCE_REMOVE;

@@ -164,6 +164,7 @@ void store(brenloft_event event, void* to, std::size_t size) {
 // A struct of the caller's, whatever its version: what it has not is as in `whole`.
 template <class Struct>
 Struct readStruct(const Struct& from, Struct whole) {
+  if (from.size == 0) throw std::invalid_argument("the size of a struct is not set: use its INIT");
   std::memcpy(&whole, &from, std::min(from.size, sizeof whole));
   return whole;
 }
@@ -180,6 +181,8 @@ brenloft::Settings settingsOf(const brenloft_settings& given) {
   if (from.source != nullptr) settings.source = from.source;
   settings.sensors = (from.kinds & BRENLOFT_SENSORS) != 0;
   settings.iBeacons = (from.kinds & BRENLOFT_IBEACONS) != 0;
+  if (from.services == nullptr && from.service_count > 0) throw std::invalid_argument("services is NULL");
+  if (from.regions == nullptr && from.region_count > 0) throw std::invalid_argument("regions is NULL");
   for (const char* service : std::span(from.services, from.service_count))
     settings.services.emplace_back(service == nullptr ? "" : service);
   for (const auto& [uuid, major, minor] : std::span(from.regions, from.region_count))
@@ -207,6 +210,7 @@ brenloft_status start(const brenloft_settings* settings, brenloft_search** searc
 }
 
 brenloft_status takeOne(brenloft::Search& search, int64_t timeout, void* to, std::size_t size) {
+  if (size == 0) throw std::invalid_argument("the size of the event is not set: use BRENLOFT_EVENT_INIT");
   const auto event = timeout < 0 ? search.next() : search.next(std::chrono::milliseconds(timeout));
   if (!event) return search.hasEnded() ? BRENLOFT_END : BRENLOFT_NONE;
   store(eventFor(*event), to, size);
@@ -217,21 +221,21 @@ std::optional<double> measured(double number) {
   return std::isnan(number) ? std::nullopt : std::optional(number);
 }
 
-void sendOn(brenloft::SimulatedAir& air, const brenloft_event& event) {
-  const auto rssi = event.rssi_dbm == BRENLOFT_NO_RSSI ? std::nullopt : std::optional<int>(event.rssi_dbm);
-  if (event.kind == BRENLOFT_SIGHTING) {
-    const auto major = numberOf(event.major);
-    const auto minor = numberOf(event.minor);
-    air.send(Sighting{.rssiDbm = rssi,
-                      .uuid = static_cast<const char*>(event.uuid),
-                      .major = major.value_or(0),
-                      .minor = minor.value_or(0),
-                      .measuredPowerDbm = event.measured_power_dbm});
-    return;
-  }
-  if (event.kind != BRENLOFT_READING) throw std::invalid_argument("only readings and sightings can be sent");
+std::optional<int> rssiIn(const brenloft_event& event) {
+  return event.rssi_dbm == BRENLOFT_NO_RSSI ? std::nullopt : std::optional<int>(event.rssi_dbm);
+}
+
+Sighting sightingFor(const brenloft_event& event) {
+  return {.rssiDbm = rssiIn(event),
+          .uuid = static_cast<const char*>(event.uuid),
+          .major = numberOf(event.major).value_or(0),
+          .minor = numberOf(event.minor).value_or(0),
+          .measuredPowerDbm = event.measured_power_dbm};
+}
+
+Reading readingFor(const brenloft_event& event) {
   Reading reading{.id = static_cast<const char*>(event.id),
-                  .rssiDbm = rssi,
+                  .rssiDbm = rssiIn(event),
                   .temperatureCelsius = measured(event.temperature_celsius),
                   .relativeHumidityPercent = measured(event.relative_humidity_percent),
                   .batteryPercent = event.battery_percent,
@@ -239,7 +243,23 @@ void sendOn(brenloft::SimulatedAir& air, const brenloft_event& event) {
                   .txPower = event.tx_power,
                   .acceleration = {event.acceleration[0], event.acceleration[1], event.acceleration[2]}};
   if (event.service[0] != '\0') reading.services = {static_cast<const char*>(event.service)};
-  air.send(reading);
+  return reading;
+}
+
+// Calls `send` with the reading or the sighting that the event tells of.
+template <class Send>
+brenloft_status sendOn(brenloft_air* air, const brenloft_event* event, const Send& send) {
+  return guarded([&] {
+    if (air == nullptr || event == nullptr) return missing(air == nullptr ? "air" : "event");
+    const brenloft_event whole = readStruct(*event, emptyEvent());
+    if (whole.kind == BRENLOFT_READING)
+      send(*air->air, readingFor(whole));
+    else if (whole.kind == BRENLOFT_SIGHTING)
+      send(*air->air, sightingFor(whole));
+    else
+      throw std::invalid_argument("only readings and sightings can be sent");
+    return BRENLOFT_OK;
+  });
 }
 
 }  // namespace
@@ -355,9 +375,21 @@ void brenloft_air_free(brenloft_air* air) {
 }
 
 brenloft_status brenloft_air_send(brenloft_air* air, const brenloft_event* event) {
+  return sendOn(air, event, [](brenloft::SimulatedAir& on, const auto& one) { on.send(one); });
+}
+
+brenloft_status brenloft_air_repeat(brenloft_air* air, const brenloft_event* event, int64_t interval_ms,
+                                    int32_t* number) {
+  if (number == nullptr) return guarded([] { return missing("number"); });
+  return sendOn(air, event, [&](brenloft::SimulatedAir& on, const auto& one) {
+    *number = on.repeat(one, std::chrono::milliseconds(interval_ms));
+  });
+}
+
+brenloft_status brenloft_air_silence(brenloft_air* air, int32_t number) {
   return guarded([&] {
-    if (air == nullptr || event == nullptr) return missing(air == nullptr ? "air" : "event");
-    sendOn(*air->air, readStruct(*event, emptyEvent()));
+    if (air == nullptr) return missing("air");
+    air->air->silence(number);
     return BRENLOFT_OK;
   });
 }
@@ -365,7 +397,6 @@ brenloft_status brenloft_air_send(brenloft_air* air, const brenloft_event* event
 brenloft_status brenloft_air_advance(brenloft_air* air, int64_t duration_ms) {
   return guarded([&] {
     if (air == nullptr) return missing("air");
-    if (duration_ms < 0) throw std::invalid_argument("time does not go back");
     air->air->advance(std::chrono::milliseconds(duration_ms));
     return BRENLOFT_OK;
   });

@@ -104,6 +104,10 @@ typedef struct brenloft_event {
 
 /* clang-format off */
 #define BRENLOFT_EVENT_INIT {.size = sizeof(brenloft_event)}
+/* A reading to send in a test, that measured nothing yet. */
+#define BRENLOFT_READING_INIT \
+  {.size = sizeof(brenloft_event), .kind = BRENLOFT_READING, .rssi_dbm = BRENLOFT_NO_RSSI, \
+   .temperature_celsius = 0.0 / 0.0, .relative_humidity_percent = 0.0 / 0.0}
 /* clang-format on */
 
 /* The reading in a sensor beacon's manufacturer data, 22 octets or more; BRENLOFT_UNSUPPORTED of fewer. It
@@ -181,7 +185,8 @@ BRENLOFT_API brenloft_status brenloft_search_next_many(brenloft_search* search, 
  * watch it, do not read or close it. */
 BRENLOFT_API int brenloft_search_descriptor(const brenloft_search* search);
 
-/* Ends the search: nothing is heard any more; what waits can be taken. */
+/* Ends the search: nothing is heard any more; what waits can be taken. Waits for a handler that runs on
+ * another thread: hold no lock that it takes. It is not called with NULL any more. */
 BRENLOFT_API void brenloft_search_stop(brenloft_search* search);
 
 /* Stops it, waits for a handler that runs, and frees it. NULL is allowed. */
@@ -214,6 +219,10 @@ BRENLOFT_API void brenloft_air_free(brenloft_air* air);
 /* Sends one advertisement now, as a reading or a sighting says; NaN is absent. Of a sighting, `id` is not
  * needed. The same one again within 20 ms is the same advertisement, and heard once. */
 BRENLOFT_API brenloft_status brenloft_air_send(brenloft_air* air, const brenloft_event* event);
+/* Sends it now and then every `interval_ms`, until `brenloft_air_silence` is called with the number. */
+BRENLOFT_API brenloft_status brenloft_air_repeat(brenloft_air* air, const brenloft_event* event,
+                                                 int64_t interval_ms, int32_t* number);
+BRENLOFT_API brenloft_status brenloft_air_silence(brenloft_air* air, int32_t number);
 /* Moves the clock. */
 BRENLOFT_API brenloft_status brenloft_air_advance(brenloft_air* air, int64_t duration_ms);
 /* Switches the radio on (1) or off (0), for this reason; NULL: none. */

@@ -1,5 +1,8 @@
 #include "application/cpp/Air.h"
 
+#include <limits>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "application/cpp/Decoding.h"
@@ -13,7 +16,10 @@ using platform::SimulatedAdvertisement;
 const platform::CBUUID kService = platform::CBUUID::fromShort(0xA001);  // of a reading that names none
 
 int8_t rssiOf(std::optional<int> dBm) {
-  return dBm ? static_cast<int8_t>(*dBm) : platform::AdvertisingReport::kNoRssi;
+  constexpr int8_t kNone = platform::AdvertisingReport::kNoRssi;
+  if (!dBm) return kNone;
+  if (*dBm >= std::numeric_limits<int8_t>::min() && *dBm < kNone) return static_cast<int8_t>(*dBm);
+  throw std::invalid_argument("no radio measures this rssi: " + std::to_string(*dBm));
 }
 
 std::vector<platform::CBUUID> servicesOf(const Reading& reading) {
@@ -60,6 +66,7 @@ void Air::sendPacket(const SimulatedAdvertisement& packet) {
 }
 
 int Air::repeatPacket(SimulatedAdvertisement packet, std::chrono::milliseconds interval) {
+  if (interval <= interval.zero()) throw std::invalid_argument("an interval is longer than nothing");
   clock_->runDue();
   const int number = radio_->startAdvertising(std::move(packet), interval);
   clock_->runDue();
@@ -89,6 +96,7 @@ void Air::setListening(bool isListening, std::string reason) {
 }
 
 void Air::advance(std::chrono::microseconds duration) {
+  if (duration < duration.zero()) throw std::invalid_argument("time does not go back");
   clock_->advance(duration);
 }
 

@@ -21,6 +21,8 @@ constexpr std::chrono::milliseconds kLeastInterval{20};
 Result<Wanted> Wanted::of(const Settings& settings) {
   const auto refuse = [](std::string text) { return Error{Error::Kind::unsupported, std::move(text)}; };
   if (!settings.sensors && !settings.iBeacons) return refuse("neither sensors nor iBeacons are searched for");
+  if (!settings.regions.empty() && !settings.iBeacons)
+    return refuse("regions are given, and no iBeacons are searched for");
   if (settings.lostAfter <= settings.lostAfter.zero()) return refuse("lostAfter must be longer than nothing");
   Wanted wanted{settings.sensors, settings.iBeacons, {}, {}, settings.lostAfter};
   for (const std::string& text : settings.services) {

@@ -160,7 +160,7 @@ struct Settings {
   bool iBeacons = false;
   /// Sensors that advertise one of these service UUIDs; empty: all.
   std::vector<std::string> services{};
-  /// iBeacons of one of these; empty: all.
+  /// iBeacons of one of these, with `iBeacons`; empty: all.
   std::vector<Region> regions{};
   /// The silence after which a beacon is lost.
   std::chrono::milliseconds lostAfter = std::chrono::seconds(30);
@@ -168,7 +168,7 @@ struct Settings {
   std::string record{};
   /// Takes lines for people: what `auto` chose, what is wrong with a record of a capture. Any thread.
   std::function<void(std::string_view line)> onMessage{};
-  /// Heard instead of `source`: for tests.
+  /// Heard instead of `source`, which is not looked at then, nor is `record`: for tests.
   std::shared_ptr<SimulatedAir> air{};
 };
 
@@ -195,7 +195,8 @@ using Executor = std::function<void(std::function<void()> block)>;
 ///
 /// Threads: `stop` may be called from any thread, and so may `next` by one at a time. Handlers are called one
 /// at a time, with no lock held: by the executor, else on a thread of the search's own. They may stop the
-/// search; they may not destroy it.
+/// search; they may not destroy it, and an exception that leaves one ends the process. A search that was
+/// moved from can only be destroyed or given another.
 class BRL_EXPORT Search {
  public:
   static constexpr std::size_t kCapacity = 4'096;
@@ -210,7 +211,9 @@ class BRL_EXPORT Search {
   /// executor.
   ~Search();
 
-  /// Ends the search: nothing is heard any more, and `next` gives what waits, then nothing.
+  /// Ends the search: nothing is heard any more, and `next` gives what waits, then nothing. Waits for a
+  /// handler that runs on another thread, unless it runs by an executor: hold no lock that a handler takes.
+  /// `onEnd` is not called.
   void stop();
 
   /// The next event; waits for it. Nothing: the search has ended.
@@ -273,12 +276,13 @@ BRL_EXPORT std::vector<Source> sources();
 ///
 ///     auto air = brenloft::SimulatedAir::make();
 ///     FridgeAlarm alarm({.air = air});                            // what is tested; starts a search
-///     air->send({.id = "C0-C1-5C-00-00-01", .temperatureCelsius = 9.5});
-///     air->advance(std::chrono::minutes(10));
+///     air->repeat(Reading{.id = "C0-C1-5C-00-00-01", .temperatureCelsius = 9.5}, std::chrono::seconds(10));
+///     air->advance(std::chrono::minutes(11));
 ///     EXPECT_TRUE(alarm.isRaised());
 ///
 /// Handlers run inside `advance` and `send`; `next` gives what has happened and never waits.
-/// A reading that no frame can carry is a std::invalid_argument.
+/// A reading that no frame can carry is a std::invalid_argument, and so are an interval of nothing and time
+/// that goes back.
 ///
 /// Threads: one at a time.
 class BRL_EXPORT SimulatedAir {

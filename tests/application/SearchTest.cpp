@@ -156,6 +156,8 @@ TEST(ModernSearch, SaysWhyItCannotStart) {
   EXPECT_EQ(errorOf({.source = "captur:x"}), "no such source: captur:x; did you mean capture:x?");
   EXPECT_THAT(errorOf({.source = "capture:/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
   EXPECT_EQ(errorOf({.source = "demo", .services = {"XYZ"}}), "not a service UUID: XYZ");
+  EXPECT_EQ(errorOf({.source = "demo", .regions = {{kDoor.uuid}}}),
+            "regions are given, and no iBeacons are searched for");
   EXPECT_EQ(errorOf({.source = "demo", .sensors = false}), "neither sensors nor iBeacons are searched for");
   EXPECT_THAT(errorOf({.source = "demo", .record = "/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
 }

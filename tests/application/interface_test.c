@@ -8,7 +8,7 @@
 
 #include "application/c/brenloft.h"
 
-static void check(bool holds, const char *what, int line) {
+static void check(bool holds, const char* what, int line) {
   if (holds) return;
   fprintf(stderr, "line %d: %s\n(last error: %s)\n", line, what, brenloft_error_text());
   exit(1);
@@ -16,8 +16,7 @@ static void check(bool holds, const char *what, int line) {
 #define CHECK(what) check((what), #what, __LINE__)
 
 static brenloft_event fridge(double temperature) {
-  brenloft_event event = BRENLOFT_EVENT_INIT;
-  event.kind = BRENLOFT_READING;
+  brenloft_event event = BRENLOFT_READING_INIT;
   strcpy(event.id, "C0-C1-5C-00-00-01");
   event.rssi_dbm = -61;
   event.temperature_celsius = temperature;
@@ -28,18 +27,18 @@ static brenloft_event fridge(double temperature) {
   return event;
 }
 
-static brenloft_search *search_on(brenloft_air *air) {
+static brenloft_search* search_on(brenloft_air* air) {
   brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
   settings.air = air;
-  brenloft_search *search = NULL;
+  brenloft_search* search = NULL;
   CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_OK);
   return search;
 }
 
 static void gives_readings_as_they_were_sent(void) {
-  brenloft_air *air = NULL;
+  brenloft_air* air = NULL;
   CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
-  brenloft_search *search = search_on(air);
+  brenloft_search* search = search_on(air);
   const brenloft_event sent = fridge(-0.01);
   CHECK(brenloft_air_send(air, &sent) == BRENLOFT_OK);
   brenloft_event heard = BRENLOFT_EVENT_INIT;
@@ -71,16 +70,16 @@ static void gives_readings_as_they_were_sent(void) {
 
 /* A program that was built when the structs were shorter. */
 static void leaves_alone_what_an_older_program_has_not(void) {
-  brenloft_air *air = NULL;
+  brenloft_air* air = NULL;
   CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
-  brenloft_search *search = search_on(air);
+  brenloft_search* search = search_on(air);
   const brenloft_event sent = fridge(4);
   CHECK(brenloft_air_send(air, &sent) == BRENLOFT_OK);
   enum { kOlder = offsetof(brenloft_event, service), kCount = 3 };
   unsigned char room[kCount * kOlder + 1];
   room[kCount * kOlder] = 0xA5;
   size_t count = 0;
-  CHECK(brenloft_search_next_many(search, 0, (brenloft_event *)(void *)room, kOlder, kCount, &count) ==
+  CHECK(brenloft_search_next_many(search, 0, (brenloft_event*)(void*)room, kOlder, kCount, &count) ==
         BRENLOFT_OK);
   brenloft_event last;
   memcpy(&last, room + 2 * kOlder, kOlder);
@@ -92,8 +91,8 @@ static void leaves_alone_what_an_older_program_has_not(void) {
 
 static int ended = 0;
 static int readings = 0;
-static void count_readings(void *user_data, const brenloft_event *event) {
-  int *const last = user_data;
+static void count_readings(void* user_data, const brenloft_event* event) {
+  int* const last = user_data;
   if (event == NULL)
     ++ended;
   else if (event->kind == BRENLOFT_READING)
@@ -103,10 +102,10 @@ static void count_readings(void *user_data, const brenloft_event *event) {
 static void hands_events_to_a_handler(void) {
   int last = 0;
   brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
-  brenloft_air *air = NULL;
+  brenloft_air* air = NULL;
   CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
   settings.air = air;
-  brenloft_search *search = NULL;
+  brenloft_search* search = NULL;
   CHECK(brenloft_search_start_with_handler(&settings, count_readings, &last, &search) == BRENLOFT_OK);
   const brenloft_event sent = fridge(4);
   CHECK(brenloft_air_send(air, &sent) == BRENLOFT_OK);
@@ -119,7 +118,7 @@ static void pulls_the_demonstration_to_its_end(void) {
   brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
   settings.source = "demo";
   settings.kinds = BRENLOFT_SENSORS | BRENLOFT_IBEACONS;
-  brenloft_search *search = NULL;
+  brenloft_search* search = NULL;
   CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_OK);
   CHECK(brenloft_search_descriptor(search) >= 0);
   brenloft_event event = BRENLOFT_EVENT_INIT;
@@ -135,7 +134,7 @@ static void pulls_the_demonstration_to_its_end(void) {
 
 static void explains_what_is_wrong(void) {
   brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
-  brenloft_search *search = NULL;
+  brenloft_search* search = NULL;
   settings.source = "captur:x";
   CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_UNSUPPORTED);
   CHECK(strcmp(brenloft_error_text(), "no such source: captur:x; did you mean capture:x?") == 0);
@@ -147,14 +146,28 @@ static void explains_what_is_wrong(void) {
   settings.region_count = 1;
   CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_UNSUPPORTED);
   CHECK(search == NULL);
+  settings.kinds = BRENLOFT_IBEACONS;
+  settings.regions = NULL;
+  CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_UNSUPPORTED);
+  CHECK(strcmp(brenloft_error_text(), "regions is NULL") == 0);
+  settings.size = 0;
+  CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_UNSUPPORTED);
   brenloft_event event = BRENLOFT_EVENT_INIT;
   const uint8_t data[21] = {0};
   CHECK(brenloft_decode(data, sizeof data, &event) == BRENLOFT_UNSUPPORTED);
-  brenloft_air *air = NULL;
+  brenloft_air* air = NULL;
   CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
   brenloft_event hot = fridge(327.68);
   CHECK(brenloft_air_send(air, &hot) == BRENLOFT_UNSUPPORTED);
   CHECK(brenloft_air_advance(air, -1) == BRENLOFT_UNSUPPORTED);
+  hot = fridge(20);
+  hot.rssi_dbm = 999;
+  CHECK(brenloft_air_send(air, &hot) == BRENLOFT_UNSUPPORTED);
+  hot.rssi_dbm = -128;
+  int32_t number = 0;
+  CHECK(brenloft_air_repeat(air, &hot, 0, &number) == BRENLOFT_UNSUPPORTED);
+  CHECK(brenloft_air_repeat(air, &hot, 1000, &number) == BRENLOFT_OK);
+  CHECK(brenloft_air_silence(air, number) == BRENLOFT_OK);
   CHECK(brenloft_air_advance(air, 0) == BRENLOFT_OK && brenloft_error_text()[0] == '\0');
   brenloft_air_free(air);
   brenloft_search_free(NULL);

@@ -65,6 +65,35 @@ def test_hears_a_recording_as_the_tool_does(tmp_path):
     ]
 
 
+def test_leaves_other_tasks_their_turn():
+    async def main():
+        turns = 0
+
+        async def other():
+            nonlocal turns
+            while True:
+                turns += 1
+                await asyncio.sleep(0)
+
+        beside = asyncio.create_task(other())
+        readings = [reading async for reading in brenloft.scan("demo")]
+        beside.cancel()
+        return len(readings), turns
+
+    readings, turns = asyncio.run(main())
+    assert readings > 200 and turns > 1
+
+
+def test_repeats_until_it_is_silenced():
+    air = brenloft.Air()
+    scan = brenloft.scan(air=air)
+    number = air.repeat(FRIDGE, every=10, temperature_celsius=9.5)
+    air.advance(30)
+    air.silence(number)
+    air.advance(30)
+    assert [reading.temperature_celsius for reading in scan] == [9.5] * 4
+
+
 def test_iterates_under_asyncio_beside_other_tasks():
     async def count(source):
         return sum([1 async for _ in brenloft.scan(source)])

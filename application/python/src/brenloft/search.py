@@ -84,9 +84,13 @@ def _event(fields: tuple) -> Event:
     return Missed(count)
 
 
+def _struct(**members):
+    return ffi.new("brenloft_event *", {"size": _LAYOUT.size, **members})
+
+
 def decode(data: bytes) -> Reading:
     """The reading in a sensor beacon's manufacturer data, 22 octets or more."""
-    event = ffi.new("brenloft_event *", {"size": _LAYOUT.size})
+    event = _struct()
     check(lib.brenloft_decode(data, len(data), event))
     reading = _event(_LAYOUT.unpack(ffi.buffer(event)))
     assert isinstance(reading, Reading)
@@ -109,6 +113,9 @@ class Search:
     dropped beyond 4,096, the oldest first, and counted.
     """
 
+    _search = None
+    _waiting: deque[Event] = deque()
+
     def __init__(
         self,
         source: str = "auto",
@@ -122,8 +129,9 @@ class Search:
         on_message: Callable[[str], None] | None = None,
         air: "Air | None" = None,
     ) -> None:
-        self._search = None
-        self._waiting: deque[Event] = deque()
+        if isinstance(services, str):
+            raise TypeError("services is a list of UUIDs, not one text")
+        self._waiting = deque()
         self._air = air
         self._message = ffi.new_handle(on_message) if on_message else ffi.NULL
         keep = [ffi.new("char[]", text.encode()) for text in services]
@@ -197,7 +205,10 @@ class Search:
 
     async def __anext__(self) -> Event:
         try:
-            while not self._waiting and not self._fill():
+            while not self._waiting:
+                await asyncio.sleep(0)  # a recording is always readable: other tasks have their turn
+                if self._fill():
+                    break
                 if self._air is not None:
                     raise StopAsyncIteration
                 await self._readable()
@@ -283,8 +294,8 @@ class Air:
 
         air = brenloft.Air()
         alarm = FridgeAlarm(brenloft.Search(air=air))
-        air.send("C0-C1-5C-00-00-01", temperature_celsius=9.5)
-        air.advance(600)
+        air.repeat("C0-C1-5C-00-00-01", every=10, temperature_celsius=9.5)
+        air.advance(660)
 
     What its searches find is there when `send` or `advance` returns; they end where they have given it.
     """
@@ -294,8 +305,23 @@ class Air:
         check(lib.brenloft_air_make(made))
         self._air = ffi.gc(made[0], lib.brenloft_air_free)
 
-    def send(
-        self,
+    def send(self, id: str, **measured) -> None:
+        """Sends one advertisement of a sensor beacon now, with what `reading` takes. The same one again within
+        20 ms is heard once."""
+        check(lib.brenloft_air_send(self._air, self.reading(id, **measured)))
+
+    def repeat(self, id: str, *, every: float, **measured) -> int:
+        """Sends it now and then every so many seconds, until `silence` is called with the returned number."""
+        number = ffi.new("int32_t *")
+        check(lib.brenloft_air_repeat(self._air, self.reading(id, **measured), round(every * 1000), number))
+        return number[0]
+
+    def silence(self, number: int) -> None:
+        """Ends what `repeat` began."""
+        check(lib.brenloft_air_silence(self._air, number))
+
+    @staticmethod
+    def reading(
         id: str,
         *,
         temperature_celsius: float | None = None,
@@ -304,10 +330,10 @@ class Air:
         emergency: int = 0,
         rssi_dbm: int | None = -60,
         service: str = "",
-    ) -> None:
-        """Sends one advertisement of a sensor beacon now. The same one again within 20 ms is heard once."""
+    ):
+        """What a sensor beacon sends. 0.00 °C without a humidity is heard as no temperature."""
         absent = float("nan")
-        self._send(
+        return _struct(
             kind=lib.BRENLOFT_READING,
             id=id.encode(),
             temperature_celsius=absent if temperature_celsius is None else temperature_celsius,
@@ -320,7 +346,7 @@ class Air:
 
     def send_ibeacon(self, uuid: str, major: int, minor: int, *, rssi_dbm: int | None = -60) -> None:
         """Sends one advertisement of an iBeacon now."""
-        self._send(
+        event = _struct(
             kind=lib.BRENLOFT_SIGHTING,
             uuid=uuid.encode(),
             major=major,
@@ -328,6 +354,7 @@ class Air:
             measured_power_dbm=-59,
             rssi_dbm=_NO_RSSI if rssi_dbm is None else rssi_dbm,
         )
+        check(lib.brenloft_air_send(self._air, event))
 
     def advance(self, seconds: float) -> None:
         """Moves the clock; what becomes due on the way happens, each at its own instant."""
@@ -336,10 +363,6 @@ class Air:
     def set_listening(self, is_listening: bool, reason: str = "") -> None:
         """Switches the radio on, or off for this reason."""
         check(lib.brenloft_air_set_listening(self._air, int(is_listening), reason.encode()))
-
-    def _send(self, **members) -> None:
-        event = ffi.new("brenloft_event *", {"size": _LAYOUT.size, **members})
-        check(lib.brenloft_air_send(self._air, event))
 
 
 class Source(NamedTuple):
