@@ -186,14 +186,18 @@ class HistoryCommand {
     form.pointHeader(text);
     bool isAny = false;
     bool isWanted = sink(text);
-    for (Date start = first - first.time_since_epoch() % width; isWanted && start < until;
-         start += width * kPiecesPerWindow) {
+    int64_t pieces = kPiecesPerWindow;
+    for (Date start = first - first.time_since_epoch() % width; isWanted && start < until;) {
       text.clear();
-      const HistorySpan window{std::max<Date>(start, first),
-                               std::min<Date>(start + width * kPiecesPerWindow, until)};
-      writeWindow(reader, beacons, window, form, text);
+      const Date end = std::min<Date>(start + width * pieces, until);
+      writeWindow(reader, beacons, {std::max<Date>(start, first), end}, form, text);
+      // Over a time in which nothing was heard, in growing steps; what one of them meets is then read in
+      // small ones.
+      if (!text.empty() && std::exchange(pieces, kPiecesPerWindow) > kPiecesPerWindow) continue;
+      if (text.empty()) pieces *= 2;
       isAny = isAny || !text.empty();
       isWanted = sink(text);
+      start = end;
     }
     return isAny;
   }
