@@ -16,6 +16,7 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 #include <poll.h>
@@ -34,9 +35,13 @@ constexpr const char* kSystemAuthorities = "/etc/ssl/certs";
 // Beside the library's own problems: the broker has said what it is.
 constexpr int kSaid = 1'000;
 
-// Once for the process; libmosquitto's own end comes with the process's.
+// Once for the process; libmosquitto's own end comes with the process's. OpenSSL's does not: a connection
+// that is stuck in the system may still use it then.
 void initialise() {
-  static const int done = mosquitto_lib_init();
+  static const int done = [] {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    return mosquitto_lib_init();
+  }();
   static_cast<void>(done);
 }
 
