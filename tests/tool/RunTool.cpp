@@ -109,10 +109,12 @@ RunningProgram::~RunningProgram() {
 }
 
 const std::string& RunningProgram::readLines(std::ptrdiff_t lines) {
-  while (out_ >= 0 && std::count(text_.begin(), text_.end(), '\n') < lines) {
+  std::ptrdiff_t seen = std::count(text_.begin(), text_.end(), '\n');
+  while (out_ >= 0 && seen < lines) {
     std::array<char, 4096> buffer;
     const ssize_t count = ::read(out_, buffer.data(), buffer.size());
     if (count <= 0) break;
+    seen += std::count(buffer.data(), buffer.data() + count, '\n');
     text_.append(buffer.data(), static_cast<std::size_t>(count));
   }
   return text_;
