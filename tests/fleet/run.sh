@@ -35,6 +35,13 @@ used() {
     /VmHWM/ { printf "%s: %.1f s of processor, %.0f MB\n", name, seconds, $2 / 1024 }' \
     "/proc/${pids[$1]}/stat" "/proc/${pids[$1]}/status"
 }
+# Its processes that have ended, too.
+used_by_database() {
+  local server
+  server=$(head -n 1 "$work/database/postmaster.pid")
+  { awk '{ print ($14 + $15 + $16 + $17) / 100 }' "/proc/$server/stat"; ps -o cputimes= --ppid "$server"; } |
+    awk '{ seconds += $1 } END { printf "database: %.1f s of processor\n", seconds }'
+}
 query() { psql -qAt -c "$1"; }
 
 mkdir "$work/database" "$work/broker"
@@ -86,6 +93,7 @@ until [[ $rows == "${before:-}" ]] || ((rows >= expected)); do
 done
 echo "the collectors were done $(($(date +%s) - ended)) s after the fleet"
 for name in broker collector-1 collector-2; do used "$name"; done
+used_by_database
 online=$(query 'SELECT count(*) FROM brenloft.gateway')
 holes=$(query 'SELECT count(*) FROM (SELECT 1 FROM brenloft.record GROUP BY store HAVING max(seq) <> count(*)) AS s')
 refused=$(query 'SELECT count(*) FROM brenloft.refused')
