@@ -81,7 +81,8 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/brenloftsdk.pc.in ${PROJECT_BINARY_DIR}
 install(FILES ${PROJECT_BINARY_DIR}/brenloftsdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS brenloft RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+# As here, so that the links of README.md hold
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES README.md CHANGELOG.md packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # The service, for the prefix of cmake --install
 install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")
