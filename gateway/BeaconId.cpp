@@ -30,6 +30,7 @@ std::optional<BeaconId> BeaconId::fromText(std::string_view given) {
   std::string text(given);
   std::transform(text.begin(), text.end(), text.begin(),
                  [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+  if (hasForm(text, "xx:xx:xx:xx:xx:xx")) std::ranges::replace(text, ':', '-');
   if (hasForm(text, "xx-xx-xx-xx-xx-xx")) return sensor(text);
   const auto first = text.find('/');
   const auto second = first == std::string::npos ? first : text.find('/', first + 1);

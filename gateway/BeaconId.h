@@ -22,7 +22,7 @@ class BeaconId {
   static BeaconId iBeacon(std::string_view uuid, uint16_t major, uint16_t minor) {
     return {Kind::iBeacon, std::string(uuid) + '/' + std::to_string(major) + '/' + std::to_string(minor)};
   }
-  /// From what `text` gives, also in lower case.
+  /// From what `text` gives, also in lower case, and a sensor's with colons.
   static std::optional<BeaconId> fromText(std::string_view given);
 
   Kind kind() const { return kind_; }

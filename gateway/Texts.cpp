@@ -1,8 +1,10 @@
 #include "gateway/Texts.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -51,6 +53,28 @@ std::optional<std::chrono::microseconds> durationFromText(std::string_view text)
   }
   if (!(total <= kLongestDuration)) return std::nullopt;
   return std::chrono::microseconds(std::llround(total * 1e6));
+}
+
+std::string meantDuration(std::string_view text) {
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 6> kUnits{
+      {{"day", "d"}, {"hour", "h"}, {"hr", "h"}, {"minute", "m"}, {"second", "s"}, {"ms", "ms"}}};
+  std::string plain;
+  for (const char c : text)
+    if (c != ' ') plain += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  std::string meant;
+  for (std::string_view rest = plain; !rest.empty();) {
+    const std::size_t number = std::min(rest.find_first_not_of("0123456789."), rest.size());
+    meant += rest.substr(0, number);
+    rest.remove_prefix(number);
+    std::string_view word = rest.substr(0, rest.find_first_of("0123456789"));
+    rest.remove_prefix(word.size());
+    if (word.size() > 2 && word.ends_with('s')) word.remove_suffix(1);
+    const auto unit =
+        std::ranges::find_if(kUnits, [&](const auto& one) { return one.first.starts_with(word); });
+    if (number == 0 || word.empty() || unit == kUnits.end()) return {};
+    meant += unit->second;
+  }
+  return durationFromText(meant) ? meant : std::string();
 }
 
 std::string printable(std::string_view text) {

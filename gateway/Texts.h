@@ -12,6 +12,9 @@ namespace brenloft {
 /// Seconds ("2.5"), or numbers with units ("1d12h", "250ms"); nothing when it is neither, or negative.
 std::optional<std::chrono::microseconds> durationFromText(std::string_view text);
 
+/// What a text that is no duration was meant to be: "10m" of "10 minutes". "" when there is no telling.
+std::string meantDuration(std::string_view text);
+
 /// With a question mark for every control character and every octet that is no UTF-8: nothing of it moves a
 /// terminal's cursor or begins a line.
 std::string printable(std::string_view text);

@@ -8,12 +8,15 @@
 
 #include <fmt/format.h>
 
+#include "gateway/SensorRanges.h"
+
 namespace brenloft {
 namespace {
 
 using Quantity = AlarmRule::Quantity;
 
-// How a quantity is written, and kept as a whole number.
+// How a quantity is written, and kept as a whole number. A limit beyond what is believed of a sensor would
+// never be passed, or always.
 struct Scale {
   std::string_view word;
   Quantity quantity;
@@ -22,10 +25,10 @@ struct Scale {
   double most;
 };
 constexpr Scale kScales[] = {
-    {"temperature", Quantity::temperature, 100, -100, 200},
-    {"humidity", Quantity::humidity, 100, 0, 100},
-    {"dew-point", Quantity::dewPoint, 100, -100, 100},
-    {"battery", Quantity::battery, 1, 0, 255},
+    {"temperature", Quantity::temperature, 100, kColdest / 100.0, kHottest / 100.0},
+    {"humidity", Quantity::humidity, 100, 0, kWettest / 100.0},
+    {"dew-point", Quantity::dewPoint, 100, -100, 60},
+    {"battery", Quantity::battery, 1, 0, kFullBattery},
     {"rssi", Quantity::rssi, 1, -127, 20},
 };
 
@@ -137,7 +140,8 @@ class AlarmReader {
   void readLimits() {
     if (!values_.has("quantity")) return;
     const bool hasLimit = stands("above") || stands("below");
-    if (!hasLimit && !hasComplaint()) complain("quantity", "it needs above or below");
+    if (!hasLimit && !hasComplaint())
+      complain("quantity", "quantity: it needs above or below, such as above = 8");
     if (!hasLimit) return;
     const Scale& scale = *std::ranges::find(kScales, values_.text("quantity"), &Scale::word);
     rule_.quantity = scale.quantity;
@@ -147,9 +151,15 @@ class AlarmReader {
     rule_.hold = values_.duration("for");
     if (!rule_.above || !rule_.below) return;
     if (*rule_.below > *rule_.above)
-      complain("below", "it must not be larger than above");
+      complain("below", fmt::format("below: {} is larger than above, {}: every value would raise the alarm; "
+                                    "below is the smaller one",
+                                    values_.number("below"), values_.number("above")));
     else if (*rule_.above - *rule_.below < 2 * rule_.hysteresis)
-      complain("hysteresis", "it leaves no value that clears the alarm");
+      complain(
+          "hysteresis",
+          fmt::format("hysteresis: {:g} leaves no value that clears the alarm; half of above "
+                      "minus below at most: {:g}",
+                      values_.number("hysteresis"), (values_.number("above") - values_.number("below")) / 2));
   }
 
   std::optional<int32_t> limit(std::string_view key, const Scale& scale) {

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "gateway/Texts.h"
+#include "gateway/configuration/CommonMistakes.h"
 #include "platform/foundation/Suggestion.h"
 
 namespace brenloft {
@@ -30,6 +31,13 @@ std::vector<std::string> copyOf(const std::vector<std::string_view>& words) {
   return {words.begin(), words.end()};
 }
 
+// What is no key but is looked for as one.
+std::string_view hintFor(std::string_view key) {
+  if (key == "unit" || key == "units")
+    return ": leave it out; temperatures are in °C, humidity and battery in %, rssi in dBm";
+  return {};
+}
+
 std::string inQuotes(std::string_view word) {
   return fmt::format("\"{}\"", word);
 }
@@ -49,8 +57,10 @@ SectionValues::SectionValues(const TomlValue::Table& table, const std::vector<Se
   for (const TomlEntry& entry : table) {
     const auto key = std::ranges::find(keys, entry.key, &SettingsKey::name);
     if (key == keys.end()) {
+      const std::string_view hint = hintFor(entry.key);
       complaints.push_back({entry.value.line, fmt::format("{} is no key of {}{}", entry.key, section,
-                                                          suggestion(entry.key, namesOf(keys)))});
+                                                          hint.empty() ? suggestion(entry.key, namesOf(keys))
+                                                                       : std::string(hint))});
       continue;
     }
     auto value = read(*key, entry.value);
@@ -66,6 +76,18 @@ unsigned SectionValues::line(std::string_view key, unsigned otherwise) const {
   return found == values_.end() ? otherwise : found->second.line;
 }
 
+namespace {
+
+// ", without quotes: above = 8" of "8" and of "8 °C".
+std::string withoutUnit(std::string_view key, const TomlValue& given) {
+  const auto* text = std::get_if<std::string>(&given.value);
+  const std::string number = text ? leadingNumber(*text) : std::string();
+  if (number.empty()) return std::string(withoutQuotes(given));
+  return fmt::format(", without quotes{}: {} = {}", number == *text ? "" : " and unit", key, number);
+}
+
+}  // namespace
+
 SectionValues::Outcome SectionValues::read(const SettingsKey& key, const TomlValue& given) {
   using Kind = SettingsKey::Kind;
   switch (key.kind) {
@@ -75,7 +97,7 @@ SectionValues::Outcome SectionValues::read(const SettingsKey& key, const TomlVal
       return Wrong{"it must be a text in quotes"};
     case Kind::number: {
       const auto number = numberOf(given);
-      if (!number) return Wrong{fmt::format("it must be a number{}", withoutQuotes(given))};
+      if (!number) return Wrong{fmt::format("it must be a number{}", withoutUnit(key.name, given))};
       if (!(*number >= key.least && *number <= key.most))
         return Wrong{fmt::format("{} is not between {} and {}", *number, key.least, key.most)};
       return Value(*number);
@@ -109,7 +131,12 @@ SectionValues::Outcome SectionValues::readDuration(const SettingsKey& key, const
                                  : std::nullopt;
   const std::string words =
       key.words.empty() ? "" : fmt::format(" or \"{}\"", fmt::join(key.words, "\", \""));
-  if (!duration) return Wrong{fmt::format("it must be a duration such as 10, 2.5 or \"1h30m\"{}", words)};
+  const std::string meant = text ? meantDuration(*text) : std::string();
+  if (!duration)
+    return Wrong{
+        fmt::format("it must be a duration: seconds, or a text with d, h, m, s or ms such as "
+                    "\"1h30m\"{}{}",
+                    words, platform::didYouMean(meant.empty() ? "" : inQuotes(meant)))};
   if (std::chrono::duration<double>(*duration).count() < key.least)
     return Wrong{fmt::format("it must be {} seconds at least", key.least)};
   return Value(*duration);

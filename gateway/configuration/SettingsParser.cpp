@@ -138,8 +138,20 @@ class DocumentReader {
       else if (other.starts_with(command + ' '))
         names.push_back(other.substr(command.size() + 1));
     }
-    complain(entry.value,
-             fmt::format("{} is no option of {}{}", entry.key, command, suggestion(entry.key, names)));
+    std::string hint = suggestion(entry.key, names);
+    if (hint.empty()) hint = elsewhere(entry.key);
+    complain(entry.value, fmt::format("{} is no option of {}{}", entry.key, command, hint));
+  }
+
+  // "; [scan] has it": the service's command comes first.
+  std::string elsewhere(const std::string& option) const {
+    if (optionOf("scan", option)) return "; [scan] has it";
+    for (const auto& [command, options] : vocabulary_.commands) {
+      std::string section = command;
+      std::ranges::replace(section, ' ', '.');
+      if (optionOf(command, option)) return fmt::format("; [{}] has it", section);
+    }
+    return {};
   }
 
   const CommandOption* optionOf(const std::string& command, const std::string& name) const {

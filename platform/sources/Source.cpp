@@ -74,16 +74,32 @@ Result<Source> openRadio(std::string address, SourceOptions options) {
   return source;
 }
 
+std::string captureProblem(const std::string& address) {
+  return captureFile(address).empty() ? "no file in '" + address + "': capture:FILE" : std::string();
+}
+
+std::string radioProblem(const std::string& address) {
+  const auto problem = radioAddressProblem(address);
+  return problem ? problem->text : std::string();
+}
+
 struct Kind {
   bool (*accepts)(std::string_view address);
+  std::string (*problem)(const std::string& address);
   Result<Source> (*open)(std::string address, SourceOptions options);
 };
 
 constexpr std::array kKinds{
-    Kind{[](std::string_view address) { return address.starts_with(kCapture); }, openCapture},
-    Kind{[](std::string_view address) { return address == kDemo || address == "demo?paced"; }, openDemo},
-    Kind{isRadioAddress, openRadio},
+    Kind{[](std::string_view address) { return address.starts_with(kCapture); }, captureProblem, openCapture},
+    Kind{[](std::string_view address) { return address == kDemo || address == "demo?paced"; },
+         [](const std::string&) { return std::string(); }, openDemo},
+    Kind{isRadioAddress, radioProblem, openRadio},
 };
+
+const Kind* kindOf(const std::string& address) {
+  const auto found = std::ranges::find_if(kKinds, [&](const Kind& kind) { return kind.accepts(address); });
+  return found == kKinds.end() ? nullptr : &*found;
+}
 
 // What an address that is none was most probably meant to be; else "".
 std::string meantSource(const std::string& address) {
@@ -99,11 +115,16 @@ std::string meantSource(const std::string& address) {
 }  // namespace
 
 Result<Source> openSource(const std::string& address, SourceOptions options) {
-  for (const Kind& kind : kKinds)
-    if (kind.accepts(address)) return kind.open(address, std::move(options));
+  if (std::string problem = addressProblem(address); !problem.empty())
+    return Error{Error::Kind::unsupported, std::move(problem)};
+  return kindOf(address)->open(address, std::move(options));
+}
+
+std::string addressProblem(const std::string& address) {
+  if (const Kind* kind = kindOf(address)) return kind->problem(address);
   const std::string meant = meantSource(address);
   const std::string hint = meant.empty() ? "; one of " + std::string(kSourceForms) : didYouMean(meant);
-  return Error{Error::Kind::unsupported, "no such source: " + address + hint};
+  return "no such source: " + address + hint;
 }
 
 std::string captureFileOf(const std::string& address) {

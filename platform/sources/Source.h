@@ -34,10 +34,11 @@ struct Source {
 
 /// Opens what an address names:
 ///
-///     capture:FILE       a recording (btsnoop, pcap, pcapng; "-" is standard input), as fast as it can be
-///     read demo               a minute of simulated beacons, as fast as it can be simulated auto the
-///     machine's radio: the kernel's HCI where that is permitted, bluetoothd otherwise bluez[:ADAPTER]    an
-///     adapter (hci0, C0:…) by way of bluetoothd hci[:ADAPTER]      an adapter by way of the kernel
+///     capture:FILE       a recording (btsnoop, pcap, pcapng; "-": standard input), as fast as it can be read
+///     demo               a minute of simulated beacons, as fast as it can be simulated
+///     auto               the machine's radio: the kernel's HCI where that is permitted, bluetoothd otherwise
+///     bluez[:ADAPTER]    an adapter (hci0, C0:…) by way of bluetoothd
+///     hci[:ADAPTER]      an adapter by way of the kernel
 ///     h4:DEVICE[,BAUD]   a controller on a serial line
 ///     h4:unix:PATH       a controller behind a local stream socket
 ///
@@ -47,6 +48,9 @@ struct Source {
 /// The error's text is one line for people. Its kind: `unsupported` where the address can be none,
 /// `notPermitted` where this process may not, else why it cannot be heard now.
 BRL_EXPORT Result<Source> openSource(const std::string& address, SourceOptions options = {});
+
+/// Why this can be no address, whether or not its source is there; "" when it can.
+BRL_EXPORT std::string addressProblem(const std::string& address);
 
 /// The file of `capture:FILE` when it is to be read without a pace; else "".
 BRL_EXPORT std::string captureFileOf(const std::string& address);

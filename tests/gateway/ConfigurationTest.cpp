@@ -17,7 +17,7 @@ std::string checkOption(const std::string&, const OptionSetting& setting) {
 
 const CommandVocabulary kVocabulary{
     .commands = {{"scan", {{"source"}, {"log", true}, {"out", false, true}, {"format"}, {"count"}}},
-                 {"log show", {{"format"}, {"container"}}},
+                 {"log show", {{"format"}, {"container"}, {"last"}}},
                  {"log count", {{"container"}}}},
     .check = checkOption};
 
@@ -45,7 +45,7 @@ log = true
 out = ["readings:a", "influx:b"]
 [log.show]
 container = "elsewhere"
-[beacon."c0-c1-5c-00-00-01"]
+[beacon."c0:c1:5c:00:00:01"]
 name = "fridge"
 place = "kitchen"
 temperature = -0.4
@@ -113,7 +113,19 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
   const std::string beacon = "[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"fridge\"\nplace = \"kitchen\"\n";
   const std::string alarm = beacon + "[[alarm]]\nname = \"warm\"\nquantity = \"temperature\"\n";
   const std::pair<std::string, std::string> cases[] = {
-      {"a = 1\nb = \n", "2: expected value, saw '\\n'\n"},
+      {"a = 1\nb = \n", "2: b: there is no value behind the =\n"},
+      {"[beacon.\"C0-C1-5C-00-00-01]\n",
+       "1: [beacon.\"C0-C1-5C-00-00-01] is no header of a section: write [beacon.\"C0-C1-5C-00-00-01\"]\n"},
+      {"[beacon.“C0:C1:5C:00:00:01”]  # mine\n",
+       "1: [beacon.“C0:C1:5C:00:00:01”] is no header of a section: write [beacon.\"C0:C1:5C:00:00:01\"]\n"},
+      {"[[alarm]\n", "1: [[alarm] is no header of a section: write [[alarm]]\n"},
+      {"name = “Fridge”\n", "1: name: these quotes are typographic ones; write name = \"Fridge\"\n"},
+      {"exec = [\"/bin/sh\", ‘-c’]\n",
+       "1: exec: these quotes are typographic ones; write exec = [\"/bin/sh\", '-c']\n"},
+      {"above = 8,5 °C\n", "1: above: write the number alone: above = 8.5\n"},
+      {"for = 10 Minutes\n", "1: for: texts need quotes: for = \"10m\"\n"},
+      {"[scan]\nlast = 2\n[log]\nsource = 3\n",
+       "2: last is no option of scan; [log.show] has it\n4: source is no option of log; [scan] has it\n"},
       {"[scan]\nsource = hci:0  # here\n", "2: source: texts need quotes: source = \"hci:0\"\n"},
       {"a = true\na = true\n", "2: cannot redefine existing boolean 'a'\n"},
       {"name = \"x\n", "1: name: the text has no quote at its end\n"},
@@ -138,8 +150,9 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},
       {beacon + "temprature = 1\nhumidity = \"1\"\nexit-time = \"soon\"\nignore = 1\nexpected-interval = 0\n",
        "4: temprature is no key of [beacon]; did you mean temperature?\n5: humidity: it must be a number, "
-       "without quotes\n"
-       "6: exit-time: it must be a duration such as 10, 2.5 or \"1h30m\" or \"auto\"\n"
+       "without quotes: humidity = 1\n"
+       "6: exit-time: it must be a duration: seconds, or a text with d, h, m, s or ms such as \"1h30m\" or "
+       "\"auto\"\n"
        "7: ignore: it must be true or false\n8: expected-interval: it must be 0.02 seconds at least\n"},
       {beacon + "temperature = nan\n", "4: temperature: nan is not between -50 and 50\n"},
       {beacon + "[beacon.\"c0-c1-5c-00-00-01\"]\n[beacon.\"C0-C1-5C-00-00-02\"]\nname = \"fridge\"\n",
@@ -154,7 +167,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "1: an alarm needs a quantity with above or below, or silent, or emergency\n"},
       {"[[alarm]]\nname = \"a\"\nabove = 8\n",
        "3: above of what? Add quantity = \"temperature\", for example\n"},
-      {alarm, "6: it needs above or below\n"},
+      {alarm, "6: quantity: it needs above or below, such as above = 8\n"},
       {alarm + "abov = 8\n", "7: abov is no key of [[alarm]]; did you mean above?\n"},
       {alarm + "above = 1\n[[alarm]]\nname = \"warm\"\nsilent = 9\n",
        "9: another alarm is named \"warm\", too\n"},
@@ -165,9 +178,15 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {alarm + "above = 1\nbeacon = \"fridge\"\nplace = \"kitchen\"\n",
        "9: give an alarm a beacon or a place, not both\n"},
       {alarm + "above = 1.234\n", "7: above: 1.234 has more decimals than the two that are measured\n"},
-      {alarm + "above = 900\n", "7: above: 900 is no temperature: from -100 to 200\n"},
-      {alarm + "above = 4\nbelow = 5\n", "8: it must not be larger than above\n"},
-      {alarm + "above = 4\nbelow = 3\nhysteresis = 0.6\n", "9: it leaves no value that clears the alarm\n"},
+      {alarm + "above = 200\n", "7: above: 200 is no temperature: from -60 to 125\n"},
+      {alarm + "above = \"8 °C\"\nunit = \"C\"\n",
+       "7: above: it must be a number, without quotes and unit: above = 8\n8: unit is no key of [[alarm]]: "
+       "leave "
+       "it out; temperatures are in °C, humidity and battery in %, rssi in dBm\n"},
+      {alarm + "above = 4\nbelow = 5\n",
+       "8: below: 5 is larger than above, 4: every value would raise the alarm; below is the smaller one\n"},
+      {alarm + "above = 4\nbelow = 3\nhysteresis = 0.6\n",
+       "9: hysteresis: 0.6 leaves no value that clears the alarm; half of above minus below at most: 0.5\n"},
       {alarm + "silent = 10\n",
        "6: an alarm has one of quantity, silent and emergency; write one alarm for each\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nfor = 5\n", "4: for says nothing beside silent\n"},
@@ -179,7 +198,11 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = [\"notify\"]\n",
        "4: exec: \"notify\" is no full path of a program, such as \"/usr/bin/notify\"\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 2026-01-01\n",
-       "3: silent: it must be a duration such as 10, 2.5 or \"1h30m\"\n"},
+       "3: silent: it must be a duration: seconds, or a text with d, h, m, s or ms such as \"1h30m\"\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = \"1 hr 10 mins\"\n",
+       "3: silent: it must be a duration: seconds, or a text with d, h, m, s or ms such as \"1h30m\"; did "
+       "you mean "
+       "\"1h10m\"?\n"},
   };
   for (const auto& [text, complaints] : cases) EXPECT_EQ(complaintsOf(text), complaints) << text;
 }

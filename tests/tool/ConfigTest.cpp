@@ -58,6 +58,30 @@ TEST_F(Config, ThatIsWrongStartsNothingAndIsToldLineByLine) {
             "brenloft: --config goes after the command: brenloft log show --config " + path + "\n");
 }
 
+TEST_F(Config, CheckRefusesWhatACommandWouldAtItsStart) {
+  const std::string text =
+      "[beacon.\"C0:C1:5C:00:00:01\"]\nname = \"fridge\"\n"
+      "[history.show]\nbeacon = \"frigde\"\n[publish]\nkeep = \"3d\"\n[range]\nsource = \"demo\"\n"
+      "[scan]\nonly = [\"known\", \"fridge\"]\nmetrics-file = \"/dev/null\"\n"
+      "[serve]\nlisten = \"0.0.0.0:8880\"\n";
+  const std::string path = file(text);
+  const std::string at = "brenloft: " + path;
+  const Ended refused = runTool({"config", "check", path});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_EQ(refused.err,
+            at + ":4: --beacon: 'frigde' is no beacon's name in " + path +
+                ", nor an identifier such as C0-C1-5C-00-00-01; did you mean fridge?, for history show\n" +
+                at + ":6: --keep requires --source, for publish\n" + at +
+                ":11: --metrics-file: /dev/null is no regular file, for scan\n" + at +
+                ":13: --listen 0.0.0.0:8880: others reach this address; --token FILE asks them for a token, "
+                "--insecure lets everybody look, for serve\n");
+  const Ended one = runTool({"scan", "--source", "demo", "-F", "readings", "-n9", "--only", "fridge",
+                             "--config", file("[beacon.\"C0:C1:5C:00:00:01\"]\nname = \"fridge\"\n")});
+  EXPECT_EQ(countOf(one.out, "\"id\":\"C0-C1-5C-00-00-01\",\"name\":\"fridge\""), 9U) << one.err;
+  EXPECT_EQ(runTool({"config", "check", file("[scan]\nsource = \"dmeo\"\n")}).err,
+            at + ":2: --source: no such source: dmeo; did you mean demo?, for scan\n");
+}
+
 TEST_F(Config, IsShownWithTheOriginOfEachValue) {
   const std::string path = file(
       "time = \"utc\"\n[log.show]\nlast = 3\n[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"a\\\"b\"\n"

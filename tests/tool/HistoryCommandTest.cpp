@@ -86,7 +86,7 @@ TEST_F(KeptHistory, SaysWhatWasInForceAtAnInstantAndHowOldThatWas) {
     more.insert(more.begin(), {"last", "--at", instant, "--time", "utc"});
     return history(more);
   };
-  const auto lines = at("2026-11-21T10:05:00.5Z", {"--beacon", "Fridge"}).lines();
+  const auto lines = at("2026-11-21T10:05:00.5Z", {"--beacon", "c0:c1:5c:00:00:01"}).lines();
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(lines[1],
             "2026-11-21T10:05:00.000000Z     0s  Fridge                     -60    4.00       -     -");
@@ -94,8 +94,12 @@ TEST_F(KeptHistory, SaysWhatWasInForceAtAnInstantAndHowOldThatWas) {
   EXPECT_EQ(at("2026-11-21T09:00Z", {"--beacon", "Fridge"}).err,
             "no reading of Fridge at or before 2026-11-21T09:00:00.000000Z\n");
   EXPECT_EQ(history({"count", "--readings"}).out, "1200\n");
-  EXPECT_EQ(history({"show", "--time", "utc"}).err,
-            "nothing in the last hour; the newest reading is of 2026-11-21T10:09:59.000000Z\n");
+  EXPECT_EQ(
+      history({"show", "--time", "utc"}).err,
+      "nothing in the last hour; the newest reading is of 2026-11-21T10:09:59.000000Z; --since and --until "
+      "choose another time\n");
+  EXPECT_EQ(at("2999-01-01T00:00Z", {}).err,
+            "brenloft: --at: 2999-01-01T00:00:00.000000Z has not been yet\n");
 }
 
 TEST_F(KeptHistory, KnowsEachBeaconItsGapAndTheTrendOfItsBattery) {
@@ -187,6 +191,10 @@ TEST_F(KeptHistory, IsDrawnAsWideAsItsReaderHasIt) {
   EXPECT_EQ(both.front(), "Fridge: temperature in degrees Celsius, 4.00 to 4.59");
   EXPECT_EQ(std::ranges::max(both, {}, &std::string::size).size(), 80U);
   EXPECT_NE(both.at(11).find("10:10 UTC"), std::string::npos);
+  const std::vector<std::string> last = history({"show", "--plot", "--last", "30"}).lines();
+  ASSERT_EQ(last.size(), 25U);
+  EXPECT_EQ(last.front(), "Fridge: temperature in degrees Celsius, 4.45 to 4.59");
+  EXPECT_NE(last.at(11).find("10:09:59 UTC"), std::string::npos) << last.at(11);
   ::setenv("LC_ALL", "C.UTF-8", 1);
   std::vector<std::string> signal = wanted;
   signal.insert(signal.end(), {"--quantity", "rssi", "--beacon", "Fridge"});

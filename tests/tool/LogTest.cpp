@@ -79,7 +79,7 @@ TEST_F(LoggedDemo, KeepsNoMoreThanASearchIsToldTo) {
   };
   const auto rows = std::stoul(log("count").out);
   EXPECT_EQ(rowsAfter({"--log-keep", "1h", "--log-max", "1M"}), 2 * rows);
-  EXPECT_LT(rowsAfter({"--log-keep", "5"}), rows);
+  EXPECT_LT(rowsAfter({"--log-keep", "5s"}), rows);
   // Larger than that: the oldest rows go, until there is room for new ones.
   ASSERT_EQ(runTool({"simulate", "-o", folder_.file("many"), "--beacons", "9000", "--seconds", "3"}).status,
             0);
@@ -149,6 +149,8 @@ TEST_F(LoggedDemo, NoCommandOverwritesAFileOfAContainer) {
       EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
     }
   }
+  EXPECT_EQ(runTool({"log", "export", "-C", container(), "--out", container() + "/settings.jsonl"}).status, 0)
+      << "what is only named alike is nobody's";
   EXPECT_EQ(log("export").out, before);
   EXPECT_EQ(contentsOf(container() + "/settings.json"), settings);
 }

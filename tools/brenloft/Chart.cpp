@@ -19,6 +19,7 @@ constexpr std::size_t kChartRows = 9;  // so that one is in the middle
 constexpr std::size_t kLeastColumns = 16;
 constexpr std::size_t kColumnsPerTime = 24;
 constexpr std::chrono::days kDaysWithoutClock{4};
+constexpr std::chrono::minutes kMinutesWithSeconds{10};
 
 // Which dots of a character belong to which of its columns and rows.
 struct Glyphs {
@@ -203,6 +204,7 @@ class Plot {
         chart_.span.since + length * static_cast<int64_t>(part) / static_cast<int64_t>(parts);
     std::string text =
         length < kDaysWithoutClock ? web::sinceText(date, chart_.now) : web::dayText(date, chart_.now);
+    if (length < kMinutesWithSeconds) text += web::secondText(date).substr(web::clockText(date).size());
     if (part == parts) text += ' ' + web::zoneName(date);
     return text;
   }

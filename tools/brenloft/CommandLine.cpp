@@ -16,9 +16,11 @@
 #include "platform/foundation/Suggestion.h"
 #include "platform/simulated/BeaconWorld.h"
 #include "platform/sources/Source.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/ConfigDeclarations.h"
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Departures.h"
 #include "tools/brenloft/HearingDeclarations.h"
 #include "tools/brenloft/HistoryCommand.h"
@@ -49,14 +51,7 @@ void addRecord(CLI::App& command, std::string& record) {
       });
 }
 
-void addSource(CLI::App& command, std::string& source, bool isRequired) {
-  auto* option =
-      command.add_option("-s,--source", source, fmt::format("where to hear: {}", platform::kSourceForms));
-  if (isRequired)
-    option->required();
-  else
-    option->capture_default_str();
-}
+constexpr const char* kWhereToHear = "where to hear";
 
 // Each `add` function declares one command; `run` is what the command line chose in the end.
 
@@ -71,7 +66,7 @@ void addDecode(CLI::App& app, Run& run) {
 void addHear(CLI::App& app, Run& run) {
   auto options = std::make_shared<HearOptions>();
   auto* command = app.add_subcommand("hear", "Print every advertising report as it was heard");
-  addSource(*command, options->source, true);
+  addSource(*command, options->source, kWhereToHear)->required();
   command->add_flag("--merged", options->merged,
                     "each report merged with its scan response or advertisement");
   addFormat(*command, options->format, kAllFormats);
@@ -79,7 +74,10 @@ void addHear(CLI::App& app, Run& run) {
   addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
   addNumber(*command, "-n,--count", options->count, 1, "end after so many reports");
   addRecord(*command, options->record);
-  command->callback([&run, options] { run = [options] { return runHear(*options); }; });
+  command->callback([&run, options] {
+    refuseContainerFile("--record", options->record);
+    run = [options] { return runHear(*options); };
+  });
 }
 
 void addSimulate(CLI::App& app, Run& run) {
@@ -95,6 +93,7 @@ void addSimulate(CLI::App& app, Run& run) {
     if (options->beacons > kMaximumBeacons - options->iBeacons)
       throw CLI::ValidationError("--beacons and --ibeacons",
                                  fmt::format("they are more than {} in all", kMaximumBeacons));
+    refuseContainerFile("--out", options->out);
     run = [options] { return runSimulate(*options); };
   });
 }
@@ -105,8 +104,7 @@ void addLogExitTime(CLI::App& command, SearchOptions& options) {
       "--log-exit-time",
       [&options](const std::string& text) {
         const auto value = durationFromText(text);
-        if (!value || value->count() == 0)
-          throw CLI::ValidationError("--log-exit-time", fmt::format("'{}' is no duration above 0", text));
+        if (!value || value->count() == 0) throw noDuration("--log-exit-time", text, "no duration above 0");
         options.exitTime = std::chrono::duration<double>(*value).count();
       },
       "the same for jsonl, csv, the rows of a table and the log only");
@@ -169,15 +167,14 @@ void addMetricsOptions(CLI::App& command, GatewayOptions& options) {
       [&options](const std::string& text) {
         const auto value = durationFromText(text);
         if (!value || *value < std::chrono::seconds(1))
-          throw CLI::ValidationError("--metrics-interval",
-                                     fmt::format("'{}' is no duration of 1 or more", text));
+          throw noDuration("--metrics-interval", text, "no duration of 1 or more");
         options.metricsInterval = *value;
       },
       "how often it is written; default 30");
 }
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
-  addSource(command, options.source, false);
+  addSource(command, options.source, kWhereToHear)->capture_default_str();
   command.add_flag("--log", options.log,
                    "log each beacon when found, back, in an emergency and lost; not every reading");
   command.add_flag("--history", options.gateway.keepsHistory,
@@ -188,7 +185,7 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addFormat(command, options.format, kSearchFormats);
   addOut(command, options);
   addMetricsOptions(command, options.gateway);
-  addWantedBeacons(command, options.gateway.choice);
+  addWantedBeacons(command, options.gateway);
   addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
                    "tell only beacons that appear, are lost or return, and emergencies that begin or end");
@@ -210,6 +207,19 @@ void requireWhole(const CLI::App& command, const SearchOptions& options) {
     throw CLI::ValidationError("--metrics-interval", "it goes with --metrics-file");
 }
 
+// What it writes is none of a container's files.
+void requireOwnFiles(const SearchOptions& options) {
+  for (const GatewayOptions::File& file : options.gateway.files)
+    refuseContainerFile("--out", file.name, options.container);
+  refuseContainerFile("--record", options.record, options.container);
+  const std::string& metrics = options.gateway.metricsFile;
+  refuseContainerFile("--metrics-file", metrics, options.container);
+  std::error_code error;
+  const auto status = std::filesystem::status(metrics, error);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+    throw CLI::ValidationError("--metrics-file", metrics + " is no regular file");
+}
+
 std::string checkProximityUUID(const std::string& text) {
   return platform::NSUUID::initWithUUIDString(text) ? "" : "'" + text + "' is no UUID of 36 characters";
 }
@@ -217,7 +227,9 @@ std::string checkProximityUUID(const std::string& text) {
 void setSearch(CLI::App& command, Run& run, const std::shared_ptr<SearchOptions>& options) {
   command.callback([&command, &run, options] {
     requireWhole(command, *options);
+    requireOwnFiles(*options);
     options->settings = run.settings;
+    chooseBeacons(options->gateway, run.settings.get());
     run = [options] { return runSearch(*options); };
   });
 }
@@ -238,7 +250,7 @@ void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
       [&silence](const std::string& text) {
         const auto value = durationFromText(text);
         if (!value || *value < Departures::kLeastSilence)
-          throw CLI::ValidationError("--left-after", fmt::format("'{}' is no duration of 10 or more", text));
+          throw noDuration("--left-after", text, "no duration of 10 or more");
         silence = *value;
       },
       "silence after which an iBeacon has left while others stay, at least 10; default 30");
@@ -312,6 +324,8 @@ void addReport(CLI::App& app, Run& run) {
   command->add_option("--title", options->title, "what stands at its top; default: Beacons");
   command->callback([&run, options] {
     options->settings = run.settings;
+    refuseContainerFile("--out", options->out, options->container);
+    if (run.settings) static_cast<void>(beaconsFromTexts("--beacon", options->beacons, *run.settings));
     run = [options] { return runReport(*options); };
   });
 }
@@ -358,8 +372,16 @@ void addHelp(CLI::App& app, Run& run) {
   command->callback([&app, &run, words] { run = [&app, words] { return showHelp(app, *words); }; });
 }
 
+// "--at '2026-01-01 00:00Z'", where a blank has parted an option's value.
+std::string quotesHint(const std::vector<std::string>& arguments, const std::vector<std::string>& extras) {
+  const auto extra = std::ranges::find(arguments, extras.front());
+  if (extra - arguments.begin() < 2 || !extra[-2].starts_with("--") || extra[-1].starts_with('-')) return {};
+  return fmt::format("; a value with a blank needs quotes: {} '{} {}'", extra[-2], extra[-1],
+                     fmt::join(extras, " "));
+}
+
 // What the arguments say beyond what is known, in their order.
-Failure unexpected(CLI::App& app) {
+Failure unexpected(CLI::App& app, const std::vector<std::string>& arguments) {
   CLI::App* command = &app;
   while (!command->get_subcommands().empty()) command = command->get_subcommands().back();
   const auto extras = app.remaining(true);
@@ -368,7 +390,8 @@ Failure unexpected(CLI::App& app) {
     return unknownCommand(*command, extras.front());
   const std::string words = fmt::format("{}", fmt::join(extras, " "));
   const auto option = std::ranges::find_if(extras, isOption);
-  if (option == extras.end()) return {ExitStatus::usage, "not expected: " + words};
+  if (option == extras.end())
+    return {ExitStatus::usage, "not expected: " + words + quotesHint(arguments, extras)};
   const std::string name = option->substr(0, option->find('='));
   // What the command has is left over only where it stands before it.
   if (command->get_option_no_throw(name) != nullptr)
@@ -407,15 +430,15 @@ ExitStatus runCommandLine(int argc, char** argv) {
   run.settings = settings;
   declareCommands(app, run);
   try {
-    std::ranges::reverse(arguments);  // it takes them from the back
-    app.parse(std::move(arguments));
+    // It takes them from the back.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       app.exit(error);  // --help and --version
       return ExitStatus::done;
     }
     // A misspelt command is worth more words than the one that is missing for it.
-    if (!app.remaining(true).empty()) throw unexpected(app);
+    if (!app.remaining(true).empty()) throw unexpected(app, arguments);
     throw Failure(ExitStatus::usage, error.what());
   }
   return run();

@@ -1,7 +1,9 @@
 #include "tools/brenloft/CommandSettings.h"
 
 #include <algorithm>
+#include <cctype>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -93,7 +95,58 @@ void insert(std::vector<std::string>& arguments, CLI::App& command,
   arguments.insert(place, added.begin(), added.end());
 }
 
+// Where the option stands that a refusal names first; of a command's options one is named most often.
+unsigned lineOf(const std::string& refusal, const std::vector<OptionSetting>& options) {
+  unsigned line = options.front().line;
+  std::size_t first = std::string::npos;
+  for (const OptionSetting& option : options) {
+    const std::string name = "--" + option.option;
+    const std::size_t place = refusal.find(name);
+    const std::size_t end = place + name.size();
+    const bool isWhole = place != std::string::npos &&
+                         (end == refusal.size() || (refusal[end] != '-' && std::isalpha(refusal[end]) == 0));
+    if (!isWhole || place >= first) continue;
+    first = place;
+    line = option.line;
+  }
+  return line;
+}
+
+// Why the command does not start; "" when it does.
+std::string refusalOf(const std::string& name, const std::vector<OptionSetting>& options,
+                      const std::shared_ptr<LiveSettings>& settings, const DeclareCommands& declare) {
+  Trial trial(declare);
+  trial.run.settings = settings;
+  CLI::App* command = &trial.app;
+  std::vector<std::string> arguments;
+  std::istringstream words(name);
+  for (std::string word; words >> word; arguments.push_back(word)) command = command->get_subcommand(word);
+  for (CLI::Option* option : command->get_options()) option->required(false);
+  insert(arguments, *command, options);
+  try {
+    trial.app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& error) {
+    return error.what();
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+  return {};
+}
+
 }  // namespace
+
+std::vector<Complaint> refusedOptions(const std::shared_ptr<LiveSettings>& settings,
+                                      const DeclareCommands& declare) {
+  std::vector<Complaint> complaints;
+  for (const auto& [name, options] : settings->current()->options) {
+    if (options.empty()) continue;
+    const std::string refusal = refusalOf(name, options, settings, declare);
+    if (!refusal.empty())
+      complaints.push_back({lineOf(refusal, options), fmt::format("{}, for {}", refusal, name)});
+  }
+  std::ranges::stable_sort(complaints, {}, &Complaint::line);
+  return complaints;
+}
 
 std::string wholeNameOf(const CLI::App& command) {
   const CLI::App* parent = command.get_parent();
@@ -134,6 +187,8 @@ SettledArguments settle(std::vector<std::string> arguments, const DeclareCommand
   } catch (const CLI::ParseError& error) {
     // What is missing may be in the file, and what is wrong is told when it counts. Help needs no file.
     if (error.get_exit_code() == 0) return {std::move(arguments)};
+  } catch (const Failure&) {
+    // The same.
   }
   CLI::App& command = chosen(trial.app);
   const CLI::Option* config = settingsOptionOf(command);

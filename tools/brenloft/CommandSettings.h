@@ -37,6 +37,11 @@ using DeclareCommands = std::function<void(CLI::App& app, ChosenCommand& run)>;
 /// `--config`, for every command of the application but these.
 void addConfigOption(CLI::App& app, const std::vector<std::string>& exceptions);
 
+/// What each command would refuse at its start, were it called with nothing but what these settings say for
+/// it. What it must be given as well may come from the command line.
+std::vector<Complaint> refusedOptions(const std::shared_ptr<LiveSettings>& settings,
+                                      const DeclareCommands& declare);
+
 /// What the settings file may say: the options of all commands as they are declared.
 CommandVocabulary vocabularyOf(const DeclareCommands& declare);
 

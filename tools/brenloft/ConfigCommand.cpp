@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "gateway/Texts.h"
-#include "gateway/configuration/SettingsReader.h"
+#include "gateway/configuration/LiveSettings.h"
 #include "gateway/configuration/SettingsSchema.h"
 #include "tools/brenloft/Commands.h"
 #include "tools/brenloft/Messages.h"
@@ -34,17 +34,25 @@ std::filesystem::path containerOf(const ConfigOptions& options, const Settings& 
   return container == scan->second.end() ? "" : container->words.front();
 }
 
-SettingsReader::Outcome readRight(const ConfigOptions& options, SettingsReader::Absence absence) {
-  auto outcome = SettingsReader(fileOf(options), absence, options.vocabulary).read();
-  if (outcome.settings) return outcome;
-  // The last one is told by whoever ends the program.
-  const auto& complaints = outcome.complaints;
+// The last one is told by whoever ends the program.
+[[noreturn]] void refuse(const std::vector<std::string>& complaints) {
   for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
   throw Failure(ExitStatus::usage, complaints.back());
 }
 
+SettingsReader::Outcome readRight(const SettingsReader& reader) {
+  auto outcome = reader.read();
+  if (!outcome.settings) refuse(outcome.complaints);
+  return outcome;
+}
+
 void check(const ConfigOptions& options, Output& out) {
-  const auto settings = readRight(options, SettingsReader::Absence::isWrong).settings;
+  const SettingsReader reader(fileOf(options), SettingsReader::Absence::isWrong, options.vocabulary);
+  const auto settings = readRight(reader).settings;
+  std::vector<std::string> refused;
+  for (const Complaint& one : options.refused(std::make_shared<LiveSettings>(reader, settings)))
+    refused.push_back(fmt::format("{}:{}: {}", reader.file().string(), one.line, one.reason));
+  if (!refused.empty()) refuse(refused);
   auto warnings = missingPrograms(*settings);
   std::ranges::move(unknownBeacons(*settings, containerOf(options, *settings)), std::back_inserter(warnings));
   for (const std::string& warning : warnings) printMessage("brenloft: " + warning);
@@ -56,8 +64,9 @@ void check(const ConfigOptions& options, Output& out) {
 
 void show(const ConfigOptions& options, Output& out) {
   const bool isDefault = isDefaultFile(options);
-  const auto outcome =
-      readRight(options, isDefault ? SettingsReader::Absence::isAllowed : SettingsReader::Absence::isWrong);
+  const auto outcome = readRight(
+      {fileOf(options), isDefault ? SettingsReader::Absence::isAllowed : SettingsReader::Absence::isWrong,
+       options.vocabulary});
   std::error_code unknown;
   const bool isThere = !isDefault || std::filesystem::exists(kSettingsFile, unknown);
   out.write(fmt::format("# {}, {}\n", fileOf(options).string(),

@@ -15,6 +15,7 @@ void addConfig(CLI::App& app, ChosenCommand& run, const DeclareCommands& declare
     command->callback([&run, options, action, declare] {
       options->action = action;
       options->vocabulary = vocabularyOf(declare);
+      options->refused = [declare](const auto& settings) { return refusedOptions(settings, declare); };
       run = [options] { return runConfig(*options); };
     });
     return command;

@@ -21,23 +21,27 @@ namespace fs = std::filesystem;
 
 constexpr std::array kNames{BRLCoreDataManager::kStoreFileName, platform::kSettingsFileName,
                             kHistoryFileName};
+// SQLite's logs, the writer's lock, and settings that were set aside.
+constexpr std::array<std::string_view, 6> kEndings{"", "-wal", "-shm", "-journal", "-lock", ".bad"};
 
 bool isSame(const fs::path& one, const fs::path& other) {
   std::error_code absent;
   return fs::equivalent(one, other, absent);
 }
 
-/// What stands beside a file has a longer name: the logs of the store, settings that were set aside. It need
-/// not be there yet.
+/// What stands beside a file has a longer name. It need not be there yet.
 bool isBesideOrSame(const fs::path& file, const fs::path& own) {
-  const auto begins = [&](const fs::path& path) {
-    return path.filename().string().starts_with(own.filename().string());
+  const auto isBeside = [&](const fs::path& path) {
+    const std::string name = path.filename().string();
+    const std::string begin = own.filename().string();
+    return name.starts_with(begin) &&
+           std::ranges::find(kEndings, name.substr(begin.size())) != kEndings.end();
   };
-  if (begins(file) && isSame(file.parent_path(), own.parent_path())) return true;
+  if (isBeside(file) && isSame(file.parent_path(), own.parent_path())) return true;
   std::error_code absent;
   for (fs::directory_iterator entry(own.parent_path(), absent), end; !absent && entry != end;
        entry.increment(absent)) {
-    if (begins(entry->path()) && isSame(entry->path(), file)) return true;  // another link to it
+    if (isBeside(entry->path()) && isSame(entry->path(), file)) return true;  // another link to it
   }
   return false;
 }
@@ -73,11 +77,12 @@ void refuseContainerFile(const char* option, const fs::path& file, const fs::pat
   const fs::path neighbour = target.parent_path() / BRLCoreDataManager::kStoreFileName;
   std::error_code absent;
   const bool isBesideStore = fs::exists(neighbour, absent) && isOfContainer(target, target.parent_path());
-  if (isBesideStore || isOfContainer(target, folderOfContainer(container)) ||
-      isOfContainer(target, folderOfContainer({})) || isDatabase(target))
-    throw Failure(
-        ExitStatus::usage,
-        fmt::format("{} would overwrite a file of a container, or a database: {}", option, file.string()));
+  const bool isOwn = isBesideStore || isOfContainer(target, folderOfContainer(container)) ||
+                     isOfContainer(target, folderOfContainer({}));
+  if (isOwn || isDatabase(target))
+    throw Failure(ExitStatus::usage,
+                  fmt::format("{} would overwrite {}: {}", option,
+                              isOwn ? "a file of a container" : "a database", file.string()));
 }
 
 }  // namespace brenloft

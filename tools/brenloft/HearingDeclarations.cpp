@@ -5,16 +5,17 @@
 #include <string>
 #include <vector>
 
-#include "gateway/BeaconId.h"
 #include "gateway/Texts.h"
 #include "gateway/history/HistoryOptions.h"
 #include "platform/sources/Source.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/LimitDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 
 namespace brenloft {
 namespace {
 
+const std::string kKnown = "known";
 const Choices<bool> kOnOff{{"on", true}, {"off", false}};
 
 // An option whose text `parse` makes a value of, or says that it is none.
@@ -33,6 +34,11 @@ void addParsed(CLI::App& command, const std::string& name, Value& value, const P
 
 }  // namespace
 
+CLI::Option* addSource(CLI::App& command, std::string& source, const std::string& help) {
+  return command.add_option("-s,--source", source, fmt::format("{}: {}", help, platform::kSourceForms))
+      ->check(platform::addressProblem);
+}
+
 void addExitTime(CLI::App& command, SearchOptions& options) {
   command.add_option_function<std::string>(
       "--exit-time",
@@ -40,8 +46,7 @@ void addExitTime(CLI::App& command, SearchOptions& options) {
         if (text == "auto") return;
         const auto value = durationFromText(text);
         if (!value || value->count() == 0)
-          throw CLI::ValidationError("--exit-time",
-                                     fmt::format("'{}' is neither auto nor a duration above 0", text));
+          throw noDuration("--exit-time", text, "neither auto nor a duration above 0");
         options.exitTime = std::chrono::duration<double>(*value).count();
         options.gateway.choice.exitTime.given = *value;
       },
@@ -49,31 +54,22 @@ void addExitTime(CLI::App& command, SearchOptions& options) {
       "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
 }
 
-void addWantedBeacons(CLI::App& command, BeaconChoice& choice) {
+void addWantedBeacons(CLI::App& command, GatewayOptions& options) {
   command
-      .add_option_function<std::vector<std::string>>(
-          "--only",
-          [&choice](const std::vector<std::string>& texts) {
-            choice.only.clear();
-            choice.isKnown = false;
-            for (const std::string& text : texts) {
-              const auto beacon = BeaconId::fromText(text);
-              if (text != "known" && !beacon)
-                throw CLI::ValidationError("--only",
-                                           fmt::format("'{}' is neither known nor an identifier such as "
-                                                       "C0-C1-5C-00-00-01 or UUID/MAJOR/MINOR",
-                                                       text));
-              if (beacon)
-                choice.only.insert(*beacon);
-              else
-                choice.isKnown = true;
-            }
-          },
-          "only this beacon, or known: those in the settings file; may be repeated")
+      .add_option("--only", options.only,
+                  "only this beacon, by name or identifier, or known: those in the settings file; may be "
+                  "repeated")
       ->allow_extra_args(false)
       ->expected(1, -1);
-  addChoice(command, "--plausible", choice.isPlausible, kOnOff,
+  addChoice(command, "--plausible", options.choice.isPlausible, kOnOff,
             ": leave out what no sensor can have measured; default on");
+}
+
+void chooseBeacons(GatewayOptions& options, const LiveSettings* settings) {
+  if (settings == nullptr) return;
+  options.choice.isKnown = std::erase(options.only, kKnown) != 0;
+  const auto beacons = beaconsFromTexts("--only", options.only, *settings, {kKnown});
+  options.choice.only = {beacons.begin(), beacons.end()};
 }
 
 void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
@@ -82,7 +78,7 @@ void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
   addParsed(command, "--history-deadband", history.deadband, historyDeadbandFromText,
             "deadband such as temperature=0.2,humidity=1",
             "and, in between, one that moved so far, such as temperature=0.2,humidity=1");
-  addDuration(command, "--keep", history.keep, "of the history, delete what is older (400d)");
+  addAge(command, "--keep", history.keep, "of the history, delete what is older (400d)");
   addParsed(command, "--keep-size", history.keepSize, historySizeFromText,
             "size of 1M or more, such as 500M or 2G",
             "of the history, delete the oldest beyond this size (2G)");
@@ -90,13 +86,11 @@ void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
 
 // What a search is told of its output has no meaning here.
 void addHearing(CLI::App& command, SearchOptions& hearing) {
-  auto* source =
-      command.add_option("-s,--source", hearing.source,
-                         fmt::format("also hear, and keep the history: {}", platform::kSourceForms));
+  auto* source = addSource(command, hearing.source, "also hear, and keep the history");
   const std::vector<CLI::Option*> others = command.get_options();
   addServices(command, hearing);
   addExitTime(command, hearing);
-  addWantedBeacons(command, hearing.gateway.choice);
+  addWantedBeacons(command, hearing.gateway);
   addLimits(command, hearing.heard);
   addHistoryBounds(command, hearing.gateway.history);
   for (CLI::Option* option : command.get_options())

@@ -18,7 +18,6 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/BackupFile.h"
 #include "tools/brenloft/BeaconNames.h"
-#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/HistoryLines.h"
 #include "tools/brenloft/HistoryPlot.h"
@@ -39,7 +38,7 @@ constexpr std::size_t kRowsPerPage = 1000;
 // Memory is bounded by so many pieces of each beacon.
 constexpr int64_t kPiecesPerWindow = 500;
 constexpr std::chrono::hours kShown{1};
-constexpr std::chrono::minutes kShortestPlot{1};
+constexpr std::chrono::seconds kShortestPlot{10};
 constexpr int kReaderCheck = 250;  // milliseconds
 
 // False when nobody wants more.
@@ -93,8 +92,6 @@ class HistoryCommand {
   }
 
   HistoryLines lines() const {
-    if (options_.time == TimeForm::epoch && options_.format == HistoryFormat::jsonl)
-      throw Failure(ExitStatus::usage, "jsonl has times in ISO form: --time utc or local");
     return {options_.format, options_.time, [this](const BeaconId& id) { return settings_->labelOf(id); }};
   }
 
@@ -111,8 +108,10 @@ class HistoryCommand {
     std::optional<Date> newest;
     for (const HistoryBeacon& one : require(reader.latestAt(filter.beacons, Date::max())))
       newest = std::max(newest, std::optional(heardAt(one.latest->record)));
-    printMessage(newest ? fmt::format("{}; the newest reading is of {}", what, timeText(*newest))
-                        : std::string(what));
+    printMessage(newest
+                     ? fmt::format("{}; the newest reading is of {}; --since and --until choose another time",
+                                   what, timeText(*newest))
+                     : std::string(what));
   }
   std::string timeText(Date date) const {
     return TimeText(options_.time.value_or(TimeForm::local)).whole(date);
@@ -227,10 +226,7 @@ class HistoryCommand {
     const bool isOfLastHour = options_.since.empty() && options_.until.empty() && !options_.last;
     const char* none = isOfLastHour ? "nothing in the last hour" : "nothing there";
     if (isOfLastHour && !options_.every) wanted.span.since = now_ - kShown;
-    if (options_.follow && options_.every) throw Failure(ExitStatus::usage, "--follow goes without --every");
-    if (options_.last && options_.every) throw Failure(ExitStatus::usage, "--last goes without --every");
     if (options_.isPlot) return plot(wanted, none);
-    if (!options_.quantities.empty()) throw Failure(ExitStatus::usage, "--quantity goes with --plot");
     std::optional<StopSignals> signals;
     if (options_.follow) signals.emplace();
     const auto reader = open();
@@ -251,23 +247,31 @@ class HistoryCommand {
     out.finish();
   }
 
-  void plot(const HistoryFilter& wanted, std::string_view none) const {
-    const auto refuse = [](bool isGiven, const char* option) {
-      if (isGiven) throw Failure(ExitStatus::usage, fmt::format("--plot goes without {}", option));
-    };
-    refuse(options_.follow, "--follow");
-    refuse(options_.last.has_value(), "--last");
-    refuse(options_.every.has_value(), "--every");
-    refuse(options_.format != HistoryFormat::table, "--format");
-    refuse(options_.time.has_value(), "--time");
-    const auto reader = open();
-    if (!reader) return printNothing();
+  // What is drawn: of the newest readings, or of the time that was chosen.
+  HistorySpan plotSpan(HistoryReader& reader, HistoryFilter wanted) const {
     HistorySpan span = wanted.span;
+    if (options_.last) {
+      wanted.hasEvents = false;
+      const std::vector<HistoryRow> rows = newest(reader, wanted).rows;
+      if (rows.empty()) return span;
+      const auto [first, last] =
+          std::ranges::minmax(rows, {}, [](const HistoryRow& row) { return heardAt(row.record); });
+      span = {heardAt(first.record), heardAt(last.record) + std::chrono::microseconds(1)};
+      span.since = std::min(span.since, span.until - kShortestPlot);
+      return span;
+    }
     if (options_.until.empty()) span.until = now_;
     if (span.until < span.since + kShortestPlot)
-      throw Failure(ExitStatus::usage, "--plot: less than a minute is no time for a chart");
+      throw Failure(ExitStatus::usage, "--plot: less than ten seconds are no time for a chart");
     // What was before the history takes no room.
-    span.since = std::max(span.since, std::min(require(reader->extent()).since, span.until - kShortestPlot));
+    span.since = std::max(span.since, std::min(require(reader.extent()).since, span.until - kShortestPlot));
+    return span;
+  }
+
+  void plot(const HistoryFilter& wanted, std::string_view none) const {
+    const auto reader = open();
+    if (!reader) return printNothing();
+    const HistorySpan span = plotSpan(*reader, wanted);
     const std::string charts = require(plotHistory(
         *reader, *settings_, {span, now_, wanted.beacons, options_.quantities}, chartFormOfTerminal()));
     if (charts.empty()) return printNoRows(*reader, wanted, none);
@@ -302,9 +306,7 @@ class HistoryCommand {
   }
 
   void exportRows() {
-    refuseContainerFile("--out", options_.out, options_.container);
     const HistoryFilter wanted = filter();
-    static_cast<void>(lines());  // says what is wrong with the options
     const auto reader = open();
     if (options_.out.empty()) {
       Output out(Output::Buffering::blocks);
@@ -341,9 +343,12 @@ class HistoryCommand {
     const HistoryFilter wanted = filter();
     const bool isNow = options_.at.empty();
     const Date at = isNow ? now_ : requireInstant("--at", options_.at, now_);
+    const auto reader = open();
+    // Beside a clock that is slow a history can be of later.
+    if (at > now_ && (!reader || at > require(reader->extent()).until))
+      throw Failure(ExitStatus::usage, fmt::format("--at: {} has not been yet", timeText(at)));
     HistoryLines form = lines();
     form.addAges(at);
-    const auto reader = open();
     std::string text;
     form.header(text);
     std::vector<BeaconId> missing = wanted.beacons;

@@ -2,7 +2,9 @@
 #include <string>
 
 #include "gateway/history/HistoryOptions.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/CommandSettings.h"
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/HistoryCommand.h"
 #include "tools/brenloft/OptionDeclarations.h"
 
@@ -29,7 +31,7 @@ void addEvery(CLI::App& command, Options& options) {
         options.every = durationFromText(text);
         if (!options.every || *options.every < std::chrono::seconds(1) ||
             *options.every % std::chrono::seconds(1) != std::chrono::microseconds(0))
-          throw CLI::ValidationError("--every", fmt::format("'{}' is no duration of whole seconds", text));
+          throw noDuration("--every", text, "no duration of whole seconds");
       },
       "mean, minimum and maximum in pieces of this length (5m) instead of single readings");
 }
@@ -61,6 +63,28 @@ void addForms(CLI::App& command, Options& options) {
             ": how times are written; default: local in a table, utc in jsonl, else unix");
 }
 
+void refuseBoth(const char* option, bool isGiven, const char* other, bool isOtherGiven) {
+  if (isGiven && isOtherGiven)
+    throw Failure(ExitStatus::usage, fmt::format("{} goes without {}", option, other));
+}
+
+void requireFitting(const Options& options) {
+  const bool hasForm = options.format != HistoryFormat::table;
+  refuseBoth("--follow", options.follow, "--every", options.every.has_value());
+  refuseBoth("--last", options.last.has_value(), "--every", options.every.has_value());
+  refuseBoth("--plot", options.isPlot, "--follow", options.follow);
+  refuseBoth("--plot", options.isPlot, "--every", options.every.has_value());
+  refuseBoth("--plot", options.isPlot, "--format", hasForm);
+  refuseBoth("--plot", options.isPlot, "--time", options.time.has_value());
+  if (!options.quantities.empty() && !options.isPlot)
+    throw Failure(ExitStatus::usage, "--quantity goes with --plot");
+  if (options.time == TimeForm::epoch && options.format == HistoryFormat::jsonl)
+    throw Failure(ExitStatus::usage, "jsonl has times in ISO form: --time utc or local");
+  if (options.action == Options::Action::exportRows)
+    refuseContainerFile("--out", options.out, options.container);
+  if (options.settings) static_cast<void>(beaconsFromTexts("--beacon", options.beacons, *options.settings));
+}
+
 }  // namespace
 
 void addHistory(CLI::App& app, ChosenCommand& run) {
@@ -73,6 +97,7 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
     command->callback([&run, options, action] {
       options->action = action;
       options->settings = run.settings;
+      requireFitting(*options);
       run = [options] { return runHistory(*options); };
     });
     return command;
@@ -95,11 +120,11 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
   auto* last =
       add("last", "Print the newest reading of each beacon, now or at an instant", Options::Action::last);
   addBeaconChoice(*last, options->beacons);
-  last->add_option("--at", options->at,
-                   "what was in force then: the newest reading at or before 15:00 (today); as --since");
+  addInstant(*last, "--at", options->at,
+             "what was in force then: the newest reading at or before 15:00 (today); as --since");
   addForms(*last, *options);
   auto* prune = add("prune", "Delete the oldest rows", Options::Action::prune);
-  prune->add_option("--before", options->before, "those heard before then; as --since");
+  addInstant(*prune, "--before", options->before, "those heard before then; as --since");
   prune->add_option_function<std::string>(
       "--keep-size",
       [options](const std::string& text) {

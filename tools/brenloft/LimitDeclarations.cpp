@@ -95,8 +95,8 @@ void addLogBounds(CLI::App& command, LogBounds& bounds) {
                                      fmt::format("'{}' is no size of 1M or more, such as 500M or 2G", text));
       },
       "with --log: delete the oldest rows where the store becomes larger than this, such as 500M");
-  addDuration(command, "--log-keep", bounds.longest,
-              "with --log: delete rows that are older than this, such as 90d");
+  addAge(command, "--log-keep", bounds.longest,
+         "with --log: delete rows that are older than this, such as 90d");
 }
 
 }  // namespace brenloft

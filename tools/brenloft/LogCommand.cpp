@@ -154,7 +154,6 @@ void show(const LogOptions& options, const HistorySpan& span) {
 }
 
 void exportDocument(const LogOptions& options, const HistorySpan& span) {
-  refuseContainerFile("--out", options.out, options.container);
   const auto reader = openLog(options);
   const auto write = [&](const SensorLogReader::TextSink& sink) {
     if (reader)

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/OptionDeclarations.h"
 
 namespace brenloft {
@@ -15,6 +16,8 @@ void addLog(CLI::App& app, ChosenCommand& run) {
     addContainer(*command, options->container);
     command->callback([&run, options, action] {
       options->action = action;
+      if (action == LogOptions::Action::exportDocument)
+        refuseContainerFile("--out", options->out, options->container);
       run = [options] { return runLog(*options); };
     });
     return command;
@@ -33,7 +36,7 @@ void addLog(CLI::App& app, ChosenCommand& run) {
           "-o,--out", options->out, "the file to write; default, and -: standard output", Dash::isStream);
   addReading("count", "Print the number of rows", LogOptions::Action::count);
   auto* remove = add("delete", "Delete the rows", LogOptions::Action::deleteRows);
-  remove->add_option("--before", options->before, "only those last heard before then; as --since");
+  addInstant(*remove, "--before", options->before, "only those last heard before then; as --since");
   remove->add_flag("-y,--yes", options->yes, "without asking");
   add("check", "Look for damage", LogOptions::Action::check);
   addPath(

@@ -15,6 +15,7 @@
 #include "gateway/Texts.h"
 #include "platform/foundation/Suggestion.h"
 #include "tools/brenloft/Options.h"
+#include "tools/brenloft/SpanTexts.h"
 
 namespace brenloft {
 
@@ -83,6 +84,13 @@ inline void addTime(CLI::App& command, std::optional<TimeForm>& form) {
             ": how times are written; default: local in a table, else unix, seconds since 1970");
 }
 
+/// Says that a text is none of `what`, and what it was meant to be.
+inline CLI::ValidationError noDuration(const std::string& name, const std::string& text,
+                                       std::string_view what) {
+  return CLI::ValidationError(
+      name, fmt::format("'{}' is {}{}", text, what, platform::didYouMean(meantDuration(text))));
+}
+
 template <typename Duration>
 CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
                          const std::string& help) {
@@ -90,11 +98,20 @@ CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& 
       names,
       [&duration, name = longName(names)](const std::string& text) {
         const auto value = durationFromText(text);
-        if (!value)
-          throw CLI::ValidationError(name, fmt::format("'{}' is no duration such as 10, 2.5 or 1h30m", text));
+        if (!value) throw noDuration(name, text, "no duration such as 10, 2.5 or 1h30m");
         duration = *value;
       },
       help);
+}
+
+/// After which something is deleted: seconds are too easily days that were meant.
+template <typename Duration>
+void addAge(CLI::App& command, const std::string& name, Duration& age, const std::string& help) {
+  addDuration(command, name, age, help)->check([](const std::string& text) {
+    const bool hasUnit = text.find_first_not_of("0123456789.") != std::string::npos;
+    return hasUnit ? ""
+                   : fmt::format("{0} of what? {0}d are days, {0}h hours, {0}m minutes, {0}s seconds", text);
+  });
 }
 
 inline bool holds(const std::optional<uint64_t>&, uint64_t) {
@@ -126,12 +143,18 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
       help);
 }
 
+/// As `requireInstant` reads it.
+inline void addInstant(CLI::App& command, const std::string& name, std::string& instant,
+                       const std::string& help) {
+  command.add_option(name, instant, help)->check(instantProblem);
+}
+
 /// As `spanFromTexts` reads them.
 inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
-  command.add_option(
-      "--since", since,
+  addInstant(
+      command, "--since", since,
       "from then on: 2026-11-21T15:00, 15:00 (today), yesterday, 2h (ago) or @ and seconds since 1970");
-  command.add_option("--until", until, "before then, without that instant itself; as --since");
+  addInstant(command, "--until", until, "before then, without that instant itself; as --since");
 }
 
 inline void addBeaconChoice(CLI::App& command, std::vector<std::string>& beacons) {

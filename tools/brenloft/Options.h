@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +63,8 @@ struct GatewayOptions {
     std::string name;
   };
   std::vector<File> files;  ///< beside standard output
+  std::vector<std::string>
+      only{};  ///< names, identifiers or "known", before they are looked up in the settings
   BeaconChoice choice;
   bool keepsHistory = false;
   HistoryOptions history;
@@ -151,6 +154,8 @@ struct ConfigOptions {
   std::filesystem::path file;       ///< none: `kSettingsFile`
   std::filesystem::path container;  ///< of `check`: which beacons were ever heard
   CommandVocabulary vocabulary;
+  /// What commands would refuse at their start.
+  std::function<std::vector<Complaint>(const std::shared_ptr<LiveSettings>&)> refused;
 };
 
 }  // namespace brenloft

@@ -17,7 +17,6 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/Commands.h"
-#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Following.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Store.h"
@@ -108,7 +107,6 @@ ExitStatus forget(const PublishOptions& options, platform::DispatchService& disp
 }  // namespace
 
 ExitStatus runPublish(const PublishOptions& options) {
-  refuseContainerFile("--cursor", options.cursor, options.container);
   if (!options.forget.empty() || options.isAllForgotten)
     return forget(options, *platform::RealTimeDispatch::make());
   return runFollowing({options.container, options.settings, options.hearing}, [&](const auto& dispatch) {

@@ -5,7 +5,9 @@
 #include <string_view>
 
 #include "gateway/mqtt/Topics.h"
+#include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/CommandSettings.h"
+#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/HearingDeclarations.h"
 #include "tools/brenloft/OptionDeclarations.h"
 #include "tools/brenloft/PublishCommand.h"
@@ -118,7 +120,10 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
   addDiscovery(*command, *options);
   addHearing(*command, options->hearing);
   command->callback([&run, options] {
+    refuseContainerFile("--cursor", options->cursor, options->container);
     options->settings = run.settings;
+    chooseBeacons(options->hearing.gateway, run.settings.get());
+    if (run.settings) static_cast<void>(beaconsFromTexts("--forget", options->forget, *run.settings));
     run = [options] { return runPublish(*options); };
   });
 }

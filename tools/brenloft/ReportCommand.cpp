@@ -13,7 +13,6 @@
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/Commands.h"
-#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/DocumentFile.h"
 #include "tools/brenloft/Messages.h"
 #include "tools/brenloft/Output.h"
@@ -70,7 +69,6 @@ void tellWhereAllIsEarlier(const web::PageModel& page) {
 ExitStatus runReport(const ReportOptions& options) {
   installForStore(options.container);
   if (!options.container.empty()) storeIn(options.container);  // says what is wrong with the folder
-  if (!options.out.empty()) refuseContainerFile("--out", options.out, options.container);
   const auto settings = options.settings->current();
   const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
   const auto reader = HistoryReader::open(file);

@@ -305,7 +305,6 @@ class Search {
     reporter_.attach(*source_.loop);
     monitor_ = SourceMonitor::make(
         {.record = options_.record,
-         .container = options_.container,
          .capture = source_.capture,
          .isRadio = source_.isRadio,
          .exitTime = !isRanging() && isOfLibrary(options_) ? std::optional(options_.exitTime) : std::nullopt,

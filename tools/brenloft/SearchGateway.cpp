@@ -104,7 +104,6 @@ void SearchGateway::addHistory(const SearchOptions& options) {
 }
 
 void SearchGateway::addFile(const GatewayOptions::File& file, const SearchOptions& options) {
-  refuseContainerFile("--out", file.name, options.container);
   auto opened = TextFile::open(file.name, loop_.dispatch(), queue_, stateHandler(file.name));
   if (!opened) throw Failure(ExitStatus::failed, opened.error().text);
   const auto labels = [this](const BeaconId& beacon) { return line_.labelOf(beacon); };
@@ -115,11 +114,6 @@ void SearchGateway::addFile(const GatewayOptions::File& file, const SearchOption
 
 void SearchGateway::addMetrics(const SearchOptions& options) {
   const std::string& name = options.gateway.metricsFile;
-  refuseContainerFile("--metrics-file", name, options.container);
-  std::error_code error;
-  const auto status = std::filesystem::status(name, error);
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
-    throw Failure(ExitStatus::usage, fmt::format("--metrics-file: {} is no regular file", name));
   auto file = std::make_shared<MetricsFile>(
       behindLinks(name), loop_.dispatch(), queue_, [this] { return metricsText(); }, stateHandler(name));
   // A timer on virtual time would run through every gap of a capture.

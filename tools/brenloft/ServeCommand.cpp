@@ -62,12 +62,14 @@ web::PageServerOptions serverOptions(const ServeOptions& options) {
                                 .listen = options.listen,
                                 .version = BRENLOFT_VERSION};
   if (!options.token.empty()) server.token = readToken(options.token);
-  if (!options.listen.isLoopback() && !server.token && !options.isInsecure)
-    throw Failure(ExitStatus::usage,
-                  fmt::format("--listen {}: others reach this address; --token FILE asks them for a token, "
-                              "--insecure lets everybody look",
-                              options.listen.text()));
   return server;
+}
+
+void requireToken(const ServeOptions& options) {
+  if (options.listen.isLoopback() || !options.token.empty() || options.isInsecure) return;
+  throw CLI::ValidationError("--listen " + options.listen.text(),
+                             "others reach this address; --token FILE asks them for a token, --insecure lets "
+                             "everybody look");
 }
 
 Follower followerOf(const ServeOptions& options,
@@ -114,7 +116,9 @@ void addServe(CLI::App& app, ChosenCommand& run) {
   command->add_option("--title", options->title, "what stands at the page's top; default: Beacons");
   addHearing(*command, options->hearing);
   command->callback([&run, options] {
+    requireToken(*options);
     options->settings = run.settings;
+    chooseBeacons(options->hearing.gateway, run.settings.get());
     run = [options] { return runServe(*options); };
   });
 }

@@ -25,7 +25,6 @@ std::unique_ptr<BtsnoopWriter> makeWriter(const SimulateOptions& options, Output
       return platform::Result<>();
     });
   }
-  refuseContainerFile("--out", options.out);
   auto writer = BtsnoopWriter::create(options.out, std::move(stop));
   if (!writer) throw Failure(ExitStatus::failed, writer.error().text);
   return *std::move(writer);

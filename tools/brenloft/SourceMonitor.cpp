@@ -4,7 +4,6 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Messages.h"
 
 namespace brenloft {
@@ -43,7 +42,6 @@ std::shared_ptr<SourceMonitor> SourceMonitor::make(SourceMonitorOptions options)
   std::error_code absent;
   if (std::filesystem::equivalent(options.record, options.capture, absent))
     throw Failure(ExitStatus::usage, "--record would overwrite the capture that is read: " + options.record);
-  refuseContainerFile("--record", options.record, options.container);
   return std::shared_ptr<SourceMonitor>(new SourceMonitor(std::move(options)));
 }
 

@@ -20,7 +20,6 @@ namespace brenloft {
 
 struct SourceMonitorOptions {
   std::string record;                    ///< capture file that gets everything heard; "": none
-  std::filesystem::path container;       ///< whose files are never recorded to
   std::string capture;                   ///< capture file that is being heard; "": none
   bool isRadio = false;                  ///< as `Source::isRadio`
   std::optional<double> exitTime;        ///< seconds, to be held against the gaps of a radio
@@ -39,7 +38,7 @@ struct SourceMonitorOptions {
 /// Threads: made and asked on one; `wrap`'s result does its work on the source's queue.
 class SourceMonitor : public std::enable_shared_from_this<SourceMonitor> {
  public:
-  /// Throws `Failure` when the recording would overwrite what is being heard, or a file of a container.
+  /// Throws `Failure` when the recording would overwrite what is being heard.
   static std::shared_ptr<SourceMonitor> make(SourceMonitorOptions options);
 
   /// Begins the recording; before the first report, and once nothing else can go wrong, for an earlier file

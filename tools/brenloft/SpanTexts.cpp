@@ -3,18 +3,23 @@
 #include <fmt/format.h>
 
 #include "gateway/InstantText.h"
+#include "gateway/Texts.h"
+#include "platform/foundation/Suggestion.h"
 #include "tools/brenloft/ExitStatus.h"
 
 namespace brenloft {
 
 using platform::Date;
 
+std::string instantProblem(const std::string& text) {
+  if (instantFromText(text, Date())) return {};
+  return fmt::format("'{}' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday{}", text,
+                     platform::didYouMean(meantDuration(text)));
+}
+
 Date requireInstant(const char* option, const std::string& text, Date now) {
   const auto date = instantFromText(text, now);
-  if (!date)
-    throw Failure(
-        ExitStatus::usage,
-        fmt::format("{}: '{}' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday", option, text));
+  if (!date) throw Failure(ExitStatus::usage, fmt::format("{}: {}", option, instantProblem(text)));
   return *date;
 }
 

@@ -7,6 +7,9 @@
 
 namespace brenloft {
 
+/// Why a text is no instant; "" when it is one.
+std::string instantProblem(const std::string& text);
+
 /// The value of an option, as `instantFromText` reads it. Throws `Failure` where it is none.
 platform::Date requireInstant(const char* option, const std::string& text, platform::Date now);
 /// What `--since` and `--until` say; empty: from the beginning, to the end.

@@ -40,17 +40,26 @@ RadioSourceResult watched(const RadioSourceOptions& options,
       {.makeSource = std::move(makeSource), .dispatch = options.dispatch, .queue = options.queue});
 }
 
+/// Of `bluez[:ADAPTER]`; "" where it names none.
+Result<std::string> bluezAdapterOf(const std::string& address) {
+  std::string_view selector = std::string_view(address).substr(kBlueZ.size());
+  if (selector.empty()) return std::string();
+  selector.remove_prefix(1);
+  auto named = bluezAdapterFrom(selector);
+  if (!named)
+    return Error{Kind::unsupported, "no adapter in '" + address + "': bluez, bluez:hciN or bluez:ADDRESS"};
+  return *std::move(named);
+}
+
+/// Of `hci[:…]` and `h4:…`.
+Result<RadioAddress> radioAddressOf(const std::string& address) {
+  return parseRadioAddress(address == "hci" ? "hci:0" : address);
+}
+
 RadioSourceResult makeBlueZ(const RadioSourceOptions& options) {
-  std::string_view selector = std::string_view(options.address).substr(kBlueZ.size());
-  std::string adapter;
-  if (!selector.empty()) {
-    selector.remove_prefix(1);
-    const auto named = bluezAdapterFrom(selector);
-    if (!named)
-      return Error{Kind::unsupported,
-                   "no adapter in '" + options.address + "': bluez, bluez:hciN or bluez:ADDRESS"};
-    adapter = *named;
-  }
+  const auto named = bluezAdapterOf(options.address);
+  if (!named) return named.error();
+  const std::string& adapter = *named;
   const auto inventory = options.probe.listBlueZ();
   if (inventory.daemon == Daemon::notPermitted)
     return Error{Kind::notPermitted, bluezRefusal(inventory.problem)};
@@ -115,7 +124,7 @@ std::optional<Error> errorOf(const H4UnixAddress& address, const RadioProbe&) {
 }
 
 RadioSourceResult makeHCI(const RadioSourceOptions& options) {
-  const auto address = parseRadioAddress(options.address == "hci" ? "hci:0" : options.address);
+  const auto address = radioAddressOf(options.address);
   if (!address) return address.error();
   if (auto found = std::visit([&](const auto& known) { return errorOf(known, options.probe); }, *address))
     return *std::move(found);
@@ -144,13 +153,19 @@ bool isRadioAddress(std::string_view address) {
   return address == "auto" || scheme == "bluez" || scheme == "hci" || (scheme == "h4" && scheme != address);
 }
 
-RadioSourceResult makeRadioSource(const RadioSourceOptions& options) {
-  if (!isRadioAddress(options.address)) {
+std::optional<Error> radioAddressProblem(const std::string& address) {
+  if (!isRadioAddress(address))
     return Error{Kind::unsupported,
-                 "'" + options.address +
+                 "'" + address +
                      "' names no radio: auto, bluez[:hciN|:ADDRESS], hci[:N|:ADDRESS][?user|?raw], "
                      "h4:DEVICE[,BAUD] or h4:unix:PATH"};
-  }
+  const auto errorIn = [](const auto& read) { return read ? std::nullopt : std::optional(read.error()); };
+  if (address == "auto") return std::nullopt;
+  return address.starts_with(kBlueZ) ? errorIn(bluezAdapterOf(address)) : errorIn(radioAddressOf(address));
+}
+
+RadioSourceResult makeRadioSource(const RadioSourceOptions& options) {
+  if (auto problem = radioAddressProblem(options.address)) return *std::move(problem);
   if (options.address == "auto") return makeChosen(options);
   return options.address.starts_with(kBlueZ) ? makeBlueZ(options) : makeHCI(options);
 }

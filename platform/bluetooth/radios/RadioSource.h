@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,6 +32,9 @@ struct RadioSourceOptions {
 /// The radio that an address names. Looks whether it is there and permitted, which may wait for the system
 /// bus five seconds at most, but opens nothing; what happens later is told by the source's states.
 RadioSourceResult makeRadioSource(const RadioSourceOptions& options);
+
+/// Why the text can be no radio's address, whether or not there is such a radio; nothing when it can.
+std::optional<Error> radioAddressProblem(const std::string& address);
 
 /// True when the text has the form of a radio's address, whether or not there is such a radio.
 bool isRadioAddress(std::string_view address);
