@@ -19,6 +19,7 @@
 #include "tools/brenloft/BeaconNames.h"
 #include "tools/brenloft/CommandSettings.h"
 #include "tools/brenloft/Commands.h"
+#include "tools/brenloft/Completion.h"
 #include "tools/brenloft/ConfigDeclarations.h"
 #include "tools/brenloft/ContainerFiles.h"
 #include "tools/brenloft/Departures.h"
@@ -141,7 +142,8 @@ void addOut(CLI::App& command, SearchOptions& options) {
                 options.format = format;
             }
           },
-          "also write " + listText(wordsOf(kFileFormats)) + " to a file, as FORMAT:FILE; may be repeated")
+          "also write " + listText(wordsOf(kFileFormats)) + " to a file; may be repeated")
+      ->type_name(fmt::format("{}", fmt::join(wordsOf(kFileFormats), ":FILE|")) + ":FILE")
       ->allow_extra_args(false)
       ->expected(1, -1);
 }
@@ -423,8 +425,11 @@ void declareCommands(CLI::App& app, Run& run) {
 }  // namespace
 
 ExitStatus runCommandLine(int argc, char** argv) {
-  auto [arguments, settings] =
-      settle(std::vector<std::string>(argv + std::min(argc, 1), argv + argc), declareCommands);
+  const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  // Asked by the shells, for people's next word: no command of theirs.
+  if (!words.empty() && words.front() == "__complete")
+    return runComplete({words.begin() + 1, words.end()}, declareCommands);
+  auto [arguments, settings] = settle(words, declareCommands);
   CLI::App app;
   Run run;
   run.settings = settings;

@@ -158,12 +158,14 @@ void addConfigOption(CLI::App& app, const std::vector<std::string>& exceptions) 
   const std::string help = fmt::format("the settings file; default: {}", kSettingsFile);
   eachCommand(app, "", [&](CLI::App& command, const std::string& name) {
     if (std::ranges::find(exceptions, name.substr(0, name.find(' '))) != exceptions.end()) return;
-    command.add_option_function<std::string>(
-        kConfig,
-        [](const std::string& file) {
-          if (file.empty()) throw CLI::ValidationError(kConfig, "the name is empty");
-        },
-        help);
+    command
+        .add_option_function<std::string>(
+            kConfig,
+            [](const std::string& file) {
+              if (file.empty()) throw CLI::ValidationError(kConfig, "the name is empty");
+            },
+            help)
+        ->type_name("FILE");
   });
 }
 

@@ -36,22 +36,26 @@ void addParsed(CLI::App& command, const std::string& name, Value& value, const P
 
 CLI::Option* addSource(CLI::App& command, std::string& source, const std::string& help) {
   return command.add_option("-s,--source", source, fmt::format("{}: {}", help, platform::kSourceForms))
-      ->check(platform::addressProblem);
+      ->check(platform::addressProblem)
+      ->type_name(kSource);
 }
 
 void addExitTime(CLI::App& command, SearchOptions& options) {
-  command.add_option_function<std::string>(
-      "--exit-time",
-      [&options](const std::string& text) {
-        if (text == "auto") return;
-        const auto value = durationFromText(text);
-        if (!value || value->count() == 0)
-          throw noDuration("--exit-time", text, "neither auto nor a duration above 0");
-        options.exitTime = std::chrono::duration<double>(*value).count();
-        options.gateway.choice.exitTime.given = *value;
-      },
-      "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon from "
-      "its gaps, and 5 for jsonl, csv, the rows of a table and the log");
+  command
+      .add_option_function<std::string>(
+          "--exit-time",
+          [&options](const std::string& text) {
+            if (text == "auto") return;
+            const auto value = durationFromText(text);
+            if (!value || value->count() == 0)
+              throw noDuration("--exit-time", text, "neither auto nor a duration above 0");
+            options.exitTime = std::chrono::duration<double>(*value).count();
+            options.gateway.choice.exitTime.given = *value;
+          },
+          "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon "
+          "from "
+          "its gaps, and 5 for jsonl, csv, the rows of a table and the log")
+      ->type_name(fmt::format("{}|auto", kDuration));
 }
 
 void addWantedBeacons(CLI::App& command, GatewayOptions& options) {
@@ -59,10 +63,11 @@ void addWantedBeacons(CLI::App& command, GatewayOptions& options) {
       .add_option("--only", options.only,
                   "only this beacon, by name or identifier, or known: those in the settings file; may be "
                   "repeated")
+      ->type_name(fmt::format("{}|{}", kBeacon, kKnown))
       ->allow_extra_args(false)
       ->expected(1, -1);
   addChoice(command, "--plausible", options.choice.isPlausible, kOnOff,
-            ": leave out what no sensor can have measured; default on");
+            "leave out what no sensor can have measured; default on");
 }
 
 void chooseBeacons(GatewayOptions& options, const LiveSettings* settings) {

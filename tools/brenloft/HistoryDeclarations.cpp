@@ -51,8 +51,8 @@ void addPlot(CLI::App& command, Options& options) {
             for (const std::string& text : texts)
               options.quantities.push_back(chosen("--quantity", text, kChartQuantities));
           },
-          "with --plot: " + listText(wordsOf(kChartQuantities)) +
-              "; default temperature and humidity, else rssi; may be repeated")
+          "with --plot: what is drawn; default temperature and humidity, else rssi; may be repeated")
+      ->type_name(typeOf(kChartQuantities))
       ->allow_extra_args(false)
       ->expected(1, -1);
 }
@@ -60,7 +60,7 @@ void addPlot(CLI::App& command, Options& options) {
 void addForms(CLI::App& command, Options& options) {
   addFormat(command, options.format, kHistoryFormats);
   addChoice(command, "--time", options.time, kTimeForms,
-            ": how times are written; default: local in a table, utc in jsonl, else unix");
+            "how times are written; default: local in a table, utc in jsonl, else unix");
 }
 
 void refuseBoth(const char* option, bool isGiven, const char* other, bool isOtherGiven) {

@@ -43,6 +43,15 @@ inline std::string listText(const std::vector<std::string>& words) {
   return text;
 }
 
+// What a value is, for people and for the shells' completion (Completion.cpp). Alternatives have a bar in
+// between.
+constexpr const char* kFile = "FILE";
+constexpr const char* kFolder = "FOLDER";
+constexpr const char* kSource = "SOURCE";
+constexpr const char* kBeacon = "BEACON";
+constexpr const char* kDuration = "TIME";
+constexpr const char* kNumber = "N";
+
 template <typename Choice>
 std::vector<std::string> wordsOf(const Choices<Choice>& choices) {
   std::vector<std::string> words;
@@ -59,21 +68,29 @@ Choice chosen(const std::string& name, const std::string& text, const Choices<Ch
                                                platform::didYouMean(platform::nearest(text, words))));
 }
 
+// "table|jsonl|csv".
+template <typename Choice>
+std::string typeOf(const Choices<Choice>& choices) {
+  return fmt::format("{}", fmt::join(wordsOf(choices), "|"));
+}
+
 // `value` may be optional.
 template <typename Value, typename Choice>
 void addChoice(CLI::App& command, const std::string& names, Value& value, const Choices<Choice>& choices,
-               const std::string& help = {}) {
-  command.add_option_function<std::string>(
-      names,
-      [&value, &choices, name = longName(names)](const std::string& text) {
-        value = chosen(name, text, choices);
-      },
-      listText(wordsOf(choices)) + help);
+               const std::string& help) {
+  command
+      .add_option_function<std::string>(
+          names,
+          [&value, &choices, name = longName(names)](const std::string& text) {
+            value = chosen(name, text, choices);
+          },
+          help)
+      ->type_name(typeOf(choices));
 }
 
 template <typename Value, typename Choice>
 void addFormat(CLI::App& command, Value& format, const Choices<Choice>& choices) {
-  addChoice(command, "-F,--format", format, choices);
+  addChoice(command, "-F,--format", format, choices, "how the output is written");
 }
 
 inline const Choices<TimeForm> kTimeForms{
@@ -81,7 +98,7 @@ inline const Choices<TimeForm> kTimeForms{
 
 inline void addTime(CLI::App& command, std::optional<TimeForm>& form) {
   addChoice(command, "--time", form, kTimeForms,
-            ": how times are written; default: local in a table, else unix, seconds since 1970");
+            "how times are written; default: local in a table, else unix, seconds since 1970");
 }
 
 /// Says that a text is none of `what`, and what it was meant to be.
@@ -94,14 +111,16 @@ inline CLI::ValidationError noDuration(const std::string& name, const std::strin
 template <typename Duration>
 CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& duration,
                          const std::string& help) {
-  return command.add_option_function<std::string>(
-      names,
-      [&duration, name = longName(names)](const std::string& text) {
-        const auto value = durationFromText(text);
-        if (!value) throw noDuration(name, text, "no duration such as 10, 2.5 or 1h30m");
-        duration = *value;
-      },
-      help);
+  return command
+      .add_option_function<std::string>(
+          names,
+          [&duration, name = longName(names)](const std::string& text) {
+            const auto value = durationFromText(text);
+            if (!value) throw noDuration(name, text, "no duration such as 10, 2.5 or 1h30m");
+            duration = *value;
+          },
+          help)
+      ->type_name(kDuration);
 }
 
 /// After which something is deleted: seconds are too easily days that were meant.
@@ -126,7 +145,7 @@ bool holds(const Number&, uint64_t value) {
 template <typename Number>
 CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& number, uint64_t least,
                        const std::string& help, uint64_t most = std::numeric_limits<uint64_t>::max()) {
-  return command.add_option_function<std::string>(
+  auto* option = command.add_option_function<std::string>(
       names,
       [&number, least, most, name = longName(names)](const std::string& text) {
         uint64_t value = 0;
@@ -141,6 +160,7 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
         number = value;
       },
       help);
+  return option->type_name(kNumber);
 }
 
 /// As `requireInstant` reads it.
@@ -159,6 +179,7 @@ inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
 
 inline void addBeaconChoice(CLI::App& command, std::vector<std::string>& beacons) {
   command.add_option("--beacon", beacons, "only this beacon, by name or identifier; may be repeated")
+      ->type_name(kBeacon)
       ->allow_extra_args(false)
       ->expected(1, -1);
 }
@@ -172,19 +193,22 @@ enum class Dash {
 template <typename Path>
 CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, const std::string& help,
                      Dash dash = Dash::isName) {
-  return command.add_option_function<std::string>(
-      names,
-      [&path, dash, name = longName(names)](const std::string& text) {
-        if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
-        path = dash == Dash::isStream && text == "-" ? "" : text;
-      },
-      help);
+  return command
+      .add_option_function<std::string>(
+          names,
+          [&path, dash, name = longName(names)](const std::string& text) {
+            if (text.empty()) throw CLI::ValidationError(name, "the name is empty");
+            path = dash == Dash::isStream && text == "-" ? "" : text;
+          },
+          help)
+      ->type_name(kFile);
 }
 
 inline void addContainer(CLI::App& command, std::filesystem::path& container) {
   addPath(command, "-C,--container", container,
           "folder of the log, the tags and the history; default: the user's data folder for "
-          "brenloft");
+          "brenloft")
+      ->type_name(kFolder);
 }
 
 }  // namespace brenloft

@@ -56,7 +56,7 @@ void addBroker(CLI::App& command, Broker& broker) {
   command.add_option_function<std::string>(
       "--broker", [&broker](const std::string& text) { readBroker(text, broker); },
       "mqtt://HOST:PORT, or mqtts:// for TLS; default mqtt://localhost, port 1883 and 8883");
-  addChoice(command, "--mqtt", broker.isVersion5, kVersions, ": its version; default 5");
+  addChoice(command, "--mqtt", broker.isVersion5, kVersions, "its version; default 5");
   addPath(command, "--ca", broker.authority, "who signs the broker's certificate; default: the system's");
   addPath(command, "--cert", broker.certificate, "the client's certificate");
   addPath(command, "--key", broker.key, "its key");
@@ -64,7 +64,7 @@ void addBroker(CLI::App& command, Broker& broker) {
 
 void addDiscovery(CLI::App& command, PublishOptions& options) {
   addChoice(command, "--discover", options.discovery.scope, kScopes,
-            ": the beacons that Home Assistant shows by itself; known are those of the settings file, the "
+            "the beacons that Home Assistant shows by itself; known are those of the settings file, the "
             "default");
   command.add_flag("--shared-ids", options.discovery.isShared,
                    "one entity of a beacon that several gateways hear; all of them must say so");
@@ -72,7 +72,7 @@ void addDiscovery(CLI::App& command, PublishOptions& options) {
       command.add_option("--forget", options.forget,
                          "only remove what the broker keeps of this beacon, by name or identifier; "
                          "may be repeated");
-  forget->allow_extra_args(false)->expected(1, -1);
+  forget->type_name(kBeacon)->allow_extra_args(false)->expected(1, -1);
   command.add_flag("--all", options.isAllForgotten, "the same for everything of this gateway")
       ->excludes(forget);
 }
@@ -116,7 +116,7 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
   addNumber(*command, "--max-backlog", options->limits.mostBacklog, 1,
             "rows that may wait; beyond them the oldest readings are left out; default 10000000", INT64_MAX);
   addChoice(*command, "--batches", options->limits.batches, kBatches,
-            ": also every row, for a fleet; collected: each until somebody has subscribed to it; default on");
+            "also every row, for a fleet; collected: each until somebody has subscribed to it; default on");
   addDiscovery(*command, *options);
   addHearing(*command, options->hearing);
   command->callback([&run, options] {
