@@ -81,6 +81,11 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/brenloftsdk.pc.in ${PROJECT_BINARY_DIR}
 install(FILES ${PROJECT_BINARY_DIR}/brenloftsdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS brenloft RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+include(${CMAKE_CURRENT_LIST_DIR}/InstallPages.cmake)
+install(FILES packaging/completion/brenloft.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME brenloft)
+install(FILES packaging/completion/_brenloft DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES packaging/completion/brenloft.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 # As here, so that the links of README.md hold
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES README.md CHANGELOG.md packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR})
