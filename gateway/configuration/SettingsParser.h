@@ -17,6 +17,7 @@ struct CommandOption {
   std::string name;  ///< the long one, without hyphens in front
   bool isFlag = false;
   bool isRepeatable = false;
+  std::string fallback{};  ///< what holds without it, for people; "" where nothing does
 };
 
 struct CommandVocabulary {

@@ -86,10 +86,10 @@ void addSimulate(CLI::App& app, Run& run) {
   auto* command = app.add_subcommand("simulate", "Write a btsnoop capture of simulated beacons");
   addPath(*command, "-o,--out", options->out, "the file to write; -: standard output", Dash::isStream)
       ->required();
-  addNumber(*command, "--beacons", options->beacons, 0, "sensor beacons; default 5", kMaximumBeacons);
-  addNumber(*command, "--ibeacons", options->iBeacons, 0, "iBeacons; default 0", kMaximumBeacons);
-  addDuration(*command, "--seconds", options->duration, "how long it lasts; default 60");
-  addNumber(*command, "--seed", options->seed, 0, "another seed, another world; default 1");
+  addNumber(*command, "--beacons", options->beacons, 0, "sensor beacons; default: 5", kMaximumBeacons);
+  addNumber(*command, "--ibeacons", options->iBeacons, 0, "iBeacons; default: 0", kMaximumBeacons);
+  addDuration(*command, "--seconds", options->duration, "how long it lasts; default: 60");
+  addNumber(*command, "--seed", options->seed, 0, "another seed, another world; default: 1");
   command->callback([&run, options] {
     if (options->beacons > kMaximumBeacons - options->iBeacons)
       throw CLI::ValidationError("--beacons and --ibeacons",
@@ -172,7 +172,7 @@ void addMetricsOptions(CLI::App& command, GatewayOptions& options) {
           throw noDuration("--metrics-interval", text, "no duration of 1 or more");
         options.metricsInterval = *value;
       },
-      "how often it is written; default 30");
+      "how often it is written; default: 30");
 }
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
@@ -184,7 +184,8 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addHistoryBounds(command, options.gateway.history);
   addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
   addNumber(command, "-n,--count", options.count, 1, "end after so many events");
-  addFormat(command, options.format, kSearchFormats);
+  addFormat(command, options.format, kSearchFormats,
+            "a table on a terminal, else nothing with --out, else jsonl");
   addOut(command, options);
   addMetricsOptions(command, options.gateway);
   addWantedBeacons(command, options.gateway);
@@ -255,7 +256,7 @@ void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
           throw noDuration("--left-after", text, "no duration of 10 or more");
         silence = *value;
       },
-      "silence after which an iBeacon has left while others stay, at least 10; default 30");
+      "silence after which an iBeacon has left while others stay, at least 10; default: 30");
 }
 
 void addRange(CLI::App& app, Run& run) {
@@ -294,7 +295,7 @@ void addTag(CLI::App& app, Run& run) {
   };
   auto* set = add("set", "Add a tag; an earlier one of the key stays", TagOptions::Action::set);
   set->add_option("KEY", options->key, "what to find it by")->required();
-  addPath(*set, "--file", options->file, "the file that holds it; default, and -: standard input",
+  addPath(*set, "--file", options->file, "the file that holds it, or -; default: standard input",
           Dash::isStream);
   add("get", "Write the oldest tag of a key as it is", TagOptions::Action::get)
       ->add_option("KEY", options->key, "what it was set by")

@@ -41,6 +41,18 @@ bool isSetting(const std::string& option) {
   return option != "help" && option != "version" && option != "config";
 }
 
+// What holds without it, as its help says; "" where nothing does.
+std::string fallbackOf(const CLI::Option& option) {
+  if (option.get_items_expected_max() == 0) return "false";
+  if (!option.get_default_str().empty()) return option.get_default_str();
+  constexpr std::string_view kBegin = "; default: ";
+  const std::string help = option.get_description();
+  const auto begin = help.find(kBegin);
+  if (begin == std::string::npos) return {};
+  const auto from = begin + kBegin.size();
+  return help.substr(from, std::min(help.find(';', from), help.size()) - from);
+}
+
 std::vector<CommandOption> optionsOf(const CLI::App& command) {
   std::vector<CommandOption> options;
   for (const CLI::Option* option : command.get_options())
@@ -48,7 +60,8 @@ std::vector<CommandOption> optionsOf(const CLI::App& command) {
       if (isSetting(name))
         options.push_back({.name = name,
                            .isFlag = option->get_items_expected_max() == 0,
-                           .isRepeatable = option->get_items_expected_max() > 1});
+                           .isRepeatable = option->get_items_expected_max() > 1,
+                           .fallback = fallbackOf(*option)});
   return options;
 }
 

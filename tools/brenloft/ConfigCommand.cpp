@@ -73,7 +73,7 @@ void show(const ConfigOptions& options, Output& out) {
                         !isThere    ? "which is not there: all is as by default"
                         : isDefault ? "which is read by default"
                                     : "from the command line"));
-  out.write(settingsText(outcome.text));
+  out.write(settingsText(outcome.text, options.vocabulary));
 }
 
 void writeKeys(Output& out, std::string_view section, const std::vector<SettingsKey>& keys) {

@@ -52,9 +52,8 @@ void addExitTime(CLI::App& command, SearchOptions& options) {
             options.exitTime = std::chrono::duration<double>(*value).count();
             options.gateway.choice.exitTime.given = *value;
           },
-          "silence after which a sensor beacon is lost (also 1m30s); default auto: learned for each beacon "
-          "from "
-          "its gaps, and 5 for jsonl, csv, the rows of a table and the log")
+          "silence after which a sensor beacon is lost (also 1m30s); default: auto, learned for each beacon "
+          "from its gaps, and 5 for jsonl, csv, the rows of a table and the log")
       ->type_name(fmt::format("{}|auto", kDuration));
 }
 
@@ -67,7 +66,7 @@ void addWantedBeacons(CLI::App& command, GatewayOptions& options) {
       ->allow_extra_args(false)
       ->expected(1, -1);
   addChoice(command, "--plausible", options.choice.isPlausible, kOnOff,
-            "leave out what no sensor can have measured; default on");
+            "leave out what no sensor can have measured; default: on");
 }
 
 void chooseBeacons(GatewayOptions& options, const LiveSettings* settings) {
@@ -79,7 +78,7 @@ void chooseBeacons(GatewayOptions& options, const LiveSettings* settings) {
 
 void addHistoryBounds(CLI::App& command, HistoryOptions& history) {
   addDuration(command, "--history-interval", history.interval,
-              "keep one routine reading of a beacon in so long; default every one");
+              "keep one routine reading of a beacon in so long; default: every one");
   addParsed(command, "--history-deadband", history.deadband, historyDeadbandFromText,
             "deadband such as temperature=0.2,humidity=1",
             "and, in between, one that moved so far, such as temperature=0.2,humidity=1");

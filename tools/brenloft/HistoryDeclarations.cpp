@@ -51,7 +51,7 @@ void addPlot(CLI::App& command, Options& options) {
             for (const std::string& text : texts)
               options.quantities.push_back(chosen("--quantity", text, kChartQuantities));
           },
-          "with --plot: what is drawn; default temperature and humidity, else rssi; may be repeated")
+          "with --plot: what is drawn; default: temperature and humidity, else rssi; may be repeated")
       ->type_name(typeOf(kChartQuantities))
       ->allow_extra_args(false)
       ->expected(1, -1);
@@ -114,7 +114,7 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
   addChoiceOfRows(*out, *options);
   addEvery(*out, *options);
   addForms(*out, *options);
-  addPath(*out, "-o,--out", options->out, "the file to write; default, and -: standard output",
+  addPath(*out, "-o,--out", options->out, "the file to write, or -; default: standard output",
           Dash::isStream);
   addChoiceOfRows(*add("count", "Print the number of rows", Options::Action::count), *options);
   auto* last =

@@ -33,7 +33,7 @@ void addLog(CLI::App& app, ChosenCommand& run) {
   addNumber(*show, "--last", options->last, 1, "only the newest so many");
   show->add_flag("-f,--follow", options->follow, "wait for new rows");
   addPath(*addReading("export", "Write the log as one JSON document", LogOptions::Action::exportDocument),
-          "-o,--out", options->out, "the file to write; default, and -: standard output", Dash::isStream);
+          "-o,--out", options->out, "the file to write, or -; default: standard output", Dash::isStream);
   addReading("count", "Print the number of rows", LogOptions::Action::count);
   auto* remove = add("delete", "Delete the rows", LogOptions::Action::deleteRows);
   addInstant(*remove, "--before", options->before, "only those last heard before then; as --since");

@@ -29,6 +29,9 @@ inline const Choices<Format> kTwoFormats{{"table", Format::table}, {"jsonl", For
 inline const Choices<Format> kAllFormats{
     {"table", Format::table}, {"jsonl", Format::jsonl}, {"csv", Format::csv}};
 
+// What holds without an option is the end of its help, "; default: X", where it is not as without a word;
+// `config show` tells it, too.
+
 // "--count" of "-n,--count", FILE of FILE.
 inline std::string longName(const std::string& names) {
   const auto dashes = names.find("--");
@@ -89,8 +92,9 @@ void addChoice(CLI::App& command, const std::string& names, Value& value, const 
 }
 
 template <typename Value, typename Choice>
-void addFormat(CLI::App& command, Value& format, const Choices<Choice>& choices) {
-  addChoice(command, "-F,--format", format, choices, "how the output is written");
+void addFormat(CLI::App& command, Value& format, const Choices<Choice>& choices,
+               const std::string& fallback = "table") {
+  addChoice(command, "-F,--format", format, choices, "how the output is written; default: " + fallback);
 }
 
 inline const Choices<TimeForm> kTimeForms{

@@ -55,8 +55,8 @@ void readBroker(const std::string& text, Broker& broker) {
 void addBroker(CLI::App& command, Broker& broker) {
   command.add_option_function<std::string>(
       "--broker", [&broker](const std::string& text) { readBroker(text, broker); },
-      "mqtt://HOST:PORT, or mqtts:// for TLS; default mqtt://localhost, port 1883 and 8883");
-  addChoice(command, "--mqtt", broker.isVersion5, kVersions, "its version; default 5");
+      "mqtt://HOST:PORT, or mqtts:// for TLS; default: mqtt://localhost, port 1883 and 8883");
+  addChoice(command, "--mqtt", broker.isVersion5, kVersions, "its version; default: 5");
   addPath(command, "--ca", broker.authority, "who signs the broker's certificate; default: the system's");
   addPath(command, "--cert", broker.certificate, "the client's certificate");
   addPath(command, "--key", broker.key, "its key");
@@ -64,8 +64,8 @@ void addBroker(CLI::App& command, Broker& broker) {
 
 void addDiscovery(CLI::App& command, PublishOptions& options) {
   addChoice(command, "--discover", options.discovery.scope, kScopes,
-            "the beacons that Home Assistant shows by itself; known are those of the settings file, the "
-            "default");
+            "the beacons that Home Assistant shows by itself, known: those of the settings file; default: "
+            "known");
   command.add_flag("--shared-ids", options.discovery.isShared,
                    "one entity of a beacon that several gateways hear; all of them must say so");
   auto* forget =
@@ -112,11 +112,11 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
           "where to keep how far it was published; default: publish.json in the container");
   addFrom(*command, *options);
   addNumber(*command, "--max-rate", options->limits.mostPerSecond, 1,
-            "rows a second of what waited for the broker; default 1000");
+            "rows a second of what waited for the broker; default: 1000");
   addNumber(*command, "--max-backlog", options->limits.mostBacklog, 1,
-            "rows that may wait; beyond them the oldest readings are left out; default 10000000", INT64_MAX);
+            "rows that may wait; beyond them the oldest readings are left out; default: 10000000", INT64_MAX);
   addChoice(*command, "--batches", options->limits.batches, kBatches,
-            "also every row, for a fleet; collected: each until somebody has subscribed to it; default on");
+            "also every row, for a fleet; collected: each until somebody has subscribed to it; default: on");
   addDiscovery(*command, *options);
   addHearing(*command, options->hearing);
   command->callback([&run, options] {

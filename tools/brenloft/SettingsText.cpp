@@ -51,43 +51,74 @@ void writeSetting(std::string& text, const std::string& setting, const std::stri
   text += fmt::format("{:<40}  # {}\n", setting, origin);
 }
 
-// What holds where nothing is said; what depends on something else is told in words.
-void writeDefaults(std::string& text, const TomlValue::Table& table, const std::vector<SettingsKey>& keys) {
-  for (const SettingsKey& key : keys)
-    if (!key.fallback.empty() && std::ranges::find(table, key.name, &TomlEntry::key) == table.end())
-      writeSetting(text, fmt::format("#{}: {}", key.name, key.fallback), "default");
+bool stands(const TomlValue::Table& table, std::string_view key) {
+  return std::ranges::find(table, key, &TomlEntry::key) != table.end();
 }
 
-void writeSection(std::string& text, const std::string& name, const TomlValue::Table& table) {
-  for (const TomlEntry& entry : table)
-    if (!isSections(entry.value))
-      writeSetting(text, fmt::format("{} = {}", tomlKeyText(entry.key), tomlValueText(entry.value)),
-                   fmt::format("line {}", entry.value.line));
-  if (name.starts_with("beacon.")) writeDefaults(text, table, beaconKeys());
-  if (name == "alarm") writeDefaults(text, table, alarmKeys());
-  for (const TomlEntry& entry : table) {
-    if (!isSections(entry.value)) continue;
-    const std::string longer = (name.empty() ? "" : name + '.') + tomlKeyText(entry.key);
-    if (const auto* one = as<TomlValue::Table>(entry.value)) {
+class SettingsWriter {
+ public:
+  SettingsWriter(const TomlValue::Table& document, const CommandVocabulary& vocabulary)
+      : document_(document), vocabulary_(vocabulary) {}
+
+  std::string text() {
+    writeSection("", document_);
+    return std::move(text_);
+  }
+
+ private:
+  // What holds where nothing is said; what depends on something else is told in words.
+  void writeDefault(const TomlValue::Table& table, std::string_view key, std::string_view fallback) {
+    if (!fallback.empty() && !stands(table, key))
+      writeSetting(text_, fmt::format("#{}: {}", key, fallback), "default");
+  }
+
+  void writeDefaults(const std::string& name, const TomlValue::Table& table) {
+    const bool isBeacon = name.starts_with("beacon.");
+    if (isBeacon || name == "alarm")
+      for (const SettingsKey& key : isBeacon ? beaconKeys() : alarmKeys())
+        writeDefault(table, key.name, key.fallback);
+    std::string command = name;
+    std::ranges::replace(command, '.', ' ');
+    const auto options = vocabulary_.commands.find(command);
+    if (options == vocabulary_.commands.end()) return;
+    for (const CommandOption& option : options->second)
+      if (!stands(document_, option.name)) writeDefault(table, option.name, option.fallback);
+  }
+
+  void writeSection(const std::string& name, const TomlValue::Table& table) {
+    for (const TomlEntry& entry : table)
+      if (!isSections(entry.value))
+        writeSetting(text_, fmt::format("{} = {}", tomlKeyText(entry.key), tomlValueText(entry.value)),
+                     fmt::format("line {}", entry.value.line));
+    writeDefaults(name, table);
+    for (const TomlEntry& entry : table)
+      if (isSections(entry.value))
+        writeSections((name.empty() ? "" : name + '.') + tomlKeyText(entry.key), entry.value);
+  }
+
+  void writeSections(const std::string& name, const TomlValue& value) {
+    if (const auto* one = as<TomlValue::Table>(value)) {
       const bool hasOwn = std::ranges::any_of(*one, [](const auto& own) { return !isSections(own.value); });
-      if (hasOwn || one->empty()) text += fmt::format("\n[{}]\n", longer);
-      writeSection(text, longer, *one);
-    } else {
-      for (const TomlValue& element : *as<TomlValue::Array>(entry.value)) {
-        text += fmt::format("\n[[{}]]\n", longer);
-        writeSection(text, longer, *as<TomlValue::Table>(element));
-      }
+      if (hasOwn || one->empty()) text_ += fmt::format("\n[{}]\n", name);
+      return writeSection(name, *one);
+    }
+    for (const TomlValue& element : *as<TomlValue::Array>(value)) {
+      text_ += fmt::format("\n[[{}]]\n", name);
+      writeSection(name, *as<TomlValue::Table>(element));
     }
   }
-}
+
+  const TomlValue::Table& document_;
+  const CommandVocabulary& vocabulary_;
+  std::string text_;
+};
 
 }  // namespace
 
-std::string settingsText(std::string_view file) {
-  std::string text;
+std::string settingsText(std::string_view file, const CommandVocabulary& vocabulary) {
   const auto document = readToml(file);
-  if (const auto* table = std::get_if<TomlValue::Table>(&document)) writeSection(text, "", *table);
-  return text;
+  const auto* table = std::get_if<TomlValue::Table>(&document);
+  return table ? SettingsWriter(*table, vocabulary).text() : std::string();
 }
 
 }  // namespace brenloft
