@@ -18,7 +18,10 @@ using history::NewReading;
 using history::NewRecord;
 using history::Subject;
 
-constexpr std::chrono::seconds kBatchTime{1};
+// Routine readings are committed once in so long, for the sake of SD cards; who follows a beacon that is
+// heard now and then does not wait for that, but only for what is heard with it.
+constexpr std::chrono::milliseconds kBatchTime{750};
+constexpr std::chrono::milliseconds kGatherTime{200};
 constexpr std::size_t kBatchRows = 4096;
 constexpr std::chrono::seconds kRetryTime{5};
 // About 8 MB.
@@ -156,7 +159,9 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   // With the lock held.
   void schedule(bool isNow) {
     if (isNow && !std::exchange(isPosted_, true)) post([](Core& core) { core.write(); });
-    if (!isNow && !std::exchange(isTimed_, true)) after(kBatchTime, [](Core& core) { core.write(); });
+    if (isNow || std::exchange(isTimed_, true)) return;
+    const auto next = lastWrite_ ? *lastWrite_ + kBatchTime - dispatch_->now() : kGatherTime;
+    after(std::max<std::chrono::nanoseconds>(next, kGatherTime), [](Core& core) { core.write(); });
   }
 
   template <typename Work>
@@ -177,6 +182,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     {
       const std::scoped_lock pending(mutex_);
       isPosted_ = isTimed_ = isRetrying_ = false;
+      lastWrite_ = dispatch_->now();
     }
     if (isClosed_) return;
     drain();
@@ -312,6 +318,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   Lost lost_;
   Counts counts_;
   State state_;
+  std::optional<platform::dispatch_time_t> lastWrite_;
   bool isPosted_ = false;
   bool isTimed_ = false;
   bool isRetrying_ = false;

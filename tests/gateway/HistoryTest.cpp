@@ -205,24 +205,29 @@ TEST_F(HistoryTest, BatchesWhatIsRoutineAndCommitsWhatIsNotAtOnce) {
   auto writer = openWriter();
   auto reader = openReader();
   writer->accept(reading(1, kNow, 2000));
-  dispatch_->advance(900ms);
+  dispatch_->advance(199ms);
   EXPECT_EQ(*reader->count(), 0U);
-  dispatch_->advance(100ms);
+  dispatch_->advance(1ms);
+  EXPECT_EQ(*reader->count(), 1U) << "after a pause it waits for what is heard with it";
+  writer->accept(reading(1, kNow, 2000));
+  dispatch_->advance(749ms);
   EXPECT_EQ(*reader->count(), 1U);
+  dispatch_->advance(1ms);
+  EXPECT_EQ(*reader->count(), 2U) << "and so long from commit to commit";
   writer->accept(reading(1, kNow, 2000));
   writer->accept(BeaconEvent{.beacon = beacon(1), .heard = kNow, .kind = BeaconEvent::Kind::lost});
   dispatch_->runDue();
-  EXPECT_EQ(*reader->count(), 3U) << "with what waits before it";
+  EXPECT_EQ(*reader->count(), 4U) << "with what waits before it";
   auto emergency = reading(1, kNow, 2000);
   emergency.raw.emergency = emergency.shown.emergency = 1;
   writer->accept(emergency);
   dispatch_->runDue();
-  EXPECT_EQ(*reader->count(), 4U);
+  EXPECT_EQ(*reader->count(), 5U);
   auto strange = reading(1, kNow, 32160);
   strange.verdict = Verdict::temperature;
   writer->accept(strange);
   writer->flush();
-  EXPECT_EQ(writer->counts(), (HistoryWriter::Counts{.written = 4, .implausible = 1}));
+  EXPECT_EQ(writer->counts(), (HistoryWriter::Counts{.written = 5, .implausible = 1}));
 }
 
 TEST_F(HistoryTest, KeepsStatesWithTheirEventsAndForgetsThem) {
