@@ -20,7 +20,7 @@ macro(install_as file folder name)
   file(INSTALL DESTINATION ${folder} TYPE FILE RENAME ${name} FILES ${source}/packaging/${file})
 endmacro()
 
-foreach(name brenloft brenloft-publish)
+foreach(name brenloft brenloft-publish brenloft-serve)
   set(unit ${CMAKE_INSTALL_PREFIX}/lib/systemd/system/${name}.service)
   message(STATUS "Installing: $ENV{DESTDIR}${unit}")
   configure_file(${source}/packaging/${name}.service.in $ENV{DESTDIR}${unit} @ONLY)
