@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "gateway/history/HistoryReaderCore.h"
+#include "gateway/history/WriterLock.h"
 
 namespace brenloft {
 namespace {
@@ -198,6 +199,10 @@ Result<std::unique_ptr<HistoryReader>> HistoryReader::open(const std::filesystem
       platform::resultOf([&] { reader.reset(new HistoryReader(std::make_unique<Core>(file))); });
   if (!opened) return opened.error();
   return reader;
+}
+
+std::optional<bool> HistoryReader::isWritten(const std::filesystem::path& file) {
+  return history::WriterLock::isHeld(file);
 }
 
 HistoryReader::HistoryReader(std::unique_ptr<Core> core) : core_(std::move(core)) {}

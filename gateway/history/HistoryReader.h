@@ -76,6 +76,8 @@ class HistoryReader {
  public:
   /// `absent` where there is none.
   static platform::Result<std::unique_ptr<HistoryReader>> open(const std::filesystem::path& file);
+  /// Whether a process writes the history now; nothing where that cannot be told. Takes no part in it.
+  static std::optional<bool> isWritten(const std::filesystem::path& file);
   ~HistoryReader();
   HistoryReader(const HistoryReader&) = delete;
   HistoryReader& operator=(const HistoryReader&) = delete;

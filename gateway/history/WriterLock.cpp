@@ -7,13 +7,25 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include "platform/coredata/SQLiteDatabase.h"
 
 namespace brenloft::history {
 namespace {
+
+std::filesystem::path lockFileOf(const std::filesystem::path& history) {
+  return history.string() + "-lock";
+}
+
+// It belongs to the open file, as one of flock(2) does; but it can be asked for without being taken, so that
+// who looks is in no writer's way.
+struct flock wholeFile(short type) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  return lock;
+}
 
 [[noreturn]] void failLock(const std::filesystem::path& file) {
   const int code = errno == ENOSPC ? SQLITE_FULL : errno == EACCES || errno == EROFS ? SQLITE_READONLY : 0;
@@ -32,10 +44,11 @@ std::string holderOf(int descriptor) {
 }  // namespace
 
 WriterLock::WriterLock(const std::filesystem::path& history, bool isOwnerOnly) {
-  const std::filesystem::path file = history.string() + "-lock";
+  const std::filesystem::path file = lockFileOf(history);
   descriptor_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, isOwnerOnly ? 0600 : 0666);
   if (descriptor_ < 0) failLock(file);
-  if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) {
+  struct flock lock = wholeFile(F_WRLCK);
+  if (::fcntl(descriptor_, F_OFD_SETLK, &lock) == 0) {
     // For people only, so a full disk is no reason to fail.
     const std::string self = std::to_string(::getpid());
     if (::ftruncate(descriptor_, 0) != 0 || ::pwrite(descriptor_, self.data(), self.size(), 0) < 0) return;
@@ -48,6 +61,15 @@ WriterLock::WriterLock(const std::filesystem::path& history, bool isOwnerOnly) {
 
 WriterLock::~WriterLock() {
   ::close(descriptor_);
+}
+
+std::optional<bool> WriterLock::isHeld(const std::filesystem::path& history) {
+  const int descriptor = ::open(lockFileOf(history).c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return errno == ENOENT ? std::optional(false) : std::nullopt;
+  struct flock lock = wholeFile(F_RDLCK);
+  const bool isKnown = ::fcntl(descriptor, F_OFD_GETLK, &lock) == 0;
+  ::close(descriptor);
+  return isKnown ? std::optional(lock.l_type != F_UNLCK) : std::nullopt;
 }
 
 }  // namespace brenloft::history

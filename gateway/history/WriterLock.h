@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 
 namespace brenloft::history {
 
@@ -13,6 +14,9 @@ class WriterLock {
   ~WriterLock();
   WriterLock(const WriterLock&) = delete;
   WriterLock& operator=(const WriterLock&) = delete;
+
+  /// Whether anybody has it, without taking it; nothing where that cannot be told.
+  static std::optional<bool> isHeld(const std::filesystem::path& history);
 
  private:
   int descriptor_ = -1;

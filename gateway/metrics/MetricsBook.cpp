@@ -117,14 +117,15 @@ void MetricsBook::take(const BeaconEvent& event) {
   if (event.kind == Kind::alarmCleared) entry->raised.erase(event.text);
 }
 
-MetricsSnapshot MetricsBook::snapshot(platform::Date now) const {
-  MetricsSnapshot snapshot{.made = now, .isListening = isListening_, .omittedReadings = omittedReadings_};
+MetricsSnapshot MetricsBook::snapshot(platform::Date now, bool isWritten) const {
+  const bool isListening = isListening_ && isWritten;
+  MetricsSnapshot snapshot{.made = now, .isListening = isListening, .omittedReadings = omittedReadings_};
   const auto settings = settings_();
   for (const auto& [beacon, known] : settings->beacons)
     if (!known.ignore && !entries_.contains(beacon))
-      snapshot.beacons.push_back(metricsOf(beacon, nullptr, *settings, now));
+      snapshot.beacons.push_back(metricsOf(beacon, nullptr, *settings, now, isListening));
   for (const auto& [beacon, entry] : entries_) {
-    BeaconMetrics metrics = metricsOf(beacon, &entry, *settings, now);
+    BeaconMetrics metrics = metricsOf(beacon, &entry, *settings, now, isListening);
     if (metrics.isPresent.value_or(false) || !entry.raised.empty() || settings->beacon(beacon) != nullptr)
       snapshot.beacons.push_back(std::move(metrics));
   }
@@ -133,7 +134,7 @@ MetricsSnapshot MetricsBook::snapshot(platform::Date now) const {
 }
 
 BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
-                                     platform::Date now) const {
+                                     platform::Date now, bool isListening) const {
   BeaconMetrics metrics{.beacon = beacon, .label = settings.labelOf(beacon)};
   for (const AlarmRule& rule : settings.alarms)
     if (AlarmBook::concerns(rule, beacon, settings.beacon(beacon)))
@@ -148,7 +149,7 @@ BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry,
   // Who should have been heard long ago and was never lost: nobody listens any more.
   const bool isTrue =
       !isPresent || (isHeard && isFresh(*entry->reading, entry->gaps, settings.beacon(beacon), now));
-  if (!isListening_ || !isTrue) return metrics;
+  if (!isListening || !isTrue) return metrics;
   metrics.isPresent = isPresent;
   if (isPresent) {
     metrics.shown = entry->reading->shown;

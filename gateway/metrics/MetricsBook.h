@@ -46,8 +46,9 @@ class MetricsBook final : public Sink {
   void flush() override {}
   State state() const override { return {}; }
 
-  /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens.
-  MetricsSnapshot snapshot(platform::Date now) const;
+  /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens. Where the
+  /// records come out of a history that no process writes any more, nothing listens.
+  MetricsSnapshot snapshot(platform::Date now, bool isWritten = true) const;
 
  private:
   struct Entry {
@@ -66,7 +67,7 @@ class MetricsBook final : public Sink {
   static void take(const Reading& reading, Entry& entry);
   void take(const BeaconEvent& event);
   BeaconMetrics metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
-                          platform::Date now) const;
+                          platform::Date now, bool isListening) const;
 
   const CurrentSettings settings_;
   std::map<BeaconId, Entry> entries_;

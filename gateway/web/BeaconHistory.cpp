@@ -65,7 +65,7 @@ void writeCurve(JSONWriter& json, std::size_t quantity, const PageCurve& curve) 
 
 platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const Settings& settings,
                                                   const BeaconId& beacon, const HistorySpan& span,
-                                                  std::size_t points) {
+                                                  std::size_t points, bool isWritten) {
   try {
     BeaconHistory history{.id = beacon, .label = settings.labelOf(beacon)};
     Date heardLast = Date::min();
@@ -75,10 +75,11 @@ platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const S
       heardLast = std::max(heardLast, std::min(heardAt(one.latest->record), span.until));
       if (one.beacon == beacon) latest = std::get<Reading>(one.latest->record);
     }
-    const PageStory story = readStory(reader, span, heardLast);
+    const PageStory story = readStory(reader, span, heardLast, isWritten);
     const BeaconStory* told = story.find(beacon);
     history.outages = story.outages();
     history.presence = presenceOf(told, isPresent(told, latest), span);
+    history.knownSince = knownSince(told, require(reader.extent()));
     if (told != nullptr) history.marks = told->marks;
     history.layer =
         readLayer(reader, beacon, span, points, silencesOf(span, history.presence, history.outages));
@@ -99,6 +100,7 @@ std::string historyJson(const BeaconHistory& history) {
   json.plainKey("width").number(history.layer.width.count());
   writeSpans(json, "outages", history.outages);
   writeSpans(json, "presence", history.presence);
+  json.plainKey("known_since").number(platform::wholeSecondsSince1970(history.knownSince));
   json.plainKey("marks").beginArray();
   for (const PageMark& mark : history.marks)
     json.beginArray()

@@ -45,13 +45,22 @@ void writeValues(JSONWriter& json, const Reading* latest) {
   writeNumber(json, "rssi", latest == nullptr ? std::nullopt : latest->rssi);
 }
 
-void writeBeacon(JSONWriter& json, const PageBeacon& beacon) {
+// While nothing listens nobody knows.
+void writePresence(JSONWriter& json, const PageBeacon& beacon, bool isKnown) {
+  json.plainKey("present");
+  if (isKnown)
+    json.boolean(beacon.isPresent);
+  else
+    json.null();
+}
+
+void writeBeacon(JSONWriter& json, const PageModel& page, const PageBeacon& beacon) {
   json.beginObject();
   json.plainKey("beacon").text(beacon.id.text());
   json.plainKey("kind").text(beacon.id.kind() == BeaconId::Kind::sensor ? "sensor" : "ibeacon");
   json.plainKey("name").text(beacon.label.name);
   json.plainKey("place").text(beacon.label.place);
-  json.plainKey("present").boolean(beacon.isPresent);
+  writePresence(json, beacon, !page.deafSince);
   writeValues(json, beacon.latest ? &*beacon.latest : nullptr);
   json.plainKey("battery_per_day");
   if (beacon.trend)
@@ -85,22 +94,25 @@ std::string beaconList(const PageModel& page, int64_t seq) {
   json.beginObject();
   writeDate(json, "time", page.now());
   json.plainKey("seq").number(seq);
-  writeDate(json, "nothing_listens_since",
-            page.outageNow() == nullptr ? std::nullopt : std::optional(page.outageNow()->since));
+  writeDate(json, "nothing_listens_since", page.deafSince);
   json.plainKey("beacons").beginArray();
-  for (const PageBeacon& beacon : page.beacons) writeBeacon(json, beacon);
+  for (const PageBeacon& beacon : page.beacons) writeBeacon(json, page, beacon);
   json.endArray().endObject().endLine();
   return std::string(json.written());
 }
 
 HealthText healthOf(const PageModel& page) {
-  const HistorySpan* outage = page.outageNow();
-  const bool isWell = page.extent && outage == nullptr;
+  const bool isWell = page.extent && page.isWritten && !page.deafSince;
   const auto newest = newestReading(page);
   JSONWriter json;
   json.beginObject();
   json.plainKey("status").text(!page.extent ? "no history yet" : isWell ? "ok" : "nothing listens");
-  writeDate(json, "nothing_listens_since", outage == nullptr ? std::nullopt : std::optional(outage->since));
+  json.plainKey("reason");
+  if (isWell || !page.extent)
+    json.null();
+  else
+    json.text(page.isWritten ? "the radio hears nothing" : "no process writes the history");
+  writeDate(json, "nothing_listens_since", page.deafSince);
   writeDate(json, "newest_reading", newest);
   json.plainKey("newest_reading_age");
   if (newest)

@@ -94,13 +94,14 @@ void beacon(JSONWriter& json, const PageModel& page, const PageBeacon& one) {
         [&](Need need) { json.beginArray().text(wordOf(need).word).text(wordOf(need).css).endArray(); });
   json.plainKey("saying").text(printable(sayingOf(page, one)));
   array(json, "facts", factsOf(page, one), [&](const Fact& fact) {
-    json.beginArray().text(fact.name).text(fact.value).text(fact.unit).boolean(fact.isBad).endArray();
+    json.beginArray().text(fact.name).text(fact.value).text(fact.unit).text(fact.css).endArray();
   });
   limits(json, one);
   spans(json, "presence", one.presence);
+  json.plainKey("known_since").number(secondsOf(one.knownSince));
   array(json, "marks", one.marks, [&](const PageMark& mark) {
     json.beginArray().number(secondsOf(mark.span.since)).number(secondsOf(mark.span.until));
-    json.text(mark.rule.empty() ? "emergency" : "alarm").endArray();
+    json.text(mark.rule.empty() ? "emergency" : "alarm").text(printable(mark.rule)).endArray();
   });
   array(json, "layers", one.layers, [&](const PageLayer& layer) {
     // Pieces begin at multiples of their width.

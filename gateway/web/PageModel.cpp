@@ -42,8 +42,10 @@ class ModelReader {
     const HistorySpan extent = require(reader_.extent());
     if (extent.since < extent.until) page_.extent = extent;
     const auto heard = heardBeacons();
-    const PageStory story = readStory(reader_, page_.span, heardLast_);
+    page_.isWritten = request_.isWritten;
+    const PageStory story = readStory(reader_, page_.span, heardLast_, page_.isWritten);
     page_.outages = story.outages();
+    page_.deafSince = story.deafSince();
     page_.earlierEvents = story.earlierEvents();
     choose(heard);
     for (PageBeacon& beacon : page_.beacons) complete(beacon, story.find(beacon.id));
@@ -124,6 +126,7 @@ class ModelReader {
       if (AlarmBook::concerns(rule, beacon.id, settings_.beacon(beacon.id))) beacon.rules.push_back(rule);
     beacon.isPresent = isPresent(story, beacon.latest);
     beacon.presence = presenceOf(story, beacon.isPresent, page_.span);
+    beacon.knownSince = knownSince(story, page_.extent.value_or(page_.span));
     if (story != nullptr) {
       beacon.emergencySince = story->emergencySince;
       for (const auto& [rule, since] : story->raised) beacon.raised.push_back({rule, since});
@@ -182,7 +185,7 @@ class ModelReader {
   std::vector<Need> needsOf(const PageBeacon& beacon) const {
     std::vector<Need> needs;
     if (!beacon.latest) return {Need::notHeard};
-    const bool isSilent = !beacon.isPresent && isKnown(beacon.id) && page_.outageNow() == nullptr;
+    const bool isSilent = !beacon.isPresent && isKnown(beacon.id) && !page_.deafSince;
     const auto battery = beacon.latest->shown.battery;
     const bool isLow =
         battery && (*battery <= kLowBattery || (beacon.empty && *beacon.empty < page_.now() + kSoonEmpty));
@@ -235,8 +238,8 @@ bool PageBeacon::isInfo(const RaisedAlarm& alarm) const {
   return known != nullptr && known->severity == AlarmSeverity::info;
 }
 
-const HistorySpan* PageModel::outageNow() const {
-  return !outages.empty() && outages.back().until == span.until ? &outages.back() : nullptr;
+Date PageModel::knownUntil() const {
+  return std::min(now(), deafSince.value_or(now()));
 }
 
 platform::Result<PageModel> readPageModel(HistoryReader& reader, const Settings& settings,

@@ -66,6 +66,7 @@ struct PageBeacon {
   std::optional<platform::Date> empty{};  ///< when its battery will be, at that trend
 
   std::vector<HistorySpan> presence{};  ///< by time; outages are not taken out
+  platform::Date knownSince{};          ///< before it the history tells nothing of its presence
   std::vector<PageMark> marks{};
   std::vector<PageDay> days{};
   PageCurve recent{};               ///< temperature in `PageModel::recent`
@@ -97,16 +98,20 @@ struct PageModel {
   std::vector<PageEvent> events{};      ///< the newest first
   std::size_t earlierEvents = 0;        ///< beyond what a page holds
   std::optional<HistorySpan> extent{};  ///< of the history; nothing without rows
+  bool isWritten = true;                ///< else no process listens for it
+  /// Where nothing listens now: since when, which may be before the span.
+  std::optional<platform::Date> deafSince{};
 
   platform::Date now() const { return span.until; }
-  /// The outage that goes on, if one does.
-  const HistorySpan* outageNow() const;
+  /// Until when anything is known: its present, unless nothing listens.
+  platform::Date knownUntil() const;
 };
 
 struct PageRequest {
   HistorySpan span{};               ///< both ends given
   std::vector<BeaconId> beacons{};  ///< none: all
   bool hasLayers = true;            ///< what charts show; else they ask for it themselves
+  bool isWritten = true;            ///< the span ends now, and a process goes on writing
 };
 
 /// Reads what a page shows. Strangers that were not heard in the span are left out; so is what the settings

@@ -71,7 +71,7 @@ void eachRow(HistoryReader& reader, const HistoryFilter& filter,
   }
 }
 
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, Date heardLast) {
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, Date heardLast, bool isWritten) {
   PageStory story(span);
   eachRow(reader, {.span = {.until = span.until}, .hasReadings = false}, [&](const HistoryRow& row) {
     const auto& event = std::get<BeaconEvent>(row.record);
@@ -84,7 +84,7 @@ PageStory readStory(HistoryReader& reader, const HistorySpan& span, Date heardLa
     story.take(event, silentFrom);
     heardLast = std::max(heardLast, event.heard);
   });
-  if (heardLast > Date::min()) story.finish(heardLast);
+  if (heardLast > Date::min()) story.finish(heardLast, isWritten);
   return story;
 }
 
@@ -97,6 +97,10 @@ bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest) {
 std::vector<HistorySpan> presenceOf(const BeaconStory* story, bool isPresent, const HistorySpan& span) {
   if (isPresent && (story == nullptr || !story->isPresent)) return {span};
   return story == nullptr ? std::vector<HistorySpan>() : story->presence;
+}
+
+Date knownSince(const BeaconStory* story, const HistorySpan& extent) {
+  return story != nullptr && story->foundFirst ? *story->foundFirst : extent.since;
 }
 
 }  // namespace brenloft::web

@@ -38,10 +38,12 @@ PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const History
 void eachRow(HistoryReader& reader, const HistoryFilter& filter,
              const std::function<void(const HistoryRow&)>& take);
 /// Of everything that happened before the end of a span; `heardLast` is the newest reading's time before it.
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, platform::Date heardLast);
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, platform::Date heardLast, bool isWritten);
 /// Whether a beacon was there at the end of the span, as far as its newest reading and the events tell.
 bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest);
 /// When it was there.
 std::vector<HistorySpan> presenceOf(const BeaconStory* story, bool isPresent, const HistorySpan& span);
+/// From when on a history of this extent tells whether it was there.
+platform::Date knownSince(const BeaconStory* story, const HistorySpan& extent);
 
 }  // namespace brenloft::web

@@ -113,7 +113,7 @@ class PageServer::Run {
   }
 
   Answer metrics() const {
-    MetricsSnapshot snapshot = metrics_->snapshot(server_.dispatch_->date());
+    MetricsSnapshot snapshot = metrics_->snapshot(server_.dispatch_->date(), isWritten_);
     snapshot.version = options_.version;
     return {.content = makeContent(kMetricsType.substr(0, kMetricsType.rfind(';')), renderMetrics(snapshot))};
   }
@@ -131,7 +131,10 @@ class PageServer::Run {
       ::eventfd_read(server_.wake_, &count);
     }
     errands_.run();
-    if (ready[1].revents != 0 && follow()) http_->wakeStreams();
+    if (ready[1].revents != 0) {
+      if (follow()) http_->wakeStreams();
+      lookForWriter();
+    }
     if (server_.dispatch_->now() >= nextHeartbeat_) beat();
     http_->run();
   }
@@ -144,6 +147,13 @@ class PageServer::Run {
   std::string timeText() const {
     const std::chrono::duration<double> now = server_.dispatch_->date().time_since_epoch();
     return fmt::format("event: time\ndata: {:.3f}\n\n", now.count());
+  }
+
+  bool isWritten() const { return HistoryReader::isWritten(options_.history).value_or(true); }
+  // The history itself says nothing when its writer is killed.
+  void lookForWriter() {
+    if (const bool is = isWritten(); is != std::exchange(isWritten_, is))
+      http_->wakeStreams(fmt::format("event: writer\ndata: {}\n\n", is));
   }
 
   // Whether there is something new.
@@ -223,6 +233,7 @@ class PageServer::Run {
   RecordLines lines_{RecordLines::Format::readings};
   HistoryIdentity identity_{};
   std::optional<MetricsBook> metrics_{std::in_place, [this] { return server_.settings_->current(); }};
+  bool isWritten_ = isWritten();
   int64_t tip_ = 0;  // the newest row that the ring has
   std::shared_ptr<EventRing> ring_ = std::make_shared<EventRing>(0);
   std::vector<std::weak_ptr<EventStream>> streams_;
@@ -263,7 +274,7 @@ void PageServer::wake() {
   ::eventfd_write(wake_, 1);
 }
 
-Result<> PageServer::run() {
+Result<> PageServer::run(const std::function<void()>& onReady) {
   auto follower = HistoryFollower::open(options_.history);
   if (!follower) return follower.error().in(options_.history.parent_path().native());
   std::unique_ptr<HttpServer> http;
@@ -273,6 +284,7 @@ Result<> PageServer::run() {
       [&run](const Request& request, uint64_t number) { return run.handle(request, number); });
   if (!opened) return opened.error();
   http = *std::move(opened);
+  if (onReady) onReady();
   run.run();
   http.reset();
   return {};

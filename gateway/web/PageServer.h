@@ -41,8 +41,8 @@ class PageServer {
 
   /// "http://127.0.0.1:8880/"
   std::string url() const;
-  /// Until `stop`. An error is one that trying again does not mend.
-  platform::Result<> run();
+  /// Until `stop`. `onReady` is called once it answers. An error is one that trying again does not mend.
+  platform::Result<> run(const std::function<void()>& onReady = {});
   void stop();
   /// The settings in force may be others.
   void wake();

@@ -24,7 +24,10 @@ bool PageStory::isStart(const BeaconEvent& event) const {
 void PageStory::take(const BeaconEvent& event, std::optional<Date> silentFrom) {
   const auto after = pauseBefore(event);
   if (event.kind == Kind::radio) radio(event, silentFrom);
-  if (event.beacon) beacon(beacons_[*event.beacon], event);
+  if (event.beacon) {
+    const auto [known, isFirst] = beacons_.try_emplace(*event.beacon);
+    beacon(known->second, event, isFirst);
+  }
   if (!span_.contains(event.heard)) return;
   events_.push_back({event, after});
   if (events_.size() <= kMostEvents) return;
@@ -52,10 +55,11 @@ void PageStory::radio(const BeaconEvent& event, std::optional<Date> silentFrom) 
   }
 }
 
-void PageStory::beacon(Open& open, const BeaconEvent& event) {
+void PageStory::beacon(Open& open, const BeaconEvent& event, bool isFirst) {
   BeaconStory& story = open.story;
   switch (event.kind) {
     case Kind::found:
+      if (isFirst) story.foundFirst = event.heard;
       story.isPresent = true;
       if (!open.presentSince) open.presentSince = event.heard;
       return;
@@ -89,16 +93,15 @@ void PageStory::beacon(Open& open, const BeaconEvent& event) {
   }
 }
 
-void PageStory::finish(Date heardLast) {
+void PageStory::finish(Date heardLast, bool isWritten) {
+  if (!silentSince_ && (!isWritten || heardLast < span_.until - kStopped)) silentSince_ = heardLast;
+  const Date known = std::min(silentSince_.value_or(span_.until), span_.until);
   for (auto& [id, open] : beacons_) {
     if (open.presentSince) addPresence(open, {*open.presentSince, span_.until});
-    if (open.story.emergencySince) addMark(open, {*open.story.emergencySince, span_.until}, "");
-    for (const auto& [rule, since] : open.story.raised) addMark(open, {since, span_.until}, rule);
+    if (open.story.emergencySince) addMark(open, {*open.story.emergencySince, known}, "");
+    for (const auto& [rule, since] : open.story.raised) addMark(open, {since, known}, rule);
   }
-  if (silentSince_)
-    addOutage({*silentSince_, span_.until});
-  else if (heardLast < span_.until - kStopped)
-    addOutage({heardLast, span_.until});
+  if (silentSince_) addOutage({*silentSince_, span_.until});
 }
 
 const BeaconStory* PageStory::find(const BeaconId& beacon) const {

@@ -20,6 +20,8 @@ struct BeaconStory {
   /// Nothing where no event told of its presence.
   std::optional<bool> isPresent{};
   std::optional<platform::Date> lostAt{};
+  /// When it was found, where nothing was told of it before.
+  std::optional<platform::Date> foundFirst{};
 };
 
 /// Follows the events of a history up to the end of a span, in their order, also those before the span: what
@@ -35,12 +37,14 @@ class PageStory {
   /// started. Then `silentFrom` is when the last row before it was heard.
   bool isStart(const BeaconEvent& event) const;
   void take(const BeaconEvent& event, std::optional<platform::Date> silentFrom = std::nullopt);
-  /// What goes on, goes on until the end. `heardLast` is the newest row's time: long before the end, nothing
-  /// listens any more.
-  void finish(platform::Date heardLast);
+  /// What goes on, goes on until the end, or until nothing listens. `heardLast` is the newest row's time:
+  /// where no process writes rows any more, or for long none came, nothing has listened since.
+  void finish(platform::Date heardLast, bool isWritten);
 
   const BeaconStory* find(const BeaconId& beacon) const;
   const std::vector<HistorySpan>& outages() const { return outages_; }
+  /// Since when nothing listens, where nothing does at the end.
+  std::optional<platform::Date> deafSince() const { return silentSince_; }
   /// The oldest first.
   const std::deque<PageEvent>& events() const { return events_; }
   std::size_t earlierEvents() const { return earlierEvents_; }
@@ -53,7 +57,7 @@ class PageStory {
 
   std::optional<std::chrono::microseconds> pauseBefore(const BeaconEvent& event) const;
   void radio(const BeaconEvent& event, std::optional<platform::Date> silentFrom);
-  void beacon(Open& open, const BeaconEvent& event);
+  void beacon(Open& open, const BeaconEvent& event, bool isFirst);
   /// What of it lies in the span.
   std::optional<HistorySpan> inSpan(HistorySpan part) const;
   void addPresence(Open& open, HistorySpan part) const;

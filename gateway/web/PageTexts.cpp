@@ -35,11 +35,60 @@ std::string_view unitOf(AlarmQuantity quantity) {
   return kUnits[static_cast<std::size_t>(quantity)];
 }
 
-// A value in the unit of a rule's quantity.
-std::string valueWithUnit(AlarmQuantity quantity, int32_t value) {
-  const int places = quantity == AlarmQuantity::humidity ? 0 : 1;
-  return (isHundredths(quantity) ? decimalText(value, places) : wholeText(value)) +
-         std::string(unitOf(quantity));
+constexpr int kMostPlaces = 2;
+
+int usualPlaces(AlarmQuantity quantity) {
+  return quantity == AlarmQuantity::humidity ? 0 : 1;
+}
+
+// In hundredths, rounded to so many places.
+int64_t rounded(int32_t value, int places) {
+  const int64_t step = places == 0 ? 100 : places == 1 ? 10 : 1;
+  return std::llround(static_cast<double>(value) / static_cast<double>(step)) * step;
+}
+
+// A value in the unit of a rule's quantity, with as many places as leave it on its side of a limit.
+std::string valueWithUnit(AlarmQuantity quantity, int32_t value, std::optional<int32_t> limit = {}) {
+  const std::string unit(unitOf(quantity));
+  if (!isHundredths(quantity)) return wholeText(value) + unit;
+  int places = usualPlaces(quantity);
+  while (limit && places < kMostPlaces && (rounded(value, places) <=> *limit) != (int64_t{value} <=> *limit))
+    ++places;
+  return decimalText(value, places) + unit;
+}
+
+// A limit is told as it was given.
+std::string limitWithUnit(AlarmQuantity quantity, int32_t limit) {
+  const std::string unit(unitOf(quantity));
+  if (!isHundredths(quantity)) return wholeText(limit) + unit;
+  int places = usualPlaces(quantity);
+  while (rounded(limit, places) != limit) ++places;
+  return decimalText(limit, places) + unit;
+}
+
+// Which limit a value that raised the alarm has passed.
+std::optional<int32_t> limitPassed(const AlarmRule& rule, int32_t value) {
+  if (!rule.above || !rule.below) return rule.above ? rule.above : rule.below;
+  return int64_t{value} * 2 > int64_t{*rule.above} + *rule.below ? rule.above : rule.below;
+}
+
+// Nothing for what no single reading has.
+std::string_view liveKeyOf(AlarmQuantity quantity) {
+  switch (quantity) {
+    case AlarmQuantity::temperature:
+      return "temperature";
+    case AlarmQuantity::humidity:
+      return "humidity";
+    case AlarmQuantity::battery:
+      return "battery";
+    case AlarmQuantity::rssi:
+      return "rssi";
+    case AlarmQuantity::dewPoint:
+    case AlarmQuantity::emergency:
+    case AlarmQuantity::silence:
+      return {};
+  }
+  return {};
 }
 
 std::optional<int32_t> valueOf(AlarmQuantity quantity, const Reading& reading) {
@@ -67,9 +116,9 @@ std::string limitText(const AlarmRule& rule) {
   if (rule.quantity == AlarmQuantity::silence) return "not heard";
   if (rule.quantity == AlarmQuantity::emergency) return "emergency";
   std::string text;
-  if (rule.below) text += "below " + valueWithUnit(rule.quantity, *rule.below);
+  if (rule.below) text += "below " + limitWithUnit(rule.quantity, *rule.below);
   if (rule.above)
-    text += (text.empty() ? "above " : " or above ") + valueWithUnit(rule.quantity, *rule.above);
+    text += (text.empty() ? "above " : " or above ") + limitWithUnit(rule.quantity, *rule.above);
   return text;
 }
 
@@ -105,14 +154,18 @@ Attention alarmLine(const PageModel& page, const PageBeacon& beacon, const Raise
   if (rule != nullptr) {
     since -= rule->hold;
     what = limitText(*rule);
-    if (rule->quantity == AlarmQuantity::silence) line.figure = "No value";
-    if (const auto value = valueOf(rule->quantity, *beacon.latest))
-      line.figure = valueWithUnit(rule->quantity, *value);
+    if (rule->quantity == AlarmQuantity::silence) line.figure = "Not heard";
+    if (const auto value = valueOf(rule->quantity, *beacon.latest)) {
+      const auto limit = limitPassed(*rule, *value);
+      line.figure = valueWithUnit(rule->quantity, *value, limit);
+      line.live = {liveKeyOf(rule->quantity), unitOf(rule->quantity), limit};
+    }
   }
   if (line.figure.empty()) line.figure = "Raised";
   line.why = fmt::format("{} since {}", capitalised(what), sinceText(since, page.now()));
-  if (rule != nullptr) line.why += fmt::format(" ({})", rule->text.empty() ? rule->name : rule->text);
-  line.duration = durationText(page.now() - since);
+  if (rule != nullptr)
+    line.why += fmt::format(" ({}{}{})", rule->name, rule->text.empty() ? "" : ": ", rule->text);
+  line.duration = durationText(page.knownUntil() - since);
   return line;
 }
 
@@ -121,27 +174,29 @@ Attention lineOf(const PageModel& page, const PageBeacon& beacon, Need need) {
   switch (need) {
     case Need::emergency:
       line.figure = "Signalled";
-      line.why = fmt::format("By the beacon since {}, still on",
+      line.why = fmt::format("By the beacon since {}{}",
                              midnight(*beacon.emergencySince) == midnight(page.now())
                                  ? secondText(*beacon.emergencySince)
-                                 : sinceText(*beacon.emergencySince, page.now()));
-      line.duration = durationText(page.now() - *beacon.emergencySince);
+                                 : sinceText(*beacon.emergencySince, page.now()),
+                             page.deafSince ? "" : ", still on");
+      line.duration = durationText(page.knownUntil() - *beacon.emergencySince);
       break;
     case Need::silent:
-      line.figure = "No value";
+      line.figure = "Not heard";
       line.why = lastHeardText(page, *beacon.latest);
       line.duration = durationText(page.now() - beacon.latest->heard);
       break;
     case Need::battery:
       line.figure = fmt::format("{} %", *beacon.latest->shown.battery);
+      line.live = {"battery", " %"};
       line.why = "Empty " + emptyText(page, beacon);
       if (beacon.empty)
         line.why += fmt::format(" at the trend since {}", dayText(beacon.trend->since, page.now()));
       if (beacon.empty) line.duration = daysLeftText(page, *beacon.empty);
       break;
     case Need::notHeard:
-      line.figure = "No value";
-      line.why = "Never heard, though the settings name it: " + beacon.id.text();
+      line.figure = "Never heard";
+      line.why = "The settings name it: " + beacon.id.text();
       break;
     case Need::alarm:
     case Need::info:
@@ -156,10 +211,10 @@ std::string alarmText(const BeaconEvent& event) {
   if (!event.alarm) return text;
   const AlarmFacts& facts = *event.alarm;
   const bool isSilence = facts.quantity == AlarmQuantity::silence;
-  if (facts.value && !isSilence) text += ": " + valueWithUnit(facts.quantity, *facts.value);
+  if (facts.value && !isSilence) text += ": " + valueWithUnit(facts.quantity, *facts.value, facts.threshold);
   if (facts.threshold)
     text += isSilence ? ": not heard for " + durationText(std::chrono::seconds(*facts.threshold))
-                      : ", limit " + valueWithUnit(facts.quantity, *facts.threshold);
+                      : ", limit " + limitWithUnit(facts.quantity, *facts.threshold);
   return facts.text.empty() ? text : text + ". " + facts.text;
 }
 
@@ -198,13 +253,14 @@ std::vector<Attention> attentionOf(const PageModel& page) {
     std::ranges::move(linesOf(page, beacon), std::back_inserter(lines));
   std::ranges::stable_sort(lines, {},
                            [](const Attention& line) { return std::pair(line.need, !line.isCritical); });
-  if (const HistorySpan* outage = page.outageNow())
+  if (page.deafSince)
     lines.insert(lines.begin(),
                  {.beacon = nullptr,
                   .need = Need::alarm,
                   .figure = "Hears nothing",
-                  .why = fmt::format("Since {}. All values are old", sinceText(outage->since, page.now())),
-                  .duration = durationText(page.now() - outage->since)});
+                  .why = fmt::format("Since {}{}. All values are old", sinceText(*page.deafSince, page.now()),
+                                     page.isWritten ? "" : ", and no process writes the history"),
+                  .duration = durationText(page.now() - *page.deafSince)});
   return lines;
 }
 
@@ -230,7 +286,8 @@ std::string ruleText(const AlarmRule& rule) {
 std::string ageText(const PageModel& page, const PageBeacon& beacon) {
   if (!beacon.latest) return "never";
   const auto age = page.now() - beacon.latest->heard;
-  return beacon.isPresent && age < std::chrono::minutes(1) ? "now" : durationText(age);
+  const bool isThere = beacon.isPresent && !page.deafSince;
+  return isThere && age < std::chrono::minutes(1) ? "now" : durationText(age);
 }
 
 bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity) {
@@ -240,27 +297,34 @@ bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity) {
   });
 }
 
+std::string_view stateOf(const PageBeacon& beacon, Need need) {
+  return beacon.has(need) ? wordOf(need).css : std::string_view();
+}
+
 std::vector<Fact> factsOf(const PageModel& page, const PageBeacon& beacon) {
   std::vector<Fact> facts;
   if (!beacon.latest) return facts;
   const Reading& latest = *beacon.latest;
   const Quantities& shown = latest.shown;
   const bool isOld = page.now() - latest.heard > std::chrono::minutes(5);
-  const auto add = [&](const char* name, std::string value, const char* unit, bool isBad) {
-    facts.push_back({name + std::string(isOld ? ", last" : ""), std::move(value), unit, isBad});
+  const auto add = [&](const char* name, std::string value, const char* unit, std::string_view css) {
+    facts.push_back({name + std::string(isOld ? ", last" : ""), std::move(value), unit, css});
+  };
+  const auto alarmOf = [&](AlarmQuantity quantity) {
+    return isAlarmed(beacon, quantity) ? wordOf(Need::alarm).css : std::string_view();
   };
   if (shown.temperature)
-    add("Temperature", decimalText(*shown.temperature, 1), "°C",
-        isAlarmed(beacon, AlarmQuantity::temperature));
+    add("Temperature", decimalText(*shown.temperature, 1), "°C", alarmOf(AlarmQuantity::temperature));
   if (shown.humidity)
-    add("Humidity", decimalText(*shown.humidity, 0), "% RH", isAlarmed(beacon, AlarmQuantity::humidity));
+    add("Humidity", decimalText(*shown.humidity, 0), "% RH", alarmOf(AlarmQuantity::humidity));
   if (shown.battery) {
-    add("Battery", wholeText(*shown.battery), "%", beacon.has(Need::battery));
+    add("Battery", wholeText(*shown.battery), "%", stateOf(beacon, Need::battery));
     facts.push_back({"Battery empty", emptyText(page, beacon), ""});
   }
-  if (latest.rssi) add("Signal", wholeText(*latest.rssi), "dBm", isAlarmed(beacon, AlarmQuantity::rssi));
-  facts.push_back({"Heard", sinceText(latest.heard, page.now()), isOld ? ageText(page, beacon) + " ago" : "",
-                   beacon.has(Need::silent)});
+  if (latest.rssi) add("Signal", wholeText(*latest.rssi), "dBm", alarmOf(AlarmQuantity::rssi));
+  const std::string age = ageText(page, beacon);
+  facts.push_back({"Heard", age == "now" ? age : age + " ago", sinceText(latest.heard, page.now()),
+                   stateOf(beacon, Need::silent)});
   return facts;
 }
 
@@ -282,7 +346,7 @@ EventText textOf(const PageEvent& told) {
   const std::string after = told.after ? " again after " + durationText(*told.after) : "";
   switch (event.kind) {
     case Happened::found:
-      return {{"Heard", ""}, told.after ? after.substr(1) : "first heard"};
+      return {{"Heard", ""}, told.after ? after.substr(1) : "for the first time"};
     case Happened::lost:
       return {{"Silent", "wa"}, "not heard any more"};
     case Happened::emergency:

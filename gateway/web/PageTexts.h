@@ -18,6 +18,12 @@ struct StateWord {
 };
 StateWord wordOf(Need need);
 
+/// What of a reading a figure shows, as the events of the stream name it.
+struct LiveFigure {
+  std::string_view key{};  ///< none: it does not follow them
+  std::string_view unit{};
+  std::optional<int32_t> limit{};  ///< that it must be told from, in the unit's own or in hundredths
+};
 /// One line of what needs attention.
 struct Attention {
   const PageBeacon* beacon;  ///< null: the radio, which comes before all
@@ -26,6 +32,7 @@ struct Attention {
   std::string why;          ///< "Above 5.0 °C since 14:08"
   std::string duration;     ///< "24 min"
   std::string rule{};       ///< of an alarm
+  LiveFigure live{};        ///< where the figure follows the readings
   bool isCritical = false;  ///< an alarm that comes before others
 };
 /// The most urgent first.
@@ -36,18 +43,21 @@ std::string decimalText(double hundredths, int places);
 std::string wholeText(int32_t number);
 /// "above 5.0 °C for 5 min"
 std::string ruleText(const AlarmRule& rule);
-/// "now" of what is there and was heard just now, else how long ago.
+/// "now" of what is there and was heard just now, else how long it is since.
 std::string ageText(const PageModel& page, const PageBeacon& beacon);
 
 /// Whether an alarm of this quantity is raised for it that does not merely tell something.
 bool isAlarmed(const PageBeacon& beacon, AlarmRule::Quantity quantity);
+
+/// The class of a need that the beacon has, else none.
+std::string_view stateOf(const PageBeacon& beacon, Need need);
 
 /// A figure of a beacon with its name.
 struct Fact {
   std::string name;
   std::string value;
   std::string unit;
-  bool isBad = false;  ///< it is what the beacon needs attention for
+  std::string_view css{};  ///< the state's that it is needed attention for
 };
 std::vector<Fact> factsOf(const PageModel& page, const PageBeacon& beacon);
 /// What is to be said of it in one paragraph.

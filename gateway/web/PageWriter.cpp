@@ -101,8 +101,9 @@ class Writer {
 
   std::string chip() const {
     if (attention_.empty()) return R"(<a class="chip none" href="#attention">Nothing needs attention</a>)";
-    return fmt::format(R"(<a class="chip" href="#attention"><b>{}</b> need{} attention</a>)",
-                       attention_.size(), attention_.size() == 1 ? "s" : "");
+    return fmt::format(R"(<a class="chip {}" href="#attention"><b>{}</b> need{} attention</a>)",
+                       wordOf(attention_.front().need).css, attention_.size(),
+                       attention_.size() == 1 ? "s" : "");
   }
 
   std::string when() const {
@@ -121,13 +122,20 @@ class Writer {
       const std::string who =
           line.beacon == nullptr ? "All beacons" : linkTo(*line.beacon) + small(line.beacon->label.place);
       html += fmt::format(
-          R"(<li class="{}" data-k="{} {} {}">{}<span class="who">{}</span><span class="fig">{}</span><span class="why">{}</span><span class="dur">{}</span></li>)"
+          R"(<li class="{}" data-k="{} {} {}">{}<span class="who">{}</span><span class="fig"{}>{}</span><span class="why">{}</span><span class="dur">{}</span></li>)"
           "\n",
           state.css, line.beacon == nullptr ? "" : escaped(line.beacon->id.text()), state.word,
-          escaped(line.rule), tag(state), who, escaped(line.figure), escaped(line.why),
+          escaped(line.rule), tag(state), who, liveData(line.live), escaped(line.figure), escaped(line.why),
           escaped(line.duration));
     }
     return html;
+  }
+
+  // For the script, by which the figure says what the beacon's row says.
+  static std::string liveData(const LiveFigure& live) {
+    if (live.key.empty()) return {};
+    return fmt::format(R"( data-q="{}" data-unit="{}" data-limit="{}")", live.key, live.unit,
+                       live.limit ? std::to_string(*live.limit) : "");
   }
 
   std::string style() const {
@@ -166,7 +174,7 @@ class Writer {
 
   std::string outageText() const {
     std::vector<HistorySpan> past = page_.outages;
-    if (page_.outageNow() != nullptr) past.pop_back();
+    if (page_.deafSince && !past.empty() && past.back().until == page_.now()) past.pop_back();
     if (past.empty()) return {};
     const HistorySpan& last = past.back();
     const std::string times =
@@ -201,8 +209,11 @@ class Writer {
       }
     }
     std::string range;
-    if (lowest <= highest) range = decimalText(highest, 1) + " °C";
-    if (lowest < highest) range = decimalText(lowest, 1) + " to " + range;
+    if (lowest <= highest) {
+      const std::string low = decimalText(lowest, 1);
+      const std::string high = decimalText(highest, 1);
+      range = (low == high ? high : low + " to " + high) + " °C";
+    }
     std::string tags;
     for (const Need need : needs)
       tags += fmt::format(R"(<span class="{}">{}</span> )", wordOf(need).css, tag(wordOf(need)));
@@ -214,7 +225,7 @@ class Writer {
 
   // While nothing listens, nobody knows who is there.
   std::string heardText(std::size_t heard, std::size_t all) const {
-    return page_.outageNow() == nullptr ? fmt::format("{} of {} heard", heard, all) : counted(all, "beacon");
+    return page_.deafSince ? counted(all, "beacon") : fmt::format("{} of {} heard", heard, all);
   }
 
   std::string placeName(const Place& place) const {
@@ -244,25 +255,28 @@ class Writer {
   std::string row(const PageBeacon& beacon) const {
     static const Quantities kNothing;
     const Quantities& shown = beacon.latest ? beacon.latest->shown : kNothing;
-    const auto cell = [](std::string_view css, bool isBad, const std::string& text) {
-      return fmt::format(R"(<td class="{}{}">{}</td>)", css, isBad ? " bad" : "", text);
+    const auto cell = [](std::string_view css, std::string_view state, const std::string& text) {
+      return fmt::format(R"(<td class="{}{}{}">{}</td>)", css, state.empty() ? "" : " bad ", state, text);
+    };
+    const auto alarmOf = [&](AlarmRule::Quantity quantity) {
+      return isAlarmed(beacon, quantity) ? wordOf(Need::alarm).css : std::string_view();
     };
     const auto decimal = [](std::optional<int32_t> value, int places) {
       return value ? decimalText(*value, places) : std::string();
     };
     const auto whole = [](std::optional<int32_t> value) { return value ? wholeText(*value) : std::string(); };
     std::string css = !beacon.needs.empty() ? std::string(wordOf(beacon.needs.front()).css) : std::string();
-    if (!beacon.isPresent) css += " off";
+    if (!beacon.isPresent || page_.deafSince) css += " off";
     std::string tags;
     for (const Need need : beacon.needs)
       tags += fmt::format(R"( <span class="{}">{}</span>)", wordOf(need).css, tag(wordOf(need)));
     return fmt::format(R"(<tr class="{}" data-b="{}"><th scope="row">{}{}</th><td class="s">{}</td>)", css,
                        escaped(beacon.id.text()), linkTo(beacon), tags, sparkline(page_, beacon)) +
-           cell("", isAlarmed(beacon, AlarmRule::Quantity::temperature), decimal(shown.temperature, 1)) +
-           cell("", isAlarmed(beacon, AlarmRule::Quantity::humidity), decimal(shown.humidity, 0)) +
-           cell("x", beacon.has(Need::battery), whole(shown.battery)) +
-           cell("x", false, beacon.latest ? whole(beacon.latest->rssi) : "") +
-           cell("ag", beacon.has(Need::silent), ageText(page_, beacon)) + "</tr>\n";
+           cell("", alarmOf(AlarmRule::Quantity::temperature), decimal(shown.temperature, 1)) +
+           cell("", alarmOf(AlarmRule::Quantity::humidity), decimal(shown.humidity, 0)) +
+           cell("x", stateOf(beacon, Need::battery), whole(shown.battery)) +
+           cell("x", alarmOf(AlarmRule::Quantity::rssi), beacon.latest ? whole(beacon.latest->rssi) : "") +
+           cell("ag", stateOf(beacon, Need::silent), ageText(page_, beacon)) + "</tr>\n";
   }
 
   std::string days() const {
@@ -304,10 +318,10 @@ class Writer {
       const BeaconEvent& event = told.event;
       const auto [state, details] = textOf(told);
       const PageBeacon* beacon = event.beacon ? byId.at(*event.beacon) : nullptr;
-      html += fmt::format(R"(<tr class="{}" data-e="{}"><td>{} {}</td><td>{}</td><td>{}</td><td>{}</td></tr>)"
+      html += fmt::format(R"(<tr data-e="{}"><td>{} {}</td><td class="{}">{}</td><td>{}</td><td>{}</td></tr>)"
                           "\n",
-                          state.css, event.beacon ? escaped(event.beacon->text()) : "*",
-                          dayText(event.heard, page_.now()), secondText(event.heard), tag(state),
+                          event.beacon ? escaped(event.beacon->text()) : "*",
+                          dayText(event.heard, page_.now()), secondText(event.heard), state.css, tag(state),
                           beacon == nullptr ? "all" : nameHtml(beacon->name()) + small(beacon->label.place),
                           escaped(details));
     }

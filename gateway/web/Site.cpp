@@ -36,6 +36,7 @@ struct Site::View {
   platform::dispatch_time_t made{};
   platform::dispatch_time_t cost{};
   int64_t through = 0;
+  bool isWritten = true;
   PageModel model{};
   std::optional<Error> error{};
   std::shared_ptr<const Content> page{};
@@ -72,21 +73,27 @@ HistoryReader* Site::reader() {
   return reader_.get();
 }
 
-bool Site::isFresh(const View& view) const {
+// Where that cannot be told, the rows alone tell.
+bool Site::isWritten() const {
+  return HistoryReader::isWritten(file_).value_or(true);
+}
+
+bool Site::isFresh(const View& view, bool isWritten) const {
   const auto age = dispatch_->now() - view.made;
-  if (view.settings != settings_->current()) return false;
+  if (view.settings != settings_->current() || view.isWritten != isWritten) return false;
   if (age < kRest * view.cost) return true;
   return age < kFresh && happened_ <= view.through;
 }
 
 const Site::View& Site::view() {
   HistoryReader* reader = this->reader();
-  if (view_ && isFresh(*view_)) return *view_;
-  View view{.settings = settings_->current(), .made = dispatch_->now()};
+  const bool isWritten = this->isWritten();
+  if (view_ && isFresh(*view_, isWritten)) return *view_;
+  View view{.settings = settings_->current(), .made = dispatch_->now(), .isWritten = isWritten};
   if (reader != nullptr) {
     if (const auto last = reader->lastSeq()) view.through = *last;
   }
-  auto model = readModel(*view.settings);
+  auto model = readModel(*view.settings, isWritten);
   if (model) {
     view.model = *std::move(model);
   } else {
@@ -98,7 +105,7 @@ const Site::View& Site::view() {
   return *view_;
 }
 
-platform::Result<PageModel> Site::readModel(const Settings& settings) {
+platform::Result<PageModel> Site::readModel(const Settings& settings, bool isWritten) {
   const Date now = dispatch_->date();
   PageModel nothing{.span = {now - kShortestSpan, now}, .recent = {now - kShortestSpan, now}};
   if (reader_ == nullptr) {
@@ -115,7 +122,7 @@ platform::Result<PageModel> Site::readModel(const Settings& settings) {
     // What was heard while the clock was read.
     if (extent->until < now + 1min) span.until = std::max(now, extent->until);
   }
-  return readPageModel(*reader_, settings, {.span = span, .hasLayers = false});
+  return readPageModel(*reader_, settings, {.span = span, .hasLayers = false, .isWritten = isWritten});
 }
 
 Answer Site::page(const Request&) {
@@ -142,7 +149,8 @@ Answer Site::history(const Request& request) {
   if (known != nullptr && known->ignore) return refusal(404, "beacon: the settings ignore it");
   HistoryReader* reader = this->reader();
   if (reader == nullptr) return refusal(503, "no history yet");
-  const auto read = readBeaconHistory(*reader, *settings, asked.beacon, asked.span, asked.points);
+  const auto read =
+      readBeaconHistory(*reader, *settings, asked.beacon, asked.span, asked.points, isWritten());
   if (!read) {
     reader_.reset();
     return refusal(503, read.error().in(file_.filename().native()).text);

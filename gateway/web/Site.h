@@ -43,8 +43,9 @@ class Site {
 
   HistoryReader* reader();
   const View& view();
-  bool isFresh(const View& view) const;
-  platform::Result<PageModel> readModel(const Settings& settings);
+  bool isFresh(const View& view, bool isWritten) const;
+  bool isWritten() const;
+  platform::Result<PageModel> readModel(const Settings& settings, bool isWritten);
   Answer page(const Request& request);
   Answer beacons(const Request& request);
   Answer history(const Request& request);

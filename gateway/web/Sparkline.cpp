@@ -33,18 +33,20 @@ class Drawing {
       lowest = std::min<double>(lowest, point.minimum);
       highest = std::max<double>(highest, point.maximum);
     }
-    for (const int32_t limit : limits_) highest = std::max<double>(highest, limit);
+    for (const int32_t limit : limits_) {
+      lowest = std::min<double>(lowest, limit);
+      highest = std::max<double>(highest, limit);
+    }
     const double spread = std::max(highest - lowest, kLeastRange) - (highest - lowest);
     lowest_ = lowest - spread / 2;
     highest_ = highest + spread / 2;
   }
 
   std::string svg() {
-    for (const HistorySpan& outage : page_.outages) bar("ra", outage, 0, kHigh);
     if (beacon_.recent.points.empty())
       for (const HistorySpan& present : beacon_.presence) bar("in", present, kHigh / 2 - 3, 6);
-    else
-      drawLines();
+    for (const HistorySpan& outage : page_.outages) bar("ra", outage, 0, kHigh);
+    if (!beacon_.recent.points.empty()) drawLines();
     return fmt::format(
         R"(<svg class="sp" viewBox="0 0 {} {}" preserveAspectRatio="none" aria-hidden="true">{}</svg>)",
         kWide, kHigh, parts_);

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "gateway/web/BeaconList.h"
 #include "gateway/web/Html.h"
 #include "gateway/web/LocalTime.h"
 #include "gateway/web/PageData.h"
@@ -16,6 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace web;
 using Kind = BeaconEvent::Kind;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -42,9 +44,9 @@ class PageTest : public HistoryTest {
   }
   void name(int number, BeaconSettings settings) { settings_.beacons[beacon(number)] = std::move(settings); }
 
-  PageModel model(platform::Date since = kNow - 48h, platform::Date until = kNow) {
+  PageModel model(platform::Date since = kNow - 48h, platform::Date until = kNow, bool isWritten = true) {
     writer_.reset();
-    auto page = readPageModel(*openReader(), settings_, {{since, until}, {}});
+    auto page = readPageModel(*openReader(), settings_, {.span = {since, until}, .isWritten = isWritten});
     EXPECT_TRUE(page) << (page ? "" : page.error().text);
     return page ? *std::move(page) : PageModel{};
   }
@@ -77,7 +79,7 @@ TEST_F(PageTest, AGapOfTheBeaconAndOneOfTheRadioBreakTheLineAndAreToldApart) {
   EXPECT_EQ(page.outages[0].since, kNow - 20h);
   EXPECT_EQ(page.outages[0].until, kNow - 15h);
   EXPECT_EQ(page.outages[1].since, kNow - 6h - 10min) << "the program did not run from its last row on";
-  EXPECT_EQ(page.outageNow(), nullptr);
+  EXPECT_FALSE(page.deafSince);
   const PageCurve& curve = one.layers[0].curves[0];
   std::vector<platform::Date> behindBreaks;
   for (const std::size_t at : curve.breaks) behindBreaks.push_back(curve.points[at].start);
@@ -94,12 +96,33 @@ TEST_F(PageTest, WhatListensNoMoreMakesNobodySilent) {
   tell(Kind::lost, kNow - 7h, beacon(1));
   hear(2, kNow - 8h, kNow - 3h);
   const PageModel page = model();
-  ASSERT_NE(page.outageNow(), nullptr);
-  EXPECT_EQ(page.outageNow()->since, kNow - 3h - 10min);
+  EXPECT_EQ(page.deafSince, kNow - 3h - 10min);
   EXPECT_FALSE(page.beacons[1].isPresent);
   ASSERT_EQ(attentionOf(page).size(), 1U);
   EXPECT_EQ(attentionOf(page)[0].why, "Since Fri 20 Nov 21:50. All values are old");
   EXPECT_THAT(html(page), Not(HasSubstr("heard</span>"))) << "nobody knows who is there";
+}
+
+TEST_F(PageTest, WhereNoProcessWritesNothingIsKnownSinceTheNewestRow) {
+  name(1, {.name = "Fridge"});
+  settings_.alarms.push_back({.name = "warm", .above = 300});
+  tell(Kind::found, kNow - 10h, beacon(2));
+  hear(2, kNow - 10h, kNow - 30min);
+  tell(Kind::found, kNow - 5h, beacon(1));
+  hear(1, kNow - 5h, kNow - 30min);
+  tell(Kind::alarmRaised, kNow - 1h, beacon(1), "warm");
+  EXPECT_FALSE(model().deafSince) << "a writer that has nothing to write";
+  const PageModel page = model(kNow - 48h, kNow, false);
+  EXPECT_EQ(page.deafSince, kNow - 40min);
+  EXPECT_EQ(page.beacons[1].knownSince, kNow - 5h) << "not heard is not yet known";
+  EXPECT_EQ(page.beacons[1].marks[0].span.until, kNow - 40min);
+  const auto lines = attentionOf(page);
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].why, "Since 00:20, and no process writes the history. All values are old");
+  EXPECT_EQ(lines[1].duration, "20 min") << "nobody knows whether it goes on";
+  EXPECT_THAT(beaconList(page, 1), AllOf(HasSubstr("\"present\":null"), Not(HasSubstr("\"present\":true"))));
+  EXPECT_FALSE(healthOf(page).isWell);
+  EXPECT_EQ(model(kNow - 1min, kNow, false).deafSince, kNow - 40min) << "also before the span";
 }
 
 TEST_F(PageTest, WhatNeedsAttentionStandsFirstInItsOrder) {
@@ -107,9 +130,10 @@ TEST_F(PageTest, WhatNeedsAttentionStandsFirstInItsOrder) {
   name(2, {.name = "Tag"});
   name(4, {.name = "Dock"});
   name(5, {.name = "Lost in the post"});
-  settings_.alarms.push_back({.name = "warm", .place = "Kitchen", .above = 500, .hold = 10min});
-  settings_.alarms.push_back({.name = "cool", .below = 2100, .severity = AlarmSeverity::info});
-  hear(1, kNow - 20h, kNow, 820);
+  settings_.alarms.push_back(
+      {.name = "warm", .place = "Kitchen", .above = 500, .hold = 10min, .text = "Shut the door"});
+  settings_.alarms.push_back({.name = "cool", .below = 2002, .severity = AlarmSeverity::info});
+  hear(1, kNow - 20h, kNow, 504);
   hear(2, kNow - 20h, kNow, 2000, 9);
   hear(4, kNow - 20h, kNow - 4h, 790);
   hear(6, kNow - 20h, kNow - 4h);
@@ -125,11 +149,11 @@ TEST_F(PageTest, WhatNeedsAttentionStandsFirstInItsOrder) {
   EXPECT_EQ(lines,
             (std::vector<std::string>{
                 "Tag: Signalled; By the beacon since 00:59:13, still on; 47 s",
-                "Fridge: 8.2 °C; Above 5.0 °C since 00:36 (warm); 24 min",
-                "Dock: No value; Last heard Fri 20 Nov 20:50 with 7.9 °C and \u221260 dBm; 4 h 10 min",
+                "Fridge: 5.04 °C; Above 5.0 °C since 00:36 (warm: Shut the door); 24 min",
+                "Dock: Not heard; Last heard Fri 20 Nov 20:50 with 7.9 °C and \u221260 dBm; 4 h 10 min",
                 "Tag: 9 %; Empty not known yet; ",
-                "Lost in the post: No value; Never heard, though the settings name it: C0-C1-5C-00-00-05; ",
-                "Tag: 20.0 °C; Below 21.0 °C since Fri 20 Nov 23:00 (cool); 2 h 00 min"}));
+                "Lost in the post: Never heard; The settings name it: C0-C1-5C-00-00-05; ",
+                "Tag: 20.0 °C; Below 20.02 °C since Fri 20 Nov 23:00 (cool); 2 h 00 min"}));
   EXPECT_FALSE(isAlarmed(page.beacons[3], AlarmQuantity::temperature)) << "it merely tells something";
   ASSERT_EQ(page.beacons[0].marks.size(), 1U);
   EXPECT_EQ(page.beacons[0].marks[0].span.since, kNow - 14min);

@@ -223,6 +223,28 @@ TEST_F(ServeTest, AStreamGoesOnWhereItEnded) {
   EXPECT_THAT(ahead.readTo("data: {}"), HasSubstr("event: resync"));
 }
 
+TEST_F(ServeTest, WhenTheWriterEndsNothingListensUntilItIsBack) {
+  auto writer = openWriter();
+  writer->accept(reading(1, platform::RealTimeDispatch::make()->date(), 400));
+  writer->flush();
+  serve();
+  EXPECT_THAT(ask("GET /healthz"), AllOf(StartsWith("HTTP/1.1 200"), HasSubstr("\"reason\":null")));
+  EXPECT_THAT(ask("GET /metrics"), HasSubstr("\nbrenloft_radio_listening 1\n"));
+  Client stream(server_->url());
+  stream.send("GET /api/events HTTP/1.0\r\nHost: localhost\r\n\r\n");
+  stream.readTo("event: time");
+  writer.reset();
+  EXPECT_THAT(ask("GET /healthz"),
+              AllOf(StartsWith("HTTP/1.1 503"), HasSubstr("no process writes the history")));
+  stream.readTo("event: writer\ndata: false");
+  EXPECT_THAT(ask("GET /metrics"), HasSubstr("\nbrenloft_radio_listening 0\n"));
+  EXPECT_THAT(ask("GET /api/beacons"), HasSubstr("\"present\":null"));
+  writer = openWriter();
+  stream.readTo("event: writer\ndata: true");
+  EXPECT_THAT(ask("GET /metrics"), HasSubstr("\nbrenloft_radio_listening 1\n"));
+  EXPECT_THAT(ask("GET /healthz"), StartsWith("HTTP/1.1 200"));
+}
+
 TEST_F(ServeTest, WhoDoesNotKnowTheTokenAndWhoHoldsPlacesAreLeft) {
   PageServerOptions options;
   options.token = Secret("0123456789abcdef");

@@ -53,6 +53,18 @@ void waitForStop() {
   stopped.get_future().wait();
 }
 
+// Nobody can wait for what comes into a folder that is not there.
+void requireFolder(const std::filesystem::path& container) {
+  storeIn(container);  // says what is wrong with one that was named
+  const std::filesystem::path folder = folderOfContainer(container);
+  std::error_code error;
+  if (!std::filesystem::exists(folder, error))
+    throw Failure(ExitStatus::storeUnusable,
+                  folder.string() +
+                      ": no history yet; --source SOURCE hears and keeps one, --container names "
+                      "another folder");
+}
+
 ExitStatus hearAndFollow(const FollowingOptions& options, const MakeFollower& make) {
   std::error_code error;
   std::filesystem::create_directories(folderOfContainer(options.container), error);
@@ -71,7 +83,7 @@ ExitStatus runFollowing(const FollowingOptions& options, const MakeFollower& mak
   if (!options.hearing.source.empty()) return hearAndFollow(options, make);
   StopSignals::leaveToOthers();
   installForStore(options.container);
-  storeIn(options.container);  // says what is wrong with the folder
+  requireFolder(options.container);
   const Follower follower = make(platform::RealTimeDispatch::make());
   StopSignals signals;  // its thread ends before what it calls
   signals.watch(follower.stop, [&] {

@@ -33,15 +33,17 @@ std::string randomName() {
 web::PageModel readPage(HistoryReader& reader, const ReportOptions& options, const Settings& settings) {
   const platform::Date now = platform::RealTimeDispatch::make()->date();
   HistorySpan span = spanFromTexts(options.since, options.until, now);
+  const bool isOfNow = span.until >= now;
   span.until = std::min(span.until, now);
   if (span.until - span.since < std::chrono::minutes(1))
     throw Failure(ExitStatus::usage, "--since: less than a minute is no time to report of");
+  const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
   auto page = web::readPageModel(reader, settings,
-                                 {span, beaconsFromTexts("--beacon", options.beacons, *options.settings)});
+                                 {.span = span,
+                                  .beacons = beaconsFromTexts("--beacon", options.beacons, *options.settings),
+                                  .isWritten = !isOfNow || HistoryReader::isWritten(file).value_or(true)});
   if (!page)
-    throw Failure(ExitStatus::storeUnusable,
-                  fmt::format("{}: {}", (folderOfContainer(options.container) / kHistoryFileName).string(),
-                              page.error().text));
+    throw Failure(ExitStatus::storeUnusable, fmt::format("{}: {}", file.string(), page.error().text));
   return *std::move(page);
 }
 
@@ -72,7 +74,13 @@ ExitStatus runReport(const ReportOptions& options) {
   const auto settings = options.settings->current();
   const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
   const auto reader = HistoryReader::open(file);
-  if (!reader) throw Failure(ExitStatus::storeUnusable, file.string() + ": " + reader.error().text);
+  if (!reader) {
+    const bool isAbsent = reader.error().kind == platform::Error::Kind::absent;
+    throw Failure(
+        ExitStatus::storeUnusable,
+        fmt::format("{}: {}{}", file.string(), reader.error().text,
+                    isAbsent ? "; scan --history keeps one, --container names another folder" : ""));
+  }
   const web::PageModel page = readPage(**reader, options, *settings);
   writeTo(options.out, web::writePage(page, {options.title, randomName()}));
   tellWhereAllIsEarlier(page);

@@ -56,8 +56,12 @@ class DemoFolder {
   std::filesystem::path path_;
 };
 
+std::filesystem::path historyOf(const ServeOptions& options) {
+  return folderOfContainer(options.container) / kHistoryFileName;
+}
+
 web::PageServerOptions serverOptions(const ServeOptions& options) {
-  web::PageServerOptions server{.history = folderOfContainer(options.container) / kHistoryFileName,
+  web::PageServerOptions server{.history = historyOf(options),
                                 .title = options.title,
                                 .listen = options.listen,
                                 .version = BRENLOFT_VERSION};
@@ -77,8 +81,17 @@ Follower followerOf(const ServeOptions& options,
   auto opened = web::PageServer::open(serverOptions(options), dispatch, options.settings);
   if (!opened) throw Failure(ExitStatus::failed, "--listen " + opened.error().text);
   const std::shared_ptr<web::PageServer> server = *std::move(opened);
-  printMessage("brenloft: the page is at " + server->url());
-  return {.run = [server] { return server->run(); },
+  const bool isHearing = !options.hearing.source.empty();
+  const auto tell = [server, isHearing, history = historyOf(options)] {
+    printMessage("brenloft: the page is at " + server->url());
+    std::error_code error;
+    if (!isHearing && !std::filesystem::exists(history, error))
+      printMessage(
+          fmt::format("brenloft: {}: no history yet; this waits for it. --source SOURCE hears and keeps one, "
+                      "--container names another folder",
+                      history.string()));
+  };
+  return {.run = [server, tell] { return server->run(tell); },
           .stop = [server] { server->stop(); },
           .wake = [server] { server->wake(); }};
 }

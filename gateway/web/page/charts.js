@@ -4,10 +4,10 @@
 const QUANTITIES = [
   {name: "Temperature", key: "temperature", unit: "°C", height: 220, places: 1, scale: 100, hasAxis: true},
   {name: "Humidity", key: "humidity", unit: "% RH", height: 120, places: 0, scale: 100},
-  {name: "Signal", key: "rssi", unit: "dBm", height: 90, places: 0, scale: 1, range: [-105, -25]},
+  {name: "Signal", key: "rssi", unit: "dBm", height: 90, places: 0, scale: 1, range: [-105, -25], perLabel: 22},
   {name: "Battery", key: "battery", unit: "%", height: 100, places: 0, scale: 1, range: [0, 105], hasAxis: true},
 ];
-const NARROW = 641;
+const MARK = 22;  /* as high as a mark and its word */
 
 const $ = (selector, within) => (within || document).querySelector(selector);
 const $$ = (selector, within) => [...(within || document).querySelectorAll(selector)];
@@ -21,6 +21,20 @@ const setText = (node, text) => { if (node.textContent !== text) node.textConten
 const number = (value, places) => {
   const text = value.toFixed(places);
   return (Number(text) === 0 ? text.replace("-", "") : text).replace("-", "\u2212");
+};
+/* With as many places as leave it on its side of a limit. */
+const beside = (value, places, limit) => {
+  let shown = places;
+  while (limit !== null && shown < 2 && Math.sign(Number(value.toFixed(shown)) - limit) !== Math.sign(value - limit)) ++shown;
+  return number(value, shown);
+};
+/* A limit, as it was given. */
+const exact = (value, places) => number(value, [places, 1].find(shown => shown >= places && Number(value.toFixed(shown)) === value) ?? 2);
+/* Two that differ, told apart. */
+const rangeOf = (lowest, highest, places) => {
+  let shown = places;
+  while (shown < 2 && lowest !== highest && number(lowest, shown) === number(highest, shown)) ++shown;
+  return [number(lowest, shown), number(highest, shown)];
 };
 const colour = name => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
@@ -47,14 +61,14 @@ const viewOfReport = (page, beacon, from) => {
   if (!found) return null;
   for (const layer of beacon.layers) if (layer.since * 1e3 <= from && layer.width < found.width) found = layer;
   return {
-    width: found.width, until: page.until, outages: page.outages, presence: beacon.presence, marks: beacon.marks,
+    width: found.width, until: page.until, outages: page.outages, presence: beacon.presence, knownSince: beacon.known_since, marks: beacon.marks,
     curves: QUANTITIES.map((quantity, i) => rowsOf(found, found.curves[i], quantity.scale)),
   };
 };
 
 /* The same of what a server answers: [start, lowest, mean, highest], null where the line is broken. */
 const viewOfAnswer = answer => ({
-  width: answer.width, until: answer.until, outages: answer.outages, presence: answer.presence, marks: answer.marks,
+  width: answer.width, until: answer.until, outages: answer.outages, presence: answer.presence, knownSince: answer.known_since, marks: answer.marks,
   curves: QUANTITIES.map(quantity => {
     let time = 0;
     return answer[quantity.key].map(point => {
@@ -88,9 +102,11 @@ const makeCharts = (box, clock, onZoom) => {
     const seen = rows.filter(inView);
     if (!seen.length) return "no reading in this range";
     if (quantity.name === "Battery") return "last " + number(seen[seen.length - 1][1][1], 0);
-    const [lowest, highest] = extremes(rows);
-    return "lowest " + number(lowest, quantity.places) + ", highest " + number(highest, quantity.places);
+    const [lowest, highest] = rangeOf(...extremes(rows), quantity.places);
+    return "lowest " + lowest + ", highest " + highest;
   };
+
+  const isMarkInView = ([since, until]) => until * 1e3 >= from && since * 1e3 <= to;
 
   const limitsOf = index => beacon.limits.filter(limit => limit[0] === index)
     .map(([, value, isUpper]) => ({value: value / QUANTITIES[index].scale, isUpper}));
@@ -105,7 +121,9 @@ const makeCharts = (box, clock, onZoom) => {
       highest = Math.max(highest, limit.value);
     }
     const margin = Math.max((highest - lowest) * .1, index ? 2 : .4);
-    return [lowest - margin, highest + margin];
+    /* Room for the words of marks above the curve. */
+    const room = index || !view.marks.some(isMarkInView) ? 0 : (highest - lowest + 2 * margin) * MARK / (quantity.height - MARK);
+    return [lowest - margin, highest + margin + room];
   };
 
   const shadeOutages = (context, area, graph) => {
@@ -129,7 +147,17 @@ const makeCharts = (box, clock, onZoom) => {
     context.fillText(text, x, y);
   };
 
-  const drawLimits = (context, area, graph, index) => {
+  /* A word's place on a line from x to x + w where the curve leaves it free; else the first. */
+  const freePlace = (graph, rows, places, width, top, bottom) => {
+    const isFree = x => rows.every(([time, [lowest, , highest]]) => {
+      const at = graph.toDomXCoord(time);
+      return lowest === null || at < x - 2 || at > x + width + 2 ||
+        graph.toDomYCoord(lowest) < top - 2 || graph.toDomYCoord(highest) > bottom + 2;
+    });
+    return places.find(isFree) ?? places[0];
+  };
+
+  const drawLimits = (context, area, graph, index, rows) => {
     const red = colour("--red");
     for (const {value, isUpper} of limitsOf(index)) {
       const y = Math.round(graph.toDomYCoord(value)) + .5;
@@ -141,7 +169,10 @@ const makeCharts = (box, clock, onZoom) => {
       context.lineTo(area.x + area.w, y);
       context.stroke();
       context.setLineDash([]);
-      word(context, "limit " + number(value, QUANTITIES[index].places), area.x + 4, y + (isUpper ? -5 : 14), "left", red);
+      const text = "limit " + exact(value, QUANTITIES[index].places), width = context.measureText(text).width;
+      const base = y + (isUpper ? -5 : 14), end = area.x + area.w - width - 4;
+      const places = [0, .25, .5, .75, 1].map(part => area.x + 4 + part * (end - area.x - 4));
+      word(context, text, freePlace(graph, rows, places, width, base - 11, base + 3), base, "left", red);
     }
   };
 
@@ -169,20 +200,28 @@ const makeCharts = (box, clock, onZoom) => {
     });
   };
 
+  /* Words of marks that begin close together stand behind each other. */
+  const markWords = (context, marks) => {
+    const words = [];
+    for (const {left, what} of marks) {
+      const last = words[words.length - 1];
+      if (!last || left > last.left + context.measureText(last.text).width + 12) words.push({left, text: what});
+      else if (!last.text.split(", ").includes(what)) last.text += ", " + what;
+    }
+    return words;
+  };
+
   const drawMarks = (context, area, graph) => {
-    const red = colour("--red");
-    let free = -Infinity;
-    for (const [since, until, what] of view.marks) {
-      if (until * 1e3 < from || since * 1e3 > to) continue;
-      const left = Math.max(area.x, graph.toDomXCoord(since * 1e3));
-      const right = Math.min(area.x + area.w, graph.toDomXCoord(until * 1e3));
-      context.fillStyle = red;
-      context.fillRect(left, area.y, Math.max(4, right - left), 5);
-      const width = context.measureText(what).width + 12, isAtEnd = left + width > area.x + area.w;
-      const start = isAtEnd ? left - width : left;
-      if (start < free || start < area.x) continue;
-      word(context, what, isAtEnd ? left - 6 : left + 1, area.y + 18 - (isAtEnd ? 7 : 0), isAtEnd ? "right" : "left", red);
-      free = start + width;
+    const red = colour("--red"), end = area.x + area.w;
+    const marks = view.marks.filter(isMarkInView).map(([since, until, kind, rule]) => ({
+      what: rule || kind,
+      left: Math.max(area.x, graph.toDomXCoord(since * 1e3)), right: Math.min(end, graph.toDomXCoord(until * 1e3)),
+    })).sort((a, b) => a.left - b.left);
+    context.fillStyle = red;
+    for (const {left, right} of marks) context.fillRect(left, area.y, Math.max(4, right - left), 5);
+    for (const {left, text} of markWords(context, marks)) {
+      const isAtEnd = left + context.measureText(text).width > end;
+      word(context, text, isAtEnd ? end : left + 1, area.y + 18, isAtEnd ? "right" : "left", red);
     }
   };
 
@@ -193,7 +232,7 @@ const makeCharts = (box, clock, onZoom) => {
         const graph = event.dygraph, context = event.drawingContext, area = graph.getArea();
         context.save();
         context.font = "600 12px system-ui,sans-serif";
-        drawLimits(context, area, graph, index);
+        drawLimits(context, area, graph, index, rows);
         drawPeaks(context, graph, rows);
         if (index === 0) drawMarks(context, area, graph);
         context.restore();
@@ -213,7 +252,7 @@ const makeCharts = (box, clock, onZoom) => {
         drawAxis: Boolean(QUANTITIES[index].hasAxis), axisLabelWidth: 96,
         ticker: (a, b, pixels) => timeTicks(clock, a, b, Math.max(2, Math.floor(pixels / 80))),
       },
-      y: {axisLabelWidth: 48, pixelsPerLabel: index ? 36 : 30, axisLabelFormatter: axisLabel},
+      y: {axisLabelWidth: 48, pixelsPerLabel: QUANTITIES[index].perLabel || 30, axisLabelFormatter: axisLabel},
     },
     underlayCallback: shadeOutages,
     plugins: [overlay(index, rows)],
@@ -238,11 +277,12 @@ const makeCharts = (box, clock, onZoom) => {
     graphs.push({graph, rows, reading, quantity, rest: reading.textContent});
   };
 
-  /* What of the view a beacon was there, of the time in which somebody listened. */
+  /* What of the view a beacon was there, of the time in which somebody listened and that the history knows. */
   const addPresence = () => {
     const inside = spans => spans.map(([since, until]) => [Math.max(from, since * 1e3), Math.min(to, until * 1e3)])
       .filter(([since, until]) => since < until);
-    const outages = inside(view.outages);
+    const known = view.knownSince;
+    const outages = inside([[0, known], ...view.outages.map(([since, until]) => [Math.max(since, known), until])]);
     const heardIn = (since, until) => outages.reduce(
       (sum, [a, b]) => sum - Math.max(0, Math.min(until, b) - Math.max(since, a)), until - since);
     const end = Math.min(to, view.until * 1e3);
@@ -271,9 +311,8 @@ const makeCharts = (box, clock, onZoom) => {
   const readingAt = ({rows, quantity}, index) => {
     if (index < 0 || Math.abs(rows[index][0] - place) > view.width * 1500) return "no reading";
     const [lowest, mean, highest] = rows[index][1];
-    const isRange = number(lowest, quantity.places) !== number(highest, quantity.places);
-    return number(mean, quantity.places) +
-      (isRange ? " (" + number(lowest, quantity.places) + " to " + number(highest, quantity.places) + ")" : "");
+    const [low, high] = [lowest, highest].map(value => number(value, quantity.places));
+    return number(mean, quantity.places) + (low === high ? "" : " (" + low + " to " + high + ")");
   };
 
   /* The reading line through all charts; null takes it away. */
@@ -281,7 +320,7 @@ const makeCharts = (box, clock, onZoom) => {
     if (isMoving) return;
     isMoving = true;
     place = time;
-    const when = time === null ? "" : (to - from > 1.5 * DAY ? clock.weekday(time) + " " : "") + clock.hm(time);
+    const when = time === null ? "" : (to - from > 1.5 * DAY ? clock.weekday(time) + " " : "") + clock.fine(time, view.width * 1e3);
     for (const one of graphs) {
       if (time === null) {
         one.graph.clearSelection();

@@ -64,14 +64,33 @@ const takeReading = (beacon, reading, clock) => {
     Humidity: reading.humidity === null ? null : number(reading.humidity, 0),
     Battery: reading.battery === null ? null : number(reading.battery, 0),
     Signal: reading.rssi === null ? null : number(reading.rssi, 0),
-    Heard: clock.hm(Date.parse(reading.time)),
+    Heard: "now",
   };
   for (const fact of beacon.facts) {
     const name = fact[0].replace(", last", "");
     if (!texts[name]) continue;
     [fact[0], fact[1]] = [name, texts[name]];
-    if (name === "Heard") fact[2] = "";
+    if (name === "Heard") fact[2] = clock.hm(Date.parse(reading.time));
   }
+};
+
+/* What needs attention says what the row says. */
+const showFigures = reading => {
+  for (const figure of $$("#att li:not(.gone) .fig[data-q]")) {
+    const {q, unit, limit} = figure.dataset, value = reading[q], link = $("a", figure.parentNode);
+    if (link.dataset.b !== reading.id || value === null) continue;
+    const {places, scale} = QUANTITIES.find(quantity => quantity.key === q);
+    setText(figure, beside(value, places, limit === "" ? null : limit / scale) + unit);
+  }
+};
+
+const showPlace = table => {
+  const place = $$("#places a").find(link => link.getAttribute("href") === "#" + table.id);
+  const values = $$("tbody tr:not(.off) td:nth-child(3)", table).filter(cell => cell.textContent)
+    .map(cell => Number(cell.textContent.replace("\u2212", "-")));
+  if (!place || !values.length) return;
+  const ends = new Set([Math.min(...values), Math.max(...values)].map(value => number(value, 1)));
+  setText($(".rg", place.parentNode), [...ends].join(" to ") + " °C");
 };
 
 const showReading = reading => {
@@ -84,6 +103,8 @@ const showReading = reading => {
   show(battery, reading.battery, 0);
   show(signal, reading.rssi, 0);
   setText(heard, "now");
+  showFigures(reading);
+  showPlace(row.closest("table"));
   return true;
 };
 
@@ -156,7 +177,7 @@ const makeLive = (page, clock, hooks) => {
   const onReading = event => {
     hear();
     const reading = JSON.parse(event.data);
-    if (!waiting.size) setTimeout(showWaiting, 200);
+    if (!waiting.size) setTimeout(showWaiting, 100);
     waiting.set(reading.id, reading);
   };
 
@@ -187,6 +208,7 @@ const makeLive = (page, clock, hooks) => {
       source.addEventListener(name, onEvent);
     source.addEventListener("time", event => { ahead = event.data * 1e3 - Date.now(); hear(); });
     source.addEventListener("resync", refresh);
+    source.addEventListener("writer", () => later());
   };
 
   let triedAt = 0;

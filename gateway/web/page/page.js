@@ -89,8 +89,8 @@ const showHead = () => {
   if (current.place) name.append(" ", element("small", "", current.place));
   $("#dtag").replaceChildren(...current.states.map(tagOf));
   $("#dwhy").replaceChildren(current.saying, element("span", "id", "Id " + current.id));
-  list.append(...current.facts.map(([what, value, unit, isBad]) => {
-    const fact = element("div", current.states.length ? current.states[0][1] : ""), figure = element("dd", isBad ? "bad" : "", value + " ");
+  list.append(...current.facts.map(([what, value, unit, state]) => {
+    const fact = element("div"), figure = element("dd", state ? "bad " + state : "", value + " ");
     if (unit) figure.append(element("small", "", unit));
     fact.append(element("dt", "", what), figure);
     return fact;
@@ -106,7 +106,9 @@ const showHead = () => {
   morph($("#devs tbody"), rows);
 };
 
-const dayAndTime = time => clock.weekday(time) + (to - from > 60 * DAY ? " " + clock.year(time) : "") + " " + clock.hm(time);
+const PIECES = 24;  /* of the table of figures */
+const dayAndTime = time => clock.weekday(time) + (to - from > 60 * DAY ? " " + clock.year(time) : "") + " " +
+  clock.fine(time, (to - from) / PIECES);
 
 /* What charts show: a report has it, a server is asked. */
 let asked = 0;
@@ -137,7 +139,7 @@ const showRange = () => {
 const draw = (which, since, until, view) => {
   charts.draw(which, since, until, view);
   const text = (values, i, places) => values ? number(values[i], places) : "";
-  $("#figs tbody").replaceChildren(...charts.figures(24).map(([start, [temperature, humidity, signal]]) => {
+  $("#figs tbody").replaceChildren(...charts.figures(PIECES).map(([start, [temperature, humidity, signal]]) => {
     const row = element("tr"), head = element("th", "", dayAndTime(start));
     head.scope = "row";
     row.append(head, ...[text(temperature, 0, 1) || (humidity || signal ? "" : "none"), text(temperature, 1, 1),

@@ -19,6 +19,8 @@ const makeClock = zone => {
     name: time => at(time)[2],
     hm: time => { const d = local(time); return two(d.getUTCHours()) + ":" + two(d.getUTCMinutes()); },
     hms: time => clock.hm(time) + ":" + two(local(time).getUTCSeconds()),
+    /* As finely as pieces of a width need. */
+    fine: (time, width) => width < MINUTE ? clock.hms(time) : clock.hm(time),
     day: time => { const d = local(time); return d.getUTCDate() + "\u00a0" + MONTHS[d.getUTCMonth()]; },
     weekday: time => WEEKDAYS[local(time).getUTCDay()] + " " + clock.day(time),
     month: time => MONTHS[local(time).getUTCMonth()],
@@ -37,7 +39,8 @@ const makeClock = zone => {
   return clock;
 };
 
-const STEPS = [1, 2, 5, 10, 15, 30, 60, 120, 180, 360, 720, 1440].map(minutes => minutes * MINUTE);
+const STEPS = [1, 2, 5, 10, 15, 30].map(seconds => seconds * 1e3).concat(
+  [1, 2, 5, 10, 15, 30, 60, 120, 180, 360, 720, 1440].map(minutes => minutes * MINUTE));
 
 /* Ticks of a time axis with their labels, at most so many. */
 const timeTicks = (clock, from, to, most) => {
@@ -46,7 +49,7 @@ const timeTicks = (clock, from, to, most) => {
   if (step) {
     return clock.multiples(from, to, step).map(time => {
       const isMidnight = clock.hm(time) === "00:00";
-      return {v: time, label: isMidnight ? clock.weekday(time) : clock.hm(time)};
+      return {v: time, label: isMidnight ? clock.weekday(time) : clock.fine(time, step)};
     });
   }
   const every = Math.max(1, Math.ceil(days / most));
