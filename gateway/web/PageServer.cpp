@@ -203,6 +203,8 @@ class PageServer::Run {
       // It had another history.
       if (*last > after) greeting += "event: resync\ndata: {}\n\n";
       after = std::min(after, *last);
+    } else if (const auto asked = request.target.query.find("after"); asked != request.target.query.end()) {
+      after = std::min(after, lastEventIdOf(asked->second).value_or(after));
     }
     const auto self = std::make_shared<std::weak_ptr<EventStream>>();
     auto stream = std::make_shared<EventStream>(ring_, after, std::move(greeting),

@@ -218,6 +218,9 @@ TEST_F(ServeTest, AStreamGoesOnWhereItEnded) {
     numbers.push_back(got.substr(at + 5, got.find('\n', at + 5) - at - 5));
   ASSERT_EQ(numbers.size(), 1194U);
   for (std::size_t i = 0; i < numbers.size(); ++i) EXPECT_EQ(numbers[i], std::to_string(8 + i));
+  Client after(server_->url());
+  after.send("GET /api/events?after=1200 HTTP/1.0\r\nHost: localhost\r\n\r\n");
+  EXPECT_THAT(after.readTo("id: 1201"), AllOf(HasSubstr("id: 1201"), Not(HasSubstr("id: 1200"))));
   Client ahead(server_->url());
   ahead.send("GET /api/events HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 5000\r\n\r\n");
   EXPECT_THAT(ahead.readTo("data: {}"), HasSubstr("event: resync"));

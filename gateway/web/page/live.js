@@ -112,6 +112,7 @@ const showReading = reading => {
 const makeLive = (page, clock, hooks) => {
   let ahead = page.until * 1e3 - Date.now();  // of the gateway's clock
   let source = null, heardAt = Date.now(), lost = 0, seq = page.seq, newest = null;
+  let told = page.seq;  // the newest row that the stream or the page told; -1: of no history yet
   let timer = 0, isAsking = false, askedAt = Date.now();
   const waiting = new Map();
   /* A history that has just begun changes faster than one of a week. */
@@ -121,6 +122,7 @@ const makeLive = (page, clock, hooks) => {
   const take = text => {
     newest = new DOMParser().parseFromString(text, "text/html");
     Object.assign(page, JSON.parse($("#data", newest).textContent));
+    told = Math.max(told, page.seq);
     hooks.linkUp(newest);
     show();
   };
@@ -176,6 +178,7 @@ const makeLive = (page, clock, hooks) => {
   };
   const onReading = event => {
     hear();
+    told = Number(event.lastEventId);
     const reading = JSON.parse(event.data);
     if (!waiting.size) setTimeout(showWaiting, 100);
     waiting.set(reading.id, reading);
@@ -189,14 +192,15 @@ const makeLive = (page, clock, hooks) => {
   };
   const onEvent = event => {
     hear();
-    seq = Math.max(seq, Number(event.lastEventId));
+    told = Number(event.lastEventId);
+    seq = Math.max(seq, told);
     tell(JSON.parse(event.data));
     later();
   };
 
   const open = () => {
     if (source) source.close();
-    source = new EventSource("api/events");
+    source = new EventSource("api/events?after=" + told);
     heardAt = lost ? heardAt : Date.now();
     source.onopen = hear;
     source.onerror = () => {
@@ -207,7 +211,7 @@ const makeLive = (page, clock, hooks) => {
     for (const name of ["found", "lost", "emergency", "emergency_over", "alarm_raised", "alarm_cleared", "radio", "gap"])
       source.addEventListener(name, onEvent);
     source.addEventListener("time", event => { ahead = event.data * 1e3 - Date.now(); hear(); });
-    source.addEventListener("resync", refresh);
+    source.addEventListener("resync", () => { told = -1; refresh(); });
     source.addEventListener("writer", () => later());
   };
 
