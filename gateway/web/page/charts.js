@@ -38,14 +38,17 @@ const rangeOf = (lowest, highest, places) => {
 };
 const colour = name => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 
+/* Where a piece is drawn: in its middle, but within the time that is shown. */
+const middleOf = (start, width, shown) => Math.min(Math.max(start + width / 2, shown.since), shown.until) * 1e3;
+
 /* A layer's curve as rows [time, [lowest, mean, highest]]; nulls break the line. */
-const rowsOf = (layer, curve, scale) => {
+const rowsOf = (layer, curve, scale, shown) => {
   const rows = [], breaks = new Set(curve.breaks), none = [null, null, null];
   let piece = 0, at = 0, mean = 0;
   for (let run = 0; run < curve.runs.length; run += 2) {
     piece += curve.runs[run];
     for (let left = curve.runs[run + 1]; left > 0; --left, ++at, ++piece) {
-      const time = (layer.since + (piece + .5) * layer.width) * 1e3;
+      const time = middleOf(layer.since + piece * layer.width, layer.width, shown);
       if (breaks.has(at)) rows.push([new Date(time - layer.width * 500), none]);
       mean += curve.mean[at] || 0;
       const below = curve.below[at] || 0, above = curve.above[at] || 0;
@@ -62,7 +65,7 @@ const viewOfReport = (page, beacon, from) => {
   for (const layer of beacon.layers) if (layer.since * 1e3 <= from && layer.width < found.width) found = layer;
   return {
     width: found.width, until: page.until, outages: page.outages, presence: beacon.presence, knownSince: beacon.known_since, marks: beacon.marks,
-    curves: QUANTITIES.map((quantity, i) => rowsOf(found, found.curves[i], quantity.scale)),
+    curves: QUANTITIES.map((quantity, i) => rowsOf(found, found.curves[i], quantity.scale, page)),
   };
 };
 
@@ -72,7 +75,7 @@ const viewOfAnswer = answer => ({
   curves: QUANTITIES.map(quantity => {
     let time = 0;
     return answer[quantity.key].map(point => {
-      time = point ? (point[0] + answer.width / 2) * 1e3 : time + answer.width * 500;
+      time = point ? middleOf(point[0], answer.width, answer) : time + answer.width * 500;
       return [new Date(time), point ? point.slice(1) : [null, null, null]];
     });
   }),
