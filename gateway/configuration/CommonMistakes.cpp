@@ -46,7 +46,9 @@ std::optional<std::string> headerMistake(std::string_view line,
                                          const std::function<bool(std::string_view)>& isToml) {
   const std::string_view brackets = line.starts_with("[[") ? "[[" : "[";
   std::string name = withPlainQuotes(line);
-  std::erase_if(name, [](char c) { return std::string_view("[]\"' \t").find(c) != std::string_view::npos; });
+  std::erase_if(name, [](char c) { return std::string_view("[]\"'").find(c) != std::string_view::npos; });
+  name = trimmed(name);
+  std::ranges::replace(name, ' ', '.');  // [log show]
   constexpr std::string_view kBeacon = "beacon.";
   if (name.starts_with(kBeacon) && BeaconId::fromText(name.substr(kBeacon.size())))
     name = fmt::format("{}\"{}\"", kBeacon, name.substr(kBeacon.size()));
@@ -69,6 +71,11 @@ std::string missingQuotes(std::string_view key, std::string_view value) {
   for (const std::string_view word : {"true", "false"})
     if (std::ranges::equal(value, word, {}, [](char c) { return c | 0x20; }))
       return fmt::format("{}: write {}, in small letters", key, word);
+  if (kindOf(key) == SettingsKey::Kind::command) {
+    std::string words(value);
+    replaceAll(words, " ", "\", \"");
+    return fmt::format("{0}: texts need quotes, and stand in a list: {0} = [\"{1}\"]", key, words);
+  }
   const std::string duration =
       kindOf(key) == SettingsKey::Kind::duration ? meantDuration(value) : std::string();
   return fmt::format("{0}: texts need quotes: {0} = \"{1}\"", key, duration.empty() ? value : duration);
@@ -104,6 +111,9 @@ std::optional<std::string> commonMistakeIn(std::string_view line,
     return fmt::format("{}: these quotes are typographic ones; write {}", key, plain);
   if (value.front() == '"' && std::ranges::count(value, '"') == 1)
     return fmt::format("{}: the text has no quote at its end", key);
+  if (const std::string list = fmt::format("{} = [{}]", key, value);
+      value.find(',') != std::string_view::npos && value.front() == '"' && isToml(list))
+    return fmt::format("{}: several values stand in brackets: {}", key, list);
   if (value.find_first_of("\"'[]{}") != std::string_view::npos) return std::nullopt;
   if (auto mistake = numberMistake(key, value)) return mistake->empty() ? std::nullopt : std::move(mistake);
   return missingQuotes(key, value);

@@ -57,8 +57,10 @@ class DocumentReader {
     const bool isSection = table || (array && !array->empty() && as<TomlValue::Table>(array->front()));
     if (!isSection) return common_.emplace_back(&entry.value, entry.key), void();
     std::vector<std::string> names{"beacon", "alarm"};
-    for (const auto& [command, options] : vocabulary_.commands)
+    for (const auto& [command, options] : vocabulary_.commands) {
       names.push_back(command.substr(0, command.find(' ')));
+      names.push_back(sectionOf(command));
+    }
     complain(entry.value, fmt::format("there is no section [{}]{}", entry.key, suggestion(entry.key, names)));
   }
 
@@ -146,12 +148,14 @@ class DocumentReader {
   // "; [scan] has it": the service's command comes first.
   std::string elsewhere(const std::string& option) const {
     if (optionOf("scan", option)) return "; [scan] has it";
-    for (const auto& [command, options] : vocabulary_.commands) {
-      std::string section = command;
-      std::ranges::replace(section, ' ', '.');
-      if (optionOf(command, option)) return fmt::format("; [{}] has it", section);
-    }
+    for (const auto& [command, options] : vocabulary_.commands)
+      if (optionOf(command, option)) return fmt::format("; [{}] has it", sectionOf(command));
     return {};
+  }
+
+  static std::string sectionOf(std::string command) {
+    std::ranges::replace(command, ' ', '.');
+    return command;
   }
 
   const CommandOption* optionOf(const std::string& command, const std::string& name) const {

@@ -40,6 +40,7 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"history", "show", "--every", "10sec"}, "'10sec' is no duration of whole seconds; did you mean 10s?"},
       {{"history", "last", "--at", "2026-01-01", "00:00:30Z"},
        "00:00:30Z; a value with a blank needs quotes: --at '2026-01-01 00:00:30Z'"},
+      {{"log", "count", "--since", "2 hours ago"}, "did you mean 2h?"},
       {{"log", "delete", "--before", ""}, "--before: '' is no time such as"},
       {{"history", "show", "--plot", "-F", "csv"}, "--plot goes without --format"},
       {{"history", "show", "--quantity", "rssi"}, "--quantity goes with --plot"},

@@ -132,6 +132,9 @@ TEST_F(Config, CheckWarnsOfWhatTheFileAloneDoesNotTell) {
       misspelt.err,
       "brenloft: warning: alarm \"gone\": no [beacon.\"C0-C1-5C-00-00-99\"] stands here, and the history in "
       "/nonexistent has never heard it\n");
+  EXPECT_EQ(
+      runTool({"config", "check", file("[scan]\nonly = \"known\"\n")}).err,
+      "brenloft: warning: only = \"known\", for scan: no [beacon.\"…\"] stands here, so nothing is kept\n");
   EXPECT_EQ(runTool({"config", "check", path + "/none"}).status, 2);
   const Ended example = runTool({"config", "check", BRENLOFT_SOURCE_DIR "/packaging/brenloft.toml"});
   EXPECT_EQ(example.status, 0) << example.err;

@@ -35,14 +35,14 @@ std::filesystem::path containerOf(const ConfigOptions& options, const Settings& 
 }
 
 // The last one is told by whoever ends the program.
-[[noreturn]] void refuse(const std::vector<std::string>& complaints) {
+[[noreturn]] void refuseAll(const std::vector<std::string>& complaints) {
   for (std::size_t i = 0; i + 1 < complaints.size(); ++i) printMessage("brenloft: " + complaints[i]);
   throw Failure(ExitStatus::usage, complaints.back());
 }
 
 SettingsReader::Outcome readRight(const SettingsReader& reader) {
   auto outcome = reader.read();
-  if (!outcome.settings) refuse(outcome.complaints);
+  if (!outcome.settings) refuseAll(outcome.complaints);
   return outcome;
 }
 
@@ -52,8 +52,9 @@ void check(const ConfigOptions& options, Output& out) {
   std::vector<std::string> refused;
   for (const Complaint& one : options.refused(std::make_shared<LiveSettings>(reader, settings)))
     refused.push_back(fmt::format("{}:{}: {}", reader.file().string(), one.line, one.reason));
-  if (!refused.empty()) refuse(refused);
+  if (!refused.empty()) refuseAll(refused);
   auto warnings = missingPrograms(*settings);
+  std::ranges::move(nobodyKnown(*settings), std::back_inserter(warnings));
   std::ranges::move(unknownBeacons(*settings, containerOf(options, *settings)), std::back_inserter(warnings));
   for (const std::string& warning : warnings) printMessage("brenloft: " + warning);
   out.write(fmt::format("{} is right: {}, {}{}\n", fileOf(options).string(),

@@ -37,6 +37,17 @@ std::vector<std::string> missingPrograms(const Settings& settings) {
   return lines;
 }
 
+std::vector<std::string> nobodyKnown(const Settings& settings) {
+  std::vector<std::string> lines;
+  if (!settings.beacons.empty()) return lines;
+  for (const auto& [command, options] : settings.options)
+    for (const OptionSetting& option : options)
+      if (option.option == "only" && option.words == std::vector<std::string>{"known"})
+        lines.push_back(fmt::format(
+            "warning: only = \"known\", for {}: no [beacon.\"…\"] stands here, so nothing is kept", command));
+  return lines;
+}
+
 std::vector<std::string> unknownBeacons(const Settings& settings, const std::filesystem::path& container) {
   std::vector<std::string> lines;
   const std::filesystem::path folder = folderOfContainer(container);
