@@ -9,7 +9,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 packages=$(realpath "$1") && shift
 steps=("$@")
 ((${#steps[@]})) || steps=(lintian piuparts life autopkgtest)
-minimal=$packages/../package-minimal.tar
+minimal=$packages/../package-minimal.tar.gz
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 shopt -s extglob
