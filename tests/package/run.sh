@@ -12,8 +12,8 @@ steps=("$@")
 minimal=$packages/../package-minimal.tar.gz
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-shopt -s extglob
-debs=("$packages"/!(*-dbgsym_*).deb)
+
+mapfile -t debs < <(find "$packages" -maxdepth 1 -name "*.deb" ! -name "*-dbgsym_*")
 
 # Debian's archive, its bugs and its translators have nothing to do with these packages.
 lintian() {
