@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Debian's Prometheus scrapes a gateway, and an alert fires for the beacon that falls silent.
+"""Debian's Prometheus scrapes a gateway's file and the live page of its history; an alert fires for the beacon that falls silent.
 
     prometheus_test.py TOOL [MINUTES]     3 minutes at least
 """
@@ -94,6 +94,26 @@ def dashboard_expressions():
             yield panel["title"], re.sub(r"\$__\w*interval", "1m", expression)
 
 
+def failures_of(port, job):
+    """What is wrong with what was scraped of it."""
+    def of(name, **labels):
+        return name + "{" + ",".join(f'{key}="{value}"' for key, value in {"job": job, **labels}.items()) + "}"
+
+    span = f"[{int(minutes)}m]"
+    scrapes = value_of(port, f"count_over_time({of('up')}{span})") or 0
+    answered = value_of(port, f"sum_over_time({of('up')}{span})") or 0
+    print(f"{job}: {scrapes:.0f} scrapes, {answered:.0f} answered")
+    if scrapes < minutes * 60 / 5 * 0.9 or scrapes - answered > 2:
+        yield "scrapes are missing"
+    if value_of(port, of("brenloft_beacon_temperature_celsius", beacon=SILENT)) is not None:
+        yield "who is silent still has a temperature"
+    if value_of(port, of("brenloft_beacon_temperature_celsius", beacon=LOUD)) is None:
+        yield "who is there has no temperature"
+    for alert in "BrenloftAlarm", "BrenloftBeaconSilent":
+        if value_of(port, f"count({of('ALERTS', alertname=alert, alertstate='firing')})") is None:
+            yield f"{alert} does not fire"
+
+
 def main(work):
     check(["promtool", "check", "rules", str(examples / "alerts.yml")])
     check(["promtool", "test", "rules", str(examples / "alerts_test.yml")])
@@ -104,18 +124,21 @@ def main(work):
         f'[beacon."{SILENT}"]\nname = "Cellar"\nexit-time = 10\n'
         '[[alarm]]\nname = "hot"\nquantity = "temperature"\nabove = -50\n')
     (work / "web").mkdir()
+    (work / "container").mkdir()
     page = work / "web/metrics.prom"
     log = open(work / "log", "w")
     start([tool, "scan", "--config", str(work / "settings.toml"), "--container", str(work / "container"), "--history",
            "--source", f"capture:{work}/capture?paced", "--format", "none", "--metrics-file", str(page),
            "--metrics-interval", "5"], log)
-    target = serve(work / "web")
-    port = free_port()
+    target, live, port = serve(work / "web"), free_port(), free_port()
+    start([tool, "serve", "--config", str(work / "settings.toml"), "--container", str(work / "container"),
+           "--listen", str(live)], log)
     (work / "prometheus.yml").write_text(json.dumps({
         "global": {"scrape_interval": "5s", "evaluation_interval": "5s"},
         "rule_files": [str(examples / "alerts.yml")],
         "scrape_configs": [{"job_name": "brenloft", "metrics_path": "/metrics.prom",
-                            "static_configs": [{"targets": [f"127.0.0.1:{target}"]}]}]}))
+                            "static_configs": [{"targets": [f"127.0.0.1:{target}"]}]},
+                           {"job_name": "live", "static_configs": [{"targets": [f"127.0.0.1:{live}"]}]}]}))
     start(["prometheus", f"--config.file={work}/prometheus.yml", f"--storage.tsdb.path={work}/tsdb",
            f"--web.listen-address=127.0.0.1:{port}"], log)
 
@@ -133,27 +156,20 @@ def main(work):
         if fired is None and any(one["state"] == "firing" for one in silent):
             fired = time.monotonic() - begin
             print(f"after {fired:.0f} s, silent from {silent_from:.0f} s: {silent[0]['annotations']['summary']}")
-            if [one["labels"]["beacon"] for one in silent] != [SILENT]:
+            if {one["labels"]["beacon"] for one in silent} != {SILENT}:
                 sys.exit(f"not that one alone: {silent}")
     check(["promtool", "check", "metrics"], page.read_text())
+    with urllib.request.urlopen(f"http://127.0.0.1:{live}/metrics", timeout=10) as answer:
+        check(["promtool", "check", "metrics"], answer.read().decode())
 
-    span = f"[{int(minutes)}m]"
-    scrapes = value_of(port, f"count_over_time(up{span})")
-    answered = value_of(port, f"sum_over_time(up{span})")
-    print(f"{scrapes:.0f} scrapes, {answered:.0f} answered; charts and their series: {values}")
     failures = []
     if fired is None:
         failures.append("no alert fired")
-    if not scrapes or scrapes < minutes * 60 / 5 * 0.9 or scrapes - answered > 2:
-        failures.append("scrapes are missing")
     if not values or 0 in values.values():
         failures.append("a chart of the dashboard is empty")
-    if value_of(port, f'brenloft_beacon_temperature_celsius{{beacon="{SILENT}"}}') is not None:
-        failures.append("who is silent still has a temperature")
-    if value_of(port, f'brenloft_beacon_temperature_celsius{{beacon="{LOUD}"}}') is None:
-        failures.append("who is there has no temperature")
-    if value_of(port, 'count(ALERTS{alertname="BrenloftAlarm",alertstate="firing"})') is None:
-        failures.append("the settings' own alarm did not fire")
+    print(f"charts and their series: {values}")
+    for job in "brenloft", "live":
+        failures += [f"{job}: {one}" for one in failures_of(port, job)]
     if failures:
         print((work / "log").read_text()[-2000:])
         sys.exit("; ".join(failures))
