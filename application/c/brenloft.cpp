@@ -124,7 +124,7 @@ struct Filler {
   void operator()(const brenloft::Found& found) const { begin(BRENLOFT_FOUND, found.id, found.time); }
   void operator()(const brenloft::Lost& lost) const {
     begin(BRENLOFT_LOST, lost.id, lost.time);
-    event.last_heard_us = microseconds(lost.lastHeard);
+    event.last_heard_us = lost.lastHeard ? microseconds(*lost.lastHeard) : 0;
   }
   void operator()(const brenloft::Emergency& emergency) const {
     begin(BRENLOFT_EMERGENCY, emergency.id, emergency.time);
@@ -175,16 +175,22 @@ std::optional<uint16_t> numberOf(int32_t number) {
   throw std::invalid_argument("a major or minor is 0 to 65535: " + std::to_string(number));
 }
 
+std::vector<std::string> textsIn(const char* const* list, std::size_t count, const char* name) {
+  if (list == nullptr && count > 0) throw std::invalid_argument(std::string(name) + " is NULL");
+  std::vector<std::string> texts;
+  for (const char* text : std::span(list, count)) texts.emplace_back(text == nullptr ? "" : text);
+  return texts;
+}
+
 brenloft::Settings settingsOf(const brenloft_settings& given) {
   const auto from = readStruct(given, brenloft_settings BRENLOFT_SETTINGS_INIT);
   brenloft::Settings settings;
   if (from.source != nullptr) settings.source = from.source;
   settings.sensors = (from.kinds & BRENLOFT_SENSORS) != 0;
   settings.iBeacons = (from.kinds & BRENLOFT_IBEACONS) != 0;
-  if (from.services == nullptr && from.service_count > 0) throw std::invalid_argument("services is NULL");
+  settings.services = textsIn(from.services, from.service_count, "services");
+  settings.expected = textsIn(from.expected, from.expected_count, "expected");
   if (from.regions == nullptr && from.region_count > 0) throw std::invalid_argument("regions is NULL");
-  for (const char* service : std::span(from.services, from.service_count))
-    settings.services.emplace_back(service == nullptr ? "" : service);
   for (const auto& [uuid, major, minor] : std::span(from.regions, from.region_count))
     settings.regions.push_back({uuid == nullptr ? "" : uuid, numberOf(major), numberOf(minor)});
   settings.lostAfter = std::chrono::milliseconds(from.lost_after_ms);

@@ -97,7 +97,7 @@ typedef struct brenloft_event {
   int32_t major;
   int32_t minor;
 
-  int64_t last_heard_us; /* of a loss */
+  int64_t last_heard_us; /* of a loss; 0: it was expected, and never heard */
   uint64_t count;        /* of what was missed */
   char text[128];        /* of the radio: the reason, cut at a whole character; else "" */
 } brenloft_event;
@@ -146,7 +146,10 @@ typedef struct brenloft_settings {
   /* Takes lines for people, on any thread; NULL: none. */
   void (*on_message)(void* user_data, const char* line);
   void* user_data;   /* for `on_message` */
-  brenloft_air* air; /* heard instead of `source`: for tests */
+  brenloft_air* air; /* heard instead of `source`: for tests; it cannot be recorded */
+  /* Beacons that should be there, by id: each is lost, too, when it is never heard for so long. */
+  const char* const* expected;
+  size_t expected_count;
 } brenloft_settings;
 
 /* clang-format off */

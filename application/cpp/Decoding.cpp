@@ -1,6 +1,7 @@
 #include "application/cpp/Decoding.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -25,6 +26,16 @@ Number fitted(double value, const char* what) {
 template <class Number>
 Number hundredthsOf(std::optional<double> value, const char* what) {
   return value ? fitted<Number>(std::round(*value * kHundredths), what) : Number{0};
+}
+
+std::optional<uint16_t> numberIn(std::string_view text) {
+  uint16_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+std::string iBeaconId(std::string_view uuid, uint16_t major, uint16_t minor) {
+  return std::string(uuid) + '/' + std::to_string(major) + '/' + std::to_string(minor);
 }
 
 }  // namespace
@@ -74,8 +85,28 @@ std::optional<Sighting> sightingIn(const platform::CBAdvertisementData& advertis
                     .major = frame->major,
                     .minor = frame->minor,
                     .measuredPowerDbm = frame->measuredPower};
-  sighting.id = sighting.uuid + '/' + std::to_string(sighting.major) + '/' + std::to_string(sighting.minor);
+  sighting.id = iBeaconId(sighting.uuid, sighting.major, sighting.minor);
   return sighting;
+}
+
+std::optional<std::string> beaconIdIn(std::string_view text) {
+  const auto first = text.find('/');
+  if (first == std::string_view::npos) {
+    std::string address(text);
+    std::ranges::replace(address, '-', ':');
+    const auto parsed = platform::BluetoothAddress::fromText(address);
+    if (!parsed) return std::nullopt;
+    std::string id = parsed->text();
+    std::ranges::replace(id, ':', '-');
+    return id;
+  }
+  const auto second = text.find('/', first + 1);
+  if (second == std::string_view::npos) return std::nullopt;
+  const auto uuid = platform::NSUUID::initWithUUIDString(text.substr(0, first));
+  const auto major = numberIn(text.substr(first + 1, second - first - 1));
+  const auto minor = numberIn(text.substr(second + 1));
+  if (!uuid || !major || !minor) return std::nullopt;
+  return iBeaconId(uuid->UUIDString(), *major, *minor);
 }
 
 platform::BluetoothAddress addressOf(const Reading& reading) {

@@ -24,6 +24,7 @@ Result<Wanted> Wanted::of(const Settings& settings) {
   if (!settings.regions.empty() && !settings.iBeacons)
     return refuse("regions are given, and no iBeacons are searched for");
   if (settings.lostAfter <= settings.lostAfter.zero()) return refuse("lostAfter must be longer than nothing");
+  if (settings.air && !settings.record.empty()) return refuse("a simulated air cannot be recorded");
   Wanted wanted{settings.sensors, settings.iBeacons, {}, {}, settings.lostAfter};
   for (const std::string& text : settings.services) {
     const auto service = platform::CBUUID::UUIDWithString(text);
@@ -34,6 +35,11 @@ Result<Wanted> Wanted::of(const Settings& settings) {
     const auto uuid = platform::NSUUID::initWithUUIDString(text);
     if (!uuid) return refuse("not a proximity UUID: " + text);
     wanted.regions.push_back({*uuid, major, minor});
+  }
+  for (const std::string& text : settings.expected) {
+    auto id = beaconIdIn(text);
+    if (!id) return refuse("no beacon has this id: " + text);
+    wanted.expected.push_back(*std::move(id));
   }
   return wanted;
 }
@@ -47,7 +53,10 @@ Listener::Listener(Hearing hearing, platform::dispatch_queue_t queue, Wanted wan
       gate_([this] {
         if (timer_) timer_->cancel();
         central_.reset();
-      }) {}
+      }) {
+  for (const std::string& id : wanted_.expected)
+    if (!byId_.contains(id)) add(id);
+}
 
 Listener::~Listener() {
   stop();
@@ -115,17 +124,19 @@ bool Listener::isWanted(const Sighting& sighting) const {
          });
 }
 
+Listener::Beacons::iterator Listener::add(const std::string& id) {
+  const auto added = beacons_.insert(beacons_.end(), Beacon{.id = id});
+  byId_.emplace(added->id, added);
+  return added;
+}
+
 Listener::Beacon& Listener::present(const std::string& id) {
   const Time now = hearing_.dispatch->date();
-  auto found = byId_.find(id);
-  if (found == byId_.end()) {
-    const auto added = beacons_.insert(beacons_.end(), Beacon{.id = id});
-    found = byId_.emplace(added->id, added).first;
-    onEvent_(Found{id, now});
-  } else {
-    beacons_.splice(beacons_.end(), beacons_, found->second);
-  }
-  Beacon& beacon = *found->second;
+  const auto known = byId_.find(id);
+  const auto found = known == byId_.end() ? add(id) : known->second;
+  beacons_.splice(beacons_.end(), beacons_, found);
+  Beacon& beacon = *found;
+  if (!std::exchange(beacon.isHeard, true)) onEvent_(Found{id, now});
   beacon.at = hearing_.dispatch->now();
   beacon.heard = now;
   if (!awaited_) await();
@@ -168,7 +179,9 @@ void Listener::await() {
 void Listener::loseSilent() {
   const Instant now = hearing_.dispatch->now();
   while (!gate_.isClosed() && !beacons_.empty() && dueOf(beacons_.front()) <= now) {
-    const Lost lost{beacons_.front().id, hearing_.dispatch->date(), beacons_.front().heard};
+    const Beacon& silent = beacons_.front();
+    const Lost lost{silent.id, hearing_.dispatch->date(),
+                    silent.isHeard ? std::optional(silent.heard) : std::nullopt};
     byId_.erase(beacons_.front().id);
     beacons_.pop_front();
     onEvent_(lost);

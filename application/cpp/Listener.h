@@ -30,6 +30,7 @@ struct Wanted {
   };
   std::vector<Region> regions{};
   std::chrono::milliseconds lostAfter{};
+  std::vector<std::string> expected{};
 
   static Result<Wanted> of(const Settings& settings);
 };
@@ -56,6 +57,7 @@ class Listener final : private platform::CBCentralManagerDelegate,
     std::string id;
     Instant at{};
     Time heard{};
+    bool isHeard = false;  // not only expected
     bool isEmergency = false;
     std::optional<Reading> last{};  // of a sensor
   };
@@ -70,6 +72,7 @@ class Listener final : private platform::CBCentralManagerDelegate,
   void heard(Reading reading);
   void heard(Sighting sighting);
   bool isWanted(const Sighting& sighting) const;
+  Beacons::iterator add(const std::string& id);
   Beacon& present(const std::string& id);
   Instant dueOf(const Beacon& beacon) const;
   void await();

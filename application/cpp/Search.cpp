@@ -1,4 +1,6 @@
+#include <array>
 #include <atomic>
+#include <cstdio>
 #include <limits>
 #include <thread>
 #include <utility>
@@ -208,6 +210,19 @@ std::string_view Event::beacon() const {
     return {};
   };
   return std::visit(ofOne, static_cast<const variant&>(*this));
+}
+
+std::string toText(Time time) {
+  const auto day = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(time - day);
+  std::array<char, 48> text;  // NOLINT(*-member-init): written next
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%06dZ",
+                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
+                static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
+                static_cast<int>(clock.subseconds().count()));
+  return text.data();
 }
 
 std::vector<Source> sources() {

@@ -41,6 +41,8 @@ namespace brenloft {
 /// An instant, in microseconds since 1970 in UTC: by the machine's clock, the recording's or the
 /// simulation's.
 using Time = platform::Date;
+/// "2026-01-01T00:00:00.061993Z" (ISO 8601, UTC).
+BRL_EXPORT std::string toText(Time time);
 /// Why something failed: `kind` for programs, `text` is one line for people.
 using Error = platform::Error;
 /// A value, or the error why there is none; true when there is a value.
@@ -99,7 +101,7 @@ struct Found {
 struct Lost {
   std::string id{};
   Time time{};
-  Time lastHeard{};
+  std::optional<Time> lastHeard{};  ///< nothing: it was expected, and never heard
   friend bool operator==(const Lost&, const Lost&) = default;
 };
 
@@ -164,11 +166,14 @@ struct Settings {
   std::vector<Region> regions{};
   /// The silence after which a beacon is lost.
   std::chrono::milliseconds lostAfter = std::chrono::seconds(30);
+  /// Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Ids may have
+  /// small letters and colons; events have them as they are told otherwise.
+  std::vector<std::string> expected{};
   /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none.
   std::string record{};
   /// Takes lines for people: what `auto` chose, what is wrong with a record of a capture. Any thread.
   std::function<void(std::string_view line)> onMessage{};
-  /// Heard instead of `source`, which is not looked at then, nor is `record`: for tests.
+  /// Heard instead of `source`, which is not looked at then: for tests. It cannot be recorded.
   std::shared_ptr<SimulatedAir> air{};
 };
 

@@ -39,7 +39,8 @@ std::string wordFor(const Event& event) {
   if (event.sighting() != nullptr) return "sighting";
   if (event.found() != nullptr) return "found";
   if (const auto* lost = event.lost())
-    return "lost after " + std::to_string((lost->time - lost->lastHeard) / seconds(1));
+    return lost->lastHeard ? "lost after " + std::to_string((lost->time - *lost->lastHeard) / seconds(1))
+                           : "never heard";
   if (const auto* emergency = event.emergency()) return emergency->isOver ? "over" : "emergency";
   if (const auto* radio = event.radio()) return radio->isListening ? "on" : "off: " + radio->reason;
   return "missed";
@@ -126,6 +127,27 @@ TEST(ModernSearch, CountsSilenceOnlyWhileTheRadioListens) {
   EXPECT_THAT(wordsOf(*search), testing::ElementsAre("lost after 615"));
 }
 
+TEST(ModernSearch, LosesWhoIsExpectedAndNeverHeard) {
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.iBeacons = true,
+                               .lostAfter = seconds(10),
+                               .expected = {"c0:c1:5c:00:00:01", "C0-C1-5C-00-00-02", "C0-C1-5C-00-00-02",
+                                            "51c70e2a-9b44-4d1f-8a63-2fd075e81c36/1/2"},
+                               .air = air});
+  ASSERT_TRUE(search) << search.error().text;
+  air->advance(seconds(9));
+  air->send(kFridge);
+  air->advance(seconds(1));
+  std::vector<std::string> told;
+  for (const Event& event : *search) told.push_back(wordFor(event) + ' ' + std::string(event.beacon()));
+  EXPECT_THAT(told,
+              testing::ElementsAre("on ", "found " + kFridge.id, "reading 4.250000 " + kFridge.id,
+                                   "never heard C0-C1-5C-00-00-02", "never heard " + kDoor.uuid + "/1/2"));
+  air->send(kDoor);
+  air->advance(seconds(9));
+  EXPECT_THAT(wordsOf(*search), testing::ElementsAre("found", "sighting", "lost after 10"));
+}
+
 TEST(ModernSearch, HearsOnlyWhatIsWanted) {
   const auto air = SimulatedAir::make();
   auto sensors = Search::start({.services = {"FFF0"}, .air = air});
@@ -160,6 +182,10 @@ TEST(ModernSearch, SaysWhyItCannotStart) {
             "regions are given, and no iBeacons are searched for");
   EXPECT_EQ(errorOf({.source = "demo", .sensors = false}), "neither sensors nor iBeacons are searched for");
   EXPECT_THAT(errorOf({.source = "demo", .record = "/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
+  EXPECT_EQ(errorOf({.record = "x", .air = SimulatedAir::make()}), "a simulated air cannot be recorded");
+  for (const std::string id : {"fridge", "C0-C1-5C-00-00", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1/65536",
+                               "51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1"})
+    EXPECT_EQ(errorOf({.source = "demo", .expected = {id}}), "no beacon has this id: " + id);
 }
 
 // The demonstration waits for who pulls, ends, and is heard again from its recording.

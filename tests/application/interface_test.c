@@ -68,6 +68,25 @@ static void gives_readings_as_they_were_sent(void) {
   brenloft_search_free(search);
 }
 
+static void loses_who_is_expected_and_never_heard(void) {
+  brenloft_air* air = NULL;
+  CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
+  const char* const expected[] = {"c0:c1:5c:00:00:01"};
+  brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
+  settings.air = air;
+  settings.expected = expected;
+  settings.expected_count = 1;
+  brenloft_search* search = NULL;
+  CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_OK);
+  CHECK(brenloft_air_advance(air, 30000) == BRENLOFT_OK);
+  brenloft_event event = BRENLOFT_EVENT_INIT;
+  CHECK(brenloft_search_next(search, 0, &event) == BRENLOFT_OK && event.kind == BRENLOFT_RADIO);
+  CHECK(brenloft_search_next(search, 0, &event) == BRENLOFT_OK && event.kind == BRENLOFT_LOST);
+  CHECK(strcmp(event.id, "C0-C1-5C-00-00-01") == 0 && event.last_heard_us == 0);
+  brenloft_search_free(search);
+  brenloft_air_free(air);
+}
+
 /* A program that was built when the structs were shorter. */
 static void leaves_alone_what_an_older_program_has_not(void) {
   brenloft_air* air = NULL;
@@ -175,6 +194,7 @@ static void explains_what_is_wrong(void) {
 
 int main(void) {
   gives_readings_as_they_were_sent();
+  loses_who_is_expected_and_never_heard();
   leaves_alone_what_an_older_program_has_not();
   hands_events_to_a_handler();
   pulls_the_demonstration_to_its_end();

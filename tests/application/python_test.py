@@ -35,6 +35,14 @@ def test_gives_what_a_sensor_does_in_order_on_virtual_time():
     assert [type(event) for event in search] == []  # the radio is off
 
 
+def test_loses_who_is_expected_and_never_heard():
+    air = brenloft.Air()
+    search = brenloft.Search(air=air, lost_after=10, expected=[FRIDGE.lower()])
+    air.advance(10)
+    _, lost = search
+    assert (lost.id, lost.last_heard) == (FRIDGE, None)
+
+
 def test_hears_only_the_ibeacons_of_a_region():
     air = brenloft.Air()
     uuid = "51C70E2A-9B44-4D1F-8A63-2FD075E81C36"

@@ -71,15 +71,15 @@ class Lost(NamedTuple):
 
     id: str
     time_us: int
-    last_heard_us: int
+    last_heard_us: int  #: 0: it was expected, and never heard
 
     @property
     def time(self) -> datetime:
         return _instant(self.time_us)
 
     @property
-    def last_heard(self) -> datetime:
-        return _instant(self.last_heard_us)
+    def last_heard(self) -> datetime | None:
+        return _instant(self.last_heard_us) if self.last_heard_us else None
 
 
 class Emergency(NamedTuple):

@@ -125,16 +125,18 @@ class Search:
         services: Iterable[str] = (),
         regions: Iterable[Region] = (),
         lost_after: float = 30.0,
+        expected: Iterable[str] = (),
         record: str | PathLike[str] | None = None,
         on_message: Callable[[str], None] | None = None,
         air: "Air | None" = None,
     ) -> None:
-        if isinstance(services, str):
-            raise TypeError("services is a list of UUIDs, not one text")
+        if isinstance(services, str) or isinstance(expected, str):
+            raise TypeError("services and expected are lists, not one text")
         self._waiting = deque()
         self._air = air
         self._message = ffi.new_handle(on_message) if on_message else ffi.NULL
         keep = [ffi.new("char[]", text.encode()) for text in services]
+        awaited = [ffi.new("char[]", text.encode()) for text in expected]
         names = [ffi.new("char[]", region.uuid.encode()) for region in regions]
         places = ffi.new("brenloft_region[]", len(names))
         for place, name, region in zip(places, names, regions):
@@ -142,6 +144,7 @@ class Search:
             place.major = -1 if region.major is None else region.major
             place.minor = -1 if region.minor is None else region.minor
         service_list = ffi.new("char *[]", keep)
+        expected_list = ffi.new("char *[]", awaited)
         address = ffi.new("char[]", source.encode())
         file = ffi.new("char[]", fspath(record).encode()) if record is not None else ffi.NULL
         settings = ffi.new(
@@ -159,6 +162,8 @@ class Search:
                 "on_message": lib.brenloft_python_message if on_message else ffi.NULL,
                 "user_data": self._message,
                 "air": air._air if air else ffi.NULL,
+                "expected": ffi.cast("const char *const *", expected_list),
+                "expected_count": len(awaited),
             },
         )
         made = ffi.new("brenloft_search **")
