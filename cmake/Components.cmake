@@ -48,6 +48,7 @@ function(brl_test name)
   target_link_libraries(${name} PRIVATE brenloft_options ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE
     BRENLOFT_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data" BRENLOFT_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  target_compile_options(${name} PRIVATE ${BRENLOFT_TEST_OPTIONS})
   gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]" LABELS "${ARG_LABELS}")
 endfunction()
