@@ -39,13 +39,15 @@ soname_is() {
     grep -qx "Package: libbrenloftsdk${2%%.*}" "$root/debian/control"
 }
 
-# Programs that were linked with the release before run with this one. What it was is built from its tag.
+# Programs that were linked with the release before run with this one. What it was is built from its tag, with all that debuggers
+# know of its types.
 abi_holds() { # abi_holds TAG NEW
   local old=$root/build/release-before
   if [[ ! -d $old/$1 ]]; then
     git -C "$root" worktree prune
     git -C "$root" worktree add -qf "$old/$1" "$1" || return
-    (cd "$old/$1" && quietly release-before cmake --preset whole -DBRENLOFT_BUILD_TESTS=OFF &&
+    (cd "$old/$1" && quietly release-before cmake --preset whole -DBRENLOFT_BUILD_TESTS=OFF \
+      -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g -Wno-subobject-linkage" &&
       quietly release-before cmake --build --preset whole --target BrenloftSDK) || return
   fi
   abidiff --no-added-syms --drop-private-types --debug-info-dir2 "$2/usr/lib/debug" \
@@ -78,7 +80,7 @@ release() {
   if packages_are "$1"; then
     unpack_library "$new"
     check "the soname is that of $1" soname_is "$new" "$1"
-    tag=$(git -C "$root" tag --list "v${1%%.*}.*" --sort=-version:refname | grep -vx "v$1" | head -1)
+    tag=$(git -C "$root" tag --list "v${1%%.*}.*" --sort=-version:refname | grep -vx "v$1" | head -1) || true
     if [[ -n $tag ]]; then
       check "programs linked with $tag run with it (build/abidiff.log)" abi_holds "$tag" "$new"
     else
