@@ -87,7 +87,7 @@ install(FILES packaging/completion/brenloft.bash DESTINATION ${CMAKE_INSTALL_DAT
 install(FILES packaging/completion/_brenloft DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 install(FILES packaging/completion/brenloft.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 # As here, so that the links of README.md hold
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES README.md CHANGELOG.md packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # The service, for the prefix of cmake --install
 install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")

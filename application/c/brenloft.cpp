@@ -215,8 +215,12 @@ brenloft_status start(const brenloft_settings* settings, brenloft_search** searc
   });
 }
 
-brenloft_status takeOne(brenloft::Search& search, int64_t timeout, void* to, std::size_t size) {
+void requireSize(std::size_t size) {
   if (size == 0) throw std::invalid_argument("the size of the event is not set: use BRENLOFT_EVENT_INIT");
+}
+
+brenloft_status takeOne(brenloft::Search& search, int64_t timeout, void* to, std::size_t size) {
+  requireSize(size);
   const auto event = timeout < 0 ? search.next() : search.next(std::chrono::milliseconds(timeout));
   if (!event) return search.hasEnded() ? BRENLOFT_END : BRENLOFT_NONE;
   store(eventFor(*event), to, size);
@@ -282,6 +286,7 @@ brenloft_status brenloft_decode(const uint8_t* data, size_t length, brenloft_eve
   return guarded([&] {
     if (data == nullptr) return missing("data");
     if (event == nullptr) return missing("event");
+    requireSize(event->size);
     const auto reading = Reading::decode(std::as_bytes(std::span(data, length)));
     if (!reading)
       return fail(BRENLOFT_UNSUPPORTED, "a frame has 22 octets or more: " + std::to_string(length));
@@ -340,7 +345,13 @@ brenloft_status brenloft_search_next_many(brenloft_search* search, int64_t timeo
 }
 
 int brenloft_search_descriptor(const brenloft_search* search) {
-  return search == nullptr ? -1 : search->search.fileDescriptor();
+  int descriptor = -1;
+  (void)guarded([&] {
+    if (search == nullptr) return missing("search");
+    descriptor = search->search.fileDescriptor();
+    return BRENLOFT_OK;
+  });
+  return descriptor;
 }
 
 void brenloft_search_stop(brenloft_search* search) {

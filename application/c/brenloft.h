@@ -112,7 +112,7 @@ typedef struct brenloft_event {
 /* clang-format on */
 
 /** The reading in a sensor beacon's manufacturer data, 22 octets or more; BRENLOFT_UNSUPPORTED of fewer. It
- * has no time, rssi or service. */
+ * has no time, rssi or service. `event->size` must be set. */
 BRENLOFT_API brenloft_status brenloft_decode(const uint8_t* data, size_t length, brenloft_event* event);
 
 /* ---- A search ---- */
@@ -148,7 +148,8 @@ typedef struct brenloft_settings {
   void (*on_message)(void* user_data, const char* line);
   void* user_data;   /**< for `on_message` */
   brenloft_air* air; /**< heard instead of `source`: for tests; it cannot be recorded */
-  /** Beacons that should be there, by id: each is lost, too, when it is never heard for so long. */
+  /** Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Small
+   * letters and colons are taken here. Events always have capital letters and dashes: compare with those. */
   const char* const* expected;
   size_t expected_count;
 } brenloft_settings;
@@ -167,7 +168,7 @@ BRENLOFT_API brenloft_status brenloft_search_start(const brenloft_settings* sett
  * more will come. The event lives for the call. It may stop the search; it may not free it. */
 typedef void (*brenloft_handler)(void* user_data, const brenloft_event* event);
 
-/** Starts a search whose events are handed to `handler`. */
+/** Starts a search whose events are handed to `handler`, which may be called before this has returned. */
 BRENLOFT_API brenloft_status brenloft_search_start_with_handler(const brenloft_settings* settings,
                                                                 brenloft_handler handler, void* user_data,
                                                                 brenloft_search** search);

@@ -91,6 +91,7 @@ void Air::silence(int number) {
 
 void Air::setListening(bool isListening, std::string reason) {
   using platform::CBManagerState;
+  clock_->runDue();  // the state before is told first
   radio_->setState(isListening ? CBManagerState::poweredOn : CBManagerState::poweredOff, std::move(reason));
   clock_->runDue();
 }

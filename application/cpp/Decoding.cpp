@@ -16,16 +16,17 @@ constexpr double kHundredths = 100;
 
 // A number that a frame can carry.
 template <class Number>
-Number fitted(double value, const char* what) {
+Number fitted(double value, const char* what, double unit = 1) {
   using Limits = std::numeric_limits<Number>;
   if (value >= Limits::min() && value <= Limits::max()) return static_cast<Number>(value);
-  throw std::invalid_argument(std::string("no frame can carry this ") + what + ": " + std::to_string(value));
+  throw std::invalid_argument(std::string("no frame can carry this ") + what + ": " +
+                              std::to_string(value / unit));
 }
 
 // In hundredths; absent is 0.
 template <class Number>
 Number hundredthsOf(std::optional<double> value, const char* what) {
-  return value ? fitted<Number>(std::round(*value * kHundredths), what) : Number{0};
+  return value ? fitted<Number>(std::round(*value * kHundredths), what, kHundredths) : Number{0};
 }
 
 std::optional<uint16_t> numberIn(std::string_view text) {

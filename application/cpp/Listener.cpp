@@ -39,6 +39,9 @@ Result<Wanted> Wanted::of(const Settings& settings) {
   for (const std::string& text : settings.expected) {
     auto id = beaconIdIn(text);
     if (!id) return refuse("no beacon has this id: " + text);
+    const bool isIBeacon = id->find('/') != std::string::npos;
+    if (!(isIBeacon ? settings.iBeacons : settings.sensors))
+      return refuse("expected, but its kind is not searched for: " + text);
     wanted.expected.push_back(*std::move(id));
   }
   return wanted;

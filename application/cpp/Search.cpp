@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cstdio>
 #include <limits>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -188,20 +189,25 @@ Result<Search> Search::start(Settings settings, Handlers handlers, Executor exec
   return Search(std::move(engine));
 }
 
+SearchEngine& Search::engine() const {
+  if (!engine_) throw std::logic_error("this search was moved from");
+  return *engine_;
+}
+
 void Search::stop() {
-  engine_->stop();
+  engine().stop();
 }
 std::optional<Event> Search::next() {
-  return engine_->next(std::nullopt);
+  return engine().next(std::nullopt);
 }
 std::optional<Event> Search::next(std::chrono::milliseconds timeout) {
-  return engine_->next(timeout);
+  return engine().next(timeout);
 }
 bool Search::hasEnded() const {
-  return engine_->mailbox().isDrained();
+  return engine().mailbox().isDrained();
 }
 int Search::fileDescriptor() const {
-  return engine_->mailbox().fileDescriptor();
+  return engine().mailbox().fileDescriptor();
 }
 
 std::string_view Event::beacon() const {

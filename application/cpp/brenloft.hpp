@@ -45,7 +45,8 @@ using Time = platform::Date;
 BRL_EXPORT std::string toText(Time time);
 /// Why something failed: `kind` for programs, `text` is one line for people.
 using Error = platform::Error;
-/// A value, or the error why there is none; true when there is a value.
+/// A value, or the error why there is none; true when there is a value. `*` of an error throws a
+/// std::runtime_error with its text.
 template <class T = void>
 using Result = platform::Result<T>;
 
@@ -166,8 +167,8 @@ struct Settings {
   std::vector<Region> regions{};
   /// The silence after which a beacon is lost.
   std::chrono::milliseconds lostAfter = std::chrono::seconds(30);
-  /// Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Ids may have
-  /// small letters and colons; events have them as they are told otherwise.
+  /// Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Small
+  /// letters and colons are taken here. Events always have capital letters and dashes: compare with those.
   std::vector<std::string> expected{};
   /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none.
   std::string record{};
@@ -200,15 +201,19 @@ using Executor = std::function<void(std::function<void()> block)>;
 ///
 /// Threads: `stop` may be called from any thread, and so may `next` by one at a time. Handlers are called one
 /// at a time, with no lock held: by the executor, else on a thread of the search's own. They may stop the
-/// search; they may not destroy it, and an exception that leaves one ends the process. A search that was
-/// moved from can only be destroyed or given another.
+/// search; they may not destroy it, and an exception that leaves one ends the process. `next` gives nothing
+/// where there are handlers.
+///
+/// A search must not be moved while another call of it runs, nor inside a loop over it. One that was moved
+/// from can only be destroyed or given another: anything else is a std::logic_error.
 class BRL_EXPORT Search {
  public:
   static constexpr std::size_t kCapacity = 4'096;
 
   /// Fails when the source cannot be opened, a UUID is none, or the recording cannot be begun.
-  static Result<Search> start(Settings settings);
-  static Result<Search> start(Settings settings, Handlers handlers, Executor executor = {});
+  /// Handlers may be called before it has returned.
+  [[nodiscard]] static Result<Search> start(Settings settings);
+  [[nodiscard]] static Result<Search> start(Settings settings, Handlers handlers, Executor executor = {});
 
   Search(Search&&) noexcept;
   Search& operator=(Search&&) noexcept;
@@ -238,6 +243,7 @@ class BRL_EXPORT Search {
 
  private:
   explicit Search(std::shared_ptr<SearchEngine> engine);
+  SearchEngine& engine() const;
   std::shared_ptr<SearchEngine> engine_;
 };
 

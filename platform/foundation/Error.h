@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -29,8 +30,9 @@ struct Error {
   friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// What an operation gives, or why it failed. True when it succeeded. A question whose answer is the error
-/// returns `std::optional<Error>` instead.
+/// What an operation gives, or why it failed. True when it succeeded. Whoever takes the value where there is
+/// none gets a std::runtime_error with the error's text. A question whose answer is the error returns
+/// `std::optional<Error>` instead.
 template <class T = void>
 class Result {
  public:
@@ -43,17 +45,24 @@ class Result {
 
   /// Whether there is a value.
   explicit operator bool() const { return state_.index() == 0; }
-  T& operator*() & { return std::get<0>(state_); }
-  const T& operator*() const& { return std::get<0>(state_); }
-  T&& operator*() && { return std::get<0>(std::move(state_)); }
-  T* operator->() { return &std::get<0>(state_); }
-  const T* operator->() const { return &std::get<0>(state_); }
+  T& operator*() & { return valueOf(*this); }
+  const T& operator*() const& { return valueOf(*this); }
+  /// A value of its own, so that `for (auto& one : *make())` goes over something that lives.
+  T operator*() && { return std::move(valueOf(*this)); }
+  T* operator->() { return &valueOf(*this); }
+  const T* operator->() const { return &valueOf(*this); }
   T value_or(T other) const { return *this ? **this : std::move(other); }
   std::optional<T> toOptional() && { return *this ? std::optional(*std::move(*this)) : std::nullopt; }
   const Error& error() const { return std::get<1>(state_); }
   friend bool operator==(const Result& result, const T& value) { return result && *result == value; }
 
  private:
+  template <class Self>
+  static auto& valueOf(Self& self) {
+    if (!self) throw std::runtime_error(self.error().text);
+    return *std::get_if<0>(&self.state_);
+  }
+
   std::variant<T, Error> state_;
 };
 

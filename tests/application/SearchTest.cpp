@@ -186,9 +186,26 @@ TEST(ModernSearch, SaysWhyItCannotStart) {
   for (const std::string id : {"fridge", "C0-C1-5C-00-00", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1/65536",
                                "51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1"})
     EXPECT_EQ(errorOf({.source = "demo", .expected = {id}}), "no beacon has this id: " + id);
+  EXPECT_EQ(errorOf({.source = "demo", .expected = {kDoor.uuid + "/1/2"}}),
+            "expected, but its kind is not searched for: " + kDoor.uuid + "/1/2");
 }
 
 // The demonstration waits for who pulls, ends, and is heard again from its recording.
+TEST(ModernSearch, ThrowsTheReasonWhereThereIsNoSearch) {
+  try {
+    (void)*Search::start({.source = "captur:x"});
+    ADD_FAILURE();
+  } catch (const std::runtime_error& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("no such source: captur:x"));
+  }
+  int events = 0;
+  for ([[maybe_unused]] const Event& event : *Search::start({.source = "demo"})) ++events;
+  EXPECT_GT(events, 250);
+  auto search = Search::start({.air = SimulatedAir::make()});
+  const Search other = *std::move(search);
+  EXPECT_THROW((void)search->next(), std::logic_error);
+}
+
 TEST(ModernSearch, PullsAWholeSourceAndItsRecording) {
   const std::string file = testing::TempDir() + "modern.btsnoop";
   const auto readingsOf = [](Settings settings) {

@@ -83,6 +83,9 @@ static void loses_who_is_expected_and_never_heard(void) {
   CHECK(brenloft_search_next(search, 0, &event) == BRENLOFT_OK && event.kind == BRENLOFT_RADIO);
   CHECK(brenloft_search_next(search, 0, &event) == BRENLOFT_OK && event.kind == BRENLOFT_LOST);
   CHECK(strcmp(event.id, "C0-C1-5C-00-00-01") == 0 && event.last_heard_us == 0);
+  const uint8_t frame[22] = {0};
+  event.size = 0;
+  CHECK(brenloft_decode(frame, sizeof frame, &event) == BRENLOFT_UNSUPPORTED);
   brenloft_search_free(search);
   brenloft_air_free(air);
 }

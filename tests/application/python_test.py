@@ -4,6 +4,7 @@ import asyncio
 import json
 import math
 import os
+import pathlib
 import subprocess
 from datetime import datetime, timedelta, timezone
 
@@ -41,6 +42,41 @@ def test_loses_who_is_expected_and_never_heard():
     air.advance(10)
     _, lost = search
     assert (lost.id, lost.last_heard) == (FRIDGE, None)
+
+
+def test_wakes_who_waits_for_a_search_that_is_closed():
+    async def count(search):
+        return sum([1 async for _ in search])
+
+    async def run():
+        search = brenloft.Search("demo?paced", services=["1234"])
+        counting = asyncio.create_task(count(search))
+        await asyncio.sleep(0.2)
+        search.close()
+        return search, await asyncio.wait_for(counting, 10)
+
+    search, counted = asyncio.run(run())
+    assert counted <= 1  # the radio's state
+    with pytest.raises(brenloft.SearchEnded):
+        search.take(1)
+
+
+def test_says_what_is_wrong_with_an_argument():
+    for wrong in (
+        lambda: brenloft.Search(pathlib.Path("x")),
+        lambda: brenloft.Search(air="x"),
+        lambda: brenloft.scan("demo", expected=[FRIDGE]),
+        lambda: brenloft.Search("demo", services="1234"),
+    ):
+        with pytest.raises(TypeError, match="source is|air is|tells of no|are lists"):
+            wrong()
+    with pytest.raises(ValueError, match="lost_after"):
+        brenloft.Search("demo", lost_after=float("nan"))
+    with pytest.raises(brenloft.UnsupportedError, match="its kind is not searched for"):
+        brenloft.Search("demo", expected=["51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1/2"])
+    with pytest.raises(FileNotFoundError, match="nowhere"):
+        next(brenloft.history("nowhere"))
+    assert brenloft.decode(bytearray(22)).emergency == 0
 
 
 def test_hears_only_the_ibeacons_of_a_region():

@@ -6,6 +6,7 @@
         print(reading.id, reading.temperature_celsius)
 """
 
+from ._interface import ffi as _ffi, lib as _lib
 from .events import Emergency, Event, Found, Lost, Missed, RadioChange, Reading, Sighting
 from .history import Row, history, history_frame
 from .search import (
@@ -16,6 +17,7 @@ from .search import (
     Region,
     Scan,
     Search,
+    SearchEnded,
     Source,
     UnsupportedError,
     decode,
@@ -23,8 +25,11 @@ from .search import (
     sources,
 )
 
+#: Of the library that was loaded.
+__version__: str = _ffi.string(_lib.brenloft_version()).decode()
+
 __all__ = [
     "AbsentError", "Air", "Emergency", "Error", "Event", "Found", "Lost", "Missed", "NotPermittedError",
-    "RadioChange", "Reading", "Region", "Row", "Scan", "Search", "Sighting", "Source", "UnsupportedError",
+    "RadioChange", "Reading", "Region", "Row", "Scan", "Search", "SearchEnded", "Sighting", "Source", "UnsupportedError",
     "decode", "history", "history_frame", "scan", "sources",
 ]  # fmt: skip

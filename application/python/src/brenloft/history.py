@@ -49,6 +49,8 @@ def history(
     file = pathlib.Path(path)
     if file.is_dir():
         file = file / "history.sqlite"
+    if not file.exists():
+        raise FileNotFoundError(f"no history there: {file}")
     connection = sqlite3.connect(f"{file.absolute().as_uri()}?mode=ro", uri=True)
     try:
         values = {"beacon": beacon, "since": _seconds(since), "until": _seconds(until)}

@@ -6,6 +6,7 @@ import asyncio
 import select
 import struct
 from collections import deque
+from contextlib import contextmanager
 from os import PathLike, fspath
 from typing import Callable, Iterable, Iterator, NamedTuple
 
@@ -17,6 +18,7 @@ _LAYOUT = struct.Struct("@Niiq64siiddii3i40si40siiqQ128s0Q")
 assert _LAYOUT.size == ffi.sizeof("brenloft_event"), "the installed library has another brenloft_event"
 _NO_RSSI = -(2**31)
 _BATCH = 256
+_ID_SIZE = 64
 
 
 class Error(Exception):
@@ -33,6 +35,10 @@ class NotPermittedError(Error):
 
 class UnsupportedError(Error, ValueError):
     """An address, a text or a number that can be none."""
+
+
+class SearchEnded(Error):
+    """The search has ended, or was closed: nothing more will come."""
 
 
 _ERRORS = {
@@ -88,10 +94,11 @@ def _struct(**members):
     return ffi.new("brenloft_event *", {"size": _LAYOUT.size, **members})
 
 
-def decode(data: bytes) -> Reading:
+def decode(data: bytes | bytearray | memoryview) -> Reading:
     """The reading in a sensor beacon's manufacturer data, 22 octets or more."""
+    octets = memoryview(data).tobytes()
     event = _struct()
-    check(lib.brenloft_decode(data, len(data), event))
+    check(lib.brenloft_decode(octets, len(octets), event))
     reading = _event(_LAYOUT.unpack(ffi.buffer(event)))
     assert isinstance(reading, Reading)
     return reading
@@ -114,6 +121,8 @@ class Search:
     """
 
     _search = None
+    _is_closed = False
+    _watchers = 0
     _waiting: deque[Event] = deque()
 
     def __init__(
@@ -132,6 +141,13 @@ class Search:
     ) -> None:
         if isinstance(services, str) or isinstance(expected, str):
             raise TypeError("services and expected are lists, not one text")
+        if not isinstance(source, str):
+            raise TypeError(f"source is a text such as 'auto' or 'capture:FILE', not {source!r}")
+        if not isinstance(air, Air | None):
+            raise TypeError(f"air is a brenloft.Air, not {air!r}")
+        regions = [Region(region) if isinstance(region, str) else Region(*region) for region in regions]
+        if not 0 < lost_after < float("inf"):
+            raise ValueError(f"lost_after is in seconds, more than 0: {lost_after}")
         self._waiting = deque()
         self._air = air
         self._message = ffi.new_handle(on_message) if on_message else ffi.NULL
@@ -178,21 +194,40 @@ class Search:
         return lib.brenloft_search_descriptor(self._open())
 
     def close(self) -> None:
-        """Ends the search. What waits is dropped."""
-        search, self._search = self._search, None
-        if search is not None:
-            lib.brenloft_search_free(search)
+        """Ends the search. What waits is dropped, and whoever waits for an event finds that it has ended."""
+        self._is_closed = True
         self._waiting.clear()
+        if self._search is not None:
+            lib.brenloft_search_stop(self._search)  # makes its descriptor readable
+        self._free()
+
+    # Once nobody watches its descriptor any more.
+    def _free(self) -> None:
+        if self._is_closed and self._watchers == 0:
+            search, self._search = self._search, None
+            if search is not None:
+                lib.brenloft_search_free(search)
 
     def take(self, timeout: float | None = None) -> Event | None:
         """The next event, waiting for it up to so many seconds, or as long as it takes. None: there was none
-        in that time. StopIteration: nothing more will come."""
+        in that time. SearchEnded: nothing more will come."""
         if not self._waiting and not self._fill() and self._air is None:
-            poll = select.poll()
-            poll.register(self.fileno(), select.POLLIN)
-            poll.poll(None if timeout is None else timeout * 1000)
+            with self._watched() as descriptor:
+                poll = select.poll()
+                poll.register(descriptor, select.POLLIN)
+                poll.poll(None if timeout is None else timeout * 1000)
             self._fill()
         return self._waiting.popleft() if self._waiting else None
+
+    @contextmanager
+    def _watched(self) -> Iterator[int]:
+        descriptor = self.fileno()
+        self._watchers += 1
+        try:
+            yield descriptor
+        finally:
+            self._watchers -= 1
+            self._free()
 
     def __iter__(self) -> Iterator[Event]:
         return self
@@ -200,7 +235,10 @@ class Search:
     def __next__(self) -> Event:
         if self._waiting:
             return self._waiting.popleft()
-        event = self.take()
+        try:
+            event = self.take()
+        except SearchEnded:
+            raise StopIteration from None
         if event is None:
             raise StopIteration
         return event
@@ -217,7 +255,7 @@ class Search:
                 if self._air is not None:
                     raise StopAsyncIteration
                 await self._readable()
-        except StopIteration:
+        except SearchEnded:
             raise StopAsyncIteration from None
         return self._waiting.popleft()
 
@@ -227,21 +265,27 @@ class Search:
     def __exit__(self, *_: object) -> None:
         self.close()
 
+    async def __aenter__(self) -> "Search":
+        return self
+
+    async def __aexit__(self, *_: object) -> None:
+        self.close()
+
     def __del__(self) -> None:
         self.close()
 
     def _open(self):
-        if self._search is None:
-            raise StopIteration
+        if self._is_closed or self._search is None:
+            raise SearchEnded("the search is closed")
         return self._search
 
-    # Takes what there is at once; raises StopIteration at the end.
+    # Takes what there is at once; raises SearchEnded at the end.
     def _fill(self) -> bool:
         size = _LAYOUT.size
         status = lib.brenloft_search_next_many(self._open(), 0, self._events, size, _BATCH, self._count)
         check(status)
         if status == lib.BRENLOFT_END:
-            raise StopIteration
+            raise SearchEnded("the search has ended: nothing more will come")
         count = self._count[0]
         self._waiting.extend(map(_event, _LAYOUT.iter_unpack(memoryview(self._octets)[: count * size])))
         return count > 0
@@ -249,16 +293,16 @@ class Search:
     async def _readable(self) -> None:
         loop = asyncio.get_running_loop()
         ready = loop.create_future()
-        descriptor = self.fileno()
-        loop.add_reader(descriptor, lambda: ready.done() or ready.set_result(None))
-        try:
-            await ready
-        finally:
-            loop.remove_reader(descriptor)
+        with self._watched() as descriptor:
+            loop.add_reader(descriptor, lambda: ready.done() or ready.set_result(None))
+            try:
+                await ready
+            finally:
+                loop.remove_reader(descriptor)
 
 
 class Scan:
-    """The readings and sightings of a search, and nothing else."""
+    """The readings and sightings of a search, and nothing else: not what is found or lost."""
 
     def __init__(self, search: Search) -> None:
         self.search = search
@@ -270,6 +314,12 @@ class Scan:
         return self
 
     def __exit__(self, *_: object) -> None:
+        self.close()
+
+    async def __aenter__(self) -> "Scan":
+        return self
+
+    async def __aexit__(self, *_: object) -> None:
         self.close()
 
     def __iter__(self) -> Iterator[Reading | Sighting]:
@@ -290,7 +340,10 @@ class Scan:
 
 
 def scan(source: str = "auto", **settings) -> Scan:
-    """Everything that beacons send: `for reading in scan("demo")`, or `async for`. Settings as of `Search`."""
+    """Everything that beacons send: `for reading in scan("demo")`, or `async for`. Settings as of `Search`,
+    but those about losses, which only `Search` tells."""
+    for name in settings.keys() & {"expected", "lost_after"}:
+        raise TypeError(f"scan tells of no losses; Search does, with {name}")
     return Scan(Search(source, **settings))
 
 
@@ -337,6 +390,8 @@ class Air:
         service: str = "",
     ):
         """What a sensor beacon sends. 0.00 °C without a humidity is heard as no temperature."""
+        if len(id.encode()) >= _ID_SIZE:
+            raise UnsupportedError(f"no sensor has this id: {id}")
         absent = float("nan")
         return _struct(
             kind=lib.BRENLOFT_READING,
