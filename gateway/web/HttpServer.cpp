@@ -58,7 +58,7 @@ using Response = std::unique_ptr<MHD_Response, ResponseEnd>;
 Response responseOf(const std::shared_ptr<const Content>& content, const std::string& text) {
   auto* kept = new std::shared_ptr<const Content>(content);
   return Response(MHD_create_response_from_buffer_with_free_callback_cls(
-      text.size(), const_cast<char*>(text.data()),
+      text.size(), const_cast<char*>(text.data()),  // NOLINT(*-const-cast): only read
       [](void* cls) { delete static_cast<std::shared_ptr<const Content>*>(cls); }, kept));
 }
 
@@ -158,7 +158,8 @@ class HttpServer::Core {
     return of(self).addExchange(target, connection);
   }
   static MHD_Result handles(void* self, MHD_Connection*, const char*, const char* method, const char*,
-                            const char*, size_t* uploaded, void** exchange) {
+                            const char*, size_t* uploaded,  // NOLINT(*-non-const-parameter): the interface's
+                            void** exchange) {
     return of(self).handle(*static_cast<Exchange*>(*exchange), method, *uploaded > 0);
   }
   static void ends(void* self, MHD_Connection*, void** exchange, MHD_RequestTerminationCode) {

@@ -19,7 +19,7 @@ struct HttpLimits {
   std::size_t connections = 640;
   std::size_t streams = 520;    ///< of these; the rest stays free for questions
   std::size_t perAddress = 32;  ///< of one machine; behind a proxy on this one are many
-  std::size_t requestOctets = 16 * 1024;
+  std::size_t requestOctets = std::size_t{16} * 1024;
   std::chrono::seconds requestTime{10};  ///< for a whole request to come, or the next one
   std::chrono::seconds answerTime{60};   ///< for an answer to be made and taken
   std::chrono::seconds stillTime{20};    ///< without an octet, streams too

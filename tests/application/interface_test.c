@@ -99,14 +99,15 @@ static void leaves_alone_what_an_older_program_has_not(void) {
   CHECK(brenloft_air_send(air, &sent) == BRENLOFT_OK);
   enum { kOlder = offsetof(brenloft_event, service), kCount = 3 };
   unsigned char room[kCount * kOlder + 1];
-  room[kCount * kOlder] = 0xA5;
+  room[(size_t)kCount * kOlder] = 0xA5;
   size_t count = 0;
   CHECK(brenloft_search_next_many(search, 0, (brenloft_event*)(void*)room, kOlder, kCount, &count) ==
         BRENLOFT_OK);
   brenloft_event last;
-  memcpy(&last, room + 2 * kOlder, kOlder);
+  // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.DeprecatedOrUnsafeBufferHandling)
+  memcpy(&last, room + (ptrdiff_t)2 * kOlder, kOlder);
   CHECK(count == kCount && last.size == kOlder && last.temperature_celsius == 4 &&
-        room[kCount * kOlder] == 0xA5);
+        room[(size_t)kCount * kOlder] == 0xA5);
   brenloft_search_free(search);
   brenloft_air_free(air);
 }

@@ -46,7 +46,7 @@ std::string fallbackOf(const CLI::Option& option) {
   if (option.get_items_expected_max() == 0) return "false";
   if (!option.get_default_str().empty()) return option.get_default_str();
   constexpr std::string_view kBegin = "; default: ";
-  const std::string help = option.get_description();
+  const std::string& help = option.get_description();
   const auto begin = help.find(kBegin);
   if (begin == std::string::npos) return {};
   const auto from = begin + kBegin.size();

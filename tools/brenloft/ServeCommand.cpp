@@ -1,11 +1,11 @@
 #include "tools/brenloft/ServeCommand.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
 #include "gateway/Secret.h"
 #include "gateway/history/HistoryWriter.h"
