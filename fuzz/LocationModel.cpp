@@ -255,7 +255,7 @@ std::string LocationModel::rangingLine(const CLBeaconRegion& region) const {
       if (!isSameBeacon(one.frame, other.frame)) continue;
       power = other.frame.measuredPower;
       if (other.second != second_ || !other.rssi) continue;
-      sum = sum + *other.rssi;
+      sum = sum + *other.rssi;  // NOLINT(bugprone-signed-char-misuse): a number
       ++count;
     }
     const long mean = count == 0 ? 0 : std::lround(static_cast<double>(sum) / count);

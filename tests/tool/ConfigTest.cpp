@@ -147,8 +147,9 @@ TEST_F(Config, CheckWarnsOfWhatTheFileAloneDoesNotTell) {
 }
 
 TEST_F(Config, OfTheExampleHasAnAlarmThatTheDemonstrationRaisesAndClears) {
-  const Ended scan = runTool({"scan", "--source", "demo", "--format", "readings", "--transitions", "--config",
-                              BRENLOFT_SOURCE_DIR "/examples/fridge.toml"});
+  const std::string example = BRENLOFT_SOURCE_DIR "/examples/fridge.toml";
+  const Ended scan =
+      runTool({"scan", "--source", "demo", "--format", "readings", "--transitions", "--config", example});
   EXPECT_EQ(countOf(scan.out, "\"event\":\"alarm_raised\""), 1U) << scan.err;
   EXPECT_EQ(countOf(scan.out, "\"event\":\"alarm_cleared\""), 1U);
 }

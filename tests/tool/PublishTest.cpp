@@ -288,8 +288,8 @@ class RetainedTest : public PublishTest {
  protected:
   // A gateway that hears nothing but what a test says.
   struct Gateway {
-    Gateway(const std::filesystem::path& container, std::string gatewayName)
-        : folder(container), name(std::move(gatewayName)) {
+    Gateway(std::filesystem::path container, std::string gatewayName)
+        : folder(std::move(container)), name(std::move(gatewayName)) {
       std::filesystem::create_directories(folder);
       auto opened = brenloft::HistoryWriter::open(folder / brenloft::kHistoryFileName, {}, dispatch,
                                                   dispatch->mainQueue(), [](const auto&) {});
