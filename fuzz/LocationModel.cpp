@@ -253,9 +253,9 @@ std::string LocationModel::rangingLine(const CLBeaconRegion& region) const {
     int power = 0;
     for (const Frame& other : frames_) {
       if (!isSameBeacon(one.frame, other.frame)) continue;
-      power = other.frame.measuredPower;
+      power = other.frame.measuredPower;  // NOLINT(bugprone-signed-char-misuse): a number
       if (other.second != second_ || !other.rssi) continue;
-      sum = sum + *other.rssi;  // NOLINT(bugprone-signed-char-misuse): a number
+      sum = sum + *other.rssi;
       ++count;
     }
     const long mean = count == 0 ? 0 : std::lround(static_cast<double>(sum) / count);

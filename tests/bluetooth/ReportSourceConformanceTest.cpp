@@ -270,8 +270,11 @@ TEST_P(ReportSource, EndsWithItsLastReference) {
     open();
     source_->startScan({});
     EXPECT_TRUE(hearsMore());
+    const std::weak_ptr ended(source_);
     source_.reset();
     EXPECT_TRUE(endsScanning());
+    // A handler that ran meanwhile has kept it.
+    EXPECT_TRUE(air_.comesTrue([&] { return ended.expired() && !isInside_; }));
     renew();
   }
 }
