@@ -152,16 +152,31 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     }
     ++waiting_;
     pending_.push_back(std::move(record));
-    if (!state_.isWorking) return retryLater();
+    // Something new must come before the next try, so that virtual time comes to an end.
+    if (!state_.isWorking) return writeAfter(kRetryTime);
     schedule(when == When::now || pending_.size() >= kBatchRows);
   }
 
   // With the lock held.
   void schedule(bool isNow) {
     if (isNow && !std::exchange(isPosted_, true)) post([](Core& core) { core.write(); });
-    if (isNow || std::exchange(isTimed_, true)) return;
+    if (isNow || isTimed_) return;
     const auto next = lastWrite_ ? *lastWrite_ + kBatchTime - dispatch_->now() : kGatherTime;
-    after(std::max<std::chrono::nanoseconds>(next, kGatherTime), [](Core& core) { core.write(); });
+    writeAfter(std::max<std::chrono::nanoseconds>(next, kGatherTime));
+  }
+
+  // With the lock held. A write before then has taken what this one waits for: it must not become a commit
+  // of its own, or each emergency would add one to every second that follows.
+  void writeAfter(std::chrono::nanoseconds delay) {
+    if (std::exchange(isTimed_, true)) return;
+    after(delay, [timer = ++timer_](Core& core) {
+      if (core.isRunning(timer)) core.write();
+    });
+  }
+
+  bool isRunning(uint64_t timer) const {
+    const std::scoped_lock lock(mutex_);
+    return isTimed_ && timer == timer_;
   }
 
   template <typename Work>
@@ -181,7 +196,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
     const std::scoped_lock lock(fileMutex_);
     {
       const std::scoped_lock pending(mutex_);
-      isPosted_ = isTimed_ = isRetrying_ = false;
+      isPosted_ = isTimed_ = false;
       lastWrite_ = dispatch_->now();
     }
     if (isClosed_) return;
@@ -233,12 +248,6 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   void stop(const std::string& reason) {
     const std::scoped_lock lock(mutex_);
     announce({.isWorking = false, .reason = reason});
-  }
-
-  // With the lock held. Something new must come first, so that virtual time comes to an end.
-  void retryLater() {
-    if (std::exchange(isRetrying_, true)) return;
-    after(kRetryTime, [](Core& core) { core.write(); });
   }
 
   // With the lock held.
@@ -321,7 +330,7 @@ class HistoryWriter::Core : public std::enable_shared_from_this<Core> {
   std::optional<platform::dispatch_time_t> lastWrite_;
   bool isPosted_ = false;
   bool isTimed_ = false;
-  bool isRetrying_ = false;
+  uint64_t timer_ = 0;  // the newest
 };
 
 platform::Result<std::unique_ptr<HistoryWriter>> HistoryWriter::open(

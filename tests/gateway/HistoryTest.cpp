@@ -230,6 +230,26 @@ TEST_F(HistoryTest, BatchesWhatIsRoutineAndCommitsWhatIsNotAtOnce) {
   EXPECT_EQ(writer->counts(), (HistoryWriter::Counts{.written = 5, .implausible = 1}));
 }
 
+TEST_F(HistoryTest, CommitsNoMoreOftenAfterEmergencies) {
+  auto writer = openWriter();
+  auto reader = openReader();
+  auto emergency = reading(1, kNow, 2000);
+  emergency.raw.emergency = emergency.shown.emergency = 1;
+  for (int i = 0; i < 10; ++i) {
+    writer->accept(emergency);
+    dispatch_->advance(70ms);
+    writer->accept(reading(2, kNow, 2000));
+  }
+  int commits = 0;
+  uint64_t seen = *reader->count();
+  for (int i = 0; i < 60; ++i) {
+    writer->accept(reading(2, kNow, 2000));
+    dispatch_->advance(50ms);
+    if (const uint64_t now = *reader->count(); std::exchange(seen, now) != now) ++commits;
+  }
+  EXPECT_EQ(commits, 4) << "in three seconds";
+}
+
 TEST_F(HistoryTest, KeepsStatesWithTheirEventsAndForgetsThem) {
   auto writer = openWriter();
   const AlarmFacts facts{AlarmSeverity::critical, AlarmQuantity::dewPoint, -25, {}, "Look"};
