@@ -20,7 +20,7 @@ using history::Subject;
 
 // Routine readings are committed once in so long, for the sake of SD cards; who follows a beacon that is
 // heard now and then does not wait for that, but only for what is heard with it.
-constexpr std::chrono::milliseconds kBatchTime{750};
+constexpr std::chrono::milliseconds kBatchTime{850};
 constexpr std::chrono::milliseconds kGatherTime{200};
 constexpr std::size_t kBatchRows = 4096;
 constexpr std::chrono::seconds kRetryTime{5};
