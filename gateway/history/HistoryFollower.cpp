@@ -1,5 +1,6 @@
 #include "gateway/history/HistoryFollower.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -19,9 +20,9 @@ namespace {
 using platform::Error;
 using platform::Result;
 
-// A commit is written before it can be seen: after a ring that shows nothing, look again so often.
-constexpr std::chrono::milliseconds kSecondLook{2};
-constexpr int kMostLooks = 50;
+// A commit is written, which rings, and then waits for the disk before it can be seen: look again soon, and
+// then ever later.
+constexpr std::chrono::milliseconds kSoonLook{2};
 // Beneath it all, should a ring be lost.
 constexpr std::chrono::seconds kSlowLook{2};
 
@@ -59,29 +60,25 @@ class HistoryFollower::Core {
       event.events = EPOLLIN;
       if (::epoll_ctl(both_.number(), EPOLL_CTL_ADD, descriptor, &event) != 0) return false;
     }
-    lookAfter(kSecondLook);
+    lookAfter(pause_);
     return true;
   }
 
   int wakeDescriptor() const { return both_.number(); }
 
   Result<News> after(int64_t seq, std::size_t limit) {
-    if (hasRung()) looks_ = kMostLooks;
+    const bool hasRung = takeRings();
     auto news = read(seq, limit);
-    const bool isNew = news && !news->rows.empty();
-    if (isNew) looks_ = 0;
-    // Rows may be left, when as many came as were wanted.
-    if (isNew || looks_ > 0)
-      lookAfter(kSecondLook);
-    else
-      lookAfter(kSlowLook);
-    if (looks_ > 0) --looks_;
+    // More rows may be left, or on their way: who rang may be another commit than the one that is seen.
+    if (hasRung || (news && !news->rows.empty())) pause_ = kSoonLook;
+    lookAfter(pause_);
+    pause_ = std::min<std::chrono::nanoseconds>(pause_ * 3 / 2, kSlowLook);
     return news;
   }
 
  private:
-  // Takes the rings out. True when one was for the history or a file beside it.
-  bool hasRung() {
+  // True when one was for the history or a file beside it.
+  bool takeRings() {
     alignas(inotify_event) std::array<char, 4096> buffer{};
     bool isOurs = false;
     const std::string name = file_.filename().string();
@@ -128,7 +125,7 @@ class HistoryFollower::Core {
   const Descriptor timer_;
   const Descriptor both_;
   std::unique_ptr<HistoryReader> reader_;
-  int looks_ = 0;
+  std::chrono::nanoseconds pause_ = kSoonLook;  ///< before the next look
 };
 
 Result<std::unique_ptr<HistoryFollower>> HistoryFollower::open(const std::filesystem::path& file) {

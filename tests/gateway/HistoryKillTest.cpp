@@ -3,6 +3,7 @@
 #include <functional>
 
 #include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,18 @@
 #include "gateway/history/HistoryMaintenance.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "tests/gateway/HistoryFixture.h"
+
+namespace {
+
+// What happens while the next commit waits for the disk.
+std::function<void()> duringTheCommit;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
+  if (const auto work = std::exchange(duringTheCommit, nullptr)) work();
+  return static_cast<int>(::syscall(SYS_fdatasync, descriptor));
+}
 
 namespace brenloft {
 namespace {
@@ -111,22 +124,27 @@ TEST_F(KilledHistory, LosesNothingThatWasCommitted) {
   EXPECT_TRUE(other.kill()) << "a reader has failed";
 }
 
-TEST_F(KilledHistory, RingsForALoneCommitAndCountsWhatWasDeleted) {
-  auto follower = *HistoryFollower::open(file_);
-  const auto waitFor = [&](int64_t seq) {
-    for (HistoryFollower::News all;;) {
-      pollfd wake{follower->wakeDescriptor(), POLLIN, 0};
+class FollowedHistory : public HistoryTest {
+ protected:
+  HistoryFollower::News newsAfter(int64_t seq) {
+    while (true) {
+      pollfd wake{follower_->wakeDescriptor(), POLLIN, 0};
       // The slow look beneath comes later than this.
-      if (::poll(&wake, 1, 1500) != 1) return HistoryFollower::News{};
-      auto news = follower->after(seq, 10);
+      if (::poll(&wake, 1, 1500) != 1) return {};
+      auto news = follower_->after(seq, 10);
       if (!news || !news->rows.empty()) return news ? *std::move(news) : HistoryFollower::News{};
     }
-  };
+  }
+
+  std::unique_ptr<HistoryFollower> follower_ = *HistoryFollower::open(file_);
+};
+
+TEST_F(FollowedHistory, RingsForALoneCommitAndCountsWhatWasDeleted) {
   auto writer = openWriter();
   for (int64_t i = 1; i <= 3; ++i) {
     writer->accept(reading(1, kNow, 2000));
     writer->flush();
-    const auto news = waitFor(i - 1);
+    const auto news = newsAfter(i - 1);
     ASSERT_EQ(news.rows.size(), 1U);
     EXPECT_EQ(news.rows.front().seq, i);
     EXPECT_EQ(news.missing, 0U);
@@ -136,9 +154,24 @@ TEST_F(KilledHistory, RingsForALoneCommitAndCountsWhatWasDeleted) {
   writer = openWriter();
   writer->accept(reading(1, kNow, 2000));
   writer->flush();
-  const auto news = *follower->after(1, 10);
+  const auto news = *follower_->after(1, 10);
   EXPECT_EQ(news.missing, 2U);
   EXPECT_EQ(news.rows.size(), 1U);
+}
+
+TEST_F(FollowedHistory, SeesACommitThatWaitedForTheDisk) {
+  auto writer = openWriter();
+  writer->accept(reading(1, kNow, 2000));
+  writer->flush();
+  writer->accept(reading(1, kNow, 2001));
+  // Its ring is taken for the one of the row before.
+  duringTheCommit = [&] {
+    EXPECT_EQ(follower_->after(0, 10)->rows.size(), 1U);
+    EXPECT_EQ(follower_->after(1, 10)->rows.size(), 0U);
+  };
+  writer->flush();
+  EXPECT_FALSE(duringTheCommit);
+  EXPECT_EQ(newsAfter(1).rows.size(), 1U);
 }
 
 }  // namespace
