@@ -166,8 +166,8 @@ class AlarmReader {
     if (!values_.has(key)) return std::nullopt;
     const double value = values_.number(key);
     if (value < scale.least || value > scale.most) {
-      complain(key, fmt::format("{}: {} is no {}: from {} to {}", key, value, scale.word, scale.least,
-                                scale.most));
+      complain(key, fmt::format("{}: {} is out of range: {} goes from {} to {}", key, value, scale.word,
+                                scale.least, scale.most));
       return std::nullopt;
     }
     return steps(key, value, scale);

@@ -54,7 +54,7 @@ std::optional<std::string> headerMistake(std::string_view line,
     name = fmt::format("{}\"{}\"", kBeacon, name.substr(kBeacon.size()));
   const std::string meant = fmt::format("{}{}{}", brackets, name, brackets.size() == 2 ? "]]" : "]");
   if (!isToml(meant)) return std::nullopt;
-  return fmt::format("{} is no header of a section: write {}", line, meant);
+  return fmt::format("{} is not a header of a section: write {}", line, meant);
 }
 
 std::optional<std::string> numberMistake(std::string_view key, std::string_view value) {

@@ -58,7 +58,7 @@ SectionValues::SectionValues(const TomlValue::Table& table, const std::vector<Se
     const auto key = std::ranges::find(keys, entry.key, &SettingsKey::name);
     if (key == keys.end()) {
       const std::string_view hint = hintFor(entry.key);
-      complaints.push_back({entry.value.line, fmt::format("{} is no key of {}{}", entry.key, section,
+      complaints.push_back({entry.value.line, fmt::format("{} is not a key of {}{}", entry.key, section,
                                                           hint.empty() ? suggestion(entry.key, namesOf(keys))
                                                                        : std::string(hint))});
       continue;
@@ -151,8 +151,8 @@ SectionValues::Outcome SectionValues::readCommand(const TomlValue& given) {
   if (!array || words.empty() || words.size() != array->size())
     return Wrong{"it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it"};
   if (!words.front().starts_with('/'))
-    return Wrong{
-        fmt::format("{} is no full path of a program, such as \"/usr/bin/notify\"", inQuotes(words.front()))};
+    return Wrong{fmt::format("{} is not a full path of a program, such as \"/usr/bin/notify\"",
+                             inQuotes(words.front()))};
   const auto hasNull = [](const std::string& word) { return word.find('\0') != std::string::npos; };
   if (std::ranges::any_of(words, hasNull)) return Wrong{"it holds a null character"};
   return Value(words);

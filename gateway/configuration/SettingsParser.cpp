@@ -142,7 +142,7 @@ class DocumentReader {
     }
     std::string hint = suggestion(entry.key, names);
     if (hint.empty()) hint = elsewhere(entry.key);
-    complain(entry.value, fmt::format("{} is no option of {}{}", entry.key, command, hint));
+    complain(entry.value, fmt::format("{} is not an option of {}{}", entry.key, command, hint));
   }
 
   // "; [scan] has it": the service's command comes first.

@@ -25,7 +25,7 @@ std::string readOpened(int descriptor, std::string& text) {
   if (::fstat(descriptor, &about) != 0) return reasonOf(errno);
   // A pipe would be waited for and is empty the second time; a device such as /dev/null is a way to say
   // "none".
-  if (!S_ISREG(about.st_mode) && !S_ISCHR(about.st_mode)) return "it is no file";
+  if (!S_ISREG(about.st_mode) && !S_ISCHR(about.st_mode)) return "it is not a file";
   char chunk[16'384];
   while (true) {
     const ssize_t count = ::read(descriptor, chunk, sizeof chunk);

@@ -109,8 +109,8 @@ std::variant<BeaconId, std::string> beaconOfText(const std::string& text, const 
   if (named) return *named;
   if (const auto id = BeaconId::fromText(text)) return *id;
   if (text.empty()) return "beacon: whose history? Give a name or an identifier";
-  return fmt::format("beacon: '{}' is no beacon's name, nor an identifier such as C0-C1-5C-00-00-01{}", text,
-                     platform::didYouMean(platform::nearest(text, names)));
+  return fmt::format("beacon: '{}' is not a beacon's name, nor an identifier such as C0-C1-5C-00-00-01{}",
+                     text, platform::didYouMean(platform::nearest(text, names)));
 }
 
 // As on the command line; a number alone counts the seconds since 1970.
@@ -188,19 +188,20 @@ std::variant<HistoryQuery, std::string> historyQueryOf(const Request& request, c
   HistoryQuery asked{.beacon = std::get<BeaconId>(beacon), .span = {now - std::chrono::days(1), now}};
   for (const auto& [key, date] : {std::pair("since", &asked.span.since), {"until", &asked.span.until}})
     if (const std::string text = take(key); !text.empty() && !readInstant(text, now, *date))
-      return fmt::format("{}: '{}' is no time such as 1795255200, 2026-11-21T10:00Z or 2h (ago)", key, text);
+      return fmt::format("{}: '{}' is not a time such as 1795255200, 2026-11-21T10:00Z or 2h (ago)", key,
+                         text);
   // Nothing was heard before 1970, nor will have been.
   asked.span = {std::max(asked.span.since, Date()), std::min(asked.span.until, now)};
   if (asked.span.until <= asked.span.since) return "until is not after since, or since is not in the past";
   if (const std::string text = take("points"); !text.empty())
     if (!readNumber(text, asked.points) || asked.points < 1 || asked.points > HistoryQuery::kMostPoints)
-      return fmt::format("points: '{}' is no number from 1 to {}", text, HistoryQuery::kMostPoints);
+      return fmt::format("points: '{}' is not a number from 1 to {}", text, HistoryQuery::kMostPoints);
   const std::string format = take("format");
   if (!format.empty() && format != "json" && format != "csv")
     return fmt::format("format: '{}' is neither json nor csv", format);
   asked.isCsv = format == "csv" || (format.empty() && lowered(request.accept).starts_with("text/csv"));
   if (!query.empty())
-    return fmt::format("'{}' is no parameter{}", query.begin()->first,
+    return fmt::format("'{}' is not a parameter{}", query.begin()->first,
                        platform::didYouMean(platform::nearest(
                            query.begin()->first, {"beacon", "since", "until", "points", "format"})));
   return asked;

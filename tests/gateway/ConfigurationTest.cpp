@@ -115,28 +115,31 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
   const std::pair<std::string, std::string> cases[] = {
       {"a = 1\nb = \n", "2: b: there is no value behind the =\n"},
       {"[beacon.\"C0-C1-5C-00-00-01]\n",
-       "1: [beacon.\"C0-C1-5C-00-00-01] is no header of a section: write [beacon.\"C0-C1-5C-00-00-01\"]\n"},
+       "1: [beacon.\"C0-C1-5C-00-00-01] is not a header of a section: write "
+       "[beacon.\"C0-C1-5C-00-00-01\"]\n"},
       {"[beacon.“C0:C1:5C:00:00:01”]  # mine\n",
-       "1: [beacon.“C0:C1:5C:00:00:01”] is no header of a section: write [beacon.\"C0:C1:5C:00:00:01\"]\n"},
-      {"[log show]\n", "1: [log show] is no header of a section: write [log.show]\n"},
+       "1: [beacon.“C0:C1:5C:00:00:01”] is not a header of a section: write "
+       "[beacon.\"C0:C1:5C:00:00:01\"]\n"},
+      {"[log show]\n", "1: [log show] is not a header of a section: write [log.show]\n"},
       {"[log-show]\nlast = 2\n", "1: there is no section [log-show]; did you mean log.show?\n"},
       {"out = \"a\", \"b\"\n", "1: out: several values stand in brackets: out = [\"a\", \"b\"]\n"},
       {"exec = /bin/sh -c\n",
        "1: exec: texts need quotes, and stand in a list: exec = [\"/bin/sh\", \"-c\"]\n"},
-      {"[[alarm]\n", "1: [[alarm] is no header of a section: write [[alarm]]\n"},
+      {"[[alarm]\n", "1: [[alarm] is not a header of a section: write [[alarm]]\n"},
       {"name = “Fridge”\n", "1: name: these quotes are typographic ones; write name = \"Fridge\"\n"},
       {"exec = [\"/bin/sh\", ‘-c’]\n",
        "1: exec: these quotes are typographic ones; write exec = [\"/bin/sh\", '-c']\n"},
       {"above = 8,5 °C\n", "1: above: write the number alone: above = 8.5\n"},
       {"for = 10 Minutes\n", "1: for: texts need quotes: for = \"10m\"\n"},
       {"[scan]\nlast = 2\n[log]\nsource = 3\n",
-       "2: last is no option of scan; [log.show] has it\n4: source is no option of log; [scan] has it\n"},
+       "2: last is not an option of scan; [log.show] has it\n4: source is not an option of log; [scan] has "
+       "it\n"},
       {"[scan]\nsource = hci:0  # here\n", "2: source: texts need quotes: source = \"hci:0\"\n"},
       {"a = true\na = true\n", "2: cannot redefine existing boolean 'a'\n"},
       {"name = \"x\n", "1: name: the text has no quote at its end\n"},
       {"a = 0,5\n", "1: a: numbers have a point: a = 0.5\n"},
       {"[[alarms]]\nname = \"a\"\n", "1: there is no section [alarms]; did you mean alarm?\n"},
-      {"[[alarm]]\nnmae = \"a\"\nsilent = 10\n", "2: nmae is no key of [[alarm]]; did you mean name?\n"},
+      {"[[alarm]]\nnmae = \"a\"\nsilent = 10\n", "2: nmae is not a key of [[alarm]]; did you mean name?\n"},
       {"[scan]\nlog = True\n", "2: log: write true, in small letters\n"},
       {"[scan.\"C0-C1-5C-00-00-01\"]\n",
        "1: there is no section [scan.\"C0-C1-5C-00-00-01\"]; did you mean [beacon.\"C0-C1-5C-00-00-01\"]?\n"},
@@ -144,8 +147,9 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"\n[scam]\n", "2: there is no section [scam]; did you mean scan?\n"},
       {"contaner = \"/srv\"\n", "1: no command has the option contaner; did you mean container?\n"},
       {"scan = 1\n", "1: the options of scan stand below [scan]\n"},
-      {"[scan]\nlog = true\nsuorce = \"hci:0\"\n", "3: suorce is no option of scan; did you mean source?\n"},
-      {"[log]\nsohw = 1\n", "2: sohw is no option of log; did you mean show?\n"},
+      {"[scan]\nlog = true\nsuorce = \"hci:0\"\n",
+       "3: suorce is not an option of scan; did you mean source?\n"},
+      {"[log]\nsohw = 1\n", "2: sohw is not an option of log; did you mean show?\n"},
       {"[scan]\nlog = \"yes\"\nsource = [\"a\"]\nout = [1, true]\ncount = \"a\\u0000b\"\n",
        "2: log: it must be true or false, without quotes\n3: source: it must be a text or a number\n"
        "4: out: it must be a text or a number, or a list of them\n5: count: it must be a text or a number\n"},
@@ -154,7 +158,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "2: \"name\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
        "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},
       {beacon + "temprature = 1\nhumidity = \"1\"\nexit-time = \"soon\"\nignore = 1\nexpected-interval = 0\n",
-       "4: temprature is no key of [beacon]; did you mean temperature?\n5: humidity: it must be a number, "
+       "4: temprature is not a key of [beacon]; did you mean temperature?\n5: humidity: it must be a number, "
        "without quotes: humidity = 1\n"
        "6: exit-time: it must be a duration: seconds, or a text with d, h, m, s or ms such as \"1h30m\" or "
        "\"auto\"\n"
@@ -173,7 +177,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[[alarm]]\nname = \"a\"\nabove = 8\n",
        "3: above of what? Add quantity = \"temperature\", for example\n"},
       {alarm, "6: quantity: it needs above or below, such as above = 8\n"},
-      {alarm + "abov = 8\n", "7: abov is no key of [[alarm]]; did you mean above?\n"},
+      {alarm + "abov = 8\n", "7: abov is not a key of [[alarm]]; did you mean above?\n"},
       {alarm + "above = 1\n[[alarm]]\nname = \"warm\"\nsilent = 9\n",
        "9: another alarm is named \"warm\", too\n"},
       {alarm + "above = 1\nplace = \"kichen\"\n",
@@ -183,9 +187,10 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {alarm + "above = 1\nbeacon = \"fridge\"\nplace = \"kitchen\"\n",
        "9: give an alarm a beacon or a place, not both\n"},
       {alarm + "above = 1.234\n", "7: above: 1.234 has more decimals than the two that are measured\n"},
-      {alarm + "above = 200\n", "7: above: 200 is no temperature: from -60 to 125\n"},
+      {alarm + "above = 200\n", "7: above: 200 is out of range: temperature goes from -60 to 125\n"},
       {alarm + "above = \"8 °C\"\nunit = \"C\"\n",
-       "7: above: it must be a number, without quotes and unit: above = 8\n8: unit is no key of [[alarm]]: "
+       "7: above: it must be a number, without quotes and unit: above = 8\n8: unit is not a key of "
+       "[[alarm]]: "
        "leave "
        "it out; temperatures are in °C, humidity and battery in %, rssi in dBm\n"},
       {alarm + "above = 4\nbelow = 5\n",
@@ -201,7 +206,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = \"notify\"\n",
        "4: exec: it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = [\"notify\"]\n",
-       "4: exec: \"notify\" is no full path of a program, such as \"/usr/bin/notify\"\n"},
+       "4: exec: \"notify\" is not a full path of a program, such as \"/usr/bin/notify\"\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 2026-01-01\n",
        "3: silent: it must be a duration: seconds, or a text with d, h, m, s or ms such as \"1h30m\"\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = \"1 hr 10 mins\"\n",
@@ -217,7 +222,7 @@ TEST(ConfigurationTest, IsReadFromAFileAndNotFromAPipeThatWouldBeEmpty) {
   const std::filesystem::path pipe = folder.path() / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   const SettingsReader reader(pipe, SettingsReader::Absence::isAllowed, kVocabulary);
-  EXPECT_THAT(reader.read().complaints, testing::ElementsAre(pipe.string() + ": it is no file"));
+  EXPECT_THAT(reader.read().complaints, testing::ElementsAre(pipe.string() + ": it is not a file"));
 }
 
 TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
@@ -238,9 +243,10 @@ TEST(ConfigurationTest, ReadAgainIsInForceOnlyWhereItIsRightAndNew) {
   EXPECT_EQ(live.reload().settings, nullptr);
 
   test::writeFile(file, beacon + "nam = 1\nplase = 2\n");
-  EXPECT_THAT(live.reload().lines,
-              testing::ElementsAre(file.string() + ":3: nam is no key of [beacon]; did you mean name? (and 1 "
-                                                   "more); the settings stay as they were"));
+  EXPECT_THAT(
+      live.reload().lines,
+      testing::ElementsAre(file.string() + ":3: nam is not a key of [beacon]; did you mean name? (and 1 "
+                                           "more); the settings stay as they were"));
   EXPECT_EQ(live.current(), named.settings);
 
   test::writeFile(file, "[scan]\nlog = true\n" + beacon);

@@ -24,36 +24,38 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"scan", "--format", "xml"}, "--format: 'xml' is not table, jsonl, csv, readings, influx or none"},
       {{"scan", "--format", "jsno"}, "did you mean jsonl?"},
       {{"scan", "--source", "bluz:hci1"}, "no such source: bluz:hci1; did you mean bluez:hci1?"},
-      {{"scan", "--count", "0"}, "--count: '0' is no whole number above 0"},
+      {{"scan", "--count", "0"}, "--count: '0' is not a whole number above 0"},
       {{"scan", "--out", "jsonl:x"},
        "--out: jsonl goes to standard output only, by --format; a file takes readings or influx"},
-      {{"scan", "--log-exit-time", "auto"}, "--log-exit-time: 'auto' is no duration above 0"},
+      {{"scan", "--log-exit-time", "auto"}, "--log-exit-time: 'auto' is not a duration above 0"},
       {{"scan", "--log", "--log-keep", "30"},
        "30 of what? 30d are days, 30h hours, 30m minutes, 30s seconds"},
-      {{"scan", "--log-keep", "1d"}, "--log-max and --log-keep: they go with --log"},
+      {{"scan", "--log-keep", "1d"}, "--log-max and --log-keep: they need --log"},
       {{"range", "--uuid", "51C70E2A-9B44-4D1F-8A63-2FD075E81C36", "--keep", "1d"},
-       "--history-interval, --history-deadband, --keep and --keep-size: they go with --history"},
-      {{"scan", "--metrics-interval", "5"}, "--metrics-interval: it goes with --metrics-file"},
-      {{"scan", "--metrics-file", "x", "--metrics-interval", "0.5"}, "'0.5' is no duration of 1 or more"},
-      {{"scan", "-s", "demo", "--metrics-file", "/dev/null"}, "--metrics-file: /dev/null is no regular file"},
-      {{"history", "show", "--plot", "--every", "3"}, "--plot goes without --every"},
-      {{"history", "show", "--every", "10sec"}, "'10sec' is no duration of whole seconds; did you mean 10s?"},
+       "--history-interval, --history-deadband, --keep and --keep-size: they need --history"},
+      {{"scan", "--metrics-interval", "5"}, "--metrics-interval: it needs --metrics-file"},
+      {{"scan", "--metrics-file", "x", "--metrics-interval", "0.5"}, "'0.5' is not a duration of 1 or more"},
+      {{"scan", "-s", "demo", "--metrics-file", "/dev/null"},
+       "--metrics-file: /dev/null is not a regular file"},
+      {{"history", "show", "--plot", "--every", "3"}, "--plot does not go with --every"},
+      {{"history", "show", "--every", "10sec"},
+       "'10sec' is not a duration of whole seconds; did you mean 10s?"},
       {{"history", "last", "--at", "2026-01-01", "00:00:30Z"},
        "00:00:30Z; a value with a blank needs quotes: --at '2026-01-01 00:00:30Z'"},
       {{"log", "count", "--since", "2 hours ago"}, "did you mean 2h?"},
-      {{"log", "delete", "--before", ""}, "--before: '' is no time such as"},
-      {{"history", "show", "--plot", "-F", "csv"}, "--plot goes without --format"},
-      {{"history", "show", "--quantity", "rssi"}, "--quantity goes with --plot"},
-      {{"log", "show", "--last", "-1"}, "--last: '-1' is no whole number above 0"},
+      {{"log", "delete", "--before", ""}, "--before: '' is not a time such as"},
+      {{"history", "show", "--plot", "-F", "csv"}, "--plot does not go with --format"},
+      {{"history", "show", "--quantity", "rssi"}, "--quantity needs --plot"},
+      {{"log", "show", "--last", "-1"}, "--last: '-1' is not a whole number above 0"},
       {{"log", "show", "--last", "99999999999999999999"},
-       "--last: '99999999999999999999' is no whole number"},
-      {{"log", "show", "--last", "3x"}, "--last: '3x' is no whole number above 0"},
+       "--last: '99999999999999999999' is not a whole number"},
+      {{"log", "show", "--last", "3x"}, "--last: '3x' is not a whole number above 0"},
       {{"scan", "--exit-time", "0"}, "--exit-time: '0' is neither auto nor a duration above 0"},
       {{"scan", "--exit-time", "1e-9"}, "--exit-time: '1e-9' is neither auto nor a duration above 0"},
       {{"scan", "--exit-time", "nan"}, "--exit-time: 'nan' is neither auto nor a duration above 0"},
       {{"scan", "--exit-time", "inf"}, "--exit-time: 'inf' is neither auto nor a duration above 0"},
       {{"scan", "--exit-time", "-5"}, "--exit-time: '-5' is neither auto nor a duration above 0"},
-      {{"scan", "--duration", "5y"}, "--duration: '5y' is no duration"},
+      {{"scan", "--duration", "5y"}, "--duration: '5y' is not a duration"},
       {{"scan", "--uuid", "zz"}, "--uuid: 'zz'"},
       {{"scan", "--source", "zz"}, "zz"},
       {{"range"}, "--uuid"},
@@ -63,7 +65,7 @@ TEST(CommandLine, ThatMakesNoSenseIsOneShortLineAndTwo) {
       {{"simulate", "--out", "/nonexistent", "--beacons", "4294967296"},
        "--beacons: '4294967296' is too large"},
       {{"simulate", "--out", "/nonexistent", "--beacons", "16777216", "--ibeacons", "1"}, "16777216 in all"},
-      {{"simulate", "--out", "/nonexistent", "--seed", "-1"}, "--seed: '-1' is no whole number"},
+      {{"simulate", "--out", "/nonexistent", "--seed", "-1"}, "--seed: '-1' is not a whole number"},
       {{"log", "show", "--format", "csv"}, "--format: 'csv' is not table or jsonl"},
       {{"hear"}, "--source"},
       {{"range", "--uuid", "FFF0"}, "--uuid: 'FFF0'"},
@@ -144,13 +146,13 @@ TEST(Decode, TakesOctetsAsTheyAreWrittenElsewhere) {
   const std::string row = "0C-61-CF-12-34-56,255,23.45,50.00,100,0,01020A,-1000,1000,-32768\n";
   EXPECT_EQ(ended.out, "uniqueId,txPower,temperature,humidity,battery,emergency,tbd,xAccel,yAccel,zAccel\n" +
                            row + row + row + row + ",,,,,,,,,\n");
-  EXPECT_EQ(runTool({"decode", "2:9"}).err, "brenloft: argument 1: character 2 is no hexadecimal digit\n");
+  EXPECT_EQ(runTool({"decode", "2:9"}).err, "brenloft: argument 1: character 2 is not a hexadecimal digit\n");
 }
 
 TEST(Decode, NamesThePlaceOfWhatIsNoFrameAndKeepsWhatCameBefore) {
   const Ended argument = runTool({"decode", "-F", "jsonl", kZero, "00zz"});
   EXPECT_EQ(argument.status, 1);
-  EXPECT_EQ(argument.err, "brenloft: argument 2: character 3 is no hexadecimal digit\n");
+  EXPECT_EQ(argument.err, "brenloft: argument 2: character 3 is not a hexadecimal digit\n");
   EXPECT_EQ(argument.lines().size(), 1U);
 
   const Ended line = runTool({"decode", "-F", "jsonl"}, kZero + "\n000\n");

@@ -42,16 +42,16 @@ TEST_F(Config, ThatIsWrongStartsNothingAndIsToldLineByLine) {
   const std::string path = file("[scan]\ncoutn = 1\nuuid = \"FFF\"\n[log.show]\nlast = 0\n");
   const Ended checked = runTool({"config", "check", path});
   EXPECT_EQ(checked.status, 2);
-  EXPECT_EQ(checked.err,
-            "brenloft: " + path + ":2: coutn is no option of scan; did you mean count?\nbrenloft: " + path +
-                ":3: --uuid: 'FFF' is no UUID of 4, 8 or 32 digits, for scan\nbrenloft: " + path +
-                ":5: --last: '0' is no whole number above 0, for log show\n");
+  EXPECT_EQ(checked.err, "brenloft: " + path +
+                             ":2: coutn is not an option of scan; did you mean count?\nbrenloft: " + path +
+                             ":3: --uuid: 'FFF' is not a UUID of 4, 8 or 32 digits, for scan\nbrenloft: " +
+                             path + ":5: --last: '0' is not a whole number above 0, for log show\n");
   const Ended scan = runTool({"scan", "--config", path, "--source", "demo"});
   EXPECT_EQ(scan.status, 2);
   EXPECT_EQ(scan.out, "");
   EXPECT_EQ(scan.err,
             "brenloft: " + path +
-                ":2: coutn is no option of scan; did you mean count? (and 2 more; see 'brenloft config "
+                ":2: coutn is not an option of scan; did you mean count? (and 2 more; see 'brenloft config "
                 "check')\n");
   EXPECT_EQ(runTool({"scan", "--help", "--config", path}).status, 0);
   EXPECT_EQ(runTool({"--config", path, "log", "show"}).err,
@@ -69,10 +69,10 @@ TEST_F(Config, CheckRefusesWhatACommandWouldAtItsStart) {
   const Ended refused = runTool({"config", "check", path});
   EXPECT_EQ(refused.status, 2);
   EXPECT_EQ(refused.err,
-            at + ":4: --beacon: 'frigde' is no beacon's name in " + path +
+            at + ":4: --beacon: 'frigde' is not a beacon's name in " + path +
                 ", nor an identifier such as C0-C1-5C-00-00-01; did you mean fridge?, for history show\n" +
                 at + ":6: --keep requires --source, for publish\n" + at +
-                ":11: --metrics-file: /dev/null is no regular file, for scan\n" + at +
+                ":11: --metrics-file: /dev/null is not a regular file, for scan\n" + at +
                 ":13: --listen 0.0.0.0:8880: others reach this address; --token FILE asks them for a token, "
                 "--insecure lets everybody look, for serve\n");
   const Ended one = runTool({"scan", "--source", "demo", "-F", "readings", "-n9", "--only", "fridge",

@@ -99,7 +99,7 @@ TEST_F(KeptHistory, SaysWhatWasInForceAtAnInstantAndHowOldThatWas) {
       "nothing in the last hour; the newest reading is of 2026-11-21T10:09:59.000000Z; --since and --until "
       "choose another time\n");
   EXPECT_EQ(at("2999-01-01T00:00Z", {}).err,
-            "brenloft: --at: 2999-01-01T00:00:00.000000Z has not been yet\n");
+            "brenloft: --at: 2999-01-01T00:00:00.000000Z is in the future\n");
 }
 
 TEST_F(KeptHistory, KnowsEachBeaconItsGapAndTheTrendOfItsBattery) {
@@ -156,7 +156,7 @@ TEST_F(KeptHistory, IsReportedAsAPage) {
   EXPECT_EQ(contentsOf(file).find("C0-C1-5C-00-00-02"), std::string::npos);
   EXPECT_EQ(report(file, {"--since", "teatime"}).status, 2);
   EXPECT_EQ(report(file, {"--since", "2026-11-21T10:09:30Z"}).err,
-            "brenloft: --since: less than a minute is no time to report of\n");
+            "brenloft: --since: less than a minute is too short for a page\n");
   EXPECT_EQ(report(folder_.file("history.sqlite-wal"), {}).status, 2);
   const Ended none = runTool({"report", "-o", file, "-C", folder_.file("none")});
   EXPECT_EQ(none.status, 5);
@@ -245,9 +245,9 @@ TEST(Chart, ShowsEverySpikeAndGap) {
 
 TEST_F(KeptHistory, WrongWordsAndDamageAreOneLineEach) {
   EXPECT_EQ(history({"show", "--since", "teatime"}).err,
-            "brenloft: --since: 'teatime' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday\n");
+            "brenloft: --since: 'teatime' is not a time such as 15:00, 2026-11-21T15:00, 2h or yesterday\n");
   EXPECT_EQ(history({"show", "--beacon", "Fridgee"}).err,
-            "brenloft: --beacon: 'Fridgee' is no beacon's name in " + folder_.file("brenloft.toml") +
+            "brenloft: --beacon: 'Fridgee' is not a beacon's name in " + folder_.file("brenloft.toml") +
                 ", nor an identifier such as C0-C1-5C-00-00-01; did you mean Fridge?\n");
   EXPECT_EQ(history({"show", "--every", "0.5"}).status, 2);
   EXPECT_EQ(history({"export", "--out", folder_.file("history.sqlite-wal")}).status, 2);

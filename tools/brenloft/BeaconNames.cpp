@@ -17,13 +17,14 @@ std::string noBeaconText(const std::string& text, const LiveSettings& settings,
   std::error_code unknown;
   if (!std::filesystem::exists(settings.file(), unknown))
     return fmt::format(
-        "'{}' is no identifier such as C0-C1-5C-00-00-01, and no beacon has a name: there is no {}; --config "
+        "'{}' is not an identifier such as C0-C1-5C-00-00-01, and no beacon has a name: there is no {}; "
+        "--config "
         "names another file{}",
         text, file, platform::didYouMean(platform::nearest(text, names)));
   const auto current = settings.current();
   for (const auto& [id, beacon] : current->beacons)
     if (!beacon.name.empty()) names.push_back(beacon.name);
-  return fmt::format("'{}' is no beacon's name in {}, nor an identifier such as C0-C1-5C-00-00-01{}", text,
+  return fmt::format("'{}' is not a beacon's name in {}, nor an identifier such as C0-C1-5C-00-00-01{}", text,
                      file, platform::didYouMean(platform::nearest(text, names)));
 }
 

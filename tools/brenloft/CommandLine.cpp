@@ -46,34 +46,35 @@ const Choices<SearchFormat> kFileFormats{{"readings", SearchFormat::readings},
 constexpr uint32_t kMaximumBeacons = platform::BeaconWorldOptions::kMaximumBeacons;
 
 void addRecord(CLI::App& command, std::string& record) {
-  addPath(command, "--record", record, "write everything heard to a btsnoop file")
+  addPath(command, "--record", record, "also write everything heard to this btsnoop file")
       ->check([](const std::string& text) {
         return text == "-" ? "standard output has the data already; name a file" : "";
       });
 }
 
-constexpr const char* kWhereToHear = "where to hear";
+constexpr const char* kWhereToHear = "what to listen to";
 
 // Each `add` function declares one command; `run` is what the command line chose in the end.
 
 void addDecode(CLI::App& app, Run& run) {
   auto options = std::make_shared<DecodeOptions>();
   auto* command = app.add_subcommand("decode", "Decode sensor frames, given as hexadecimal text");
-  command->add_option("HEX", options->frames, "one frame each; none: one per line on standard input");
+  command->add_option("HEX", options->frames, "a frame each; without any: a frame per line of standard input")
+      ->type_name("");
   addFormat(*command, options->format, kAllFormats);
   command->callback([&run, options] { run = [options] { return runDecode(*options); }; });
 }
 
 void addHear(CLI::App& app, Run& run) {
   auto options = std::make_shared<HearOptions>();
-  auto* command = app.add_subcommand("hear", "Print every advertising report as it was heard");
+  auto* command = app.add_subcommand("hear", "Print every report as the radio handed it over");
   addSource(*command, options->source, kWhereToHear)->required();
-  command->add_flag("--merged", options->merged,
-                    "each report merged with its scan response or advertisement");
+  command->add_flag("--merged", options->merged, "merge each report with its scan response or advertisement");
   addFormat(*command, options->format, kAllFormats);
   addTime(*command, options->time);
-  addDuration(*command, "-t,--duration", options->duration, "end after so many seconds (also 1h30m)");
-  addNumber(*command, "-n,--count", options->count, 1, "end after so many reports");
+  addDuration(*command, "-t,--duration", options->duration,
+              "end after this time, in seconds or such as 1h30m");
+  addNumber(*command, "-n,--count", options->count, 1, "end after N reports");
   addRecord(*command, options->record);
   command->callback([&run, options] {
     refuseContainerFile("--record", options->record);
@@ -89,11 +90,12 @@ void addSimulate(CLI::App& app, Run& run) {
   addNumber(*command, "--beacons", options->beacons, 0, "sensor beacons; default: 5", kMaximumBeacons);
   addNumber(*command, "--ibeacons", options->iBeacons, 0, "iBeacons; default: 0", kMaximumBeacons);
   addDuration(*command, "--seconds", options->duration, "how long it lasts; default: 60");
-  addNumber(*command, "--seed", options->seed, 0, "another seed, another world; default: 1");
+  addNumber(*command, "--seed", options->seed, 0,
+            "a number to choose the values by: the same gives the same file; default: 1");
   command->callback([&run, options] {
     if (options->beacons > kMaximumBeacons - options->iBeacons)
       throw CLI::ValidationError("--beacons and --ibeacons",
-                                 fmt::format("they are more than {} in all", kMaximumBeacons));
+                                 fmt::format("more than {} in all", kMaximumBeacons));
     refuseContainerFile("--out", options->out);
     run = [options] { return runSimulate(*options); };
   });
@@ -101,14 +103,17 @@ void addSimulate(CLI::App& app, Run& run) {
 
 // Declared behind the other, so that it comes first where both are given.
 void addLogExitTime(CLI::App& command, SearchOptions& options) {
-  command.add_option_function<std::string>(
-      "--log-exit-time",
-      [&options](const std::string& text) {
-        const auto value = durationFromText(text);
-        if (!value || value->count() == 0) throw noDuration("--log-exit-time", text, "no duration above 0");
-        options.exitTime = std::chrono::duration<double>(*value).count();
-      },
-      "the same for jsonl, csv, the rows of a table and the log only");
+  command
+      .add_option_function<std::string>(
+          "--log-exit-time",
+          [&options](const std::string& text) {
+            const auto value = durationFromText(text);
+            if (!value || value->count() == 0)
+              throw noDuration("--log-exit-time", text, "not a duration above 0");
+            options.exitTime = std::chrono::duration<double>(*value).count();
+          },
+          "the same, for jsonl, csv, the rows of a table and the log only")
+      ->type_name(kDuration);
 }
 
 SearchFormat fileFormat(const std::string& word) {
@@ -152,9 +157,9 @@ void addOut(CLI::App& command, SearchOptions& options) {
 void addVerbose(CLI::App& command, bool& verbose) {
   const auto ignore = [](int64_t) {};
   const CLI::Option* on = command.add_flag_function("-v,--verbose", ignore,
-                                                    "with the library's diagnostic lines on standard error");
-  const CLI::Option* off =
-      command.add_flag_function("-q,--quiet", ignore, "without them, as by default; the last of both holds");
+                                                    "print the library's diagnostic lines on standard error");
+  const CLI::Option* off = command.add_flag_function(
+      "-q,--quiet", ignore, "do not print them, as by default; the last of the two holds");
   command.parse_complete_callback([&command, &verbose, on, off] {
     for (const CLI::Option* option : command.parse_order())
       if (option == on || option == off) verbose = option == on;
@@ -163,27 +168,30 @@ void addVerbose(CLI::App& command, bool& verbose) {
 
 void addMetricsOptions(CLI::App& command, GatewayOptions& options) {
   addPath(command, "--metrics-file", options.metricsFile,
-          "keep a file for Prometheus that says how it is with each beacon");
-  command.add_option_function<std::string>(
-      "--metrics-interval",
-      [&options](const std::string& text) {
-        const auto value = durationFromText(text);
-        if (!value || *value < std::chrono::seconds(1))
-          throw noDuration("--metrics-interval", text, "no duration of 1 or more");
-        options.metricsInterval = *value;
-      },
-      "how often it is written; default: 30");
+          "keep a file for Prometheus about each beacon and the gateway");
+  command
+      .add_option_function<std::string>(
+          "--metrics-interval",
+          [&options](const std::string& text) {
+            const auto value = durationFromText(text);
+            if (!value || *value < std::chrono::seconds(1))
+              throw noDuration("--metrics-interval", text, "not a duration of 1 or more");
+            options.metricsInterval = *value;
+          },
+          "with --metrics-file: how often it is written; default: 30")
+      ->type_name(kDuration);
 }
 
 void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addSource(command, options.source, kWhereToHear)->capture_default_str();
   command.add_flag("--log", options.log,
-                   "log each beacon when found, back, in an emergency and lost; not every reading");
+                   "write to the sensor log when a beacon is found, comes back, signals an emergency or is "
+                   "lost, not every reading");
   command.add_flag("--history", options.gateway.keepsHistory,
                    "keep every reading in the container's history.sqlite");
   addHistoryBounds(command, options.gateway.history);
-  addDuration(command, "-t,--duration", options.duration, "end after so many seconds (also 1h30m)");
-  addNumber(command, "-n,--count", options.count, 1, "end after so many events");
+  addDuration(command, "-t,--duration", options.duration, "end after this time, in seconds or such as 1h30m");
+  addNumber(command, "-n,--count", options.count, 1, "end after N events");
   addFormat(command, options.format, kSearchFormats,
             "a table on a terminal, else nothing with --out, else jsonl");
   addOut(command, options);
@@ -191,7 +199,7 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
   addWantedBeacons(command, options.gateway);
   addTime(command, options.time);
   command.add_flag("--transitions", options.transitions,
-                   "tell only beacons that appear, are lost or return, and emergencies that begin or end");
+                   "tell only what begins or ends, such as a beacon that is found or lost, and no readings");
   addContainer(command, options.container);
   addRecord(command, options.record);
   addLimits(command, options.heard);
@@ -202,12 +210,12 @@ void addSearchOptions(CLI::App& command, SearchOptions& options) {
 // How much is kept of what is not kept at all is a mistake; --log=false is meant.
 void requireWhole(const CLI::App& command, const SearchOptions& options) {
   if (command.count("--log") == 0 && options.logBounds != LogBounds{})
-    throw CLI::ValidationError("--log-max and --log-keep", "they go with --log");
+    throw CLI::ValidationError("--log-max and --log-keep", "they need --log");
   if (command.count("--history") == 0 && options.gateway.history != HistoryOptions{})
     throw CLI::ValidationError("--history-interval, --history-deadband, --keep and --keep-size",
-                               "they go with --history");
+                               "they need --history");
   if (command.count("--metrics-interval") != 0 && options.gateway.metricsFile.empty())
-    throw CLI::ValidationError("--metrics-interval", "it goes with --metrics-file");
+    throw CLI::ValidationError("--metrics-interval", "it needs --metrics-file");
 }
 
 // What it writes is none of a container's files.
@@ -220,11 +228,11 @@ void requireOwnFiles(const SearchOptions& options) {
   std::error_code error;
   const auto status = std::filesystem::status(metrics, error);
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
-    throw CLI::ValidationError("--metrics-file", metrics + " is no regular file");
+    throw CLI::ValidationError("--metrics-file", metrics + " is not a regular file");
 }
 
 std::string checkProximityUUID(const std::string& text) {
-  return platform::NSUUID::initWithUUIDString(text) ? "" : "'" + text + "' is no UUID of 36 characters";
+  return platform::NSUUID::initWithUUIDString(text) ? "" : "'" + text + "' is not a UUID of 36 characters";
 }
 
 void setSearch(CLI::App& command, Run& run, const std::shared_ptr<SearchOptions>& options) {
@@ -248,35 +256,44 @@ void addScan(CLI::App& app, Run& run) {
 }
 
 void addLeftAfter(CLI::App& command, std::chrono::microseconds& silence) {
-  command.add_option_function<std::string>(
-      "--left-after",
-      [&silence](const std::string& text) {
-        const auto value = durationFromText(text);
-        if (!value || *value < Departures::kLeastSilence)
-          throw noDuration("--left-after", text, "no duration of 10 or more");
-        silence = *value;
-      },
-      "silence after which an iBeacon has left while others stay, at least 10; default: 30");
+  command
+      .add_option_function<std::string>(
+          "--left-after",
+          [&silence](const std::string& text) {
+            const auto value = durationFromText(text);
+            if (!value || *value < Departures::kLeastSilence)
+              throw noDuration("--left-after", text, "not a duration of 10 or more");
+            silence = *value;
+          },
+          "how long an iBeacon may be silent, while others stay, before it has left; at least 10; default: "
+          "30")
+      ->type_name(kDuration);
 }
 
 void addRange(CLI::App& app, Run& run) {
   auto options = std::make_shared<SearchOptions>();
   options->mode = SearchOptions::Mode::iBeacons;
   auto* command = app.add_subcommand("range", "Find iBeacons of one proximity UUID");
-  command->add_option("--uuid", options->uuid, "the proximity UUID")->required()->check(checkProximityUUID);
-  command->add_option("--major", options->major, "only iBeacons with this major")
-      ->check(CLI::Range(0, 65535));
-  command->add_option("--minor", options->minor, "only iBeacons with this minor")
-      ->check(CLI::Range(0, 65535));
+  command->add_option("--uuid", options->uuid, "the proximity UUID")
+      ->required()
+      ->check(checkProximityUUID)
+      ->type_name(kUUID);
+  command->add_option("--major", options->major, "only iBeacons with this major, 0 to 65535")
+      ->check(CLI::Range(0, 65535).description(""))
+      ->type_name(kNumber);
+  command->add_option("--minor", options->minor, "only iBeacons with this minor, 0 to 65535")
+      ->check(CLI::Range(0, 65535).description(""))
+      ->type_name(kNumber);
   command
       ->add_option(
           "--group", options->group,
-          "what tells beacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: what is "
-          "given, and 2 for readings, influx and the live table")
-      ->check(CLI::Range(0, 2));
+          "what tells iBeacons apart: 0 the UUID, 1 also the major, 2 also the minor; default: what is "
+          "given, and 2 for readings, influx, the live table and the history")
+      ->check(CLI::Range(0, 2).description(""))
+      ->type_name("0|1|2");
   addLeftAfter(*command, options->leftAfter);
   command->add_flag("--present-only", options->isPresentOnly,
-                    "ranging reports without iBeacons that are lost or have left");
+                    "leave iBeacons that are lost or have left out of the ranging reports");
   addSearchOptions(*command, *options);
   setSearch(*command, run, options);
 }
@@ -293,21 +310,22 @@ void addTag(CLI::App& app, Run& run) {
     });
     return command;
   };
-  auto* set = add("set", "Add a tag; an earlier one of the key stays", TagOptions::Action::set);
-  set->add_option("KEY", options->key, "what to find it by")->required();
+  auto* set = add("set", "Add a tag; earlier ones of the key stay", TagOptions::Action::set);
+  set->add_option("KEY", options->key, "the key to find it by")->required()->type_name("");
   addPath(*set, "--file", options->file, "the file that holds it, or -; default: standard input",
           Dash::isStream);
-  add("get", "Write the oldest tag of a key as it is", TagOptions::Action::get)
-      ->add_option("KEY", options->key, "what it was set by")
-      ->required();
+  add("get", "Write the oldest tag of a key, octet by octet", TagOptions::Action::get)
+      ->add_option("KEY", options->key, "the key that it was set by")
+      ->required()
+      ->type_name("");
   addFormat(*add("list", "List all tags", TagOptions::Action::list), options->format, kTwoFormats);
   add("clear", "Delete all tags", TagOptions::Action::clear)
-      ->add_flag("-y,--yes", options->yes, "without asking");
+      ->add_flag("-y,--yes", options->yes, "do not ask");
 }
 
 void addBeacons(CLI::App& app, Run& run) {
   auto options = std::make_shared<BeaconsOptions>();
-  auto* command = app.add_subcommand("beacons", "List every beacon of the history and what is known of it");
+  auto* command = app.add_subcommand("beacons", "List every beacon of the history, and what is known of it");
   addContainer(*command, options->container);
   addFormat(*command, options->format, kAllFormats);
   command->callback([&run, options] {
@@ -324,7 +342,7 @@ void addReport(CLI::App& app, Run& run) {
       ->required();
   addSpan(*command, options->since, options->until);
   addBeaconChoice(*command, options->beacons);
-  command->add_option("--title", options->title, "what stands at its top; default: Beacons");
+  command->add_option("--title", options->title, "what stands at the page's top; default: Beacons");
   command->callback([&run, options] {
     options->settings = run.settings;
     refuseContainerFile("--out", options->out, options->container);
@@ -371,7 +389,7 @@ ExitStatus showHelp(CLI::App& app, const std::vector<std::string>& words) {
 void addHelp(CLI::App& app, Run& run) {
   auto words = std::make_shared<std::vector<std::string>>();
   auto* command = app.add_subcommand("help", "Describe the tool or one of its commands");
-  command->add_option("COMMAND", *words, "for example: log show");
+  command->add_option("COMMAND", *words, "for example: log show")->type_name("");
   command->callback([&app, &run, words] { run = [&app, words] { return showHelp(app, *words); }; });
 }
 
@@ -421,6 +439,8 @@ void declareCommands(CLI::App& app, Run& run) {
   addConfig(app, run, declareCommands);
   addHelp(app, run);
   addConfigOption(app, {"config", "help"});
+  app.footer("Begin with 'brenloft scan --source demo'; 'brenloft help scan' describes a command.\n\n" +
+             app.get_footer());
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ class HexText {
 
   std::string faultAtPosition() const {
     if (position_ == text_.size()) return "an odd number of hexadecimal digits";
-    return fmt::format("character {} is no hexadecimal digit", position_ + 1);
+    return fmt::format("character {} is not a hexadecimal digit", position_ + 1);
   }
 
   std::string_view text_;

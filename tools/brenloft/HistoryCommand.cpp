@@ -262,7 +262,7 @@ class HistoryCommand {
     }
     if (options_.until.empty()) span.until = now_;
     if (span.until < span.since + kShortestPlot)
-      throw Failure(ExitStatus::usage, "--plot: less than ten seconds are no time for a chart");
+      throw Failure(ExitStatus::usage, "--plot: less than ten seconds are too short for a chart");
     // What was before the history takes no room.
     span.since = std::max(span.since, std::min(require(reader.extent()).since, span.until - kShortestPlot));
     return span;
@@ -346,7 +346,7 @@ class HistoryCommand {
     const auto reader = open();
     // Beside a clock that is slow a history can be of later.
     if (at > now_ && (!reader || at > require(reader->extent()).until))
-      throw Failure(ExitStatus::usage, fmt::format("--at: {} has not been yet", timeText(at)));
+      throw Failure(ExitStatus::usage, fmt::format("--at: {} is in the future", timeText(at)));
     HistoryLines form = lines();
     form.addAges(at);
     std::string text;
@@ -371,7 +371,7 @@ class HistoryCommand {
     HistoryPruning pruning{.size = options_.keepSize};
     if (!options_.before.empty()) pruning.before = requireInstant("--before", options_.before, now_);
     if (!pruning.before && !pruning.size)
-      throw Failure(ExitStatus::usage, "what is to go: --before TIME or --keep-size SIZE");
+      throw Failure(ExitStatus::usage, "say what to delete: --before TIME or --keep-size SIZE");
     if (!open()) return printNothing();
     if (!confirmed("Delete the oldest rows of the history?", options_.yes)) return;
     const uint64_t pruned = require(pruneHistory(file_, pruning, now_));

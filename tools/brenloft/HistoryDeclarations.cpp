@@ -21,19 +21,21 @@ const Choices<HistoryFormat> kHistoryFormats{{"table", HistoryFormat::table},
 void addChoiceOfRows(CLI::App& command, Options& options) {
   addSpan(command, options.since, options.until);
   addBeaconChoice(command, options.beacons);
-  command.add_flag("--readings", options.readingsOnly, "readings only, no events");
+  command.add_flag("--readings", options.readingsOnly, "leave events out");
 }
 
 void addEvery(CLI::App& command, Options& options) {
-  command.add_option_function<std::string>(
-      "--every",
-      [&options](const std::string& text) {
-        options.every = durationFromText(text);
-        if (!options.every || *options.every < std::chrono::seconds(1) ||
-            *options.every % std::chrono::seconds(1) != std::chrono::microseconds(0))
-          throw noDuration("--every", text, "no duration of whole seconds");
-      },
-      "mean, minimum and maximum in pieces of this length (5m) instead of single readings");
+  command
+      .add_option_function<std::string>(
+          "--every",
+          [&options](const std::string& text) {
+            options.every = durationFromText(text);
+            if (!options.every || *options.every < std::chrono::seconds(1) ||
+                *options.every % std::chrono::seconds(1) != std::chrono::microseconds(0))
+              throw noDuration("--every", text, "not a duration of whole seconds");
+          },
+          "instead of readings: mean, minimum and maximum of each piece of time this long, such as 5m")
+      ->type_name(kDuration);
 }
 
 const Choices<Quantity> kChartQuantities{{"temperature", Quantity::temperature},
@@ -42,7 +44,7 @@ const Choices<Quantity> kChartQuantities{{"temperature", Quantity::temperature},
                                          {"rssi", Quantity::rssi}};
 
 void addPlot(CLI::App& command, Options& options) {
-  command.add_flag("--plot", options.isPlot, "draw charts as wide as the terminal instead");
+  command.add_flag("--plot", options.isPlot, "draw charts instead, as wide as the terminal");
   command
       .add_option_function<std::vector<std::string>>(
           "--quantity",
@@ -65,7 +67,7 @@ void addForms(CLI::App& command, Options& options) {
 
 void refuseBoth(const char* option, bool isGiven, const char* other, bool isOtherGiven) {
   if (isGiven && isOtherGiven)
-    throw Failure(ExitStatus::usage, fmt::format("{} goes without {}", option, other));
+    throw Failure(ExitStatus::usage, fmt::format("{} does not go with {}", option, other));
 }
 
 void requireFitting(const Options& options) {
@@ -77,9 +79,9 @@ void requireFitting(const Options& options) {
   refuseBoth("--plot", options.isPlot, "--format", hasForm);
   refuseBoth("--plot", options.isPlot, "--time", options.time.has_value());
   if (!options.quantities.empty() && !options.isPlot)
-    throw Failure(ExitStatus::usage, "--quantity goes with --plot");
+    throw Failure(ExitStatus::usage, "--quantity needs --plot");
   if (options.time == TimeForm::epoch && options.format == HistoryFormat::jsonl)
-    throw Failure(ExitStatus::usage, "jsonl has times in ISO form: --time utc or local");
+    throw Failure(ExitStatus::usage, "jsonl has times as texts: --time utc or local");
   if (options.action == Options::Action::exportRows)
     refuseContainerFile("--out", options.out, options.container);
   if (options.settings) static_cast<void>(beaconsFromTexts("--beacon", options.beacons, *options.settings));
@@ -102,14 +104,14 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
     });
     return command;
   };
-  auto* show = add("show", "Print readings and events; without a choice those of the last hour",
-                   Options::Action::show);
+  auto* show =
+      add("show", "Print readings and events, by default those of the last hour", Options::Action::show);
   addChoiceOfRows(*show, *options);
   addEvery(*show, *options);
   addForms(*show, *options);
-  addNumber(*show, "--last", options->last, 1, "only the newest so many");
+  addNumber(*show, "--last", options->last, 1, "only the newest N");
   addPlot(*show, *options);
-  show->add_flag("-f,--follow", options->follow, "wait for new ones");
+  show->add_flag("-f,--follow", options->follow, "wait for new rows and print them, too");
   auto* out = add("export", "Write readings and events for other programs", Options::Action::exportRows);
   addChoiceOfRows(*out, *options);
   addEvery(*out, *options);
@@ -121,19 +123,22 @@ void addHistory(CLI::App& app, ChosenCommand& run) {
       add("last", "Print the newest reading of each beacon, now or at an instant", Options::Action::last);
   addBeaconChoice(*last, options->beacons);
   addInstant(*last, "--at", options->at,
-             "what was in force then: the newest reading at or before 15:00 (today); as --since");
+             withInstants("what was in force then, the newest reading at or before that time"));
   addForms(*last, *options);
   auto* prune = add("prune", "Delete the oldest rows", Options::Action::prune);
-  addInstant(*prune, "--before", options->before, "those heard before then; as --since");
-  prune->add_option_function<std::string>(
-      "--keep-size",
-      [options](const std::string& text) {
-        options->keepSize = historySizeFromText(text);
-        if (!options->keepSize)
-          throw CLI::ValidationError("--keep-size", fmt::format("'{}' is no size such as 500M or 2G", text));
-      },
-      "until the file has no more than this, such as 2G");
-  prune->add_flag("-y,--yes", options->yes, "without asking");
+  addInstant(*prune, "--before", options->before, withInstants("delete rows from before then"));
+  prune
+      ->add_option_function<std::string>(
+          "--keep-size",
+          [options](const std::string& text) {
+            options->keepSize = historySizeFromText(text);
+            if (!options->keepSize)
+              throw CLI::ValidationError("--keep-size",
+                                         fmt::format("'{}' is not a size such as 500M or 2G", text));
+          },
+          "delete rows until the file is no larger than this, such as 2G")
+      ->type_name(kSize);
+  prune->add_flag("-y,--yes", options->yes, "do not ask");
   add("check", "Look for damage", Options::Action::check);
   addPath(*add("backup", "Copy the history, also while it is written", Options::Action::backUp), "FILE",
           options->out, "the new file")

@@ -27,17 +27,17 @@ void addLog(CLI::App& app, ChosenCommand& run) {
     addSpan(*command, options->since, options->until);
     return command;
   };
-  auto* show = addReading("show", "Print the rows", LogOptions::Action::show);
+  auto* show = addReading("show", "Print rows of the sensor log", LogOptions::Action::show);
   addFormat(*show, options->format, kTwoFormats);
   addTime(*show, options->time);
-  addNumber(*show, "--last", options->last, 1, "only the newest so many");
-  show->add_flag("-f,--follow", options->follow, "wait for new rows");
+  addNumber(*show, "--last", options->last, 1, "only the newest N");
+  show->add_flag("-f,--follow", options->follow, "wait for new rows and print them, too");
   addPath(*addReading("export", "Write the log as one JSON document", LogOptions::Action::exportDocument),
           "-o,--out", options->out, "the file to write, or -; default: standard output", Dash::isStream);
   addReading("count", "Print the number of rows", LogOptions::Action::count);
-  auto* remove = add("delete", "Delete the rows", LogOptions::Action::deleteRows);
-  addInstant(*remove, "--before", options->before, "only those last heard before then; as --since");
-  remove->add_flag("-y,--yes", options->yes, "without asking");
+  auto* remove = add("delete", "Delete all rows, or the oldest", LogOptions::Action::deleteRows);
+  addInstant(*remove, "--before", options->before, withInstants("only rows last heard before then"));
+  remove->add_flag("-y,--yes", options->yes, "do not ask");
   add("check", "Look for damage", LogOptions::Action::check);
   addPath(
       *add("backup", "Copy the log and the tags, also while they are written", LogOptions::Action::backUp),

@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -53,6 +54,9 @@ constexpr const char* kFolder = "FOLDER";
 constexpr const char* kSource = "SOURCE";
 constexpr const char* kBeacon = "BEACON";
 constexpr const char* kDuration = "TIME";
+constexpr const char* kInstant = "WHEN";
+constexpr const char* kSize = "SIZE";
+constexpr const char* kUUID = "UUID";
 constexpr const char* kNumber = "N";
 
 template <typename Choice>
@@ -102,7 +106,7 @@ inline const Choices<TimeForm> kTimeForms{
 
 inline void addTime(CLI::App& command, std::optional<TimeForm>& form) {
   addChoice(command, "--time", form, kTimeForms,
-            "how times are written; default: local in a table, else unix, seconds since 1970");
+            "how times are written; default: local in a table, else unix (seconds since 1970)");
 }
 
 /// Says that a text is none of `what`, and what it was meant to be.
@@ -120,7 +124,7 @@ CLI::Option* addDuration(CLI::App& command, const std::string& names, Duration& 
           names,
           [&duration, name = longName(names)](const std::string& text) {
             const auto value = durationFromText(text);
-            if (!value) throw noDuration(name, text, "no duration such as 10, 2.5 or 1h30m");
+            if (!value) throw noDuration(name, text, "not a duration such as 10, 2.5 or 1h30m");
             duration = *value;
           },
           help)
@@ -159,8 +163,8 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
         if (!isNumber || value > most || !holds(number, value))
           throw CLI::ValidationError(name, fmt::format("'{}' is {}", text,
                                                        isNumber     ? "too large"
-                                                       : least == 0 ? "no whole number"
-                                                                    : "no whole number above 0"));
+                                                       : least == 0 ? "not a whole number"
+                                                                    : "not a whole number above 0"));
         number = value;
       },
       help);
@@ -170,15 +174,19 @@ CLI::Option* addNumber(CLI::App& command, const std::string& names, Number& numb
 /// As `requireInstant` reads it.
 inline void addInstant(CLI::App& command, const std::string& name, std::string& instant,
                        const std::string& help) {
-  command.add_option(name, instant, help)->check(instantProblem);
+  command.add_option(name, instant, help)->check(instantProblem)->type_name(kInstant);
+}
+
+// Help of an option that takes an instant.
+inline std::string withInstants(std::string_view help) {
+  return fmt::format("{}: 2026-11-21T15:00, 15:00 (today), yesterday, 2h (ago) or @ and seconds since 1970",
+                     help);
 }
 
 /// As `spanFromTexts` reads them.
 inline void addSpan(CLI::App& command, std::string& since, std::string& until) {
-  addInstant(
-      command, "--since", since,
-      "from then on: 2026-11-21T15:00, 15:00 (today), yesterday, 2h (ago) or @ and seconds since 1970");
-  addInstant(command, "--until", until, "before then, without that instant itself; as --since");
+  addInstant(command, "--since", since, withInstants("from then on"));
+  addInstant(command, "--until", until, "until then, without that instant itself; as --since");
 }
 
 inline void addBeaconChoice(CLI::App& command, std::vector<std::string>& beacons) {
@@ -210,7 +218,7 @@ CLI::Option* addPath(CLI::App& command, const std::string& names, Path& path, co
 
 inline void addContainer(CLI::App& command, std::filesystem::path& container) {
   addPath(command, "-C,--container", container,
-          "folder of the log, the tags and the history; default: the user's data folder for "
+          "the folder of the log, the tags and the history; default: the user's data folder for "
           "brenloft")
       ->type_name(kFolder);
 }

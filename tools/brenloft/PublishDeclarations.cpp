@@ -41,7 +41,8 @@ bool readPlace(std::string_view text, Broker& broker) {
 void readBroker(const std::string& text, Broker& broker) {
   // Who has put a password here must not find it in a message as well.
   if (text.find('@') != std::string::npos)
-    throw CLI::ValidationError("--broker", "user and password are no part of it; --login FILE has them");
+    throw CLI::ValidationError("--broker",
+                               "user and password do not belong here, but in a file: --login FILE");
   std::string_view place = text;
   broker.isEncrypted = place.starts_with("mqtts://");
   const bool hasScheme = broker.isEncrypted || place.starts_with("mqtt://");
@@ -53,48 +54,57 @@ void readBroker(const std::string& text, Broker& broker) {
 }
 
 void addBroker(CLI::App& command, Broker& broker) {
-  command.add_option_function<std::string>(
-      "--broker", [&broker](const std::string& text) { readBroker(text, broker); },
-      "mqtt://HOST:PORT, or mqtts:// for TLS; default: mqtt://localhost, port 1883 and 8883");
-  addChoice(command, "--mqtt", broker.isVersion5, kVersions, "its version; default: 5");
-  addPath(command, "--ca", broker.authority, "who signs the broker's certificate; default: the system's");
-  addPath(command, "--cert", broker.certificate, "the client's certificate");
-  addPath(command, "--key", broker.key, "its key");
+  command
+      .add_option_function<std::string>(
+          "--broker", [&broker](const std::string& text) { readBroker(text, broker); },
+          "mqtt://HOST, or mqtts://HOST for TLS, with :PORT where it is not 1883 or 8883; default: "
+          "mqtt://localhost")
+      ->type_name("URL");
+  addChoice(command, "--mqtt", broker.isVersion5, kVersions, "the version of the protocol; default: 5");
+  addPath(command, "--ca", broker.authority,
+          "the certificate of who signs the broker's; default: those that the system trusts");
+  addPath(command, "--cert", broker.certificate, "the client's own certificate");
+  addPath(command, "--key", broker.key, "the key of that certificate");
 }
 
 void addDiscovery(CLI::App& command, PublishOptions& options) {
   addChoice(command, "--discover", options.discovery.scope, kScopes,
-            "the beacons that Home Assistant shows by itself, known: those of the settings file; default: "
+            "which beacons Home Assistant shows by itself; known: those of the settings file; default: "
             "known");
   command.add_flag("--shared-ids", options.discovery.isShared,
-                   "one entity of a beacon that several gateways hear; all of them must say so");
+                   "make one device of a beacon that several gateways hear; all of them need this option");
   auto* forget =
       command.add_option("--forget", options.forget,
                          "only remove what the broker keeps of this beacon, by name or identifier; "
                          "may be repeated");
   forget->type_name(kBeacon)->allow_extra_args(false)->expected(1, -1);
-  command.add_flag("--all", options.isAllForgotten, "the same for everything of this gateway")
+  command
+      .add_flag("--all", options.isAllForgotten,
+                "only remove everything that the broker keeps of this gateway")
       ->excludes(forget);
 }
 
 void addFrom(CLI::App& command, PublishOptions& options) {
-  command.add_option_function<std::string>(
-      "--from",
-      [&options](const std::string& text) {
-        int64_t seq = 1;
-        const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seq);
-        const bool isNumber = error == std::errc() && stop == text.data() + text.size() && seq > 0;
-        if (!isNumber && text != "all" && text != "now")
-          throw CLI::ValidationError("--from",
-                                     fmt::format("'{}' is neither a row's number, all nor now", text));
-        options.isFromNow = text == "now";
-        if (!options.isFromNow) options.from = isNumber ? seq : 1;
-      },
-      "go on with this row of the history, whatever was published: its number, all or now");
+  command
+      .add_option_function<std::string>(
+          "--from",
+          [&options](const std::string& text) {
+            int64_t seq = 1;
+            const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seq);
+            const bool isNumber = error == std::errc() && stop == text.data() + text.size() && seq > 0;
+            if (!isNumber && text != "all" && text != "now")
+              throw CLI::ValidationError("--from",
+                                         fmt::format("'{}' is neither a row's number, all nor now", text));
+            options.isFromNow = text == "now";
+            if (!options.isFromNow) options.from = isNumber ? seq : 1;
+          },
+          "begin with this row of the history, whatever was published before: its number, all or now")
+      ->type_name("ROW|all|now");
 }
 
 std::string checkName(const std::string& text) {
-  return Topics::isName(text) ? "" : "'" + text + "' is no name of letters, digits, - and _ (not in front)";
+  return Topics::isName(text) ? ""
+                              : "'" + text + "' is not a name of letters, digits, - and _ (not in front)";
 }
 
 }  // namespace
@@ -106,17 +116,20 @@ void addPublish(CLI::App& app, ChosenCommand& run) {
   addPath(*command, "--login", options->login,
           "a file with the user in its first line and the password in the second");
   command->add_option("--gateway", options->name, "the gateway's name in topics; default: the machine's")
-      ->check(checkName);
+      ->check(checkName)
+      ->type_name("NAME");
   addContainer(*command, options->container);
   addPath(*command, "--cursor", options->cursor,
-          "where to keep how far it was published; default: publish.json in the container");
+          "the file that says how far the history was published; default: publish.json in the container");
   addFrom(*command, *options);
   addNumber(*command, "--max-rate", options->limits.mostPerSecond, 1,
-            "rows a second of what waited for the broker; default: 1000");
+            "how many rows a second to send of what waited for the broker; default: 1000");
   addNumber(*command, "--max-backlog", options->limits.mostBacklog, 1,
-            "rows that may wait; beyond them the oldest readings are left out; default: 10000000", INT64_MAX);
-  addChoice(*command, "--batches", options->limits.batches, kBatches,
-            "also every row, for a fleet; collected: each until somebody has subscribed to it; default: on");
+            "how many rows may wait; beyond that the oldest readings are left out; default: 10000000",
+            INT64_MAX);
+  addChoice(
+      *command, "--batches", options->limits.batches, kBatches,
+      "also publish every row, for a fleet; collected: keep each until somebody has subscribed; default: on");
   addDiscovery(*command, *options);
   addHearing(*command, options->hearing);
   command->callback([&run, options] {

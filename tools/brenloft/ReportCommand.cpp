@@ -36,7 +36,7 @@ web::PageModel readPage(HistoryReader& reader, const ReportOptions& options, con
   const bool isOfNow = span.until >= now;
   span.until = std::min(span.until, now);
   if (span.until - span.since < std::chrono::minutes(1))
-    throw Failure(ExitStatus::usage, "--since: less than a minute is no time to report of");
+    throw Failure(ExitStatus::usage, "--since: less than a minute is too short for a page");
   const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
   auto page = web::readPageModel(reader, settings,
                                  {.span = span,

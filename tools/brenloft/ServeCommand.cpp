@@ -110,22 +110,25 @@ ExitStatus runServe(const ServeOptions& options) {
 void addServe(CLI::App& app, ChosenCommand& run) {
   auto options = std::make_shared<ServeOptions>();
   auto* command = app.add_subcommand("serve", "Show the history as a live page in a browser");
-  command->add_option_function<std::string>(
-      "--listen",
-      [options](const std::string& text) {
-        const auto address = web::ListenAddress::fromText(text);
-        if (!address)
-          throw CLI::ValidationError(
-              "--listen",
-              fmt::format("'{}' is no address and port such as 127.0.0.1:8880 or [::1]:8880", text));
-        options->listen = *address;
-      },
-      "where: an address of this machine and a port; default: 127.0.0.1:8880");
+  command
+      ->add_option_function<std::string>(
+          "--listen",
+          [options](const std::string& text) {
+            const auto address = web::ListenAddress::fromText(text);
+            if (!address)
+              throw CLI::ValidationError(
+                  "--listen",
+                  fmt::format("'{}' is not an address and port such as 127.0.0.1:8880 or [::1]:8880", text));
+            options->listen = *address;
+          },
+          "an address of this machine, and a port; default: 127.0.0.1:8880")
+      ->type_name("ADDRESS:PORT");
   addContainer(*command, options->container);
   addPath(*command, "--token", options->token,
-          "a file whose first line every browser and program has to know; needed where others reach the "
-          "address");
-  command->add_flag("--insecure", options->isInsecure, "do without: everybody who reaches it may look");
+          "a file whose first line is the password for browsers and programs; needed where other machines "
+          "reach the address");
+  command->add_flag("--insecure", options->isInsecure,
+                    "without a token: everybody who reaches the address may look");
   command->add_option("--title", options->title, "what stands at the page's top; default: Beacons");
   addHearing(*command, options->hearing);
   command->callback([&run, options] {

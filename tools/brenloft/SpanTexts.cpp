@@ -14,7 +14,7 @@ using platform::Date;
 std::string instantProblem(const std::string& text) {
   if (instantFromText(text, Date())) return {};
   const std::string duration = text.substr(0, text.find(" ago"));
-  return fmt::format("'{}' is no time such as 15:00, 2026-11-21T15:00, 2h or yesterday{}", text,
+  return fmt::format("'{}' is not a time such as 15:00, 2026-11-21T15:00, 2h or yesterday{}", text,
                      platform::didYouMean(meantDuration(duration)));
 }
 

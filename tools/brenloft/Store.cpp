@@ -129,7 +129,8 @@ std::optional<std::filesystem::path> storeIn(const std::filesystem::path& contai
 bool confirmed(const std::string& question, bool yes) {
   if (yes) return true;
   if (::isatty(STDIN_FILENO) != 1)
-    throw Failure(ExitStatus::usage, "standard input is no terminal to ask on; --yes goes on without asking");
+    throw Failure(ExitStatus::usage,
+                  "standard input is not a terminal to ask on; --yes goes on without asking");
   fmt::print(stderr, "{} [y/N] ", question);
   std::string answer;
   std::getline(std::cin, answer);
