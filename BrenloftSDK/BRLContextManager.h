@@ -46,33 +46,33 @@ BRL_EXPORT extern const char* const kBRLBeaconRegionID;
 ///
 /// The application then runs its main queue (`platform::RealTimeDispatch::run` or `poll`).
 ///
-/// The manager itself, for what has no class operation: `brlWithProximityUUID` returns it, every operation of
-/// the delegate is handed it, and
+/// What has no class operation is an operation of the manager itself. `brlWithProximityUUID` returns the
+/// manager, every operation of the delegate gets it, and
 /// `dynamic_cast<BRLContextManager*>(BRLContextManager::Class::shareInstance())` gives it at any time.
 ///
-/// When a sensor beacon is found lost. Each has a timer of `beaconExitTime`, which every advertisement pushes
-/// back. Whichever timer fires, all records are checked:
+/// When is a sensor beacon found lost? Each has a timer of `beaconExitTime`, which every advertisement pushes
+/// back. When any of these timers fires, all records are checked:
 ///  1. A beacon that was first heard while no other was known gets its timer with its second advertisement.
-///     Heard only once, it is found lost by another beacon's timer or by `stop`, else never.
-///  2. Whole seconds are compared, so that another beacon's timer may find it up to a second early.
-///  3. Only an advertisement makes it present again; a status that the application sets starts no timer.
+///     If it is heard only once, another beacon's timer or `stop` finds it lost, or nothing does.
+///  2. Whole seconds are compared. So another beacon's timer may find it lost up to a second early.
+///  3. Only an advertisement makes it present again. A status that the application sets starts no timer.
 ///
 /// Thread safety: every operation may be called from any thread.
 ///  1. Configuration is atomic; the UUID text has its own lock, and so has the exit time with its setting.
 ///  2. Records and their list keep the promises of their own headers.
 ///  3. `seenMutex_` guards the seen cache, `regionsMutex_` what is asked of the location service, so that
 ///     `stop` and the service's callbacks do not mix. Neither is held while a delegate or a completion runs.
-///  4. Of a `start` and a `stop` of the iBeacon search on two threads, the one that comes last holds.
+///  4. When two threads call `start` and `stop` of the iBeacon search, the call that comes last holds.
 class BRL_EXPORT BRLContextManager final : public BRLDataManager,
                                            private platform::CLLocationManagerDelegate,
                                            private platform::CBCentralManagerDelegate {
  public:
-  /// Class operations. Each obtains the shared instance and forwards. The log and tag operations of
+  /// Class operations. Each takes the shared instance and calls its operation. The log and tag operations of
   /// `BRLDataManager::Class` reach the context manager's shared instance here.
   ///
-  /// When an application asked `BRLDataManager` for its shared instance first, that plain data manager is the
-  /// shared instance here too; log and tag operations work on it, and an operation that only a context
-  /// manager has ends the process with a line that names it.
+  /// An application may ask `BRLDataManager` for its shared instance first. Then that plain data manager is
+  /// the shared instance here, too. Log and tag operations work on it; an operation that only a context
+  /// manager has ends the process, with a line that names the operation.
   struct BRL_EXPORT Class : BRLDataManagerClassOperations<BRLContextManager> {
     /// +[BRLContextManager shareInstance]
     static BRLDataManager* shareInstance();
@@ -117,19 +117,19 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   int64_t beaconGroupType() const { return beaconGroupType_; }
   void setBeaconGroupType(int64_t beaconGroupType) { beaconGroupType_ = beaconGroupType; }
   BRLContextManagerDelegate* delegate() const { return delegate_; }
-  /// Not owned. A call that has begun on another thread may still run after `setDelegate` has returned: keep
-  /// the earlier delegate until the queues are quiet, or to the end of the process.
+  /// Not owned; null for none. A call that has begun on another thread may still run after `setDelegate` has
+  /// returned: keep the earlier delegate until the queues are quiet, or to the end of the process.
   void setDelegate(BRLContextManagerDelegate* delegate) { delegate_ = delegate; }
   /// For regions of the application's own.
   platform::CLLocationManager& locationManager() const { return *locationManager_; }
-  /// From `start` until `stop`.
+  /// True from `start` until `stop`.
   bool isStart() const { return isStart_; }
   void setIsStart(bool isStart) { isStart_ = isStart; }
   const BRLRecordList& rangeBeaconSensors() const { return rangeBeaconSensors_; }
   /// Seconds of silence after which a present beacon counts as lost.
   double beaconExitTime() const { return beaconExitTime_; }
   /// -[BRLContextManager setBeaconExitTime:]
-  /// Stores a changed value in the settings at once, whatever it is; 0 becomes 5 at the next launch.
+  /// A changed value goes into the settings at once, whatever it is. A 0 becomes 5 at the next launch.
   void setBeaconExitTime(double seconds);
   /// The service to scan for in sensor mode (absent or "": every device), the proximity UUID in iBeacon mode.
   std::optional<std::string> beaconUUID() const;
@@ -144,20 +144,20 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// -[BRLContextManager start]
   /// Starts the search of `beaconType`; one that runs is stopped first, in full.
   ///
-  /// The iBeacon search begins with the authorization "always" or "when in use". A change of the
-  /// authorization while it is started resumes it for "always" only: after a change to "when in use", call
+  /// The iBeacon search begins with the authorization "always" or "when in use". When the authorization
+  /// changes later, the search goes on by itself for "always" only: after a change to "when in use", call
   /// `start` again.
   void start();
   /// -[BRLContextManager stop]
   /// Ends either search, marks every present record lost and reports it. Records, timers and the
   /// configuration stay.
   ///
-  /// All ranging of the monitored regions' UUIDs ends, and so does the monitoring of every region, the
-  /// application's own included. What still comes of these regions starts nothing. Ranging goes on only where
-  /// the application itself has stopped monitoring the region that it began from.
+  /// The monitoring of every region ends, also of the application's own, and so does all ranging of their
+  /// UUIDs. What these regions still report starts nothing. Ranging goes on only where the application itself
+  /// has stopped monitoring the region that the ranging began from.
   ///
-  /// `start` leaves the scan to the scanner queue. A `stop` that comes before the queue has begun it does not
-  /// hold it back: the radio then scans, and sensors are reported, until the next `stop`.
+  /// `start` leaves the scan to the scanner queue. A `stop` that comes before that queue has begun the scan
+  /// does not prevent it: the radio then scans, and sensors are reported, until the next `stop`.
   void stop();
   /// -[BRLContextManager isLeScan]
   bool isLeScan() const { return isStart_; }
@@ -169,8 +169,8 @@ class BRL_EXPORT BRLContextManager final : public BRLDataManager,
   /// The ten readings of manufacturer data; nothing when it is shorter than 22 octets.
   std::optional<platform::Dictionary> responseDataSetting(platform::DataView manufacturerData) const;
   /// -[BRLContextManager clearRemainingTimers]
-  /// Cancels every lost timer. The beacons they watched are found lost only by another beacon's check or
-  /// `stop`; after such a check they are watched anew.
+  /// Cancels every lost timer. Only another beacon's check or `stop` then finds these beacons lost. After
+  /// such a check they have timers again.
   void clearRemainingTimers();
 
   /// -[BRLContextManager BeaconStart]

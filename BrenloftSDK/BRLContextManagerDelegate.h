@@ -15,20 +15,20 @@ class BRLContextManager;
 enum class BRLDelegateOperation { forBeacon, didRangeBeaconSensors, didByteArray, emergencyCallback };
 
 /// The one channel through which the library reports to an application. All four operations are optional: one
-/// that the application does not override is never called. A loss found by silence or by a region's exit is
-/// logged only when the delegate heard of it, a loss by `stop` never; all else is logged whatever the
-/// delegate.
+/// that the application does not override is never called. The sensor log depends on the delegate for losses
+/// only: one by silence or by a region's exit is logged when the delegate heard of it, one by `stop` never.
 ///
 /// Derive from `BRLDelegateOf<YourClass>`, which knows from the type which operations you override, and mark
 /// each `override`; or use `BRLDelegateHandlers` for lambdas.
 ///
-/// Threads: operations are called on the thread of their event, several of them possibly at the same time:
-/// the scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of
-/// `start` and `stop`. No lock is held: an operation may call back into the library. Exceptions: one that
-/// leaves an operation ends the process (std::terminate), whichever the thread. Ownership: the manager
-/// does not own its delegate. Keep it alive while it is installed and beyond: a call that has begun on
-/// another thread may still run after `setDelegate` installed another one, so until the queues are quiet, or
-/// to the end of the process. Records are live and may be kept; the list is the manager's own.
+/// Threads: an operation is called on the thread of its event, several of them possibly at the same time: the
+/// scanner queue (sensor advertisements), the main queue (losses, regions and ranging), the caller of `start`
+/// and `stop`. No lock is held: an operation may call back into the library.
+/// Exceptions: one that leaves an operation ends the process (std::terminate), on any thread.
+///
+/// Ownership: the manager does not own its delegate. A call that has begun on another thread may still run
+/// after `setDelegate` installed another delegate. So keep a delegate alive until the queues are quiet, or to
+/// the end of the process. Records are live and may be kept; the list is the manager's own.
 class BRL_EXPORT BRLContextManagerDelegate {
  public:
   virtual ~BRLContextManagerDelegate() = default;
@@ -38,15 +38,15 @@ class BRL_EXPORT BRLContextManagerDelegate {
   virtual void contextManager_forBeacon(BRLContextManager& manager,
                                         const std::shared_ptr<BRLBeaconDataModel>& beacon);
   /// -[contextManager:didRangeBeaconSensors:]
-  /// The end of a ranging report that held a beacon; all known records, sensors and iBeacons alike.
+  /// The end of a ranging report that had a beacon in it. `beacons` has the known records of both kinds.
   virtual void contextManager_didRangeBeaconSensors(BRLContextManager& manager, const BRLRecordList& beacons);
   /// -[contextManager:didByteArray:]
   /// Every octet of a sensor advertisement's manufacturer data, as two upper-case hexadecimal digits each.
   virtual void contextManager_didByteArray(BRLContextManager& manager,
                                            const std::vector<std::string>& octets);
   /// -[emergencyCallback:forBeacon:]
-  /// An advertisement signalled an emergency. A lost beacon that returns with one is told by `forBeacon`
-  /// only; this call follows with its next advertisement.
+  /// An advertisement signalled an emergency. When a lost beacon returns with one, `forBeacon` alone is
+  /// called; this call follows with its next advertisement.
   virtual void emergencyCallback_forBeacon(BRLContextManager& manager,
                                            const std::shared_ptr<BRLBeaconDataModel>& beacon);
 
@@ -56,7 +56,7 @@ class BRL_EXPORT BRLContextManagerDelegate {
 };
 
 /// Answers `respondsTo` from the type of `Application`: an operation counts when `Application`, or `Base`
-/// below it, overrides it. One that has its name and not its signature does not compile, nor do two of one
+/// below it, overrides it. A name with another signature does not compile, nor do two operations of one
 /// name. `Application` must be final: a class derived from it would add operations unnoticed. To extend a
 /// delegate, derive with `BRLDelegateOf<Extended, Earlier>` from an `Earlier` that is a template over its
 /// final class or that says `using BRLOpenDelegate = Earlier;`.
@@ -105,7 +105,7 @@ class BRLDelegateOf : public Base {
   static void sameSignature(void (Inherited::*)(Arguments...), void (Class::*)(Arguments...));
 };
 
-/// A delegate made of functions; an empty function is not responded to. Set them before it is installed.
+/// A delegate made of functions; an empty one counts as not there. Set them before it is installed.
 class BRL_EXPORT BRLDelegateHandlers final : public BRLContextManagerDelegate {
  public:
   using Beacon = std::shared_ptr<BRLBeaconDataModel>;

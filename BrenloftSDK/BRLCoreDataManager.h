@@ -83,7 +83,7 @@ struct BRLCoreDataManagerClassOperations {
   /// +[BRLCoreDataManager sharedManagedObjectContext]
   static std::shared_ptr<platform::NSManagedObjectContext> sharedManagedObjectContext();
   /// +[BRLCoreDataManager save]
-  /// Saves, changes or not; a failure is ignored and the changes stay pending.
+  /// Saves, with or without changes. A failure is ignored, and the changes stay pending.
   static void save() {
     if (auto context = sharedManagedObjectContext()) static_cast<void>(context->save());
   }
@@ -96,16 +96,16 @@ struct BRLCoreDataManagerClassOperations {
 };
 
 struct BRLCoreDataManager::Class : BRLCoreDataManagerClassOperations<BRLCoreDataManager> {
-  /// Tries to open the store of the installed platform, making it where there is none, and closes it again:
-  /// why it cannot be used ("FILE: reason"), or nothing. Never ends the process.
+  /// Tries to open the store of the installed platform, and closes it again. Makes it where there is none.
+  /// Returns why it cannot be used ("FILE: reason"), or nothing. Never ends the process.
   BRL_EXPORT static std::optional<platform::Error> storeProblem();
   /// Why the process is being ended: "FILE: reason", set right before std::abort; "" as long as the store is
   /// not to blame. Lives to the end of the process. Made for handlers of SIGABRT: takes no lock and no
   /// memory.
   BRL_EXPORT static const char* fatalProblem() noexcept;
-  /// Where the line goes that a save is waiting for another process, one for each wait of more than a second;
-  /// otherwise to the log. To be set before the store is used. Called under the context's lock, so it must
-  /// not call the library.
+  /// `sink` gets a line when a save waits for another process: one for each wait of more than a second.
+  /// Without a sink the line goes to the log. Set it before the store is used. It is called under the
+  /// context's lock, so it must not call the library.
   BRL_EXPORT static void setTellWaiting(platform::LogSink sink);
   /// Where the store of the installed platform is.
   BRL_EXPORT static std::filesystem::path storeFile();

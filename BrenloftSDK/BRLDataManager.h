@@ -23,8 +23,8 @@ struct BRLDataManagerClassOperations;
 /// thread before the operation returns, with no lock held, and an exception that leaves it reaches the
 /// caller.
 ///
-/// Reads, deletions and logging take turns: a select of a large log holds up the logging, and with it the
-/// scan, until it is read. SensorLogReader, in this process or another, holds up nobody.
+/// Reads, deletions and logging take turns. So a select of a large log holds up the logging, and with it the
+/// scan, until the log is read. SensorLogReader, in this process or another, holds up nobody.
 ///
 /// Thread safety: every operation may be called from any thread. A record is inserted, filled and saved as
 /// one step; a select, a count and a deletion see whole records only.
@@ -49,38 +49,38 @@ class BRL_EXPORT BRLDataManager {
   void load();
 
   /// -[BRLDataManager loggingForSensor:]
-  /// Writes the record as one row and saves it at once, whatever `isLogSave` says. A failure ends the
-  /// process.
+  /// Writes the record as one row and saves it at once, whatever `isLogSave` says. A save that fails ends the
+  /// process. Without a store owner it throws platform::NSInvalidArgumentException.
   void loggingForSensor(const BRLBeaconDataModel& record);
 
   /// -[BRLDataManager selectBeaconLogAllWithCompletionBlock:]
   /// The whole log as records, oldest first, each with its date as text "yyyy-MM-dd HH:mm:ss" in local time.
-  /// What follows a row's first absent value is missing, in the order of BRLBeaconSnapshot but with status
-  /// and statusUpdatedDate right behind rssi. An empty log delivers nothing, later, on the main queue.
+  /// A row's values behind its first absent one are missing (order: BRLBeaconSnapshot, but status and date
+  /// right behind rssi). For an empty or unreadable log the block gets nothing, later, on the main queue.
   void selectBeaconLogAllWithCompletionBlock(RecordsBlock completion);
   /// -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:]
-  /// The same as a pretty-printed JSON document (RFC 8259), an array of objects, dates as "yyyyMMddHHmmss".
-  /// Octets of a text that are no UTF-8 come out as U+FFFD.
+  /// The same as a pretty-printed JSON document (RFC 8259): an array of objects, dates as "yyyyMMddHHmmss".
+  /// Octets of a text that are not UTF-8 come out as U+FFFD.
   void selectBeaconLogAllJSONWithCompletionBlock(DataBlock completion);
   /// -[BRLDataManager selectBeaconLogAllCountWithCompletionBlock:]
-  /// The number of rows; also 0 is delivered before the operation returns.
+  /// The number of rows. The block gets it before the operation returns, also when it is 0.
   void selectBeaconLogAllCountWithCompletionBlock(const CountBlock& completion);
   /// -[BRLDataManager deleteBeaconLog]
   /// Deletes every row and saves.
   void deleteBeaconLog();
 
   /// -[BRLDataManager setBeaconTagWithData:key:]
-  /// Adds a tag and saves; an earlier tag of the same key stays beside it.
+  /// Adds a tag and saves. Earlier tags of the key stay. Fails as `loggingForSensor` does.
   void setBeaconTagWithData_key(std::optional<platform::DataView> data, platform::TextArgument key);
   /// -[BRLDataManager getBeaconTag:completionBlock:]
-  /// The data of the oldest tag of the key, an absent key being one too. Without such a tag nothing is
-  /// delivered, later, on the main queue.
+  /// The data of the oldest tag of the key; an absent key is a key, too. Without such a tag the block gets
+  /// nothing, later, on the main queue.
   void getBeaconTag_completionBlock(platform::TextArgument key, DataBlock completion);
   /// -[BRLDataManager getBeaconTagListWithCompletionBlock:]
   /// All tags, oldest first: the store's own objects. Nothing when the store cannot be read.
   void getBeaconTagListWithCompletionBlock(const TagsBlock& completion);
   /// -[BRLDataManager clearBeaconTag]
-  /// Deletes every tag, but leaves that to be written by the next save of anything else.
+  /// Deletes every tag. The next save of anything else writes that to the store.
   void clearBeaconTag();
 
   // -[BRLDataManager isLogSave]

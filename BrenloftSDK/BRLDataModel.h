@@ -64,10 +64,10 @@ class BRL_EXPORT BRLBeaconDataModel {
  public:
   BRLBeaconDataModel() = default;
   /// -[BRLBeaconDataModel initWithDictionary:]
-  /// Keys are the names of the properties. Integers: the 32-bit value of a number or of the decimal integer
-  /// at the start of a text, else 0. Texts: null marker is "", an absent key stays absent, a value of another
-  /// kind counts as absent. A date is taken from a date; a date given as text stays readable by
-  /// statusUpdatedDateText, one of any other kind counts as absent.
+  /// Keys are the names of the properties. An integer is the 32-bit value of a number, or of the decimal
+  /// integer at the start of a text, else 0. A text is "" for the null marker, and absent when its key is, or
+  /// when the value is of another kind. The date is taken from a date; one given as text stays readable by
+  /// `statusUpdatedDateText`; a value of another kind counts as absent.
   explicit BRLBeaconDataModel(const platform::Dictionary* dictionary);
   explicit BRLBeaconDataModel(const platform::Dictionary& dictionary) : BRLBeaconDataModel(&dictionary) {}
   BRLBeaconDataModel(const BRLBeaconDataModel&) = delete;
@@ -84,14 +84,14 @@ class BRL_EXPORT BRLBeaconDataModel {
   const BRLOptionalText& uuid() const { return uuid_; }
   int64_t major() const { return major_; }
   int64_t minor() const { return minor_; }
-  /// dBm as the platform reported it.
+  /// dBm, as the platform reported it.
   int64_t rssi() const { return rssi_.load(std::memory_order_acquire); }
   /// 0 to 255, from the first frame only.
   int64_t txPower() const { return txPower_; }
-  /// 1 or more signals an emergency.
+  /// 0 to 255, as the battery is; 1 or more signals an emergency.
   int64_t emergency() const { return emergency_.load(std::memory_order_acquire); }
   int64_t battery() const { return battery_.load(std::memory_order_acquire); }
-  /// Two decimals; "" when the frame gave none.
+  /// Two decimals, in the beacon's unit (degrees Celsius and percent); "" when the frame gave none.
   BRLOptionalText temperature() const { return text(Text::temperature); }
   BRLOptionalText humidity() const { return text(Text::humidity); }
   /// XX-XX-XX-XX-XX-XX
@@ -102,7 +102,7 @@ class BRL_EXPORT BRLBeaconDataModel {
   int64_t status() const { return status_.load(std::memory_order_acquire); }
   /// When the beacon was last heard.
   std::optional<platform::Date> statusUpdatedDate() const;
-  /// The text that stood for the date in the dictionary, when it was given as a text.
+  /// The date's text, when the dictionary had a text for it.
   BRLOptionalText statusUpdatedDateText() const { return text(Text::statusUpdatedDate); }
   /// Signed decimal integers.
   BRLOptionalText xAccel() const { return text(Text::xAccel); }
@@ -133,13 +133,13 @@ class BRL_EXPORT BRLBeaconDataModel {
   void refresh(platform::Date date, int64_t rssi, const BRLSensorFrame& frame);
   /// The date and the signal strength in one change.
   void refresh(platform::Date date, int64_t rssi);
-  /// Status 1 becomes 2, any other stays, in one step. True when it did.
+  /// A status of 1 becomes 2, any other stays, in one step. True when it became 2.
   bool markLost();
-  /// The same, only if the record was last heard at `cutoff` (whole seconds since 1970) or before; one step
-  /// against a concurrent `refresh`. Asked for the entry at `second` that was taken out of the record's
-  /// BRLLastHeard; while the record stays present it gets a new one.
+  /// The same, but only when the record was last heard at `cutoff` (whole seconds since 1970) or before. No
+  /// `refresh` comes in between. Call it for the entry at `second` that was taken out of the record's
+  /// BRLLastHeard; a record that stays present gets a new entry.
   bool markLostIfSilentSince(int64_t cutoff, int64_t second);
-  /// Any status becomes 1, in one step. True when it was another one.
+  /// The status becomes 1, in one step. True when it was another one.
   bool markPresent();
 
   /// From here on the record has an entry there while it is present, as the `number` of its list.

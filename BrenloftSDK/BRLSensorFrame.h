@@ -36,7 +36,7 @@ class BRL_EXPORT BRLSensorFrame {
   std::string zAccel() const;
   BRLSensorReadings readings() const;
 
-  /// The same as numbers. Of temperature and humidity, 0 is what a beacon sends that measures none.
+  /// The same as numbers. A beacon that measures no temperature or no humidity sends 0.
   int16_t temperatureInHundredths() const { return static_cast<int16_t>(littleEndianAt(0)); }
   uint16_t humidityInHundredths() const { return littleEndianAt(2); }
   int16_t xAcceleration() const { return bigEndianAt(13); }
@@ -52,7 +52,7 @@ class BRL_EXPORT BRLSensorFrame {
   std::array<std::byte, kBRLSensorFrameLength> octets_{};
 };
 
-/// The ten readings of one sensor frame. What a person reads is text, the one-octet readings are numbers.
+/// The ten readings of one sensor frame. The readings of one octet are numbers, the others are texts.
 struct BRL_EXPORT BRLSensorReadings {
   std::string uniqueId{};     ///< XX-XX-XX-XX-XX-XX
   uint32_t txPower = 0;       ///< 0 to 255, not sign-extended

@@ -40,8 +40,8 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
         double delay, const platform::dispatch_queue_t& queue, Block block);
   };
 
-  /// A delay as timers count it: whole nanoseconds, truncated toward zero and held at the ends of what can be
-  /// said; what is no number counts as 0.
+  /// A delay in seconds as timers count it: whole nanoseconds, truncated toward zero. A delay out of range
+  /// becomes the longest or the shortest one; not-a-number becomes 0.
   static platform::dispatch_time_t durationOf(double delay);
 
   /// Timers are made by `Class`.
@@ -54,15 +54,15 @@ class BRL_EXPORT BRLTimer : public std::enable_shared_from_this<BRLTimer> {
   /// Arms the timer. Call once; a second call only pushes it back.
   // -[BRLTimer schedule]
   void schedule();
-  /// Counts `delay` from now again; no effect once fired or cancelled.
+  /// Counts `delay` from now again. No effect on a timer that has fired or was cancelled.
   // -[BRLTimer reschedule]
   void reschedule();
-  /// Suspensions count; a deadline that passes meanwhile fires at the last `resume`.
+  /// Each `suspend` needs its `resume`. A deadline that passes meanwhile fires at the last `resume`.
   // -[BRLTimer suspend]
   void suspend();
   // -[BRLTimer resume]
   void resume();
-  /// For good: the handler does not begin afterwards.
+  /// Ends the timer for good: the handler does not begin afterwards.
   // -[BRLTimer cancel]
   void cancel();
 

@@ -7,8 +7,8 @@
 #include "platform/foundation/Export.h"
 #include "platform/foundation/TextArgument.h"
 
-/// A tag: data that the application attached to a beacon under a key of its choice. Several tags may bear the
-/// same key. Thread safety: as NSManagedObject.
+/// A tag: data that the application attached to a beacon, under a key of its choice. Several tags may have
+/// the same key. Thread safety: as NSManagedObject.
 class BRL_EXPORT BRLUserDataModel : public platform::NSManagedObject {
  public:
   std::optional<platform::Data> userData() const { return stored<platform::Data>({"userData", 0}); }

@@ -17,13 +17,13 @@ namespace platform {
 class StoreReader;
 }
 
-/// Reads the sensor log of a store file beside whoever else uses it, without making objects: what is saved,
-/// and nothing that is pending. Never changes rows; what a killed process left in the file's log may move
-/// into the file. Works where the file may only be read, too.
+/// Reads the sensor log of a store file while others use it. It sees what is saved and nothing that is
+/// pending, and makes no objects. It never changes rows; what a killed process left in the file's log may
+/// move into the file. It also works where the file may only be read.
 ///
-/// Rows are read in steps, so that a slow block holds up nobody: rows that are added after an operation began
-/// do not come, rows that are deleted meanwhile come or not. Callers hear of a failure by the result, and
-/// what came before it was handed over. Blocks run with no lock held. Threads: one at a time.
+/// Rows are read in steps, so that a slow block holds up nobody. Rows that are added after an operation began
+/// do not come; rows that are deleted meanwhile may come or not. The result tells of a failure; the rows
+/// before it were handed over. Blocks run with no lock held. Threads: one at a time.
 class BRL_EXPORT SensorLogReader {
  public:
   struct Row {
@@ -36,8 +36,8 @@ class BRL_EXPORT SensorLogReader {
   using RowBlock = std::function<bool(const Row& row)>;
   using TextSink = std::function<void(std::string_view text)>;
 
-  /// Opens an existing store file, as the store of the installed platform names it (see `storeFile`). Never
-  /// makes a file. An error's text, here and below, names the file.
+  /// Opens an existing store file, such as `storeFile`. Never makes a file. An error's text, here and below,
+  /// names the file.
   static platform::Result<std::unique_ptr<SensorLogReader>> open(const std::filesystem::path& file);
   /// The store file of the installed platform.
   static std::filesystem::path storeFile();
@@ -55,13 +55,13 @@ class BRL_EXPORT SensorLogReader {
   /// The newest `limit` rows, oldest of them first.
   platform::Result<> lastRows(uint64_t limit, const RowBlock& block);
   /// Writes the document of -[BRLDataManager selectBeaconLogAllJSONWithCompletionBlock:] in pieces, `[]` for
-  /// an empty log. Memory does not grow with the log.
-  /// `wants`: which rows; absent: all.
+  /// an empty log. A longer log needs no more memory.
+  /// `wants` says which rows; without it all are written.
   platform::Result<> exportJSON(const TextSink& sink, const RowBlock& wants = {});
-  /// What is wrong with the store file, in lines; none: nothing. Reads all of it.
+  /// What is wrong with the store file, one line each; no lines when nothing is. Reads the whole file.
   platform::Result<std::vector<std::string>> check();
-  /// Copies the whole store, tags included, as it is at one moment, to a file that is not there yet. An
-  /// error's text is of that file, and does not name it.
+  /// Copies the whole store with its tags, as it is at one moment, to a file that is not there yet. An
+  /// error's text is about that file, but does not name it.
   platform::Result<> copyTo(const std::filesystem::path& file);
 
  private:

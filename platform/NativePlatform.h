@@ -22,25 +22,25 @@ struct NativePlatformOptions {
   std::filesystem::path container{};
   /// What is heard instead of the machine's own radio, on its loop's clock: see `openSource`.
   std::optional<Source> source{};
-  /// Where the radio comes from; without one, it is the source's, and without a source the machine's own is
+  /// The radio. Without it the source's is taken; without a source, too, the machine's own is
   /// looked for.
   std::shared_ptr<AdvertisingReportSource> radio{};
   /// The dispatch service; without one, the source's, or real time.
   std::shared_ptr<DispatchService> dispatch{};
-  /// Takes a line when the settings cannot be read or stored; without it, they go to the log.
+  /// Gets a line when the settings cannot be read or stored. Without it the line goes to the log.
   LogSink onSettingsProblem{};
-  /// Refuses advertisements that the application shall not hear; without it, all are delivered.
+  /// False keeps an advertisement from the application. Without a filter all are delivered.
   std::function<bool(const CBAdvertisementData&)> filter{};
-  /// Takes a line about the radio that its states do not tell; without it, they go to the log.
+  /// Gets lines about the radio that its states do not tell. Without it they go to the log.
   LogSink onRadioDiagnostic{};
 };
 
 inline constexpr std::string_view kSettingsFileName = "settings.json";
 
-/// What this machine offers. Settings are in "settings.json" and documents directly in the container or the
-/// data folder. What is made in the data folder only its owner may read; in a container the umask decides.
-/// The location authorization is what the setting "LocationAuthorizationStatus" holds (0 to 4); another
-/// number counts as restricted; without a number, always.
+/// What this machine offers. "settings.json" and the documents lie directly in the container or the data
+/// folder. Only its owner may read what is made in the data folder; in a container the umask decides. The
+/// setting "LocationAuthorizationStatus" (0 to 4) is the location authorization. Another number counts as
+/// restricted; without a number it is "always".
 BRL_EXPORT Platform nativePlatform(NativePlatformOptions options);
 
 }  // namespace platform

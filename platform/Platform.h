@@ -15,8 +15,8 @@ namespace platform {
 /// The services that an application runs on. Install one, once, before the first use of the library; the
 /// library takes its services from there and from nowhere else.
 ///
-/// Threads: install from one thread, before any other use. Services are shared and live as long as somebody
-/// holds them; the installed platform lives to the end of the process.
+/// Threads: install from one thread, before any other use. Services are shared: each lives as long as
+/// somebody holds it. The installed platform lives to the end of the process.
 struct BRL_EXPORT Platform {
   std::shared_ptr<DispatchService> dispatch{};
   std::shared_ptr<BluetoothService> bluetooth{};
@@ -27,7 +27,7 @@ struct BRL_EXPORT Platform {
   LogSink log{};
 
   /// Every service must be there. Once the library runs on a platform, installed or its own, another one
-  /// would go unused: the process ends with a line on standard error that says so.
+  /// would go unused: installing it ends the process, with a line on standard error.
   static void install(Platform platform);
   /// The installed platform; without one, the native one is installed first.
   static const Platform& installed();

@@ -110,7 +110,7 @@ class AlarmReader {
   // A key that says nothing of this kind of alarm.
   void refuse(std::initializer_list<std::string_view> keys, std::string_view beside) {
     for (const std::string_view key : keys)
-      if (stands(key)) complain(key, fmt::format("{} says nothing beside {}", key, beside));
+      if (stands(key)) complain(key, fmt::format("{} has no effect beside {}", key, beside));
   }
 
   void readSilence() {
@@ -200,7 +200,7 @@ class AlarmReader {
     rule_.exec = values_.command("exec");
     rule_.execTimeout = values_.duration("exec-timeout", rule_.execTimeout);
     if (stands("exec-timeout") && !stands("exec"))
-      complain("exec-timeout", "exec-timeout says nothing without exec");
+      complain("exec-timeout", "exec-timeout has no effect without exec");
   }
 
   const TomlValue::Table& table_;

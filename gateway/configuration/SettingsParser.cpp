@@ -74,10 +74,11 @@ class DocumentReader {
     const auto id = BeaconId::fromText(entry.key);
     const auto* table = as<TomlValue::Table>(entry.value);
     if (!id || !table)
-      return complain(entry.value,
-                      fmt::format("\"{}\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
-                                  "[beacon.\"UUID/major/minor\"] for an iBeacon",
-                                  entry.key));
+      return complain(
+          entry.value,
+          fmt::format("\"{}\" is not a beacon's identifier: write [beacon.\"C0-C1-5C-00-00-01\"], or "
+                      "[beacon.\"UUID/major/minor\"] for an iBeacon",
+                      entry.key));
     const SectionValues values(*table, beaconKeys(), "[beacon]", complaints_);
     BeaconSettings beacon{.name = values.text("name"),
                           .place = values.text("place"),
@@ -94,7 +95,7 @@ class DocumentReader {
         complaints_.push_back({values.line("name", entry.value.line),
                                fmt::format("{} is named \"{}\", too", other.text(), beacon.name)});
     if (!settings_.beacons.emplace(*id, std::move(beacon)).second)
-      complain(entry.value, fmt::format("{} stands here a second time", id->text()));
+      complain(entry.value, fmt::format("{} is here a second time", id->text()));
   }
 
   static int32_t hundredths(double value) { return static_cast<int32_t>(std::lround(value * 100)); }

@@ -94,7 +94,7 @@ void Session::lost(Instant now, const MqttClient::Lost& loss) {
   underWay_.clear();
   pause_ = std::clamp<std::chrono::nanoseconds>(pause_ * 2, kShortestPause, kLongestPause / 2);
   deadline_ = now + pause_ + std::chrono::duration_cast<Instant>(pause_ * parts_.chance());
-  tell(loss.reason + "; what is not taken is kept, and this is tried again");
+  tell(loss.reason + "; what it does not take is kept, and this is tried again");
 }
 
 void Session::advance(Instant now) {

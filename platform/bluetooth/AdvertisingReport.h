@@ -40,7 +40,7 @@ struct BRL_EXPORT BluetoothAddress {
   friend auto operator<=>(const BluetoothAddress&, const BluetoothAddress&) = default;
 };
 
-/// The kinds of advertising PDU that a report can stand for. Extended ones carry over 31 octets.
+/// The kinds of advertising PDU that a report can stand for. Extended ones can carry more than 31 octets.
 enum class AdvertisingKind : uint8_t {
   connectable,     ///< ADV_IND
   directed,        ///< ADV_DIRECT_IND
@@ -88,8 +88,8 @@ struct RadioState {
 /// A radio, or what stands in for one: it reports what it hears, undecoded.
 ///
 /// Threads: operations may be called from any thread. Both handlers are called on the source's own queue, one
-/// at a time, never from inside an operation and never after `close` has returned (unless `close` is called
-/// from inside a handler). They do not wait for what they submit to other queues.
+/// at a time. They are never called from inside an operation, and never after `close` has returned (unless
+/// `close` is called from inside a handler). They do not wait for what they submit to other queues.
 class BRL_EXPORT AdvertisingReportSource {
  public:
   using ReportHandler = std::function<void(const AdvertisingReport&)>;
@@ -100,7 +100,7 @@ class BRL_EXPORT AdvertisingReportSource {
   /// Sets the handlers and powers the source up; the first state follows. Call once.
   virtual void open(ReportHandler onReport, StateHandler onState) = 0;
   /// Starts hearing, with duplicates. `services` lets a source that shares its radio ask for less; reports of
-  /// other devices may come all the same. No effect, and remembered, while not powered on.
+  /// other devices may come all the same. A source that is not powered on remembers this and starts later.
   virtual void startScan(const std::vector<CBUUID>& services) = 0;
   virtual void stopScan() = 0;
   virtual void close() = 0;

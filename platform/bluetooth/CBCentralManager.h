@@ -63,17 +63,17 @@ class BRL_EXPORT CBCentralManager {
 
   virtual CBManagerState state() const = 0;
   /// Starts the scan, or restarts it with other services. An advertisement is delivered when it lists at
-  /// least one of the services; without services every one is. Nothing happens unless the state is poweredOn,
-  /// and a scan is over when the state leaves it. Without duplicates a peripheral is delivered once in a
-  /// scan.
+  /// least one of the services; without services every one is. Nothing happens unless the state is poweredOn.
+  /// A scan ends when the state changes to another one. Without duplicates a peripheral is delivered once in
+  /// a scan.
   virtual void scanForPeripheralsWithServices_options(const std::optional<std::vector<CBUUID>>& services,
                                                       const CBCentralManagerScanOptions& options) = 0;
-  /// No delivery begins once this has returned, neither what was heard before nor what was on its way.
+  /// No delivery begins once this has returned, not even of what was heard before.
   virtual void stopScan() = 0;
 };
 
 /// Makes central managers over one radio. The delegate is not owned and must outlive the manager. The first
-/// state callback follows soon after the manager was made. Without a queue it is the main queue.
+/// state callback follows soon after the manager was made. A null queue stands for the main queue.
 class BRL_EXPORT BluetoothService {
  public:
   virtual ~BluetoothService() = default;

@@ -2,14 +2,14 @@
 
 namespace platform {
 
-/// What a radio, or the manager that stands for it, is good for now.
+/// Whether a radio, or the manager that stands for it, can be used now.
 enum class CBManagerState : int {
-  unknown = 0,
-  resetting = 1,
-  unsupported = 2,
-  unauthorized = 3,
-  poweredOff = 4,
-  poweredOn = 5,
+  unknown = 0,       ///< not known yet
+  resetting = 1,     ///< gone for the moment; another state follows
+  unsupported = 2,   ///< there is no such radio
+  unauthorized = 3,  ///< this process may not use it
+  poweredOff = 4,    ///< switched off, or somebody else has it
+  poweredOn = 5,     ///< ready to scan
 };
 
 }  // namespace platform

@@ -14,18 +14,18 @@ namespace platform {
 /// Whether an advertisement, merged, is delivered. Called on the source's queue.
 using AdvertisementFilter = std::function<bool(const CBAdvertisementData&)>;
 
-/// Central managers over one source of advertising reports. Reports are merged with the newest report of the
-/// other kind from the same address once, then filtered for each manager and delivered on its queue. The
-/// source hears as long as at least one manager scans. It is opened with the first manager, and closed when
-/// the service and all its managers are gone. Reports are not merged while no manager scans.
+/// Central managers over one source of advertising reports. Each report is merged, once for all managers,
+/// with the newest one of the other kind from its address. Then it is filtered for each manager and delivered
+/// on its queue. The source hears as long as at least one manager scans; while none does, nothing is merged.
+/// It is opened with the first manager, and closed when the service and all its managers are gone.
 ///
-/// A source is not held up by a manager's queue: there, 10,000 reports wait at most. Beyond them the newest
-/// report of a sender takes the place of the one before it that waits, or is dropped and counted where none
-/// does. On virtual time all of them wait.
+/// A slow manager does not hold up the source: at most 10,000 reports wait in its queue. Beyond that a
+/// sender's newest report replaces its older one that waits, or is dropped and counted where none waits. On
+/// virtual time all reports wait.
 class BRL_EXPORT RadioService : public BluetoothService {
  public:
-  /// `dispatch` gives the main queue to managers that are made without a queue. `onDiagnostic` takes one line
-  /// for people, from any thread: that reports come faster than a manager takes them. What `filter` refuses
+  /// Managers that are made without a queue use the main queue of `dispatch`. `onDiagnostic` gets one line
+  /// for people, on any thread, when reports come faster than a manager takes them. What `filter` refuses
   /// goes to no manager.
   static std::shared_ptr<RadioService> make(std::shared_ptr<AdvertisingReportSource> source,
                                             std::shared_ptr<DispatchService> dispatch,

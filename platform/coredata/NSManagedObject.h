@@ -39,7 +39,7 @@ class BRL_EXPORT NSManagedObject : public std::enable_shared_from_this<NSManaged
   void setValue_forKey(std::optional<Value> value, std::string_view key);
   void setValue_forKey(std::nullptr_t, std::string_view key) = delete;
 
-  /// Pending until the next save, each.
+  /// Whether the next save inserts, updates or deletes it.
   bool isInserted() const { return stateIs(State::Inserted); }
   bool isUpdated() const { return stateIs(State::Updated); }
   bool isDeleted() const { return stateIs(State::Deleted); }

@@ -44,9 +44,9 @@ class BRL_EXPORT NSManagedObjectContext {
   /// -[NSManagedObjectContext hasChanges]
   bool hasChanges() const;
   /// -[NSManagedObjectContext save:]
-  /// Writes every pending change in one transaction; only where all of very many objects are deleted, most of
-  /// them go before, in steps that let other processes write in between. On failure nothing else is written
-  /// and the changes stay pending. Once it has succeeded, the changes survive the death of the process.
+  /// Writes every pending change in one transaction. When all of very many objects are deleted, most of them
+  /// go before it, in steps that let other processes write in between. After a failure nothing else was
+  /// written, and the changes stay pending. After a success the changes survive the death of the process.
   Result<> save();
   /// How often a save was asked for, with or without changes.
   uint64_t saveCount() const;
@@ -56,14 +56,14 @@ class BRL_EXPORT NSManagedObjectContext {
       const NSFetchRequest& request);
   /// -[NSManagedObjectContext countForFetchRequest:error:], without making objects.
   Result<uint64_t> countForFetchRequest_error(const NSFetchRequest& request);
-  /// Hands over what a fetch would return row by row, without making objects. The rows before a failure were
-  /// handed over.
+  /// Hands over, row by row, what a fetch would return, without making objects. After a failure the rows
+  /// before it were handed over.
   Result<> enumerateRows(const NSFetchRequest& request, const StoredRowBlock& block);
 
   /// -[NSManagedObjectContext deleteObject:]
   void deleteObject(const std::shared_ptr<NSManagedObject>& object);
-  /// Marks everything deleted that a fetch of the entity would return, without making objects: whether there
-  /// was something.
+  /// Marks as deleted everything that a fetch of the entity would return, without making objects. True when
+  /// there was something.
   Result<bool> deleteAllObjects(std::string_view entityName);
 
  private:

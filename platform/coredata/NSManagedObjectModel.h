@@ -24,13 +24,13 @@ class BRL_EXPORT NSManagedObjectModel {
   explicit NSManagedObjectModel(std::vector<NSEntityDescription> entities);
 
   /// -[NSManagedObjectModel initWithContentsOfURL:]
-  /// Nothing when the bundle has no such resource or it is no compiled model.
+  /// Nothing when the bundle has no such resource, or when it is not a compiled model.
   static std::shared_ptr<NSManagedObjectModel> initWithContentsOfURL(const NSBundle& bundle,
                                                                      std::string_view url);
   /// The model that a compiled model's octets spell; nothing when they spell none.
   static std::shared_ptr<NSManagedObjectModel> initWithContents(DataView contents);
   /// +[NSManagedObjectModel modelByMergingModels:]
-  /// Throws NSInvalidArgumentException when one is missing or two entities bear the same name.
+  /// Throws NSInvalidArgumentException when one is missing, or when two entities have the same name.
   static std::shared_ptr<NSManagedObjectModel> modelByMergingModels(
       const std::vector<std::shared_ptr<NSManagedObjectModel>>& models);
 

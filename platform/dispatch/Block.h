@@ -61,7 +61,7 @@ class dispatch_block_t {
                                 alignof(Work) <= alignof(void*) && std::is_nothrow_move_constructible_v<Work>;
   // NOLINTEND(misc-redundant-expression)
 
-  /// What has no room.
+  /// Work that has no room in the block.
   template <class Work>
   struct Boxed {
     template <class Given>

@@ -23,7 +23,7 @@ namespace platform {
 using dispatch_time_t = std::chrono::nanoseconds;
 inline constexpr dispatch_time_t DISPATCH_TIME_FOREVER = dispatch_time_t::max();
 
-/// `when + delta`, held at the ends of what can be said instead of running over.
+/// `when + delta`. A sum out of range becomes the latest or the earliest time.
 inline dispatch_time_t dispatch_time(dispatch_time_t when, std::chrono::nanoseconds delta) {
   dispatch_time_t::rep sum = 0;
   if (!__builtin_add_overflow(when.count(), delta.count(), &sum)) return dispatch_time_t(sum);
@@ -50,16 +50,16 @@ class BRL_EXPORT dispatch_source_timer {
 
   /// What runs on the queue at the deadline. Call before the first `resume`.
   virtual void setEventHandler(dispatch_block_t handler) = 0;
-  /// Sets the deadline anew; a deadline set before and not yet begun to fire is forgotten. Never fires before
-  /// `start`; may fire up to `leeway` after it. A start that has passed fires at once. No effect once
-  /// cancelled. A later deadline costs no more than storing it.
+  /// Sets the deadline anew. An earlier one that has not begun to fire is forgotten. Never fires before
+  /// `start`, and at most `leeway` after it. A start that has passed fires at once. No effect once cancelled.
+  /// A later deadline costs no more than storing it.
   virtual void setTimer(dispatch_time_t start, dispatch_time_t interval, dispatch_time_t leeway) = 0;
-  /// Suspensions count; the handler runs only while the count is zero. A deadline that passes meanwhile fires
+  /// Suspensions count: the handler runs only while the count is zero. A deadline that passes meanwhile fires
   /// at the last `resume`.
   virtual void suspend() = 0;
   /// A `resume` without its `suspend` (beyond the one that activates the source) has no effect.
   virtual void resume() = 0;
-  /// For good: the handler does not begin afterwards.
+  /// Ends the timer for good: the handler does not begin afterwards.
   virtual void cancel() = 0;
   virtual bool testCancel() const = 0;
 
@@ -73,12 +73,12 @@ class BRL_EXPORT DispatchService {
  public:
   virtual ~DispatchService() = default;
 
-  virtual dispatch_time_t now() const = 0;
-  virtual Date date() const = 0;
+  virtual dispatch_time_t now() const = 0;  ///< never goes back
+  virtual Date date() const = 0;            ///< jumps when somebody sets the machine's clock
   /// The queue that the application runs.
   virtual const dispatch_queue_t& mainQueue() const = 0;
   virtual dispatch_queue_t createQueue(std::string_view label) = 0;
-  /// Timers and delayed blocks take queues of this service only; another's is a std::invalid_argument.
+  /// Timers and delayed blocks take queues of this service only; another's throws std::invalid_argument.
   virtual dispatch_source_t createTimer(const dispatch_queue_t& queue) = 0;
   /// Submits a block once `delay` has passed.
   virtual void after(dispatch_time_t delay, const dispatch_queue_t& queue, dispatch_block_t block) = 0;

@@ -10,8 +10,8 @@
 
 namespace platform {
 
-/// A dispatch service on the clock that is asked for, and its main queue, run by the calling thread: an
-/// application that hears now a radio, now a recording, has one loop for both.
+/// A dispatch service on the clock that is asked for. The calling thread runs its main queue. So an
+/// application that hears a radio today and a recording tomorrow has one loop for both.
 class BRL_EXPORT RunLoop {
  public:
   enum class Clock { virtualTime, realTime };
@@ -23,13 +23,13 @@ class BRL_EXPORT RunLoop {
 
   /// Returns after `stop`; on virtual time also when nothing is left to happen.
   void run();
-  /// Makes `run` return before the clock moves on; on real time after the block that runs, whatever waits on
-  /// the main queue. Threads: any.
+  /// Makes `run` return. On virtual time that is before the clock moves on; on real time it is after the
+  /// block that runs, whatever waits on the main queue. Threads: any.
   void stop();
   /// Runs what is due by now; on virtual time only.
   void runDue();
-  /// Calls this once the duration has passed; on real time on a thread of its own, so that nothing holds it
-  /// up.
+  /// Calls the block once the duration has passed. On real time that is on a thread of its own, so that
+  /// nothing holds it up.
   void callAfter(std::chrono::microseconds duration, std::function<void()> block);
 
  private:

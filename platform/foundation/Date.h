@@ -14,7 +14,7 @@ inline double timeIntervalSince1970(Date date) {
   return std::chrono::duration<double>(date.time_since_epoch()).count();
 }
 
-/// Held at the ends of the years 1 to 9999; what is no number counts as 1970.
+/// An instant outside the years 1 to 9999 becomes their first or last one; not-a-number becomes 1970.
 inline Date dateWithTimeIntervalSince1970(double seconds) {
   constexpr double kFirst = -62'135'596'800;
   constexpr double kLast = 253'402'300'799;

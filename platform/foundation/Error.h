@@ -14,7 +14,7 @@ namespace platform {
 /// Why an operation failed. The kind is what callers tell apart; the text is one clear line for people.
 struct Error {
   enum class Kind {
-    failed,        ///< it worked, or could have, and did not
+    failed,        ///< it was tried, and did not work
     busy,          ///< somebody else has it
     absent,        ///< nothing is there under that name
     off,           ///< it is there and switched off
@@ -30,8 +30,8 @@ struct Error {
   friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// What an operation gives, or why it failed. True when it succeeded. Whoever takes the value where there is
-/// none gets a std::runtime_error with the error's text. A question whose answer is the error returns
+/// What an operation gives, or why it failed. True when it succeeded. Taking the value of a failed result
+/// throws std::runtime_error with the error's text. An operation whose very question is what is wrong returns
 /// `std::optional<Error>` instead.
 template <class T = void>
 class Result {
@@ -53,7 +53,7 @@ class Result {
   const T* operator->() const { return &valueOf(*this); }
   T value_or(T other) const { return *this ? **this : std::move(other); }
   std::optional<T> toOptional() && { return *this ? std::optional(*std::move(*this)) : std::nullopt; }
-  const Error& error() const { return std::get<1>(state_); }
+  const Error& error() const { return std::get<1>(state_); }  ///< of a failed result only
   friend bool operator==(const Result& result, const T& value) { return result && *result == value; }
 
  private:
@@ -66,7 +66,7 @@ class Result {
   std::variant<T, Error> state_;
 };
 
-/// Of an operation that gives nothing.
+/// Of an operation that has no value to give.
 template <>
 class Result<void> {
  public:
@@ -74,7 +74,7 @@ class Result<void> {
   Result(Error error) : error_(std::move(error)) {}
 
   explicit operator bool() const { return !error_; }
-  const Error& error() const { return *error_; }
+  const Error& error() const { return *error_; }  ///< of a failed result only
 
  private:
   std::optional<Error> error_;

@@ -15,7 +15,7 @@ namespace platform {
 inline constexpr std::string_view kUpperHexDigits = "0123456789ABCDEF";
 inline constexpr std::string_view kLowerHexDigits = "0123456789abcdef";
 
-/// 0 to 15, or -1 for what is no hexadecimal digit.
+/// 0 to 15, or -1 for any other character.
 constexpr int hexDigitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;

@@ -42,7 +42,7 @@ BRL_EXPORT std::shared_ptr<NSUserDefaults> makeInMemoryUserDefaults();
 
 /// Settings in one JSON file. A change is written to a new file that then takes the old one's name, so that a
 /// kill at any moment leaves either the old settings or the new ones. Several processes may share the file: a
-/// change goes onto what the file holds by then, key by key; what others changed is seen after an own change.
+/// change is applied to what it holds by then, key by key; others' changes are seen after the next own one.
 /// An unreadable file counts as empty, with one line in the log; the first change sets it aside under its
 /// name and ".bad". A failure to write is logged once.
 BRL_EXPORT std::shared_ptr<NSUserDefaults> makeFileUserDefaults(std::filesystem::path file, LogSink log = {},

@@ -17,20 +17,20 @@ namespace platform {
 /// A region is inside from the first matching iBeacon frame, outside when the radio has listened for 30
 /// seconds without one, and unknown until then. A radio that cannot listen changes no state. The first state
 /// that is found is reported as a state; each later crossing is reported as a state and then as entry or
-/// exit, unless the region asks not to be told of that crossing. Regions that are no beacon regions stay
+/// exit, unless the region asks not to be told of that crossing. A region that is not a beacon region stays
 /// unknown.
 ///
-/// Each ranging reports once a second, also when it hears nothing: the beacons of its UUID (and major, minor,
-/// when the region has them), nearest first by path loss (measured power minus mean rssi), each with the mean
-/// rssi of that second, or 0 and last when it was not heard or not measured in it; a beacon not heard for ten
-/// seconds is left out.
+/// Each ranging reports once a second, also when it hears nothing. A report has the beacons of the region's
+/// UUID (and major and minor, when the region has them), nearest first by path loss: measured power minus
+/// mean rssi. Each has the mean rssi of that second. A beacon that was not heard or not measured in it has 0
+/// and comes last; one that was not heard for ten seconds is left out.
 ///
-/// Monitored regions belong to the service, as all managers of an application share them: crossings reach
-/// every manager's delegate, answers the manager that asked, ranging reports the manager that ranges. Of a
-/// region that was stopped or replaced nothing more is reported, not even that it started or what was asked
-/// while it was monitored. The 21st region fails. While the authorization is neither always nor when-in-use,
-/// or location services are switched off, nothing is heard and nothing but the authorization is reported;
-/// states are then forgotten.
+/// All managers of an application share the monitored regions. Crossings reach every manager's delegate,
+/// answers reach the manager that asked, ranging reports the manager that ranges. Of a region that was
+/// stopped or replaced nothing more is reported, not even that it started or what was asked while it was
+/// monitored. The 21st region fails. While the authorization is neither always nor when-in-use, or location
+/// services are switched off, nothing is heard and nothing but the authorization is reported; states are then
+/// forgotten.
 ///
 /// Threads: every operation may be called from any thread. Callbacks arrive on the main queue of the dispatch
 /// service. Once a manager is destroyed, or its delegate replaced, no callback to it begins; either waits for

@@ -112,7 +112,7 @@ class BRL_EXPORT CLLocationManager {
  public:
   virtual ~CLLocationManager() = default;
 
-  /// Not owned; none is allowed. The callback with the authorization follows soon after the manager was made.
+  /// Not owned; null for none. The callback with the authorization follows soon after the manager was made.
   virtual void setDelegate(CLLocationManagerDelegate* delegate) = 0;
   /// The regions that the application monitors now, of every kind and identifier.
   virtual std::vector<CLRegionPtr> monitoredRegions() const = 0;

@@ -22,10 +22,10 @@ struct iBeaconFrame {
 };
 
 /// Reads manufacturer data that begins with the company identifier; octets after the frame are ignored.
-/// Nothing when it is no iBeacon frame or ends too early.
+/// Nothing when it is not an iBeacon frame, or ends too early.
 BRL_EXPORT std::optional<iBeaconFrame> parseIBeaconFrame(DataView manufacturerData);
 
-/// Whether manufacturer data is what iBeacons and Apple's devices send: an iBeacon frame, or the company
+/// Whether manufacturer data is that of iBeacons and Apple's devices: an iBeacon frame, or the company
 /// identifier and then nothing but messages, each with its type and length. The identifier alone would not
 /// tell: where it stands, a sensor frame has its temperature.
 BRL_EXPORT bool holdsAppleMessages(DataView manufacturerData);

@@ -28,8 +28,8 @@ struct BeaconWorldOptions {
 /// for some seconds, and one in four falls silent from time to time and returns. Every fourth
 /// advertises a 128-bit service UUID in its scan response, the others a 16-bit one beside the frame. iBeacons
 /// come in two proximity UUIDs and several majors and minors; every third leaves for a while and comes back.
-/// From two beacons on, the first ten seconds show a silence long enough for an exit time of five; from three
-/// on, an emergency as well.
+/// With two beacons or more, the first ten seconds have a silence that is long enough for an exit time of
+/// five; with three or more they have an emergency as well.
 ///
 /// Threads: one at a time.
 class BRL_EXPORT BeaconWorld {
@@ -44,7 +44,7 @@ class BRL_EXPORT BeaconWorld {
   ~BeaconWorld();
 
   /// The next report, never earlier than the one before. Its data is lent until the next call. A world has no
-  /// end, unless it has no beacons: then the report's time is the latest date there is.
+  /// end. In a world without beacons the report's time is the latest date there is.
   AdvertisingReport next();
 
  private:

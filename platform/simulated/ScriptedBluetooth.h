@@ -9,8 +9,8 @@
 
 namespace platform {
 
-/// A central role that does nothing of its own: it records what is asked of it and delivers what it is told
-/// to.
+/// A central role that does nothing by itself: it records what is asked of it, and delivers what the test
+/// tells it to.
 ///
 /// Threads: any. States and advertisements reach every central manager on the queue that it was made with.
 class BRL_EXPORT ScriptedBluetooth : public BluetoothService {

@@ -83,7 +83,7 @@ class BRL_EXPORT SimulatedPlatform {
   /// Moves virtual time, running what becomes due, each at its own instant.
   void advance(dispatch_time_t duration);
 
-  /// A part that was not chosen in the options is a programming error: the process ends with a line about it.
+  /// A part that the options did not choose is a programming error: the process ends with a line about it.
   VirtualDispatch& clock();
   RealTimeDispatch& realTime();
   SimulatedRadio& radio();

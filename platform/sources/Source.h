@@ -16,7 +16,7 @@
 
 namespace platform {
 
-/// What a source tells beside its reports, on any thread, and what it is told. Each may be left out.
+/// What a source tells beside its reports, on any thread, and what ends it. Each may be left out.
 struct SourceOptions {
   std::function<void()> onEnd{};                                       ///< nothing more will come
   LogSink onMessage{};                                                 ///< one line for people
@@ -45,23 +45,23 @@ struct Source {
 /// `?paced` behind the first two gives them the pace at which they were recorded; `demo?paced` has no end.
 /// Without it their loop is on virtual time, which the loop's `run` moves.
 ///
-/// The error's text is one line for people. Its kind: `unsupported` where the address can be none,
-/// `notPermitted` where this process may not, else why it cannot be heard now.
+/// The error's text is one line for people. Its kind is `unsupported` when what is named cannot be listened
+/// to, `notPermitted` when this process may not, else it says why that cannot be heard now.
 BRL_EXPORT Result<Source> openSource(const std::string& address, SourceOptions options = {});
 
-/// Why this can be no address, whether or not its source is there; "" when it can.
+/// What is wrong with the form of an address, whether or not its source is there; "" when nothing is.
 BRL_EXPORT std::string addressProblem(const std::string& address);
 
 /// The file of `capture:FILE` when it is to be read without a pace; else "".
 BRL_EXPORT std::string captureFileOf(const std::string& address);
 
-/// Whether all that there is to hear can be read at once: nobody waits for a part of it.
+/// Whether everything that there is to hear can be read at once, without a wait for a part of it.
 BRL_EXPORT bool isReadAtOnce(const std::string& address);
 
-/// The same source as it happens, not all of it at once.
+/// The address of the same source at its own pace, not all of it at once.
 BRL_EXPORT std::string pacedSource(const std::string& address);
 
-/// Whether its beacons are made up.
+/// Whether its beacons are simulated.
 BRL_EXPORT bool isDemo(const std::string& address);
 
 /// For help texts: every form that `openSource` takes.

@@ -155,7 +155,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "4: out: it must be a text or a number, or a list of them\n5: count: it must be a text or a number\n"},
       {"format = \"xml\"\n", "1: --format: is wrong, for log show\n1: --format: is wrong, for scan\n"},
       {"[beacon]\nname = \"x\"\n",
-       "2: \"name\" identifies no beacon: write [beacon.\"C0-C1-5C-00-00-01\"], or "
+       "2: \"name\" is not a beacon's identifier: write [beacon.\"C0-C1-5C-00-00-01\"], or "
        "[beacon.\"UUID/major/minor\"] for an iBeacon\n"},
       {beacon + "temprature = 1\nhumidity = \"1\"\nexit-time = \"soon\"\nignore = 1\nexpected-interval = 0\n",
        "4: temprature is not a key of [beacon]; did you mean temperature?\n5: humidity: it must be a number, "
@@ -165,7 +165,7 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "7: ignore: it must be true or false\n8: expected-interval: it must be 0.02 seconds at least\n"},
       {beacon + "temperature = nan\n", "4: temperature: nan is not between -50 and 50\n"},
       {beacon + "[beacon.\"c0-c1-5c-00-00-01\"]\n[beacon.\"C0-C1-5C-00-00-02\"]\nname = \"fridge\"\n",
-       "4: C0-C1-5C-00-00-01 stands here a second time\n6: C0-C1-5C-00-00-01 is named \"fridge\", too\n"},
+       "4: C0-C1-5C-00-00-01 is here a second time\n6: C0-C1-5C-00-00-01 is named \"fridge\", too\n"},
       {"[beacon.\"C0-C1-5C-00-00-01\"]\nname = \"a\\u001bb\"\nplace = \"\"\n",
        "2: name: it holds a control character\n3: place: it is empty\n"},
       {"[alarm]\nname = \"x\"\n", "1: an alarm begins with [[alarm]]\n"},
@@ -199,10 +199,10 @@ TEST(ConfigurationTest, NamesTheLineAndTheWordThatIsWrong) {
        "9: hysteresis: 0.6 leaves no value that clears the alarm; half of above minus below at most: 0.5\n"},
       {alarm + "silent = 10\n",
        "6: an alarm has one of quantity, silent and emergency; write one alarm for each\n"},
-      {"[[alarm]]\nname = \"a\"\nsilent = 10\nfor = 5\n", "4: for says nothing beside silent\n"},
+      {"[[alarm]]\nname = \"a\"\nsilent = 10\nfor = 5\n", "4: for has no effect beside silent\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nseverity = \"criticl\"\nexec-timeout = 5\n",
        "4: severity: \"criticl\" is none of info, warning, critical; did you mean critical?\n"
-       "5: exec-timeout says nothing without exec\n"},
+       "5: exec-timeout has no effect without exec\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = \"notify\"\n",
        "4: exec: it must be a list of texts, [\"/usr/bin/notify\", \"--urgent\"]; no shell runs it\n"},
       {"[[alarm]]\nname = \"a\"\nsilent = 10\nexec = [\"notify\"]\n",

@@ -20,7 +20,8 @@ void writeBackup(const std::string& file, const std::filesystem::path& container
     throw Failure(ExitStatus::failed, file + ": " + why);
   };
   std::error_code error;
-  if (std::filesystem::exists(file, error)) throw Failure(ExitStatus::failed, file + ": it is there already");
+  if (std::filesystem::exists(file, error))
+    throw Failure(ExitStatus::failed, file + ": it exists already; name a new file");
   ::unlink(partial.c_str());
   const auto copied = copy(partial);
   if (!copied) refuse(copied.error().text);

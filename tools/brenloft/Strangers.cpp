@@ -46,7 +46,8 @@ std::string Strangers::line() const {
                             : devices_.size() == 1  ? "1 device sends"
                                                     : fmt::format("{} devices send", devices_.size());
   return fmt::format(
-      "brenloft: {} what can be no sensor, such as {}; --uuid UUID hears only one service, and of the live "
+      "brenloft: {} what no sensor can measure, such as {}; --uuid UUID hears only one service, and of the "
+      "live "
       "table and --format readings, --only known or --only ID leaves such devices out",
       count, example_);
 }
