@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/bluetooth/capture/StopDescriptor.h"
+#include "platform/foundation/ErrorNumber.h"
 
 namespace platform {
 namespace {
@@ -67,7 +68,7 @@ Result<std::unique_ptr<ByteSource>> openFileSource(const std::string& path, std:
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   auto stopped = descriptor < 0 ? nullptr : std::make_unique<StopDescriptor>(std::move(stop));
   if (stopped && stopped->get() >= 0) return std::make_unique<FileByteSource>(descriptor, std::move(stopped));
-  Error error{.text = textOfErrno(errno)};
+  Error error{kindOfErrorNumber(errno), textOfErrno(errno)};
   if (descriptor >= 0) close(descriptor);
   return error;
 }

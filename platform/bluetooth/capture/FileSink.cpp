@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/foundation/ErrorNumber.h"
+
 namespace platform {
 namespace {
 
@@ -31,17 +33,13 @@ bool isPipe(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-std::string textOfErrno() {
-  return std::generic_category().message(errno);
-}
-
 }  // namespace
 
 Result<std::unique_ptr<FileSink>> FileSink::open(const std::string& path, std::stop_token stop) {
   std::unique_ptr<FileSink> sink(new FileSink(path, std::move(stop)));
   sink->openToWrite();
   if (sink->descriptor_ < 0) {
-    if (errno != 0) return sink->failure(textOfErrno());
+    if (errno != 0) return sink->failure(errno);
     return std::unique_ptr<FileSink>();
   }
   if (isatty(sink->descriptor_) != 1) return sink;
@@ -70,9 +68,9 @@ Result<> FileSink::write(DataView octets) {
     if (count >= 0)
       octets = octets.subspan(static_cast<std::size_t>(count));
     else if (errno == EAGAIN && !awaitReader())
-      return failure("its reader has stalled");
+      return failure(Error::Kind::failed, "its reader has stalled");
     else if (errno != EAGAIN && errno != EINTR)
-      return failure(textOfErrno());
+      return failure(errno);
   }
   return {};
 }
@@ -84,8 +82,12 @@ bool FileSink::awaitReader() const {
   return polled[1].revents == 0 || isReady(descriptor_, POLLOUT, kPatience);
 }
 
-Error FileSink::failure(const std::string& reason) const {
-  return {.text = fmt::format("{}: cannot be written: {}", path_, reason)};
+Error FileSink::failure(int errorNumber) const {
+  return failure(kindOfErrorNumber(errorNumber), std::generic_category().message(errorNumber));
+}
+
+Error FileSink::failure(Error::Kind kind, const std::string& reason) const {
+  return {kind, fmt::format("{}: cannot be written: {}", path_, reason)};
 }
 
 }  // namespace platform

@@ -30,7 +30,8 @@ class FileSink {
   FileSink(std::string path, std::stop_token stop) : path_(std::move(path)), stop_(std::move(stop)) {}
   void openToWrite();
   bool awaitReader() const;
-  Error failure(const std::string& reason) const;
+  Error failure(int errorNumber) const;
+  Error failure(Error::Kind kind, const std::string& reason) const;
 
   const std::string path_;
   const StopDescriptor stop_;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/bluetooth/hci/HCIPackets.h"
+#include "platform/foundation/ErrorNumber.h"
 
 namespace platform::hci {
 namespace {
@@ -34,13 +35,9 @@ ssize_t writeQuietly(int descriptor, DataView octets) {
 
 Error::Kind kindOf(int error) {
   switch (error) {
-    case EPERM:
-    case EACCES:
-      return Error::Kind::notPermitted;
     case ENETDOWN:
     case ERFKILL:
       return Error::Kind::off;
-    case ENOENT:
     case ENODEV:
     case ENXIO:
     case ECONNREFUSED:
@@ -53,7 +50,7 @@ Error::Kind kindOf(int error) {
     case ENAMETOOLONG:
       return Error::Kind::unsupported;
     default:
-      return Error::Kind::failed;
+      return kindOfErrorNumber(error);
   }
 }
 
