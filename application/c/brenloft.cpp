@@ -132,7 +132,8 @@ struct Filler {
   }
   void operator()(const brenloft::RadioChange& change) const {
     begin(BRENLOFT_RADIO, {}, change.time);
-    event.flag = change.isListening ? 1 : 0;
+    event.flag = change.isListening() ? 1 : 0;
+    event.radio_state = static_cast<int32_t>(change.state);
     put(event.text, change.reason);
   }
   void operator()(const brenloft::Missed& missed) const {
@@ -295,6 +296,19 @@ brenloft_status brenloft_decode(const uint8_t* data, size_t length, brenloft_eve
   });
 }
 
+brenloft_status brenloft_beacon_id(const char* typed, char* id, size_t size) {
+  return guarded([&] {
+    if (typed == nullptr || id == nullptr) return missing(typed == nullptr ? "typed" : "id");
+    const auto known = brenloft::beaconId(typed);
+    if (!known) return fail(known.error());
+    if (known->size() >= size)
+      throw std::invalid_argument("too little room for an id: " + std::to_string(size));
+    known->copy(id, known->size());
+    id[known->size()] = '\0';
+    return BRENLOFT_OK;
+  });
+}
+
 brenloft_status brenloft_search_start(const brenloft_settings* settings, brenloft_search** search) {
   return start(settings, search);
 }
@@ -419,10 +433,12 @@ brenloft_status brenloft_air_advance(brenloft_air* air, int64_t duration_ms) {
   });
 }
 
-brenloft_status brenloft_air_set_listening(brenloft_air* air, int32_t is_listening, const char* reason) {
+brenloft_status brenloft_air_set_radio(brenloft_air* air, int32_t state, const char* reason) {
   return guarded([&] {
     if (air == nullptr) return missing("air");
-    air->air->setListening(is_listening != 0, reason == nullptr ? "" : reason);
+    if (state < BRENLOFT_RADIO_UNKNOWN || state > BRENLOFT_RADIO_LISTENING)
+      throw std::invalid_argument("no state of a radio: " + std::to_string(state));
+    air->air->setRadio(static_cast<brenloft::RadioState>(state), reason == nullptr ? "" : reason);
     return BRENLOFT_OK;
   });
 }

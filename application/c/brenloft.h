@@ -65,12 +65,25 @@ typedef enum brenloft_kind {
   BRENLOFT_FOUND = 3,     /**< a beacon is there that was not; before the reading that it was found by */
   BRENLOFT_LOST = 4,      /**< a beacon was silent for `lost_after_ms`, while the radio listened */
   BRENLOFT_EMERGENCY = 5, /**< a sensor's emergency began (`flag` 1) or is over (0); behind its reading */
-  BRENLOFT_RADIO = 6,     /**< the radio listens (`flag` 1) or does not (0), for the reason in `text` */
+  BRENLOFT_RADIO = 6,     /**< the radio listens (`flag` 1) or does not (0): see `radio_state` and `text` */
   BRENLOFT_MISSED = 7,    /**< `count` events were dropped: they came faster than they were taken */
 } brenloft_kind;
 
+/** What a radio is good for now; the rest is in the text for people. One that never listens says why at the
+ * start, and nothing else comes. */
+typedef enum brenloft_radio_state {
+  BRENLOFT_RADIO_UNKNOWN = 0,
+  BRENLOFT_RADIO_RESTARTING = 1,    /**< it failed and is tried again, without end */
+  BRENLOFT_RADIO_UNUSABLE = 2,      /**< no bluetoothd, no adapter, or one that cannot listen */
+  BRENLOFT_RADIO_NOT_PERMITTED = 3, /**< this process may not use it */
+  BRENLOFT_RADIO_OFF = 4,           /**< switched off, blocked, unplugged, or another program has it */
+  BRENLOFT_RADIO_LISTENING = 5,     /**< it is on; whether it hears well, the text tells */
+} brenloft_radio_state;
+
 /** Of `rssi_dbm`, when none was measured. */
 #define BRENLOFT_NO_RSSI INT32_MIN
+
+enum { BRENLOFT_ID_SIZE = 64 };
 
 /** What happened; members that a kind does not name are 0, "", or, of the readings, NaN. */
 typedef struct brenloft_event {
@@ -78,7 +91,8 @@ typedef struct brenloft_event {
   int32_t kind;    /**< a brenloft_kind */
   int32_t flag;    /**< of an emergency and of the radio */
   int64_t time_us; /**< microseconds since 1970 in UTC: when it was heard */
-  char id[64];     /**< "C0-C1-5C-00-00-01", or of an iBeacon "UUID/major/minor"; "" where it is of none */
+  /** "C0-C1-5C-00-00-01", or of an iBeacon "UUID/major/minor"; "" where it is of none */
+  char id[BRENLOFT_ID_SIZE];
 
   int32_t rssi_dbm; /**< or BRENLOFT_NO_RSSI */
 
@@ -100,7 +114,8 @@ typedef struct brenloft_event {
 
   int64_t last_heard_us; /**< of a loss; 0: it was expected, and never heard */
   uint64_t count;        /**< of what was missed */
-  char text[128];        /**< of the radio: the reason, cut at a whole character; else "" */
+  char text[256];        /**< of the radio: the reason, cut at a whole character; else "" */
+  int32_t radio_state;   /**< of the radio: a brenloft_radio_state */
 } brenloft_event;
 
 /* clang-format off */
@@ -114,6 +129,11 @@ typedef struct brenloft_event {
 /** The reading in a sensor beacon's manufacturer data, 22 octets or more; BRENLOFT_UNSUPPORTED of fewer. It
  * has no time, rssi or service. `event->size` must be set. */
 BRENLOFT_API brenloft_status brenloft_decode(const uint8_t* data, size_t length, brenloft_event* event);
+
+/** A beacon's id as events have it, of one that a person typed: of a sensor in either case, with dashes or
+ * colons; of an iBeacon "UUID/major/minor". `id` has room for `size` octets, BRENLOFT_ID_SIZE is enough.
+ * BRENLOFT_UNSUPPORTED of a text that is no beacon's, and where there is too little room. */
+BRENLOFT_API brenloft_status brenloft_beacon_id(const char* typed, char* id, size_t size);
 
 /* ---- A search ---- */
 
@@ -148,8 +168,8 @@ typedef struct brenloft_settings {
   void (*on_message)(void* user_data, const char* line);
   void* user_data;   /**< for `on_message` */
   brenloft_air* air; /**< heard instead of `source`: for tests; it cannot be recorded */
-  /** Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Small
-   * letters and colons are taken here. Events always have capital letters and dashes: compare with those. */
+  /** Beacons that should be there, by id as a person types it: each is lost, too, when it is never heard for
+   * so long. To compare such a text with an event's id, ask `brenloft_beacon_id` for its form first. */
   const char* const* expected;
   size_t expected_count;
 } brenloft_settings;
@@ -165,7 +185,8 @@ BRENLOFT_API brenloft_status brenloft_search_start(const brenloft_settings* sett
                                                    brenloft_search** search);
 
 /** Called for each event, one at a time, on a thread of the search's own; and once with NULL, when nothing
- * more will come. The event lives for the call. It may stop the search; it may not free it. */
+ * more will come. The event lives for the call. It may stop the search, and free it: then it is not called
+ * any more. */
 typedef void (*brenloft_handler)(void* user_data, const brenloft_event* event);
 
 /** Starts a search whose events are handed to `handler`, which may be called before this has returned. */
@@ -194,7 +215,7 @@ BRENLOFT_API int brenloft_search_descriptor(const brenloft_search* search);
  * another thread: hold no lock that it takes. It is not called with NULL any more. */
 BRENLOFT_API void brenloft_search_stop(brenloft_search* search);
 
-/** Stops it, waits for a handler that runs, and frees it. NULL is allowed. */
+/** Stops it, waits for a handler that runs, unless that is the caller, and frees it. NULL is allowed. */
 BRENLOFT_API void brenloft_search_free(brenloft_search* search);
 
 /* ---- What there is to hear ---- */
@@ -230,9 +251,9 @@ BRENLOFT_API brenloft_status brenloft_air_repeat(brenloft_air* air, const brenlo
 BRENLOFT_API brenloft_status brenloft_air_silence(brenloft_air* air, int32_t number);
 /** Moves the clock. */
 BRENLOFT_API brenloft_status brenloft_air_advance(brenloft_air* air, int64_t duration_ms);
-/** Switches the radio on (1) or off (0), for this reason; NULL: none. */
-BRENLOFT_API brenloft_status brenloft_air_set_listening(brenloft_air* air, int32_t is_listening,
-                                                        const char* reason);
+/** Switches the radio off, or makes it fail otherwise, or on again: a brenloft_radio_state, for this reason;
+ * NULL: none. */
+BRENLOFT_API brenloft_status brenloft_air_set_radio(brenloft_air* air, int32_t state, const char* reason);
 
 #ifdef __cplusplus
 }

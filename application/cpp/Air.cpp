@@ -56,8 +56,8 @@ SimulatedAdvertisement packetOf(const Sighting& sighting) {
 Air::Air(Time start)
     : clock_(platform::VirtualDispatch::make(start)),
       radio_(platform::SimulatedRadio::make(clock_)),
-      reason_(std::make_shared<StateReason>()),
-      bluetooth_(platform::RadioService::make(StateReason::noting(radio_, reason_), clock_)) {}
+      states_(std::make_shared<RadioStates>()),
+      bluetooth_(platform::RadioService::make(RadioStates::noting(radio_, states_), clock_)) {}
 
 void Air::sendPacket(const SimulatedAdvertisement& packet) {
   clock_->runDue();  // whatever was asked for before is in force
@@ -89,10 +89,9 @@ void Air::silence(int number) {
   radio_->stopAdvertising(number);
 }
 
-void Air::setListening(bool isListening, std::string reason) {
-  using platform::CBManagerState;
+void Air::setRadio(RadioState state, std::string reason) {
   clock_->runDue();  // the state before is told first
-  radio_->setState(isListening ? CBManagerState::poweredOn : CBManagerState::poweredOff, std::move(reason));
+  radio_->setState(static_cast<platform::CBManagerState>(state), std::move(reason));
   clock_->runDue();
 }
 
@@ -106,7 +105,7 @@ Time Air::now() const {
 }
 
 Hearing Air::hearing() {
-  return {.dispatch = clock_, .bluetooth = bluetooth_, .reason = reason_, .isOfTest = true};
+  return {.dispatch = clock_, .bluetooth = bluetooth_, .states = states_, .isOfTest = true};
 }
 
 std::shared_ptr<SimulatedAir> SimulatedAir::make(Time start) {

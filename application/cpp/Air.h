@@ -19,7 +19,7 @@ class Air final : public SimulatedAir {
   int repeat(const Reading& reading, std::chrono::milliseconds interval) override;
   int repeat(const Sighting& sighting, std::chrono::milliseconds interval) override;
   void silence(int number) override;
-  void setListening(bool isListening, std::string reason) override;
+  void setRadio(RadioState state, std::string reason) override;
   void advance(std::chrono::microseconds duration) override;
   Time now() const override;
 
@@ -31,7 +31,7 @@ class Air final : public SimulatedAir {
 
   const std::shared_ptr<platform::VirtualDispatch> clock_;
   const std::shared_ptr<platform::SimulatedRadio> radio_;
-  const std::shared_ptr<StateReason> reason_;
+  const std::shared_ptr<RadioStates> states_;
   const std::shared_ptr<platform::BluetoothService> bluetooth_;
 };
 

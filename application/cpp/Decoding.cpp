@@ -1,13 +1,13 @@
 #include "application/cpp/Decoding.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <string>
 
 #include "BrenloftSDK/BRLSensorFrame.h"
+#include "platform/foundation/BeaconIdentifier.h"
 
 namespace brenloft {
 namespace {
@@ -27,16 +27,6 @@ Number fitted(double value, const char* what, double unit = 1) {
 template <class Number>
 Number hundredthsOf(std::optional<double> value, const char* what) {
   return value ? fitted<Number>(std::round(*value * kHundredths), what, kHundredths) : Number{0};
-}
-
-std::optional<uint16_t> numberIn(std::string_view text) {
-  uint16_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
-}
-
-std::string iBeaconId(std::string_view uuid, uint16_t major, uint16_t minor) {
-  return std::string(uuid) + '/' + std::to_string(major) + '/' + std::to_string(minor);
 }
 
 }  // namespace
@@ -86,32 +76,17 @@ std::optional<Sighting> sightingIn(const platform::CBAdvertisementData& advertis
                     .major = frame->major,
                     .minor = frame->minor,
                     .measuredPowerDbm = frame->measuredPower};
-  sighting.id = iBeaconId(sighting.uuid, sighting.major, sighting.minor);
+  sighting.id = platform::iBeaconIdentifier(sighting.uuid, sighting.major, sighting.minor);
   return sighting;
 }
 
-std::optional<std::string> beaconIdIn(std::string_view text) {
-  const auto first = text.find('/');
-  if (first == std::string_view::npos) {
-    std::string address(text);
-    std::ranges::replace(address, '-', ':');
-    const auto parsed = platform::BluetoothAddress::fromText(address);
-    if (!parsed) return std::nullopt;
-    std::string id = parsed->text();
-    std::ranges::replace(id, ':', '-');
-    return id;
-  }
-  const auto second = text.find('/', first + 1);
-  if (second == std::string_view::npos) return std::nullopt;
-  const auto uuid = platform::NSUUID::initWithUUIDString(text.substr(0, first));
-  const auto major = numberIn(text.substr(first + 1, second - first - 1));
-  const auto minor = numberIn(text.substr(second + 1));
-  if (!uuid || !major || !minor) return std::nullopt;
-  return iBeaconId(uuid->UUIDString(), *major, *minor);
+Result<std::string> beaconId(std::string_view typed) {
+  if (auto id = platform::beaconIdentifierFrom(typed)) return *std::move(id);
+  return Error{Error::Kind::unsupported, "no beacon has this id: " + std::string(typed)};
 }
 
 platform::BluetoothAddress addressOf(const Reading& reading) {
-  std::string text = reading.id;
+  std::string text = beaconId(reading.id).value_or("");
   std::ranges::replace(text, '-', ':');
   const auto address = platform::BluetoothAddress::fromText(text);
   if (!address) throw std::invalid_argument("no sensor has this id: " + reading.id);

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "application/cpp/brenloft.hpp"
@@ -20,9 +19,6 @@ std::optional<Reading> readingIn(const platform::CBAdvertisementData& advertisem
 bool hasSameFrame(const Reading& one, const Reading& other);
 /// Of an iBeacon's.
 std::optional<Sighting> sightingIn(const platform::CBAdvertisementData& advertisement);
-
-/// The id as events have it; nothing of a text that is no beacon's.
-std::optional<std::string> beaconIdIn(std::string_view text);
 
 /// What a beacon sends that measures this. Throws std::invalid_argument for what no frame can carry.
 platform::SensorFrame frameOf(const Reading& reading);

@@ -8,18 +8,17 @@
 #include "platform/sources/Recording.h"
 
 namespace brenloft {
-namespace {
 
 using platform::AdvertisingReportSource;
 
-class NotedSource final : public AdvertisingReportSource {
+class RadioStates::NotedSource final : public AdvertisingReportSource {
  public:
-  NotedSource(std::shared_ptr<AdvertisingReportSource> source, std::shared_ptr<StateReason> reason)
-      : source_(std::move(source)), reason_(std::move(reason)) {}
+  NotedSource(std::shared_ptr<AdvertisingReportSource> source, std::shared_ptr<RadioStates> states)
+      : source_(std::move(source)), states_(std::move(states)) {}
 
   void open(ReportHandler onReport, StateHandler onState) override {
-    source_->open(std::move(onReport), [reason = reason_, onState = std::move(onState)](const auto& state) {
-      reason->set(state.reason);
+    source_->open(std::move(onReport), [states = states_, onState = std::move(onState)](const auto& state) {
+      states->tell(state);
       onState(state);
     });
   }
@@ -29,24 +28,28 @@ class NotedSource final : public AdvertisingReportSource {
 
  private:
   const std::shared_ptr<AdvertisingReportSource> source_;
-  const std::shared_ptr<StateReason> reason_;
+  const std::shared_ptr<RadioStates> states_;
 };
 
-}  // namespace
-
-std::string StateReason::text() const {
+std::shared_ptr<const RadioStates::Handler> RadioStates::watch(Handler handler) {
+  auto watching = std::make_shared<const Handler>(std::move(handler));
   const std::scoped_lock lock(mutex_);
-  return text_;
+  std::erase_if(handlers_, [](const auto& known) { return known.expired(); });
+  handlers_.push_back(watching);
+  if (newest_) (*watching)(*newest_);
+  return watching;
 }
 
-void StateReason::set(std::string text) {
+void RadioStates::tell(const platform::RadioState& state) {
   const std::scoped_lock lock(mutex_);
-  text_ = std::move(text);
+  newest_ = state;
+  for (const auto& known : handlers_)
+    if (const auto handler = known.lock()) (*handler)(state);
 }
 
-std::shared_ptr<AdvertisingReportSource> StateReason::noting(std::shared_ptr<AdvertisingReportSource> source,
-                                                             std::shared_ptr<StateReason> reason) {
-  return std::make_shared<NotedSource>(std::move(source), std::move(reason));
+std::shared_ptr<AdvertisingReportSource> RadioStates::noting(std::shared_ptr<AdvertisingReportSource> source,
+                                                             std::shared_ptr<RadioStates> states) {
+  return std::make_shared<NotedSource>(std::move(source), std::move(states));
 }
 
 Result<Hearing> openHearing(const Settings& settings, std::function<void()> onEnd) {
@@ -56,12 +59,12 @@ Result<Hearing> openHearing(const Settings& settings, std::function<void()> onEn
   if (source && !settings.record.empty())
     source = platform::recordTo(settings.record, *std::move(source), settings.onMessage);
   if (!source) return source.error();
-  auto reason = std::make_shared<StateReason>();
-  auto reports = StateReason::noting(source->reports, reason);
+  auto states = std::make_shared<RadioStates>();
+  auto reports = RadioStates::noting(source->reports, states);
   const auto& dispatch = source->loop->dispatch();
   return Hearing{.dispatch = dispatch,
                  .bluetooth = platform::RadioService::make(std::move(reports), dispatch, settings.onMessage),
-                 .reason = std::move(reason),
+                 .states = std::move(states),
                  .loop = source->loop};
 }
 

@@ -6,6 +6,7 @@
 
 #include "application/cpp/Decoding.h"
 #include "platform/bluetooth/AdvertisingReport.h"
+#include "platform/foundation/BeaconIdentifier.h"
 
 namespace brenloft {
 namespace {
@@ -37,10 +38,9 @@ Result<Wanted> Wanted::of(const Settings& settings) {
     wanted.regions.push_back({*uuid, major, minor});
   }
   for (const std::string& text : settings.expected) {
-    auto id = beaconIdIn(text);
-    if (!id) return refuse("no beacon has this id: " + text);
-    const bool isIBeacon = id->find('/') != std::string::npos;
-    if (!(isIBeacon ? settings.iBeacons : settings.sensors))
+    auto id = beaconId(text);
+    if (!id) return id.error();
+    if (!(platform::isOfIBeacon(*id) ? settings.iBeacons : settings.sensors))
       return refuse("expected, but its kind is not searched for: " + text);
     wanted.expected.push_back(*std::move(id));
   }
@@ -71,24 +71,35 @@ void Listener::start() {
     if (const auto self = weak.lock()) self->gate_.call([&] { self->loseSilent(); });
   });
   timer_->resume();
+  states_ = hearing_.states->watch([queue = queue_, weak = weak_from_this()](const auto& state) {
+    queue->async([weak, state] {
+      if (const auto self = weak.lock()) self->gate_.call([&] { self->changed(state); });
+    });
+  });
   central_ = hearing_.bluetooth->makeCentralManager(*this, queue_);
 }
 
-void Listener::centralManagerDidUpdateState(platform::CBCentralManager& central) {
-  gate_.call([&] { changed(central); });
-}
-
-void Listener::changed(platform::CBCentralManager& central) {
-  const bool isListening = central.state() == CBManagerState::poweredOn;
-  onEvent_(RadioChange{hearing_.dispatch->date(), isListening, hearing_.reason->text()});
-  if (!isListening) {
+void Listener::changed(const platform::RadioState& state) {
+  onEvent_(RadioChange{hearing_.dispatch->date(), static_cast<RadioState>(state.state), state.reason});
+  if (state.state != CBManagerState::poweredOn) {
+    isListening_ = false;
     awaited_.reset();
     listeningSince_ = platform::DISPATCH_TIME_FOREVER;
-    return;
+  } else if (!std::exchange(isListening_, true)) {
+    listeningSince_ = hearing_.dispatch->now();
+    await();
   }
-  listeningSince_ = hearing_.dispatch->now();
-  await();
-  // Whoever also wants iBeacons hears everything: those have no service.
+}
+
+// An event may be what lets go of the listener: each way in from the radio holds it.
+void Listener::centralManagerDidUpdateState(platform::CBCentralManager& central) {
+  const auto self = shared_from_this();
+  gate_.call([&] { startScan(central); });
+}
+
+// Whoever also wants iBeacons hears everything: those have no service.
+void Listener::startScan(platform::CBCentralManager& central) const {
+  if (central.state() != CBManagerState::poweredOn) return;
   const bool isOfServices = !wanted_.iBeacons && !wanted_.services.empty();
   central.scanForPeripheralsWithServices_options(
       isOfServices ? std::optional(wanted_.services) : std::nullopt, {.allowDuplicates = true});
@@ -97,6 +108,7 @@ void Listener::changed(platform::CBCentralManager& central) {
 void Listener::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
     platform::CBCentralManager& /*central*/, const platform::CBPeripheral& /*peripheral*/,
     const platform::CBAdvertisementData& advertisement, int64_t rssi) {
+  const auto self = shared_from_this();
   gate_.call([&] { discovered(advertisement, rssi); });
 }
 

@@ -68,7 +68,8 @@ class Listener final : private platform::CBCentralManagerDelegate,
       platform::CBCentralManager& central, const platform::CBPeripheral& peripheral,
       const platform::CBAdvertisementData& advertisement, int64_t rssi) override;
 
-  void changed(platform::CBCentralManager& central);
+  void changed(const platform::RadioState& state);
+  void startScan(platform::CBCentralManager& central) const;
   void heard(Reading reading);
   void heard(Sighting sighting);
   bool isWanted(const Sighting& sighting) const;
@@ -86,9 +87,11 @@ class Listener final : private platform::CBCentralManagerDelegate,
   const std::function<void(Event)> onEvent_;
   Beacons beacons_;                                               // the one silent longest first
   std::unordered_map<std::string_view, Beacons::iterator> byId_;  // by the texts in `beacons_`
+  bool isListening_ = false;
   Instant listeningSince_{};
   std::optional<Instant> awaited_;
   platform::dispatch_source_t timer_;
+  std::shared_ptr<const RadioStates::Handler> states_;
   std::unique_ptr<platform::CBCentralManager> central_;
   platform::CallGate gate_;
 };

@@ -51,7 +51,7 @@ class SearchEngine : public std::enable_shared_from_this<SearchEngine> {
 
   Result<> start(const Settings& settings);
   void stop();
-  /// Stops, and waits for what still runs.
+  /// Stops, and waits for what still runs, unless that is the caller.
   void finish();
   std::optional<Event> next(std::optional<std::chrono::milliseconds> timeout);
   Mailbox& mailbox() { return *mailbox_; }
@@ -114,7 +114,11 @@ void SearchEngine::stop() {
 
 void SearchEngine::finish() {
   stop();
-  if (clock_.joinable()) clock_.join();
+  if (!clock_.joinable()) return;
+  if (clock_.get_id() == std::this_thread::get_id())
+    clock_.detach();  // it ends once the handler has returned, and has its loop to itself
+  else
+    clock_.join();
 }
 
 void SearchEngine::happened(Event event) {

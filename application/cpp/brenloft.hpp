@@ -50,6 +50,11 @@ using Error = platform::Error;
 template <class T = void>
 using Result = platform::Result<T>;
 
+/// A beacon's id as events have it, of one that a person typed: of a sensor "C0-C1-5C-00-00-01", typed in
+/// either case, with dashes or colons; of an iBeacon "UUID/major/minor". An error of a text that is no
+/// beacon's.
+BRL_EXPORT Result<std::string> beaconId(std::string_view typed);
+
 /// What one advertisement of a sensor beacon measured.
 ///
 /// A frame has the same zero for 0.00 °C and for a beacon that measures no temperature. It counts as 0.00 °C
@@ -114,11 +119,24 @@ struct Emergency {
   friend bool operator==(const Emergency&, const Emergency&) = default;
 };
 
-/// The radio, or what stands for it, changed its state; the first tells the state at the start.
+/// What a radio is good for now. More than this, such as what would permit its use, only the reason tells.
+enum class RadioState {
+  unknown,       ///< nothing is known yet
+  restarting,    ///< it failed and is tried again, without end
+  unusable,      ///< no bluetoothd, no adapter, or one that cannot listen; waits for a better one
+  notPermitted,  ///< this process may not use it
+  off,           ///< switched off, blocked, unplugged, or another program has it; waits for its return
+  listening,     ///< it is on; whether it hears well, the reason tells
+};
+
+/// The radio, or what stands for it, changed its state or the reason for it; the first tells the state at the
+/// start. One that never listens says why here, and nothing else comes.
 struct RadioChange {
   Time time{};
-  bool isListening = false;
-  std::string reason{};  ///< for people, where there is one: "blocked by rfkill"
+  RadioState state = RadioState::unknown;
+  std::string reason{};  ///< one line for people, where there is one: "hci0 is switched off; …"
+
+  bool isListening() const { return state == RadioState::listening; }
   friend bool operator==(const RadioChange&, const RadioChange&) = default;
 };
 
@@ -167,8 +185,8 @@ struct Settings {
   std::vector<Region> regions{};
   /// The silence after which a beacon is lost.
   std::chrono::milliseconds lostAfter = std::chrono::seconds(30);
-  /// Beacons that should be there, by id: each is lost, too, when it is never heard for so long. Small
-  /// letters and colons are taken here. Events always have capital letters and dashes: compare with those.
+  /// Beacons that should be there, by id as a person types it: each is lost, too, when it is never heard for
+  /// so long. To compare such a text with an event's id, ask `beaconId` for its form first.
   std::vector<std::string> expected{};
   /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none.
   std::string record{};
@@ -201,8 +219,9 @@ using Executor = std::function<void(std::function<void()> block)>;
 ///
 /// Threads: `stop` may be called from any thread, and so may `next` by one at a time. Handlers are called one
 /// at a time, with no lock held: by the executor, else on a thread of the search's own. They may stop the
-/// search; they may not destroy it, and an exception that leaves one ends the process. `next` gives nothing
-/// where there are handlers.
+/// search, and they may destroy it or give it another: then it is over, and what is left of it goes once they
+/// have returned. An exception that leaves one ends the process. `next` gives nothing where there are
+/// handlers.
 ///
 /// A search must not be moved while another call of it runs, nor inside a loop over it. One that was moved
 /// from can only be destroyed or given another: anything else is a std::logic_error.
@@ -218,7 +237,7 @@ class BRL_EXPORT Search {
   Search(Search&&) noexcept;
   Search& operator=(Search&&) noexcept;
   /// Stops. No handler begins once it has returned; one that runs is waited for, unless it runs by an
-  /// executor.
+  /// executor or is what destroys the search.
   ~Search();
 
   /// Ends the search: nothing is heard any more, and `next` gives what waits, then nothing. Waits for a
@@ -310,8 +329,8 @@ class BRL_EXPORT SimulatedAir {
   virtual int repeat(const Reading& reading, std::chrono::milliseconds interval) = 0;
   virtual int repeat(const Sighting& sighting, std::chrono::milliseconds interval) = 0;
   virtual void silence(int number) = 0;
-  /// Switches the radio off, for this reason, or on again.
-  virtual void setListening(bool isListening, std::string reason = {}) = 0;
+  /// Switches the radio off, or makes it fail otherwise, for this reason; or on again.
+  virtual void setRadio(RadioState state, std::string reason = {}) = 0;
   /// Moves the clock; what becomes due on the way happens, each at its own instant.
   virtual void advance(std::chrono::microseconds duration) = 0;
   virtual Time now() const = 0;

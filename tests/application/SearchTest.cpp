@@ -2,6 +2,10 @@
 #include <chrono>
 #include <deque>
 #include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +17,7 @@
 #include "platform/foundation/Hex.h"
 
 using brenloft::Event;
+using brenloft::RadioState;
 using brenloft::Reading;
 using brenloft::Search;
 using brenloft::Settings;
@@ -42,7 +47,8 @@ std::string wordFor(const Event& event) {
     return lost->lastHeard ? "lost after " + std::to_string((lost->time - *lost->lastHeard) / seconds(1))
                            : "never heard";
   if (const auto* emergency = event.emergency()) return emergency->isOver ? "over" : "emergency";
-  if (const auto* radio = event.radio()) return radio->isListening ? "on" : "off: " + radio->reason;
+  if (const auto* radio = event.radio())
+    return radio->isListening() ? "on" + radio->reason : "off: " + radio->reason;
   return "missed";
 }
 
@@ -117,14 +123,45 @@ TEST(ModernSearch, CountsSilenceOnlyWhileTheRadioListens) {
   auto search = Search::start({.lostAfter = seconds(10), .air = air});
   air->send(kFridge);
   air->advance(seconds(5));
-  air->setListening(false, "blocked by rfkill");
+  air->setRadio(RadioState::off, "blocked by rfkill");
   air->advance(minutes(10));
-  air->setListening(true);
+  air->setRadio(RadioState::listening);
   air->advance(seconds(9));
   EXPECT_THAT(wordsOf(*search),
               testing::ElementsAre("on", "found", "reading 4.250000", "off: blocked by rfkill", "on"));
   air->advance(seconds(1));
   EXPECT_THAT(wordsOf(*search), testing::ElementsAre("lost after 615"));
+}
+
+// Also where only the reason changes: a radio that is on and hears nothing says so.
+TEST(ModernSearch, SaysWhyTheRadioHearsNothing) {
+  const auto air = SimulatedAir::make();
+  air->setRadio(RadioState::notPermitted, "bluetoothd refuses this user");
+  auto search = Search::start({.lostAfter = seconds(10), .expected = {kFridge.id}, .air = air});
+  air->advance(minutes(1));
+  const auto first = search->next();
+  ASSERT_TRUE(first && first->radio());
+  EXPECT_EQ(first->radio()->state, RadioState::notPermitted);
+  air->setRadio(RadioState::off, "switched off");
+  air->setRadio(RadioState::off, "blocked by rfkill");
+  air->setRadio(RadioState::listening);
+  air->advance(seconds(9));
+  air->setRadio(RadioState::listening, " and silent");
+  air->advance(seconds(1));
+  EXPECT_THAT(wordsOf(*search), testing::ElementsAre("off: switched off", "off: blocked by rfkill", "on",
+                                                     "on and silent", "never heard"));
+  auto late = Search::start({.air = air});
+  air->advance({});
+  EXPECT_THAT(wordsOf(*late), testing::ElementsAre("on and silent"));
+}
+
+TEST(ModernSearch, GivesIdsAsEventsHaveThem) {
+  for (const std::string typed : {"c0:c1:5c:00:00:01", "C0-c1-5C-00-00-01", "C0-C1-5C-00-00-01"})
+    EXPECT_EQ(brenloft::beaconId(typed), kFridge.id);
+  EXPECT_EQ(brenloft::beaconId("51c70e2a-9b44-4d1f-8a63-2fd075e81c36/1/02"), kDoor.uuid + "/1/2");
+  for (const std::string typed : {"", "fridge", "C0-C1-5C-00-00", "C0-C1:5C-00-00-01", "C0-C1-5C-00-00-0G",
+                                  "51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1/65536"})
+    EXPECT_EQ(brenloft::beaconId(typed).error().text, "no beacon has this id: " + typed);
 }
 
 TEST(ModernSearch, LosesWhoIsExpectedAndNeverHeard) {
@@ -177,6 +214,9 @@ TEST(ModernSearch, SaysWhyItCannotStart) {
   const auto errorOf = [](Settings settings) { return Search::start(std::move(settings)).error().text; };
   EXPECT_EQ(errorOf({.source = "captur:x"}), "no such source: captur:x; did you mean capture:x?");
   EXPECT_THAT(errorOf({.source = "capture:/nowhere/x"}), testing::HasSubstr("/nowhere/x"));
+  EXPECT_EQ(Search::start({.source = "capture:/nowhere/x"}).error().kind, brenloft::Error::Kind::absent);
+  EXPECT_EQ(Search::start({.source = "demo", .record = "/nowhere/x"}).error().kind,
+            brenloft::Error::Kind::absent);
   EXPECT_EQ(errorOf({.source = "demo", .services = {"XYZ"}}), "not a service UUID: XYZ");
   EXPECT_EQ(errorOf({.source = "demo", .regions = {{kDoor.uuid}}}),
             "regions are given, and no iBeacons are searched for");
@@ -277,4 +317,61 @@ TEST(ModernSearch, EndsWhileItsSourceIsInTheMiddle) {
                                             .onFound = [&](const auto&) { own->stop(); }}));
   air->send(kFridge);
   EXPECT_EQ(readings, 0);
+}
+
+// Whatever calls the handler: the test's clock, that of a source, the machine's, the application's queue.
+TEST(ModernSearch, MayBeDestroyedInItsOwnHandler) {
+  struct Owner {
+    std::unique_ptr<Search> search{};
+    int calls = 0;
+    void let() {
+      ++calls;
+      search.reset();
+    }
+  } owner;
+  const auto air = SimulatedAir::make();
+  owner.search = std::make_unique<Search>(*Search::start(
+      {.air = air},
+      {.onReading = [&](const Reading&) { owner.let(); }, .onFound = [&](const auto&) { owner.let(); }}));
+  air->send(kFridge);
+  air->advance(seconds(60));
+  EXPECT_EQ(owner.calls, 1);
+
+  std::deque<std::function<void()>> queue;
+  owner.search =
+      std::make_unique<Search>(*Search::start({.air = air}, {.onFound = [&](const auto&) { owner.let(); }},
+                                              [&](auto block) { queue.push_back(std::move(block)); }));
+  air->send(kFridge);
+  queue.front()();
+  EXPECT_EQ(owner.calls, 2);
+
+  for (const char* source : {"demo", "demo?paced"}) {
+    std::promise<void> isOwned;
+    const auto isGone = std::make_shared<std::promise<void>>();
+    owner.search = std::make_unique<Search>(*Search::start(
+        {.source = source}, {.onFound = [&, isGone, owned = isOwned.get_future().share()](const auto&) {
+          owned.wait();
+          owner.let();
+          isGone->set_value();
+        }}));
+    isOwned.set_value();
+    isGone->get_future().wait();
+  }
+  EXPECT_EQ(owner.calls, 4);
+}
+
+// A handler may begin the next search in the place of its own.
+TEST(ModernSearch, MayBeReplacedInItsOwnHandler) {
+  const auto air = SimulatedAir::make();
+  std::optional<Search> search;
+  int found = 0;
+  const std::function<void(const brenloft::Found&)> again = [&](const auto&) {
+    if (++found < 3) *search = *Search::start({.air = air}, {.onFound = again});
+  };
+  search = *Search::start({.air = air}, {.onFound = again});
+  for (int i = 0; i < 5; ++i) {
+    air->send(kFridge);
+    air->advance(seconds(1));
+  }
+  EXPECT_EQ(found, 3);
 }

@@ -58,9 +58,10 @@ static void gives_readings_as_they_were_sent(void) {
   CHECK(heard.kind == BRENLOFT_LOST && heard.time_us - heard.last_heard_us == 30000000);
   CHECK(isnan(heard.temperature_celsius));
 
-  CHECK(brenloft_air_set_listening(air, 0, "blocked by rfkill") == BRENLOFT_OK);
+  CHECK(brenloft_air_set_radio(air, BRENLOFT_RADIO_NOT_PERMITTED, "blocked by rfkill") == BRENLOFT_OK);
   CHECK(brenloft_search_next(search, 0, &heard) == BRENLOFT_OK);
   CHECK(heard.kind == BRENLOFT_RADIO && heard.flag == 0 && strcmp(heard.text, "blocked by rfkill") == 0);
+  CHECK(heard.radio_state == BRENLOFT_RADIO_NOT_PERMITTED);
 
   brenloft_search_stop(search);
   CHECK(brenloft_search_next(search, BRENLOFT_FOREVER, &heard) == BRENLOFT_END);
@@ -137,6 +138,36 @@ static void hands_events_to_a_handler(void) {
   brenloft_air_free(air);
 }
 
+static brenloft_search* freed_inside = NULL;
+static void free_it(void* user_data, const brenloft_event* event) {
+  (void)user_data;
+  if (event == NULL || event->kind != BRENLOFT_FOUND) return;
+  brenloft_search_free(freed_inside);
+  freed_inside = NULL;
+}
+
+static void may_be_freed_by_its_handler(void) {
+  brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
+  brenloft_air* air = NULL;
+  CHECK(brenloft_air_make(&air) == BRENLOFT_OK);
+  settings.air = air;
+  CHECK(brenloft_search_start_with_handler(&settings, free_it, NULL, &freed_inside) == BRENLOFT_OK);
+  const brenloft_event sent = fridge(4);
+  CHECK(brenloft_air_send(air, &sent) == BRENLOFT_OK);
+  CHECK(freed_inside == NULL);
+  CHECK(brenloft_air_advance(air, 60000) == BRENLOFT_OK);
+  brenloft_air_free(air);
+}
+
+static void gives_ids_as_events_have_them(void) {
+  char id[BRENLOFT_ID_SIZE];
+  CHECK(brenloft_beacon_id("c0:c1:5c:00:00:01", id, sizeof id) == BRENLOFT_OK);
+  CHECK(strcmp(id, "C0-C1-5C-00-00-01") == 0);
+  CHECK(brenloft_beacon_id("c0:c1:5c:00:00:01", id, 17) == BRENLOFT_UNSUPPORTED);
+  CHECK(brenloft_beacon_id("fridge", id, sizeof id) == BRENLOFT_UNSUPPORTED);
+  CHECK(strcmp(brenloft_error_text(), "no beacon has this id: fridge") == 0);
+}
+
 static void pulls_the_demonstration_to_its_end(void) {
   brenloft_settings settings = BRENLOFT_SETTINGS_INIT;
   settings.source = "demo";
@@ -163,6 +194,8 @@ static void explains_what_is_wrong(void) {
   CHECK(strcmp(brenloft_error_text(), "no such source: captur:x; did you mean capture:x?") == 0);
   CHECK(brenloft_search_start(NULL, &search) == BRENLOFT_UNSUPPORTED);
   CHECK(strcmp(brenloft_error_text(), "settings is NULL") == 0);
+  settings.source = "capture:/nowhere/x";
+  CHECK(brenloft_search_start(&settings, &search) == BRENLOFT_ABSENT);
   const brenloft_region region = {"51C70E2A-9B44-4D1F-8A63-2FD075E81C36", 65536, -1};
   settings.source = "demo";
   settings.regions = &region;
@@ -183,6 +216,7 @@ static void explains_what_is_wrong(void) {
   brenloft_event hot = fridge(327.68);
   CHECK(brenloft_air_send(air, &hot) == BRENLOFT_UNSUPPORTED);
   CHECK(brenloft_air_advance(air, -1) == BRENLOFT_UNSUPPORTED);
+  CHECK(brenloft_air_set_radio(air, 6, NULL) == BRENLOFT_UNSUPPORTED);
   hot = fridge(20);
   hot.rssi_dbm = 999;
   CHECK(brenloft_air_send(air, &hot) == BRENLOFT_UNSUPPORTED);
@@ -201,6 +235,8 @@ int main(void) {
   loses_who_is_expected_and_never_heard();
   leaves_alone_what_an_older_program_has_not();
   hands_events_to_a_handler();
+  may_be_freed_by_its_handler();
+  gives_ids_as_events_have_them();
   pulls_the_demonstration_to_its_end();
   explains_what_is_wrong();
   return 0;

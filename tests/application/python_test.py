@@ -22,15 +22,15 @@ def test_gives_what_a_sensor_does_in_order_on_virtual_time():
     air.advance(5)
     air.send(FRIDGE, emergency=1, rssi_dbm=None)
     air.advance(30)
-    air.set_listening(False, "blocked by rfkill")
+    air.set_radio(brenloft.RadioState.OFF, "blocked by rfkill")
     radio, found, cold, unmeasured, emergency, lost, off = search
-    assert radio == brenloft.RadioChange(radio.time_us, True, "")
+    assert radio == brenloft.RadioChange(radio.time_us, brenloft.RadioState.LISTENING, "") and radio.is_listening
     assert (type(found), found.id, found.time) == (brenloft.Found, FRIDGE, START)
     assert cold[2:6] == (-60, -327.68, 655.35, 255) and cold.service == "FFF0"
     assert unmeasured[2:5] == (None, None, None) and unmeasured.is_emergency
     assert emergency == brenloft.Emergency(FRIDGE, unmeasured.time_us, False)
     assert (lost.time, lost.last_heard) == (START + timedelta(seconds=15), START + timedelta(seconds=5))
-    assert (off.is_listening, off.reason) == (False, "blocked by rfkill")
+    assert off[1:] == (brenloft.RadioState.OFF, "blocked by rfkill")
     assert list(search) == []
     air.send(FRIDGE)
     assert [type(event) for event in search] == []  # the radio is off
@@ -59,6 +59,20 @@ def test_wakes_who_waits_for_a_search_that_is_closed():
     assert counted <= 1  # the radio's state
     with pytest.raises(brenloft.SearchEnded):
         search.take(1)
+
+
+def test_may_be_closed_by_what_it_calls(tmp_path):
+    recording = tmp_path / "recording.btsnoop"
+    list(brenloft.scan("demo", record=recording))
+    recording.write_bytes(recording.read_bytes() + bytes(30))
+    lines = []
+
+    def close(line):
+        lines.append(line)
+        search.close()
+
+    search = brenloft.Search(f"capture:{recording}", on_message=close)
+    assert len(list(search)) > 0 and len(lines) == 1 and "record" in lines[0]
 
 
 def test_says_what_is_wrong_with_an_argument():
@@ -152,8 +166,11 @@ def test_iterates_under_asyncio_beside_other_tasks():
 def test_says_what_is_wrong():
     with pytest.raises(brenloft.UnsupportedError, match="did you mean capture:x"):
         brenloft.scan("captur:x")
-    with pytest.raises(brenloft.Error, match="/nowhere/x"):
+    with pytest.raises(brenloft.AbsentError, match="/nowhere/x"):
         brenloft.scan("capture:/nowhere/x")
+    with pytest.raises(brenloft.UnsupportedError, match="no beacon has this id: fridge"):
+        brenloft.beacon_id("fridge")
+    assert brenloft.beacon_id("c0:c1:5c:00:00:01") == FRIDGE
     with pytest.raises(ValueError, match="no frame can carry this temperature"):
         brenloft.Air().send(FRIDGE, temperature_celsius=327.68)
     with pytest.raises(ValueError, match="22 octets"):
@@ -162,6 +179,16 @@ def test_says_what_is_wrong():
     search = brenloft.Search("demo")
     search.close()
     assert list(search) == []
+
+
+def test_gives_the_history_as_a_frame():
+    pandas = pytest.importorskip("pandas", reason="the history was not tried as a frame: pandas is not installed")
+    rows = list(brenloft.history(os.environ["BRENLOFT_KEPT"]))
+    frame = brenloft.history_frame(os.environ["BRENLOFT_KEPT"], since=rows[1].time)
+    later = [row for row in rows if row.time >= rows[1].time]
+    assert list(frame.index) == [pandas.Timestamp(row.time) for row in later]
+    assert list(frame["temperature_celsius"]) == [row.temperature_celsius for row in later]
+    assert len(frame.groupby("beacon")["temperature_celsius"].resample("30s").mean()) > 5
 
 
 def test_reads_the_history_as_rows():

@@ -7,19 +7,22 @@
 """
 
 from ._interface import ffi as _ffi, lib as _lib
-from .events import Emergency, Event, Found, Lost, Missed, RadioChange, Reading, Sighting
+from .events import Emergency, Event, Found, Lost, Missed, RadioChange, RadioState, Reading, Sighting
 from .history import Row, history, history_frame
 from .search import (
     AbsentError,
     Air,
+    BusyError,
     Error,
     NotPermittedError,
+    OffError,
     Region,
     Scan,
     Search,
     SearchEnded,
     Source,
     UnsupportedError,
+    beacon_id,
     decode,
     scan,
     sources,
@@ -29,7 +32,7 @@ from .search import (
 __version__: str = _ffi.string(_lib.brenloft_version()).decode()
 
 __all__ = [
-    "AbsentError", "Air", "Emergency", "Error", "Event", "Found", "Lost", "Missed", "NotPermittedError",
-    "RadioChange", "Reading", "Region", "Row", "Scan", "Search", "SearchEnded", "Sighting", "Source", "UnsupportedError",
-    "decode", "history", "history_frame", "scan", "sources",
+    "AbsentError", "Air", "BusyError", "Emergency", "Error", "Event", "Found", "Lost", "Missed", "NotPermittedError",
+    "OffError", "RadioChange", "RadioState", "Reading", "Region", "Row", "Scan", "Search", "SearchEnded", "Sighting",
+    "Source", "UnsupportedError", "beacon_id", "decode", "history", "history_frame", "scan", "sources",
 ]  # fmt: skip

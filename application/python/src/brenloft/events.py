@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import enum
 from datetime import datetime, timezone
 from typing import NamedTuple, Union
 
@@ -94,12 +95,28 @@ class Emergency(NamedTuple):
         return _instant(self.time_us)
 
 
+class RadioState(enum.Enum):
+    """What a radio is good for now; the rest is in the reason of a `RadioChange`."""
+
+    UNKNOWN = 0
+    RESTARTING = 1  #: it failed and is tried again, without end
+    UNUSABLE = 2  #: no bluetoothd, no adapter, or one that cannot listen
+    NOT_PERMITTED = 3  #: this process may not use it
+    OFF = 4  #: switched off, blocked, unplugged, or another program has it
+    LISTENING = 5  #: it is on; whether it hears well, the reason tells
+
+
 class RadioChange(NamedTuple):
-    """The radio listens, or does not, for this reason."""
+    """The radio changed its state, or the reason for it; the first tells the state at the start. One that never
+    listens says why here, and nothing else comes."""
 
     time_us: int
-    is_listening: bool
-    reason: str
+    state: RadioState
+    reason: str  #: one line for people, or ""
+
+    @property
+    def is_listening(self) -> bool:
+        return self.state is RadioState.LISTENING
 
     @property
     def time(self) -> datetime:
@@ -109,7 +126,7 @@ class RadioChange(NamedTuple):
 class Missed(NamedTuple):
     """So many events were dropped: they came faster than they were taken."""
 
-    count: int
+    count: int  # type: ignore[assignment]  # a tuple has one, too
 
 
 Event = Union[Reading, Sighting, Found, Lost, Emergency, RadioChange, Missed]

@@ -9,7 +9,7 @@ from os import PathLike
 from typing import TYPE_CHECKING, Iterator, NamedTuple
 
 if TYPE_CHECKING:
-    import pandas
+    import pandas  # type: ignore[import]
 
 
 class Row(NamedTuple):
@@ -60,8 +60,15 @@ def history(
         connection.close()
 
 
-def history_frame(path: str | PathLike[str], **choice) -> "pandas.DataFrame":
+def history_frame(
+    path: str | PathLike[str],
+    *,
+    beacon: str | None = None,
+    since: datetime | None = None,
+    until: datetime | None = None,
+) -> "pandas.DataFrame":
     """The same as a pandas DataFrame with the time as its index; needs pandas."""
     import pandas
 
-    return pandas.DataFrame(history(path, **choice), columns=Row._fields).set_index("time")
+    rows = history(path, beacon=beacon, since=since, until=until)
+    return pandas.DataFrame(rows, columns=Row._fields).set_index("time")

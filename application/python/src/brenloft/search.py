@@ -5,20 +5,20 @@ from __future__ import annotations
 import asyncio
 import select
 import struct
+import threading
 from collections import deque
 from contextlib import contextmanager
 from os import PathLike, fspath
-from typing import Callable, Iterable, Iterator, NamedTuple
+from typing import Any, Callable, Iterable, Iterator, NamedTuple
 
 from ._interface import ffi, lib
-from .events import Emergency, Event, Found, Lost, Missed, RadioChange, Reading, Sighting
+from .events import Emergency, Event, Found, Lost, Missed, RadioChange, RadioState, Reading, Sighting
 
 # brenloft_event, member by member: unpacking all of it is much faster than asking for one member at a time.
-_LAYOUT = struct.Struct("@Niiq64siiddii3i40si40siiqQ128s0Q")
+_LAYOUT = struct.Struct("@Niiq64siiddii3i40si40siiqQ256si0Q")
 assert _LAYOUT.size == ffi.sizeof("brenloft_event"), "the installed library has another brenloft_event"
 _NO_RSSI = -(2**31)
 _BATCH = 256
-_ID_SIZE = 64
 
 
 class Error(Exception):
@@ -27,6 +27,14 @@ class Error(Exception):
 
 class AbsentError(Error):
     """Nothing is there under that name."""
+
+
+class BusyError(Error):
+    """Somebody else has it."""
+
+
+class OffError(Error):
+    """It is there and switched off."""
 
 
 class NotPermittedError(Error):
@@ -42,7 +50,10 @@ class SearchEnded(Error):
 
 
 _ERRORS = {
+    lib.BRENLOFT_FAILED: Error,
+    lib.BRENLOFT_BUSY: BusyError,
     lib.BRENLOFT_ABSENT: AbsentError,
+    lib.BRENLOFT_OFF: OffError,
     lib.BRENLOFT_NOT_PERMITTED: NotPermittedError,
     lib.BRENLOFT_UNSUPPORTED: UnsupportedError,
 }
@@ -66,9 +77,9 @@ def _text(field: bytes) -> str:
     return field[: field.index(0)].decode()
 
 
-def _event(fields: tuple) -> Event:
+def _event(fields: tuple[Any, ...]) -> Event:
     (_, kind, flag, time, id_, rssi, battery, temperature, humidity, emergency, tx_power, x, y, z, service,
-     power, uuid, major, minor, last_heard, count, text) = fields  # fmt: skip
+     power, uuid, major, minor, last_heard, count, text, radio_state) = fields  # fmt: skip
     measured = None if rssi == _NO_RSSI else rssi
     if kind == lib.BRENLOFT_READING:
         return Reading(
@@ -86,11 +97,11 @@ def _event(fields: tuple) -> Event:
     if kind == lib.BRENLOFT_EMERGENCY:
         return Emergency(_text(id_), time, flag == 0)
     if kind == lib.BRENLOFT_RADIO:
-        return RadioChange(time, flag != 0, _text(text))
+        return RadioChange(time, RadioState(radio_state), _text(text))
     return Missed(count)
 
 
-def _struct(**members):
+def _struct(**members: Any) -> Any:
     return ffi.new("brenloft_event *", {"size": _LAYOUT.size, **members})
 
 
@@ -104,8 +115,16 @@ def decode(data: bytes | bytearray | memoryview) -> Reading:
     return reading
 
 
+def beacon_id(typed: str) -> str:
+    """A beacon's id as events have it, of one that a person typed: of a sensor in either case, with dashes or
+    colons; of an iBeacon "UUID/major/minor". UnsupportedError of a text that is no beacon's."""
+    room = ffi.new("char[]", lib.BRENLOFT_ID_SIZE)
+    check(lib.brenloft_beacon_id(typed.encode(), room, lib.BRENLOFT_ID_SIZE))
+    return str(ffi.string(room), "utf-8")
+
+
 @ffi.def_extern()
-def brenloft_python_message(user_data, line) -> None:
+def brenloft_python_message(user_data: Any, line: Any) -> None:
     ffi.from_handle(user_data)(ffi.string(line).decode(errors="replace"))
 
 
@@ -120,11 +139,6 @@ class Search:
     dropped beyond 4,096, the oldest first, and counted.
     """
 
-    _search = None
-    _is_closed = False
-    _watchers = 0
-    _waiting: deque[Event] = deque()
-
     def __init__(
         self,
         source: str = "auto",
@@ -132,30 +146,34 @@ class Search:
         sensors: bool = True,
         ibeacons: bool = False,
         services: Iterable[str] = (),
-        regions: Iterable[Region] = (),
+        regions: Iterable[Region | str | tuple[str, int | None, int | None]] = (),
         lost_after: float = 30.0,
         expected: Iterable[str] = (),
         record: str | PathLike[str] | None = None,
         on_message: Callable[[str], None] | None = None,
         air: "Air | None" = None,
     ) -> None:
+        self._lock = threading.Lock()  # guards the next three
+        self._search: Any = None
+        self._is_closed = False
+        self._users = 0
+        self._waiting: deque[Event] = deque()
         if isinstance(services, str) or isinstance(expected, str):
             raise TypeError("services and expected are lists, not one text")
         if not isinstance(source, str):
             raise TypeError(f"source is a text such as 'auto' or 'capture:FILE', not {source!r}")
         if not isinstance(air, Air | None):
             raise TypeError(f"air is a brenloft.Air, not {air!r}")
-        regions = [Region(region) if isinstance(region, str) else Region(*region) for region in regions]
+        parts = [Region(region) if isinstance(region, str) else Region(*region) for region in regions]
         if not 0 < lost_after < float("inf"):
             raise ValueError(f"lost_after is in seconds, more than 0: {lost_after}")
-        self._waiting = deque()
         self._air = air
         self._message = ffi.new_handle(on_message) if on_message else ffi.NULL
         keep = [ffi.new("char[]", text.encode()) for text in services]
         awaited = [ffi.new("char[]", text.encode()) for text in expected]
-        names = [ffi.new("char[]", region.uuid.encode()) for region in regions]
+        names = [ffi.new("char[]", region.uuid.encode()) for region in parts]
         places = ffi.new("brenloft_region[]", len(names))
-        for place, name, region in zip(places, names, regions):
+        for place, name, region in zip(places, names, parts):
             place.uuid = name
             place.major = -1 if region.major is None else region.major
             place.minor = -1 if region.minor is None else region.minor
@@ -182,59 +200,78 @@ class Search:
                 "expected_count": len(awaited),
             },
         )
-        made = ffi.new("brenloft_search **")
-        check(lib.brenloft_search_start(settings, made))
-        self._search = made[0]
         self._events = ffi.new("brenloft_event[]", _BATCH)
         self._octets = ffi.buffer(self._events)
         self._count = ffi.new("size_t *")
+        made = ffi.new("brenloft_search **")
+        check(lib.brenloft_search_start(settings, made))
+        self._search = made[0]
+        self._free()  # when on_message has closed it already
 
     def fileno(self) -> int:
         """Readable when there is an event, the end included; for `select` and its like."""
-        return lib.brenloft_search_descriptor(self._open())
+        with self._using() as search:
+            return int(lib.brenloft_search_descriptor(search))
 
     def close(self) -> None:
-        """Ends the search. What waits is dropped, and whoever waits for an event finds that it has ended."""
-        self._is_closed = True
+        """Ends the search. What waits is dropped, and whoever waits for an event finds that it has ended. Any
+        thread, also that of `on_message`."""
+        try:
+            with self._using() as search:
+                self._is_closed = True
+                if search is not None:
+                    lib.brenloft_search_stop(search)  # makes its descriptor readable
+        except SearchEnded:
+            return
         self._waiting.clear()
-        if self._search is not None:
-            lib.brenloft_search_stop(self._search)  # makes its descriptor readable
-        self._free()
 
-    # Once nobody watches its descriptor any more.
+    # It is freed when it is closed and nobody uses it any more.
+    @contextmanager
+    def _using(self) -> Iterator[Any]:
+        with self._lock:
+            if self._is_closed:
+                raise SearchEnded("the search is closed")
+            self._users += 1
+        try:
+            yield self._search
+        finally:
+            with self._lock:
+                self._users -= 1
+            self._free()
+
     def _free(self) -> None:
-        if self._is_closed and self._watchers == 0:
+        with self._lock:
+            if not self._is_closed or self._users > 0 or self._search is None:
+                return
             search, self._search = self._search, None
-            if search is not None:
-                lib.brenloft_search_free(search)
+        lib.brenloft_search_free(search)
 
     def take(self, timeout: float | None = None) -> Event | None:
         """The next event, waiting for it up to so many seconds, or as long as it takes. None: there was none
         in that time. SearchEnded: nothing more will come."""
         if not self._waiting and not self._fill() and self._air is None:
-            with self._watched() as descriptor:
+            with self._using() as search:
                 poll = select.poll()
-                poll.register(descriptor, select.POLLIN)
+                poll.register(lib.brenloft_search_descriptor(search), select.POLLIN)
                 poll.poll(None if timeout is None else timeout * 1000)
             self._fill()
-        return self._waiting.popleft() if self._waiting else None
+        return self._next()
 
-    @contextmanager
-    def _watched(self) -> Iterator[int]:
-        descriptor = self.fileno()
-        self._watchers += 1
+    # Another thread may close the search, and drop them.
+    def _next(self) -> Event | None:
         try:
-            yield descriptor
-        finally:
-            self._watchers -= 1
-            self._free()
+            return self._waiting.popleft()
+        except IndexError:
+            return None
 
     def __iter__(self) -> Iterator[Event]:
         return self
 
     def __next__(self) -> Event:
-        if self._waiting:
+        try:
             return self._waiting.popleft()
+        except IndexError:
+            pass  # as below, but faster: most events are here at once
         try:
             event = self.take()
         except SearchEnded:
@@ -248,16 +285,16 @@ class Search:
 
     async def __anext__(self) -> Event:
         try:
-            while not self._waiting:
+            while (event := self._next()) is None:
                 await asyncio.sleep(0)  # a recording is always readable: other tasks have their turn
                 if self._fill():
-                    break
+                    continue
                 if self._air is not None:
                     raise StopAsyncIteration
                 await self._readable()
         except SearchEnded:
             raise StopAsyncIteration from None
-        return self._waiting.popleft()
+        return event
 
     def __enter__(self) -> "Search":
         return self
@@ -274,27 +311,29 @@ class Search:
     def __del__(self) -> None:
         self.close()
 
-    def _open(self):
-        if self._is_closed or self._search is None:
-            raise SearchEnded("the search is closed")
-        return self._search
-
     # Takes what there is at once; raises SearchEnded at the end.
     def _fill(self) -> bool:
         size = _LAYOUT.size
-        status = lib.brenloft_search_next_many(self._open(), 0, self._events, size, _BATCH, self._count)
-        check(status)
+        with self._using() as search:
+            status = lib.brenloft_search_next_many(search, 0, self._events, size, _BATCH, self._count)
+            check(status)
         if status == lib.BRENLOFT_END:
             raise SearchEnded("the search has ended: nothing more will come")
-        count = self._count[0]
+        count = int(self._count[0])
         self._waiting.extend(map(_event, _LAYOUT.iter_unpack(memoryview(self._octets)[: count * size])))
         return count > 0
 
     async def _readable(self) -> None:
         loop = asyncio.get_running_loop()
-        ready = loop.create_future()
-        with self._watched() as descriptor:
-            loop.add_reader(descriptor, lambda: ready.done() or ready.set_result(None))
+        ready: asyncio.Future[None] = loop.create_future()
+
+        def wake() -> None:
+            if not ready.done():
+                ready.set_result(None)
+
+        with self._using() as search:
+            descriptor = lib.brenloft_search_descriptor(search)
+            loop.add_reader(descriptor, wake)
             try:
                 await ready
             finally:
@@ -339,7 +378,7 @@ class Scan:
         return event
 
 
-def scan(source: str = "auto", **settings) -> Scan:
+def scan(source: str = "auto", **settings: Any) -> Scan:
     """Everything that beacons send: `for reading in scan("demo")`, or `async for`. Settings as of `Search`,
     but those about losses, which only `Search` tells."""
     for name in settings.keys() & {"expected", "lost_after"}:
@@ -363,16 +402,16 @@ class Air:
         check(lib.brenloft_air_make(made))
         self._air = ffi.gc(made[0], lib.brenloft_air_free)
 
-    def send(self, id: str, **measured) -> None:
+    def send(self, id: str, **measured: Any) -> None:
         """Sends one advertisement of a sensor beacon now, with what `reading` takes. The same one again within
         20 ms is heard once."""
         check(lib.brenloft_air_send(self._air, self.reading(id, **measured)))
 
-    def repeat(self, id: str, *, every: float, **measured) -> int:
+    def repeat(self, id: str, *, every: float, **measured: Any) -> int:
         """Sends it now and then every so many seconds, until `silence` is called with the returned number."""
         number = ffi.new("int32_t *")
         check(lib.brenloft_air_repeat(self._air, self.reading(id, **measured), round(every * 1000), number))
-        return number[0]
+        return int(number[0])
 
     def silence(self, number: int) -> None:
         """Ends what `repeat` began."""
@@ -388,9 +427,9 @@ class Air:
         emergency: int = 0,
         rssi_dbm: int | None = -60,
         service: str = "",
-    ):
+    ) -> Any:
         """What a sensor beacon sends. 0.00 °C without a humidity is heard as no temperature."""
-        if len(id.encode()) >= _ID_SIZE:
+        if len(id.encode()) >= lib.BRENLOFT_ID_SIZE:
             raise UnsupportedError(f"no sensor has this id: {id}")
         absent = float("nan")
         return _struct(
@@ -420,9 +459,9 @@ class Air:
         """Moves the clock; what becomes due on the way happens, each at its own instant."""
         check(lib.brenloft_air_advance(self._air, round(seconds * 1000)))
 
-    def set_listening(self, is_listening: bool, reason: str = "") -> None:
-        """Switches the radio on, or off for this reason."""
-        check(lib.brenloft_air_set_listening(self._air, int(is_listening), reason.encode()))
+    def set_radio(self, state: RadioState, reason: str = "") -> None:
+        """Switches the radio off, or makes it fail otherwise, for this reason; or on again."""
+        check(lib.brenloft_air_set_radio(self._air, state.value, reason.encode()))
 
 
 class Source(NamedTuple):
@@ -436,8 +475,10 @@ class Source(NamedTuple):
 
 
 @ffi.def_extern()
-def brenloft_python_source(user_data, source) -> None:
-    text = lambda member: ffi.string(member).decode(errors="replace")
+def brenloft_python_source(user_data: Any, source: Any) -> None:
+    def text(member: Any) -> str:
+        return str(ffi.string(member), "utf-8", "replace")
+
     ffi.from_handle(user_data).append(
         Source(text(source.address), text(source.name), text(source.state), text(source.why), source.is_automatic != 0)
     )
