@@ -86,9 +86,10 @@ install(FILES packaging/completion/brenloft.bash DESTINATION ${CMAKE_INSTALL_DAT
   RENAME brenloft)
 install(FILES packaging/completion/_brenloft DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 install(FILES packaging/completion/brenloft.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
-# As here, so that the links of README.md hold
+# As here, so that their links hold. README.md and CONTRIBUTING.md are of who has the sources.
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES README.md CHANGELOG.md packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/brenloft.toml DESTINATION ${CMAKE_INSTALL_DOCDIR}/packaging)
 # The service, for the prefix of cmake --install
 install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(bindir \"${CMAKE_INSTALL_BINDIR}\")")
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallService.cmake)

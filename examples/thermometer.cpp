@@ -15,5 +15,7 @@ int main(int argc, char** argv) {
     if (const auto* reading = event.reading(); reading && reading->temperatureCelsius)
       std::cout << reading->id << "  " << *reading->temperatureCelsius << " °C" << std::endl;
     if (const auto* lost = event.lost()) std::cout << lost->id << " is silent" << std::endl;
+    if (const auto* radio = event.radio(); radio && !radio->isListening())
+      std::cerr << "no radio: " << radio->reason << '\n';
   }
 }

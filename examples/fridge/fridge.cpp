@@ -9,11 +9,20 @@ int main(int argc, char** argv) {
     std::cerr << "usage: fridge BEACON [SOURCE], such as: fridge C0-C1-5C-00-00-01 demo\n";
     return 2;
   }
-  auto search = brenloft::Search::start({.source = argc > 2 ? argv[2] : "auto"});
+  const auto beacon = brenloft::beaconId(argv[1]);
+  if (!beacon) {
+    std::cerr << beacon.error().text << '\n';
+    return 2;
+  }
+  auto search = brenloft::Search::start({.source = argc > 2 ? argv[2] : "auto", .expected = {*beacon}});
   if (!search) {
     std::cerr << search.error().text << '\n';
     return 1;
   }
-  FridgeAlarm alarm(argv[1], [](const std::string& line) { std::cout << line << std::endl; });
-  for (const auto& event : *search) alarm.heard(event);
+  FridgeAlarm alarm(*beacon, [](const std::string& line) { std::cout << line << std::endl; });
+  for (const auto& event : *search) {
+    if (const auto* radio = event.radio(); radio && !radio->isListening())
+      std::cerr << "no radio: " << radio->reason << '\n';
+    alarm.heard(event);
+  }
 }

@@ -6,6 +6,7 @@ import math
 import os
 import pathlib
 import subprocess
+import threading
 from datetime import datetime, timedelta, timezone
 
 import brenloft
@@ -66,13 +67,16 @@ def test_may_be_closed_by_what_it_calls(tmp_path):
     list(brenloft.scan("demo", record=recording))
     recording.write_bytes(recording.read_bytes() + bytes(30))
     lines = []
+    is_made = threading.Event()
 
     def close(line):
         lines.append(line)
+        is_made.wait()
         search.close()
 
     search = brenloft.Search(f"capture:{recording}", on_message=close)
-    assert len(list(search)) > 0 and len(lines) == 1 and "record" in lines[0]
+    is_made.set()
+    assert list(search) and "record" in lines[0]
 
 
 def test_says_what_is_wrong_with_an_argument():

@@ -20,7 +20,7 @@ for example in thermometer thermometer-c glib; do
   "$work/cmake/$example" demo >"$work/$example"
   [ "$(wc -l <"$work/$example")" -gt 200 ] || { echo "$example told too little"; exit 1; }
 done
-"$work/cmake/fridge" C0-C1-5C-00-00-01 demo
+for example in fridge fridge-c; do "$work/cmake/$example" c0:c1:5c:00:00:01 demo; done
 "$work/cmake/logger" "$work/log" demo >"$work/logger"
 grep -Eq '^rows: [1-9]' "$work/logger"
 grep -q ' is lost$' "$work/logger"
@@ -61,10 +61,34 @@ cp -r "$source/application/python" "$work/python"
 (cd "$work/python" && PYTHONWARNINGS=ignore CC="$c_compiler" /usr/bin/python3 setup.py -q bdist_wheel >"$work/wheel" 2>&1) ||
   { cat "$work/wheel"; exit 1; }
 /usr/bin/python3 -m zipfile -e "$work"/python/dist/*-abi3-*.whl "$work/site"
+export PYTHONPATH="$work/site" PYTHONDONTWRITEBYTECODE=1
+/usr/bin/python3 "$source/examples/thermometer.py" demo | cmp - "$work/thermometer"
+/usr/bin/python3 "$source/examples/fridge-python/fridge.py" c0:c1:5c:00:00:01 demo
+if /usr/bin/python3 -c 'import mypy' 2>/dev/null; then
+  strictly="/usr/bin/python3 -m mypy --strict --no-error-summary --cache-dir $work/mypy"
+  MYPYPATH="$work/site" $strictly -p brenloft
+  (cd "$source/examples" && MYPYPATH="$work/site" $strictly thermometer.py fridge-python/*.py)
+else
+  echo "the Python package's types were not checked: mypy is not installed"
+fi
 "$prefix/bin/brenloft" scan --source demo --history --container "$work/kept" >/dev/null
-PYTHONPATH="$work/site" BRENLOFT_KEPT="$work/kept" BRENLOFT="$prefix/bin/brenloft" \
-  /usr/bin/python3 -m pytest -q -p no:cacheprovider "$source/tests/application/python_test.py" >"$work/pytest" ||
+BRENLOFT_KEPT="$work/kept" BRENLOFT="$prefix/bin/brenloft" /usr/bin/python3 -m pytest -q -rs -p no:cacheprovider \
+  "$source/tests/application/python_test.py" "$source/examples/fridge-python" >"$work/pytest" ||
   { cat "$work/pytest"; exit 1; }
+grep '^SKIPPED' "$work/pytest" || true
+
+# What is told of the examples is what they are, and the links of the installed pages lead somewhere.
+/usr/bin/python3 - "$(dirname "$(find "$prefix" -name tutorial.md)")" <<'PYTHON'
+import pathlib, re, sys
+docs = pathlib.Path(sys.argv[1])
+shown = re.findall(r"\[examples/(\S+)\]\(\S+\):\n\n```\w*\n(.*?)```", (docs / "tutorial.md").read_text(), re.S)
+assert len(shown) > 5, "the tutorial shows too few programs"
+for name, text in shown:
+    assert text.strip("\n") in (docs / "../examples" / name).read_text(), f"the tutorial shows another {name}"
+for page in docs.glob("*.md"):
+    for link in re.findall(r"\]\(([^)#: ]+)[)#]", page.read_text()):
+        assert (docs / link).exists(), f"{page.name}: no {link}"
+PYTHON
 
 # The service as its unit starts it, with another source and store.
 unit=$prefix/lib/systemd/system/brenloft.service

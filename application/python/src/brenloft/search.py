@@ -136,7 +136,8 @@ class Search:
                 print(event)
 
     A recording or the demonstration waits for who takes its events; of a radio, those that nobody takes are
-    dropped beyond 4,096, the oldest first, and counted.
+    dropped beyond 4,096, the oldest first, and counted. `on_message` takes lines for people, on any thread, also
+    before the search is made.
     """
 
     def __init__(
