@@ -10,19 +10,24 @@ check() { # check WHAT COMMAND...
 
 is_committed() { [[ -z $(git -C "$root" status --porcelain) ]]; }
 
-changelog_has() {
-  grep -qx "## $1" "$root/CHANGELOG.md" || return
-  # What is under the next one's heading would go without a number.
-  [[ -z $(sed -n '/^## Unreleased/,/^## [0-9]/{/^- /p}' "$root/CHANGELOG.md") ]]
+changelog_has() { grep -qx "## ${1//./\\.}" "$root/CHANGELOG.md"; }
+
+# What is under the next one's heading would go without a number.
+nothing_is_unreleased() { [[ -z $(sed -n '/^## Unreleased/,/^## [0-9]/{/^- /p}' "$root/CHANGELOG.md") ]]; }
+
+says() { # says FILE ACTUAL EXPECTED
+  if [[ $2 == "$3" ]]; then say "ok     $1 says $3"; else say "WRONG  $1 says ${2:-no version}, not $3"; wrong=1; fi
 }
 
-versions_are() {
-  grep -q "^project(BrenloftSDK VERSION $1 " "$root/CMakeLists.txt" &&
-    grep -qx "version = \"$1\"" "$root/application/python/pyproject.toml" &&
-    [[ ${version%-*} == "$1" ]]
-}
+version_in_cmake() { sed -n 's/^project(BrenloftSDK VERSION \([^ ]*\) .*/\1/p' "$root/CMakeLists.txt"; }
+version_in_python() { sed -n 's/^version = "\(.*\)"$/\1/p' "$root/application/python/pyproject.toml"; }
 
 packages_are() { compgen -G "$packages/brenloft_$1-*.deb" >/dev/null; }
+
+# Not from what the sources were before the last commits
+built_from_this() {
+  git --git-dir="$(git -C "$root" rev-parse --absolute-git-dir)" --work-tree="$packages/$folder" diff --quiet HEAD
+}
 
 # unpack_library FOLDER: the library as it is shipped, what debuggers know of it, and its headers
 unpack_library() {
@@ -72,12 +77,17 @@ links_hold() {
 
 release() {
   local tag new=$root/build/release-new
+  [[ $1 =~ ^[0-9]+\.[0-9]+\.[0-9]+$ ]] || { say "a version is X.Y.Z, three numbers, not '$1'"; exit 2; }
   check "all is committed" is_committed
-  check "CHANGELOG.md has a part for $1, and nothing unreleased" changelog_has "$1"
-  check "CMakeLists.txt, pyproject.toml and debian/changelog say $1" versions_are "$1"
+  check "CHANGELOG.md has a part for $1" changelog_has "$1"
+  check "CHANGELOG.md has nothing unreleased" nothing_is_unreleased
+  says CMakeLists.txt "$(version_in_cmake)" "$1"
+  says application/python/pyproject.toml "$(version_in_python)" "$1"
+  says debian/changelog "${version%-*}" "$1"
   check "the links of the documentation lead somewhere" links_hold
   check "build/packages has $1" packages_are "$1"
   if packages_are "$1"; then
+    check "they were built from what is committed" built_from_this
     unpack_library "$new"
     check "the soname is that of $1" soname_is "$new" "$1"
     tag=$(git -C "$root" tag --list "v${1%%.*}.*" --sort=-version:refname | grep -vx "v$1" | head -1) || true
