@@ -49,3 +49,20 @@ ok_heard() {
     ok "$1: the iBeacon" has "$1" "$IBEACON.*4c000215000102030405060708090a0b0c0d0e0f00010201c5"
     ok "$1: the service in the scan response" has "$1" "$NAMED.*12345678-1234-5678-9ABC-DEF012345678"
 }
+
+# Of the services under systemd
+wait_for() {  # wait_for SECONDS COMMAND...: looking is slow here, so it is time that counts
+    end=$(($(date +%s) + $1)); shift
+    until "$@"; do [ "$(date +%s)" -lt $end ] || return 1; sleep 1; done
+}
+is() { [ "$(systemctl show "${3:-brenloft}" -P "$1")" = "$2" ]; }  # is PROPERTY VALUE [UNIT]
+process() { echo "/proc/$(systemctl show "$1" -P MainPID)"; }  # process UNIT
+readings() { brenloft history count --container /var/lib/brenloft; }
+has_read() { [ "$(readings)" -ge "$1" ]; }  # has_read COUNT
+page_has() { wget -q -O - "http://127.0.0.1:8880$1" > /out/page.txt && grep -q "$2" /out/page.txt; }  # page_has PATH PATTERN
+published() { grep -c "$1" /out/mqtt.txt; }  # published PATTERN
+has_published() { [ "$(published "$1")" -gt "$2" ]; }  # has_published PATTERN COUNT
+little_exposed() {  # little_exposed UNIT
+    systemd-analyze security --no-pager "$1" > "/out/security-$1.txt"
+    ok "little is exposed ($(tail -n 1 "/out/security-$1.txt"))" grep -q 'exposure.*: [01]\.' "/out/security-$1.txt"
+}

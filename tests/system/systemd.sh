@@ -37,7 +37,9 @@ make_system() {
     "$system"/usr/lib/*/{perl,gconv} "$system"/var/{cache,lib}/apt "${system:?}"/dev/*
   cp -a "$work"/root/lib/modules "$system/usr/lib/"
   cp "$work/root/usr/bin/vbeacon" "$system/usr/bin/"
-  cp "$work/pkg/bin/busybox" "$system/usr/bin/usleep"
+  cp "$work/pkg/bin/busybox" "$system/usr/bin/"
+  ln -s busybox "$system/usr/bin/usleep"
+  ln -s busybox "$system/usr/bin/wget"
   ln -sf lib/systemd/systemd "$system/init"
   install -D -m 644 "$work/root/rig/lib.sh" "$system/rig/lib.sh"
   pack "$system" > "$work/system.cpio.new"
@@ -45,7 +47,7 @@ make_system() {
   rm -rf "$system"
 }
 
-if [[ ! $work/system.cpio -nt $here/../../packaging/debian-packages ]]; then
+if [[ ! $work/system.cpio -nt $here/../../packaging/debian-packages || ! $work/system.cpio -nt ${BASH_SOURCE[0]} ]]; then
   echo "system tests: making a Debian with systemd in $work"
   make_system > "$work/system.log" 2>&1 || { tail -20 "$work/system.log" >&2; exit 125; }
 fi
