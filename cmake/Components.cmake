@@ -8,10 +8,12 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# Off for who packages: another machine's compiler warns of other things.
+option(BRENLOFT_WARNINGS_ARE_ERRORS "Stop at a compiler's warning" ON)
 add_library(brenloft_options INTERFACE)
 target_include_directories(brenloft_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(brenloft_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow
+  -Wall -Wextra -Wpedantic $<$<BOOL:${BRENLOFT_WARNINGS_ARE_ERRORS}>:-Werror> -Wshadow
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor$<SEMICOLON>-Woverloaded-virtual$<SEMICOLON>-Wold-style-cast>
   -Wno-missing-field-initializers  # designated initialisers name what they set
   -Wcast-align -Wformat=2 -Wimplicit-fallthrough
