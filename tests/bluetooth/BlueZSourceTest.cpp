@@ -93,6 +93,8 @@ class BlueZSource : public testing::Test {
                              hexText(report.data));
         },
         [this](const RadioState& state) {
+          if (scansWhenOn_ && state.state == CBManagerState::poweredOn) source_->startScan({});
+          if (scansWhenOn_ && state.state != CBManagerState::poweredOn) source_->stopScan();
           const std::lock_guard lock(mutex_);
           states_.push_back(std::to_string(static_cast<int>(state.state)) + " " + state.reason);
         });
@@ -130,6 +132,7 @@ class BlueZSource : public testing::Test {
   std::shared_ptr<RealTimeDispatch> dispatch_ = RealTimeDispatch::make();
   std::unique_ptr<FakeBlueZ> daemon_;
   std::shared_ptr<AdvertisingReportSource> source_;
+  bool scansWhenOn_ = false;  ///< and ends its scan when the radio is not
   mutable std::mutex mutex_;
   std::vector<std::string> reports_;
   std::vector<std::string> states_;
@@ -299,6 +302,15 @@ TEST_F(BlueZSource, TriesAgainUntilTheDaemonStartsTheScan) {
   // The daemon ends the discovery by itself, as over a suspend.
   daemon_->endDiscovery("hci0");
   EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 17; }));
+}
+
+TEST_F(BlueZSource, PausesBeforeItIsOnAgainAfterARefusal) {
+  startDaemon();
+  daemon_->failStarts(std::deque<std::string>(3, "org.bluez.Error.NotAuthorized"));
+  scansWhenOn_ = true;
+  openSource();
+  EXPECT_TRUE(comesTrue([&] { return daemon_->count("hci0.StartDiscovery") == 4 && isState("5 hci0 ("); }));
+  EXPECT_EQ(daemon_->count("hci0.StopDiscovery"), 0U) << "nothing ran";
 }
 
 TEST_F(BlueZSource, SaysWhenTheBusDoesNotLetItAsk) {

@@ -222,8 +222,8 @@ class BlueZSource final : public QueuedSource<> {
     if (!isOn) endAttempt();
     if (!isOn || scan_ != Scan::pausing) announceIfNew(state);
     if (isOn && wanted_ && scan_ == Scan::idle) startDiscovery();
-    if (isOn && !wanted_ && scan_ != Scan::idle) {
-      stopDiscovery();
+    if (isOn && !wanted_ && scan_ != Scan::idle && !isRefused()) {
+      if (scan_ != Scan::pausing) stopDiscovery();
       endAttempt();
     }
   }
@@ -291,7 +291,15 @@ class BlueZSource final : public QueuedSource<> {
   void retry(uint64_t attempt) {
     if (attempt != attempt_ || scan_ != Scan::pausing) return;
     scan_ = Scan::idle;
-    startDiscovery();
+    if (wanted_) return startDiscovery();
+    announceIfNew(adapters_.stateOf(adapter_));
+  }
+
+  /// A scan was refused to this user. Whoever wanted it has ended it, as that is a radio that is not there,
+  /// and wants it again when the radio is back: not before the pause is over, or the two would go round
+  /// without one.
+  bool isRefused() const {
+    return scan_ == Scan::pausing && announced_.state == CBManagerState::unauthorized;
   }
 
   /// The daemon ended the discovery by itself, as it does over a suspend.
