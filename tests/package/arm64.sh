@@ -29,17 +29,19 @@ get install /arm64/brenloft_*.deb /arm64/libbrenloftsdk*.deb
 [ "$(dpkg-query -W -f '${Architecture}' brenloft)" = arm64 ] || fail "it is not the one for arm64"
 arm64 --version
 
+start=2026-01-01T00:00Z # the demonstration's own time
 for format in jsonl csv table readings influx; do both scan --source demo --format $format; done
 both hear --source demo --format jsonl
-both range --source demo --uuid E2C56DB5-DFFB-48D2-B060-D0F5A71096E0 --format jsonl
+both range --source demo --uuid 51C70E2A-9B44-4D1F-8A63-2FD075E81C36 --format jsonl
 both scan --source demo --history --log --container kept --format none
 [ "$(arm64 history count --container /arm64/kept)" -gt 0 ] || fail "nothing was kept"
-for format in jsonl csv table; do both history show --container kept --format $format; done
-both history show --container kept --every 1m
+for format in jsonl csv table; do both history show --container kept --since $start --format $format; done
+[ "$(wc -l </arm64/out)" -gt 200 ] || fail "the history shows little"
+both history show --container kept --since $start --every 10s
 both log show --container kept
 both beacons --container kept
-arm64 history show --container /amd64/kept --format jsonl >/arm64/out
-amd64 history show --container /amd64/kept --format jsonl >/amd64/out
+arm64 history show --container /amd64/kept --since $start --format jsonl >/arm64/out
+amd64 history show --container /amd64/kept --since $start --format jsonl >/amd64/out
 same out || fail "arm64 does not read what amd64 has kept"
 both simulate --beacons 20 --ibeacons 5 --seconds 600 --out simulated
 same simulated || fail "they simulate differently"

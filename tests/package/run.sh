@@ -81,7 +81,7 @@ arm64() {
   tar -xf "$minimal" -C "$system"
   mkdir "$system"/{amd64,arm64,captures}
   cp "${debs[@]}" "$system/amd64"
-  cp "$packages"-arm64/*.deb "$system/arm64"
+  cp "$packages"-arm64/{brenloft,libbrenloftsdk{1,-dev}}_*.deb "$system/arm64"
   cp "$root"/fuzz/seeds/{Btsnoop,Pcap,Pcapng}Fuzz/* "$system/captures"
   find "${BRENLOFT_CAPTURES:-$root/../shared/captures}" -regex '.*\.\(btsnoop\|pcap\|pcapng\)' -exec cp {} "$system/captures" \; || true
   cp "$here/arm64.sh" "$system/"
