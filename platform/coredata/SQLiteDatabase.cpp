@@ -13,6 +13,9 @@ namespace {
 SQLiteFailure failureOf(sqlite3* database, int code) {
   // Only the code says that this "I/O error" is a want of room.
   if (code == SQLITE_IOERR_SHMSIZE) return {code, sqlite3_errstr(SQLITE_FULL)};
+  // A reader that may not write finds what a writer left in the middle of a commit.
+  if (code == SQLITE_READONLY_RECOVERY || code == SQLITE_READONLY_CANTINIT)
+    return {code, "its writer was interrupted, and has to go on first"};
   return {code, database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(code)};
 }
 
