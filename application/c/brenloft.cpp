@@ -1,6 +1,7 @@
 #include "application/c/brenloft.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -187,6 +188,8 @@ brenloft::Settings settingsOf(const brenloft_settings& given) {
   const auto from = readStruct(given, brenloft_settings BRENLOFT_SETTINGS_INIT);
   brenloft::Settings settings;
   if (from.source != nullptr) settings.source = from.source;
+  if ((from.kinds & ~(BRENLOFT_SENSORS | BRENLOFT_IBEACONS)) != 0)
+    throw std::invalid_argument("no kinds of beacons: " + std::to_string(from.kinds));
   settings.sensors = (from.kinds & BRENLOFT_SENSORS) != 0;
   settings.iBeacons = (from.kinds & BRENLOFT_IBEACONS) != 0;
   settings.services = textsIn(from.services, from.service_count, "services");
@@ -209,11 +212,18 @@ brenloft_status start(const brenloft_settings* settings, brenloft_search** searc
   return guarded([&] {
     if (settings == nullptr) return missing("settings");
     if (search == nullptr) return missing("search");
+    *search = nullptr;
     auto started = brenloft::Search::start(settingsOf(*settings), std::forward<Handlers>(handlers)...);
     if (!started) return fail(started.error());
     *search = new brenloft_search{*std::move(started)};
     return BRENLOFT_OK;
   });
+}
+
+// Held at the ends of what can be said.
+std::chrono::microseconds microsecondsOf(int64_t milliseconds) {
+  constexpr auto longest = std::chrono::floor<std::chrono::milliseconds>(std::chrono::microseconds::max());
+  return std::clamp(std::chrono::milliseconds(milliseconds), -longest, longest);
 }
 
 void requireSize(std::size_t size) {
@@ -348,13 +358,13 @@ brenloft_status brenloft_search_next_many(brenloft_search* search, int64_t timeo
     *count = 0;
     auto* next = reinterpret_cast<std::byte*>(events);
     brenloft_status status = BRENLOFT_OK;
-    while (*count < capacity) {
-      status = takeOne(search->search, *count == 0 ? timeout_ms : 0, next, event_size);
+    std::size_t taken = 0;
+    for (; taken < capacity; ++taken, next += event_size) {
+      status = takeOne(search->search, taken == 0 ? timeout_ms : 0, next, event_size);
       if (status != BRENLOFT_OK) break;
-      next += event_size;
-      ++*count;
     }
-    return *count > 0 ? BRENLOFT_OK : status;
+    *count = taken;
+    return taken > 0 ? BRENLOFT_OK : status;
   });
 }
 
@@ -428,7 +438,7 @@ brenloft_status brenloft_air_silence(brenloft_air* air, int32_t number) {
 brenloft_status brenloft_air_advance(brenloft_air* air, int64_t duration_ms) {
   return guarded([&] {
     if (air == nullptr) return missing("air");
-    air->air->advance(std::chrono::milliseconds(duration_ms));
+    air->air->advance(microsecondsOf(duration_ms));
     return BRENLOFT_OK;
   });
 }

@@ -162,7 +162,7 @@ typedef struct brenloft_settings {
   /** iBeacons of one of these; none: all. */
   const brenloft_region* regions;
   size_t region_count;
-  int64_t lost_after_ms; /**< the silence after which a beacon is lost */
+  int64_t lost_after_ms; /**< the silence after which a beacon is lost; INT64_MAX: never */
   const char* record;    /**< a file that gets everything heard, for `capture:FILE`; NULL: none */
   /** Takes lines for people, on any thread; NULL: none. */
   void (*on_message)(void* user_data, const char* line);
@@ -179,8 +179,10 @@ typedef struct brenloft_settings {
   {.size = sizeof(brenloft_settings), .kinds = BRENLOFT_SENSORS, .lost_after_ms = 30000}
 /* clang-format on */
 
-/** Starts a search whose events are pulled. A source that is not paced (`capture:`, `demo`) waits for who
- * takes them; of a radio, those that nobody takes are dropped beyond 4,096, the oldest first, and counted. */
+/** Starts a search whose events are pulled. `*search` is NULL where it fails: a source that names no radio of
+ * this machine does, while one that is there and cannot be used yet is told as BRENLOFT_RADIO. A source that
+ * is not paced (`capture:`, `demo`) waits for who takes them; of a radio, those that nobody takes are dropped
+ * beyond 4,096, the oldest first, and counted. */
 BRENLOFT_API brenloft_status brenloft_search_start(const brenloft_settings* settings,
                                                    brenloft_search** search);
 

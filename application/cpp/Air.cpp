@@ -53,6 +53,9 @@ SimulatedAdvertisement packetOf(const Sighting& sighting) {
 
 }  // namespace
 
+// Beyond the next centuries neither the clock nor dates can be counted.
+constexpr std::chrono::hours kLongestStep = std::chrono::days(36'500);
+
 Air::Air(Time start)
     : clock_(platform::VirtualDispatch::make(start)),
       radio_(platform::SimulatedRadio::make(clock_)),
@@ -97,6 +100,7 @@ void Air::setRadio(RadioState state, std::string reason) {
 
 void Air::advance(std::chrono::microseconds duration) {
   if (duration < duration.zero()) throw std::invalid_argument("time does not go back");
+  if (duration > kLongestStep) throw std::invalid_argument("the clock goes 100 years at a time at the most");
   clock_->advance(duration);
 }
 

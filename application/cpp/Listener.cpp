@@ -17,6 +17,12 @@ using platform::CBManagerState;
 // within it is the same advertisement, told once more with its scan response.
 constexpr std::chrono::milliseconds kLeastInterval{20};
 
+// What nanoseconds cannot count is for ever.
+std::chrono::nanoseconds silenceOf(std::chrono::milliseconds lostAfter) {
+  constexpr auto longest = std::chrono::nanoseconds::max();
+  return lostAfter > std::chrono::floor<std::chrono::milliseconds>(longest) ? longest : lostAfter;
+}
+
 }  // namespace
 
 Result<Wanted> Wanted::of(const Settings& settings) {
@@ -24,9 +30,10 @@ Result<Wanted> Wanted::of(const Settings& settings) {
   if (!settings.sensors && !settings.iBeacons) return refuse("neither sensors nor iBeacons are searched for");
   if (!settings.regions.empty() && !settings.iBeacons)
     return refuse("regions are given, and no iBeacons are searched for");
-  if (settings.lostAfter <= settings.lostAfter.zero()) return refuse("lostAfter must be longer than nothing");
+  if (settings.lostAfter <= settings.lostAfter.zero())
+    return refuse("the silence that loses a beacon must be longer than nothing");
   if (settings.air && !settings.record.empty()) return refuse("a simulated air cannot be recorded");
-  Wanted wanted{settings.sensors, settings.iBeacons, {}, {}, settings.lostAfter};
+  Wanted wanted{settings.sensors, settings.iBeacons, {}, {}, silenceOf(settings.lostAfter)};
   for (const std::string& text : settings.services) {
     const auto service = platform::CBUUID::UUIDWithString(text);
     if (!service) return refuse("not a service UUID: " + text);
@@ -145,15 +152,14 @@ Listener::Beacons::iterator Listener::add(const std::string& id) {
   return added;
 }
 
-Listener::Beacon& Listener::present(const std::string& id) {
-  const Time now = hearing_.dispatch->date();
+Listener::Beacon& Listener::present(const std::string& id, Time time) {
   const auto known = byId_.find(id);
   const auto found = known == byId_.end() ? add(id) : known->second;
   beacons_.splice(beacons_.end(), beacons_, found);
   Beacon& beacon = *found;
-  if (!std::exchange(beacon.isHeard, true)) onEvent_(Found{id, now});
+  if (!std::exchange(beacon.isHeard, true)) onEvent_(Found{id, time});
   beacon.at = hearing_.dispatch->now();
-  beacon.heard = now;
+  beacon.heard = time;
   if (!awaited_) await();
   return beacon;
 }
@@ -165,7 +171,7 @@ void Listener::heard(Reading reading) {
     const bool isRecent = hearing_.dispatch->now() - beacon.at < kLeastInterval;
     if (isRecent && beacon.last && hasSameFrame(*beacon.last, reading)) return;
   }
-  Beacon& beacon = present(reading.id);
+  Beacon& beacon = present(reading.id, reading.time);
   const bool begins = reading.isEmergency() && !beacon.isEmergency;
   const bool ends = !reading.isEmergency() && beacon.isEmergency;
   beacon.isEmergency = reading.isEmergency();
@@ -176,7 +182,7 @@ void Listener::heard(Reading reading) {
 }
 
 void Listener::heard(Sighting sighting) {
-  present(sighting.id);
+  present(sighting.id, sighting.time);
   onEvent_(std::move(sighting));
 }
 

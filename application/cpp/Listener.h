@@ -29,7 +29,7 @@ struct Wanted {
     std::optional<uint16_t> minor;
   };
   std::vector<Region> regions{};
-  std::chrono::milliseconds lostAfter{};
+  std::chrono::nanoseconds lostAfter{};
   std::vector<std::string> expected{};
 
   static Result<Wanted> of(const Settings& settings);
@@ -74,7 +74,7 @@ class Listener final : private platform::CBCentralManagerDelegate,
   void heard(Sighting sighting);
   bool isWanted(const Sighting& sighting) const;
   Beacons::iterator add(const std::string& id);
-  Beacon& present(const std::string& id);
+  Beacon& present(const std::string& id, Time time);
   Instant dueOf(const Beacon& beacon) const;
   void await();
   void loseSilent();

@@ -16,6 +16,9 @@ int makeDescriptor() {
   return descriptor;
 }
 
+// Longer than this is for ever: beyond, deadlines cannot be counted.
+constexpr std::chrono::hours kLongestWait = std::chrono::days(36'500);
+
 }  // namespace
 
 Mailbox::Mailbox(std::size_t capacity, WhenFull whenFull)
@@ -54,6 +57,7 @@ std::optional<Event> Mailbox::take() {
 }
 
 std::optional<Event> Mailbox::take(std::chrono::milliseconds timeout) {
+  if (timeout > kLongestWait) return take();
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, timeout, [this] { return hasSomething(); });
   return takeLocked();

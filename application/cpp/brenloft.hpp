@@ -183,10 +183,11 @@ struct Settings {
   std::vector<std::string> services{};
   /// iBeacons of one of these, with `iBeacons`; empty: all.
   std::vector<Region> regions{};
-  /// The silence after which a beacon is lost.
+  /// The silence after which a beacon is lost; `std::chrono::milliseconds::max()`: never.
   std::chrono::milliseconds lostAfter = std::chrono::seconds(30);
   /// Beacons that should be there, by id as a person types it: each is lost, too, when it is never heard for
-  /// so long. To compare such a text with an event's id, ask `beaconId` for its form first.
+  /// so long. To compare such a text with an event's id, ask `beaconId` for its form first. An iBeacon can
+  /// only be expected where `iBeacons` are searched for, a sensor where `sensors` are.
   std::vector<std::string> expected{};
   /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none.
   std::string record{};
@@ -220,8 +221,8 @@ using Executor = std::function<void(std::function<void()> block)>;
 /// Threads: `stop` may be called from any thread, and so may `next` by one at a time. Handlers are called one
 /// at a time, with no lock held: by the executor, else on a thread of the search's own. They may stop the
 /// search, and they may destroy it or give it another: then it is over, and what is left of it goes once they
-/// have returned. An exception that leaves one ends the process. `next` gives nothing where there are
-/// handlers.
+/// have returned. An exception that leaves one ends the process; by an executor, it reaches whoever runs the
+/// block. `next` gives nothing where there are handlers.
 ///
 /// A search must not be moved while another call of it runs, nor inside a loop over it. One that was moved
 /// from can only be destroyed or given another: anything else is a std::logic_error.
@@ -229,7 +230,9 @@ class BRL_EXPORT Search {
  public:
   static constexpr std::size_t kCapacity = 4'096;
 
-  /// Fails when the source cannot be opened, a UUID is none, or the recording cannot be begun.
+  /// Fails when the source cannot be opened, the recording cannot be begun, or the settings contradict
+  /// themselves. A source that names no radio of this machine fails here (Error::Kind::absent); a radio that
+  /// is there and cannot be used yet is told as a RadioChange, and heard once it can be.
   /// Handlers may be called before it has returned.
   [[nodiscard]] static Result<Search> start(Settings settings);
   [[nodiscard]] static Result<Search> start(Settings settings, Handlers handlers, Executor executor = {});
@@ -247,7 +250,8 @@ class BRL_EXPORT Search {
 
   /// The next event; waits for it. Nothing: the search has ended.
   std::optional<Event> next();
-  /// The next event within this time. Nothing: there was none, or the search has ended.
+  /// The next event within this time; one that is not above 0 does not wait. Nothing: there was none, or the
+  /// search has ended.
   std::optional<Event> next(std::chrono::milliseconds timeout);
   /// Whether nothing more will come.
   bool hasEnded() const;

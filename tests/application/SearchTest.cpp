@@ -80,6 +80,26 @@ TEST(ModernSearch, TellsWhatASensorDoesInOrder) {
                                                      "lost after 10", "found", "reading -0.010000"));
 }
 
+TEST(ModernSearch, TakesTheLongestTimesForNever) {
+  constexpr auto ever = std::chrono::milliseconds::max();
+  const auto air = SimulatedAir::make();
+  auto search = Search::start({.lostAfter = ever, .air = air});
+  air->send(kFridge);
+  for (int i = 0; i < 2; ++i) air->advance(std::chrono::days(36'500));
+  EXPECT_THAT(wordsOf(*search), testing::ElementsAre("on", "found", "reading 4.250000"));
+  EXPECT_THROW(air->advance(std::chrono::microseconds::max()), std::invalid_argument);
+
+  auto live = Search::start({.source = "demo?paced"});
+  ASSERT_TRUE(live) << live.error().text;
+  std::optional<Event> found;
+  do found = live->next(ever);
+  while (found && found->found() == nullptr);
+  ASSERT_TRUE(found) << "it waits";
+  const auto reading = live->next(ever);
+  ASSERT_TRUE(reading && reading->reading() != nullptr);
+  EXPECT_EQ(found->found()->time, reading->reading()->time);
+}
+
 TEST(ModernSearch, GivesAReadingAsItWasSent) {
   const auto air = SimulatedAir::make();
   auto search = Search::start({.air = air});

@@ -19,6 +19,7 @@ std::function<void()> duringTheCommit;
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): theirs is reserved
 extern "C" __attribute__((visibility("default"))) int fdatasync(int descriptor) {
   if (const auto work = std::exchange(duringTheCommit, nullptr)) work();
   return static_cast<int>(::syscall(SYS_fdatasync, descriptor));
