@@ -5,7 +5,9 @@ import json
 import math
 import os
 import pathlib
+import queue
 import subprocess
+import sys
 import threading
 from datetime import datetime, timedelta, timezone
 
@@ -18,7 +20,7 @@ START = datetime(2026, 1, 1, tzinfo=timezone.utc)
 
 def test_gives_what_a_sensor_does_in_order_on_virtual_time():
     air = brenloft.Air()
-    search = brenloft.Search(air=air, lost_after=10)
+    search = brenloft.Search(air=air, lost_after=timedelta(seconds=10))
     air.send(FRIDGE, temperature_celsius=-327.68, relative_humidity_percent=655.35, battery_percent=255, service="FFF0")
     air.advance(5)
     air.send(FRIDGE, emergency=1, rssi_dbm=None)
@@ -51,15 +53,64 @@ def test_wakes_who_waits_for_a_search_that_is_closed():
 
     async def run():
         search = brenloft.Search("demo?paced", services=["1234"])
-        counting = asyncio.create_task(count(search))
+        counting = asyncio.gather(count(search), count(search))
         await asyncio.sleep(0.2)
         search.close()
         return search, await asyncio.wait_for(counting, 10)
 
     search, counted = asyncio.run(run())
-    assert counted <= 1  # the radio's state
+    assert sum(counted) <= 1  # the radio's state
     with pytest.raises(brenloft.SearchEnded):
         search.take(1)
+
+
+def share(search, each):
+    """Two threads that go through the search."""
+
+    def take():
+        for event in search:
+            each(event)
+
+    threads = [threading.Thread(target=take, daemon=True) for _ in range(2)]
+    for thread in threads:
+        thread.start()
+    return threads
+
+
+def have_ended(threads):
+    for thread in threads:
+        thread.join(30)
+    return not any(thread.is_alive() for thread in threads)
+
+
+def test_gives_each_event_to_one_of_several_threads(request):
+    request.addfinalizer(lambda interval=sys.getswitchinterval(): sys.setswitchinterval(interval))
+    sys.setswitchinterval(1e-5)
+    whole = list(brenloft.Search("demo"))
+    for _ in range(40):
+        events = []
+        assert have_ended(share(brenloft.Search("demo"), events.append))
+        assert sorted(map(repr, events)) == sorted(map(repr, whole))
+
+
+def test_ends_for_several_threads_when_it_is_closed():
+    search = brenloft.Search("demo?paced")
+    events = queue.Queue()
+    threads = share(search, events.put)
+    for _ in range(8):
+        events.get(timeout=30)
+    assert all(thread.is_alive() for thread in threads)
+    search.close()
+    assert have_ended(threads)
+
+
+def test_waits_no_longer_than_it_is_told():
+    search = brenloft.Search("demo?paced", services=["1234"])
+    assert search.take(math.inf).is_listening
+    threading.Timer(0.5, search.close).start()
+    assert [search.take(nothing) for nothing in (-1, -1e300, timedelta(0))] == [None] * 3
+    with pytest.raises(brenloft.SearchEnded):
+        search.take(1e12)
 
 
 def test_may_be_closed_by_what_it_calls(tmp_path):
@@ -76,25 +127,63 @@ def test_may_be_closed_by_what_it_calls(tmp_path):
 
     search = brenloft.Search(f"capture:{recording}", on_message=close)
     is_made.set()
-    assert list(search) and "record" in lines[0]
+    list(search)
+    assert "record" in lines[0]
 
 
 def test_says_what_is_wrong_with_an_argument():
-    for wrong in (
-        lambda: brenloft.Search(pathlib.Path("x")),
-        lambda: brenloft.Search(air="x"),
-        lambda: brenloft.scan("demo", expected=[FRIDGE]),
-        lambda: brenloft.Search("demo", services="1234"),
+    air = brenloft.Air()
+    for wrong, named in (
+        (lambda: brenloft.Search(pathlib.Path("x")), "source is"),
+        (lambda: brenloft.Search(air="x"), "air is"),
+        (lambda: brenloft.Search("demo", on_message=3), "on_message is"),
+        (lambda: brenloft.scan("demo", expected=[FRIDGE]), "tells of no"),
+        (lambda: brenloft.Search("demo", services="1234"), "services is a list"),
+        (lambda: brenloft.Search("demo", expected=[None]), "each of expected is a text, not None"),
+        (lambda: brenloft.Search("demo", lost_after="3"), "lost_after is in seconds"),
+        (lambda: brenloft.beacon_id(None), "typed is a text"),
+        (lambda: air.set_radio("off"), "state is a brenloft.RadioState"),
     ):
-        with pytest.raises(TypeError, match="source is|air is|tells of no|are lists"):
+        with pytest.raises(TypeError, match=named):
             wrong()
-    with pytest.raises(ValueError, match="lost_after"):
-        brenloft.Search("demo", lost_after=float("nan"))
+    for seconds in (math.nan, 0, 0.0001, 1e10, math.inf):
+        with pytest.raises(ValueError, match="lost_after is"):
+            brenloft.Search("demo", lost_after=seconds)
+    for wrong in (lambda: brenloft.Search("demo\0"), lambda: brenloft.beacon_id(FRIDGE + "\0")):
+        with pytest.raises(ValueError, match="NUL"):
+            wrong()
+    with pytest.raises(brenloft.UnsupportedError, match="a major or minor is"):
+        brenloft.Search("demo", ibeacons=True, regions=[("51C70E2A-9B44-4D1F-8A63-2FD075E81C36", -1, None)])
     with pytest.raises(brenloft.UnsupportedError, match="its kind is not searched for"):
         brenloft.Search("demo", expected=["51C70E2A-9B44-4D1F-8A63-2FD075E81C36/1/2"])
-    with pytest.raises(FileNotFoundError, match="nowhere"):
-        next(brenloft.history("nowhere"))
     assert brenloft.decode(bytearray(22)).emergency == 0
+
+
+def test_says_nothing_more_of_a_search_that_was_never_made(monkeypatch):
+    said = []
+    monkeypatch.setattr(sys, "unraisablehook", said.append)
+    with pytest.raises(TypeError, match="lostafter"):
+        brenloft.Search("demo", lostafter=3)
+    type("Mine", (brenloft.Search,), {"__init__": lambda self: None})()
+    assert said == []
+
+
+def test_says_of_the_history_what_is_wrong(tmp_path):
+    with pytest.raises(brenloft.AbsentError, match="nowhere"):
+        next(brenloft.history("nowhere"))
+    (tmp_path / "history.sqlite").write_text("no database, but a text that is long enough to be one" * 20)
+    with pytest.raises(brenloft.Error, match="not a database"):
+        next(brenloft.history(tmp_path))
+
+
+def test_scans_with_a_word_of_a_radio_that_does_not_listen(caplog):
+    air = brenloft.Air()
+    lines = []
+    scans = [brenloft.scan(air=air, on_message=lines.append), brenloft.scan(air=air)]
+    air.set_radio(brenloft.RadioState.OFF, "blocked by rfkill")
+    air.set_radio(brenloft.RadioState.LISTENING)
+    assert [list(scan) for scan in scans] == [[], []]
+    assert lines == caplog.messages == ["the radio is off: blocked by rfkill", "the radio is listening"]
 
 
 def test_hears_only_the_ibeacons_of_a_region():

@@ -7,26 +7,20 @@
 """
 
 from ._interface import ffi as _ffi, lib as _lib
-from .events import Emergency, Event, Found, Lost, Missed, RadioChange, RadioState, Reading, Sighting
-from .history import Row, history, history_frame
-from .search import (
+from .air import Air
+from .errors import (
     AbsentError,
-    Air,
     BusyError,
     Error,
     NotPermittedError,
     OffError,
-    Region,
-    Scan,
-    Search,
     SearchEnded,
-    Source,
     UnsupportedError,
-    beacon_id,
-    decode,
-    scan,
-    sources,
 )
+from .events import Emergency, Event, Found, Lost, Missed, RadioChange, RadioState, Reading, Sighting
+from .history import Row, history, history_frame
+from .scan import Scan, scan
+from .search import Region, Search, Source, beacon_id, decode, sources
 
 #: Of the library that was loaded.
 __version__: str = _ffi.string(_lib.brenloft_version()).decode()

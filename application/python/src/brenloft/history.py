@@ -4,9 +4,12 @@ from __future__ import annotations
 
 import pathlib
 import sqlite3
+from contextlib import closing
 from datetime import datetime, timezone
 from os import PathLike
 from typing import TYPE_CHECKING, Iterator, NamedTuple
+
+from .errors import AbsentError, Error, NotPermittedError
 
 if TYPE_CHECKING:
     import pandas  # type: ignore[import]
@@ -37,6 +40,18 @@ def _seconds(instant: datetime | None) -> float | None:
     return None if instant is None else instant.timestamp()
 
 
+def _file(path: str | PathLike[str]) -> pathlib.Path:
+    file = pathlib.Path(path)
+    try:
+        if file.is_dir():
+            file = file / "history.sqlite"
+        if not file.exists():
+            raise AbsentError(f"no history there: {file}")
+    except PermissionError as error:
+        raise NotPermittedError(f"{file}: {error.strerror}") from error
+    return file
+
+
 def history(
     path: str | PathLike[str],
     *,
@@ -47,17 +62,13 @@ def history(
     """The readings in a `history.sqlite`, or in the container that holds one, in the order they were kept;
     from `since` up to but without `until`. It can be read while it is written."""
     file = pathlib.Path(path)
-    if file.is_dir():
-        file = file / "history.sqlite"
-    if not file.exists():
-        raise FileNotFoundError(f"no history there: {file}")
-    connection = sqlite3.connect(f"{file.absolute().as_uri()}?mode=ro", uri=True)
+    values = {"beacon": beacon, "since": _seconds(since), "until": _seconds(until)}
     try:
-        values = {"beacon": beacon, "since": _seconds(since), "until": _seconds(until)}
-        for seq, seconds, *rest in connection.execute(_QUERY, values):
-            yield Row(seq, datetime.fromtimestamp(seconds, timezone.utc), *rest)
-    finally:
-        connection.close()
+        with closing(sqlite3.connect(f"{_file(path).absolute().as_uri()}?mode=ro", uri=True)) as connection:
+            for seq, seconds, *rest in connection.execute(_QUERY, values):
+                yield Row(seq, datetime.fromtimestamp(seconds, timezone.utc), *rest)
+    except sqlite3.Error as error:
+        raise Error(f"{path}: {error}") from error
 
 
 def history_frame(
