@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "%s\n", brenloft_error_text());
     return 1;
   }
+  setvbuf(stdout, NULL, _IOLBF, 0); /* each line at once, also into a file or a pipe */
   fridge_alarm alarm = {.beacon = id, .notify = print};
   brenloft_event event = BRENLOFT_EVENT_INIT;
   while (brenloft_search_next(search, BRENLOFT_FOREVER, &event) == BRENLOFT_OK) {

@@ -43,7 +43,7 @@ class FridgeAlarm:
 
 
 def main(beacon: str, source: str = "auto") -> None:
-    alarm = FridgeAlarm(beacon, print)
+    alarm = FridgeAlarm(beacon, lambda line: print(line, flush=True))  # at once, also into a file or a pipe
     for event in brenloft.Search(source, expected=[beacon]):
         if isinstance(event, brenloft.RadioChange) and not event.is_listening:
             print("no radio:", event.reason, file=sys.stderr)
