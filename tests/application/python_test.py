@@ -47,6 +47,14 @@ def test_loses_who_is_expected_and_never_heard():
     assert (lost.id, lost.last_heard) == (FRIDGE, None)
 
 
+def test_loses_nobody_where_silence_may_last_for_ever():
+    air = brenloft.Air()
+    searches = [brenloft.Search(air=air, lost_after=long) for long in (math.inf, 1e300, timedelta.max)]
+    air.send(FRIDGE)
+    air.advance(timedelta(days=365))
+    assert [[type(event) for event in search][2:] for search in searches] == [[brenloft.Reading]] * 3
+
+
 def test_wakes_who_waits_for_a_search_that_is_closed():
     async def count(search):
         return sum([1 async for _ in search])
@@ -146,8 +154,8 @@ def test_says_what_is_wrong_with_an_argument():
     ):
         with pytest.raises(TypeError, match=named):
             wrong()
-    for seconds in (math.nan, 0, 0.0001, 1e10, math.inf):
-        with pytest.raises(ValueError, match="lost_after is"):
+    for seconds in (math.nan, 0, 0.0001, -math.inf):
+        with pytest.raises(brenloft.UnsupportedError, match="lost_after is|loses a beacon"):
             brenloft.Search("demo", lost_after=seconds)
     for wrong in (lambda: brenloft.Search("demo\0"), lambda: brenloft.beacon_id(FRIDGE + "\0")):
         with pytest.raises(ValueError, match="NUL"):

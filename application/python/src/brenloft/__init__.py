@@ -8,15 +8,7 @@
 
 from ._interface import ffi as _ffi, lib as _lib
 from .air import Air
-from .errors import (
-    AbsentError,
-    BusyError,
-    Error,
-    NotPermittedError,
-    OffError,
-    SearchEnded,
-    UnsupportedError,
-)
+from .errors import AbsentError, BusyError, Error, NotPermittedError, OffError, SearchEnded, UnsupportedError
 from .events import Emergency, Event, Found, Lost, Missed, RadioChange, RadioState, Reading, Sighting
 from .history import Row, history, history_frame
 from .scan import Scan, scan

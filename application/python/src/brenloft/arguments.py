@@ -9,7 +9,7 @@ from typing import Any, Iterable
 from ._interface import ffi
 from .errors import UnsupportedError
 
-_LONGEST = 9e9  # seconds: the library counts nanoseconds in 64 bits
+_FOREVER = 2**63 - 1
 
 
 def octets(name: str, text: Any) -> bytes:
@@ -38,8 +38,6 @@ def seconds(name: str, value: Any) -> float:
     return float(value)
 
 
-def milliseconds(name: str, value: Any, least: int = 0) -> int:
-    length = seconds(name, value)
-    if not -_LONGEST <= length <= _LONGEST or round(length * 1000) < least:
-        raise UnsupportedError(f"{name} is in seconds, from {least / 1000:g} to {_LONGEST:g}, not {length:g}")
-    return round(length * 1000)
+def milliseconds(name: str, value: Any) -> int:
+    """Held at the ends of what the interface can say: the longest is for ever."""
+    return round(max(-_FOREVER, min(seconds(name, value) * 1000, _FOREVER)))

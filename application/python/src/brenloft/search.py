@@ -78,7 +78,7 @@ class Search:
 
     A recording or the demonstration waits for who takes its events; of a radio, those that nobody takes are
     dropped beyond 4,096, the oldest first, and counted. `on_message` takes lines for people, on any thread, also
-    before the search is made.
+    before the search is made. With `lost_after=math.inf` no beacon is ever lost.
 
     Several threads or tasks may share a search: each event goes to one of them, and when it ends, it ends for all.
     `on_message` and the handler of a signal may call `close`, and nothing else of it.
@@ -136,7 +136,7 @@ class Search:
                 "service_count": len(wanted),
                 "regions": places,
                 "region_count": len(parts),
-                "lost_after_ms": milliseconds("lost_after", lost_after, least=1),
+                "lost_after_ms": milliseconds("lost_after", lost_after),
                 "record": file,
                 "on_message": lib.brenloft_python_message if on_message else ffi.NULL,
                 "user_data": self._message,
