@@ -1,5 +1,6 @@
 #include "application/cpp/Air.h"
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -71,7 +72,8 @@ void Air::sendPacket(const SimulatedAdvertisement& packet) {
 int Air::repeatPacket(SimulatedAdvertisement packet, std::chrono::milliseconds interval) {
   if (interval <= interval.zero()) throw std::invalid_argument("an interval is longer than nothing");
   clock_->runDue();
-  const int number = radio_->startAdvertising(std::move(packet), interval);
+  const int number = radio_->startAdvertising(std::move(packet),
+                                              std::min<std::chrono::milliseconds>(interval, kLongestStep));
   clock_->runDue();
   return number;
 }

@@ -189,7 +189,8 @@ struct Settings {
   /// so long. To compare such a text with an event's id, ask `beaconId` for its form first. An iBeacon can
   /// only be expected where `iBeacons` are searched for, a sensor where `sensors` are.
   std::vector<std::string> expected{};
-  /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none.
+  /// A file that gets everything heard, to be heard again with `capture:FILE`; "": none. It has all of it
+  /// once the search has ended or was stopped.
   std::string record{};
   /// Takes lines for people: what `auto` chose, what is wrong with a record of a capture. Any thread.
   std::function<void(std::string_view line)> onMessage{};

@@ -88,6 +88,7 @@ TEST(ModernSearch, TakesTheLongestTimesForNever) {
   for (int i = 0; i < 2; ++i) air->advance(std::chrono::days(36'500));
   EXPECT_THAT(wordsOf(*search), testing::ElementsAre("on", "found", "reading 4.250000"));
   EXPECT_THROW(air->advance(std::chrono::microseconds::max()), std::invalid_argument);
+  air->repeat(kFridge, ever);
 
   auto live = Search::start({.source = "demo?paced"});
   ASSERT_TRUE(live) << live.error().text;
@@ -268,7 +269,8 @@ TEST(ModernSearch, ThrowsTheReasonWhereThereIsNoSearch) {
 
 TEST(ModernSearch, PullsAWholeSourceAndItsRecording) {
   const std::string file = testing::TempDir() + "modern.btsnoop";
-  const auto readingsOf = [](Settings settings) {
+  std::vector<Search> ended;
+  const auto readingsOf = [&](Settings settings) {
     auto search = Search::start(std::move(settings));
     EXPECT_TRUE(search);
     std::vector<Reading> readings;
@@ -279,6 +281,7 @@ TEST(ModernSearch, PullsAWholeSourceAndItsRecording) {
         readings.push_back(*event->reading());
     }
     EXPECT_FALSE(search->next());
+    ended.push_back(*std::move(search));  // what was recorded can be read before the search goes
     return readings;
   };
   const auto heard = readingsOf({.source = "demo", .record = file});

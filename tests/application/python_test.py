@@ -178,7 +178,11 @@ def test_says_nothing_more_of_a_search_that_was_never_made(monkeypatch):
 
 def test_says_of_the_history_what_is_wrong(tmp_path):
     with pytest.raises(brenloft.AbsentError, match="nowhere"):
-        next(brenloft.history("nowhere"))
+        brenloft.history("nowhere")
+    with pytest.raises(TypeError, match="since"):
+        brenloft.history(tmp_path, since="2026-01-01")
+    with pytest.raises(brenloft.UnsupportedError, match="fridge"):
+        brenloft.history(tmp_path, beacon="fridge")
     (tmp_path / "history.sqlite").write_text("no database, but a text that is long enough to be one" * 20)
     with pytest.raises(brenloft.Error, match="not a database"):
         next(brenloft.history(tmp_path))
@@ -298,4 +302,10 @@ def test_reads_the_history_as_rows():
     middle = rows[len(rows) // 2]
     some = list(brenloft.history(os.environ["BRENLOFT_KEPT"], beacon=middle.beacon, since=middle.time))
     assert some and all(row.beacon == middle.beacon and row.time >= middle.time for row in some)
+    typed = middle.beacon.lower().replace("-", ":")
+    assert some == list(brenloft.history(os.environ["BRENLOFT_KEPT"], beacon=typed, since=middle.time))
+    # Each row's own time leads to it.
+    for at in {row.time for row in rows}:
+        until = list(brenloft.history(os.environ["BRENLOFT_KEPT"], until=at))
+        assert until == [row for row in rows if row.time < at]
     assert all(math.isfinite(row.temperature_celsius) for row in some)

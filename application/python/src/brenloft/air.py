@@ -6,7 +6,7 @@ from datetime import timedelta
 from typing import Any
 
 from ._interface import ffi, lib
-from .arguments import milliseconds, octets
+from .arguments import milliseconds, octets, part
 from .errors import UnsupportedError, check
 from .events import RadioState
 from .layout import NO_RSSI, new_event
@@ -75,8 +75,8 @@ class Air:
         event = new_event(
             kind=lib.BRENLOFT_SIGHTING,
             uuid=octets("uuid", uuid),
-            major=major,
-            minor=minor,
+            major=part(major),
+            minor=part(minor),
             measured_power_dbm=-59,
             rssi_dbm=NO_RSSI if rssi_dbm is None else rssi_dbm,
         )

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from datetime import timedelta
+from math import inf
 from numbers import Real
 from typing import Any, Iterable
 
@@ -35,9 +36,19 @@ def seconds(name: str, value: Any) -> float:
         raise TypeError(f"{name} is in seconds, or a timedelta, not {value!r}")
     if value != value:
         raise UnsupportedError(f"{name} is in seconds, not {value}")
-    return float(value)
+    try:
+        return float(value)
+    except OverflowError:  # of an int, which has no bounds
+        return inf if int(value) > 0 else -inf
 
 
 def milliseconds(name: str, value: Any) -> int:
     """Held at the ends of what the interface can say: the longest is for ever."""
     return round(max(-_FOREVER, min(seconds(name, value) * 1000, _FOREVER)))
+
+
+def part(number: Any) -> int:
+    """A major or minor."""
+    if not isinstance(number, int) or not 0 <= number <= 65_535:
+        raise UnsupportedError(f"a major or minor is 0 to 65535: {number!r}")
+    return number

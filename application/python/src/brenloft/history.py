@@ -5,11 +5,12 @@ from __future__ import annotations
 import pathlib
 import sqlite3
 from contextlib import closing
-from datetime import datetime, timezone
+from datetime import datetime, timedelta, timezone
 from os import PathLike
-from typing import TYPE_CHECKING, Iterator, NamedTuple
+from typing import TYPE_CHECKING, Any, Iterator, NamedTuple
 
 from .errors import AbsentError, Error, NotPermittedError
+from .search import beacon_id
 
 if TYPE_CHECKING:
     import pandas  # type: ignore[import]
@@ -28,16 +29,24 @@ class Row(NamedTuple):
     emergency: int | None
 
 
+# In whole microseconds, as they were kept and as a datetime has them.
 _QUERY = """
-SELECT seq, seconds, beacon, rssi, temperature, humidity, battery, emergency FROM readings
-WHERE (:beacon IS NULL OR beacon = :beacon) AND (:since IS NULL OR seconds >= :since)
-  AND (:until IS NULL OR seconds < :until)
+SELECT seq, CAST(round(seconds * 1e6) AS INTEGER) AS at, beacon, rssi, temperature, humidity, battery, emergency FROM readings
+WHERE (:beacon IS NULL OR beacon = :beacon) AND (:since IS NULL OR at >= :since)
+  AND (:until IS NULL OR at < :until)
 ORDER BY seq
 """
 
 
-def _seconds(instant: datetime | None) -> float | None:
-    return None if instant is None else instant.timestamp()
+_EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
+
+
+def _microseconds(name: str, instant: datetime | None) -> int | None:
+    if instant is None:
+        return None
+    if not isinstance(instant, datetime):
+        raise TypeError(f"{name} is a datetime, not {instant!r}")
+    return (instant.astimezone(timezone.utc) - _EPOCH) // timedelta(microseconds=1)
 
 
 def _file(path: str | PathLike[str]) -> pathlib.Path:
@@ -60,15 +69,23 @@ def history(
     until: datetime | None = None,
 ) -> Iterator[Row]:
     """The readings in a `history.sqlite`, or in the container that holds one, in the order they were kept;
-    from `since` up to but without `until`. It can be read while it is written."""
-    file = pathlib.Path(path)
-    values = {"beacon": beacon, "since": _seconds(since), "until": _seconds(until)}
+    from `since` up to but without `until`, of all beacons or of one, by its id as a person types it. It can be
+    read while it is written."""
+    values = {
+        "beacon": None if beacon is None else beacon_id(beacon),
+        "since": _microseconds("since", since),
+        "until": _microseconds("until", until),
+    }
+    return _rows(_file(path), values)
+
+
+def _rows(file: pathlib.Path, values: dict[str, Any]) -> Iterator[Row]:
     try:
-        with closing(sqlite3.connect(f"{_file(path).absolute().as_uri()}?mode=ro", uri=True)) as connection:
-            for seq, seconds, *rest in connection.execute(_QUERY, values):
-                yield Row(seq, datetime.fromtimestamp(seconds, timezone.utc), *rest)
+        with closing(sqlite3.connect(f"{file.absolute().as_uri()}?mode=ro", uri=True)) as connection:
+            for seq, at, *rest in connection.execute(_QUERY, values):
+                yield Row(seq, _EPOCH + timedelta(microseconds=at), *rest)
     except sqlite3.Error as error:
-        raise Error(f"{path}: {error}") from error
+        raise Error(f"{file}: {error}") from error
 
 
 def history_frame(

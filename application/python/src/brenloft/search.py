@@ -16,8 +16,8 @@ from typing import Any, Callable, Iterable, Iterator, NamedTuple
 
 from ._interface import ffi, lib
 from .air import Air
-from .arguments import milliseconds, octets, seconds, text_list
-from .errors import SearchEnded, UnsupportedError, check
+from .arguments import milliseconds, octets, part, seconds, text_list
+from .errors import SearchEnded, check
 from .events import Event, Reading
 from .layout import LAYOUT, event_of, new_event
 
@@ -57,9 +57,7 @@ def brenloft_python_message(user_data: Any, line: Any) -> None:
 
 
 def _part(number: int | None) -> int:
-    if number is not None and number < 0:
-        raise UnsupportedError(f"a major or minor is 0 to 65535: {number}")
-    return -1 if number is None else number
+    return -1 if number is None else part(number)
 
 
 def _places(regions: Any, uuids: list[Any]) -> Any:
