@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "gateway/web/EventRing.h"
 
@@ -36,6 +37,8 @@ class EventStream {
   void missed(std::string text, int64_t through);
   /// Something without a number, unless it has something to say anyway.
   void say(const std::string& text);
+  /// Something without a number that it has to say, as soon as it has said what it is at; the newest only.
+  void tell(std::shared_ptr<const std::string> notice) { notice_ = std::move(notice); }
   void end() { isEnded_ = true; }
 
  private:
@@ -50,6 +53,7 @@ class EventStream {
   bool isEnded_ = false;
   std::shared_ptr<const std::string> text_;
   std::size_t offset_ = 0;
+  std::shared_ptr<const std::string> notice_;
 };
 
 }  // namespace brenloft::web

@@ -115,6 +115,13 @@ class HttpServer::Core {
     }
   }
 
+  void tellStreams(std::string text) {
+    const auto notice = std::make_shared<const std::string>(std::move(text));
+    for (auto& [number, exchange] : exchanges_)
+      if (exchange->stream) exchange->stream->tell(notice);
+    wakeStreams({});
+  }
+
   Census census() const { return {peers_.size(), streams_, refused_}; }
 
  private:
@@ -365,6 +372,9 @@ void HttpServer::answer(uint64_t number, Answer answer) {
 }
 void HttpServer::wakeStreams(const std::string& heartbeat) {
   core_->wakeStreams(heartbeat);
+}
+void HttpServer::tellStreams(std::string notice) {
+  core_->tellStreams(std::move(notice));
 }
 HttpServer::Census HttpServer::census() const {
   return core_->census();

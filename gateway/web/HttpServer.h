@@ -59,6 +59,8 @@ class HttpServer {
   /// Streams may have something new to say; `heartbeat`, where it is not empty, is said by those that have
   /// not.
   void wakeStreams(const std::string& heartbeat = {});
+  /// Every stream says this, also one that is busy now; of several, the newest.
+  void tellStreams(std::string notice);
   Census census() const;
 
  private:

@@ -153,7 +153,7 @@ class PageServer::Run {
   // The history itself says nothing when its writer is killed.
   void lookForWriter() {
     if (const bool is = isWritten(); is != std::exchange(isWritten_, is))
-      http_->wakeStreams(fmt::format("event: writer\ndata: {}\n\n", is));
+      http_->tellStreams(fmt::format("event: writer\ndata: {}\n\n", is));
   }
 
   // Whether there is something new.

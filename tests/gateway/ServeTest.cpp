@@ -103,6 +103,10 @@ TEST(EventStream, GivesEachEventOnceAndLeavesWhoIsTooSlow) {
   EXPECT_EQ(readAll(late), "4 9 ");
   late.missed("10 11 12", 12);
   EXPECT_EQ(readAll(late), "10 11 1213 ") << "then what the ring has, none of it twice";
+  EventStream busy(ring, 13, "hello ", ask);
+  busy.say("heartbeat ");
+  busy.tell(std::make_shared<const std::string>("notice "));
+  EXPECT_EQ(readAll(busy), "hello notice ") << "who has something to say needs no heartbeat";
   for (int64_t seq = 14; seq < 14 + static_cast<int64_t>(EventRing::kMostEvents); ++seq) ring->add(seq, "x");
   EXPECT_EQ(now.state(), EventStream::State::ready) << "just in time";
   ring->add(100'000, "x");
