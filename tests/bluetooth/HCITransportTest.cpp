@@ -15,6 +15,7 @@
 #include "platform/bluetooth/hci/HCIAdapters.h"
 #include "platform/bluetooth/hci/HCIPackets.h"
 #include "platform/bluetooth/hci/HCISource.h"
+#include "platform/bluetooth/hci/ReadPause.h"
 #include "platform/dispatch/RealTimeDispatch.h"
 #include "platform/foundation/Hex.h"
 #include "tests/support/ControllerModel.h"
@@ -179,6 +180,39 @@ TEST_F(HCITransportTest, WithoutAnAdapterItSaysWhy) {
     EXPECT_EQ(states[0].state, CBManagerState::unsupported);
     EXPECT_EQ(states[0].reason, adapters.error().text);
   }
+}
+
+TEST(HCITransportPauseTest, LeavesOnlyABusyLineAloneAndNeverACommand) {
+  ReadPause pause;
+  const auto readQuickly = [&](int count) {
+    for (int i = 0; i < count; ++i) pause.wasRead();
+  };
+  EXPECT_FALSE(pause.isTimed());  // an idle line wakes nobody
+  readQuickly(ReadPause::kBusyReads - 1);
+  EXPECT_FALSE(pause.isPaused());
+  EXPECT_TRUE(pause.isTimed());
+  readQuickly(1);
+  EXPECT_TRUE(pause.isPaused());
+
+  // It stays busy: after each pause one read leads to the next, unless that leaves some of a flood behind.
+  pause.timedOut();
+  EXPECT_FALSE(pause.isPaused());
+  pause.wasRead(true);
+  EXPECT_FALSE(pause.isPaused());
+  readQuickly(1);
+  EXPECT_TRUE(pause.isPaused());
+
+  pause.wasWritten();
+  EXPECT_FALSE(pause.isPaused());
+  readQuickly(ReadPause::kBusyReads);
+  EXPECT_TRUE(pause.isPaused());
+
+  // Two waits without a read: the pause, and the silence behind it.
+  pause.timedOut();
+  pause.timedOut();
+  EXPECT_FALSE(pause.isTimed());
+  readQuickly(1);
+  EXPECT_FALSE(pause.isPaused());
 }
 
 const BluetoothAddress kAddress = BluetoothAddress::fromText("C0:00:00:00:00:01").value();

@@ -132,12 +132,14 @@ void DescriptorTransport::run() {
 /// Until the line breaks, which it returns, or `close` is called.
 std::optional<Error> DescriptorTransport::serve() {
   while (true) {
-    const auto wanted = static_cast<short>((mayRead() ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
+    const bool mayReadNow = mayRead() && !pause_.isPaused();
+    const auto wanted = static_cast<short>((mayReadNow ? POLLIN : 0) | (hasToWrite() ? POLLOUT : 0));
     std::array<pollfd, 2> polled{
         {{wanted != 0 ? line_.descriptor.get() : -1, wanted, 0}, {wakeUp_.get(), POLLIN, 0}}};
-    const int rc =
-        ::poll(polled.data(), polled.size(), line_.check ? static_cast<int>(kCheckInterval.count()) : -1);
+    const bool wasTimed = pause_.isTimed();
+    const int rc = ::poll(polled.data(), polled.size(), longestWait());
     if (rc < 0 && errno != EINTR) return errorOf(errno, line_.opened.description);
+    if (rc == 0 && wasTimed) pause_.timedOut();
     if (polled[1].revents != 0) {
       uint64_t count = 0;
       (void)!::read(wakeUp_.get(), &count, sizeof count);
@@ -146,9 +148,14 @@ std::optional<Error> DescriptorTransport::serve() {
     auto closed = writeWaiting();
     if (isLast) return std::nullopt;
     if (!closed && (polled[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && mayRead()) closed = readOnce();
-    if (line_.check && (closed || rc == 0)) closed = line_.check(std::move(closed));
+    if (line_.check && (closed || (rc == 0 && !wasTimed))) closed = line_.check(std::move(closed));
     if (closed) return closed;
   }
+}
+
+int DescriptorTransport::longestWait() const {
+  if (pause_.isTimed()) return static_cast<int>(ReadPause::kLength.count());
+  return line_.check ? static_cast<int>(kCheckInterval.count()) : -1;
 }
 
 bool DescriptorTransport::mayRead() {
@@ -173,6 +180,7 @@ std::optional<Error> DescriptorTransport::readOnce() {
 std::optional<Error> DescriptorTransport::readStream() {
   const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), buffer_.size());
   if (count > 0) {
+    pause_.wasRead(static_cast<std::size_t>(count) == buffer_.size());
     deliver(toData(DataView(buffer_).first(static_cast<std::size_t>(count))));
     return std::nullopt;
   }
@@ -200,7 +208,10 @@ std::optional<Error> DescriptorTransport::readPackets() {
       handlers_.onFault("a packet of " + std::to_string(count) + " octets that says another length");
     }
   }
-  if (!collected.empty()) deliver(std::move(collected));
+  if (!collected.empty()) {
+    pause_.wasRead(collected.size() + kLargestPacket > kChunk);
+    deliver(std::move(collected));
+  }
   return closed;
 }
 
@@ -221,6 +232,7 @@ std::optional<Error> DescriptorTransport::writeWaiting() {
       packet = std::move(outgoing_.front());
       outgoing_.pop_front();
     }
+    pause_.wasWritten();
     const ssize_t count = writeQuietly(line_.descriptor.get(), packet);
     if (count < 0 && !isTransient(errno)) return errorOf(errno, line_.opened.description);
     const std::size_t done = count < 0 ? 0 : static_cast<std::size_t>(count);

@@ -10,6 +10,7 @@
 
 #include "platform/bluetooth/hci/FileDescriptor.h"
 #include "platform/bluetooth/hci/HCITransport.h"
+#include "platform/bluetooth/hci/ReadPause.h"
 
 namespace platform::hci {
 
@@ -47,6 +48,7 @@ class DescriptorTransport : public HCITransport {
   std::optional<Error> readPackets();
   std::optional<Error> readStream();
   std::optional<Error> writeWaiting();
+  int longestWait() const;
   bool mayRead();
   bool hasToWrite();
   bool isStopping();
@@ -56,7 +58,9 @@ class DescriptorTransport : public HCITransport {
   Opener opener_;
   Handlers handlers_;
   Line line_;
-  Data buffer_;  ///< of the thread
+  // Of the thread:
+  Data buffer_;
+  ReadPause pause_;
   FileDescriptor wakeUp_;
   std::thread thread_;
 
