@@ -30,6 +30,14 @@ quietly() {
   "$@" >"$log" 2>&1 </dev/null || { cat "$log" >&2; say "failed: $*"; return 1; }
 }
 
+configure_preset() {
+  quietly "$1-configure" cmake --preset "$1" ${configure:+"$configure"}
+  # In a folder of another compiler CMake empties its cache, and goes on without what the preset says.
+  if grep -q 'require your cache to be deleted' "build/$1-configure.log"; then
+    quietly "$1-configure" cmake --preset "$1" ${configure:+"$configure"}
+  fi
+}
+
 # build PRESET [TARGET...]: configures when needed, then builds what changed. Extra configure options: $configure.
 build() {
   local preset="$1" target=() name
@@ -38,8 +46,7 @@ build() {
   if command -v ccache >/dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
   (
     mkdir -p "$root/build" && cd "$root" && exec 9>"build/$preset.lock" && flock 9
-    [[ -f build/$preset/build.ninja && -z ${configure:-} ]] ||
-      quietly "$preset-configure" cmake --preset "$preset" ${configure:+"$configure"} 9>&-
+    [[ -f build/$preset/build.ninja && -z ${configure:-} ]] || configure_preset "$preset" 9>&-
     quietly "$preset-build" cmake --build --preset "$preset" "${target[@]}" 9>&-
   )
 }
