@@ -25,11 +25,11 @@ void finish(const platform::Result<>& result) {
   if (!result) throw Failure(ExitStatus::failed, result.error().text);
 }
 
-// A follower on a thread of its own, for as long as the object lives.
+// A follower on a thread of its own, for as long as the object lives. Where it fails, the search beside it
+// ends.
 class FollowingThread {
  public:
-  explicit FollowingThread(const Follower& follower)
-      : follower_(follower), thread_([this] { result_ = follower_.run(); }) {}
+  explicit FollowingThread(const Follower& follower) : follower_(follower), thread_([this] { run(); }) {}
   ~FollowingThread() { end(); }
   FollowingThread(const FollowingThread&) = delete;
   FollowingThread& operator=(const FollowingThread&) = delete;
@@ -41,6 +41,11 @@ class FollowingThread {
   }
 
  private:
+  void run() {
+    result_ = follower_.run();
+    if (!result_) StopSignals::raise();
+  }
+
   const Follower& follower_;
   platform::Result<> result_;
   std::thread thread_;

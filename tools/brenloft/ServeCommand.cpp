@@ -1,5 +1,6 @@
 #include "tools/brenloft/ServeCommand.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <system_error>
@@ -42,7 +43,10 @@ class DemoFolder {
  public:
   explicit DemoFolder(bool isWanted) {
     std::string name = (std::filesystem::temp_directory_path() / "brenloft-demo-XXXXXX").string();
-    if (isWanted && ::mkdtemp(name.data()) != nullptr) path_ = name;
+    if (!isWanted) return;
+    if (::mkdtemp(name.data()) == nullptr)
+      throw Failure(ExitStatus::failed, name + ": " + std::generic_category().message(errno));
+    path_ = name;
   }
   ~DemoFolder() {
     std::error_code error;

@@ -38,6 +38,10 @@ void StopSignals::leaveToOthers() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
+void StopSignals::raise() {
+  ::kill(::getpid(), SIGTERM);
+}
+
 StopSignals::StopSignals() : hadTerminal_(hasTerminal()), end_(::eventfd(0, EFD_CLOEXEC)) {
   leaveToOthers();
   const sigset_t set = stopSignals();

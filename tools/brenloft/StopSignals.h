@@ -23,6 +23,8 @@ class StopSignals {
   /// what it uses must outlive this object. `onHangUp`, where there is one, is called for each SIGHUP that
   /// somebody sent.
   void watch(std::function<void()> onStop, std::function<void()> onHangUp = {});
+  /// Asks for the stop as a signal does. Threads: any.
+  static void raise();
   /// Whether the stop was asked for. Threads: any.
   static bool isStopped() { return stopped_; }
   /// Whether that was most of a second ago, so that nobody is waited for any more; told while an object is
