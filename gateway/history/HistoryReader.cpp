@@ -239,6 +239,42 @@ Result<std::vector<KeptState>> HistoryReader::states() {
   });
 }
 
+Result<std::optional<platform::Date>> HistoryReader::newestBefore(platform::Date instant) {
+  return core_->ask<std::optional<platform::Date>>([&](SQLiteDatabase& database) {
+    const std::string tail = " WHERE seq > coalesce((SELECT max(last_seq) FROM round), 0) AND heard < ?1";
+    // Only the rounds about the instant have to be looked into.
+    auto newest = database.prepare(
+        "SELECT max(heard) FROM (SELECT until AS heard FROM round WHERE until < ?1 UNION ALL "
+        "SELECT heard FROM round CROSS JOIN reading ON seq BETWEEN first_seq AND last_seq "
+        "WHERE since < ?1 AND until >= ?1 AND heard < ?1 UNION ALL "
+        "SELECT heard FROM round CROSS JOIN event ON seq BETWEEN first_seq AND last_seq "
+        "WHERE since < ?1 AND until >= ?1 AND heard < ?1 UNION ALL "
+        "SELECT heard FROM reading" +
+        tail + " UNION ALL SELECT heard FROM event" + tail + ") HAVING count(*) > 0");
+    newest.bind(1, history::heldTicksOf(instant));
+    return newest.step() ? std::optional(history::dateOf(newest.integerAt(0))) : std::nullopt;
+  });
+}
+
+Result<std::optional<std::string>> HistoryReader::radioState() {
+  return core_->ask<std::optional<std::string>>([](SQLiteDatabase& database) {
+    auto event = database.prepare("SELECT text FROM event WHERE kind = ? ORDER BY seq DESC LIMIT 1");
+    event.bind(1, static_cast<int64_t>(BeaconEvent::Kind::radio));
+    return event.step() ? std::optional(event.textAt(0)) : std::nullopt;
+  });
+}
+
+Result<std::optional<HistoryRow>> HistoryReader::firstRadioEvent(platform::Date since) {
+  return core_->ask<std::optional<HistoryRow>>([&](SQLiteDatabase& database) -> std::optional<HistoryRow> {
+    auto event = database.prepare(std::string("SELECT ") + ReadStep::kEventColumns +
+                                  " FROM event WHERE kind = ?1 AND heard >= ?2 ORDER BY seq LIMIT 1");
+    event.bind(1, static_cast<int64_t>(BeaconEvent::Kind::radio));
+    event.bind(2, history::heldTicksOf(since));
+    if (!event.step()) return std::nullopt;
+    return core_->step.eventAt(event);
+  });
+}
+
 Result<HistorySpan> HistoryReader::extent() {
   return core_->ask<HistorySpan>([](SQLiteDatabase& database) {
     const std::string tail = " WHERE seq > coalesce((SELECT max(last_seq) FROM round), 0)";

@@ -96,6 +96,8 @@ class HistoryReader {
   /// then. By the time of hearing, whatever the order of writing. Those that have none are left out.
   platform::Result<std::vector<HistoryBeacon>> latestAt(const std::vector<BeaconId>& beacons,
                                                         platform::Date instant);
+  /// When the newest row before an instant was heard.
+  platform::Result<std::optional<platform::Date>> newestBefore(platform::Date instant);
   /// Rows after a number, in order; at most `limit`, and fewer, or none, where it had to look at many others.
   platform::Result<HistoryPage> rows(int64_t after, const HistoryFilter& filter, std::size_t limit);
   /// A quantity of a beacon in pieces of a width, in whole seconds, that begin at its multiples since 1970;
@@ -110,6 +112,10 @@ class HistoryReader {
   /// Those of one in so many points at most.
   platform::Result<std::vector<HistoryPoint>> series(const BeaconId& beacon, Quantity quantity,
                                                      HistorySpan span, std::size_t points);
+  /// What the newest event of the radio says; nothing where there is none.
+  platform::Result<std::optional<std::string>> radioState();
+  /// The first event of the radio, in their order, at an instant or later.
+  platform::Result<std::optional<HistoryRow>> firstRadioEvent(platform::Date since);
   /// What was kept with events, by owner and subject.
   platform::Result<std::vector<KeptState>> states();
 

@@ -27,15 +27,22 @@ bool isFresh(const Reading& reading, const GapLearner& gaps, const BeaconSetting
 
 }  // namespace
 
-void MetricsBook::restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons) {
+void MetricsBook::restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons,
+                          const std::optional<std::string>& radioState) {
+  isListening_ = !radioState || radioState->starts_with(kRadioListens);
   std::set<BeaconId> present;
-  for (const KeptState& state : states)
-    if (const auto beacon = BeaconId::fromText(state.subject))
-      if (state.owner == BeaconBook::kOwner && BeaconBook::isPresentIn(state)) present.insert(*beacon);
+  std::set<BeaconId> raised;
+  for (const KeptState& state : states) {
+    const auto beacon = BeaconId::fromText(state.subject);
+    if (beacon && state.owner == BeaconBook::kOwner && BeaconBook::isPresentIn(state))
+      present.insert(*beacon);
+    if (beacon && AlarmBook::raisedIn(state)) raised.insert(*beacon);
+  }
   const auto settings = settings_();
   for (const HistoryBeacon& one : beacons) {
     const bool isPresent = present.contains(one.beacon);
-    if (!one.latest || (!isPresent && settings->beacon(one.beacon) == nullptr)) continue;
+    const bool isTold = isPresent || raised.contains(one.beacon) || settings->beacon(one.beacon) != nullptr;
+    if (!one.latest || !isTold) continue;
     const auto& reading = std::get<Reading>(one.latest->record);
     Entry* entry = entryOf(one.beacon, reading.heard);
     if (entry == nullptr) continue;
@@ -44,7 +51,9 @@ void MetricsBook::restore(const std::vector<KeptState>& states, const std::vecto
   }
   for (const KeptState& state : states) {
     const auto beacon = BeaconId::fromText(state.subject);
-    Entry* entry = beacon ? find(*beacon) : nullptr;
+    if (!beacon) continue;
+    // An alarm of its silence is raised also where it was never heard.
+    Entry* entry = settings->beacon(*beacon) != nullptr ? entryOf(*beacon, {}) : find(*beacon);
     if (entry == nullptr) continue;
     if (state.owner == BeaconBook::kOwner) {
       // Of a history that is thinned, one reading tells less than what was learned from each.
@@ -109,23 +118,25 @@ void MetricsBook::take(const BeaconEvent& event) {
       for (auto& [beacon, entry] : entries_) entry.gaps.radioPaused();
   }
   if (!event.beacon) return;
-  // Found comes before the first reading, all else behind one.
-  Entry* entry = event.kind == Kind::found ? entryOf(*event.beacon, event.heard) : find(*event.beacon);
+  // Found comes before the first reading, and the alarm of a silence without any; all else behind one.
+  const bool mayBeFirst = event.kind == Kind::found || event.kind == Kind::alarmRaised;
+  Entry* entry = mayBeFirst ? entryOf(*event.beacon, event.heard) : find(*event.beacon);
   if (entry == nullptr) return;
   if (event.kind == Kind::found || event.kind == Kind::lost) entry->isPresent = event.kind == Kind::found;
   if (event.kind == Kind::alarmRaised) entry->raised.insert(event.text);
   if (event.kind == Kind::alarmCleared) entry->raised.erase(event.text);
 }
 
-MetricsSnapshot MetricsBook::snapshot(platform::Date now, bool isWritten) const {
-  const bool isListening = isListening_ && isWritten;
-  MetricsSnapshot snapshot{.made = now, .isListening = isListening, .omittedReadings = omittedReadings_};
+MetricsSnapshot MetricsBook::snapshot(platform::Date now, std::optional<bool> isWritten) const {
+  MetricsSnapshot snapshot{.made = now,
+                           .isListening = isListening_ && isWritten.value_or(true),
+                           .omittedReadings = omittedReadings_};
   const auto settings = settings_();
   for (const auto& [beacon, known] : settings->beacons)
     if (!known.ignore && !entries_.contains(beacon))
-      snapshot.beacons.push_back(metricsOf(beacon, nullptr, *settings, now, isListening));
+      snapshot.beacons.push_back(metricsOf(beacon, nullptr, *settings, now, isWritten));
   for (const auto& [beacon, entry] : entries_) {
-    BeaconMetrics metrics = metricsOf(beacon, &entry, *settings, now, isListening);
+    BeaconMetrics metrics = metricsOf(beacon, &entry, *settings, now, isWritten);
     if (metrics.isPresent.value_or(false) || !entry.raised.empty() || settings->beacon(beacon) != nullptr)
       snapshot.beacons.push_back(std::move(metrics));
   }
@@ -134,7 +145,7 @@ MetricsSnapshot MetricsBook::snapshot(platform::Date now, bool isWritten) const 
 }
 
 BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
-                                     platform::Date now, bool isListening) const {
+                                     platform::Date now, std::optional<bool> isWritten) const {
   BeaconMetrics metrics{.beacon = beacon, .label = settings.labelOf(beacon)};
   for (const AlarmRule& rule : settings.alarms)
     if (AlarmBook::concerns(rule, beacon, settings.beacon(beacon)))
@@ -147,11 +158,11 @@ BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry,
     metrics.heard = entry->reading->heard;
   }
   // Who should have been heard long ago and was never lost: nobody listens any more.
-  const bool isTrue =
-      !isPresent || (isHeard && isFresh(*entry->reading, entry->gaps, settings.beacon(beacon), now));
-  if (!isListening || !isTrue) return metrics;
+  const bool isTrue = !isPresent || isWritten.value_or(false) ||
+                      (isHeard && isFresh(*entry->reading, entry->gaps, settings.beacon(beacon), now));
+  if (!isListening_ || !isWritten.value_or(true) || !isTrue) return metrics;
   metrics.isPresent = isPresent;
-  if (isPresent) {
+  if (isPresent && isHeard) {
     metrics.shown = entry->reading->shown;
     metrics.rssi = entry->reading->rssi;
   }

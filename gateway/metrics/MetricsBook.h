@@ -27,9 +27,10 @@ namespace brenloft {
 /// every one is a series that somebody keeps for years. A place is free again once its beacon was silent for
 /// a day. The readings of the others are counted.
 ///
-/// Values are told while their beacon is there and they are fresh: for three of its usual gaps or as long as
-/// its silence may last, and a minute at least; and while the radio listens. When they are not, the presence
-/// is not known either: a history goes on saying that a beacon is there when its writer was killed.
+/// Values are told while their beacon is there and the radio listens. Where it is not known whether anybody
+/// would tell its loss, they must also be fresh: for three of its usual gaps or as long as its silence may
+/// last, and a minute at least. When they are not, the presence is not known either: a history goes on saying
+/// that a beacon is there when its writer was killed.
 ///
 /// Threads: one call at a time.
 class MetricsBook final : public Sink {
@@ -40,15 +41,17 @@ class MetricsBook final : public Sink {
   using CurrentSettings = std::function<std::shared_ptr<const Settings>()>;
   explicit MetricsBook(CurrentSettings settings) : settings_(std::move(settings)) {}
 
-  /// What a history knew before the first record.
-  void restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons);
+  /// What a history knew before the first record. `radioState` is what its newest event of the radio says.
+  void restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons,
+               const std::optional<std::string>& radioState = std::nullopt);
   void accept(const Record& record) override;
   void flush() override {}
   State state() const override { return {}; }
 
-  /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens. Where the
-  /// records come out of a history that no process writes any more, nothing listens.
-  MetricsSnapshot snapshot(platform::Date now, bool isWritten = true) const;
+  /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens. `isWritten`
+  /// is of a history that the records come out of: where no process writes it any more, nothing listens;
+  /// where one does, it tells each loss, and values need not be fresh: they may have been thinned.
+  MetricsSnapshot snapshot(platform::Date now, std::optional<bool> isWritten = std::nullopt) const;
 
  private:
   struct Entry {
@@ -67,7 +70,7 @@ class MetricsBook final : public Sink {
   static void take(const Reading& reading, Entry& entry);
   void take(const BeaconEvent& event);
   BeaconMetrics metricsOf(const BeaconId& beacon, const Entry* entry, const Settings& settings,
-                          platform::Date now, bool isListening) const;
+                          platform::Date now, std::optional<bool> isWritten) const;
 
   const CurrentSettings settings_;
   std::map<BeaconId, Entry> entries_;

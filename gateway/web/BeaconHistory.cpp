@@ -31,8 +31,10 @@ std::string valueText(std::size_t quantity, int32_t value) {
 }
 
 std::string meanText(std::size_t quantity, double mean) {
-  return fmt::format("{:.{}f}", isInHundredths(quantity) ? mean / 100 : mean,
-                     isInHundredths(quantity) ? 2 : 1);
+  std::string text =
+      fmt::format("{:.{}f}", isInHundredths(quantity) ? mean / 100 : mean, isInHundredths(quantity) ? 2 : 1);
+  if (text.starts_with('-') && text.find_first_not_of("-0.") == std::string::npos) text.erase(0, 1);
+  return text;
 }
 
 void writeSpans(JSONWriter& json, std::string_view key, const std::vector<HistorySpan>& spans) {
@@ -68,14 +70,9 @@ platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const S
                                                   std::size_t points, bool isWritten) {
   try {
     BeaconHistory history{.id = beacon, .label = settings.labelOf(beacon)};
-    Date heardLast = Date::min();
     std::optional<Reading> latest;
-    for (const HistoryBeacon& one : require(reader.latest())) {
-      if (!one.latest) continue;
-      heardLast = std::max(heardLast, std::min(heardAt(one.latest->record), span.until));
-      if (one.beacon == beacon) latest = std::get<Reading>(one.latest->record);
-    }
-    const PageStory story = readStory(reader, span, heardLast, isWritten);
+    for (auto& [id, reading] : latestBefore(reader, {beacon}, span.until)) latest = std::move(reading);
+    const PageStory story = readStory(reader, span, isWritten);
     const BeaconStory* told = story.find(beacon);
     history.outages = story.outages();
     history.presence = presenceOf(told, isPresent(told, latest), span);

@@ -108,8 +108,10 @@ HealthText healthOf(const PageModel& page) {
   json.beginObject();
   json.plainKey("status").text(!page.extent ? "no history yet" : isWell ? "ok" : "nothing listens");
   json.plainKey("reason");
-  if (isWell || !page.extent)
+  if (isWell)
     json.null();
+  else if (!page.extent)
+    json.text("no process has written a history yet");
   else
     json.text(page.isWritten ? "the radio hears nothing" : "no process writes the history");
   writeDate(json, "nothing_listens_since", page.deafSince);

@@ -6,12 +6,12 @@
 namespace brenloft::web {
 
 EventStream::State EventStream::state() {
-  if (isEnded_) return State::ended;
   if (!isEmpty()) return State::ready;
   if (notice_) {
     take(std::exchange(notice_, nullptr));
     return State::ready;
   }
+  if (isEnded_) return State::ended;
   if (ring_->reaches(after_)) {
     isLive_ = true;
     const EventRing::Event* event = ring_->after(after_);

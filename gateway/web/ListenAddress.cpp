@@ -71,6 +71,7 @@ std::optional<ListenAddress> ListenAddress::fromText(std::string_view text) {
     host = {};
     port = text;
   }
+  if (bracket == 1) return std::nullopt;
   if (bracket > 0) host = host.substr(1, host.size() - 2);
   if (!port.empty()) {
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), address.port_);

@@ -13,6 +13,8 @@ namespace {
 using platform::Date;
 using Minutes = std::chrono::minutes;
 
+constexpr Minutes kZoneStep(15);  // zones change at multiples of it
+
 constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 constexpr const char* kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
@@ -80,13 +82,17 @@ std::string durationText(std::chrono::microseconds duration) {
 
 Date midnight(Date date) {
   std::tm fields = fieldsOf(date);
+  const int day = fields.tm_yday;
   fields.tm_hour = fields.tm_min = fields.tm_sec = 0;
   fields.tm_isdst = -1;
-  return Date(std::chrono::seconds(std::mktime(&fields)));
+  Date begin(std::chrono::seconds(std::mktime(&fields)));
+  // Where a zone changes at midnight there are two of them, or none.
+  while (fieldsOf(begin).tm_yday != day) begin += kZoneStep;
+  while (fieldsOf(begin - kZoneStep).tm_yday == day) begin -= kZoneStep;
+  return begin;
 }
 
 std::vector<ZoneChange> zoneChanges(const HistorySpan& span) {
-  constexpr Minutes kStep(15);  // where zones change
   std::vector<ZoneChange> changes;
   const auto take = [&](Date date) { changes.push_back({date, zoneOffset(date), zoneName(date)}); };
   const Date first = std::chrono::floor<std::chrono::days>(span.since);
@@ -94,7 +100,7 @@ std::vector<ZoneChange> zoneChanges(const HistorySpan& span) {
   for (Date day = first; day < span.until; day += std::chrono::days(1)) {
     if (zoneOffset(day + std::chrono::days(1)) == changes.back().offset) continue;
     Date change = day;
-    while (zoneOffset(change) == changes.back().offset) change += kStep;
+    while (zoneOffset(change) == changes.back().offset) change += kZoneStep;
     take(change);
   }
   return changes;

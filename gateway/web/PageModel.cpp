@@ -43,7 +43,7 @@ class ModelReader {
     if (extent.since < extent.until) page_.extent = extent;
     const auto heard = heardBeacons();
     page_.isWritten = request_.isWritten;
-    const PageStory story = readStory(reader_, page_.span, heardLast_, page_.isWritten);
+    const PageStory story = readStory(reader_, page_.span, page_.isWritten);
     page_.outages = story.outages();
     page_.deafSince = story.deafSince();
     page_.earlierEvents = story.earlierEvents();
@@ -69,28 +69,18 @@ class ModelReader {
   // Each beacon's newest reading before the end.
   Heard heardBeacons() {
     Heard heard;
+    std::vector<BeaconId> heardSince;
     for (const HistoryBeacon& one : require(reader_.latest())) {
-      std::optional<Reading> latest;
-      if (one.latest) latest = std::get<Reading>(one.latest->record);
-      if (isAsked(one.beacon)) {
-        if (latest && latest->heard >= page_.now()) latest = latestBefore(one.beacon);
-        heard[one.beacon] = latest;
-      }
-      // Also of those that are not asked for: somebody listened.
-      if (latest) heardLast_ = std::max(heardLast_, std::min(latest->heard, page_.now()));
+      if (!isAsked(one.beacon)) continue;
+      std::optional<Reading>& latest = heard[one.beacon];
+      if (!one.latest) continue;
+      if (heardAt(one.latest->record) < page_.now())
+        latest = std::get<Reading>(one.latest->record);
+      else
+        heardSince.push_back(one.beacon);
     }
+    for (auto& [id, latest] : latestBefore(reader_, heardSince, page_.now())) heard[id] = std::move(latest);
     return heard;
-  }
-
-  std::optional<Reading> latestBefore(const BeaconId& id) {
-    const auto pieces =
-        require(reader_.pieces(id, Quantity::rssi, page_.span, widthFor(lengthOf(page_.span), 500)));
-    if (pieces.empty()) return std::nullopt;
-    const HistoryFilter filter{
-        .beacons = {id}, .span = {pieces.back().start, page_.span.until}, .hasEvents = false};
-    std::optional<Reading> latest;
-    eachRow(reader_, filter, [&](const HistoryRow& row) { latest = std::get<Reading>(row.record); });
-    return latest;
   }
 
   // The beacons of the settings first, then those heard last; what a page has no room for is counted.
@@ -215,7 +205,6 @@ class ModelReader {
   HistoryReader& reader_;
   const Settings& settings_;
   const PageRequest& request_;
-  Date heardLast_ = Date::min();
   PageModel page_;
 };
 

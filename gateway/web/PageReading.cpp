@@ -21,6 +21,29 @@ bool isAnyIn(const std::vector<HistorySpan>& spans, Date since, Date until) {
                              [&](const HistorySpan& one) { return one.since < until && since < one.until; });
 }
 
+// Of a start that nothing told to be one, when the row before it was heard.
+std::optional<Date> silentBefore(HistoryReader& reader, const PageStory& story, const HistoryRow& row) {
+  if (!story.isStart(std::get<BeaconEvent>(row.record)) || row.seq <= 1) return std::nullopt;
+  const auto before = require(reader.rows(row.seq - 2, {}, 1));
+  if (before.rows.empty() || before.rows.front().seq >= row.seq) return std::nullopt;
+  return heardAt(before.rows.front().record);
+}
+
+// Whether the row that was written last was heard after an instant. A clock that was put back leaves rows of
+// the future, but not the last.
+bool goesOnAfter(HistoryReader& reader, Date instant) {
+  const auto last = require(reader.rows(require(reader.lastSeq()) - 1, {}, 1));
+  return !last.rows.empty() && heardAt(last.rows.front().record) >= instant;
+}
+
+// Whether the next start tells that nothing listened at an instant.
+bool isStoppedAt(HistoryReader& reader, const PageStory& story, Date instant) {
+  const auto next = require(reader.firstRadioEvent(instant));
+  if (!next) return false;
+  const auto silent = silentBefore(reader, story, *next);
+  return silent && *silent < instant && heardAt(next->record) - *silent >= PageStory::kLeastStop;
+}
+
 }  // namespace
 
 Seconds widthFor(std::chrono::microseconds span, std::size_t pieces) {
@@ -71,20 +94,24 @@ void eachRow(HistoryReader& reader, const HistoryFilter& filter,
   }
 }
 
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, Date heardLast, bool isWritten) {
+std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vector<BeaconId>& beacons,
+                                         Date instant) {
+  std::map<BeaconId, Reading> latest;
+  if (beacons.empty()) return latest;
+  for (const HistoryBeacon& one : require(reader.latestAt(beacons, instant - 1us)))
+    if (one.latest) latest.emplace(one.beacon, std::get<Reading>(one.latest->record));
+  return latest;
+}
+
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten) {
   PageStory story(span);
   eachRow(reader, {.span = {.until = span.until}, .hasReadings = false}, [&](const HistoryRow& row) {
-    const auto& event = std::get<BeaconEvent>(row.record);
-    std::optional<Date> silentFrom;
-    if (story.isStart(event) && row.seq > 1) {
-      const auto before = require(reader.rows(row.seq - 2, {}, 1));
-      if (!before.rows.empty() && before.rows.front().seq < row.seq)
-        silentFrom = heardAt(before.rows.front().record);
-    }
-    story.take(event, silentFrom);
-    heardLast = std::max(heardLast, event.heard);
+    story.take(std::get<BeaconEvent>(row.record), silentBefore(reader, story, row));
   });
-  if (heardLast > Date::min()) story.finish(heardLast, isWritten);
+  const auto heardLast = require(reader.newestBefore(span.until));
+  if (!heardLast) return story;
+  if (goesOnAfter(reader, span.until)) isWritten = !isStoppedAt(reader, story, span.until);
+  story.finish(*heardLast, isWritten);
   return story;
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -37,8 +38,11 @@ PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const History
 
 void eachRow(HistoryReader& reader, const HistoryFilter& filter,
              const std::function<void(const HistoryRow&)>& take);
-/// Of everything that happened before the end of a span; `heardLast` is the newest reading's time before it.
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, platform::Date heardLast, bool isWritten);
+/// The newest reading of each of these beacons before an instant; those that have none are left out.
+std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vector<BeaconId>& beacons,
+                                         platform::Date instant);
+/// Of everything that happened before the end of a span.
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten);
 /// Whether a beacon was there at the end of the span, as far as its newest reading and the events tell.
 bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest);
 /// When it was there.

@@ -149,17 +149,19 @@ class PageServer::Run {
     return fmt::format("event: time\ndata: {:.3f}\n\n", now.count());
   }
 
-  bool isWritten() const { return HistoryReader::isWritten(options_.history).value_or(true); }
   // The history itself says nothing when its writer is killed.
   void lookForWriter() {
-    if (const bool is = isWritten(); is != std::exchange(isWritten_, is))
-      http_->tellStreams(fmt::format("event: writer\ndata: {}\n\n", is));
+    const auto is = HistoryReader::isWritten(options_.history);
+    const auto was = std::exchange(isWritten_, is);
+    if (is.value_or(true) != was.value_or(true))
+      http_->tellStreams(fmt::format("event: writer\ndata: {}\n\n", is.value_or(true)));
   }
 
   // Whether there is something new.
   bool follow() {
-    if (const auto identity = HistoryIdentity::of(options_.history); identity != identity_) begin(identity);
-    bool isNew = false;
+    const auto identity = HistoryIdentity::of(options_.history);
+    bool isNew = identity != identity_;
+    if (isNew) begin(identity);
     const auto settings = server_.settings_->current();
     while (!server_.isStopped_) {
       const auto news = follower_->after(tip_, kRowsPerLook);
@@ -179,9 +181,9 @@ class PageServer::Run {
     if (std::holds_alternative<BeaconEvent>(row.record)) site_.happened(row.seq);
   }
 
-  // Another history has other numbers.
+  // Another history has other numbers. Who waits for the first one has missed nothing of it.
   void begin(HistoryIdentity identity) {
-    identity_ = identity;
+    const bool isFirst = std::exchange(identity_, identity) == HistoryIdentity{};
     tip_ = 0;
     metrics_.emplace([this] { return server_.settings_->current(); });
     if (const auto reader = HistoryReader::open(options_.history)) {
@@ -189,23 +191,31 @@ class PageServer::Run {
       const auto states = (*reader)->states();
       const auto beacons = (*reader)->latest();
       if (last) tip_ = *last;
-      if (states && beacons) metrics_->restore(*states, *beacons);
+      const auto radioState = (*reader)->radioState();
+      if (states && beacons && radioState) metrics_->restore(*states, *beacons, *radioState);
     }
     ring_ = std::make_shared<EventRing>(tip_);
-    for (const auto& weak : streams_)
-      if (const auto stream = weak.lock()) stream->end();
+    static const auto kForget = std::make_shared<const std::string>("id:\nevent: resync\ndata: {}\n\n");
+    for (const auto& weak : streams_) {
+      const auto stream = weak.lock();
+      if (!stream) continue;
+      if (!isFirst) stream->tell(kForget);
+      stream->end();
+    }
   }
 
   std::shared_ptr<EventStream> streamFor(const Request& request) {
-    std::string greeting = "retry: 2000\n" + timeText();
     int64_t after = ring_->through();
+    bool isOther = false;
     if (const auto last = lastEventIdOf(request.lastEventId)) {
-      // It had another history.
-      if (*last > after) greeting += "event: resync\ndata: {}\n\n";
+      isOther = *last > after;
       after = std::min(after, *last);
     } else if (const auto asked = request.target.query.find("after"); asked != request.target.query.end()) {
       after = std::min(after, lastEventIdOf(asked->second).value_or(after));
     }
+    // Who has had no row yet asks again with this number.
+    std::string greeting = fmt::format("retry: 2000\nid: {}\n{}", after, timeText());
+    if (isOther) greeting += "event: resync\ndata: {}\n\n";
     const auto self = std::make_shared<std::weak_ptr<EventStream>>();
     auto stream = std::make_shared<EventStream>(ring_, after, std::move(greeting),
                                                 [this, self](int64_t seq) { readMissed(*self, seq); });
@@ -235,7 +245,7 @@ class PageServer::Run {
   RecordLines lines_{RecordLines::Format::readings};
   HistoryIdentity identity_{};
   std::optional<MetricsBook> metrics_{std::in_place, [this] { return server_.settings_->current(); }};
-  bool isWritten_ = isWritten();
+  std::optional<bool> isWritten_ = HistoryReader::isWritten(options_.history);  // none: it cannot be told
   int64_t tip_ = 0;  // the newest row that the ring has
   std::shared_ptr<EventRing> ring_ = std::make_shared<EventRing>(0);
   std::vector<std::weak_ptr<EventStream>> streams_;

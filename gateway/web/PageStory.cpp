@@ -10,10 +10,6 @@ using platform::Date;
 using Kind = BeaconEvent::Kind;
 
 constexpr std::string_view kListening = "poweredOn";
-// A restart that is quicker misses nothing that anybody would see.
-constexpr std::chrono::minutes kLeastStop{1};
-// Longer than any thinning leaves a history without a row while somebody listens: a beacon has one an hour.
-constexpr std::chrono::minutes kStopped{65};
 
 }  // namespace
 

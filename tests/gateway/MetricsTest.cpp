@@ -145,9 +145,9 @@ class Monitored : public testing::Test {
     book_.accept(BeaconEvent{.beacon = beacon, .heard = kToldBegin, .kind = kind, .text = std::move(text)});
   }
   // What is told of each beacon: + or - or ? for its presence, and its temperature.
-  std::string told(std::chrono::seconds at) const {
+  std::string told(std::chrono::seconds at, std::optional<bool> isWritten = std::nullopt) const {
     std::string text;
-    for (const BeaconMetrics& one : book_.snapshot(kToldBegin + at).beacons) {
+    for (const BeaconMetrics& one : book_.snapshot(kToldBegin + at, isWritten).beacons) {
       text += one.beacon == kToldFridge ? 'F' : 's';
       text += !one.isPresent ? '?' : *one.isPresent ? '+' : '-';
       if (one.shown.temperature && one.rssi) text += std::to_string(*one.shown.temperature);
@@ -166,6 +166,8 @@ TEST_F(Monitored, TellsNoValueOfWhoIsSilent) {
   hear(kToldStranger, 0s);
   EXPECT_EQ(told(60s), "F+500s+500");
   EXPECT_EQ(told(61s), "F?") << "nobody says that it was lost";
+  EXPECT_EQ(told(1h, true), "F+500s+500") << "whoever writes the history would say so";
+  EXPECT_EQ(told(0s, false), "F?");
   hear(kToldFridge, 600s);
   EXPECT_EQ(told(2400s), "F+500") << "ten minutes are usual";
   settings_->beacons[kToldFridge].exitTime = ExitTime{1h};
@@ -221,6 +223,26 @@ TEST_F(Monitored, TakesUpWhatTheHistoryKnew) {
                 {latest(kToldFridge), latest(kToldStranger)});
   EXPECT_EQ(told(0s), "F+500!") << "the stranger was lost";
   EXPECT_EQ(book_.snapshot(kToldBegin).beacons.front().readings, 0U);
+}
+
+TEST_F(Monitored, TellsAnAlarmOfWhoWasNeverHeardOrIsLost) {
+  settings_->alarms = {{.name = "gone"}};
+  happen(BeaconEvent::Kind::alarmRaised, kToldFridge, "gone");
+  EXPECT_EQ(told(0s), "F-!");
+
+  MetricsBook restarted{[this] { return settings_; }};
+  restarted.restore(
+      {{.owner = "alarm:gone", .subject = kToldFridge.text(), .text = "r"},
+       {.owner = "alarm:gone", .subject = kToldStranger.text(), .text = "r"}},
+      {HistoryBeacon{kToldStranger, HistoryRow{1, Reading{.beacon = kToldStranger, .heard = kToldBegin}}}},
+      "poweredOff (blocked)");
+  const MetricsSnapshot snapshot = restarted.snapshot(kToldBegin);
+  EXPECT_FALSE(snapshot.isListening);
+  ASSERT_EQ(snapshot.beacons.size(), 2U);
+  for (const BeaconMetrics& one : snapshot.beacons) {
+    EXPECT_TRUE(one.alarms[0].isRaised);
+    EXPECT_FALSE(one.isPresent);
+  }
 }
 
 }  // namespace

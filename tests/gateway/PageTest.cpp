@@ -196,6 +196,27 @@ TEST_F(PageTest, IsAsOfItsEnd) {
   EXPECT_FALSE(page.beacons[0].emergencySince);
 }
 
+TEST_F(PageTest, WhetherAnybodyListenedAtAnEndInThePastIsKnownFromWhatCameAfter) {
+  name(1, {.name = "Fridge"});
+  tell(Kind::emergency, kNow - 47h, beacon(1));
+  hear(1, kNow - 48h, kNow - 20h);
+  tell(Kind::radio, kNow - 1h, std::nullopt, "poweredOn");
+  hear(1, kNow - 1h, kNow);
+  const platform::Date heardLast = kNow - 20h - 10min;
+  EXPECT_FALSE(model(kNow - 48h, kNow - 30h, false).deafSince) << "that nobody writes now says nothing of it";
+  for (const platform::Date until : {kNow - 20h + 10min, kNow - 10h, kNow - 1h}) {
+    const PageModel page = model(kNow - 21h, until);
+    EXPECT_EQ(page.deafSince, heardLast);
+    ASSERT_EQ(page.outages.size(), 1U);
+    EXPECT_EQ(page.outages[0].since, heardLast);
+    EXPECT_EQ(page.outages[0].until, until);
+  }
+  const PageModel page = model(kNow - 15h, kNow - 10h);
+  ASSERT_TRUE(page.beacons[0].latest) << "heard before the span, and after it";
+  EXPECT_EQ(page.beacons[0].latest->heard, heardLast);
+  EXPECT_EQ(page.beacons[0].needs, std::vector{Need::emergency});
+}
+
 TEST_F(PageTest, WhatOthersWroteIsTextEverywhere) {
   const std::string hostile = "</script><img src=x onerror='a()'>\"&\x1b\xff{{title}}";
   name(1, {.name = hostile, .place = hostile});
@@ -244,6 +265,15 @@ TEST(LocalTime, KnowsTheChangesOfTheZone) {
   EXPECT_EQ(durationText(123min), "2 h 03 min");
   EXPECT_EQ(sinceText(noon, noon + 24h), "Sat 24 Oct 14:00");
   EXPECT_EQ(decimalText(-4, 1), "0.0");
+}
+
+TEST(LocalTime, BeginsADayWithTheFirstOfTwoMidnightsOrWithoutOne) {
+  ::setenv("TZ", "America/Havana", 1);
+  ::tzset();
+  const platform::Date autumn = std::chrono::sys_days(std::chrono::year(2026) / 11 / 1);
+  for (const auto hour : {4h, 5h, 6h, 20h}) EXPECT_EQ(midnight(autumn + hour + 30min), autumn + 4h);
+  const platform::Date spring = std::chrono::sys_days(std::chrono::year(2026) / 3 / 8);
+  for (const auto hour : {5h, 20h}) EXPECT_EQ(midnight(spring + hour + 30min), spring + 5h);
 }
 
 }  // namespace

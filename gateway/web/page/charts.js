@@ -18,18 +18,23 @@ const element = (name, css, text) => {
   return made;
 };
 const setText = (node, text) => { if (node.textContent !== text) node.textContent = text; };
+/* From hundredths, as the server counts; halves go away from zero. */
+const rounded = (value, places) => {
+  const unit = 10 ** places, hundredths = Math.round(Math.abs(value) * 1e8) / 1e6;
+  return Math.sign(value) * Math.round(hundredths * unit / 100) / unit;
+};
 const number = (value, places) => {
-  const text = value.toFixed(places);
+  const text = rounded(value, places).toFixed(places);
   return (Number(text) === 0 ? text.replace("-", "") : text).replace("-", "\u2212");
 };
 /* With as many places as leave it on its side of a limit. */
 const beside = (value, places, limit) => {
   let shown = places;
-  while (limit !== null && shown < 2 && Math.sign(Number(value.toFixed(shown)) - limit) !== Math.sign(value - limit)) ++shown;
+  while (limit !== null && shown < 2 && Math.sign(rounded(value, shown) - limit) !== Math.sign(value - limit)) ++shown;
   return number(value, shown);
 };
 /* A limit, as it was given. */
-const exact = (value, places) => number(value, [places, 1].find(shown => shown >= places && Number(value.toFixed(shown)) === value) ?? 2);
+const exact = (value, places) => number(value, [places, 1].find(shown => shown >= places && rounded(value, shown) === value) ?? 2);
 /* Two that differ, told apart. */
 const rangeOf = (lowest, highest, places) => {
   let shown = places;

@@ -6,7 +6,7 @@ const title = document.title;
 const hashOf = (id, query) => "#b=" + encodeURIComponent(id) + "&" + query;
 const beaconOf = id => page.beacons.find(beacon => beacon.id === id);
 const present = () => page.until * 1e3, begin = () => page.since * 1e3;
-const clock = makeClock(page.zone);
+const clock = makeClock(page);
 root.classList.add("on");
 
 /* ---- ranges: those that the data fill, and the whole ---- */

@@ -3,11 +3,11 @@ const MINUTE = 6e4, HOUR = 36e5, DAY = 864e5;
 const MONTHS = "Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec".split(" ");
 const WEEKDAYS = "Sun Mon Tue Wed Thu Fri Sat".split(" ");
 
-/* zone: [since, offset in seconds, name] by time. */
-const makeClock = zone => {
+/* page.zone: [since, offset in seconds, name] by time; a live page gets a new one now and then. */
+const makeClock = page => {
   const at = time => {
-    let found = zone[0];
-    for (const change of zone) if (change[0] * 1e3 <= time) found = change;
+    let found = page.zone[0];
+    for (const change of page.zone) if (change[0] * 1e3 <= time) found = change;
     return found;
   };
   const offset = time => at(time)[1] * 1e3;
