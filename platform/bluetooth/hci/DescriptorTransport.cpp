@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::size_t kChunk = 65536;
 constexpr std::size_t kLargestPacket = 4096;
+// However much waits, one read of a serial line gives no more.
+constexpr ssize_t kMostOfATerminal = 4095;
 // Two, so that one is read while the other is dealt with.
 constexpr int kMostChunksUnderway = 2;
 
@@ -180,7 +182,7 @@ std::optional<Error> DescriptorTransport::readOnce() {
 std::optional<Error> DescriptorTransport::readStream() {
   const ssize_t count = ::read(line_.descriptor.get(), buffer_.data(), buffer_.size());
   if (count > 0) {
-    pause_.wasRead(static_cast<std::size_t>(count) == buffer_.size());
+    pause_.wasRead(count >= kMostOfATerminal);
     deliver(toData(DataView(buffer_).first(static_cast<std::size_t>(count))));
     return std::nullopt;
   }

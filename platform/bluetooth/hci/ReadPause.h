@@ -6,7 +6,7 @@ namespace platform::hci {
 
 /// Leaves a busy line alone for a moment after each read, so that the next read takes several events. The
 /// threads that a read wakes cost more than the events in it. An event then comes up to `kLength` later. A
-/// line that is not busy, or on which a command waits for its answer, is read at once.
+/// line that is not busy is read at once, and so is one on which a command was just sent.
 class ReadPause {
  public:
   /// The shortest interval at which a sender may advertise: there is one of its advertisements in a read.
