@@ -6,12 +6,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "BrenloftSDK/BRLCoreDataManager.h"
+#include "BrenloftSDK/SensorLog.h"
 #include "tests/tool/RunTool.h"
+#include "tools/brenloft/LogLimits.h"
+#include "tools/brenloft/Store.h"
 
 namespace brenloft_test {
 namespace {
 
 namespace fs = std::filesystem;
+
+using namespace brenloft;
 
 // A container with the log of some seconds of the demonstration.
 class LoggedDemo : public testing::Test {
@@ -89,6 +95,72 @@ TEST_F(LoggedDemo, KeepsNoMoreThanASearchIsToldTo) {
   EXPECT_EQ(runTool(many).status, 0);
   EXPECT_LT(fs::file_size(container() + "/ServiceModel.sqlite"), 1'048'576U);
   EXPECT_GT(std::stoul(log("count").out), 5000U);
+}
+
+// A log that the test itself fills.
+class LimitedLog : public testing::Test {
+ protected:
+  LimitedLog() { installForStore(folder_.file("container")); }
+
+  static constexpr platform::Date kNow{std::chrono::hours(500'000)};
+
+  static void add(int rows, platform::Date date) {
+    for (int i = 0; i < rows; ++i) {
+      const auto row = BRLCoreDataManager::Class::insertNewObjectForEntityForName("SensorLog");
+      auto& logged = dynamic_cast<SensorLog&>(*row);
+      logged.setStatusUpdatedDate(date);
+      logged.setTbd(std::string(200, 'x'));
+    }
+    BRLCoreDataManager::Class::sharedManager()->saveContext();
+  }
+  static uint64_t rowsAfter(LogLimits& limits) {
+    while (limits.step(kNow)) {
+    }
+    return rows();
+  }
+  static uint64_t rows() {
+    const auto request = platform::NSFetchRequest::fetchRequestWithEntityName("SensorLog");
+    return *BRLCoreDataManager::Class::sharedManagedObjectContext()->countForFetchRequest_error(request);
+  }
+
+  TemporaryFolder folder_;
+};
+
+// However much is written between two looks, and however large the file ever was.
+TEST_F(LimitedLog, IsNoLargerThanItMayBeAfterAnyLook) {
+  LogLimits limits({.mostOctets = 1'048'576});
+  for (const int written : {20'000, 10'000, 16'000}) {
+    add(written, kNow);
+    const uint64_t rows = rowsAfter(limits);
+    EXPECT_LT(rows, 5000U);
+    EXPECT_GT(rows, 3000U);
+  }
+}
+
+TEST_F(LimitedLog, LosesNoMoreByTwoWhoLimitItThanByOne) {
+  add(20'000, kNow);
+  LogLimits one({.mostOctets = 2'097'152});
+  LogLimits other = one;
+  for (bool isMore = true; isMore;) {
+    isMore = one.step(kNow);
+    if (other.step(kNow)) isMore = true;
+  }
+  EXPECT_GT(rows(), 7000U);
+}
+
+// What a wrong clock dated goes with the next good row, and with that one only.
+TEST_F(LimitedLog, LosesOldRowsBehindAnyNumberOfAWrongClock) {
+  const platform::Date ahead = kNow + std::chrono::hours(2);
+  const platform::Date old = kNow - std::chrono::hours(2);
+  LogLimits limits({.longest = std::chrono::hours(1)});
+  add(300, old);
+  add(12'000, ahead);
+  EXPECT_EQ(rowsAfter(limits), 12'000U) << "no good row follows";
+  add(500, old);
+  add(1700, ahead);
+  add(1, kNow);
+  add(10, old);
+  EXPECT_EQ(rowsAfter(limits), 1711U);
 }
 
 // What a document goes to is what its name stands for, and the name stands for it afterwards.
