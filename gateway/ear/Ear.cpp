@@ -12,6 +12,8 @@ namespace {
 
 // Bluetooth Core, Vol 6, Part B, 4.4.2.2.1: nobody advertises more often than this.
 constexpr std::chrono::milliseconds kLeastInterval{20};
+// More than are heard meanwhile. A capture may give all its records one time.
+constexpr std::size_t kMostRecent = 10'000;
 constexpr std::size_t kTxPower = 4;  // its octet in the frame
 
 std::optional<int32_t> numberFrom(std::string_view text, int base = 10) {
@@ -45,6 +47,11 @@ Quantities quantitiesOf(const BRLBeaconSnapshot& record, std::optional<int32_t> 
           .zAccel = integerFrom(record.zAccel)};
 }
 
+auto tied(const Quantities& quantities) {
+  const auto& [temperature, humidity, battery, emergency, txPower, xAccel, yAccel, zAccel] = quantities;
+  return std::tie(temperature, humidity, battery, emergency, txPower, xAccel, yAccel, zAccel);
+}
+
 }  // namespace
 
 void Ear::bytes(const std::vector<std::string>& octets) {
@@ -65,17 +72,23 @@ void Ear::beacon(const BRLBeaconDataModel& beacon) {
   if (!isDoubled(reading)) handler_(std::move(reading));
 }
 
+bool Ear::Report::operator<(const Report& other) const {
+  if (const auto order = beacon <=> other.beacon; order != 0) return order < 0;
+  return tied(raw) < tied(other.raw);
+}
+
 bool Ear::isDoubled(const Reading& reading) {
   const auto now = dispatch_->now();
-  while (!recent_.empty() && now - recent_.front().at >= kLeastInterval) recent_.pop_front();
-  const bool isDoubled = std::any_of(recent_.begin(), recent_.end(), [&](const Recent& one) {
-    return one.beacon == reading.beacon && one.raw == reading.raw;
-  });
-  if (isDoubled)
-    ++doubled_;
+  while (!times_.empty() && (now - times_.front().first >= kLeastInterval || times_.size() >= kMostRecent)) {
+    recent_.erase(times_.front().second);
+    times_.pop_front();
+  }
+  const auto [report, isNew] = recent_.insert({reading.beacon, reading.raw});
+  if (isNew)
+    times_.emplace_back(now, report);
   else
-    recent_.push_back({now, reading.beacon, reading.raw});
-  return isDoubled;
+    ++doubled_;
+  return !isNew;
 }
 
 void Ear::frame(const platform::iBeaconFrame& frame) {

@@ -53,11 +53,13 @@ class Ear {
     std::thread::id thread;
     std::optional<int32_t> txPower;
   };
-  struct Recent {
-    platform::dispatch_time_t at;
+  struct Report {
     BeaconId beacon;
     Quantities raw;
+
+    bool operator<(const Report& other) const;
   };
+  using Reports = std::set<Report>;
 
   bool isDoubled(const Reading& reading);
   std::set<BeaconId> takeFrames();
@@ -65,7 +67,8 @@ class Ear {
   const std::shared_ptr<const platform::DispatchService> dispatch_;
   const Handler handler_;
   std::optional<Advertisement> advertisement_;
-  std::deque<Recent> recent_;           // the newest last
+  Reports recent_;
+  std::deque<std::pair<platform::dispatch_time_t, Reports::iterator>> times_;  // of these, the newest last
   std::vector<platform::Date> ranged_;  // when each of the library's records was heard last
   uint64_t doubled_ = 0;
 

@@ -1,9 +1,13 @@
+#include <algorithm>
+#include <map>
 #include <regex>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/PseudoTerminals.h"
 #include "tests/tool/RunTool.h"
+#include "tools/brenloft/LiveRows.h"
 
 namespace brenloft_test {
 namespace {
@@ -134,6 +138,75 @@ TEST_F(LiveTable, IsNoneWhereTheTerminalTakesNoControlSequences) {
   const std::string out = runOnTerminal("TERM=dumb " + toolPath() + " scan --source demo --count 3 -q").out;
   EXPECT_EQ(out.find('\x1b'), std::string::npos) << out;
   EXPECT_EQ(countOf(out, kDevice), 3U) << out;
+}
+
+// The rows alone, without a terminal.
+class LiveRowsOfMany : public testing::Test {
+ protected:
+  static constexpr int kMost = brenloft::LiveRows::kMost;
+
+  static brenloft::BeaconId beacon(int number) {
+    return brenloft::BeaconId::sensor(fmt::format("number {};", number));
+  }
+  brenloft::Reading reading(int number) {
+    return {.beacon = beacon(number), .heard = platform::Date(std::chrono::seconds(++seconds_))};
+  }
+  void hear(int number) { EXPECT_TRUE(rows_.take(reading(number))); }
+  void hearStranger(int number) { rows_.takeStranger(reading(number)); }
+  /// Draws them, too.
+  bool isShown(int number) {
+    const auto shown = rows_.shown({}, 200, 2 * kMost, times_);
+    return std::ranges::any_of(
+        shown.lines, [&](const auto& line) { return countOf(line.text, beacon(number).text()) == 1; });
+  }
+
+  std::map<brenloft::BeaconId, std::string> names_;
+  std::size_t asked_ = 0;
+  int64_t seconds_ = 0;
+  brenloft::TimeText times_{brenloft::TimeForm::utc};
+  brenloft::LiveRows rows_{[this](const brenloft::BeaconId& id) {
+                             ++asked_;
+                             const auto known = names_.find(id);
+                             return brenloft::Label{.name = known == names_.end() ? "" : known->second};
+                           },
+                           [](const brenloft::BeaconId&) { return std::vector<std::string>{}; }};
+};
+
+TEST_F(LiveRowsOfMany, LookAtNoOthersForANewBeacon) {
+  for (int i = 0; i < kMost + 100; ++i) hear(i);
+  EXPECT_LE(asked_, kMost + 100U);
+}
+
+TEST_F(LiveRowsOfMany, LoseStrangersFirstThenThoseHeardLongestAgo) {
+  names_[beacon(0)] = "Fridge";
+  for (int i = 0; i < kMost; ++i) hear(i);
+  hearStranger(1);
+  hear(kMost);
+  EXPECT_TRUE(isShown(0) && !isShown(1) && isShown(2));
+  hear(3);
+  hear(kMost + 1);
+  hear(kMost + 2);
+  EXPECT_TRUE(isShown(0) && !isShown(2) && isShown(3) && !isShown(4) && isShown(5));
+}
+
+TEST_F(LiveRowsOfMany, LoseNoneWithANameForOneWithout) {
+  for (int i = 0; i < kMost; ++i) hear(i);
+  names_[beacon(0)] = "Fridge";  // by settings that are read again
+  EXPECT_TRUE(isShown(0));
+  hear(kMost);
+  EXPECT_TRUE(isShown(0) && !isShown(1));
+
+  for (int i = 0; i <= kMost; ++i) names_[beacon(i)] = "Shelf";
+  EXPECT_TRUE(isShown(2));
+  hear(-1);
+  hearStranger(-2);
+  EXPECT_TRUE(isShown(0) && isShown(2) && !isShown(-1) && !isShown(-2));
+  hear(1);
+  EXPECT_TRUE(isShown(1) && !isShown(0) && isShown(2));
+  names_.erase(beacon(kMost));
+  EXPECT_TRUE(isShown(kMost));
+  hear(0);
+  EXPECT_TRUE(isShown(0) && isShown(2) && !isShown(kMost));
 }
 
 }  // namespace

@@ -316,6 +316,37 @@ TEST(Scan, TellsTheLibrarysDiagnosticsOnlyWhereTheyAreAskedFor) {
       << said({"-v"});
 }
 
+// The library tells of an advertisement and of its scan response; another beacon may come between.
+TEST(Readings, TellOnceWhatABeaconSaysTwiceIn20Milliseconds) {
+  TemporaryFolder folder;
+  const auto writer = *platform::BtsnoopWriter::create(folder.file("c"));
+  const auto write = [&](int millisecond, char beacon, const std::string& temperature) {
+    const std::string hex = std::string("0505") + beacon + "0000000" + "17ff" + temperature + "2010005a00" +
+                            beacon + "0" + std::string(28, '0');
+    writer->write(
+        {.time = platform::Date(std::chrono::seconds(1'792'890'000)) + std::chrono::milliseconds(millisecond),
+         .rssi = -60,
+         .data = platform::octetsFromHex(hex).value()});
+  };
+  for (const int millisecond : {0, 1, 19, 20, 39, 40}) {  // told of at 0, 20 and 40
+    write(millisecond, '1', "d007");
+    write(millisecond, '2', "d007");
+  }
+  for (const char* temperature : {"d007", "d107", "d207", "d107"})
+    write(41, '1', temperature);  // two are new
+  writer->flush();
+  std::multiset<std::string> told;
+  for (const std::string& line :
+       runTool({"scan", "-s", "capture:" + folder.file("c"), "-F", "readings"}).lines())
+    if (valueOf(line, "event") == "\"reading\"")
+      told.insert(valueOf(line, "id") + ' ' + valueOf(line, "temperature"));
+  const std::string one = "\"10-00-00-00-00-00\" ";
+  const std::string other = "\"20-00-00-00-00-00\" ";
+  EXPECT_EQ(told,
+            (std::multiset<std::string>{one + "20.00", one + "20.00", one + "20.00", one + "20.01",
+                                        one + "20.02", other + "20.00", other + "20.00", other + "20.00"}));
+}
+
 // The count of one program's lines against what another kept: every reading of every beacon is there.
 TEST(Readings, AreAllThereInEveryOutput) {
   TemporaryFolder folder;

@@ -67,9 +67,9 @@ struct LiveRows::Column {
     for (const std::string& cell : cells) width = std::max(width, lengthOf(cell));
     return width == 0 ? 0 : std::max(std::min(width, most), lengthOf(header));
   }
-  void appendTo(std::string& line, const std::string& cell) const {
-    const std::string text = shortened(cell, width());
-    const std::string blanks(width() - lengthOf(text), ' ');
+  void appendTo(std::string& line, const std::string& cell, std::size_t width) const {
+    const std::string text = shortened(cell, width);
+    const std::string blanks(width - lengthOf(text), ' ');
     line += (line.empty() ? "" : " ") + (isRight ? blanks + text : text + blanks);
   }
 };
@@ -77,16 +77,17 @@ struct LiveRows::Column {
 bool LiveRows::take(const Record& record) {
   const BeaconId* beacon = beaconOf(record);
   if (beacon == nullptr) return false;
-  Row& row = rowOf(*beacon);
+  const auto row = rowOf(*beacon);
+  if (!row) return true;
   if (const auto* event = std::get_if<BeaconEvent>(&record)) {
-    takeEvent(*event, row);
+    takeEvent(*event, (*row)->second);
     return true;
   }
   const auto& reading = std::get<Reading>(record);
   const auto raised = raisedAlarms_(*beacon);  // also those of the last run
-  row = Row{.reading = reading,
-            .alarms = {raised.begin(), raised.end()},
-            .isEmergency = reading.raw.emergency.value_or(0) >= 1};
+  put(*row, Row{.reading = reading,
+                .alarms = {raised.begin(), raised.end()},
+                .isEmergency = reading.raw.emergency.value_or(0) >= 1});
   return true;
 }
 
@@ -113,21 +114,47 @@ void LiveRows::takeEvent(const BeaconEvent& event, Row& row) {
 }
 
 void LiveRows::takeStranger(const Reading& reading) {
+  const auto row = rowOf(reading.beacon);
+  if (!row) return;
   Reading shown = reading;
   shown.shown = reading.raw;
-  rowOf(reading.beacon) = Row{.reading = std::move(shown), .isStranger = true};
+  put(*row, Row{.reading = std::move(shown), .isStranger = true});
 }
 
-LiveRows::Row& LiveRows::rowOf(const BeaconId& beacon) {
-  if (rows_.size() >= kMost && !rows_.contains(beacon)) {
-    const auto worth = [this](const auto& one) {
-      const auto& [id, row] = one;
-      return std::tuple(!row.isStranger, !labels_(id).name.empty(),
-                        row.reading ? row.reading->heard : platform::Date::min());
-    };
-    rows_.erase(std::ranges::min_element(rows_, {}, worth));
+bool LiveRows::Worth::operator<(const Worth& other) const {
+  return std::tie(isNamed, isBelieved, heard, row->first) <
+         std::tie(other.isNamed, other.isBelieved, other.heard, other.row->first);
+}
+
+LiveRows::Worth LiveRows::worthOf(Rows::iterator row) {
+  const auto& [id, one] = *row;
+  return {.isNamed = one.isNamed,
+          .isBelieved = !one.isStranger,
+          .heard = one.reading ? one.reading->heard : platform::Date::min(),
+          .row = row};
+}
+
+// None where it would have to take the place of one with a name.
+std::optional<LiveRows::Rows::iterator> LiveRows::rowOf(const BeaconId& beacon) {
+  if (const auto known = rows_.find(beacon); known != rows_.end()) return known;
+  const bool isNamed = !labels_(beacon).name.empty();
+  if (rows_.size() >= kMost) {
+    const auto least = worths_.begin();
+    if (least->isNamed && !isNamed) return std::nullopt;
+    const auto row = least->row;
+    worths_.erase(least);
+    rows_.erase(row);
   }
-  return rows_[beacon];
+  const auto added = rows_.emplace(beacon, Row{.isNamed = isNamed}).first;
+  worths_.insert(worthOf(added));
+  return added;
+}
+
+void LiveRows::put(Rows::iterator at, Row row) {
+  worths_.erase(worthOf(at));
+  row.isNamed = at->second.isNamed;
+  at->second = std::move(row);
+  worths_.insert(worthOf(at));
 }
 
 bool LiveRows::sortBy(char key) {
@@ -179,9 +206,18 @@ bool LiveRows::isBefore(const Entry& a, const Entry& b) const {
   }
 }
 
-std::vector<LiveRows::Entry> LiveRows::sorted() const {
+// Settings that were read again may have given a name, or taken one.
+std::vector<LiveRows::Entry> LiveRows::sorted() {
   std::vector<Entry> entries;
-  for (const auto& [id, row] : rows_) entries.push_back({&id, &row, labels_(id)});
+  for (auto row = rows_.begin(); row != rows_.end(); ++row) {
+    auto& [id, one] = *row;
+    entries.push_back({&id, &one, labels_(id)});
+    const bool isNamed = !entries.back().label.name.empty();
+    if (isNamed == one.isNamed) continue;
+    worths_.erase(worthOf(row));
+    one.isNamed = isNamed;
+    worths_.insert(worthOf(row));
+  }
   std::ranges::sort(entries, [this](const Entry& a, const Entry& b) { return isBefore(a, b); });
   return entries;
 }
@@ -229,7 +265,7 @@ std::string LiveRows::commonPrefix() const {
 }
 
 LiveRows::Shown LiveRows::shown(platform::Date now, std::size_t width, std::size_t mostLines,
-                                TimeText& times) const {
+                                TimeText& times) {
   const std::vector<Entry> entries = sorted();
   const std::string common = commonPrefix();
   const std::size_t more = width > kWholeWidth ? (width - kWholeWidth) / 3 : 0;
@@ -272,8 +308,8 @@ LiveRows::Shown LiveRows::shown(platform::Date now, std::size_t width, std::size
     if (needed == 0) continue;
     if (used != 0 && used + 1 + needed > width) break;
     used += (used != 0 ? 1 : 0) + needed;
-    column.appendTo(shown.header, column.header);
-    for (std::size_t i = 0; i < count; ++i) column.appendTo(shown.lines[i].text, column.cells[i]);
+    column.appendTo(shown.header, column.header, needed);
+    for (std::size_t i = 0; i < count; ++i) column.appendTo(shown.lines[i].text, column.cells[i], needed);
   }
   return shown;
 }

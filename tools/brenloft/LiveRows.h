@@ -19,7 +19,8 @@ namespace brenloft {
 /// Threads: one at a time.
 class LiveRows {
  public:
-  /// Beyond, the one heard longest ago goes: strangers first, those with a name last.
+  /// Beyond, the one heard longest ago goes: strangers first, those with a name last. None with a name goes
+  /// for one without.
   static constexpr std::size_t kMost = 2'000;
 
   enum class Mood { usual, alarm, absent, stranger };
@@ -45,7 +46,7 @@ class LiveRows {
   /// By the column of this letter; again: the other way round. False where there is none.
   bool sortBy(char key);
 
-  Shown shown(platform::Date now, std::size_t width, std::size_t mostLines, TimeText& times) const;
+  Shown shown(platform::Date now, std::size_t width, std::size_t mostLines, TimeText& times);
 
  private:
   struct Row {
@@ -54,6 +55,17 @@ class LiveRows {
     bool isStranger = false;
     bool isLost = false;
     bool isEmergency = false;
+    bool isNamed = false;  // when it was shown last, or else when it came
+  };
+  using Rows = std::map<BeaconId, Row>;
+  // The least goes first.
+  struct Worth {
+    bool isNamed;
+    bool isBelieved;
+    platform::Date heard;
+    Rows::iterator row;
+
+    bool operator<(const Worth& other) const;
   };
   // One to be shown: its row, and its label as it is now.
   struct Entry {
@@ -63,9 +75,11 @@ class LiveRows {
   };
   struct Column;
 
-  Row& rowOf(const BeaconId& beacon);
+  static Worth worthOf(Rows::iterator row);
+  std::optional<Rows::iterator> rowOf(const BeaconId& beacon);
+  void put(Rows::iterator at, Row row);
   void takeEvent(const BeaconEvent& event, Row& row);
-  std::vector<Entry> sorted() const;
+  std::vector<Entry> sorted();
   bool isBefore(const Entry& a, const Entry& b) const;
   std::string summary() const;
   std::string commonPrefix() const;
@@ -74,7 +88,8 @@ class LiveRows {
 
   const Labels labels_;
   const RaisedAlarms raisedAlarms_;
-  std::map<BeaconId, Row> rows_;
+  Rows rows_;
+  std::set<Worth> worths_;  // of each row: a flood of new beacons must find the least at once
   char key_ = 'i';
   bool isReversed_ = false;
 };

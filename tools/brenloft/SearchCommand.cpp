@@ -367,11 +367,13 @@ class Search {
                                     source_.loop->dispatch()->mainQueue(), [this] { source_.loop->stop(); });
   }
 
-  // On the radio's queue.
+  // On the radio's queue. The ear keeps frames until there is a report of the chosen iBeacons, which need not
+  // be near.
   bool isHeard(const platform::CBAdvertisementData& advertisement) {
     if (filter_ && !filter_->accepts(advertisement)) return false;
     if (gateway_ && isRanging() && advertisement.manufacturerData)
-      if (const auto frame = platform::parseIBeaconFrame(*advertisement.manufacturerData))
+      if (const auto frame = platform::parseIBeaconFrame(*advertisement.manufacturerData);
+          frame && frame->proximityUUID == rangedUUID_)
         gateway_->ear().frame(*frame);
     return true;
   }
@@ -473,6 +475,8 @@ class Search {
   }
 
   const SearchOptions options_;
+  const std::optional<platform::NSUUID> rangedUUID_ =
+      isRanging() ? platform::NSUUID::initWithUUIDString(*options_.uuid) : std::nullopt;
   std::stop_source stop_;
   Output out_;
   std::unique_ptr<SearchGateway> gateway_;
