@@ -9,6 +9,12 @@ const BeaconSettings* Settings::beacon(const BeaconId& id) const {
   return found == beacons.end() ? nullptr : &found->second;
 }
 
+std::vector<BeaconId> Settings::named() const {
+  std::vector<BeaconId> named;
+  for (const auto& [id, known] : beacons) named.push_back(id);
+  return named;
+}
+
 const std::string& Settings::nameOf(const BeaconId& id) const {
   const BeaconSettings* known = beacon(id);
   return known && !known->name.empty() ? known->name : id.text();

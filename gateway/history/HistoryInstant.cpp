@@ -29,8 +29,7 @@ class InstantReader {
 
   /// Reads what came after the last round; the rounds that are to be looked at.
   std::vector<Round> readTail(SQLiteDatabase& database) {
-    if (isEvery_)
-      for (const auto& [id, beacon] : step_.beacons()) wanted_.insert(beacon);
+    learnIds();
     const int64_t lastRound = database.integer("SELECT max(last_seq) FROM round").value_or(0);
     readRows(database, lastRound + 1, std::numeric_limits<int64_t>::max());
     std::vector<Round> rounds;
@@ -47,9 +46,9 @@ class InstantReader {
 
   void readRound(SQLiteDatabase& database, const Round& round) {
     auto chunk = database.prepare("SELECT 1 FROM chunk WHERE id = ?");
-    const bool isWorthIt = std::ranges::any_of(step_.beacons(), [&](const auto& known) {
-      if (!wanted_.contains(known.second) || isSettled(known.second, round)) return false;
-      chunk.bind(1, history::chunkId(round.last, known.first));
+    const bool isWorthIt = std::ranges::any_of(ids_, [&](const auto& known) {
+      if (isSettled(known.first, round)) return false;
+      chunk.bind(1, history::chunkId(round.last, known.second));
       const bool isThere = chunk.step();
       chunk.reset();
       return isThere;
@@ -64,6 +63,14 @@ class InstantReader {
   }
 
  private:
+  void learnIds() {
+    if (isEvery_) {
+      ids_ = step_.everyBeacon();
+      for (const auto& [beacon, id] : ids_) wanted_.insert(beacon);
+      return;
+    }
+    ids_ = step_.idsOf(std::vector<BeaconId>(wanted_.begin(), wanted_.end()));
+  }
   bool isSettled(const BeaconId& beacon, const Round& round) const {
     const auto found = found_.find(beacon);
     return found != found_.end() && heardAt(found->second.record) >= history::dateOf(round.until);
@@ -91,6 +98,7 @@ class InstantReader {
   const int64_t instant_;
   std::set<BeaconId> wanted_;
   const bool isEvery_;
+  std::vector<std::pair<BeaconId, int64_t>> ids_;  // of those wanted that are there
   std::map<BeaconId, HistoryRow> found_;
 };
 

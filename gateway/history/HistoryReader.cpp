@@ -46,9 +46,7 @@ class PageReader {
         limit_(limit),
         since_(history::heldTicksOf(filter.span.since)),
         until_(history::heldTicksOf(filter.span.until)) {
-    for (const BeaconId& beacon : filter.beacons)
-      for (const auto& [id, known] : step.beacons())
-        if (known == beacon) beacons_.insert(id);
+    for (const auto& [beacon, id] : step.idsOf(filter.beacons)) beacons_.insert(id);
   }
 
   HistoryPage read(int64_t after) {
@@ -163,6 +161,7 @@ class PageReader {
 
   bool isWanted(int64_t beacon, int64_t heard) const {
     if (heard < since_ || heard >= until_) return false;
+    if (beacon == 0 && filter_.hasGateway) return true;
     return filter_.beacons.empty() || beacons_.contains(beacon);
   }
 
@@ -289,13 +288,17 @@ Result<HistorySpan> HistoryReader::extent() {
 }
 
 // The newest of each as of the last round, and what came since.
-Result<std::vector<HistoryBeacon>> HistoryReader::latest() {
+Result<std::vector<HistoryBeacon>> HistoryReader::latest(std::size_t most,
+                                                         const std::vector<BeaconId>& always) {
   return core_->ask<std::vector<HistoryBeacon>>([&](SQLiteDatabase& database) {
     std::unordered_map<int64_t, int64_t> newest;  // 0: only events
     auto known = database.prepare(
         "SELECT id, last_reading FROM beacon "
-        "WHERE last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0)");
+        "WHERE last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0) "
+        "ORDER BY last_reading DESC LIMIT ?");
+    known.bind(1, static_cast<int64_t>(std::min<std::size_t>(most, std::numeric_limits<int64_t>::max())));
     while (known.step()) newest[known.integerAt(0)] = known.integerAt(1);
+    for (const BeaconId& beacon : always) core_->addLast(database, beacon, newest);
     const std::string tail = " WHERE seq > coalesce((SELECT max(last_seq) FROM round), 0)";
     std::unordered_map<int64_t, int64_t> bySource;
     auto since = database.prepare("SELECT seq, source FROM reading" + tail);
@@ -308,6 +311,17 @@ Result<std::vector<HistoryBeacon>> HistoryReader::latest() {
     while (events.step()) newest.try_emplace(events.integerAt(0), 0);
     return core_->withRows(database, newest);
   });
+}
+
+void HistoryReader::Core::addLast(SQLiteDatabase& database, const BeaconId& beacon,
+                                  std::unordered_map<int64_t, int64_t>& newest) {
+  const auto id = step.idOf(beacon);
+  if (!id || newest.contains(*id)) return;
+  auto row = database.prepare(
+      "SELECT last_reading FROM beacon "
+      "WHERE id = ? AND last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0)");
+  row.bind(1, *id);
+  if (row.step()) newest[*id] = row.integerAt(0);
 }
 
 std::vector<HistoryBeacon> HistoryReader::Core::withRows(SQLiteDatabase& database,

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -30,6 +31,7 @@ struct HistorySpan {
 
 struct HistoryFilter {
   std::vector<BeaconId> beacons{};  ///< none: all, and the gateway's own events
+  bool hasGateway = false;          ///< with `beacons`: the gateway's own events, too
   HistorySpan span{};
   bool hasReadings = true;
   bool hasEvents = true;
@@ -90,8 +92,13 @@ class HistoryReader {
   platform::Result<uint64_t> count();
   /// From the earliest time of a row to behind the latest; empty without rows.
   platform::Result<HistorySpan> extent();
-  /// Every beacon with a row, by identifier, each with its newest reading.
-  platform::Result<std::vector<HistoryBeacon>> latest();
+  /// What a process that goes on for long keeps of beacons at the most: a flood of new identifiers leaves
+  /// millions.
+  static constexpr std::size_t kMostBeacons = 10'000;
+  /// Every beacon with a row, by identifier, each with its newest reading. Where they are more than `most`:
+  /// those that were heard last, about as many, and `always`.
+  platform::Result<std::vector<HistoryBeacon>> latest(
+      std::size_t most = std::numeric_limits<std::size_t>::max(), const std::vector<BeaconId>& always = {});
   /// What was in force at an instant: of each of these beacons, or of all, its newest reading at or before
   /// then. By the time of hearing, whatever the order of writing. Those that have none are left out.
   platform::Result<std::vector<HistoryBeacon>> latestAt(const std::vector<BeaconId>& beacons,

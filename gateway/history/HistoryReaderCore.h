@@ -17,6 +17,8 @@ class HistoryReader::Core {
   /// The answer from one snapshot.
   template <typename Value>
   platform::Result<Value> ask(const std::function<Value(platform::SQLiteDatabase&)>& question);
+  void addLast(platform::SQLiteDatabase& database, const BeaconId& beacon,
+               std::unordered_map<int64_t, int64_t>& newest);
   std::vector<HistoryBeacon> withRows(platform::SQLiteDatabase& database,
                                       const std::unordered_map<int64_t, int64_t>& newest);
 

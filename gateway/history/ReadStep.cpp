@@ -1,5 +1,8 @@
 #include "gateway/history/ReadStep.h"
 
+#include <algorithm>
+#include <string>
+
 #include "gateway/history/ChunkReading.h"
 
 namespace brenloft::history {
@@ -32,6 +35,19 @@ BeaconId beaconFrom(int64_t kind, const std::string& name) {
   return BeaconId::sensor(name);
 }
 
+const std::string kSources =
+    "SELECT id, beacon, battery, emergency, tx_power, temperature_offset, humidity_offset, battery_offset "
+    "FROM source";
+
+ReadStep::Source sourceAt(const SQLiteStatement& statement) {
+  const auto offset = [&](int column) { return static_cast<int32_t>(statement.integerAt(column)); };
+  return {statement.integerAt(1),
+          {.battery = numberAt(statement, 2),
+           .emergency = numberAt(statement, 3),
+           .txPower = numberAt(statement, 4),
+           .offsets = {offset(5), offset(6), offset(7)}}};
+}
+
 std::optional<AlarmFacts> alarmAt(const SQLiteStatement& statement, int column) {
   if (!numberAt(statement, column)) return std::nullopt;
   return AlarmFacts{static_cast<AlarmSeverity>(statement.integerAt(column)),
@@ -45,59 +61,88 @@ std::optional<AlarmFacts> alarmAt(const SQLiteStatement& statement, int column) 
 void ReadStep::at(const std::function<void(SQLiteDatabase&)>& read) {
   connection_.atOneMoment([&](SQLiteDatabase& database) {
     const Snapshot snapshot(database);
-    learn(database);
+    database_ = &database;
+    learn();
     read(database);
   });
 }
 
-void ReadStep::learn(SQLiteDatabase& database) {
-  if (std::exchange(generation_, connection_.generation()) != connection_.generation()) {
+void ReadStep::learn() {
+  const bool isOther = std::exchange(generation_, connection_.generation()) != connection_.generation();
+  if (isOther || beacons_.size() > 2 * kMostKnown || sources_.size() > 2 * kMostKnown) {
     sources_.clear();
     beacons_.clear();
     lastSource_ = lastBeacon_ = 0;
   }
-  auto beacons = database.prepare("SELECT id, kind, name FROM beacon WHERE id > ?");
+  learnBeacons();
+  learnSources();
+}
+
+void ReadStep::learnBeacons() {
+  auto beacons =
+      database_->prepare("SELECT id, kind, name FROM beacon WHERE id > ? ORDER BY id DESC LIMIT ?");
   beacons.bind(1, lastBeacon_);
+  beacons.bind(2, kMostKnown);
   while (beacons.step()) {
-    lastBeacon_ = beacons.integerAt(0);
-    beacons_.emplace(lastBeacon_, beaconFrom(beacons.integerAt(1), beacons.textAt(2)));
+    const int64_t id = beacons.integerAt(0);
+    lastBeacon_ = std::max(lastBeacon_, id);
+    beacons_.emplace(id, beaconFrom(beacons.integerAt(1), beacons.textAt(2)));
   }
-  auto sources = database.prepare(
-      "SELECT id, beacon, battery, emergency, tx_power, temperature_offset, humidity_offset, battery_offset "
-      "FROM source WHERE id > ?");
+}
+
+void ReadStep::learnSources() {
+  auto sources = database_->prepare(kSources + " WHERE id > ? ORDER BY id DESC LIMIT ?");
   sources.bind(1, lastSource_);
+  sources.bind(2, kMostKnown);
   while (sources.step()) {
-    const auto offset = [&](int column) { return static_cast<int32_t>(sources.integerAt(column)); };
-    lastSource_ = sources.integerAt(0);
-    sources_[lastSource_] = {sources.integerAt(1),
-                             {.battery = numberAt(sources, 2),
-                              .emergency = numberAt(sources, 3),
-                              .txPower = numberAt(sources, 4),
-                              .offsets = {offset(5), offset(6), offset(7)}}};
+    const int64_t id = sources.integerAt(0);
+    lastSource_ = std::max(lastSource_, id);
+    sources_.emplace(id, sourceAt(sources));
   }
 }
 
-const ReadStep::Source& ReadStep::source(int64_t id) const {
-  const auto found = sources_.find(id);
-  if (found == sources_.end()) platform::refuse("a reading's source is missing");
-  return found->second;
+const ReadStep::Source& ReadStep::source(int64_t id) {
+  if (const auto found = sources_.find(id); found != sources_.end()) return found->second;
+  auto source = database_->prepare(kSources + " WHERE id = ?");
+  source.bind(1, id);
+  if (!source.step()) platform::refuse("a reading's source is missing");
+  return sources_.emplace(id, sourceAt(source)).first->second;
 }
 
-const BeaconId& ReadStep::beacon(int64_t id) const {
-  const auto found = beacons_.find(id);
-  if (found == beacons_.end()) platform::refuse("a reading's beacon is missing");
-  return found->second;
+const BeaconId& ReadStep::beacon(int64_t id) {
+  if (const auto found = beacons_.find(id); found != beacons_.end()) return found->second;
+  auto beacon = database_->prepare("SELECT kind, name FROM beacon WHERE id = ?");
+  beacon.bind(1, id);
+  if (!beacon.step()) platform::refuse("a reading's beacon is missing");
+  return beacons_.emplace(id, beaconFrom(beacon.integerAt(0), beacon.textAt(1))).first->second;
 }
 
-std::optional<int64_t> ReadStep::idOf(const BeaconId& beacon) const {
-  // The newest, should an earlier one of the name have been forgotten since.
-  std::optional<int64_t> newest;
-  for (const auto& [id, known] : beacons_)
-    if (known == beacon && id > newest.value_or(0)) newest = id;
-  return newest;
+std::optional<int64_t> ReadStep::idOf(const BeaconId& beacon) {
+  const auto ids = idsOf({&beacon, 1});
+  return ids.empty() ? std::nullopt : std::optional(ids.front().second);
 }
 
-HistoryRow ReadStep::readingAt(const SQLiteStatement& statement) const {
+std::vector<std::pair<BeaconId, int64_t>> ReadStep::idsOf(std::span<const BeaconId> beacons) {
+  std::vector<std::pair<BeaconId, int64_t>> ids;
+  auto known = database_->prepare("SELECT id, kind, name FROM beacon WHERE name = ?");
+  for (const BeaconId& beacon : beacons) {
+    known.bind(1, beacon.text());
+    if (known.step() && beaconFrom(known.integerAt(1), known.textAt(2)) == beacon)
+      ids.emplace_back(beacon, known.integerAt(0));
+    known.reset();
+  }
+  return ids;
+}
+
+std::vector<std::pair<BeaconId, int64_t>> ReadStep::everyBeacon() {
+  std::vector<std::pair<BeaconId, int64_t>> beacons;
+  auto known = database_->prepare("SELECT id, kind, name FROM beacon");
+  while (known.step())
+    beacons.emplace_back(beaconFrom(known.integerAt(1), known.textAt(2)), known.integerAt(0));
+  return beacons;
+}
+
+HistoryRow ReadStep::readingAt(const SQLiteStatement& statement) {
   const Source& from = source(statement.integerAt(1));
   const Traits& traits = from.traits;
   Reading reading{.beacon = beacon(from.beacon), .heard = dateOf(statement.integerAt(2))};
@@ -117,7 +162,7 @@ HistoryRow ReadStep::readingAt(const SQLiteStatement& statement) const {
   return {statement.integerAt(0), std::move(reading)};
 }
 
-HistoryRow ReadStep::eventAt(const SQLiteStatement& statement) const {
+HistoryRow ReadStep::eventAt(const SQLiteStatement& statement) {
   BeaconEvent event{.beacon = std::nullopt,
                     .heard = dateOf(statement.integerAt(3)),
                     .kind = static_cast<BeaconEvent::Kind>(statement.integerAt(1)),

@@ -156,7 +156,7 @@ class Publisher::Run {
     if (!reader) return reader.error().in(options_.history.native());
     const auto last = (*reader)->lastSeq();
     const auto states = (*reader)->states();
-    const auto beacons = (*reader)->latest();
+    const auto beacons = (*reader)->latest(HistoryReader::kMostBeacons, settings_->named());
     if (!last || !states || !beacons)
       return (!last     ? last.error()
               : !states ? states.error()

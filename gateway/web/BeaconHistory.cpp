@@ -71,8 +71,13 @@ platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const S
   try {
     BeaconHistory history{.id = beacon, .label = settings.labelOf(beacon)};
     std::optional<Reading> latest;
-    for (auto& [id, reading] : latestBefore(reader, {beacon}, span.until)) latest = std::move(reading);
-    const PageStory story = readStory(reader, span, isWritten);
+    for (const HistoryBeacon& one : require(reader.latest(0, {beacon})))
+      if (one.beacon == beacon && one.latest) latest = std::get<Reading>(one.latest->record);
+    if (latest && latest->heard >= span.until) {
+      const auto before = latestBefore(reader, {beacon}, span.until);
+      latest = before.empty() ? std::nullopt : std::optional(before.begin()->second);
+    }
+    const PageStory story = readStory(reader, span, isWritten, {beacon});
     const BeaconStory* told = story.find(beacon);
     history.outages = story.outages();
     history.presence = presenceOf(told, isPresent(told, latest), span);

@@ -43,11 +43,13 @@ class ModelReader {
     if (extent.since < extent.until) page_.extent = extent;
     const auto heard = heardBeacons();
     page_.isWritten = request_.isWritten;
-    const PageStory story = readStory(reader_, page_.span, page_.isWritten);
+    choose(heard);
+    std::vector<BeaconId> chosen;
+    for (const PageBeacon& beacon : page_.beacons) chosen.push_back(beacon.id);
+    const PageStory story = readStory(reader_, page_.span, page_.isWritten, std::move(chosen));
     page_.outages = story.outages();
     page_.deafSince = story.deafSince();
     page_.earlierEvents = story.earlierEvents();
-    choose(heard);
     for (PageBeacon& beacon : page_.beacons) complete(beacon, story.find(beacon.id));
     takeEvents(story);
     return std::move(page_);
@@ -66,11 +68,18 @@ class ModelReader {
     return settings_.beacons.empty() || settings_.beacon(id) != nullptr;
   }
 
+  // Those that are shown also where a flood of others was heard since.
+  std::vector<BeaconId> asked() const {
+    std::vector<BeaconId> asked = settings_.named();
+    asked.insert(asked.end(), request_.beacons.begin(), request_.beacons.end());
+    return asked;
+  }
+
   // Each beacon's newest reading before the end.
   Heard heardBeacons() {
     Heard heard;
     std::vector<BeaconId> heardSince;
-    for (const HistoryBeacon& one : require(reader_.latest())) {
+    for (const HistoryBeacon& one : require(reader_.latest(HistoryReader::kMostBeacons, asked()))) {
       if (!isAsked(one.beacon)) continue;
       std::optional<Reading>& latest = heard[one.beacon];
       if (!one.latest) continue;
@@ -103,6 +112,7 @@ class ModelReader {
     });
     if (chosen.size() > kMostBeacons) {
       page_.omitted = chosen.size() - kMostBeacons;
+      page_.isMoreOmitted = heard.size() >= HistoryReader::kMostBeacons;
       chosen.erase(chosen.begin() + kMostBeacons, chosen.end());
     }
     std::ranges::sort(chosen, {}, [](const PageBeacon& one) {

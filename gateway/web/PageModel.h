@@ -95,6 +95,7 @@ struct PageModel {
   std::vector<HistorySpan> outages{};   ///< nothing listened; by time
   std::vector<PageBeacon> beacons{};    ///< by place and name; those without a place last
   std::size_t omitted = 0;              ///< beacons beyond what a page holds
+  bool isMoreOmitted = false;           ///< there may be still more, which were not counted
   std::vector<PageEvent> events{};      ///< the newest first
   std::size_t earlierEvents = 0;        ///< beyond what a page holds
   std::optional<HistorySpan> extent{};  ///< of the history; nothing without rows

@@ -103,9 +103,12 @@ std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vecto
   return latest;
 }
 
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten) {
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten,
+                    std::vector<BeaconId> beacons) {
   PageStory story(span);
-  eachRow(reader, {.span = {.until = span.until}, .hasReadings = false}, [&](const HistoryRow& row) {
+  const HistoryFilter filter{
+      .beacons = std::move(beacons), .hasGateway = true, .span = {.until = span.until}, .hasReadings = false};
+  eachRow(reader, filter, [&](const HistoryRow& row) {
     story.take(std::get<BeaconEvent>(row.record), silentBefore(reader, story, row));
   });
   const auto heardLast = require(reader.newestBefore(span.until));

@@ -41,8 +41,9 @@ void eachRow(HistoryReader& reader, const HistoryFilter& filter,
 /// The newest reading of each of these beacons before an instant; those that have none are left out.
 std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vector<BeaconId>& beacons,
                                          platform::Date instant);
-/// Of everything that happened before the end of a span.
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten);
+/// Of everything that happened to these beacons, or to all, and to the gateway before the end of a span.
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten,
+                    std::vector<BeaconId> beacons);
 /// Whether a beacon was there at the end of the span, as far as its newest reading and the events tell.
 bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest);
 /// When it was there.

@@ -189,7 +189,8 @@ class PageServer::Run {
     if (const auto reader = HistoryReader::open(options_.history)) {
       const auto last = (*reader)->lastSeq();
       const auto states = (*reader)->states();
-      const auto beacons = (*reader)->latest();
+      const auto beacons =
+          (*reader)->latest(HistoryReader::kMostBeacons, server_.settings_->current()->named());
       if (last) tip_ = *last;
       const auto radioState = (*reader)->radioState();
       if (states && beacons && radioState) metrics_->restore(*states, *beacons, *radioState);

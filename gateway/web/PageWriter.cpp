@@ -162,7 +162,9 @@ class Writer {
     if (attention_.empty()) note("", "Quiet", quietText());
     if (const std::string text = outageText(); !text.empty()) note("", "Radio", text);
     if (page_.omitted > 0)
-      note("", "Left out", fmt::format("{} more beacons have no room on this page.", page_.omitted));
+      note("", "Left out",
+           fmt::format("{}{} more beacons have no room on this page.", page_.isMoreOmitted ? "At least " : "",
+                       page_.omitted));
     return html;
   }
 

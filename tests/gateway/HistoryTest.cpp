@@ -3,6 +3,7 @@
 #include <map>
 #include <tuple>
 
+#include <fmt/format.h>
 #include <sys/resource.h>
 
 #include "tests/gateway/HistoryFixture.h"
@@ -420,6 +421,40 @@ TEST(HistoryOptionsTest, ReadsDeadbandsAndSizes) {
   EXPECT_EQ(historySizeFromText("1.5G"), 3ULL << 29);
   for (const char* wrong : {"", "G", "500", "0.5M", "1K", "-1G", "9999999T"})
     EXPECT_FALSE(historySizeFromText(wrong)) << wrong;
+}
+
+TEST_F(HistoryTest, LetsNoFloodOfIdentifiersFillTheMemoryOfItsReaders) {
+  constexpr int kMany = 25'000;
+  const auto stranger = [](int number) {
+    return BeaconId::sensor(fmt::format("D0-00-00-00-{:02X}-{:02X}", number >> 8, number & 0xFF));
+  };
+  {
+    const auto writer = openWriter();
+    for (int i = 0; i < kMany; ++i) {
+      Reading one = reading(1, kNow + std::chrono::seconds(i), i);
+      one.beacon = stranger(i);
+      writer->accept(one);
+    }
+  }
+  const auto reader = openReader();
+  const auto last = *reader->latest(1000, {stranger(7), beacon(1)});
+  EXPECT_LT(last.size(), 6000U) << "and what no round has yet";
+  const auto isThere = [&](int number) {
+    return std::ranges::any_of(last,
+                               [&](const HistoryBeacon& one) { return one.beacon == stranger(number); });
+  };
+  EXPECT_TRUE(isThere(7));
+  EXPECT_FALSE(isThere(8));
+  EXPECT_TRUE(isThere(kMany - 1000));
+  EXPECT_EQ(reader->latest()->size(), static_cast<std::size_t>(kMany));
+
+  const auto rows = allRows(*reader);
+  ASSERT_EQ(rows.size(), static_cast<std::size_t>(kMany));
+  for (int i = 0; i < kMany; i += 1000)
+    EXPECT_EQ(std::get<Reading>(rows[static_cast<std::size_t>(i)].record).beacon, stranger(i));
+  const auto first = *reader->latestAt({stranger(3)}, kNow + 24h);
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(std::get<Reading>(first[0].latest->record).shown.temperature, 3);
 }
 
 }  // namespace

@@ -33,14 +33,15 @@ struct LastRun {
 };
 
 // A history that cannot be read is one that cannot be written, which tells why.
-LastRun lastRunIn(const std::filesystem::path& file) {
+LastRun lastRunIn(const std::filesystem::path& file, const Settings& settings) {
   LastRun last;
   AlarmsKept& kept = last.kept;
   const auto opened = HistoryReader::open(file);
   if (!opened) return last;
   HistoryReader& reader = **opened;
   if (auto states = reader.states()) kept.states = *std::move(states);
-  if (auto latest = reader.latest()) last.beacons = *std::move(latest);
+  if (auto latest = reader.latest(HistoryReader::kMostBeacons, settings.named()))
+    last.beacons = *std::move(latest);
   for (const HistoryBeacon& one : last.beacons)
     if (one.latest) kept.heard[one.beacon] = heardAt(one.latest->record);
   if (const auto seq = reader.lastSeq(); seq && *seq > 0)
@@ -92,7 +93,7 @@ void SearchGateway::addHistory(const SearchOptions& options) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   const std::filesystem::path file = folder / kHistoryFileName;
-  const LastRun last = lastRunIn(file);
+  const LastRun last = lastRunIn(file, *settings_->current());
   HistoryOptions history = options.gateway.history;
   // A virtual second takes no time, and one commit for each would wait for the disk for hours.
   history.isSynced = !loop_.isVirtual();

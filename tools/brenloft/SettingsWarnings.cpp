@@ -15,11 +15,13 @@
 namespace brenloft {
 namespace {
 
-std::vector<BeaconId> beaconsHeardIn(const std::filesystem::path& folder) {
+// Of these.
+std::vector<BeaconId> beaconsHeardIn(const std::filesystem::path& folder,
+                                     const std::vector<BeaconId>& beacons) {
   std::vector<BeaconId> heard;
   const auto reader = HistoryReader::open(folder / kHistoryFileName);
   if (!reader) return heard;
-  if (const auto latest = (*reader)->latest())
+  if (const auto latest = (*reader)->latest(0, beacons))
     for (const HistoryBeacon& one : *latest) heard.push_back(one.beacon);
   return heard;
 }
@@ -51,7 +53,10 @@ std::vector<std::string> nobodyKnown(const Settings& settings) {
 std::vector<std::string> unknownBeacons(const Settings& settings, const std::filesystem::path& container) {
   std::vector<std::string> lines;
   const std::filesystem::path folder = folderOfContainer(container);
-  const std::vector<BeaconId> heard = beaconsHeardIn(folder);
+  std::vector<BeaconId> meant;
+  for (const AlarmRule& rule : settings.alarms)
+    if (rule.beacon) meant.push_back(*rule.beacon);
+  const std::vector<BeaconId> heard = beaconsHeardIn(folder, meant);
   for (const AlarmRule& rule : settings.alarms)
     if (rule.beacon && settings.beacon(*rule.beacon) == nullptr &&
         std::ranges::find(heard, *rule.beacon) == heard.end())
