@@ -12,6 +12,8 @@ const BeaconSettings* Settings::beacon(const BeaconId& id) const {
 std::vector<BeaconId> Settings::named() const {
   std::vector<BeaconId> named;
   for (const auto& [id, known] : beacons) named.push_back(id);
+  for (const AlarmRule& rule : alarms)
+    if (rule.beacon) named.push_back(*rule.beacon);
   return named;
 }
 

@@ -51,7 +51,7 @@ struct Settings {
   std::map<BeaconId, BeaconSettings> beacons{};
   std::vector<AlarmRule> alarms{};
 
-  std::vector<BeaconId> named() const;  ///< every beacon of which it says something
+  std::vector<BeaconId> named() const;  ///< every beacon of which they, or an alarm, say something
   /// What is said of this beacon; nothing for a stranger.
   const BeaconSettings* beacon(const BeaconId& id) const;
   /// Its name, or its identifier where it has none.

@@ -24,8 +24,12 @@ class InstantReader {
     int64_t until;
   };
 
-  InstantReader(ReadStep& step, const std::vector<BeaconId>& beacons, int64_t instant)
-      : step_(step), instant_(instant), wanted_(beacons.begin(), beacons.end()), isEvery_(beacons.empty()) {}
+  InstantReader(ReadStep& step, const std::vector<BeaconId>& beacons, int64_t instant, int64_t since)
+      : step_(step),
+        instant_(instant),
+        since_(since),
+        wanted_(beacons.begin(), beacons.end()),
+        isEvery_(beacons.empty()) {}
 
   /// Reads what came after the last round; the rounds that are to be looked at.
   std::vector<Round> readTail(SQLiteDatabase& database) {
@@ -34,8 +38,10 @@ class InstantReader {
     readRows(database, lastRound + 1, std::numeric_limits<int64_t>::max());
     std::vector<Round> rounds;
     auto rows = database.prepare(
-        "SELECT first_seq, last_seq, until FROM round WHERE since <= ? ORDER BY until DESC, last_seq DESC");
+        "SELECT first_seq, last_seq, until FROM round WHERE since <= ? AND until >= ? "
+        "ORDER BY until DESC, last_seq DESC");
     rows.bind(1, instant_);
+    rows.bind(2, since_);
     while (rows.step()) rounds.push_back({rows.integerAt(0), rows.integerAt(1), rows.integerAt(2)});
     return rounds;
   }
@@ -96,6 +102,7 @@ class InstantReader {
 
   ReadStep& step_;
   const int64_t instant_;
+  const int64_t since_;
   std::set<BeaconId> wanted_;
   const bool isEvery_;
   std::vector<std::pair<BeaconId, int64_t>> ids_;  // of those wanted that are there
@@ -105,8 +112,8 @@ class InstantReader {
 }  // namespace
 
 Result<std::vector<HistoryBeacon>> HistoryReader::latestAt(const std::vector<BeaconId>& beacons,
-                                                           platform::Date instant) {
-  InstantReader reader(core_->step, beacons, history::heldTicksOf(instant));
+                                                           platform::Date instant, platform::Date since) {
+  InstantReader reader(core_->step, beacons, history::heldTicksOf(instant), history::heldTicksOf(since));
   std::vector<InstantReader::Round> rounds;
   const auto take = [&](const std::function<void(SQLiteDatabase&)>& step) {
     return platform::resultOf([&] { core_->step.at(step); });

@@ -101,8 +101,10 @@ class HistoryReader {
       std::size_t most = std::numeric_limits<std::size_t>::max(), const std::vector<BeaconId>& always = {});
   /// What was in force at an instant: of each of these beacons, or of all, its newest reading at or before
   /// then. By the time of hearing, whatever the order of writing. Those that have none are left out.
+  /// Readings before `since` need not be found.
   platform::Result<std::vector<HistoryBeacon>> latestAt(const std::vector<BeaconId>& beacons,
-                                                        platform::Date instant);
+                                                        platform::Date instant,
+                                                        platform::Date since = platform::Date::min());
   /// When the newest row before an instant was heard.
   platform::Result<std::optional<platform::Date>> newestBefore(platform::Date instant);
   /// Rows after a number, in order; at most `limit`, and fewer, or none, where it had to look at many others.

@@ -48,6 +48,7 @@ void MetricsBook::restore(const std::vector<KeptState>& states, const std::vecto
     if (entry == nullptr) continue;
     take(reading, *entry);
     entry->isPresent = isPresent;
+    entry->isCarried = true;
   }
   for (const KeptState& state : states) {
     const auto beacon = BeaconId::fromText(state.subject);
@@ -74,6 +75,10 @@ void MetricsBook::accept(const Record& record) {
   }
   take(reading, *entry);
   ++entry->readings;
+}
+
+void MetricsBook::writerEnded() {
+  for (auto& [beacon, entry] : entries_) entry.isCarried = true;
 }
 
 MetricsBook::Entry* MetricsBook::find(const BeaconId& beacon) {
@@ -108,6 +113,7 @@ bool MetricsBook::makeRoom(const Settings& settings, platform::Date now) {
 void MetricsBook::take(const Reading& reading, Entry& entry) {
   entry.gaps.heard(std::chrono::duration_cast<GapLearner::Time>(reading.heard.time_since_epoch()));
   entry.reading = reading;
+  entry.isCarried = false;
 }
 
 void MetricsBook::take(const BeaconEvent& event) {
@@ -158,7 +164,7 @@ BeaconMetrics MetricsBook::metricsOf(const BeaconId& beacon, const Entry* entry,
     metrics.heard = entry->reading->heard;
   }
   // Who should have been heard long ago and was never lost: nobody listens any more.
-  const bool isTrue = !isPresent || isWritten.value_or(false) ||
+  const bool isTrue = !isPresent || (isWritten.value_or(false) && !entry->isCarried) ||
                       (isHeard && isFresh(*entry->reading, entry->gaps, settings.beacon(beacon), now));
   if (!isListening_ || !isWritten.value_or(true) || !isTrue) return metrics;
   metrics.isPresent = isPresent;

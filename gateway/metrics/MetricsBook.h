@@ -45,12 +45,15 @@ class MetricsBook final : public Sink {
   void restore(const std::vector<KeptState>& states, const std::vector<HistoryBeacon>& beacons,
                const std::optional<std::string>& radioState = std::nullopt);
   void accept(const Record& record) override;
+  /// Nobody writes the history any more. Whoever does next tells no loss of what it has not heard itself.
+  void writerEnded();
   void flush() override {}
   State state() const override { return {}; }
 
   /// What it knows of a snapshot: the beacons, what was left out, and whether the radio listens. `isWritten`
   /// is of a history that the records come out of: where no process writes it any more, nothing listens;
-  /// where one does, it tells each loss, and values need not be fresh: they may have been thinned.
+  /// where one does, it tells each loss, and what it wrote itself need not be fresh: it may have been
+  /// thinned.
   MetricsSnapshot snapshot(platform::Date now, std::optional<bool> isWritten = std::nullopt) const;
 
  private:
@@ -61,6 +64,7 @@ class MetricsBook final : public Sink {
     uint64_t readings = 0;
     GapLearner gaps;
     bool isPresent = false;
+    bool isCarried = false;  // of an earlier writer: this one may not have heard it
     std::set<std::string> raised{};
   };
 

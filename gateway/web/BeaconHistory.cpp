@@ -67,17 +67,17 @@ void writeCurve(JSONWriter& json, std::size_t quantity, const PageCurve& curve) 
 
 platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const Settings& settings,
                                                   const BeaconId& beacon, const HistorySpan& span,
-                                                  std::size_t points, bool isWritten) {
+                                                  std::size_t points, const PageEnd& end) {
   try {
     BeaconHistory history{.id = beacon, .label = settings.labelOf(beacon)};
     std::optional<Reading> latest;
     for (const HistoryBeacon& one : require(reader.latest(0, {beacon})))
       if (one.beacon == beacon && one.latest) latest = std::get<Reading>(one.latest->record);
     if (latest && latest->heard >= span.until) {
-      const auto before = latestBefore(reader, {beacon}, span.until);
+      const auto before = latestIn(reader, {beacon}, {.until = span.until});
       latest = before.empty() ? std::nullopt : std::optional(before.begin()->second);
     }
-    const PageStory story = readStory(reader, span, isWritten, {beacon});
+    const PageStory story = readStory(reader, span, end, {beacon});
     const BeaconStory* told = story.find(beacon);
     history.outages = story.outages();
     history.presence = presenceOf(told, isPresent(told, latest), span);

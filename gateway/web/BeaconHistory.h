@@ -21,7 +21,7 @@ struct BeaconHistory {
 /// In at most so many points, whose width is a whole part of a day.
 platform::Result<BeaconHistory> readBeaconHistory(HistoryReader& reader, const Settings& settings,
                                                   const BeaconId& beacon, const HistorySpan& span,
-                                                  std::size_t points, bool isWritten);
+                                                  std::size_t points, const PageEnd& end);
 
 // docs/serve.md describes both.
 std::string historyJson(const BeaconHistory& history);

@@ -39,6 +39,7 @@ std::size_t EventStream::read(char* to, std::size_t most) {
 
 void EventStream::missed(std::string text, int64_t through) {
   isAsking_ = false;
+  if (isEnded_) return;
   if (through <= after_) return end();
   after_ = through;
   take(std::make_shared<const std::string>(std::move(text)));

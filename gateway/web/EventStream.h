@@ -38,7 +38,9 @@ class EventStream {
   /// Something without a number, unless it has something to say anyway.
   void say(const std::string& text);
   /// Something without a number that it has to say, as soon as it has said what it is at; the newest only.
-  void tell(std::shared_ptr<const std::string> notice) { notice_ = std::move(notice); }
+  void tell(std::shared_ptr<const std::string> notice) {
+    if (!isEnded_) notice_ = std::move(notice);
+  }
   /// Once it has said what it is at, and its notice.
   void end() { isEnded_ = true; }
 

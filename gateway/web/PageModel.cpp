@@ -42,11 +42,11 @@ class ModelReader {
     const HistorySpan extent = require(reader_.extent());
     if (extent.since < extent.until) page_.extent = extent;
     const auto heard = heardBeacons();
-    page_.isWritten = request_.isWritten;
+    page_.isWritten = request_.end.isWritten;
     choose(heard);
     std::vector<BeaconId> chosen;
     for (const PageBeacon& beacon : page_.beacons) chosen.push_back(beacon.id);
-    const PageStory story = readStory(reader_, page_.span, page_.isWritten, std::move(chosen));
+    const PageStory story = readStory(reader_, page_.span, request_.end, std::move(chosen));
     page_.outages = story.outages();
     page_.deafSince = story.deafSince();
     page_.earlierEvents = story.earlierEvents();
@@ -78,17 +78,22 @@ class ModelReader {
   // Each beacon's newest reading before the end.
   Heard heardBeacons() {
     Heard heard;
-    std::vector<BeaconId> heardSince;
-    for (const HistoryBeacon& one : require(reader_.latest(HistoryReader::kMostBeacons, asked()))) {
+    const std::vector<BeaconId> asked = this->asked();
+    std::vector<BeaconId> askedSince;
+    std::vector<BeaconId> othersSince;
+    for (const HistoryBeacon& one : require(reader_.latest(HistoryReader::kMostBeacons, asked))) {
       if (!isAsked(one.beacon)) continue;
       std::optional<Reading>& latest = heard[one.beacon];
       if (!one.latest) continue;
       if (heardAt(one.latest->record) < page_.now())
         latest = std::get<Reading>(one.latest->record);
       else
-        heardSince.push_back(one.beacon);
+        (std::ranges::find(asked, one.beacon) == asked.end() ? othersSince : askedSince)
+            .push_back(one.beacon);
     }
-    for (auto& [id, latest] : latestBefore(reader_, heardSince, page_.now())) heard[id] = std::move(latest);
+    for (auto& [id, latest] : latestIn(reader_, askedSince, {.until = page_.now()}))
+      heard[id] = std::move(latest);
+    for (auto& [id, latest] : latestIn(reader_, othersSince, page_.span)) heard[id] = std::move(latest);
     return heard;
   }
 

@@ -108,11 +108,17 @@ struct PageModel {
   platform::Date knownUntil() const;
 };
 
+/// What is known of the end of a span.
+struct PageEnd {
+  bool isWritten = true;  ///< it is now, and a process goes on writing
+  bool isPast = false;    ///< rows may have been heard after it
+};
+
 struct PageRequest {
   HistorySpan span{};               ///< both ends given
   std::vector<BeaconId> beacons{};  ///< none: all
   bool hasLayers = true;            ///< what charts show; else they ask for it themselves
-  bool isWritten = true;            ///< the span ends now, and a process goes on writing
+  PageEnd end{};
 };
 
 /// Reads what a page shows. Strangers that were not heard in the span are left out; so is what the settings

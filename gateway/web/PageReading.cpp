@@ -29,8 +29,8 @@ std::optional<Date> silentBefore(HistoryReader& reader, const PageStory& story, 
   return heardAt(before.rows.front().record);
 }
 
-// Whether the row that was written last was heard after an instant. A clock that was put back leaves rows of
-// the future, but not the last.
+// Whether the row that was written last was heard after an instant: a clock that was put back leaves others
+// of the future.
 bool goesOnAfter(HistoryReader& reader, Date instant) {
   const auto last = require(reader.rows(require(reader.lastSeq()) - 1, {}, 1));
   return !last.rows.empty() && heardAt(last.rows.front().record) >= instant;
@@ -94,16 +94,16 @@ void eachRow(HistoryReader& reader, const HistoryFilter& filter,
   }
 }
 
-std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vector<BeaconId>& beacons,
-                                         Date instant) {
+std::map<BeaconId, Reading> latestIn(HistoryReader& reader, const std::vector<BeaconId>& beacons,
+                                     const HistorySpan& span) {
   std::map<BeaconId, Reading> latest;
   if (beacons.empty()) return latest;
-  for (const HistoryBeacon& one : require(reader.latestAt(beacons, instant - 1us)))
+  for (const HistoryBeacon& one : require(reader.latestAt(beacons, span.until - 1us, span.since)))
     if (one.latest) latest.emplace(one.beacon, std::get<Reading>(one.latest->record));
   return latest;
 }
 
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten,
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, const PageEnd& end,
                     std::vector<BeaconId> beacons) {
   PageStory story(span);
   const HistoryFilter filter{
@@ -113,8 +113,12 @@ PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritt
   });
   const auto heardLast = require(reader.newestBefore(span.until));
   if (!heardLast) return story;
-  if (goesOnAfter(reader, span.until)) isWritten = !isStoppedAt(reader, story, span.until);
-  story.finish(*heardLast, isWritten);
+  if (!end.isPast || !goesOnAfter(reader, span.until))
+    story.finish(*heardLast, end.isWritten);
+  else if (isStoppedAt(reader, story, span.until))
+    story.finish(*heardLast, false);
+  else
+    story.finish(span.until, true);  // somebody listened, however long there was nothing to hear
   return story;
 }
 

@@ -38,11 +38,12 @@ PageLayer readLayer(HistoryReader& reader, const BeaconId& beacon, const History
 
 void eachRow(HistoryReader& reader, const HistoryFilter& filter,
              const std::function<void(const HistoryRow&)>& take);
-/// The newest reading of each of these beacons before an instant; those that have none are left out.
-std::map<BeaconId, Reading> latestBefore(HistoryReader& reader, const std::vector<BeaconId>& beacons,
-                                         platform::Date instant);
+/// The newest reading of each of these beacons before the end of a span; those that have none in it may be
+/// left out.
+std::map<BeaconId, Reading> latestIn(HistoryReader& reader, const std::vector<BeaconId>& beacons,
+                                     const HistorySpan& span);
 /// Of everything that happened to these beacons, or to all, and to the gateway before the end of a span.
-PageStory readStory(HistoryReader& reader, const HistorySpan& span, bool isWritten,
+PageStory readStory(HistoryReader& reader, const HistorySpan& span, const PageEnd& end,
                     std::vector<BeaconId> beacons);
 /// Whether a beacon was there at the end of the span, as far as its newest reading and the events tell.
 bool isPresent(const BeaconStory* story, const std::optional<Reading>& latest);

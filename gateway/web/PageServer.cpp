@@ -153,6 +153,7 @@ class PageServer::Run {
   void lookForWriter() {
     const auto is = HistoryReader::isWritten(options_.history);
     const auto was = std::exchange(isWritten_, is);
+    if (!is.value_or(true)) metrics_->writerEnded();
     if (is.value_or(true) != was.value_or(true))
       http_->tellStreams(fmt::format("event: writer\ndata: {}\n\n", is.value_or(true)));
   }

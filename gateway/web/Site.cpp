@@ -17,6 +17,7 @@ using platform::Date;
 using platform::Error;
 
 constexpr auto kPageSpan = std::chrono::days(7);
+constexpr auto kJustNow = 1min;       // an end that is older is no live page's
 constexpr auto kShortestSpan = 1min;  // of a history that has just begun
 // How long a view is as good as new where nothing happened.
 constexpr auto kFresh = 1s;
@@ -122,7 +123,8 @@ platform::Result<PageModel> Site::readModel(const Settings& settings, bool isWri
     // What was heard while the clock was read.
     if (extent->until < now + 1min) span.until = std::max(now, extent->until);
   }
-  return readPageModel(*reader_, settings, {.span = span, .hasLayers = false, .isWritten = isWritten});
+  return readPageModel(*reader_, settings,
+                       {.span = span, .hasLayers = false, .end = {.isWritten = isWritten}});
 }
 
 Answer Site::page(const Request&) {
@@ -149,8 +151,8 @@ Answer Site::history(const Request& request) {
   if (known != nullptr && known->ignore) return refusal(404, "beacon: the settings ignore it");
   HistoryReader* reader = this->reader();
   if (reader == nullptr) return refusal(503, "no history yet");
-  const auto read =
-      readBeaconHistory(*reader, *settings, asked.beacon, asked.span, asked.points, isWritten());
+  const PageEnd end{.isWritten = isWritten(), .isPast = asked.span.until < dispatch_->date() - kJustNow};
+  const auto read = readBeaconHistory(*reader, *settings, asked.beacon, asked.span, asked.points, end);
   if (!read) {
     reader_.reset();
     return refusal(503, read.error().in(file_.filename().native()).text);

@@ -223,6 +223,11 @@ TEST_F(Monitored, TakesUpWhatTheHistoryKnew) {
                 {latest(kToldFridge), latest(kToldStranger)});
   EXPECT_EQ(told(0s), "F+500!") << "the stranger was lost";
   EXPECT_EQ(book_.snapshot(kToldBegin).beacons.front().readings, 0U);
+  EXPECT_EQ(told(1h, true), "F?!") << "who writes now may never have heard it";
+  hear(kToldFridge, 0s);
+  EXPECT_EQ(told(1h, true), "F+500!");
+  book_.writerEnded();
+  EXPECT_EQ(told(1h, true), "F?!") << "another one writes";
 }
 
 TEST_F(Monitored, TellsAnAlarmOfWhoWasNeverHeardOrIsLost) {

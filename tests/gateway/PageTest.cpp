@@ -46,7 +46,9 @@ class PageTest : public HistoryTest {
 
   PageModel model(platform::Date since = kNow - 48h, platform::Date until = kNow, bool isWritten = true) {
     writer_.reset();
-    auto page = readPageModel(*openReader(), settings_, {.span = {since, until}, .isWritten = isWritten});
+    auto page =
+        readPageModel(*openReader(), settings_,
+                      {.span = {since, until}, .end = {.isWritten = isWritten, .isPast = until < kNow}});
     EXPECT_TRUE(page) << (page ? "" : page.error().text);
     return page ? *std::move(page) : PageModel{};
   }
@@ -215,6 +217,15 @@ TEST_F(PageTest, WhetherAnybodyListenedAtAnEndInThePastIsKnownFromWhatCameAfter)
   ASSERT_TRUE(page.beacons[0].latest) << "heard before the span, and after it";
   EXPECT_EQ(page.beacons[0].latest->heard, heardLast);
   EXPECT_EQ(page.beacons[0].needs, std::vector{Need::emergency});
+}
+
+TEST_F(PageTest, ANightWithoutAnybodyIsNoOutageAndADeadWriterOfTheFutureIsOne) {
+  hear(1, kNow - 48h, kNow - 20h);
+  hear(1, kNow - 10h, kNow);
+  EXPECT_FALSE(model(kNow - 48h, kNow - 12h).deafSince) << "nothing tells of a start";
+  writer_ = openWriter();
+  hear(1, kNow + 24h, kNow + 24h + 1min);
+  EXPECT_EQ(model(kNow - 48h, kNow, false).deafSince, kNow - 10min);
 }
 
 TEST_F(PageTest, WhatOthersWroteIsTextEverywhere) {

@@ -38,10 +38,11 @@ web::PageModel readPage(HistoryReader& reader, const ReportOptions& options, con
   if (span.until - span.since < std::chrono::minutes(1))
     throw Failure(ExitStatus::usage, "--since: less than a minute is too short for a page");
   const std::filesystem::path file = folderOfContainer(options.container) / kHistoryFileName;
-  auto page = web::readPageModel(reader, settings,
-                                 {.span = span,
-                                  .beacons = beaconsFromTexts("--beacon", options.beacons, *options.settings),
-                                  .isWritten = !isOfNow || HistoryReader::isWritten(file).value_or(true)});
+  auto page = web::readPageModel(
+      reader, settings,
+      {.span = span,
+       .beacons = beaconsFromTexts("--beacon", options.beacons, *options.settings),
+       .end = {.isWritten = !isOfNow || HistoryReader::isWritten(file).value_or(true), .isPast = !isOfNow}});
   if (!page)
     throw Failure(ExitStatus::storeUnusable, fmt::format("{}: {}", file.string(), page.error().text));
   return *std::move(page);

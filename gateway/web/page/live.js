@@ -211,7 +211,7 @@ const makeLive = (page, clock, hooks) => {
     for (const name of ["found", "lost", "emergency", "emergency_over", "alarm_raised", "alarm_cleared", "radio", "gap"])
       source.addEventListener(name, onEvent);
     source.addEventListener("time", event => { ahead = event.data * 1e3 - Date.now(); hear(); });
-    source.addEventListener("resync", () => { told = -1; open(); refresh(); });
+    source.addEventListener("resync", () => { told = seq = -1; open(); refresh(); });
     source.addEventListener("writer", () => later());
   };
 
