@@ -161,7 +161,7 @@ class PageReader {
 
   bool isWanted(int64_t beacon, int64_t heard) const {
     if (heard < since_ || heard >= until_) return false;
-    if (beacon == 0 && filter_.hasGateway) return true;
+    if (filter_.hasGateway) return beacon == 0 || beacons_.contains(beacon);
     return filter_.beacons.empty() || beacons_.contains(beacon);
   }
 

@@ -31,7 +31,7 @@ struct HistorySpan {
 
 struct HistoryFilter {
   std::vector<BeaconId> beacons{};  ///< none: all, and the gateway's own events
-  bool hasGateway = false;          ///< with `beacons`: the gateway's own events, too
+  bool hasGateway = false;          ///< of `beacons`, also none, and the gateway's own events
   HistorySpan span{};
   bool hasReadings = true;
   bool hasEvents = true;

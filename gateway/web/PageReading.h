@@ -42,7 +42,7 @@ void eachRow(HistoryReader& reader, const HistoryFilter& filter,
 /// left out.
 std::map<BeaconId, Reading> latestIn(HistoryReader& reader, const std::vector<BeaconId>& beacons,
                                      const HistorySpan& span);
-/// Of everything that happened to these beacons, or to all, and to the gateway before the end of a span.
+/// Of everything that happened to these beacons and to the gateway before the end of a span.
 PageStory readStory(HistoryReader& reader, const HistorySpan& span, const PageEnd& end,
                     std::vector<BeaconId> beacons);
 /// Whether a beacon was there at the end of the span, as far as its newest reading and the events tell.
