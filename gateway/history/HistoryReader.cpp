@@ -176,6 +176,10 @@ class PageReader {
   int64_t looked_ = 0;
 };
 
+// Of a beacon: not all of its rows were deleted.
+const std::string kHasRows =
+    "last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0)";
+
 }  // namespace
 
 template <typename Value>
@@ -292,10 +296,8 @@ Result<std::vector<HistoryBeacon>> HistoryReader::latest(std::size_t most,
                                                          const std::vector<BeaconId>& always) {
   return core_->ask<std::vector<HistoryBeacon>>([&](SQLiteDatabase& database) {
     std::unordered_map<int64_t, int64_t> newest;  // 0: only events
-    auto known = database.prepare(
-        "SELECT id, last_reading FROM beacon "
-        "WHERE last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0) "
-        "ORDER BY last_reading DESC LIMIT ?");
+    auto known = database.prepare("SELECT id, last_reading FROM beacon WHERE " + kHasRows +
+                                  " ORDER BY last_reading DESC LIMIT ?");
     known.bind(1, static_cast<int64_t>(std::min<std::size_t>(most, std::numeric_limits<int64_t>::max())));
     while (known.step()) newest[known.integerAt(0)] = known.integerAt(1);
     for (const BeaconId& beacon : always) core_->addLast(database, beacon, newest);
@@ -317,9 +319,7 @@ void HistoryReader::Core::addLast(SQLiteDatabase& database, const BeaconId& beac
                                   std::unordered_map<int64_t, int64_t>& newest) {
   const auto id = step.idOf(beacon);
   if (!id || newest.contains(*id)) return;
-  auto row = database.prepare(
-      "SELECT last_reading FROM beacon "
-      "WHERE id = ? AND last_seq > coalesce((SELECT value FROM about WHERE key = 'deleted_through'), 0)");
+  auto row = database.prepare("SELECT last_reading FROM beacon WHERE id = ? AND " + kHasRows);
   row.bind(1, *id);
   if (row.step()) newest[*id] = row.integerAt(0);
 }

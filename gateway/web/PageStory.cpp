@@ -10,6 +10,8 @@ using platform::Date;
 using Kind = BeaconEvent::Kind;
 
 constexpr std::string_view kListening = "poweredOn";
+// Longer than any thinning leaves a history without a row while somebody listens: a beacon has one an hour.
+constexpr std::chrono::minutes kStopped{65};
 
 }  // namespace
 

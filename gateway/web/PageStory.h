@@ -33,9 +33,6 @@ class PageStory {
   static constexpr std::size_t kMostEvents = 1000;
   /// A restart that is quicker misses nothing that anybody would see.
   static constexpr std::chrono::minutes kLeastStop{1};
-  /// Longer than any thinning leaves a history without a row while somebody listens: a beacon has one an
-  /// hour.
-  static constexpr std::chrono::minutes kStopped{65};
 
   explicit PageStory(HistorySpan span) : span_(span) {}
 
